@@ -1,0 +1,3 @@
+#include "core/module.h"
+
+int init_subagent_modules(void) { return 0; }
