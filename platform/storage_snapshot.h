@@ -1,0 +1,62 @@
+/* "/var/stor_info_data", which the storage agent writes: a snapshot of every RAID controller.
+ *
+ * The file is a signed 32-bit count of controllers, then that many controller records back to back. Integers are in the
+ * controller's byte order (little-endian) and not all of them are aligned; texts end with a NUL or with their field,
+ * and an empty text means "not known". Read and write fields with memcpy at the offsets below. The writer replaces the
+ * file by renaming a whole new one over it. */
+#pragma once
+
+/* The file. */
+enum { STOR_CONTROLLER_COUNT = 0, STOR_CONTROLLER_RECORDS = 4, STOR_CONTROLLER_SIZE = 56272 };
+
+/* Offsets within a controller record. What is not named here is the writer's own. */
+enum {
+  STOR_CONTROLLER_ID = 0,       /* uint32 */
+  STOR_CONTROLLER_MODE = 4,     /* uint32: 0, 1, 3 and 6 have no drives of their own to show */
+  STOR_CONTROLLER_LOCATION = 8, /* text, 64 octets; empty: the on-board SAS controller */
+  STOR_CONTROLLER_LOCATION_SIZE = 64,
+  STOR_CONTROLLER_FAULTY = 92,       /* uint32: nonzero when the controller has a fault */
+  STOR_CONTROLLER_COLUMN_17 = 104,   /* text, 32 octets; a number is the column of tavoStorageControllerTable */
+  STOR_CONTROLLER_DESCRIPTION = 136, /* text, 128 octets */
+  STOR_CONTROLLER_DESCRIPTION_SIZE = 128,
+  STOR_CONTROLLER_WORD_232 = 232,     /* uint32 inside the description: a slot number where there are no drives */
+  STOR_CONTROLLER_COLUMN_14 = 264,    /* text, 32 octets */
+  STOR_CONTROLLER_COLUMN_19 = 296,    /* text, 64 octets */
+  STOR_CONTROLLER_COLUMN_13 = 360,    /* text, 32 octets */
+  STOR_CONTROLLER_VOLUME_COUNT = 416, /* int32, at most STOR_VOLUME_CAPACITY */
+  STOR_CONTROLLER_DRIVE_COUNT = 428,  /* int32, at most STOR_DRIVE_CAPACITY */
+  STOR_CONTROLLER_DRIVES = 440,
+  STOR_DRIVE_SIZE = 212,
+  STOR_DRIVE_CAPACITY = 256,
+  STOR_CONTROLLER_VOLUMES = 54712,
+  STOR_VOLUME_SIZE = 24,
+  STOR_VOLUME_CAPACITY = 64,
+  STOR_BATTERY_TYPE = 56252,    /* uint32: 0 to 8 */
+  STOR_BATTERY_PRESENT = 56264, /* uint32: exactly 1 when a battery is fitted */
+  STOR_BATTERY_STATE = 56268    /* uint32: 1 when it is operable */
+};
+
+/* Offsets within a drive. A number is the column of tavoStorageLocalDiskTable. */
+enum {
+  STOR_DRIVE_STATE = 0,          /* uint32 */
+  STOR_DRIVE_SLOT = 4,           /* uint32, from 1 */
+  STOR_DRIVE_COLUMN_5 = 24,      /* uint32 */
+  STOR_DRIVE_MEDIA = 28,         /* uint32: 1 "HDD", 2 "SSD" */
+  STOR_DRIVE_COLUMN_19 = 32,     /* uint32 */
+  STOR_DRIVE_CAPACITY_WORD = 36, /* uint64: the drive's size, column 8 */
+  STOR_DRIVE_COLUMN_13 = 44,     /* uint64 */
+  STOR_DRIVE_NAME = 84,          /* text, column 14; empty: the drive does not count as present */
+  STOR_DRIVE_COLUMN_11 = 148,    /* text */
+  STOR_DRIVE_COLUMN_12 = 180     /* text */
+};
+
+/* Offsets within a volume. A number is the column of tavoStorageLocalLunTable. */
+enum {
+  STOR_VOLUME_TYPE = 0,      /* uint32 */
+  STOR_VOLUME_COLUMN_13 = 4, /* uint64, two words, low word first; not aligned */
+  STOR_VOLUME_STATE = 12,    /* uint32: 0 when the entry holds no volume */
+  STOR_VOLUME_COLUMN_8 = 16  /* uint64 */
+};
+
+/* Octets of every text but the two whose size has a name. */
+enum { STOR_TEXT_SIZE = 32, STOR_LONG_TEXT_SIZE = 64 };
