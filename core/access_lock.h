@@ -39,6 +39,27 @@ class TAVO_LOCKING(capability("mutex")) ListLock {
   int number_;
 };
 
+// Holds a list's lock for the length of a block, if it could be had.
+class TAVO_LOCKING(scoped_lockable) ListGuard {
+ public:
+  explicit ListGuard(const ListLock &lock) TAVO_LOCKING(acquire_capability(lock))
+      : lock_(lock), error_(lock.acquire()) {}
+  ListGuard(const ListGuard &) = delete;
+  ListGuard &operator=(const ListGuard &) = delete;
+  ~ListGuard() TAVO_LOCKING(release_capability()) {
+    if (error_ == 0) {
+      lock_.release();
+    }
+  }
+
+  // 0, or why the lock could not be had.
+  int error() const { return error_; }
+
+ private:
+  const ListLock &lock_;
+  const int error_;
+};
+
 }  // namespace tavo
 
 #pragma GCC visibility push(default)

@@ -1,3 +1,5 @@
 #include "core/module.h"
 
-int init_subagent_modules(void) { return 0; }
+int init_subagent_modules(void) {
+  return 0;
+}

@@ -7,6 +7,5 @@ extern "C" {
 // Registers every table in a fixed order and starts the background threads. Called once, on the daemon's own thread.
 // Always 0: a table that cannot be set up is absent or empty, and the rest is served all the same.
 int init_subagent_modules(void);
-
 }
 #pragma GCC visibility pop

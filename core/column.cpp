@@ -1,0 +1,113 @@
+#include "core/column.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace tavo {
+namespace {
+
+template <class T>
+T load(const std::byte *from) {
+  T value;
+  std::memcpy(&value, from, sizeof value);
+  return value;
+}
+
+// Two columns hand their Counter64 over with a length of 4. A 32-bit net-snmp takes that, a 64-bit one refuses it and
+// logs an error line each time, so it is asked once, when the module is loaded.
+bool takes_four_octet_counter64() {
+  netsnmp_variable_list scratch{};
+  const std::uint32_t zero = 0;
+  const bool taken = snmp_set_var_typed_value(&scratch, ASN_COUNTER64, &zero, sizeof zero) == 0;
+  snmp_free_var_internals(&scratch);
+  return taken;
+}
+
+const bool four_octet_counter64 = takes_four_octet_counter64();
+
+}  // namespace
+
+ColumnValue::ColumnValue(const Column &column, const void *row)
+    : type_(ASN_NULL), data_(static_cast<const std::byte *>(row) + column.field.offset), size_(0), counter_{} {
+  const auto *record = static_cast<const std::byte *>(row);
+  const auto *field = record + column.field.offset;
+  switch (column.codec) {
+    case Codec::text:
+      take_text(strnlen(reinterpret_cast<const char *>(field), column.field.capacity));
+      break;
+    case Codec::counted_text:
+      take_text(static_cast<std::size_t>(
+          std::clamp<std::int32_t>(load<std::int32_t>(record + column.length_offset), 0, column.field.capacity)));
+      break;
+    case Codec::octet:
+      take_text(1);
+      break;
+    case Codec::integer:
+      type_ = ASN_INTEGER;
+      size_ = sizeof(std::int32_t);
+      break;
+    case Codec::gauge:
+      type_ = ASN_GAUGE;
+      size_ = sizeof(std::uint32_t);
+      break;
+    case Codec::counter:
+      type_ = ASN_COUNTER;
+      size_ = sizeof(std::uint32_t);
+      break;
+    case Codec::counter64:
+      if (column.field.type == FieldType::uint64) {
+        take_counter64(load<std::uint64_t>(field));
+      } else {
+        const auto words = load<CounterWords>(field);
+        take_counter64(std::uint64_t{words.high} << 32 | words.low);
+      }
+      break;
+    case Codec::counter64_of_four_octets:
+      if (four_octet_counter64) {
+        type_ = ASN_COUNTER64;
+        size_ = sizeof(std::uint32_t);
+      } else {
+        take_counter64(load<std::uint32_t>(field));
+      }
+      break;
+    case Codec::object_identifier:
+      take_object_identifier(column, record);
+      break;
+  }
+}
+
+void ColumnValue::take_text(std::size_t length) {
+  type_ = ASN_OCTET_STR;
+  size_ = length;
+}
+
+// net-snmp wants its own two-word structure, whose words are as wide as the machine's long.
+void ColumnValue::take_counter64(std::uint64_t value) {
+  counter_.high = static_cast<u_long>(value >> 32);
+  counter_.low = static_cast<u_long>(value & 0xFFFFFFFFU);
+  type_ = ASN_COUNTER64;
+  data_ = &counter_;
+  size_ = sizeof counter_;
+}
+
+// net-snmp's sub-identifiers are as wide as the machine's long.
+void ColumnValue::take_object_identifier(const Column &column, const std::byte *row) {
+  const auto count = static_cast<std::size_t>(
+      std::clamp<std::int32_t>(load<std::int32_t>(row + column.length_offset), 0, column.field.capacity));
+  for (std::size_t i = 0; i < count; ++i) {
+    identifier_[i] = load<std::uint32_t>(row + column.field.offset + i * sizeof(std::uint32_t));
+  }
+  type_ = ASN_OBJECT_ID;
+  data_ = identifier_;
+  size_ = count * sizeof(oid);
+}
+
+bool ColumnValue::set(netsnmp_variable_list *varbind) const {
+  return snmp_set_var_typed_value(varbind, type_, data_, size_) == 0;
+}
+
+bool ColumnValue::append(netsnmp_variable_list **list, std::span<const oid> name) const {
+  return snmp_varlist_add_variable(list, name.data(), name.size(), type_, data_, size_) != nullptr;
+}
+
+}  // namespace tavo

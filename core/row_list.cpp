@@ -1,0 +1,106 @@
+#include "core/row_list.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+namespace tavo {
+namespace {
+
+// Heads and links are pointers to the table's own row type: they are copied, never reached through another type.
+void *load_pointer(const void *from) {
+  void *pointer;
+  std::memcpy(&pointer, from, sizeof pointer);
+  return pointer;
+}
+
+void store_pointer(void *to, void *pointer) {
+  std::memcpy(to, &pointer, sizeof pointer);
+}
+
+}  // namespace
+
+void *RowList::first() const {
+  return load_pointer(head_);
+}
+
+void *RowList::next(const void *row) const {
+  return load_pointer(static_cast<const std::byte *>(row) + layout_.next);
+}
+
+std::uint32_t RowList::index_of(const void *row) {
+  std::uint32_t index;
+  std::memcpy(&index, row, sizeof index);
+  return index;
+}
+
+void RowList::set_first(void *row) {
+  store_pointer(head_, row);
+  ordered_is_current_ = false;
+}
+
+void RowList::set_next(void *row, void *next) const {
+  store_pointer(static_cast<std::byte *>(row) + layout_.next, next);
+}
+
+void RowList::push_front(void *row) {
+  set_next(row, first());
+  set_first(row);
+  ++count_;
+}
+
+bool RowList::unlink(void *row) {
+  void *previous = nullptr;
+  void *candidate = first();
+  while (candidate != nullptr && candidate != row) {
+    previous = candidate;
+    candidate = next(candidate);
+  }
+  if (candidate == nullptr) {
+    return false;
+  }
+  if (previous == nullptr) {
+    set_first(next(row));
+  } else {
+    set_next(previous, next(row));
+    ordered_is_current_ = false;
+  }
+  --count_;
+  return true;
+}
+
+std::size_t RowList::clear() {
+  std::size_t freed = 0;
+  void *row = first();
+  while (row != nullptr) {
+    void *following = next(row);
+    std::free(row);
+    row = following;
+    ++freed;
+  }
+  set_first(nullptr);
+  count_ = 0;
+  return freed;
+}
+
+const RowPointers *RowList::ordered() {
+  if (ordered_is_current_ && ordered_from_ == first()) {
+    return &ordered_;
+  }
+  ordered_is_current_ = false;
+  ordered_.clear();
+  for (void *row = first(); row != nullptr; row = next(row)) {
+    if (!ordered_.push(row)) {
+      return nullptr;
+    }
+  }
+  const auto rows = ordered_.rows();
+  std::ranges::stable_sort(rows, {}, index_of);
+  const auto repeated = std::ranges::unique(rows, {}, index_of);
+  ordered_.shrink(rows.size() - repeated.size());
+  ordered_from_ = first();
+  ordered_is_current_ = true;
+  return &ordered_;
+}
+
+}  // namespace tavo

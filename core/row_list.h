@@ -1,0 +1,64 @@
+// A table's rows: heap records in a singly linked list behind a global head, and beside it the rows in index order.
+#pragma once
+
+#include <net-snmp/net-snmp-config.h>
+
+#include <net-snmp/net-snmp-includes.h>
+
+#include <cstddef>
+#include <cstdint>
+
+#include "core/row_pointers.h"
+
+namespace tavo {
+
+// The shape of a row record: a standard-layout struct that begins with its index (uint32) and holds a link to the next
+// row.
+struct RowLayout {
+  std::size_t size;  // octets
+  std::size_t next;  // offset of the link
+};
+
+template <class Row>
+consteval RowLayout layout_of() {
+  static_assert(std::is_standard_layout_v<Row> && std::is_trivially_copyable_v<Row>);
+  static_assert(offsetof(Row, index) == 0 && sizeof(Row::index) == sizeof(std::uint32_t));
+  return {sizeof(Row), offsetof(Row, next)};
+}
+
+// The list. Nothing here locks: whoever calls holds the table's lock. Rows are made with calloc and freed with free.
+class RowList {
+ public:
+  // `head`: the table's exported list head, a pointer to its row record.
+  constexpr RowList(RowLayout layout, void *head) : layout_(layout), head_(head) {}
+
+  void *first() const;
+  void *next(const void *row) const;
+  static std::uint32_t index_of(const void *row);
+
+  // Puts `row` in front of the list, which owns it from then on.
+  void push_front(void *row);
+  // Takes `row` out of the list and gives it back to the caller. False, and nothing done, when it is not listed.
+  bool unlink(void *row);
+  // Frees every row. Returns how many there were.
+  std::size_t clear();
+  std::size_t count() const { return count_; }
+
+  // The rows by ascending index, one for each index: of several with the same index the one that stands first in the
+  // list. Sorted anew after a change of the list, also one that was made through the exported head. Null when there is
+  // no memory for it.
+  const RowPointers *ordered();
+
+ private:
+  void set_first(void *row);
+  void set_next(void *row, void *next) const;
+
+  RowLayout layout_;
+  void *head_;
+  std::size_t count_ = 0;
+  RowPointers ordered_;
+  const void *ordered_from_ = nullptr;  // the first row when `ordered_` was made
+  bool ordered_is_current_ = false;
+};
+
+}  // namespace tavo

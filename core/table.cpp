@@ -1,0 +1,121 @@
+#include "core/table.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "core/trace.h"
+
+namespace tavo {
+
+int Table::register_with(const TableHandlers &handlers) {
+  netsnmp_handler_registration *registration = netsnmp_create_handler_registration(
+      description_.name, handlers.handler, description_.root.data(), description_.root.size(), HANDLER_CAN_RONLY);
+  auto *table_info = SNMP_MALLOC_TYPEDEF(netsnmp_table_registration_info);
+  auto *iterator_info = SNMP_MALLOC_TYPEDEF(netsnmp_iterator_info);
+  netsnmp_mib_handler *scope = netsnmp_create_handler("request_scope", enter_request_scope);
+  if (registration == nullptr || table_info == nullptr || iterator_info == nullptr || scope == nullptr) {
+    netsnmp_handler_registration_free(registration);
+    std::free(table_info);
+    std::free(iterator_info);
+    netsnmp_handler_free(scope);
+    return MIB_REGISTRATION_FAILED;
+  }
+
+  netsnmp_table_helper_add_indexes(table_info, ASN_UNSIGNED, 0);
+  table_info->min_column = description_.columns.front().number;
+  table_info->max_column = description_.columns.back().number;
+  iterator_info->get_first_data_point = handlers.first_row;
+  iterator_info->get_next_data_point = handlers.next_row;
+  iterator_info->table_reginfo = table_info;
+  iterator_info->flags = NETSNMP_HANDLER_OWNS_IINFO;
+  const int result = netsnmp_register_table_iterator(registration, iterator_info);
+  if (result != MIB_REGISTERED_OK) {  // net-snmp has freed the registration
+    netsnmp_handler_free(scope);
+    return result;
+  }
+
+  scope->myvoid = this;
+  netsnmp_inject_handler_before(registration, scope, TABLE_ITERATOR_NAME);
+  if (description_.keeps_registration) {
+    registration_ = registration;
+  }
+  return result;
+}
+
+int Table::de_register() {
+  if (const int error = lock_.acquire(); error != 0) {
+    return error;
+  }
+  if (registration_ != nullptr) {
+    // Un-registering frees the registration, so what is freed afterwards is a duplicate.
+    netsnmp_handler_registration *duplicate = netsnmp_handler_registration_dup(registration_);
+    netsnmp_unregister_handler(registration_);
+    netsnmp_handler_registration_free(duplicate);
+    registration_ = nullptr;
+  }
+  return lock_.release();
+}
+
+int Table::answer(netsnmp_agent_request_info *agent_request, netsnmp_request_info *requests) const {
+  if (agent_request == nullptr || agent_request->mode != MODE_GET) {
+    return SNMP_ERR_NOERROR;
+  }
+  for (netsnmp_request_info *request = requests; request != nullptr; request = request->next) {
+    if (request->processed == 0) {
+      answer_one(agent_request, request);
+    }
+  }
+  return SNMP_ERR_NOERROR;
+}
+
+void Table::answer_one(netsnmp_agent_request_info *agent_request, netsnmp_request_info *request) const {
+  const void *row = netsnmp_extract_iterator_context(request);
+  const netsnmp_table_request_info *cell = netsnmp_extract_table_info(request);
+  const std::span<const Column> columns = description_.columns;
+  if (cell == nullptr) {
+    netsnmp_set_request_error(agent_request, request, SNMP_NOSUCHINSTANCE);
+  } else if (cell->colnum < columns.front().number || cell->colnum > columns.back().number) {
+    netsnmp_set_request_error(agent_request, request, SNMP_NOSUCHOBJECT);
+  } else if (row == nullptr) {
+    netsnmp_set_request_error(agent_request, request, SNMP_NOSUCHINSTANCE);
+  } else if (!ColumnValue(columns[cell->colnum - columns.front().number], row).set(request->requestvb)) {
+    netsnmp_set_request_error(agent_request, request, SNMP_ERR_GENERR);
+  }
+}
+
+void *Table::create(std::uint32_t index, const void *filled) {
+  void *row = filled == nullptr ? nullptr : std::calloc(1, description_.row.size);
+  if (row == nullptr) {
+    return nullptr;
+  }
+  std::memcpy(row, filled, description_.row.size);
+  std::memcpy(row, &index, sizeof index);
+  for (const Column &column : description_.columns) {
+    if (column.codec == Codec::text) {
+      static_cast<char *>(row)[column.field.offset + column.field.capacity - 1] = '\0';
+    }
+  }
+  rows_.push_front(row);
+  return row;
+}
+
+int Table::remove(void *row) {
+  if (row == nullptr) {
+    return 0;
+  }
+  if (const int error = lock_.acquire(); error != 0) {
+    return error;
+  }
+  if (rows_.unlink(row)) {
+    std::free(row);
+  }
+  return lock_.release();
+}
+
+void Table::trace_entry(const char *function, int line) const {
+  if (description_.traces) {
+    trace(function, description_.name, line, "%s\n", function);
+  }
+}
+
+}  // namespace tavo

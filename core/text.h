@@ -1,0 +1,23 @@
+// Texts in fixed arrays. Whatever is written ends with a NUL; what does not fit is cut off.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdio>
+#include <string_view>
+
+namespace tavo {
+
+template <std::size_t N>
+void copy_text(char (&to)[N], std::string_view text) {
+  const std::size_t length = std::min(text.size(), N - 1);
+  text.copy(to, length);
+  to[length] = '\0';
+}
+
+template <std::size_t N, class... Args>
+void format_text(char (&to)[N], const char *format, Args... args) {
+  std::snprintf(to, N, format, args...);
+}
+
+}  // namespace tavo
