@@ -1,0 +1,415 @@
+#include "core/access_lock.h"
+
+#include <gmock/gmock.h>
+#include <pthread.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <functional>
+#include <iterator>
+#include <span>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/unit/fakes/clock.h"
+#include "tests/unit/fakes/module_test.h"
+#include "tests/unit/fakes/mutexes.h"
+#include "tests/unit/fakes/net_snmp.h"
+
+namespace {
+
+using tavo::ListLock;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr auto ev_classes = std::to_array<int>({12, 56, 30, 41, 105, 9, 6, 3, 1, 2, 4, 5});
+
+class AccessLockTest : public fakes::ModuleTest {};
+
+int on_another_thread(const std::function<int()> &call) {
+  int result = -1;
+  std::thread([&] { result = call(); }).join();
+  return result;
+}
+
+// Whether somebody holds the lock, found out by a thread that does not.
+bool is_held(int which) {
+  return on_another_thread([which] {
+           const int error = try_sa_lock(which);
+           if (error == 0) {
+             release_sa_lock(which);
+           }
+           return error;
+         }) == EBUSY;
+}
+
+bool is_ev_held(int class_number) {
+  return on_another_thread([class_number] {
+           const int error = get_ev_try_lock(class_number);
+           if (error == 0) {
+             release_ev_lock(class_number);
+           }
+           return error;
+         }) == EBUSY;
+}
+
+std::string printed_thread() {
+  return std::to_string(static_cast<int>(pthread_self()));
+}
+
+TEST_F(AccessLockTest, EachSubagentLockIsItsOwn) {
+  ASSERT_EQ(acquire_sa_lock(1), 0);
+  EXPECT_TRUE(is_held(1));
+  EXPECT_FALSE(is_held(2));
+  ASSERT_EQ(acquire_sa_lock(2), 0);
+  EXPECT_TRUE(is_held(2));
+  EXPECT_EQ(release_sa_lock(1), 0);
+  EXPECT_FALSE(is_held(1));
+  EXPECT_TRUE(is_held(2));
+  EXPECT_EQ(release_sa_lock(2), 0);
+  EXPECT_FALSE(is_held(2));
+}
+
+TEST_F(AccessLockTest, UnknownSubagentLocksDoNothingAndGiveZero) {
+  fakes::set_debugging(true);
+  for (const int which : {3, 0, -1, 105}) {
+    EXPECT_EQ(acquire_sa_lock(which), 0);
+    EXPECT_EQ(acquire_sa_lock(which), 0) << "would wait for ever if the first call had locked anything";
+    EXPECT_EQ(try_sa_lock(which), 0);
+    EXPECT_EQ(release_sa_lock(which), 0);
+  }
+  EXPECT_THAT(fakes::traces(), IsEmpty());
+  EXPECT_FALSE(is_held(1));
+  EXPECT_FALSE(is_held(2));
+}
+
+TEST_F(AccessLockTest, TryOnAHeldSubagentLockIsBusyAndDoesNotCount) {
+  ASSERT_EQ(acquire_sa_lock(1), 0);
+  EXPECT_EQ(try_sa_lock(1), EBUSY);
+  EXPECT_EQ(ListLock::subagent(1).hold_count(), 1);
+  EXPECT_EQ(release_sa_lock(1), 0);
+  EXPECT_EQ(ListLock::subagent(1).hold_count(), 0);
+  EXPECT_EQ(try_sa_lock(1), 0);
+  EXPECT_EQ(ListLock::subagent(1).hold_count(), 1);
+  EXPECT_EQ(release_sa_lock(1), 0);
+}
+
+TEST_F(AccessLockTest, SubagentCallsTraceTheCountOfTheLockSelected) {
+  fakes::set_debugging(true);
+  acquire_sa_lock(1);
+  acquire_sa_lock(2);
+  release_sa_lock(1);
+  try_sa_lock(1);
+  release_sa_lock(1);
+  release_sa_lock(2);
+  const std::string thread = printed_thread();
+  EXPECT_THAT(fakes::trace_texts(),
+              ElementsAre("acquire_sa_lock:Thread-" + thread + " locked sa mutex, count = 1\n",
+                          "acquire_sa_lock:Thread-" + thread + " locked sa mutex, count = 1\n",
+                          "release_sa_lock:Thread-" + thread + " unlocked sa mutex, count = 0\n",
+                          "try_sa_lock:Thread-" + thread + " locked sa mutex, count = 1\n",
+                          "release_sa_lock:Thread-" + thread + " unlocked sa mutex, count = 0\n",
+                          "release_sa_lock:Thread-" + thread + " unlocked sa mutex, count = 0\n"));
+}
+
+TEST_F(AccessLockTest, SubagentTracesSayWhereTheyComeFrom) {
+  fakes::set_debugging(true);
+  acquire_sa_lock(2);
+  release_sa_lock(2);
+  try_sa_lock(2);
+  release_sa_lock(2);
+  const auto traces = fakes::traces();
+  ASSERT_EQ(traces.size(), 4U);
+  const std::array functions = {"acquire_sa_lock", "release_sa_lock", "try_sa_lock", "release_sa_lock"};
+  for (std::size_t i = 0; i < traces.size(); ++i) {
+    EXPECT_EQ(traces[i].function, functions[i]);
+    EXPECT_EQ(traces[i].source, "access_lock");
+    EXPECT_GT(traces[i].line, 0);
+  }
+}
+
+TEST_F(AccessLockTest, ABusyTryTracesItsError) {
+  ASSERT_EQ(acquire_sa_lock(1), 0);
+  fakes::set_debugging(true);
+  EXPECT_EQ(try_sa_lock(1), EBUSY);
+  EXPECT_THAT(fakes::trace_texts(), ElementsAre("try_sa_lock:Err-" + std::to_string(EBUSY) + ",Thread-" +
+                                                printed_thread() + " failed to lock sa mutex\n"));
+  fakes::set_debugging(false);
+  release_sa_lock(1);
+}
+
+TEST_F(AccessLockTest, FailedCallsTraceTheirErrorAndKeepTheCount) {
+  ASSERT_EQ(acquire_sa_lock(2), 0);
+  fakes::set_debugging(true);
+  fakes::fail_next_mutex_call(EPERM);
+  EXPECT_EQ(release_sa_lock(2), EPERM);
+  fakes::fail_next_mutex_call(EINVAL);
+  EXPECT_EQ(acquire_sa_lock(2), EINVAL);
+  EXPECT_EQ(ListLock::subagent(2).hold_count(), 1);
+  const std::string thread = printed_thread();
+  EXPECT_THAT(fakes::trace_texts(),
+              ElementsAre("release_sa_lock:Err-1,Thread-" + thread + " failed to unlock sa mutex\n",
+                          "acquire_sa_lock:Err-22,Thread-" + thread + " failed to lock sa mutex\n"));
+  fakes::set_debugging(false);
+  EXPECT_EQ(release_sa_lock(2), 0);
+}
+
+TEST_F(AccessLockTest, EvAndInventoryCallsHandOverTheMutexError) {
+  fakes::fail_next_mutex_call(EINVAL);
+  EXPECT_EQ(get_ev_lock(5), EINVAL);
+  fakes::fail_next_mutex_call(EPERM);
+  EXPECT_EQ(release_ev_lock(5), EPERM);
+  fakes::fail_next_mutex_call(EINVAL);
+  EXPECT_EQ(acquire_inventory_lock(), EINVAL);
+  fakes::fail_next_mutex_call(EPERM);
+  EXPECT_EQ(release_inventory_lock(), EPERM);
+}
+
+TEST_F(AccessLockTest, NothingIsTracedWhileDebuggingIsOff) {
+  acquire_sa_lock(1);
+  try_sa_lock(1);
+  release_sa_lock(1);
+  EXPECT_THAT(fakes::debug_messages(), IsEmpty());
+  EXPECT_THAT(fakes::log_lines(), IsEmpty());
+}
+
+TEST_F(AccessLockTest, EvAndInventoryCallsNeverTrace) {
+  fakes::set_debugging(true);
+  get_ev_lock(41);
+  get_ev_try_lock(41);
+  release_ev_lock(41);
+  acquire_inventory_lock();
+  signal_inventory_condition(29);
+  check_inventory_status(29);
+  release_inventory_lock();
+  EXPECT_THAT(fakes::debug_messages(), IsEmpty());
+  EXPECT_THAT(fakes::log_lines(), IsEmpty());
+}
+
+TEST_F(AccessLockTest, EveryEvClassHasALockOfItsOwn) {
+  for (const int held : ev_classes) {
+    ASSERT_EQ(get_ev_lock(held), 0);
+    for (const int other : ev_classes) {
+      EXPECT_EQ(is_ev_held(other), other == held) << held << " held, asking for " << other;
+    }
+    ASSERT_EQ(release_ev_lock(held), 0);
+    EXPECT_FALSE(is_ev_held(held));
+  }
+}
+
+TEST_F(AccessLockTest, UnknownEvClassesLockNothingAndGiveOne) {
+  for (int class_number = -2; class_number < 300; ++class_number) {
+    if (std::ranges::count(ev_classes, class_number) == 0) {
+      EXPECT_EQ(get_ev_lock(class_number), 1) << class_number;
+      EXPECT_EQ(get_ev_lock(class_number), 1) << class_number;
+      EXPECT_EQ(get_ev_try_lock(class_number), 1) << class_number;
+      EXPECT_EQ(release_ev_lock(class_number), 1) << class_number;
+    }
+  }
+}
+
+TEST_F(AccessLockTest, ABusyEvTryIsCountedAllTheSame) {
+  ASSERT_EQ(get_ev_lock(41), 0);
+  EXPECT_EQ(ListLock::ev(41).hold_count(), 1);
+  EXPECT_EQ(get_ev_try_lock(41), EBUSY);
+  EXPECT_EQ(ListLock::ev(41).hold_count(), 2);
+  EXPECT_EQ(release_ev_lock(41), 0);
+  EXPECT_EQ(ListLock::ev(41).hold_count(), 1);
+  EXPECT_EQ(get_ev_try_lock(41), 0);
+  EXPECT_EQ(ListLock::ev(41).hold_count(), 2);
+  EXPECT_EQ(release_ev_lock(41), 0);
+}
+
+// A destroyed mutex refuses to be locked; one that was spared can still be taken. The cascade is run in a process of
+// its own, for there is no way back.
+void expect_destroyed(int class_number, std::span<const int> destroyed) {
+  EXPECT_EXIT(
+      {
+        int mistakes = destroy_ev_resource(class_number) == 1 ? 0 : 1;
+        for (const int ev_class : ev_classes) {
+          const bool gone = get_ev_lock(ev_class) == EINVAL;
+          mistakes += gone == (std::ranges::count(destroyed, ev_class) == 1) ? 0 : 1;
+        }
+        std::exit(mistakes);
+      },
+      testing::ExitedWithCode(0), "")
+      << "class " << class_number;
+}
+
+TEST_F(AccessLockTest, DestroyTakesTheClassAndAllBehindItInTheChain) {
+  for (std::size_t i = 0; i < ev_classes.size(); ++i) {
+    expect_destroyed(ev_classes[i], std::span(ev_classes).subspan(i));
+  }
+}
+
+TEST_F(AccessLockTest, DestroyOfAnUnknownClassTakesNothing) {
+  for (const int class_number : {0, -1, 7, 13, 106, 1000}) {
+    expect_destroyed(class_number, {});
+  }
+}
+
+TEST_F(AccessLockTest, InventoryLockExcludesOthers) {
+  ASSERT_EQ(acquire_inventory_lock(), 0);
+  std::atomic<bool> entered = false;
+  std::thread other([&] {
+    acquire_inventory_lock();
+    entered = true;
+    release_inventory_lock();
+  });
+  EXPECT_FALSE(entered);
+  EXPECT_EQ(release_inventory_lock(), 0);
+  other.join();
+  EXPECT_TRUE(entered);
+}
+
+class RefreshMarkTest : public AccessLockTest {
+ protected:
+  RefreshMarkTest() { acquire_inventory_lock(); }
+  ~RefreshMarkTest() override { release_inventory_lock(); }
+};
+
+TEST_F(RefreshMarkTest, StorageCodesShareOneMark) {
+  EXPECT_EQ(signal_inventory_condition(208), 0);
+  EXPECT_EQ(check_inventory_status(210), 1);
+  EXPECT_EQ(check_inventory_status(210), 0);
+}
+
+TEST_F(RefreshMarkTest, PowerSupplyCodesShareOneMark) {
+  EXPECT_EQ(signal_inventory_condition(20), 0);
+  EXPECT_EQ(check_inventory_status(14), 1);
+  EXPECT_EQ(check_inventory_status(20), 0);
+}
+
+TEST_F(RefreshMarkTest, EveryCodeMarksItsOwnGroupOnly) {
+  const std::vector<std::vector<int>> groups = {{29}, {10, 14, 20}, {8, 25}, {3}, {4}, {11}, {208, 209, 210, 211}};
+  const auto group_of = [&](int code) {
+    return std::ranges::find_if(groups, [code](const auto &group) { return std::ranges::count(group, code) == 1; });
+  };
+  for (int signalled = -1; signalled < 300; ++signalled) {
+    for (const auto &group : groups) {
+      for (const int asked : group) {
+        EXPECT_EQ(signal_inventory_condition(signalled), 0);
+        EXPECT_EQ(check_inventory_status(asked), group_of(signalled) == group_of(asked) ? 1 : 0)
+            << signalled << " signalled, " << asked << " asked";
+        check_inventory_status(signalled);
+      }
+    }
+  }
+}
+
+TEST_F(RefreshMarkTest, ACodeWithoutAMarkIsNeverDue) {
+  for (const int code : {29, 10, 8, 3, 4, 11, 208}) {
+    signal_inventory_condition(code);
+  }
+  for (const int code : {0, 1, 2, 7, 30, 41, 207, 212, -1}) {
+    EXPECT_EQ(check_inventory_status(code), 0) << code;
+  }
+}
+
+TEST_F(RefreshMarkTest, MarksStayUntilEachIsAskedFor) {
+  signal_inventory_condition(29);
+  signal_inventory_condition(29);
+  signal_inventory_condition(11);
+  EXPECT_EQ(check_inventory_status(29), 1);
+  EXPECT_EQ(check_inventory_status(29), 0);
+  EXPECT_EQ(check_inventory_status(11), 1);
+}
+
+TEST_F(AccessLockTest, AWaiterIsWokenAndFindsTheMark) {
+  std::atomic<bool> waiting = false;
+  int due = 0;
+  std::thread waiter([&] {
+    acquire_inventory_lock();
+    waiting = true;
+    while ((due = check_inventory_status(8)) == 0) {
+      wait_for_inventory_condition();
+    }
+    release_inventory_lock();
+  });
+  while (!waiting) {
+    std::this_thread::yield();
+  }
+  acquire_inventory_lock();  // held by the waiter until it waits
+  EXPECT_EQ(signal_inventory_condition(25), 0);
+  release_inventory_lock();
+  waiter.join();
+  EXPECT_EQ(due, 1);
+}
+
+TEST_F(AccessLockTest, DestroyInventoryResourceEndsTheInventoryLock) {
+  EXPECT_EXIT(
+      {
+        const bool answered = destroy_inventory_resource() == 1;
+        std::exit(answered && acquire_inventory_lock() == EINVAL ? 0 : 1);
+      },
+      testing::ExitedWithCode(0), "");
+}
+
+TEST_F(AccessLockTest, ThreadWaitSleepsToAWallClockDeadline) {
+  const fakes::FakeClock clock(1'700'000'000, 999'999);
+  EXPECT_EQ(thread_wait(25), 0);
+  const auto deadlines = clock.deadlines();
+  ASSERT_EQ(deadlines.size(), 1U);
+  EXPECT_EQ(deadlines[0].tv_sec, 1'700'000'025);
+  EXPECT_EQ(deadlines[0].tv_nsec, 999'999'000);
+}
+
+TEST_F(AccessLockTest, ThreadWaitOfNoSecondsReturnsAtOnce) {
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(thread_wait(0), 0);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(900));
+}
+
+TEST_F(AccessLockTest, ThreadWaitReallySleeps) {
+  const auto start = std::chrono::system_clock::now();
+  EXPECT_EQ(thread_wait(1), 0);
+  EXPECT_GE(std::chrono::system_clock::now() - start, std::chrono::seconds(1));
+}
+
+TEST_F(AccessLockTest, AListLockForwardsToItsFamily) {
+  constexpr ListLock storage = ListLock::subagent(2);
+  static_assert(!storage.is_ev());
+  EXPECT_EQ(storage.acquire(), 0);
+  EXPECT_TRUE(is_held(2));
+  EXPECT_EQ(storage.release(), 0);
+  EXPECT_FALSE(is_held(2));
+
+  constexpr ListLock processors = ListLock::ev(41);
+  static_assert(processors.is_ev());
+  EXPECT_EQ(processors.acquire(), 0);
+  EXPECT_TRUE(is_ev_held(41));
+  EXPECT_EQ(processors.release(), 0);
+  EXPECT_FALSE(is_ev_held(41));
+
+  constexpr ListLock unknown = ListLock::ev(7);
+  EXPECT_EQ(unknown.acquire(), 1);
+  EXPECT_EQ(unknown.release(), 1);
+  EXPECT_EQ(unknown.hold_count(), 0);
+}
+
+TEST_F(AccessLockTest, ManyThreadsShareALockWithoutLosingACount) {
+  constexpr int rounds = 2000;
+  int guarded = 0;
+  std::array<std::thread, 4> threads;
+  for (std::thread &thread : threads) {
+    thread = std::thread([&] {
+      for (int i = 0; i < rounds; ++i) {
+        acquire_sa_lock(1);
+        ++guarded;
+        release_sa_lock(1);
+      }
+    });
+  }
+  for (std::thread &thread : threads) {
+    thread.join();
+  }
+  EXPECT_EQ(guarded, rounds * static_cast<int>(threads.size()));
+  EXPECT_EQ(ListLock::subagent(1).hold_count(), 0);
+}
+
+}  // namespace

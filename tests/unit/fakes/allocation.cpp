@@ -1,0 +1,64 @@
+#include "tests/unit/fakes/allocation.h"
+
+#include <cerrno>
+#include <cstddef>
+#include <mutex>
+
+namespace fakes {
+namespace {
+
+std::mutex mutex;
+int successes_left = 0;
+int failures_left = 0;
+int failed = 0;
+
+bool fails() {
+  const std::scoped_lock lock(mutex);
+  if (failures_left == 0) {
+    return false;
+  }
+  if (successes_left > 0) {
+    --successes_left;
+    return false;
+  }
+  --failures_left;
+  ++failed;
+  errno = ENOMEM;
+  return true;
+}
+
+}  // namespace
+
+void fail_allocations(int successes, int failures) {
+  const std::scoped_lock lock(mutex);
+  successes_left = successes;
+  failures_left = failures;
+}
+
+int failed_allocations() {
+  const std::scoped_lock lock(mutex);
+  return failed;
+}
+
+void reset_allocations() {
+  const std::scoped_lock lock(mutex);
+  successes_left = 0;
+  failures_left = 0;
+  failed = 0;
+}
+
+}  // namespace fakes
+
+extern "C" {
+
+void *__real_malloc(std::size_t size);
+void *__real_calloc(std::size_t count, std::size_t size);
+
+void *__wrap_malloc(std::size_t size) {
+  return fakes::fails() ? nullptr : __real_malloc(size);
+}
+
+void *__wrap_calloc(std::size_t count, std::size_t size) {
+  return fakes::fails() ? nullptr : __real_calloc(count, size);
+}
+}

@@ -1,0 +1,16 @@
+// Makes the module's own malloc and calloc calls fail. Allocations inside the C, C++ and net-snmp libraries go on.
+#pragma once
+
+#include <limits>
+
+namespace fakes {
+
+// The next `successes` allocations succeed, the `failures` after them return null with ENOMEM, then all succeed again.
+void fail_allocations(int successes, int failures = std::numeric_limits<int>::max());
+
+// Allocations that have failed since the last reset.
+int failed_allocations();
+
+void reset_allocations();
+
+}  // namespace fakes

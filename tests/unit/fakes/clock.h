@@ -1,0 +1,31 @@
+// The module's clock and sleeps: sleep, time, gettimeofday and pthread_cond_timedwait. Real until a FakeClock exists.
+#pragma once
+
+#include <sys/time.h>
+
+#include <ctime>
+#include <vector>
+
+namespace fakes {
+
+// While it lives, time stands still at what the test has set, and moves only by what the module sleeps. A sleep records
+// its length and returns at once; a timed wait records its deadline and times out at once. One at a time.
+class FakeClock {
+ public:
+  explicit FakeClock(time_t seconds = 1'000'000'000, suseconds_t microseconds = 0);
+  ~FakeClock();
+  FakeClock(const FakeClock &) = delete;
+  FakeClock &operator=(const FakeClock &) = delete;
+
+  void set(time_t seconds, suseconds_t microseconds = 0);
+  void advance(time_t seconds);
+  time_t now() const;
+
+  // Seconds of each sleep so far, oldest first.
+  std::vector<unsigned int> sleeps() const;
+
+  // Deadline of each timed wait so far, oldest first.
+  std::vector<timespec> deadlines() const;
+};
+
+}  // namespace fakes

@@ -1,0 +1,30 @@
+#include "tests/unit/fakes/module_test.h"
+
+#include "tests/unit/fakes/allocation.h"
+#include "tests/unit/fakes/inventory.h"
+#include "tests/unit/fakes/mutexes.h"
+#include "tests/unit/fakes/net_snmp.h"
+#include "tests/unit/fakes/threads.h"
+
+namespace fakes {
+namespace {
+
+void reset_all() {
+  fail_next_mutex_call(0);
+  reset_allocations();
+  reset_inventory();
+  reset_net_snmp();
+  reset_threads();
+}
+
+}  // namespace
+
+ModuleTest::ModuleTest() {
+  reset_all();
+}
+
+ModuleTest::~ModuleTest() {
+  reset_all();
+}
+
+}  // namespace fakes

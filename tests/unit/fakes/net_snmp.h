@@ -1,0 +1,89 @@
+// Stands between the module and net-snmp's logging, tracing and sending: the module's calls are recorded and go no
+// further. Calls that net-snmp makes inside itself are not touched; what it logs is recorded apart.
+#pragma once
+
+#include <net-snmp/net-snmp-config.h>
+
+#include <net-snmp/net-snmp-includes.h>
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace fakes {
+
+struct LogLine {
+  int priority;
+  std::string text;
+  bool operator==(const LogLine &) const = default;
+};
+
+// What the module has logged, oldest first.
+std::vector<LogLine> log_lines();
+
+// The same without the priorities.
+std::vector<std::string> log_texts();
+
+// What net-snmp itself has logged, for instance about a value that it refused.
+std::vector<LogLine> library_log_lines();
+
+// Waits until the module has logged exactly `text` `times` times; false when `limit` passes first.
+bool wait_for_log(std::string_view text, int times = 1, std::chrono::seconds limit = std::chrono::seconds(20));
+
+// What snmp_get_do_debugging answers the module. Off at first.
+void set_debugging(bool on);
+
+// One message of the module: sent through debugmsgtoken and then, with the same format, through debugmsg.
+struct DebugMessage {
+  std::string token;
+  std::string text;
+  bool operator==(const DebugMessage &) const = default;
+};
+
+// Throws std::logic_error when a debugmsgtoken call is not followed by its debugmsg call.
+std::vector<DebugMessage> debug_messages();
+
+// A trace pair: where the code is, under "trace", and what it says, under "snmp-subagentd".
+struct Trace {
+  std::string function;
+  std::string source;
+  int line;
+  std::string text;
+};
+
+// Throws std::logic_error when the messages are not such pairs.
+std::vector<Trace> traces();
+
+// The texts of traces().
+std::vector<std::string> trace_texts();
+
+struct Varbind {
+  std::vector<oid> name;
+  std::uint8_t type;
+  std::vector<std::uint8_t> value;
+  bool operator==(const Varbind &) const = default;
+};
+
+struct Notification {
+  enum class Call { send_v3trap, send_enterprise_trap_vars };
+
+  Call call;
+  std::string context;          // send_v3trap
+  int generic = 0;              // send_enterprise_trap_vars
+  int specific = 0;             // send_enterprise_trap_vars
+  std::vector<oid> enterprise;  // send_enterprise_trap_vars
+  std::vector<Varbind> varbinds;
+};
+
+// What the module has sent, oldest first, with varbinds copied at the time of the call.
+std::vector<Notification> notifications();
+
+// Waits until at least `count` notifications were sent; false when `limit` passes first.
+bool wait_for_notifications(std::size_t count, std::chrono::seconds limit = std::chrono::seconds(20));
+
+// Forgets every record and switches debugging off.
+void reset_net_snmp();
+
+}  // namespace fakes
