@@ -1,5 +1,90 @@
 #include "core/module.h"
 
+#include <pthread.h>
+#include <signal.h>
+
+#include <atomic>
+
+#include "core/access_lock.h"
+#include "core/trace.h"
+#include "platform/test_trap.h"
+#include "tables/tavoProcessorUnitTable.h"
+
+// A daemon without the thread does not define the handle, and the module must load all the same.
+#pragma weak test_trap_thread
+
+namespace {
+
+constexpr int storage_lock = 2;
+
+struct StartUpStep {
+  int (*call)();     // its result counts for nothing
+  const char *done;  // logged afterwards; null: nothing is
+};
+
+constexpr StartUpStep start_up[] = {
+    {.call = init_tavoProcessorUnitTable, .done = "Processor Init done\n"},
+    // The daemon is still on its own thread, but the threads that rebuild these lists will lock them as well.
+    {.call = [] { return acquire_sa_lock(storage_lock); }, .done = nullptr},
+    {.call = [] { return release_sa_lock(storage_lock); }, .done = nullptr},
+};
+
+constexpr int (*shut_down[])() = {
+    join_test_trap_thread,
+};
+
+// Set when the module is loaded, since the daemon starts the thread when it likes.
+constinit std::atomic<int> test_trap_run_flag = 1;
+
+bool test_trap_runs() {
+  return test_trap_run_flag.load(std::memory_order_relaxed) != 0;
+}
+
+}  // namespace
+
 int init_subagent_modules(void) {
+  for (const StartUpStep &step : start_up) {
+    step.call();
+    if (step.done != nullptr) {
+      snmp_log(LOG_DEBUG, "%s", step.done);
+    }
+  }
   return 0;
+}
+
+int close_subagent_modules(void) {
+  for (const auto join : shut_down) {
+    join();
+  }
+  return 0;
+}
+
+void *SendTestTrap(void *) {
+  snmp_log(LOG_DEBUG, "TestTrap thread init done\n");
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGUSR1);
+  while (test_trap_runs()) {
+    int signal = 0;
+    sigwait(&signals, &signal);
+    if (signal == SIGUSR1) {
+      snmp_log(LOG_DEBUG, "Called Test Trap\n");
+    }
+  }
+  pthread_exit(nullptr);
+}
+
+void stop_test_trap_thread(void) {
+  snmp_log(LOG_DEBUG, "Stopping TestTrapThread\n");
+  test_trap_run_flag.store(0, std::memory_order_relaxed);
+}
+
+int join_test_trap_thread(void) {
+  // A handle that the daemon has left empty is no thread, and pthread_join would follow it all the same.
+  const bool offered = &test_trap_thread != nullptr;
+  if (offered && (test_trap_thread == 0 || pthread_join(test_trap_thread, nullptr) != 0)) {
+    snmp_log(LOG_DEBUG, "!!! Unable to join test trap thread !!!!\n");
+  }
+  snmp_log(LOG_DEBUG, "TestThread exited\n");
+  return 1;
 }

@@ -25,6 +25,7 @@ std::vector<LogLine> logged_by_library;
 std::vector<DebugCall> debug_calls;
 std::vector<Notification> sent;
 std::atomic<bool> debugging = false;
+std::atomic<int> date_and_time_result = 0;
 
 std::string formatted(const char *format, va_list arguments) {
   va_list again;
@@ -153,6 +154,10 @@ bool wait_for_notifications(std::size_t count, std::chrono::seconds limit) {
   return recorded.wait_for(lock, limit, [&] { return sent.size() >= count; });
 }
 
+void set_date_and_time_result(int error) {
+  date_and_time_result = error;
+}
+
 void reset_net_snmp() {
   const std::scoped_lock lock(mutex);
   logged.clear();
@@ -160,6 +165,7 @@ void reset_net_snmp() {
   debug_calls.clear();
   sent.clear();
   debugging = false;
+  date_and_time_result = 0;
 }
 
 }  // namespace fakes
@@ -176,6 +182,19 @@ int __wrap_snmp_log(int priority, const char *format, ...) {
   va_end(arguments);
   record(logged, LogLine{.priority = priority, .text = std::move(text)});
   return 0;
+}
+
+int __real_netsnmp_dateandtime_set_buf_from_vars(u_char *buffer, size_t *size, u_short year, u_char month, u_char day,
+                                                 u_char hour, u_char minutes, u_char seconds, u_char deci_seconds,
+                                                 int offset_direction, u_char offset_hours, u_char offset_minutes);
+
+int __wrap_netsnmp_dateandtime_set_buf_from_vars(u_char *buffer, size_t *size, u_short year, u_char month, u_char day,
+                                                 u_char hour, u_char minutes, u_char seconds, u_char deci_seconds,
+                                                 int offset_direction, u_char offset_hours, u_char offset_minutes) {
+  const int error =
+      __real_netsnmp_dateandtime_set_buf_from_vars(buffer, size, year, month, day, hour, minutes, seconds, deci_seconds,
+                                                   offset_direction, offset_hours, offset_minutes);
+  return error == 0 ? date_and_time_result.load() : error;
 }
 
 int __wrap_snmp_get_do_debugging() {

@@ -83,7 +83,11 @@ std::vector<Notification> notifications();
 // Waits until at least `count` notifications were sent; false when `limit` passes first.
 bool wait_for_notifications(std::size_t count, std::chrono::seconds limit = std::chrono::seconds(20));
 
-// Forgets every record and switches debugging off.
+// From now on netsnmp_dateandtime_set_buf_from_vars writes its octets as ever and returns `error`; 0 makes it real
+// again.
+void set_date_and_time_result(int error);
+
+// Forgets every record, switches debugging off and makes every call succeed again.
 void reset_net_snmp();
 
 }  // namespace fakes

@@ -1,0 +1,39 @@
+#include "core/background_thread.h"
+
+namespace tavo {
+
+int BackgroundThread::create(const char *function, int line) {
+  run_flag_.store(1, std::memory_order_relaxed);
+  pthread_attr_init(&attributes_);
+  pthread_attr_setdetachstate(&attributes_, PTHREAD_CREATE_JOINABLE);
+  trace(function, description_.source, line, description_.creating, function);
+  if (pthread_create(&handle_, &attributes_, description_.start_routine, nullptr) != 0) {
+    snmp_log(LOG_DEBUG, "%s", description_.create_failed);
+    return -1;
+  }
+  created_ = true;
+  return 0;
+}
+
+void BackgroundThread::stop() {
+  snmp_log(LOG_DEBUG, "%s", description_.stopping);
+  clear_run_flag();
+}
+
+void BackgroundThread::join() {
+  // Without a thread the handle is nobody's, and pthread_join would follow it all the same.
+  if (!created_ || pthread_join(handle_, nullptr) != 0) {
+    snmp_log(LOG_DEBUG, "%s", description_.join_failed);
+  }
+  created_ = false;
+  if (description_.release_before_attributes != nullptr) {
+    description_.release_before_attributes();
+  }
+  pthread_attr_destroy(&attributes_);
+  if (description_.release_after_attributes != nullptr) {
+    description_.release_after_attributes();
+  }
+  snmp_log(LOG_DEBUG, "%s", description_.exited);
+}
+
+}  // namespace tavo

@@ -1,0 +1,65 @@
+#include "core/conversions.h"
+
+#include <arpa/inet.h>
+#include <net-snmp/net-snmp-config.h>
+
+#include <net-snmp/net-snmp-includes.h>
+
+#include <net-snmp/library/snmp-tc.h>
+
+#include <array>
+#include <cstdio>
+#include <cstring>
+
+#include "core/zeroed.h"
+
+namespace {
+
+constexpr int null_argument = -103;
+constexpr int conversion_failed = -108;
+
+// What enum_value returned last.
+constinit tavo::Zeroed<char[]> last_text;
+
+}  // namespace
+
+int convert_evsd_sel_time_to_snmp_time(const time_t *time, unsigned char *buffer, size_t *length) {
+  if (time == nullptr || buffer == nullptr || length == nullptr) {
+    return null_argument;
+  }
+  tm local = {};
+  if (localtime_r(time, &local) == nullptr) {
+    return conversion_failed;  // the year does not fit an int
+  }
+  // No offset from UTC, so the library leaves the zone's three octets out.
+  std::array<unsigned char, 32> octets = {};
+  std::size_t count = octets.size();
+  const int error = netsnmp_dateandtime_set_buf_from_vars(
+      octets.data(), &count, static_cast<unsigned short>(static_cast<unsigned>(local.tm_year) + 1900U),
+      static_cast<unsigned char>(local.tm_mon + 1), static_cast<unsigned char>(local.tm_mday),
+      static_cast<unsigned char>(local.tm_hour), static_cast<unsigned char>(local.tm_min),
+      static_cast<unsigned char>(local.tm_sec), 0, 0, 0, 0);
+  if (*length >= count) {
+    std::memcpy(buffer, octets.data(), count);
+    *length = count;
+  }
+  return error == 0 ? 0 : conversion_failed;
+}
+
+uint64_t htonll(uint64_t value) {
+  const uint64_t low = htonl(static_cast<uint32_t>(value));
+  const uint64_t shifted = htonl(static_cast<uint32_t>(value >> 4));
+  return low << 4 | shifted;
+}
+
+const char *enum_value(int value, const tavo::EnumText *table) {
+  while (table->text != nullptr && table->value != value) {
+    ++table;
+  }
+  char *text = nullptr;
+  if (asprintf(&text, "%d, %s", value, table->text) < 0) {
+    text = nullptr;
+  }
+  last_text.reset(text);
+  return text;
+}

@@ -1,0 +1,163 @@
+#include "core/background_thread.h"
+
+#include <gmock/gmock.h>
+
+#include <cerrno>
+#include <stdexcept>
+#include <thread>
+
+#include "tests/unit/fakes/module_test.h"
+#include "tests/unit/fakes/net_snmp.h"
+#include "tests/unit/fakes/threads.h"
+
+namespace {
+
+using fakes::LogLine;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+std::atomic<int> units_of_work = 0;
+
+void *work_until_stopped(void *argument);
+void *fail_at_once(void *);
+
+void release_before() {
+  snmp_log(LOG_DEBUG, "released before the attributes\n");
+}
+void release_after() {
+  snmp_log(LOG_DEBUG, "released after the attributes\n");
+}
+
+constexpr tavo::ThreadDescription description = {
+    .start_routine = work_until_stopped,
+    .source = "sample_thread",
+    .creating = "%s:Creating sample thread\n",
+    .create_failed = "unable to create sample thread\n",
+    .stopping = "Stopping SampleThread\n",
+    .join_failed = "unable to join sample thread\n",
+    .exited = "SampleThread exited\n",
+    .release_before_attributes = release_before,
+    .release_after_attributes = release_after,
+};
+constinit tavo::BackgroundThread sample(description);
+
+void *work_until_stopped(void *argument) {
+  tavo::run_thread("work_until_stopped", [argument] {
+    if (argument != nullptr) {
+      throw std::logic_error("a thread is given no argument");
+    }
+    while (sample.is_running()) {
+      ++units_of_work;
+      std::this_thread::yield();
+    }
+  });
+}
+
+void *fail_at_once(void *) {
+  tavo::run_thread("fail_at_once", [] { throw std::runtime_error("out of everything"); });
+}
+
+class BackgroundThreadTest : public fakes::ModuleTest {};
+
+TEST_F(BackgroundThreadTest, RunsFromCreateToStop) {
+  EXPECT_FALSE(sample.is_running());
+  ASSERT_EQ(sample.create("create_sample_thread", 12), 0);
+  EXPECT_TRUE(sample.is_running());
+  while (units_of_work < 100) {
+    std::this_thread::yield();
+  }
+  EXPECT_THAT(fakes::log_lines(), IsEmpty());
+  sample.stop();
+  sample.join();
+  EXPECT_THAT(
+      fakes::log_lines(),
+      ElementsAre(LogLine{LOG_DEBUG, "Stopping SampleThread\n"}, LogLine{LOG_DEBUG, "released before the attributes\n"},
+                  LogLine{LOG_DEBUG, "released after the attributes\n"}, LogLine{LOG_DEBUG, "SampleThread exited\n"}));
+}
+
+TEST_F(BackgroundThreadTest, IsCreatedJoinableWithAttributesOfItsOwnAndNoArgument) {
+  fakes::start_no_threads();
+  ASSERT_EQ(sample.create("create_sample_thread", 12), 0);
+  const auto created = fakes::created_threads();
+  ASSERT_EQ(created.size(), 1U);
+  EXPECT_NE(created[0].attributes, nullptr);
+  EXPECT_EQ(created[0].detach_state, PTHREAD_CREATE_JOINABLE);
+  EXPECT_EQ(created[0].start_routine, work_until_stopped);
+  EXPECT_EQ(created[0].argument, nullptr);
+  sample.join();
+  EXPECT_EQ(fakes::joined_threads().size(), 1U);
+}
+
+TEST_F(BackgroundThreadTest, CreationIsTracedWithTheNameOfItsFunction) {
+  fakes::start_no_threads();
+  fakes::set_debugging(true);
+  sample.create("create_sample_thread", 12);
+  const auto traces = fakes::traces();
+  ASSERT_EQ(traces.size(), 1U);
+  EXPECT_EQ(traces[0].function, "create_sample_thread");
+  EXPECT_EQ(traces[0].source, "sample_thread");
+  EXPECT_EQ(traces[0].line, 12);
+  EXPECT_EQ(traces[0].text, "create_sample_thread:Creating sample thread\n");
+  sample.stop();
+  sample.join();
+  EXPECT_EQ(fakes::traces().size(), 1U) << "stop and join are logged only";
+}
+
+TEST_F(BackgroundThreadTest, AThreadThatCannotBeCreatedIsLogged) {
+  fakes::set_debugging(true);
+  fakes::fail_thread_creation(EAGAIN);
+  EXPECT_EQ(sample.create("create_sample_thread", 12), -1);
+  EXPECT_THAT(fakes::log_lines(), ElementsAre(LogLine{LOG_DEBUG, "unable to create sample thread\n"}));
+  EXPECT_THAT(fakes::trace_texts(), ElementsAre("create_sample_thread:Creating sample thread\n"));
+}
+
+TEST_F(BackgroundThreadTest, JoiningAThreadThatWasNeverCreatedFailsAndGoesOn) {
+  fakes::fail_thread_creation(EAGAIN);
+  sample.create("create_sample_thread", 12);
+  sample.join();
+  EXPECT_THAT(fakes::joined_threads(), IsEmpty());
+  EXPECT_THAT(fakes::log_texts(), ElementsAre("unable to create sample thread\n", "unable to join sample thread\n",
+                                              "released before the attributes\n", "released after the attributes\n",
+                                              "SampleThread exited\n"));
+}
+
+TEST_F(BackgroundThreadTest, AFailedJoinIsLoggedAndTheRestIsDone) {
+  ASSERT_EQ(sample.create("create_sample_thread", 12), 0);
+  fakes::fail_thread_join(EINVAL);
+  sample.stop();
+  sample.join();
+  EXPECT_THAT(fakes::log_texts(), ElementsAre("Stopping SampleThread\n", "unable to join sample thread\n",
+                                              "released before the attributes\n", "released after the attributes\n",
+                                              "SampleThread exited\n"));
+}
+
+TEST_F(BackgroundThreadTest, ASecondJoinFindsNoThread) {
+  fakes::start_no_threads();
+  sample.create("create_sample_thread", 12);
+  sample.join();
+  sample.join();
+  EXPECT_EQ(fakes::joined_threads().size(), 1U);
+  EXPECT_EQ(fakes::log_texts()[3], "unable to join sample thread\n");
+}
+
+TEST_F(BackgroundThreadTest, NothingToReleaseIsNothingToDo) {
+  tavo::ThreadDescription bare = description;
+  bare.release_before_attributes = nullptr;
+  bare.release_after_attributes = nullptr;
+  tavo::BackgroundThread thread(bare);
+  fakes::start_no_threads();
+  thread.create("create_sample_thread", 12);
+  thread.join();
+  EXPECT_THAT(fakes::log_texts(), ElementsAre("SampleThread exited\n"));
+}
+
+TEST_F(BackgroundThreadTest, AnExceptionEndsTheThreadAndNotTheProcess) {
+  tavo::ThreadDescription failing = description;
+  failing.start_routine = fail_at_once;
+  tavo::BackgroundThread thread(failing);
+  ASSERT_EQ(thread.create("create_sample_thread", 12), 0);
+  thread.join();
+  EXPECT_EQ(fakes::log_lines()[0], (LogLine{LOG_ERR, "fail_at_once: out of everything\n"}));
+}
+
+}  // namespace

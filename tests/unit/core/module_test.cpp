@@ -1,0 +1,132 @@
+#include "core/module.h"
+
+#include <gmock/gmock.h>
+#include <pthread.h>
+#include <signal.h>
+
+#include <atomic>
+#include <cerrno>
+#include <string>
+#include <thread>
+
+#include "core/access_lock.h"
+#include "platform/test_trap.h"
+#include "tests/unit/fakes/module_test.h"
+#include "tests/unit/fakes/net_snmp.h"
+#include "tests/unit/fakes/threads.h"
+
+namespace {
+
+using fakes::LogLine;
+using testing::Each;
+using testing::ElementsAre;
+using testing::Field;
+using testing::IsSupersetOf;
+
+class StartUpTest : public fakes::ModuleTest {};
+
+TEST_F(StartUpTest, EveryStepIsLoggedInItsOrder) {
+  fakes::start_no_threads();
+  EXPECT_EQ(init_subagent_modules(), 0);
+  EXPECT_THAT(fakes::log_lines(), ElementsAre(LogLine{LOG_DEBUG, "Processor Init done\n"}));
+}
+
+TEST_F(StartUpTest, TheStorageLockIsTakenAndGivenBack) {
+  fakes::start_no_threads();
+  fakes::set_debugging(true);
+  init_subagent_modules();
+  const std::string thread = std::to_string(static_cast<int>(pthread_self()));
+  EXPECT_THAT(fakes::trace_texts(),
+              IsSupersetOf({"acquire_sa_lock:Thread-" + thread + " locked sa mutex, count = 1\n",
+                            "release_sa_lock:Thread-" + thread + " unlocked sa mutex, count = 0\n"}));
+  EXPECT_EQ(tavo::ListLock::subagent(2).hold_count(), 0);
+  EXPECT_EQ(tavo::ListLock::subagent(1).hold_count(), 0);
+}
+
+class TestTrapThreadTest : public fakes::ModuleTest {
+ protected:
+  TestTrapThreadTest() {
+    // As the daemon does before it starts its first thread: the signal is for sigwait alone.
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGUSR1);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  }
+
+  void start() {
+    ASSERT_EQ(pthread_create(&test_trap_thread, nullptr, SendTestTrap, nullptr), 0);
+    ASSERT_TRUE(fakes::wait_for_log("TestTrap thread init done\n"));
+  }
+
+  static void signal_thread() { pthread_kill(test_trap_thread, SIGUSR1); }
+};
+
+TEST_F(TestTrapThreadTest, EverySignalIsServedOnce) {
+  start();
+  signal_thread();
+  ASSERT_TRUE(fakes::wait_for_log("Called Test Trap\n", 1));
+  signal_thread();
+  ASSERT_TRUE(fakes::wait_for_log("Called Test Trap\n", 2));
+  stop_test_trap_thread();
+  signal_thread();
+  EXPECT_EQ(join_test_trap_thread(), 1);
+  EXPECT_THAT(fakes::log_texts(),
+              ElementsAre("TestTrap thread init done\n", "Called Test Trap\n", "Called Test Trap\n",
+                          "Stopping TestTrapThread\n", "Called Test Trap\n", "TestThread exited\n"));
+  EXPECT_THAT(fakes::log_lines(), Each(Field(&LogLine::priority, LOG_DEBUG)));
+}
+
+TEST_F(TestTrapThreadTest, AStopBeforeTheStartEndsTheThreadWithoutASignal) {
+  stop_test_trap_thread();
+  start();
+  EXPECT_EQ(join_test_trap_thread(), 1);
+  EXPECT_THAT(fakes::log_texts(),
+              ElementsAre("Stopping TestTrapThread\n", "TestTrap thread init done\n", "TestThread exited\n"));
+}
+
+TEST_F(TestTrapThreadTest, AFailedJoinIsLoggedAndShutDownGoesOn) {
+  stop_test_trap_thread();
+  start();
+  fakes::fail_thread_join(EINVAL);
+  EXPECT_EQ(join_test_trap_thread(), 1);
+  EXPECT_THAT(fakes::log_texts(), ElementsAre("Stopping TestTrapThread\n", "TestTrap thread init done\n",
+                                              "!!! Unable to join test trap thread !!!!\n", "TestThread exited\n"));
+}
+
+TEST_F(TestTrapThreadTest, AnEmptyHandleIsAFailedJoin) {
+  test_trap_thread = 0;
+  EXPECT_EQ(join_test_trap_thread(), 1);
+  EXPECT_THAT(fakes::joined_threads(), testing::IsEmpty());
+  EXPECT_THAT(fakes::log_lines(), ElementsAre(LogLine{LOG_DEBUG, "!!! Unable to join test trap thread !!!!\n"},
+                                              LogLine{LOG_DEBUG, "TestThread exited\n"}));
+}
+
+using ShutDownTest = TestTrapThreadTest;
+
+TEST_F(ShutDownTest, JoinsEveryThreadInItsOrder) {
+  stop_test_trap_thread();
+  start();
+  const pthread_t started = test_trap_thread;
+  EXPECT_EQ(close_subagent_modules(), 0);
+  EXPECT_THAT(fakes::joined_threads(), ElementsAre(started));
+  EXPECT_THAT(fakes::log_texts(),
+              ElementsAre("Stopping TestTrapThread\n", "TestTrap thread init done\n", "TestThread exited\n"));
+}
+
+TEST_F(ShutDownTest, WaitsForAThreadThatWasNotStopped) {
+  start();
+  std::atomic<bool> closed = false;
+  std::thread daemon([&] {
+    close_subagent_modules();
+    closed = true;
+  });
+  signal_thread();
+  ASSERT_TRUE(fakes::wait_for_log("Called Test Trap\n"));
+  EXPECT_FALSE(closed);
+  stop_test_trap_thread();
+  signal_thread();
+  daemon.join();
+  EXPECT_TRUE(closed);
+}
+
+}  // namespace

@@ -1,0 +1,56 @@
+// What only shows in the shared object: loading, and names that the program does not define.
+#include <dlfcn.h>
+#include <gmock/gmock.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+namespace {
+
+std::vector<std::string> logged;
+
+class ModuleLibrary : public testing::Test {
+ protected:
+  // Lazily, since the platform's libraries are not here.
+  void SetUp() override {
+    module_ = dlopen(MODULE_PATH, RTLD_LAZY | RTLD_LOCAL);
+    ASSERT_NE(module_, nullptr) << dlerror();
+    logged.clear();  // loading asks net-snmp about a value that it refuses, with a line
+  }
+
+  template <class Function>
+  Function *symbol(const char *name) {
+    void *found = dlsym(module_, name);
+    EXPECT_NE(found, nullptr) << name;
+    return reinterpret_cast<Function *>(found);
+  }
+
+  void *module_ = nullptr;
+};
+
+TEST_F(ModuleLibrary, WithoutATestTrapThreadThereIsNothingToJoin) {
+  EXPECT_EQ(symbol<int()>("join_test_trap_thread")(), 1);
+  EXPECT_THAT(logged, testing::ElementsAre("TestThread exited\n"));
+}
+
+TEST_F(ModuleLibrary, LocksWorkAsSoonAsItIsLoaded) {
+  EXPECT_EQ(symbol<int(int)>("get_ev_lock")(41), 0);
+  EXPECT_EQ(symbol<int(int)>("release_ev_lock")(41), 0);
+  EXPECT_EQ(symbol<int(int)>("acquire_sa_lock")(2), 0);
+  EXPECT_EQ(symbol<int(int)>("release_sa_lock")(2), 0);
+}
+
+}  // namespace
+
+// The program's definition wins over net-snmp's.
+extern "C" int snmp_log(int, const char *format, ...) {
+  char text[256];
+  va_list arguments;
+  va_start(arguments, format);
+  std::vsnprintf(text, sizeof text, format, arguments);
+  va_end(arguments);
+  logged.emplace_back(text);
+  return 0;
+}
