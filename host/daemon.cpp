@@ -1,0 +1,168 @@
+#include "host/daemon.h"
+
+#include <net-snmp/net-snmp-config.h>
+
+#include <net-snmp/net-snmp-includes.h>
+
+#include <net-snmp/agent/net-snmp-agent-includes.h>
+#include <systemd/sd-daemon.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+
+#include "host/agent.h"
+#include "host/background.h"
+#include "host/descriptors.h"
+#include "host/module.h"
+#include "host/notification_path.h"
+#include "host/signals.h"
+
+namespace tavo {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// How long a stop waits for the module's threads, and then for the notifications still queued.
+constexpr auto threads_limit = std::chrono::seconds(5);
+constexpr auto notifications_limit = std::chrono::seconds(1);
+
+void serve_one_turn() {
+  agent_check_and_process(1);
+}
+
+void wake_only(int /*descriptor*/, void *event) {
+  static_cast<const EventDescriptor *>(event)->clear();
+}
+
+// agent_check_and_process() has no time limit of its own: while a deadline runs, an alarm ends its waiting.
+class Ticking {
+ public:
+  Ticking() : alarm_(snmp_alarm_register_hr({.tv_sec = 0, .tv_usec = 100'000}, SA_REPEAT, tick, nullptr)) {}
+  ~Ticking() { snmp_alarm_unregister(alarm_); }
+  Ticking(const Ticking &) = delete;
+  Ticking &operator=(const Ticking &) = delete;
+
+ private:
+  static void tick(unsigned int /*alarm*/, void * /*argument*/) {}
+  unsigned int alarm_;
+};
+
+template <class Condition>
+void serve_until(Condition reached, Clock::duration limit) {
+  const auto deadline = Clock::now() + limit;
+  while (!reached() && Clock::now() < deadline) {
+    serve_one_turn();
+  }
+}
+
+void report_link(const Options &options, bool up) {
+  const std::string master = options.agentx_address.empty() ? "the AgentX master" : options.agentx_address;
+  const std::string state = (up ? "serving through " : "waiting for ") + master;
+  sd_notify(0, ("STATUS=" + state).c_str());
+  if (up) {
+    // Its socket is close-on-exec already; the transport may have opened more.
+    close_descriptors_on_exec();
+  }
+}
+
+void reload() {
+  snmp_log(LOG_INFO, "reading the configuration again\n");
+  sd_notify(0, "RELOADING=1");
+  update_config();
+  netsnmp_logging_restart();
+  close_descriptors_on_exec();
+  sd_notify(0, "READY=1");
+}
+
+// Stops the module while the loop still turns: a thread that is about to end may send a last notification, and a
+// request may hold what a thread waits for. True when every thread has ended.
+bool stop_module(Module &module) {
+  module.ask_threads_to_stop();
+  // Shared with a thread that may never end.
+  const auto closed = std::make_shared<std::atomic<bool>>(false);
+  std::thread closer([&module, closed] {
+    module.close();
+    *closed = true;
+  });
+  serve_until([&] { return closed->load(); }, threads_limit);
+  if (!*closed) {
+    closer.detach();
+    return false;
+  }
+  closer.join();
+  return true;
+}
+
+[[noreturn]] void leave_without_threads(const PidFile &pid_file) {
+  pid_file.remove();
+  // Not exit(): destructors would pull down what the remaining threads stand on.
+  _exit(static_cast<int>(ExitStatus::ok));
+}
+
+void serve(Signals &signals) {
+  register_readfd(signals.changed().get(), wake_only, const_cast<EventDescriptor *>(&signals.changed()));
+  while (!signals.stop_requested()) {
+    serve_one_turn();
+    if (signals.take_reload()) {
+      reload();
+    }
+  }
+}
+
+// True when every thread of the module has ended.
+bool stop(Module &module, const NotificationQueue &queue) {
+  const Ticking ticking;
+  const bool all_ended = stop_module(module);
+  serve_until([&] { return queue.idle() || !queue.linked(); }, notifications_limit);
+  return all_ended;
+}
+
+}  // namespace
+
+ExitStatus run_daemon(const Options &options) {
+  set_up_logging(options);
+  std::optional<Background> background;
+  if (!options.foreground) {
+    background.emplace();
+  }
+  const PidFile pid_file(options.pid_file);
+  Signals signals([&pid_file] {
+    snmp_log(LOG_WARNING, "still busy, leaving all the same\n");
+    leave_without_threads(pid_file);
+  });
+
+  for (const std::string &library : options.platforms) {
+    load_platform_library(library);
+  }
+  Module module(options.module);
+
+  std::optional<NotificationPath> path;
+  path.emplace(options.notification_limit, !options.stand_alone(), [&options](bool up) { report_link(options, up); });
+  open_agent(options, [&path] { path->attach(); });
+  close_descriptors_on_exec();
+  module.start();
+
+  snmp_log(LOG_INFO, "%s " SUBAGENTD_VERSION " serves\n", agent_name);
+  sd_notify(0, "READY=1");
+  if (background) {
+    background->ready();
+  }
+  serve(signals);
+
+  snmp_log(LOG_INFO, "stopping\n");
+  sd_notify(0, "STOPPING=1");
+  if (!stop(module, path->queue())) {
+    snmp_log(LOG_INFO, "a thread of the module is still blocked, leaving without it\n");
+    leave_without_threads(pid_file);
+  }
+  path.reset();  // before net-snmp frees its callbacks, arguments included
+  snmp_shutdown(agent_name);
+  return ExitStatus::ok;
+}
+
+}  // namespace tavo

@@ -1,0 +1,33 @@
+#include "host/event_descriptor.h"
+
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <system_error>
+
+namespace tavo {
+
+EventDescriptor::EventDescriptor() : descriptor_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+  if (descriptor_ < 0) {
+    throw std::system_error(errno, std::generic_category(), "eventfd");
+  }
+}
+
+EventDescriptor::~EventDescriptor() {
+  close(descriptor_);
+}
+
+// Neither call can fail in a way that matters: a full counter is readable, an empty one is clear.
+void EventDescriptor::signal() const noexcept {
+  const int saved = errno;
+  [[maybe_unused]] const int result = eventfd_write(descriptor_, 1);
+  errno = saved;
+}
+
+void EventDescriptor::clear() const noexcept {
+  eventfd_t count = 0;
+  [[maybe_unused]] const int result = eventfd_read(descriptor_, &count);
+}
+
+}  // namespace tavo

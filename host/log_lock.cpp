@@ -1,0 +1,80 @@
+// The agent's log, for several threads. net-snmp's log handlers and debug tokens know no locking, and the module logs
+// and traces from all its threads, so the daemon stands in front of the three functions and lets one thread in at a
+// time. The library's own calls pass through here too.
+#include <net-snmp/net-snmp-config.h>
+
+#include <net-snmp/net-snmp-includes.h>
+
+#include <array>
+#include <cstdarg>
+#include <cstdio>
+#include <mutex>
+#include <vector>
+
+#include "host/interposed.h"
+
+namespace tavo {
+namespace {
+
+// Recursive: a log handler that fails reports that through the log. Never destroyed: threads may outlive main().
+std::recursive_mutex &log_mutex() {
+  static auto *mutex = new std::recursive_mutex;
+  return *mutex;
+}
+
+using DebugFunction = void(const char *token, const char *format, ...);
+
+void debug_one_at_a_time(DebugFunction *original, const char *token, const char *format, std::va_list arguments) {
+  const std::lock_guard lock(log_mutex());
+  if (debug_is_token_registered(token) != SNMPERR_SUCCESS) {
+    return;
+  }
+  std::va_list again;
+  va_copy(again, arguments);
+  std::array<char, 1024> buffer{};
+  const int length = std::vsnprintf(buffer.data(), buffer.size(), format, arguments);
+  if (length < static_cast<int>(buffer.size())) {
+    original(token, "%s", buffer.data());
+  } else {
+    std::vector<char> longer(static_cast<std::size_t>(length) + 1);
+    std::vsnprintf(longer.data(), longer.size(), format, again);
+    original(token, "%s", longer.data());
+  }
+  va_end(again);
+}
+
+}  // namespace
+}  // namespace tavo
+
+#pragma GCC visibility push(default)
+extern "C" {
+
+int snmp_log(int priority, const char *format, ...) {
+  std::va_list arguments;
+  va_start(arguments, format);
+  int result = 0;
+  {
+    const std::lock_guard lock(tavo::log_mutex());
+    result = snmp_vlog(priority, format, arguments);
+  }
+  va_end(arguments);
+  return result;
+}
+
+void debugmsg(const char *token, const char *format, ...) {
+  static auto *const original = tavo::next_definition<tavo::DebugFunction>("debugmsg");
+  std::va_list arguments;
+  va_start(arguments, format);
+  tavo::debug_one_at_a_time(original, token, format, arguments);
+  va_end(arguments);
+}
+
+void debugmsgtoken(const char *token, const char *format, ...) {
+  static auto *const original = tavo::next_definition<tavo::DebugFunction>("debugmsgtoken");
+  std::va_list arguments;
+  va_start(arguments, format);
+  tavo::debug_one_at_a_time(original, token, format, arguments);
+  va_end(arguments);
+}
+}
+#pragma GCC visibility pop

@@ -1,0 +1,194 @@
+#include "host/notification_path.h"
+
+#include <net-snmp/net-snmp-config.h>
+
+#include <net-snmp/net-snmp-includes.h>
+
+#include <net-snmp/agent/agent_callbacks.h>
+#include <net-snmp/agent/agent_trap.h>
+#include <net-snmp/agent/net-snmp-agent-includes.h>
+
+#include <atomic>
+#include <memory>
+#include <new>
+#include <span>
+#include <utility>
+
+#include "host/interposed.h"
+
+namespace tavo {
+namespace {
+
+constexpr int agentx_notify = 12;  // net-snmp installs no header with it
+// How long a master may take to acknowledge. net-snmp's own answer to silence is to send again after a second, and a
+// slow master would pass the same notification on twice.
+constexpr long answer_seconds = 60;
+
+std::atomic<NotificationPath *> present_path = nullptr;
+
+// What happened at the AgentX session while the loop handed a notification to net-snmp. Only the loop's thread.
+struct AgentxAttempt {
+  enum Outcome {
+    discarded,  // net-snmp found something wrong with the notification itself
+    sent,       // `request` numbers it
+    socket_broken,
+  };
+  Outcome outcome = discarded;
+  int request = 0;
+};
+AgentxAttempt *present_attempt = nullptr;
+
+int notify_answered(int operation, netsnmp_session * /*session*/, int request, netsnmp_pdu *answer, void * /*magic*/) {
+  if (operation == NETSNMP_CALLBACK_OP_TIMED_OUT) {
+    snmp_log(LOG_WARNING, "the AgentX master did not acknowledge a notification\n");
+  } else if (operation == NETSNMP_CALLBACK_OP_RECEIVED_MESSAGE && answer->errstat != 0) {
+    snmp_log(LOG_WARNING, "the AgentX master refused a notification (error %ld)\n", answer->errstat);
+  } else if (operation != NETSNMP_CALLBACK_OP_RECEIVED_MESSAGE) {
+    return 1;  // the session is ending, and link_down() follows
+  }
+  if (NotificationPath *path = present_path.load()) {
+    path->queue().answered(request);
+  }
+  return 1;
+}
+
+void send_now(const Notification &notification) {
+  static auto *const v3 = next_definition<decltype(::send_v3trap)>("send_v3trap");
+  static auto *const enterprise = next_definition<decltype(::send_enterprise_trap_vars)>("send_enterprise_trap_vars");
+  const VarbindList varbinds = notification.varbinds.unpack();
+  if (varbinds == nullptr && !notification.varbinds.empty()) {
+    snmp_log(LOG_ERR, "a notification holds a varbind that cannot be sent\n");
+  } else if (notification.enterprise) {
+    const auto &[trap, specific, id] = *notification.enterprise;
+    enterprise(trap, specific, id.data(), static_cast<int>(id.size()), varbinds.get());
+  } else {
+    v3(varbinds.get(), notification.context ? notification.context->c_str() : nullptr);
+  }
+}
+
+void queue_is_readable(int /*descriptor*/, void *queue) {
+  static_cast<NotificationQueue *>(queue)->turn();
+}
+
+// Called on the module's threads. A notification that finds no memory is counted as lost, as one that finds no room.
+template <class Make>
+void push_from_module(Make make) noexcept {
+  NotificationPath *path = present_path.load();
+  if (path == nullptr) {
+    return;
+  }
+  try {
+    path->queue().push(make());
+  } catch (const std::bad_alloc &) {
+    path->queue().count_lost();
+  }
+}
+
+}  // namespace
+
+NotificationPath::NotificationPath(std::size_t limit, bool agentx, LinkChanged link_changed)
+    : agentx_(agentx),
+      link_changed_(std::move(link_changed)),
+      queue_(limit, [this](const Notification &notification) { return transmit(notification); }) {
+  present_path = this;
+}
+
+NotificationPath::~NotificationPath() {
+  present_path = nullptr;
+  unregister_readfd(queue_.descriptor());
+  for (const int minor : {SNMPD_CALLBACK_INDEX_START, SNMPD_CALLBACK_INDEX_STOP}) {
+    snmp_unregister_callback(SNMP_CALLBACK_APPLICATION, minor, session_changed, this, 1);
+  }
+}
+
+void NotificationPath::attach() {
+  register_readfd(queue_.descriptor(), queue_is_readable, &queue_);
+  if (agentx_) {
+    for (const int minor : {SNMPD_CALLBACK_INDEX_START, SNMPD_CALLBACK_INDEX_STOP}) {
+      snmp_register_callback(SNMP_CALLBACK_APPLICATION, minor, session_changed, this);
+    }
+  } else {
+    queue_.link_up();
+  }
+}
+
+// net-snmp's subagent announces its session to the index allocation, and nowhere else.
+int NotificationPath::session_changed(int /*major*/, int minor, void * /*session*/, void *self) {
+  auto *path = static_cast<NotificationPath *>(self);
+  const bool up = minor == SNMPD_CALLBACK_INDEX_START;
+  if (up) {
+    path->queue_.link_up();
+  } else {
+    path->queue_.link_down();
+  }
+  path->link_changed_(up);
+  return SNMPERR_SUCCESS;
+}
+
+Transmission NotificationPath::transmit(const Notification &notification) const {
+  AgentxAttempt attempt;
+  present_attempt = &attempt;
+  send_now(notification);
+  present_attempt = nullptr;
+  switch (attempt.outcome) {
+    case AgentxAttempt::sent:
+      return {.outcome = Transmission::awaiting_answer, .request = attempt.request};
+    case AgentxAttempt::socket_broken:
+      return {.outcome = Transmission::link_broken};
+    case AgentxAttempt::discarded:
+      if (agentx_) {
+        snmp_log(LOG_ERR, "a notification was not acceptable to the AgentX session\n");
+      }
+      break;
+  }
+  return {.outcome = Transmission::finished};
+}
+
+}  // namespace tavo
+
+#pragma GCC visibility push(default)
+extern "C" {
+
+// What the module calls. The varbinds stay the caller's.
+void send_v3trap(netsnmp_variable_list *vars, const char *context) {
+  tavo::push_from_module([&] {
+    tavo::Notification notification{.varbinds = tavo::PackedVarbinds(vars), .enterprise = {}, .context = {}};
+    if (context != nullptr) {
+      notification.context = context;
+    }
+    return notification;
+  });
+}
+
+void send_enterprise_trap_vars(int trap, int specific, const oid *enterprise, int enterprise_length,
+                               netsnmp_variable_list *vars) {
+  tavo::push_from_module([&] {
+    return tavo::Notification{
+        .varbinds = tavo::PackedVarbinds(vars),
+        .enterprise = {{trap, specific, {enterprise, enterprise + enterprise_length}}},
+        .context = {},
+    };
+  });
+}
+
+// Where net-snmp's notification code hands an AgentX notification to the session: the one place that shows whether it
+// left and under which number the master will acknowledge it.
+int snmp_async_send(netsnmp_session *session, netsnmp_pdu *pdu, netsnmp_callback callback, void *magic) {
+  static auto *const original = tavo::next_definition<decltype(::snmp_async_send)>("snmp_async_send");
+  tavo::AgentxAttempt *attempt = tavo::present_attempt;
+  if (attempt == nullptr || pdu->command != tavo::agentx_notify) {
+    return original(session, pdu, callback, magic);
+  }
+  pdu->flags |= UCD_MSG_FLAG_PDU_TIMEOUT;
+  pdu->time = tavo::answer_seconds;
+  const int request = original(session, pdu, tavo::notify_answered, nullptr);
+  using enum tavo::AgentxAttempt::Outcome;
+  if (request != 0) {
+    *attempt = {.outcome = sent, .request = request};
+  } else {
+    attempt->outcome = session->s_snmp_errno == SNMPERR_BAD_SENDTO ? socket_broken : discarded;
+  }
+  return request;
+}
+}
+#pragma GCC visibility pop

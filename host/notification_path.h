@@ -1,0 +1,37 @@
+// The way of a notification from a module's thread through the agent's loop to the managers, or to the AgentX master.
+#pragma once
+
+#include <cstddef>
+#include <functional>
+
+#include "host/notification_queue.h"
+
+namespace tavo {
+
+// Exactly one exists while the module is loaded; the daemon's exported send_v3trap and send_enterprise_trap_vars push
+// into it. Constructed, attached and destroyed on the loop's thread.
+class NotificationPath {
+ public:
+  // Called on the loop's thread when the AgentX session opens (true) or ends (false).
+  using LinkChanged = std::function<void(bool up)>;
+
+  NotificationPath(std::size_t limit, bool agentx, LinkChanged link_changed);
+  ~NotificationPath();
+  NotificationPath(const NotificationPath &) = delete;
+  NotificationPath &operator=(const NotificationPath &) = delete;
+
+  // Joins the agent's loop. After init_agent(), before init_snmp(), which may already open the session.
+  void attach();
+
+  NotificationQueue &queue() { return queue_; }
+
+ private:
+  static int session_changed(int major, int minor, void *session, void *self);
+  Transmission transmit(const Notification &notification) const;
+
+  const bool agentx_;
+  const LinkChanged link_changed_;
+  NotificationQueue queue_;
+};
+
+}  // namespace tavo

@@ -1,0 +1,111 @@
+#include "host/notification_queue.h"
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+namespace tavo {
+
+NotificationQueue::NotificationQueue(std::size_t limit, Transmit transmit)
+    : limit_(limit), transmit_(std::move(transmit)) {}
+
+void NotificationQueue::push(Notification notification) {
+  {
+    const std::lock_guard lock(mutex_);
+    waiting_.push_back(std::move(notification));
+    if (waiting_.size() > limit_) {
+      waiting_.pop_front();
+      ++dropped_;
+    }
+  }
+  wake_.signal();
+}
+
+void NotificationQueue::count_lost() noexcept {
+  const std::lock_guard lock(mutex_);
+  ++dropped_;
+}
+
+void NotificationQueue::turn() {
+  wake_.clear();
+  report_drops();
+  for (std::size_t sent = 0; sent < burst && may_send(); ++sent) {
+    std::optional<Notification> front = take_front();
+    if (!front) {
+      return;
+    }
+    const Transmission result = transmit_(*front);
+    if (result.outcome == Transmission::link_broken) {
+      link_is_up_ = false;
+      const std::lock_guard lock(mutex_);
+      waiting_.push_front(*std::move(front));
+      return;
+    }
+    if (result.outcome == Transmission::awaiting_answer) {
+      in_flight_.push_back({result.request, *std::move(front)});
+    }
+  }
+  if (may_send() && waiting() > 0) {
+    wake_.signal();
+  }
+}
+
+void NotificationQueue::answered(int request) {
+  const auto found =
+      std::find_if(in_flight_.begin(), in_flight_.end(), [&](const InFlight &sent) { return sent.request == request; });
+  if (found != in_flight_.end()) {
+    in_flight_.erase(found);
+    wake_.signal();
+  }
+}
+
+void NotificationQueue::link_up() {
+  link_is_up_ = true;
+  wake_.signal();
+}
+
+void NotificationQueue::link_down() {
+  link_is_up_ = false;
+  const std::lock_guard lock(mutex_);
+  for (auto sent = in_flight_.rbegin(); sent != in_flight_.rend(); ++sent) {
+    waiting_.push_front(std::move(sent->notification));
+  }
+  in_flight_.clear();
+}
+
+bool NotificationQueue::idle() const {
+  return in_flight_.empty() && waiting() == 0;
+}
+
+std::size_t NotificationQueue::waiting() const {
+  const std::lock_guard lock(mutex_);
+  return waiting_.size();
+}
+
+std::size_t NotificationQueue::dropped() const {
+  const std::lock_guard lock(mutex_);
+  return dropped_;
+}
+
+std::optional<Notification> NotificationQueue::take_front() {
+  const std::lock_guard lock(mutex_);
+  if (waiting_.empty()) {
+    return std::nullopt;
+  }
+  std::optional<Notification> front(std::move(waiting_.front()));
+  waiting_.pop_front();
+  return front;
+}
+
+void NotificationQueue::report_drops() {
+  const std::size_t total = dropped();
+  // One line when the loss begins and one for the rest when sending is possible again, not one per notification.
+  if (total == reported_drops_ || (reported_drops_ != 0 && !link_is_up_)) {
+    return;
+  }
+  snmp_log(LOG_WARNING, "notification queue full (%zu): %zu dropped, %zu since the start\n", limit_,
+           total - reported_drops_, total);
+  reported_drops_ = total;
+}
+
+}  // namespace tavo
