@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <string_view>
 
@@ -13,6 +14,13 @@ void copy_text(char (&to)[N], std::string_view text) {
   const std::size_t length = std::min(text.size(), N - 1);
   text.copy(to, length);
   to[length] = '\0';
+}
+
+// The same for a text that carries its length, which does not count the NUL.
+template <std::size_t N>
+void copy_counted_text(char (&to)[N], std::int32_t &length, std::string_view text) {
+  copy_text(to, text);
+  length = static_cast<std::int32_t>(std::min(text.size(), N - 1));
 }
 
 template <std::size_t N, class... Args>
