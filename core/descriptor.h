@@ -1,0 +1,39 @@
+// A file descriptor that closes itself.
+#pragma once
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <utility>
+
+namespace tavo {
+
+class Descriptor {
+ public:
+  Descriptor() = default;
+  // Takes over `descriptor`; a negative one stands for none.
+  explicit Descriptor(int descriptor) : descriptor_(descriptor) {}
+  Descriptor(Descriptor &&other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
+  Descriptor &operator=(Descriptor &&other) noexcept {
+    std::swap(descriptor_, other.descriptor_);
+    return *this;
+  }
+  ~Descriptor() {
+    if (descriptor_ >= 0) {
+      ::close(descriptor_);
+    }
+  }
+
+  explicit operator bool() const { return descriptor_ >= 0; }
+  int get() const { return descriptor_; }
+
+ private:
+  int descriptor_ = -1;
+};
+
+// Opens a file for reading: closed in every tool that the module starts, and without waiting for the writer of a pipe.
+inline Descriptor open_for_reading(const char *path) {
+  return Descriptor(::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+}
+
+}  // namespace tavo
