@@ -43,13 +43,19 @@ class TAVO_LOCKING(capability("mutex")) ListLock {
 class TAVO_LOCKING(scoped_lockable) ListGuard {
  public:
   explicit ListGuard(const ListLock &lock) TAVO_LOCKING(acquire_capability(lock))
-      : lock_(lock), error_(lock.acquire()) {}
+      : lock_(lock), error_(lock.acquire()), held_(error_ == 0) {}
   ListGuard(const ListGuard &) = delete;
   ListGuard &operator=(const ListGuard &) = delete;
   ~ListGuard() TAVO_LOCKING(release_capability()) {
-    if (error_ == 0) {
+    if (held_) {
       lock_.release();
     }
+  }
+
+  // Ends the hold early, for those who pass on the result of the release.
+  int release() TAVO_LOCKING(release_capability()) {
+    held_ = false;
+    return lock_.release();
   }
 
   // 0, or why the lock could not be had.
@@ -58,6 +64,7 @@ class TAVO_LOCKING(scoped_lockable) ListGuard {
  private:
   const ListLock &lock_;
   const int error_;
+  bool held_;
 };
 
 }  // namespace tavo

@@ -96,8 +96,9 @@ const RowPointers *RowList::ordered() {
   }
   const auto rows = ordered_.rows();
   std::ranges::stable_sort(rows, {}, index_of);
-  const auto repeated = std::ranges::unique(rows, {}, index_of);
-  ordered_.shrink(rows.size() - repeated.size());
+  const auto end = std::unique(rows.begin(), rows.end(),
+                               [](const void *row, const void *other) { return index_of(row) == index_of(other); });
+  ordered_.shrink(static_cast<std::size_t>(end - rows.begin()));
   ordered_from_ = first();
   ordered_is_current_ = true;
   return &ordered_;

@@ -43,8 +43,9 @@ int Table::register_with(const TableHandlers &handlers) {
 }
 
 int Table::de_register() {
-  if (const int error = lock_.acquire(); error != 0) {
-    return error;
+  ListGuard guard(lock_);
+  if (guard.error() != 0) {
+    return guard.error();
   }
   if (registration_ != nullptr) {
     // Un-registering frees the registration, so what is freed afterwards is a duplicate.
@@ -53,7 +54,7 @@ int Table::de_register() {
     netsnmp_handler_registration_free(duplicate);
     registration_ = nullptr;
   }
-  return lock_.release();
+  return guard.release();
 }
 
 int Table::answer(netsnmp_agent_request_info *agent_request, netsnmp_request_info *requests) const {
@@ -103,13 +104,14 @@ int Table::remove(void *row) {
   if (row == nullptr) {
     return 0;
   }
-  if (const int error = lock_.acquire(); error != 0) {
-    return error;
+  ListGuard guard(lock_);
+  if (guard.error() != 0) {
+    return guard.error();
   }
   if (rows_.unlink(row)) {
     std::free(row);
   }
-  return lock_.release();
+  return guard.release();
 }
 
 void Table::trace_entry(const char *function, int line) const {

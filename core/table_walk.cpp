@@ -40,14 +40,16 @@ class Table::RequestScope {
   }
   RequestScope(const RequestScope &) = delete;
   RequestScope &operator=(const RequestScope &) = delete;
-  ~RequestScope() {
+  ~RequestScope() TAVO_LOCKING(no_thread_safety_analysis) {
     table_.scope_ = nullptr;
     if (holds_lock_) {
       table_.lock_.release();
     }
   }
 
-  netsnmp_variable_list *first_row(void **loop_context, void **row, netsnmp_variable_list *index) {
+  // Keeps the lock.
+  netsnmp_variable_list *first_row(void **loop_context, void **row, netsnmp_variable_list *index)
+      TAVO_LOCKING(no_thread_safety_analysis) {
     if (!holds_lock_) {
       if (table_.lock_.acquire() != 0 && table_.lock_.is_ev()) {
         return nullptr;
@@ -59,7 +61,8 @@ class Table::RequestScope {
     return next_row(loop_context, row, index);
   }
 
-  netsnmp_variable_list *next_row(void **loop_context, void **row, netsnmp_variable_list *index) const {
+  netsnmp_variable_list *next_row(void **loop_context, void **row, netsnmp_variable_list *index) const
+      TAVO_LOCKING(requires_capability(table_.lock_)) {
     if (index == nullptr || *loop_context == nullptr) {
       return nullptr;
     }
@@ -82,7 +85,7 @@ class Table::RequestScope {
   // Collects the rows that can answer the request: for GET the exact rows; for GETNEXT the successors and, because the
   // iterator goes on to the next column when one is exhausted, the row with the lowest index. False when the whole
   // list must be offered instead: for other requests, or without memory.
-  bool choose_rows() {
+  bool choose_rows() TAVO_LOCKING(requires_capability(table_.lock_)) {
     RowPointers &chosen = table_.chosen_;
     chosen.clear();
     const RowPointers *rows_by_index = table_.rows_.ordered();
@@ -103,8 +106,8 @@ class Table::RequestScope {
     }
     const auto rows = chosen.rows();
     std::ranges::sort(rows, {}, RowList::index_of);
-    const auto repeated = std::ranges::unique(rows);
-    chosen.shrink(rows.size() - repeated.size());
+    const auto end = std::unique(rows.begin(), rows.end());
+    chosen.shrink(static_cast<std::size_t>(end - rows.begin()));
     return chosen.push(nullptr);
   }
 
