@@ -1,0 +1,96 @@
+#!/bin/bash
+# Builds the module and serves it on a simulated server. See --help.
+set -euo pipefail
+
+usage() {
+  cat <<'TEXT'
+usage: ./run.sh [OPTION]...
+
+Installs what is missing, builds, boots a simulated rack server and serves its tables on udp:127.0.0.1:10161, community
+public, until Ctrl-C. It starts as after a restart of the daemon on a controller that has long been up.
+
+  --once            walk everything, print it and leave
+  --exec 'COMMAND'  run a shell command on the server and exit with its status: on the one that is up, or else on one
+                    booted for the command. bmcsim and the net-snmp tools are in its path
+  --agentx          put Debian's snmpd in front, as AgentX master
+  --speed N         let the daemon's clock run N times as fast
+  --cold            boot the controller cold: the daemon announces it by a notification after a minute
+  --port N          serve on this UDP port; servers on different ports can run side by side
+  --scenario FILE   what the server is made of (default: simulator/scenarios/rack-server.yaml)
+  --in-place        where namespaces are refused: use (and litter) this machine's own /var, /tmp and /usr/local/bin
+  --help            this text
+TEXT
+}
+
+fail() {
+  echo "run.sh: $*" >&2
+  exit 2
+}
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd -P)
+build=$root/build/release
+port=10161
+mode=serve
+command=
+boot_options=()
+agent_options=()
+while [[ $# -gt 0 ]]; do
+  case $1 in
+    --exec | --speed | --port | --scenario)
+      [[ $# -ge 2 ]] || fail "$1 needs a value"
+      case $1 in
+        --exec) mode=exec command=$2 ;;
+        --speed)
+          [[ $2 =~ ^[1-9][0-9]*$ ]] || fail "--speed takes a whole number from 1 on, not '$2'"
+          agent_options+=(--speed "$2") ;;
+        --port)
+          [[ $2 =~ ^[1-9][0-9]*$ && $2 -le 65535 ]] || fail "--port takes a number from 1 to 65535, not '$2'"
+          port=$2 ;;
+        --scenario) boot_options+=(--scenario "$2") ;;
+      esac
+      shift ;;
+    --once) mode=once ;;
+    --agentx) agent_options+=(--agentx) ;;
+    --cold | --in-place) boot_options+=("$1") ;;
+    --help | -h) usage; exit 0 ;;
+    *) fail "unknown option '$1' (--help lists them)" ;;
+  esac
+  shift
+done
+state=$build/server-$port
+
+in_use() {
+  # Local address and port, in hexadecimal; 0 is any address.
+  awk -v port="$(printf %04X "$port")" '
+    $2 == "0100007F:" port || $2 ~ "^0+:" port "$" { found = 1 }
+    END { exit !found }' /proc/net/udp /proc/net/udp6
+}
+
+running() {
+  [[ -s $state ]] && ! flock --nonblock "$state" true
+}
+
+if running; then
+  [[ $mode == serve || ${#boot_options[@]} -eq 0 && ${#agent_options[@]} -eq 0 ]] ||
+    fail "a server is up on port $port already, booted as it is; stop it, or boot another with --port"
+  case $mode in
+    exec) exec "$root/simulator/boot" --build "$build" --enter "$state" -- \
+      env MIBS=ALL MIBDIRS="$root/mibs:$root/mibs/base" bash -c "$command" ;;
+    once) exec "$root/scripts/print-tables" "127.0.0.1:$port" ;;
+    serve) fail "a server is up on port $port already; stop it, or serve on another port with --port" ;;
+  esac
+fi
+
+"$root/scripts/install-packages" run
+if in_use; then
+  fail "udp port $port is in use by another program; stop it, or serve on another port with --port"
+fi
+"$root/scripts/build" release snmpextmibmodule snmp-subagentd bmcsim
+
+agent=("$root/scripts/with-agent" --build "$build" --port "$port" "${agent_options[@]}")
+case $mode in
+  serve) ;;
+  once) agent+=(-- "$root/scripts/print-tables" "127.0.0.1:$port") ;;
+  exec) agent+=(-- bash -c "$command") ;;
+esac
+exec "$root/simulator/boot" --build "$build" --state "$state" "${boot_options[@]}" -- "${agent[@]}"
