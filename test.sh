@@ -1,0 +1,70 @@
+#!/bin/bash
+# Builds and tests. See --help.
+set -euo pipefail
+
+usage() {
+  cat <<'TEXT'
+usage: ./test.sh [NAME]...
+       ./test.sh --preset PRESET [NAME]...
+
+Installs what is missing, builds, and runs all tests: the optimised build's unit, system, format and MIB tests, then the
+unit tests again under AddressSanitizer with UndefinedBehaviorSanitizer and under ThreadSanitizer, and a clang build
+that checks the lock annotations.
+
+With NAMEs only the tests of the optimised build whose names match one of them (regular expressions; ctest -N lists the
+names), with --preset those of another build: release, asan, tsan or clang.
+TEXT
+}
+
+cd "$(dirname "${BASH_SOURCE[0]}")"
+preset=
+names=()
+while [[ $# -gt 0 ]]; do
+  case $1 in
+    --preset)
+      [[ ${2-} =~ ^(release|asan|tsan|clang)$ ]] || { echo "test.sh: --preset takes release, asan, tsan or clang" >&2; exit 2; }
+      preset=$2
+      shift ;;
+    --help | -h) usage; exit 0 ;;
+    -*) echo "test.sh: unknown option '$1' (--help lists them)" >&2; exit 2 ;;
+    *) names+=("$1") ;;
+  esac
+  shift
+done
+
+passed=0
+failed=0
+# run_tests PRESET [CTEST OPTION]...: tests that pass are not listed; build/PRESET-tests.log has everything.
+run_tests() {
+  local log=build/$1-tests.log status=0 closing
+  ctest --preset "$@" --parallel "$(nproc)" --no-label-summary --no-tests=error 2>&1 | tee "$log" |
+    grep --line-buffered -vE '^ *(Start +[0-9]+:|[0-9]+/[0-9]+ Test +#[0-9]+: .* Passed )|^$' || status=$?
+  closing=$(grep -oE '[0-9]+ tests? failed out of [0-9]+' "$log" || true)
+  if [[ ! $closing =~ ^([0-9]+).*\ ([0-9]+)$ ]]; then
+    failed=$((failed + 1))
+    return
+  fi
+  failed=$((failed + BASH_REMATCH[1]))
+  passed=$((passed + BASH_REMATCH[2] - BASH_REMATCH[1]))
+}
+
+scripts/install-packages test
+
+if [[ $preset || ${#names[@]} -gt 0 ]]; then
+  scripts/build "${preset:-release}" --with-tests
+  filter=()
+  [[ ${#names[@]} -eq 0 ]] || filter=(--tests-regex "$(IFS='|'; echo "${names[*]}")")
+  run_tests "${preset:-release}" "${filter[@]}"
+else
+  scripts/build release --with-tests
+  run_tests release
+  for sanitizer in asan tsan; do
+    scripts/build "$sanitizer" --with-tests
+    run_tests "$sanitizer" --label-regex '^unit$'
+  done
+  # The annotations are checked while compiling; the tests need no second compiler.
+  scripts/build clang
+fi
+
+echo "$passed passed, $failed failed"
+[[ $failed -eq 0 ]]

@@ -1,0 +1,78 @@
+"""The MIB modules are correct SMIv2, and net-snmp's tools can read them on a machine that has no other modules."""
+import os
+import re
+import subprocess
+from pathlib import Path
+
+import pytest
+
+MIBS = Path(__file__).resolve().parents[2] / "mibs"
+MODULES = sorted(path for path in MIBS.iterdir() if path.is_file())
+BASE = "1.3.6.1.4.1.61453.4.207"
+
+
+def translate(*arguments):
+    command = ["snmptranslate", "-M", f"{MIBS}:{MIBS / 'base'}", "-m", "ALL", *arguments]
+    return subprocess.run(command, capture_output=True, text=True, check=False)
+
+
+def names_by_oid():
+    listing = translate("-Tz")
+    assert listing.returncode == 0
+    return {oid: name for name, oid in re.findall(r'"([^"]+)"\s+"([\d.]+)"', listing.stdout)}
+
+
+@pytest.mark.parametrize("module", [*MODULES, *sorted((MIBS / "base").iterdir())], ids=lambda path: path.name)
+def test_module_is_correct(module):
+    environment = dict(os.environ, SMIPATH=f"{MIBS}:{MIBS / 'base'}")
+    lint = subprocess.run(
+        ["smilint", "-s", "-l", "3", module], env=environment, capture_output=True, text=True, check=False
+    )
+    assert lint.stdout + lint.stderr == ""
+    assert lint.returncode == 0
+
+
+@pytest.mark.parametrize("module", MODULES, ids=lambda path: path.name)
+def test_file_is_named_after_its_module(module):
+    assert module.read_text().startswith(f"{module.name} DEFINITIONS ::= BEGIN\n")
+
+
+def test_net_snmp_reads_all_modules_without_complaint():
+    tree = translate("-Tp", f".{BASE}")
+    assert tree.stderr == ""
+    assert "+--tavoServerMib(207)" in tree.stdout
+
+
+def test_every_name_leads_to_its_oid_and_back():
+    names = {oid: name for oid, name in names_by_oid().items() if oid.startswith(BASE + ".")}
+    assert len(names) > 20
+    assert translate("-On", "-IR", *names.values()).stdout.split() == [f".{oid}" for oid in names]
+    assert translate("-Os", *(f".{oid}" for oid in names)).stdout.split() == list(names.values())
+
+
+def test_columns_are_numbered_without_gaps_after_an_index_that_is_not_served():
+    names = names_by_oid()
+    tables = [oid for oid, name in names.items() if name.endswith("Table") and oid.startswith(f"{BASE}.1.")]
+    assert tables
+    for table in tables:
+        columns = sorted(int(oid.split(".")[-1]) for oid in names if re.fullmatch(rf"{re.escape(table)}\.1\.\d+", oid))
+        assert columns == list(range(1, len(columns) + 1)), names[table]
+        index = translate("-Td", f".{table}.1.1").stdout
+        assert re.search(r"MAX-ACCESS\s+(not-accessible|accessible-for-notify)", index), names[table]
+
+
+@pytest.mark.parametrize(
+    "name, oid",
+    [
+        ("TAVO-MIB::tavoServerMib", BASE),
+        ("TAVO-MIB::tavoServerController", "1.3.6.1.4.1.61453.1.3301"),
+        ("TAVO-FAULT-MIB::tavoFaultRaised", BASE + ".0.1"),
+        ("TAVO-FAULT-MIB::tavoFaultCleared", BASE + ".0.2"),
+        ("TAVO-FAULT-MIB::tavoFaultTable", BASE + ".1.1.1"),
+        ("TAVO-PROCESSOR-MIB::tavoProcessorUnitTable", BASE + ".1.41.9"),
+        ("TAVO-PROCESSOR-MIB::tavoProcessorUnitDn.1", BASE + ".1.41.9.1.2.1"),
+        ("TAVO-PROCESSOR-MIB::tavoProcessorUnitZeroInteger2.4294967295", BASE + ".1.41.9.1.22.4294967295"),
+    ],
+)
+def test_known_places(name, oid):
+    assert translate("-On", name).stdout.strip() == f".{oid}"
