@@ -1,0 +1,228 @@
+#include "simulator/fault_engine.h"
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <ctime>
+#include <random>
+
+#include "simulator/part_kinds.h"
+
+namespace tavo::sim {
+namespace {
+
+// What a fault of a class affects: the unit's number is appended to both.
+struct AffectedObject {
+  std::int64_t class_code;
+  std::string_view dn;
+  std::string_view oid;
+};
+
+constexpr auto affected_objects = std::to_array<AffectedObject>({
+    {.class_code = class_processor, .dn = "sys/rack-unit-1/board/cpu-", .oid = "1.3.6.1.4.1.61453.4.207.1.41.9.1.2."},
+    {.class_code = class_memory,
+     .dn = "sys/rack-unit-1/board/memarray-1/mem-",
+     .oid = "1.3.6.1.4.1.61453.4.207.1.30.11.1.2."},
+    {.class_code = class_supply, .dn = "sys/rack-unit-1/psu-", .oid = "1.3.6.1.4.1.61453.4.207.1.15.56.1.2."},
+    {.class_code = class_adapter, .dn = "sys/rack-unit-1/adaptor-", .oid = "1.3.6.1.4.1.61453.4.207.1.3.85.1.2."},
+    {.class_code = class_fan, .dn = "sys/rack-unit-1/fan-", .oid = "1.3.6.1.4.1.61453.4.207.1.15.12.1.2."},
+});
+constexpr AffectedObject affected_rack_unit{
+    .class_code = 0, .dn = "sys/rack-unit-", .oid = "1.3.6.1.4.1.61453.4.207.1.9.35.1.2."};
+
+void count_subids(Part &fault) {
+  const std::string &oid = fault.text("affected-oid");
+  if (fault.number("affected-oid-count") == 0 && !oid.empty()) {
+    fault.set_number("affected-oid-count", std::ranges::count(oid, '.') + 1);
+  }
+}
+
+void fill_text(Part &fault, std::string_view field, const std::string &text) {
+  if (fault.text(field).empty()) {
+    fault.set(field, text);
+  }
+}
+
+// Gives every field that is still open a value that fits the fault's class.
+void complete(Part &fault) {
+  const std::int64_t class_code = fault.number("class");
+  const auto found = std::ranges::find(affected_objects, class_code, &AffectedObject::class_code);
+  const bool known = found != affected_objects.end();
+  const AffectedObject &affected = known ? *found : affected_rack_unit;
+  const std::string unit = std::to_string(known ? fault.number("unit") : 1);
+  const std::string index = std::to_string(fault.number("index"));
+  fill_text(fault, "affected", std::string(affected.dn) + unit);
+  fill_text(fault, "affected-oid", std::string(affected.oid) + unit);
+  fill_text(fault, "dn", "sys/rack-unit-1/fault-" + index);
+  fill_text(fault, "rn", "fault-" + index);
+  fill_text(fault, "description", "Fault " + index);
+  count_subids(fault);
+  for (const std::string_view time_field : {"first-time", "last-time"}) {
+    if (fault.number(time_field) == 0) {
+      fault.set_number(time_field, std::time(nullptr));
+    }
+  }
+}
+
+void note_change(Part &changed, const Part &before) {
+  changed.set_number("previous-severity", before.number("severity") & 0xFF);
+  changed.set_number("last-time", std::time(nullptr));
+}
+
+std::optional<std::int64_t> class_among(std::span<const std::string> settings) {
+  Part probe(fault_kind);
+  for (const std::string &setting : settings) {
+    if (setting.starts_with("class=")) {
+      probe.set("class", std::string_view(setting).substr(6));
+      return probe.number("class");
+    }
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+FaultEngine::FaultEngine(const std::vector<Part> &active) : active_(active) {
+  std::ranges::for_each(active_, complete);
+}
+
+std::size_t FaultEngine::count() {
+  const std::lock_guard lock(mutex_);
+  return active_.size();
+}
+
+std::optional<Record> FaultEngine::records(std::size_t start, std::size_t count) {
+  const std::lock_guard lock(mutex_);
+  if (start > active_.size() || count > active_.size() - start) {
+    return std::nullopt;
+  }
+  Record all(count * fault_kind.record_size);
+  for (std::size_t i = 0; i < count; ++i) {
+    active_[start + i].encode(std::span(all).subspan(i * fault_kind.record_size, fault_kind.record_size));
+  }
+  return all;
+}
+
+std::vector<Part> FaultEngine::active() {
+  const std::lock_guard lock(mutex_);
+  return active_;
+}
+
+std::vector<Part>::iterator FaultEngine::find(std::int64_t class_code, std::int64_t index) {
+  return std::ranges::find_if(active_, [&](const Part &fault) {
+    return fault.number("index") == index && fault.number("class") == class_code;
+  });
+}
+
+std::vector<Part>::iterator FaultEngine::find_active(std::uint32_t index, std::optional<std::int64_t> class_code) {
+  if (class_code) {
+    return find(*class_code, index);
+  }
+  const auto is_it = [&](const Part &fault) { return fault.number("index") == index; };
+  const auto found = std::ranges::find_if(active_, is_it);
+  if (found != active_.end() && std::find_if(found + 1, active_.end(), is_it) != active_.end()) {
+    throw BadInput("two active faults have the index " + std::to_string(index) + "; tell which with class=...");
+  }
+  return found;
+}
+
+void FaultEngine::change(Part &fault, const Part &changed) {
+  fault = changed;
+  broadcaster_.publish(fault.encoded());
+}
+
+void FaultEngine::raise(std::uint32_t index, std::span<const std::string> settings) {
+  const auto class_code = class_among(settings);
+  if (!class_code) {
+    throw BadInput("a fault needs a class=...");
+  }
+  const std::lock_guard lock(mutex_);
+  const auto found = find(*class_code, index);
+  if (found != active_.end()) {
+    Part changed = *found;
+    note_change(changed, *found);
+    changed.set_number("occurrences", (found->number("occurrences") + 1) & 0xFF);
+    apply_settings(changed, settings);
+    change(*found, changed);
+    return;
+  }
+  Part fault = bare_fault(index, settings);
+  complete(fault);
+  broadcaster_.publish(fault.encoded());
+  active_.push_back(std::move(fault));
+}
+
+void FaultEngine::update(std::uint32_t index, std::span<const std::string> settings) {
+  const std::lock_guard lock(mutex_);
+  const auto found = find_active(index, class_among(settings));
+  if (found == active_.end()) {
+    throw BadInput("no active fault has the index " + std::to_string(index));
+  }
+  Part changed = *found;
+  note_change(changed, *found);
+  apply_settings(changed, settings);
+  change(*found, changed);
+}
+
+bool FaultEngine::clear(std::uint32_t index, std::optional<std::int64_t> class_code) {
+  const std::lock_guard lock(mutex_);
+  const auto found = find_active(index, class_code);
+  if (found == active_.end()) {
+    return false;
+  }
+  Part cleared = *found;
+  note_change(cleared, *found);
+  cleared.set_number("severity", 0);
+  change(*found, cleared);
+  active_.erase(found);
+  return true;
+}
+
+Part FaultEngine::bare_fault(std::uint32_t index, std::span<const std::string> settings) {
+  Part fault(fault_kind);
+  fault.set_number("index", index);
+  apply_settings(fault, settings);
+  return fault;
+}
+
+StormResult FaultEngine::storm(std::size_t records, std::size_t indexes, const std::function<bool()> &stopped) {
+  constexpr std::int64_t first_index = 1'000'000;  // clear of what a scenario uses
+  StormResult result;
+  std::minstd_rand random;  // always the same storm
+  const auto began = std::chrono::steady_clock::now();
+  for (std::size_t sequence = 1; sequence <= records && !stopped(); ++sequence) {
+    broadcaster_.wait_for_room();
+    const auto index = first_index + static_cast<std::int64_t>(random() % indexes);
+    const std::lock_guard lock(mutex_);
+    const auto found = find(class_processor, index);
+    const bool known = found != active_.end();
+    Part fault = known ? *found : Part(fault_kind);
+    if (known) {
+      note_change(fault, *found);
+      fault.set_number("occurrences", (fault.number("occurrences") + 1) & 0xFF);
+    } else {
+      fault.set_number("index", index);
+      fault.set_number("class", class_processor);
+      complete(fault);
+    }
+    fault.set_number("code", static_cast<std::int64_t>(sequence));
+    const bool clears = known && random() % 2 == 0;
+    fault.set_number("severity", clears ? 0 : 1 + static_cast<std::int64_t>(random() % 6));
+    broadcaster_.publish(fault.encoded());
+    if (clears) {
+      active_.erase(found);
+      ++result.cleared;
+    } else if (known) {
+      *found = std::move(fault);
+      ++result.updated;
+    } else {
+      active_.push_back(std::move(fault));
+      ++result.raised;
+    }
+  }
+  broadcaster_.wait_until_taken();
+  result.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count();
+  return result;
+}
+
+}  // namespace tavo::sim

@@ -1,0 +1,41 @@
+// Everything that the simulated server consists of.
+#pragma once
+
+#include <filesystem>
+#include <vector>
+
+#include "simulator/part.h"
+#include "simulator/part_kinds.h"
+
+namespace tavo::sim {
+
+struct RaidController {
+  Part part{controller_kind};
+  std::vector<Part> drives;   // at most STOR_DRIVE_CAPACITY, in the order of the snapshot
+  std::vector<Part> volumes;  // at most STOR_VOLUME_CAPACITY; their position is their number
+};
+
+struct SdCards {
+  Part controller{sd_controller_kind};
+  std::vector<Part> cards;       // at most VELT_CARD_COUNT
+  std::vector<Part> partitions;  // at most VELT_PARTITION_COUNT; their position in the buffer is their number's
+};
+
+struct Inventory {
+  Part server{server_kind};
+  Part environment{environment_kind};
+  std::vector<Part> processors;  // in socket order
+  std::vector<Part> dimms;       // in the inventory library's order
+  std::vector<Part> sensors;
+  std::vector<Part> supplies;  // their position is their number
+  std::vector<Part> adapters;
+  std::vector<Part> leds;
+  std::vector<Part> faults;  // active when the server starts
+  std::vector<RaidController> controllers;
+  SdCards sd;
+};
+
+// Reads a scenario, a YAML file. Throws BadInput that names the file, the line, the part and what is wrong.
+Inventory load_scenario(const std::filesystem::path &file);
+
+}  // namespace tavo::sim

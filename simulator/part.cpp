@@ -1,0 +1,250 @@
+#include "simulator/part.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+#include <limits>
+
+namespace tavo::sim {
+namespace {
+
+struct Range {
+  std::int64_t least;
+  std::int64_t most;
+};
+
+Range range_of(FieldType type) {
+  switch (type) {
+    case FieldType::Flag:
+      return {.least = 0, .most = 1};
+    case FieldType::Octet:
+      return {.least = 0, .most = std::numeric_limits<std::uint8_t>::max()};
+    case FieldType::Word:
+      return {.least = 0, .most = std::numeric_limits<std::uint32_t>::max()};
+    case FieldType::Integer:
+      return {.least = std::numeric_limits<std::int32_t>::min(), .most = std::numeric_limits<std::int32_t>::max()};
+    default:
+      return {.least = 0, .most = std::numeric_limits<std::int64_t>::max()};
+  }
+}
+
+bool is_text(FieldType type) {
+  return type == FieldType::Text || type == FieldType::Decimal || type == FieldType::ObjectId;
+}
+
+constexpr auto flag_names = std::to_array<NamedNumber>({{.name = "no", .number = 0}, {.name = "yes", .number = 1}});
+
+std::span<const NamedNumber> names_of(const Field &field) {
+  return field.type == FieldType::Flag ? std::span<const NamedNumber>(flag_names) : field.names;
+}
+
+std::int64_t read_number(const Field &field, std::string_view written) {
+  if (written.empty()) {
+    return 0;
+  }
+  const auto names = names_of(field);
+  const auto named = std::ranges::find(names, written, &NamedNumber::name);
+  if (named != names.end()) {
+    return named->number;
+  }
+  const Range range = range_of(field.type);
+  try {
+    return parse_number(written, field.name, range.least, range.most);
+  } catch (const BadInput &error) {
+    if (names.empty()) {
+      throw;
+    }
+    std::vector<std::string_view> known;
+    for (const NamedNumber &name : names) {
+      known.push_back(name.name);
+    }
+    throw BadInput(std::string(error.what()) + ", or one of " + listed(known));
+  }
+}
+
+std::vector<std::uint32_t> read_object_id(const Field &field, std::string_view written) {
+  std::vector<std::uint32_t> subids;
+  while (!written.empty()) {
+    const std::size_t dot = written.find('.');
+    subids.push_back(static_cast<std::uint32_t>(
+        parse_number(written.substr(0, dot), field.name, 0, std::numeric_limits<std::uint32_t>::max())));
+    if (dot == std::string_view::npos) {
+      break;
+    }
+    written.remove_prefix(dot + 1);
+  }
+  return subids;
+}
+
+std::string read_text(const Field &field, std::string_view written) {
+  const std::string name(field.name);
+  if (field.type == FieldType::Decimal) {
+    double number = 0;
+    const auto [end, error] = std::from_chars(written.data(), written.data() + written.size(), number);
+    if (error != std::errc() || end != written.data() + written.size()) {
+      throw BadInput(name + ": '" + std::string(written) + "' is not a decimal number");
+    }
+  } else if (field.type == FieldType::ObjectId) {
+    if (read_object_id(field, written).size() * sizeof(std::uint32_t) > field.size) {
+      throw BadInput(name + ": more than " + std::to_string(field.size / sizeof(std::uint32_t)) + " sub-identifiers");
+    }
+  } else if (written.size() > field.size) {
+    throw BadInput(name + ": '" + std::string(written) + "' is longer than " + std::to_string(field.size) + " octets");
+  } else if (written.find('\n') != std::string_view::npos) {
+    throw BadInput(name + ": a text must not contain a line break");
+  }
+  return std::string(written);
+}
+
+// Little-endian, as on the controller, whatever this machine is.
+void put(std::span<std::byte> record, std::size_t offset, std::uint64_t value, std::size_t octets) {
+  for (std::size_t i = 0; i < octets; ++i) {
+    record[offset + i] = static_cast<std::byte>(value >> (8 * i));
+  }
+}
+
+}  // namespace
+
+Part::Part(const PartKind &kind) : kind_(&kind) {
+  values_.reserve(kind.fields.size());
+  for (const Field &field : kind.fields) {
+    if (is_text(field.type)) {
+      values_.emplace_back(std::string(field.fallback));
+    } else {
+      values_.emplace_back(read_number(field, field.fallback));
+    }
+  }
+}
+
+std::size_t Part::position(std::string_view field) const {
+  const auto found = std::ranges::find(kind_->fields, field, &Field::name);
+  if (found == kind_->fields.end()) {
+    throw std::logic_error(std::string(kind_->name) + " has no field " + std::string(field));
+  }
+  return static_cast<std::size_t>(found - kind_->fields.begin());
+}
+
+std::int64_t Part::number(std::string_view field) const {
+  return std::get<std::int64_t>(values_[position(field)]);
+}
+
+const std::string &Part::text(std::string_view field) const {
+  return std::get<std::string>(values_[position(field)]);
+}
+
+void Part::set(std::string_view field, std::string_view value) {
+  const auto found = std::ranges::find(kind_->fields, field, &Field::name);
+  if (found == kind_->fields.end()) {
+    std::vector<std::string_view> known;
+    for (const Field &each : kind_->fields) {
+      known.push_back(each.name);
+    }
+    throw BadInput("a " + std::string(kind_->name) + " has no field '" + std::string(field) + "'; it has " +
+                   listed(known));
+  }
+  Value &place = values_[static_cast<std::size_t>(found - kind_->fields.begin())];
+  if (is_text(found->type)) {
+    place = read_text(*found, value);
+  } else {
+    place = read_number(*found, value);
+  }
+}
+
+void Part::set_number(std::string_view field, std::int64_t value) {
+  values_[position(field)] = value;
+}
+
+std::string Part::written(const Field &field) const {
+  const Value &value = values_[position(field.name)];
+  if (const auto *text = std::get_if<std::string>(&value)) {
+    return *text;
+  }
+  const std::int64_t number = std::get<std::int64_t>(value);
+  const auto names = names_of(field);
+  const auto named = std::ranges::find(names, number, &NamedNumber::number);
+  return named != names.end() ? std::string(named->name) : std::to_string(number);
+}
+
+void Part::encode(std::span<std::byte> record) const {
+  for (std::size_t i = 0; i < values_.size(); ++i) {
+    const Field &field = kind_->fields[i];
+    if (field.offset == not_in_record) {
+      continue;
+    }
+    if (field.type == FieldType::ObjectId) {
+      std::size_t offset = field.offset;
+      for (const std::uint32_t subid : read_object_id(field, std::get<std::string>(values_[i]))) {
+        put(record, offset, subid, sizeof subid);
+        offset += sizeof subid;
+      }
+    } else if (const auto *text = std::get_if<std::string>(&values_[i])) {
+      std::memcpy(record.data() + field.offset, text->data(), std::min(text->size(), field.size));
+    } else {
+      const std::size_t octets = field.type == FieldType::Octet ? 1 : field.type == FieldType::Long ? 8 : 4;
+      put(record, field.offset, static_cast<std::uint64_t>(std::get<std::int64_t>(values_[i])), octets);
+    }
+  }
+}
+
+std::vector<std::byte> Part::encoded() const {
+  std::vector<std::byte> record(kind_->record_size);
+  encode(record);
+  return record;
+}
+
+void apply_settings(Part &part, std::span<const std::string> settings) {
+  Part changed = part;
+  for (const std::string &setting : settings) {
+    const std::size_t equals = setting.find('=');
+    if (equals == std::string::npos) {
+      throw BadInput("'" + setting + "' is not of the form field=value");
+    }
+    changed.set(std::string_view(setting).substr(0, equals), std::string_view(setting).substr(equals + 1));
+  }
+  part = changed;
+}
+
+std::string describe(const Part &part, std::string_view label) {
+  std::string line(part.kind().name);
+  if (!label.empty()) {
+    line += ' ';
+    line += label;
+  }
+  line += ':';
+  for (const Field &field : part.kind().fields) {
+    const std::string value = part.written(field);
+    if (value.empty()) {
+      continue;
+    }
+    const bool quoted = value.find(' ') != std::string::npos;
+    line += ' ';
+    line += field.name;
+    line += quoted ? "=\"" + value + '"' : '=' + value;
+  }
+  return line + '\n';
+}
+
+std::string listed(const std::vector<std::string_view> &names) {
+  std::string all;
+  for (const std::string_view name : names) {
+    all += all.empty() ? "" : ", ";
+    all += name;
+  }
+  return all;
+}
+
+std::int64_t parse_number(std::string_view text, std::string_view what, std::int64_t least, std::int64_t most) {
+  const bool hexadecimal = text.starts_with("0x");
+  const std::string_view digits = hexadecimal ? text.substr(2) : text;
+  std::int64_t number = 0;
+  const auto [end, error] =
+      std::from_chars(digits.data(), digits.data() + digits.size(), number, hexadecimal ? 16 : 10);
+  if (digits.empty() || error != std::errc() || end != digits.data() + digits.size() || number < least ||
+      number > most) {
+    throw BadInput(std::string(what) + ": '" + std::string(text) + "' is not a number from " + std::to_string(least) +
+                   " to " + std::to_string(most));
+  }
+  return number;
+}
+
+}  // namespace tavo::sim

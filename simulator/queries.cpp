@@ -1,0 +1,244 @@
+#include "simulator/queries.h"
+
+#include <algorithm>
+#include <array>
+#include <ctime>
+#include <nlohmann/json.hpp>
+
+namespace tavo::sim {
+namespace {
+
+using nlohmann::ordered_json;  // readers depend on the order of the fields
+
+std::string time_collected() {
+  const std::time_t now = std::time(nullptr);
+  std::tm local{};
+  localtime_r(&now, &local);
+  std::array<char, 32> text{};
+  const std::size_t length = std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S", &local);
+  return {text.data(), length};
+}
+
+// One object for each part that is present; `fill` gets the part and its position from 1.
+template <class Fill>
+ordered_json units(const std::vector<Part> &parts, Fill fill) {
+  ordered_json list = ordered_json::array();
+  for (std::size_t i = 0; i < parts.size(); ++i) {
+    if (parts[i].flag("present")) {
+      list.push_back(fill(parts[i], i + 1));
+    }
+  }
+  return list;
+}
+
+ordered_json processors(const Inventory &inventory) {
+  return units(inventory.processors, [](const Part &part, std::size_t number) {
+    return ordered_json{{"id", number},
+                        {"SocketDesignation", part.text("socket")},
+                        {"Model", part.text("model")},
+                        {"CoreCount", part.number("cores")},
+                        {"CoreEnabled", part.number("cores-enabled")},
+                        {"ThreadCount", part.number("threads")},
+                        {"Status", part.text("status")}};
+  });
+}
+
+ordered_json memory_summary(const Inventory &inventory) {
+  return {{"MemorySpeed", inventory.server.text("memory-speed")},
+          {"EffectiveMemory", inventory.server.text("memory-effective")},
+          {"TotalMemory", inventory.server.text("memory-total")}};
+}
+
+ordered_json supplies(const Inventory &inventory) {
+  ordered_json list = ordered_json::array();
+  for (std::size_t i = 0; i < inventory.supplies.size(); ++i) {
+    const Part &part = inventory.supplies[i];
+    ordered_json unit{{"id", i + 1}, {"presence", part.flag("present") ? "equipped" : "missing"}};
+    if (part.flag("present")) {
+      unit["model"] = part.text("model");
+      unit["power"] = part.number("power") != 0 ? "on" : "off";
+      unit["fwVersion"] = part.text("revision");
+      unit["serial"] = part.text("serial");
+    }
+    list.push_back(unit);
+  }
+  return list;
+}
+
+ordered_json adapters(const Inventory &inventory) {
+  return units(inventory.adapters, [](const Part &part, std::size_t) {
+    return ordered_json{
+        {"slot-number", part.number("slot")},     {"product-id", part.text("product-id")},
+        {"i2cLogicalBus", part.text("i2c-bus")},  {"serial-number", part.text("serial")},
+        {"hw-part-no", part.text("part-number")}, {"overtemp-condition", part.flag("over-temperature") ? "yes" : "no"}};
+  });
+}
+
+// The images of the card in one slot; the running one is the one that was started.
+std::optional<ordered_json> adapter_firmware(const Inventory &inventory, std::string_view slot) {
+  for (const Part &part : inventory.adapters) {
+    if (part.flag("present") && std::to_string(part.number("slot")) == slot) {
+      ordered_json images = ordered_json::array();
+      images.push_back({{"image-version", part.text("running-version")}, {"image-state", "STARTUP, RUNNING"}});
+      images.push_back({{"image-version", part.text("backup-version")}, {"image-state", "BACKUP"}});
+      return images;
+    }
+  }
+  return std::nullopt;
+}
+
+ordered_json leds(const Inventory &inventory) {
+  ordered_json list = ordered_json::array();
+  for (std::size_t i = 0; i < inventory.leds.size(); ++i) {
+    const Part &part = inventory.leds[i];
+    list.push_back({{"id", i + 1},
+                    {"ledName", part.text("name")},
+                    {"ledState", part.text("state")},
+                    {"ledColor", part.text("color")}});
+  }
+  return list;
+}
+
+ordered_json temperatures(const std::vector<Part> &parts) {
+  const std::string now = time_collected();
+  return units(parts, [&](const Part &part, std::size_t number) {
+    const std::int64_t own = &part.kind() == &dimm_kind ? part.number("number") : 0;
+    const std::int64_t id = own != 0 ? own : static_cast<std::int64_t>(number);
+    return ordered_json{{"id", id}, {"temperature", part.text("temperature")}, {"timeCollected", now}};
+  });
+}
+
+ordered_json board_readings(const Inventory &inventory) {
+  const Part &readings = inventory.environment;
+  return {{"consumedPower", readings.text("power")},  {"inputCurrent", readings.text("current")},
+          {"inputVoltage", readings.text("voltage")}, {"ambientTemp", readings.text("ambient")},
+          {"frontTemp", readings.text("front")},      {"iohub1Temp", readings.text("iohub1")},
+          {"iohub2Temp", readings.text("iohub2")},    {"rearTemp", readings.text("rear")},
+          {"timeCollected", time_collected()}};
+}
+
+struct Query {
+  std::string_view key;
+  ordered_json (*answer)(const Inventory &);
+};
+
+constexpr auto queries = std::to_array<Query>({
+    {.key = "inventoryCPU", .answer = processors},
+    {.key = "inventoryMemorySummary", .answer = memory_summary},
+    {.key = "description",
+     .answer = [](const Inventory &i) -> ordered_json {
+       return {{"description", i.server.text("description")}};
+     }},
+    {.key = "sysProductName",
+     .answer = [](const Inventory &i) -> ordered_json {
+       return {{"sysProductName", i.server.text("product-name")}};
+     }},
+    {.key = "sysProductID",
+     .answer = [](const Inventory &i) -> ordered_json {
+       return {{"sysProductID", i.server.text("product-id")}};
+     }},
+    {.key = "UUID",
+     .answer = [](const Inventory &i) -> ordered_json {
+       return {{"UUID", i.server.text("uuid")}};
+     }},
+    {.key = "pwState",
+     .answer = [](const Inventory &i) -> ordered_json {
+       return {{"pwState", i.server.number("power")}};
+     }},
+    {.key = "tavPowerStates", .answer = supplies},
+    {.key = "adapter", .answer = adapters},
+    {.key = "externalLEDs", .answer = leds},
+    {.key = "memoryStats", .answer = [](const Inventory &i) { return temperatures(i.dimms); }},
+    {.key = "processorStats", .answer = [](const Inventory &i) { return temperatures(i.processors); }},
+    {.key = "motherboardStats", .answer = board_readings},
+    {.key = "platformSkuType",
+     .answer = [](const Inventory &i) -> ordered_json {
+       return {{"sku", i.server.text("product-id")}, {"hdd", i.server.number("drive-slots")}};
+     }},
+});
+
+constexpr std::string_view firmware_key = "adapterFW[";
+
+void flatten(const ordered_json &value, const std::string &name, std::string &lines) {
+  if (value.is_object()) {
+    for (const auto &[key, member] : value.items()) {
+      flatten(member, key, lines);
+    }
+  } else if (value.is_array()) {
+    for (const ordered_json &element : value) {
+      flatten(element, name, lines);
+    }
+  } else if (!name.empty()) {
+    lines += ' ' + name + ": " + (value.is_string() ? value.get<std::string>() : value.dump()) + '\n';
+  }
+}
+
+}  // namespace
+
+std::optional<std::string> query(const Inventory &inventory, std::string_view key) {
+  if (key.starts_with(firmware_key) && key.ends_with(']')) {
+    const auto images =
+        adapter_firmware(inventory, key.substr(firmware_key.size(), key.size() - firmware_key.size() - 1));
+    return images ? std::optional(images->dump(2) + '\n') : std::nullopt;
+  }
+  const auto found = std::ranges::find(queries, key, &Query::key);
+  if (found == queries.end()) {
+    return std::nullopt;
+  }
+  return found->answer(inventory).dump(2, ' ', false, ordered_json::error_handler_t::replace) + '\n';
+}
+
+std::vector<std::string_view> query_keys() {
+  std::vector<std::string_view> keys;
+  for (const Query &each : queries) {
+    keys.push_back(each.key);
+  }
+  keys.push_back("adapterFW[SLOT]");
+  return keys;
+}
+
+std::optional<std::string> flattened(std::string_view json) {
+  const ordered_json value = ordered_json::parse(json, nullptr, false);
+  if (value.is_discarded()) {
+    return std::nullopt;
+  }
+  std::string lines;
+  flatten(value, "", lines);
+  return lines;
+}
+
+std::string adapter_list(const Inventory &inventory) {
+  std::string text;
+  for (const Part &part : inventory.adapters) {
+    if (part.flag("present")) {
+      text += "slot-number: " + std::to_string(part.number("slot")) + '\n';
+      text += "  product-id: " + part.text("product-id") + '\n';
+      text += "  serial: " + part.text("serial") + '\n';
+    }
+  }
+  return text;
+}
+
+std::string fru_list(const Inventory &inventory) {
+  const Part &server = inventory.server;
+  return "FRU Device Description : Builtin FRU Device (ID 0)\n"
+         " Board Mfg             : " +
+         server.text("board-manufacturer") +
+         "\n"
+         " Board Product         : " +
+         server.text("board-product") +
+         "\n"
+         " Board Serial          : " +
+         server.text("board-serial") +
+         "\n"
+         " Product Name          : " +
+         server.text("product-name") +
+         "\n"
+         " Product Part Number   : " +
+         server.text("product-id") +
+         "\n"
+         " Product Serial        : " +
+         server.text("serial") + "\n";
+}
+
+}  // namespace tavo::sim

@@ -1,0 +1,211 @@
+#include <yaml-cpp/yaml.h>
+
+#include <algorithm>
+#include <functional>
+#include <set>
+#include <string>
+
+#include "platform/storage_client.h"
+#include "platform/storage_snapshot.h"
+#include "simulator/inventory.h"
+
+namespace tavo::sim {
+namespace {
+
+// Where in the scenario something stands, for error messages.
+struct Place {
+  std::string file;
+  std::string part;  // "processors[1]"
+
+  Place within(std::string_view key) const {
+    return {.file = file, .part = part.empty() ? std::string(key) : part + '.' + std::string(key)};
+  }
+  Place item(std::size_t position) const { return {.file = file, .part = part + '[' + std::to_string(position) + ']'}; }
+};
+
+[[noreturn]] void fail(const Place &place, const YAML::Mark &mark, const std::string &what) {
+  const std::string line = mark.is_null() ? "" : ':' + std::to_string(mark.line + 1);
+  throw BadInput(place.file + line + ": " + (place.part.empty() ? "" : place.part + ": ") + what);
+}
+
+using ReadKey = std::function<void(const YAML::Node &value, const Place &place)>;
+struct KeyReader {
+  std::string_view key;
+  ReadKey read;
+};
+
+// Calls the reader of each key of a mapping; refuses what is no mapping, unknown keys and keys given twice. Keys
+// without a reader of their own go to `otherwise`, if there is one.
+void read_mapping(const YAML::Node &node, const Place &place, const std::vector<KeyReader> &readers,
+                  const std::function<bool(const std::string &key, const YAML::Node &value)> &otherwise = nullptr) {
+  if (!node.IsMap()) {
+    fail(place, node.Mark(), "expected a mapping (key: value)");
+  }
+  std::set<std::string> seen;
+  for (const auto &entry : node) {
+    if (!entry.first.IsScalar()) {
+      fail(place, entry.first.Mark(), "a key must be a plain word");
+    }
+    const std::string key = entry.first.Scalar();
+    if (!seen.insert(key).second) {
+      fail(place, entry.first.Mark(), "key '" + key + "' is given twice");
+    }
+    const auto reader = std::ranges::find(readers, key, &KeyReader::key);
+    if (reader != readers.end()) {
+      reader->read(entry.second, place.within(key));
+    } else if (!otherwise || !otherwise(key, entry.second)) {
+      std::vector<std::string_view> known;
+      for (const KeyReader &each : readers) {
+        known.push_back(each.key);
+      }
+      fail(place, entry.first.Mark(), "unknown key '" + key + "'; known are " + listed(known));
+    }
+  }
+}
+
+// Reads the part's fields, and through `readers` the keys that are no fields of it.
+void read_part(Part &part, const YAML::Node &node, const Place &place, const std::vector<KeyReader> &readers = {}) {
+  std::set<std::string> given;
+  read_mapping(node, place, readers, [&](const std::string &key, const YAML::Node &value) {
+    if (!value.IsScalar()) {
+      fail(place, value.Mark(), "'" + key + "' must be a single value");
+    }
+    try {
+      part.set(key, value.Scalar());
+    } catch (const BadInput &error) {
+      fail(place, value.Mark(), error.what());
+    }
+    given.insert(key);
+    return true;
+  });
+  for (const Field &field : part.kind().fields) {
+    if (field.required && !given.contains(std::string(field.name))) {
+      fail(place, node.Mark(), "'" + std::string(field.name) + "' is missing");
+    }
+  }
+}
+
+void read_sequence(const YAML::Node &node, const Place &place,
+                   const std::function<void(const YAML::Node &item, const Place &place)> &read) {
+  if (!node.IsSequence()) {
+    fail(place, node.Mark(), "expected a list (- ...)");
+  }
+  std::size_t position = 0;
+  for (const YAML::Node &item : node) {
+    read(item, place.item(position++));
+  }
+}
+
+// Reads a list of parts. `identity` names the fields that together must differ from part to part; `most` is how many
+// fit.
+void read_parts(std::vector<Part> &parts, const PartKind &kind, const YAML::Node &node, const Place &place,
+                const std::vector<std::string_view> &identity, std::size_t most) {
+  std::set<std::string> identities;
+  read_sequence(node, place, [&](const YAML::Node &item, const Place &where) {
+    if (parts.size() == most) {
+      fail(where, item.Mark(), "no more than " + std::to_string(most) + " fit");
+    }
+    Part part(kind);
+    read_part(part, item, where);
+    std::string words;
+    for (const std::string_view field : identity) {
+      const auto found = std::ranges::find(kind.fields, field, &Field::name);
+      words += ' ' + std::string(field) + ' ' + part.written(*found);
+    }
+    if (!identity.empty() && !identities.insert(words).second) {
+      fail(where, item.Mark(), "there is already a " + std::string(kind.name) + " with" + words);
+    }
+    parts.push_back(std::move(part));
+  });
+}
+
+constexpr std::size_t no_limit = SIZE_MAX;
+constexpr std::size_t sensor_limit = 256;
+
+KeyReader parts_reader(std::string_view key, std::vector<Part> &parts, const PartKind &kind,
+                       std::vector<std::string_view> identity, std::size_t most = no_limit) {
+  return {.key = key,
+          .read = [&parts, &kind, identity = std::move(identity), most](const auto &node, const auto &place) {
+            read_parts(parts, kind, node, place, identity, most);
+          }};
+}
+
+void read_controllers(std::vector<RaidController> &controllers, const YAML::Node &node, const Place &place) {
+  read_sequence(node, place, [&](const YAML::Node &item, const Place &where) {
+    RaidController controller;
+    read_part(controller.part, item, where,
+              {parts_reader("drives", controller.drives, drive_kind, {"slot"}, STOR_DRIVE_CAPACITY),
+               parts_reader("volumes", controller.volumes, volume_kind, {}, STOR_VOLUME_CAPACITY)});
+    const auto id = controller.part.number("id");
+    for (const RaidController &other : controllers) {
+      if (other.part.number("id") == id) {
+        fail(where, item.Mark(), "there is already a controller with id " + std::to_string(id));
+      }
+    }
+    controllers.push_back(std::move(controller));
+  });
+}
+
+void read_sd_cards(SdCards &sd, const YAML::Node &node, const Place &place) {
+  sd.controller.set_number("present", 1);
+  read_mapping(node, place,
+               {{.key = "controller",
+                 .read = [&](const auto &value, const auto &where) { read_part(sd.controller, value, where); }},
+                parts_reader("cards", sd.cards, sd_card_kind, {"slot"}, VELT_CARD_COUNT),
+                parts_reader("partitions", sd.partitions, sd_partition_kind, {"number"}, VELT_PARTITION_COUNT)});
+  for (const Part &partition : sd.partitions) {
+    if (partition.number("number") < 1 || partition.number("number") > VELT_PARTITION_COUNT) {
+      fail(place, node.Mark(), "a partition's number is 1 to " + std::to_string(VELT_PARTITION_COUNT));
+    }
+  }
+}
+
+Inventory read_inventory(const YAML::Node &root, const Place &place) {
+  Inventory inventory;
+  inventory.sd.controller.set_number("present", 0);
+  bool has_server = false;
+  const auto one = [](Part &part) {
+    return [&part](const YAML::Node &node, const Place &where) { read_part(part, node, where); };
+  };
+  read_mapping(
+      root, place,
+      {{.key = "server",
+        .read =
+            [&](const YAML::Node &node, const Place &where) {
+              has_server = true;
+              read_part(inventory.server, node, where);
+            }},
+       {.key = "environment", .read = one(inventory.environment)},
+       parts_reader("processors", inventory.processors, processor_kind, {"socket"}),
+       parts_reader("dimms", inventory.dimms, dimm_kind, {"name"}),
+       parts_reader("sensors", inventory.sensors, sensor_kind, {"number"}, sensor_limit),
+       parts_reader("supplies", inventory.supplies, supply_kind, {}),
+       parts_reader("adapters", inventory.adapters, adapter_kind, {"slot"}),
+       parts_reader("leds", inventory.leds, led_kind, {"name"}),
+       parts_reader("faults", inventory.faults, fault_kind, {"class", "index"}),
+       {.key = "raid-controllers",
+        .read = [&](const auto &node, const auto &where) { read_controllers(inventory.controllers, node, where); }},
+       {.key = "sd-cards",
+        .read = [&](const auto &node, const auto &where) { read_sd_cards(inventory.sd, node, where); }}});
+  if (!has_server) {
+    fail(place, root.Mark(), "'server' is missing");
+  }
+  return inventory;
+}
+
+}  // namespace
+
+Inventory load_scenario(const std::filesystem::path &file) {
+  const Place place{.file = file.string(), .part = ""};
+  YAML::Node root;
+  try {
+    root = YAML::LoadFile(file.string());
+  } catch (const YAML::BadFile &) {
+    throw BadInput(place.file + ": cannot be read");
+  } catch (const YAML::ParserException &error) {
+    fail(place, error.mark, error.msg);
+  }
+  return read_inventory(root, place);
+}
+
+}  // namespace tavo::sim
