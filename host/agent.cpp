@@ -78,6 +78,9 @@ void open_agent(const Options &options, const std::function<void()> &before_conf
   // The agent answers in numbers. Loading MIB texts would cost memory and, where they are absent, hundreds of log
   // lines.
   setenv("MIBS", "", 0);
+  // SMUX, an old forerunner of AgentX, would open a port that nobody asked for.
+  std::string without_smux = "-smux";
+  add_to_init_list(without_smux.data());
   SOCK_STARTUP;
   if (init_agent(agent_name) != 0) {
     throw StartFailure(ExitStatus::failure, "net-snmp's agent cannot be initialised");

@@ -39,14 +39,12 @@ Background::Background() : to_parent_(-1) {
   setsid();
 }
 
-void Background::ready() {
+void Background::ready(bool keep_output) {
   const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
-  // Standard output and error may be where the log goes.
   dup2(null, STDIN_FILENO);
-  for (const int standard : {STDOUT_FILENO, STDERR_FILENO}) {
-    if (isatty(standard) != 0) {
-      dup2(null, standard);
-    }
+  if (!keep_output) {
+    dup2(null, STDOUT_FILENO);
+    dup2(null, STDERR_FILENO);
   }
   close(null);
   [[maybe_unused]] const int in_root = chdir("/");

@@ -10,8 +10,9 @@ namespace tavo {
 class Background {
  public:
   Background();
-  // The child serves: lets the parent leave and gives the terminal back.
-  void ready();
+  // The child serves: lets the parent leave and gives its terminal and directory back. `keep_output`: standard output
+  // and error are where the log goes.
+  void ready(bool keep_output);
 
  private:
   int to_parent_;

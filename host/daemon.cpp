@@ -150,7 +150,7 @@ ExitStatus run_daemon(const Options &options) {
   snmp_log(LOG_INFO, "%s " SUBAGENTD_VERSION " serves\n", agent_name);
   sd_notify(0, "READY=1");
   if (background) {
-    background->ready();
+    background->ready(options.logs_to_output());
   }
   serve(signals);
 

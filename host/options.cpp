@@ -5,6 +5,8 @@
 #include <net-snmp/net-snmp-includes.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <string_view>
 
 namespace tavo {
 namespace {
@@ -36,6 +38,12 @@ std::vector<std::vector<std::string>> split_occurrences(const std::vector<std::s
 }
 
 }  // namespace
+
+bool Options::logs_to_output() const {
+  return std::any_of(log.begin(), log.end(), [](const auto &words) {
+    return std::string_view("oOeE").find(words[0][0]) != std::string_view::npos;
+  });
+}
 
 CommandLine parse_command_line(int argc, const char *const *argv) {
   CommandLine result;

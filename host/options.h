@@ -24,6 +24,8 @@ struct Options {
   std::size_t notification_limit = 16384;         // --notification-limit
 
   bool stand_alone() const { return !listen.empty(); }
+  // Whether an -L names standard output or error.
+  bool logs_to_output() const;
 };
 
 // The parsed options, or, when the command line asks for nothing more (-h, -v) or is wrong, the text to print and the

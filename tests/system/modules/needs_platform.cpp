@@ -1,0 +1,14 @@
+// Needs a function that the platform's library provides, and says in the log what it returns.
+#include <net-snmp/net-snmp-config.h>
+
+#include <net-snmp/net-snmp-includes.h>
+
+extern "C" {
+
+int tavo_test_platform_answer();
+
+int init_subagent_modules() {
+  snmp_log(LOG_INFO, "the platform answers %d\n", tavo_test_platform_answer());
+  return 0;
+}
+}

@@ -1,0 +1,128 @@
+"""Notifications that a module's thread sends reach the managers: all of them, once, in order."""
+
+import re
+import signal
+import time
+
+from agents import ROOT, TEST_BASE, TEST_MODULES, Daemon, Master, TrapCollector, snmpget, wait_until
+
+MASTER_CONFIGURATION = ROOT / "host/snmpd-master.conf"
+NOTIFIER = TEST_MODULES / "notifier.so"
+
+
+def numbers(collector):
+    return [int(number) for number in re.findall(rf"{re.escape(TEST_BASE)}\.2\.0 = Gauge32: (\d+)", collector.log())]
+
+
+def wait_for_count(collector, count, timeout=60):
+    wait_until(lambda: len(numbers(collector)) >= count, timeout, f"{count} notifications")
+
+
+def test_ten_thousand_at_full_speed_over_a_unix_socket_arrive_once_and_in_order(start):
+    collector = start(TrapCollector)
+    master = start(Master, MASTER_CONFIGURATION, trap_destination=collector.destination)
+    daemon = start(Daemon, module=NOTIFIER, master=master)
+    begin = time.monotonic()
+    daemon.order("send 1 10000 960")
+    wait_for_count(collector, 10_000)
+    print(f"10,000 notifications in {time.monotonic() - begin:.1f} s")
+    assert numbers(collector) == list(range(1, 10_001))
+    assert snmpget(daemon.address, f"{TEST_BASE}.1.0") == [f".{TEST_BASE}.1.0 = INTEGER: 10000"]
+
+
+def test_requests_are_answered_while_notifications_stream(start):
+    collector = start(TrapCollector)
+    master = start(Master, MASTER_CONFIGURATION, trap_destination=collector.destination)
+    daemon = start(Daemon, module=NOTIFIER, master=master)
+    daemon.order("send 1 10000 960")
+    answered = 0
+    while len(numbers(collector)) < 10_000:
+        snmpget(daemon.address, f"{TEST_BASE}.1.0")
+        answered += 1
+    print(f"{answered} requests answered meanwhile")
+    assert answered > 10
+
+
+def test_notifications_sent_while_the_master_is_away_arrive_after_its_return(start):
+    collector = start(TrapCollector)
+    master = start(Master, MASTER_CONFIGURATION, trap_destination=collector.destination)
+    daemon = start(Daemon, module=NOTIFIER, master=master)
+    daemon.order("send 1 5 100")
+    wait_for_count(collector, 5)
+
+    master.kill()
+    daemon.wait_for_log("AgentX master disconnected us")
+    daemon.order("send 6 2000 100")
+    daemon.wait_for_log("sent number 2005\n")
+    assert numbers(collector) == [1, 2, 3, 4, 5]
+
+    returned = time.monotonic()
+    start(Master, MASTER_CONFIGURATION, udp_port=master.port, trap_destination=collector.destination)
+    wait_until(lambda: snmpget(daemon.address, f"{TEST_BASE}.1.0") == [f".{TEST_BASE}.1.0 = INTEGER: 2005"], 3,
+               "the daemon's return")
+    print(f"back {time.monotonic() - returned:.2f} s after the master was started")
+    wait_for_count(collector, 2005)
+    assert numbers(collector) == list(range(1, 2006))
+
+
+def test_nothing_is_lost_when_the_master_dies_in_the_middle_of_a_burst(start):
+    collector = start(TrapCollector)
+    master = start(Master, MASTER_CONFIGURATION, trap_destination=collector.destination)
+    daemon = start(Daemon, module=NOTIFIER, master=master)
+    daemon.order("send 1 5000 960")
+    wait_for_count(collector, 200)
+    master.kill()
+    start(Master, MASTER_CONFIGURATION, udp_port=master.port, trap_destination=collector.destination)
+    wait_until(lambda: 5000 in numbers(collector), 60, "the last notification")
+    seen = numbers(collector)
+    # What the master passed on but had not acknowledged is sent again: at most one burst of 50.
+    print(f"{len(seen) - len(set(seen))} sent again")
+    assert set(seen) == set(range(1, 5001))
+    assert len(seen) - len(set(seen)) <= 50
+    assert list(dict.fromkeys(seen)) == list(range(1, 5001))
+
+
+def test_a_full_queue_drops_the_oldest_and_says_how_many(start):
+    collector = start(TrapCollector)
+    master = start(Master, MASTER_CONFIGURATION, trap_destination=collector.destination)
+    daemon = start(Daemon, module=NOTIFIER, master=master, options=["--notification-limit", "100"])
+    master.kill()
+    daemon.wait_for_log("AgentX master disconnected us")
+    daemon.order("send 1 150 10")
+    daemon.wait_for_log("sent number 150\n")
+    start(Master, MASTER_CONFIGURATION, udp_port=master.port, trap_destination=collector.destination)
+    wait_for_count(collector, 100)
+    assert numbers(collector) == list(range(51, 151))
+    daemon.wait_for_log(r"notification queue full \(100\): \d+ dropped, 50 since the start")
+
+
+def test_notifications_still_arrive_after_the_configuration_was_read_again(start):
+    collector = start(TrapCollector)
+    master = start(Master, MASTER_CONFIGURATION, trap_destination=collector.destination)
+    daemon = start(Daemon, module=NOTIFIER, master=master)
+    daemon.signal(signal.SIGHUP)
+    daemon.wait_for_state("READY=1", count=2)
+    assert "RELOADING=1" in daemon.states
+    daemon.order("send 1 10 100")
+    wait_for_count(collector, 10)
+    assert numbers(collector) == list(range(1, 11))
+
+
+def test_a_stand_alone_agent_sends_to_its_own_destinations(start):
+    collector = start(TrapCollector)
+    daemon = start(Daemon, module=NOTIFIER, configuration=f"trap2sink {collector.destination} public\n")
+    daemon.order("send 1 1000 960")
+    wait_for_count(collector, 1000)
+    assert numbers(collector) == list(range(1, 1001))
+
+
+def test_a_stand_alone_agent_takes_a_new_destination_when_it_reads_its_configuration_again(start):
+    collector = start(TrapCollector)
+    daemon = start(Daemon, module=NOTIFIER)
+    file = daemon.directory / "subagentd.conf"
+    file.write_text(file.read_text() + f"trap2sink {collector.destination} public\n")
+    daemon.signal(signal.SIGHUP)
+    daemon.wait_for_state("READY=1", count=2)
+    daemon.order("send 1 3 10")
+    wait_for_count(collector, 3)
+    assert numbers(collector) == [1, 2, 3]

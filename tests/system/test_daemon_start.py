@@ -1,0 +1,135 @@
+"""What the daemon says and leaves with when it cannot start, and how it starts in the background."""
+
+import os
+import signal
+import socket
+import subprocess
+
+import pytest
+
+from agents import BUILD, TEST_BASE, TEST_MODULES, Daemon, environment, free_port, snmpget, wait_until
+
+DAEMON = BUILD / "snmp-subagentd"
+NOTIFIER = TEST_MODULES / "notifier.so"
+
+
+def run(directory, *arguments):
+    return subprocess.run([DAEMON, *map(str, arguments)], capture_output=True, text=True, timeout=20,
+                          env=environment(directory))
+
+
+def test_a_bad_option_is_named(directory):
+    result = run(directory, "-f", "--bogus")
+    assert result.returncode == 2
+    assert "--bogus" in result.stderr
+
+
+@pytest.mark.parametrize("arguments", [["-x", "unix:/nowhere", "--listen", "udp:127.0.0.1:1"], ["-c"],
+                                       ["--notification-limit", "none"], ["-LQ"]], ids=str)
+def test_options_that_make_no_sense_are_refused(directory, arguments):
+    result = run(directory, "-f", "-C", *arguments)
+    assert result.returncode == 2
+    assert "snmp-subagentd: " in result.stderr
+
+
+def test_a_missing_configuration_file_is_named(directory):
+    result = run(directory, "-f", "-C", "-c", directory / "absent.conf", "--module", NOTIFIER)
+    assert result.returncode == 3
+    assert f"cannot read configuration file {directory}/absent.conf: No such file or directory" in result.stderr
+
+
+def test_a_missing_platform_library_is_named(directory):
+    result = run(directory, "-f", "-C", "--platform", directory / "libabsent.so", "--module", NOTIFIER)
+    assert result.returncode == 4
+    assert f"cannot load platform library {directory}/libabsent.so" in result.stderr
+
+
+def test_a_missing_module_is_named(directory):
+    result = run(directory, "-f", "-C", "--module", directory / "absent.so")
+    assert result.returncode == 5
+    assert f"cannot load module {directory}/absent.so" in result.stderr
+
+
+def test_a_file_that_is_no_shared_object_is_no_module(directory):
+    text = directory / "text.so"
+    text.write_text("not a shared object\n")
+    result = run(directory, "-f", "-C", "--module", text)
+    assert result.returncode == 5
+    assert str(text) in result.stderr
+
+
+def test_a_symbol_that_no_platform_library_provides_is_named(directory):
+    result = run(directory, "-f", "-C", "--module", TEST_MODULES / "needs_platform.so")
+    assert result.returncode == 6
+    assert "undefined symbol: tavo_test_platform_answer" in result.stderr
+
+
+def test_a_module_without_its_entry_point_is_refused(directory):
+    result = run(directory, "-f", "-C", "--module", TEST_MODULES / "no_entry.so")
+    assert result.returncode == 6
+    assert "has no init_subagent_modules" in result.stderr
+
+
+def test_a_port_in_use_is_named(directory):
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as taken:
+        taken.bind(("127.0.0.1", 0))
+        address = f"udp:127.0.0.1:{taken.getsockname()[1]}"
+        result = run(directory, "-f", "-C", "--module", NOTIFIER, "--listen", address)
+    assert result.returncode == 7
+    assert f"cannot listen on {address}" in result.stderr
+
+
+def test_help_and_version_go_to_standard_output(directory):
+    for option, text in (("-h", "Usage: snmp-subagentd"), ("-v", "snmp-subagentd ")):
+        result = run(directory, option)
+        assert result.returncode == 0
+        assert text in result.stdout
+        assert result.stderr == ""
+
+
+def test_the_platform_library_provides_what_the_module_needs(start):
+    daemon = start(Daemon, module=TEST_MODULES / "needs_platform.so", platforms=[TEST_MODULES / "platform.so"])
+    assert "the platform answers 4711" in daemon.log()
+
+
+def test_it_listens_on_every_address_given(start):
+    second = f"127.0.0.1:{free_port()}"
+    daemon = start(Daemon, module=NOTIFIER, options=["--listen", f"udp:{second}"])
+    for address in (daemon.address, second):
+        assert snmpget(address, f"{TEST_BASE}.1.0") == [f".{TEST_BASE}.1.0 = INTEGER: 0"]
+
+
+def test_log_options_are_those_of_net_snmp(directory, start):
+    level = start(Daemon, module=NOTIFIER, options=["-LF", "0-7", directory / "all.txt"])
+    level.order("send 1 1 1")
+    wait_until(lambda: "sent number 1" in (directory / "all.txt").read_text(), what="the line of level 7")
+
+
+def test_traces_appear_for_the_tokens_named(start):
+    daemon = start(Daemon, module=NOTIFIER, options=["-D", "snmp_agent,trap"])
+    assert "registered debug token trap" in daemon.log()
+
+
+def test_in_the_background_it_returns_when_it_serves_and_keeps_a_process_id(directory):
+    address = f"127.0.0.1:{free_port()}"
+    configuration = directory / "daemon.conf"
+    configuration.write_text("rocommunity public\n")
+    pid_file = directory / "pid"
+    result = run(directory, "-C", "-c", configuration, "-Lf", directory / "daemon.log", "-p", pid_file, "--module",
+                 NOTIFIER, "--listen", f"udp:{address}")
+    assert result.returncode == 0, result.stderr
+    pid = int(pid_file.read_text())
+    try:
+        assert snmpget(address, f"{TEST_BASE}.1.0") == [f".{TEST_BASE}.1.0 = INTEGER: 0"]
+        assert os.getsid(pid) == pid
+    finally:
+        os.kill(pid, signal.SIGTERM)
+    wait_until(lambda: not os.path.exists(f"/proc/{pid}") or "Z" in open(f"/proc/{pid}/stat").read().split()[2],
+               what="the end of the daemon")
+    assert not pid_file.exists()
+
+
+def test_in_the_background_a_failed_start_has_its_status(directory):
+    result = run(directory, "-C", "-Lf", directory / "daemon.log", "--module", directory / "absent.so")
+    assert result.returncode == 5
+    assert "cannot load module" in result.stderr
