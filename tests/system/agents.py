@@ -13,7 +13,7 @@ import subprocess
 import time
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-BUILD = pathlib.Path(os.environ.get("TAVO_BUILD_DIR", ROOT / "build/release")).resolve()
+BUILD = (ROOT / os.environ.get("TAVO_BUILD_DIR", "build/release")).resolve()
 TEST_MODULES = BUILD / "test-modules"
 
 # Where the test modules of tests/system/modules serve.
@@ -55,7 +55,7 @@ class Program:
         self.command = [str(word) for word in command]
         with open(self.log_file, "ab") as log:
             self.process = subprocess.Popen(self.command, stdin=subprocess.DEVNULL, stdout=log, stderr=log,
-                                            env=environment(directory, **extra_environment))
+                                            cwd=directory, env=environment(directory, **extra_environment))
 
     @property
     def pid(self):

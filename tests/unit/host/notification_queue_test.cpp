@@ -1,0 +1,223 @@
+#include "host/notification_queue.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+
+#include <numeric>
+#include <thread>
+#include <vector>
+
+namespace tavo {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+Notification numbered(int number) {
+  return {.varbinds = PackedVarbinds(nullptr), .enterprise = {}, .context = std::to_string(number)};
+}
+
+std::vector<int> range(int first, int count) {
+  std::vector<int> numbers(static_cast<std::size_t>(count));
+  std::iota(numbers.begin(), numbers.end(), first);
+  return numbers;
+}
+
+bool readable(const NotificationQueue &queue) {
+  pollfd descriptor{.fd = queue.descriptor(), .events = POLLIN, .revents = 0};
+  return poll(&descriptor, 1, 0) == 1;
+}
+
+// A link that takes what it is given. Each transmission is a request numbered like its notification.
+struct Link {
+  Transmission operator()(const Notification &notification) {
+    const int number = std::stoi(*notification.context);
+    if (number == broken_at) {
+      return {.outcome = Transmission::link_broken};
+    }
+    sent.push_back(number);
+    return {.outcome = outcome, .request = number};
+  }
+
+  Transmission::Outcome outcome = Transmission::finished;
+  int broken_at = -1;
+  std::vector<int> sent;
+};
+
+class NotificationQueueTest : public testing::Test {
+ protected:
+  void push(int first, int count) {
+    for (const int number : range(first, count)) {
+      queue.push(numbered(number));
+    }
+  }
+
+  Link link;
+  NotificationQueue queue{1000, [this](const Notification &notification) { return link(notification); }};
+};
+
+TEST_F(NotificationQueueTest, SendsNothingWhileTheLinkIsDown) {
+  push(1, 3);
+  queue.turn();
+  EXPECT_THAT(link.sent, IsEmpty());
+  EXPECT_EQ(queue.waiting(), 3U);
+  EXPECT_FALSE(readable(queue));
+}
+
+TEST_F(NotificationQueueTest, SendsInOrderOnceTheLinkIsUp) {
+  push(1, 3);
+  queue.link_up();
+  EXPECT_TRUE(readable(queue));
+  queue.turn();
+  EXPECT_THAT(link.sent, ElementsAre(1, 2, 3));
+  EXPECT_TRUE(queue.idle());
+  EXPECT_FALSE(readable(queue));
+}
+
+TEST_F(NotificationQueueTest, APushWakesTheLoop) {
+  queue.link_up();
+  queue.turn();
+  EXPECT_FALSE(readable(queue));
+  push(1, 1);
+  EXPECT_TRUE(readable(queue));
+}
+
+TEST_F(NotificationQueueTest, SendsAtMostOneBurstInATurnAndAsksForAnother) {
+  queue.link_up();
+  push(1, 120);
+  queue.turn();
+  EXPECT_EQ(link.sent, range(1, 50));
+  EXPECT_TRUE(readable(queue));
+  queue.turn();
+  queue.turn();
+  EXPECT_EQ(link.sent, range(1, 120));
+  EXPECT_FALSE(readable(queue));
+}
+
+TEST_F(NotificationQueueTest, HoldsBackWhileOneBurstIsUnanswered) {
+  link.outcome = Transmission::awaiting_answer;
+  queue.link_up();
+  push(1, 60);
+  queue.turn();
+  queue.turn();
+  EXPECT_EQ(link.sent, range(1, 50));
+  EXPECT_FALSE(readable(queue)) << "nothing to do until an answer comes: the loop must not spin";
+  queue.answered(1);
+  queue.answered(2);
+  EXPECT_TRUE(readable(queue));
+  queue.turn();
+  EXPECT_EQ(link.sent, range(1, 52));
+}
+
+TEST_F(NotificationQueueTest, IsIdleOnlyWhenEverythingIsAnswered) {
+  link.outcome = Transmission::awaiting_answer;
+  queue.link_up();
+  push(1, 2);
+  queue.turn();
+  EXPECT_FALSE(queue.idle());
+  queue.answered(2);
+  queue.answered(1);
+  EXPECT_TRUE(queue.idle());
+}
+
+TEST_F(NotificationQueueTest, AnAnswerToAnUnknownRequestChangesNothing) {
+  link.outcome = Transmission::awaiting_answer;
+  queue.link_up();
+  push(1, 1);
+  queue.turn();
+  queue.answered(77);
+  EXPECT_FALSE(queue.idle());
+  EXPECT_FALSE(readable(queue));
+}
+
+TEST_F(NotificationQueueTest, UnansweredOnesAreSentAgainInOrderAfterTheLinkWasDown) {
+  link.outcome = Transmission::awaiting_answer;
+  queue.link_up();
+  push(1, 5);
+  queue.turn();
+  queue.answered(1);
+  queue.answered(3);
+  queue.link_down();
+  push(6, 1);
+  queue.turn();
+  link.sent.clear();
+  queue.link_up();
+  queue.turn();
+  EXPECT_THAT(link.sent, ElementsAre(2, 4, 5, 6));
+}
+
+TEST_F(NotificationQueueTest, WhatABrokenLinkRefusedKeepsItsPlace) {
+  link.outcome = Transmission::awaiting_answer;
+  link.broken_at = 3;
+  queue.link_up();
+  push(1, 4);
+  queue.turn();
+  EXPECT_THAT(link.sent, ElementsAre(1, 2));
+  EXPECT_FALSE(queue.linked());
+  queue.turn();
+  EXPECT_THAT(link.sent, ElementsAre(1, 2)) << "a broken link is left alone until it is up again";
+  link.broken_at = -1;
+  queue.link_down();
+  link.sent.clear();
+  queue.link_up();
+  queue.turn();
+  EXPECT_THAT(link.sent, ElementsAre(1, 2, 3, 4));
+}
+
+TEST_F(NotificationQueueTest, BeyondTheLimitTheOldestIsDroppedAndCounted) {
+  push(1, 1003);
+  EXPECT_EQ(queue.waiting(), 1000U);
+  EXPECT_EQ(queue.dropped(), 3U);
+  queue.link_up();
+  while (!queue.idle()) {
+    queue.turn();
+  }
+  EXPECT_EQ(link.sent, range(4, 1000));
+}
+
+TEST_F(NotificationQueueTest, OneThatCouldNotBeCopiedIsCounted) {
+  queue.count_lost();
+  EXPECT_EQ(queue.dropped(), 1U);
+}
+
+// Run under ThreadSanitizer too.
+TEST(NotificationQueueThreads, SeveralThreadsPushWhileTheLoopSendsAndEachKeepsItsOrder) {
+  constexpr int threads = 4;
+  constexpr int each = 5000;
+  std::vector<std::vector<int>> received(threads);
+  NotificationQueue queue(threads * each, [&](const Notification &notification) {
+    const int number = std::stoi(*notification.context);
+    received[static_cast<std::size_t>(number / each)].push_back(number % each);
+    return Transmission{.outcome = Transmission::finished};
+  });
+  std::vector<std::thread> producers;
+  for (int thread = 0; thread < threads; ++thread) {
+    producers.emplace_back([&queue, thread] {
+      for (int number = 0; number < each; ++number) {
+        queue.push(numbered(thread * each + number));
+      }
+    });
+  }
+  queue.link_up();
+  std::size_t total = 0;
+  while (total < threads * each) {
+    pollfd descriptor{.fd = queue.descriptor(), .events = POLLIN, .revents = 0};
+    ASSERT_EQ(poll(&descriptor, 1, 10'000), 1) << "the queue did not wake its loop";
+    queue.turn();
+    total = 0;
+    for (const auto &numbers : received) {
+      total += numbers.size();
+    }
+  }
+  for (std::thread &producer : producers) {
+    producer.join();
+  }
+  for (const auto &numbers : received) {
+    EXPECT_EQ(numbers, range(0, each));
+  }
+  EXPECT_EQ(queue.dropped(), 0U);
+}
+
+}  // namespace
+}  // namespace tavo

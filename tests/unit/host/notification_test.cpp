@@ -1,0 +1,94 @@
+#include "host/notification.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstring>
+#include <iterator>
+#include <string_view>
+
+namespace tavo {
+namespace {
+
+constexpr std::array<oid, 15> column = {1, 3, 6, 1, 4, 1, 61453, 4, 207, 1, 1, 1, 1, 11, 4'294'967'295};
+
+class PackedVarbindsTest : public testing::Test {
+ protected:
+  void add(u_char type, const void *value, std::size_t size) {
+    netsnmp_variable_list *list = list_.release();
+    ASSERT_NE(snmp_varlist_add_variable(&list, column.data(), column.size(), type, value, size), nullptr);
+    list_.reset(list);
+  }
+
+  VarbindList list_;
+};
+
+void expect_equal(const netsnmp_variable_list *one, const netsnmp_variable_list *other) {
+  while (one != nullptr && other != nullptr) {
+    EXPECT_EQ(snmp_oid_compare(one->name, one->name_length, other->name, other->name_length), 0);
+    EXPECT_EQ(one->type, other->type);
+    ASSERT_EQ(one->val_len, other->val_len);
+    if (one->val_len > 0) {
+      EXPECT_EQ(std::memcmp(one->val.string, other->val.string, one->val_len), 0);
+    }
+    one = one->next_variable;
+    other = other->next_variable;
+  }
+  EXPECT_EQ(one, other) << "the lists differ in length";
+}
+
+TEST_F(PackedVarbindsTest, EveryTypeOfAFaultNotificationComesBackAsItWas) {
+  const long negative = -5;
+  const unsigned long large = 4'294'967'295;
+  const counter64 wide{.high = 1, .low = 4'294'967'295};
+  constexpr std::string_view text = "fan 3 failed";
+  add(ASN_OBJECT_ID, column.data(), sizeof column);
+  add(ASN_UNSIGNED, &large, sizeof large);
+  add(ASN_OCTET_STR, text.data(), text.size());
+  add(ASN_OCTET_STR, "", 0);
+  add(ASN_INTEGER, &negative, sizeof negative);
+  add(ASN_COUNTER, &large, sizeof large);
+  add(ASN_TIMETICKS, &large, sizeof large);
+  add(ASN_COUNTER64, &wide, sizeof wide);
+  add(ASN_NULL, nullptr, 0);
+  const PackedVarbinds packed(list_.get());
+  EXPECT_FALSE(packed.empty());
+  expect_equal(packed.unpack().get(), list_.get());
+}
+
+TEST_F(PackedVarbindsTest, LongTextsAndOctetsOfEveryValueComeBack) {
+  std::string octets(4000, '\0');
+  for (std::size_t i = 0; i < octets.size(); ++i) {
+    octets[i] = static_cast<char>(i);
+  }
+  add(ASN_OCTET_STR, octets.data(), octets.size());
+  add(ASN_OCTET_STR, "x", 1);
+  expect_equal(PackedVarbinds(list_.get()).unpack().get(), list_.get());
+}
+
+TEST_F(PackedVarbindsTest, TheCopyOutlivesTheCallersList) {
+  add(ASN_OCTET_STR, "kept", 4);
+  const PackedVarbinds packed(list_.get());
+  list_.reset();
+  const VarbindList unpacked = packed.unpack();
+  ASSERT_NE(unpacked, nullptr);
+  EXPECT_EQ(std::string_view(reinterpret_cast<const char *>(unpacked->val.string), unpacked->val_len), "kept");
+}
+
+TEST_F(PackedVarbindsTest, NoVarbindsAreNoVarbinds) {
+  const PackedVarbinds packed(nullptr);
+  EXPECT_TRUE(packed.empty());
+  EXPECT_EQ(packed.unpack(), nullptr);
+}
+
+TEST_F(PackedVarbindsTest, AVarbindThatNetSnmpRefusesMakesNoList) {
+  add(ASN_OCTET_STR, "good", 4);
+  add(ASN_OCTET_STR, "bad", 3);
+  list_->next_variable->type = ASN_COUNTER64;  // 3 octets are none
+  const PackedVarbinds packed(list_.get());
+  EXPECT_FALSE(packed.empty());
+  EXPECT_EQ(packed.unpack(), nullptr);
+}
+
+}  // namespace
+}  // namespace tavo
