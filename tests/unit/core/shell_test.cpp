@@ -36,21 +36,21 @@ class ShellTest : public fakes::ModuleTest {
   fakes::FakeFiles files;
 };
 
-TEST_F(ShellTest, gives_the_first_line_without_its_newline) {
+TEST_F(ShellTest, GivesTheFirstLineWithoutItsNewline) {
   EXPECT_EQ(first_line("printf 'one\\ntwo\\n'"), "one");
 }
 
-TEST_F(ShellTest, an_empty_line_is_a_line) {
+TEST_F(ShellTest, AnEmptyLineIsALine) {
   EXPECT_EQ(first_line("echo"), "");
   EXPECT_EQ(first_line("printf '\\nsecond\\n'"), "");
 }
 
-TEST_F(ShellTest, drops_the_last_character_read_newline_or_not) {
+TEST_F(ShellTest, DropsTheLastCharacterReadNewlineOrNot) {
   EXPECT_EQ(first_line("printf 'no newline'"), "no newlin");
   EXPECT_EQ(first_line("printf x"), "");
 }
 
-TEST_F(ShellTest, reads_no_more_than_the_longest_line) {
+TEST_F(ShellTest, ReadsNoMoreThanTheLongestLine) {
   for (const int longest : {127, 128}) {
     for (const int length : {longest - 2, longest - 1, longest, longest + 1, 1 << 20}) {
       const std::string kept(static_cast<std::size_t>(std::min(length, longest - 1)), 'v');
@@ -60,30 +60,30 @@ TEST_F(ShellTest, reads_no_more_than_the_longest_line) {
   }
 }
 
-TEST_F(ShellTest, nuls_in_the_line_are_kept) {
+TEST_F(ShellTest, NulsInTheLineAreKept) {
   EXPECT_EQ(first_line("printf 'a\\0b\\n'"), std::string("a\0b", 3));
   EXPECT_EQ(first_line("printf '\\0\\n'"), std::string("\0", 1));
 }
 
-TEST_F(ShellTest, a_command_that_prints_nothing_gives_nothing) {
+TEST_F(ShellTest, ACommandThatPrintsNothingGivesNothing) {
   EXPECT_EQ(first_line("true"), std::nullopt);
   EXPECT_EQ(first_line("no-such-tool 2> /dev/null"), std::nullopt);
   EXPECT_EQ(first_line("'unbalanced 2> /dev/null", 127), std::nullopt);
 }
 
-TEST_F(ShellTest, a_command_that_fails_after_printing_gives_its_line) {
+TEST_F(ShellTest, ACommandThatFailsAfterPrintingGivesItsLine) {
   EXPECT_EQ(first_line("echo text; exit 3"), "text");
 }
 
-TEST_F(ShellTest, output_without_an_end_does_not_keep_the_caller) {
+TEST_F(ShellTest, OutputWithoutAnEndDoesNotKeepTheCaller) {
   EXPECT_EQ(first_line("yes"), "y");
 }
 
-TEST_F(ShellTest, a_flood_of_256_mebibytes_gives_its_first_octets) {
+TEST_F(ShellTest, AFloodOf256MebibytesGivesItsFirstOctets) {
   EXPECT_EQ(first_line("head -c 268435456 /dev/zero 2> /dev/null"), std::string(126, '\0'));
 }
 
-TEST_F(ShellTest, a_writer_that_loses_its_reader_does_not_signal_the_module) {
+TEST_F(ShellTest, AWriterThatLosesItsReaderDoesNotSignalTheModule) {
   static volatile std::sig_atomic_t pipes_broken = 0;
   struct sigaction count = {};
   struct sigaction before;
@@ -94,13 +94,13 @@ TEST_F(ShellTest, a_writer_that_loses_its_reader_does_not_signal_the_module) {
   EXPECT_EQ(pipes_broken, 0);
 }
 
-TEST_F(ShellTest, a_daemon_that_ignores_broken_pipes_gets_its_line_too) {
+TEST_F(ShellTest, ADaemonThatIgnoresBrokenPipesGetsItsLineToo) {
   const auto before = std::signal(SIGPIPE, SIG_IGN);
   EXPECT_EQ(first_line("yes 2> /dev/null"), "y");
   std::signal(SIGPIPE, before);
 }
 
-TEST_F(ShellTest, signals_do_not_end_the_output) {
+TEST_F(ShellTest, SignalsDoNotEndTheOutput) {
   struct sigaction interrupt = {};  // no SA_RESTART: reads are interrupted
   struct sigaction before;
   interrupt.sa_handler = [](int) {};
@@ -118,7 +118,7 @@ TEST_F(ShellTest, signals_do_not_end_the_output) {
   ::sigaction(SIGUSR2, &before, nullptr);
 }
 
-TEST_F(ShellTest, a_command_that_cannot_be_started_gives_nothing) {
+TEST_F(ShellTest, ACommandThatCannotBeStartedGivesNothing) {
   rlimit limit;
   ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
   const rlimit none = {.rlim_cur = 3, .rlim_max = limit.rlim_max};
@@ -128,7 +128,7 @@ TEST_F(ShellTest, a_command_that_cannot_be_started_gives_nothing) {
   EXPECT_EQ(line, std::nullopt);
 }
 
-TEST_F(ShellTest, leaves_no_descriptor_and_no_child_behind) {
+TEST_F(ShellTest, LeavesNoDescriptorAndNoChildBehind) {
   const auto descriptors = [] {
     return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator());
   };
@@ -141,7 +141,7 @@ TEST_F(ShellTest, leaves_no_descriptor_and_no_child_behind) {
   EXPECT_EQ(errno, ECHILD);
 }
 
-TEST_F(ShellTest, tools_do_not_inherit_close_on_exec_descriptors) {
+TEST_F(ShellTest, ToolsDoNotInheritCloseOnExecDescriptors) {
   const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   ASSERT_GE(socket, 0);
   const std::string look = "test -e /proc/self/fd/" + std::to_string(socket) + " && echo inherited || echo closed";
@@ -149,13 +149,13 @@ TEST_F(ShellTest, tools_do_not_inherit_close_on_exec_descriptors) {
   ::close(socket);
 }
 
-TEST_F(ShellTest, runs_a_command_to_its_end) {
+TEST_F(ShellTest, RunsACommandToItsEnd) {
   const std::string real = fakes::FakeFiles::real_path("/var/written");
   tavo::run_in_shell(("echo written | tr a-z A-Z > " + real).c_str());
   EXPECT_EQ(files.read("/var/written"), "WRITTEN\n");
 }
 
-TEST_F(ShellTest, runs_a_missing_command_without_harm) {
+TEST_F(ShellTest, RunsAMissingCommandWithoutHarm) {
   tavo::run_in_shell("no-such-tool 2> /dev/null");
 }
 
