@@ -4,6 +4,9 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstddef>
+#include <span>
 #include <utility>
 
 namespace tavo {
@@ -34,6 +37,20 @@ class Descriptor {
 // Opens a file for reading: closed in every tool that the module starts, and without waiting for the writer of a pipe.
 inline Descriptor open_for_reading(const char *path) {
   return Descriptor(::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+}
+
+// Reads the octets that a file begins with, as many as `to` holds. How many there were; -1 when the file cannot be
+// opened or read.
+inline ssize_t read_beginning(const char *path, std::span<std::byte> to) {
+  const Descriptor file = open_for_reading(path);
+  if (!file) {
+    return -1;
+  }
+  ssize_t got;
+  do {
+    got = ::read(file.get(), to.data(), to.size());
+  } while (got < 0 && errno == EINTR);
+  return got;
 }
 
 }  // namespace tavo

@@ -8,6 +8,9 @@
 #include "core/access_lock.h"
 #include "core/trace.h"
 #include "platform/test_trap.h"
+#include "tables/tavoEquipmentFanTable.h"
+#include "tables/tavoEquipmentPsuTable.h"
+#include "tables/tavoMemoryUnitTable.h"
 #include "tables/tavoProcessorUnitTable.h"
 
 // A daemon without the thread does not define the handle, and the module must load all the same.
@@ -23,7 +26,10 @@ struct StartUpStep {
 };
 
 constexpr StartUpStep start_up[] = {
+    {.call = init_tavoMemoryUnitTable, .done = "Memory Init done\n"},
     {.call = init_tavoProcessorUnitTable, .done = "Processor Init done\n"},
+    {.call = init_tavoEquipmentFanTable, .done = "Fan Init done\n"},
+    {.call = init_tavoEquipmentPsuTable, .done = "PSU Init done\n"},
     // The daemon is still on its own thread, but the threads that rebuild these lists will lock them as well.
     {.call = [] { return acquire_sa_lock(storage_lock); }, .done = nullptr},
     {.call = [] { return release_sa_lock(storage_lock); }, .done = nullptr},

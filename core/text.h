@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string_view>
 
 namespace tavo {
@@ -29,5 +30,17 @@ template <std::size_t N, class... Args>
 void format_text(char (&to)[N], const char *format, Args... args) {
   format_text(to, N, format, args...);
 }
+
+// Takes the decimal number that a text begins with, and the blanks before it, off the text. Empty, and the text left
+// alone, when it begins with none. A number of more than 32 bits becomes the nearest that has them.
+std::optional<std::int32_t> take_number(std::string_view &text);
+
+// The same where the rest does not matter.
+inline std::optional<std::int32_t> leading_number(std::string_view text) {
+  return take_number(text);
+}
+
+// Takes the next word, up to a blank, and the blanks before it off the text. Empty when there is none.
+std::string_view take_word(std::string_view &text);
 
 }  // namespace tavo

@@ -11,8 +11,11 @@
 
 #include "core/access_lock.h"
 #include "platform/test_trap.h"
+#include "tests/unit/fakes/clock.h"
+#include "tests/unit/fakes/files.h"
 #include "tests/unit/fakes/module_test.h"
 #include "tests/unit/fakes/net_snmp.h"
+#include "tests/unit/fakes/shell.h"
 #include "tests/unit/fakes/threads.h"
 
 namespace {
@@ -23,12 +26,19 @@ using testing::ElementsAre;
 using testing::Field;
 using testing::IsSupersetOf;
 
-class StartUpTest : public fakes::ModuleTest {};
+class StartUpTest : public fakes::ModuleTest {
+ protected:
+  fakes::FakeClock clock;  // start-up sleeps
+  fakes::FakeFiles files;
+  fakes::FakeShell shell;
+};
 
 TEST_F(StartUpTest, EveryStepIsLoggedInItsOrder) {
   fakes::start_no_threads();
   EXPECT_EQ(init_subagent_modules(), 0);
-  EXPECT_THAT(fakes::log_lines(), ElementsAre(LogLine{LOG_DEBUG, "Processor Init done\n"}));
+  EXPECT_THAT(fakes::log_texts(),
+              ElementsAre("Memory Init done\n", "Processor Init done\n", "Fan Init done\n", "PSU Init done\n"));
+  EXPECT_THAT(fakes::log_lines(), Each(Field(&LogLine::priority, LOG_DEBUG)));
 }
 
 TEST_F(StartUpTest, TheStorageLockIsTakenAndGivenBack) {

@@ -1,9 +1,12 @@
 #include "tests/unit/fakes/module_test.h"
 
 #include "tests/unit/fakes/allocation.h"
+#include "tests/unit/fakes/fru.h"
 #include "tests/unit/fakes/inventory.h"
+#include "tests/unit/fakes/memory.h"
 #include "tests/unit/fakes/mutexes.h"
 #include "tests/unit/fakes/net_snmp.h"
+#include "tests/unit/fakes/sensors.h"
 #include "tests/unit/fakes/threads.h"
 
 namespace fakes {
@@ -12,8 +15,11 @@ namespace {
 void reset_all() {
   fail_next_mutex_call(0);
   reset_allocations();
+  reset_fru();
   reset_inventory();
+  reset_memory();
   reset_net_snmp();
+  reset_sensors();
   reset_threads();
 }
 

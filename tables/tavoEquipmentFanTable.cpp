@@ -1,0 +1,306 @@
+#include "tables/tavoEquipmentFanTable.h"
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <limits>
+#include <string_view>
+
+#include "core/record.h"
+#include "core/table.h"
+#include "core/table_entry_points.h"
+#include "core/text.h"
+#include "core/zeroed.h"
+#include "platform/inventory.h"
+#include "tables/fan_state.h"
+
+tavo::EquipmentFanRow *tavoEquipmentFanTable_head = nullptr;
+std::uint8_t FAN_PRSNT_ARR[256] = {};
+std::uint8_t PSU_FAN_PRSNT_ARR[256] = {};
+
+namespace tavo {
+namespace {
+
+using Row = EquipmentFanRow;
+
+constexpr std::array<oid, 12> root = {1, 3, 6, 1, 4, 1, 61453, 4, 207, 1, 15, 12};
+
+// clang-format off
+constexpr auto columns = checked(std::to_array<Column>({
+    {.number = 2, .codec = Codec::text, .field = field<decltype(Row::dn)>(offsetof(Row, dn))},
+    {.number = 3, .codec = Codec::text, .field = field<decltype(Row::rn)>(offsetof(Row, rn))},
+    {.number = 4, .codec = Codec::counter64, .field = field<decltype(Row::interval_counter)>(offsetof(Row, interval_counter))},
+    {.number = 5, .codec = Codec::gauge, .field = field<decltype(Row::id)>(offsetof(Row, id))},
+    {.number = 6, .codec = Codec::integer, .field = field<decltype(Row::zero_6)>(offsetof(Row, zero_6))},
+    {.number = 7, .codec = Codec::text, .field = field<decltype(Row::sensor)>(offsetof(Row, sensor))},
+    {.number = 8, .codec = Codec::gauge, .field = field<decltype(Row::module)>(offsetof(Row, module))},
+    {.number = 9, .codec = Codec::integer, .field = field<decltype(Row::oper_state)>(offsetof(Row, oper_state))},
+    {.number = 10, .codec = Codec::integer, .field = field<decltype(Row::operability)>(offsetof(Row, operability))},
+    {.number = 11, .codec = Codec::integer, .field = field<decltype(Row::zero_11)>(offsetof(Row, zero_11))},
+    {.number = 12, .codec = Codec::integer, .field = field<decltype(Row::zero_12)>(offsetof(Row, zero_12))},
+    {.number = 13, .codec = Codec::integer, .field = field<decltype(Row::presence)>(offsetof(Row, presence))},
+    {.number = 14, .codec = Codec::text, .field = field<decltype(Row::model)>(offsetof(Row, model))},
+    {.number = 15, .codec = Codec::text, .field = field<decltype(Row::revision)>(offsetof(Row, revision))},
+    {.number = 16, .codec = Codec::integer, .field = field<decltype(Row::zero_16)>(offsetof(Row, zero_16))},
+    {.number = 17, .codec = Codec::gauge, .field = field<decltype(Row::tray)>(offsetof(Row, tray))},
+    {.number = 18, .codec = Codec::text, .field = field<decltype(Row::serial)>(offsetof(Row, serial))},
+    {.number = 19, .codec = Codec::integer, .field = field<decltype(Row::zero_19)>(offsetof(Row, zero_19))},
+}));
+// clang-format on
+
+constexpr TableDescription description = {
+    .name = "tavoEquipmentFanTable",
+    .root = root,
+    .lock = ListLock::ev(12),
+    .columns = columns,
+    .row = layout_of<Row>(),
+    .traces = false,
+    .keeps_registration = false,
+};
+
+constinit Table table(description, &tavoEquipmentFanTable_head);
+
+constexpr int sensor_count = 256;
+
+// What the sensor repository says of one sensor.
+class Sensor {
+ public:
+  // False when there is no such sensor or it cannot be read.
+  bool read(int number) {
+    octets_ = {};
+    number_ = static_cast<std::uint32_t>(number);
+    std::uint32_t output = 0;
+    return IPMI_SensorGetSensorData(number, &output, octets_.data()) == 0;
+  }
+
+  std::uint32_t type() const { return record().u32(SENSOR_TYPE); }
+  std::uint32_t entity() const { return record().u32(SENSOR_ENTITY_ID); }
+  std::uint32_t instance() const { return record().u32(SENSOR_ENTITY_INSTANCE); }
+  std::string_view name() const { return record().text(SENSOR_NAME, SENSOR_NAME_SIZE); }
+
+  bool entity_is_present() const { return IPMI_Discrete_CheckPresence(address().data()) == 0; }
+
+  // Whether a fan is there, as the table says it: 10 present, 11 absent, 30 undetermined.
+  std::uint8_t presence() const {
+    switch (IPMI_Thresh_Sensor_CheckPresence(address().data())) {
+      case 0x00:
+      case 0xCB:
+        return 10;
+      case 0x02:
+      case 0xE0:
+        return 11;
+      default:
+        return 30;
+    }
+  }
+
+ private:
+  Record record() const { return Record(octets_); }
+  std::array<std::uint32_t, 3> address() const { return {number_, entity(), instance()}; }
+
+  std::uint32_t number_ = 0;
+  std::array<std::byte, SENSOR_RECORD_SIZE> octets_;
+};
+
+// Entity instances come from the sensors and may lie beyond the arrays: such an entity counts as absent.
+bool is_marked(const std::uint8_t (&present)[256], std::uint32_t instance) {
+  return instance < std::size(present) && present[instance] == 1;
+}
+
+void mark(std::uint8_t (&present)[256], std::uint32_t instance) {
+  if (instance < std::size(present)) {
+    present[instance] = 1;
+  }
+}
+
+// Notes which fans and supplies are there. A gap in the repository is passed over here, other than in the row pass.
+void note_entities_present() {
+  std::ranges::fill(FAN_PRSNT_ARR, 0);
+  std::ranges::fill(PSU_FAN_PRSNT_ARR, 0);
+  Sensor sensor;
+  for (int number = 0; number < sensor_count; ++number) {
+    if (!sensor.read(number) || sensor.type() != SENSOR_TYPE_ENTITY_PRESENCE) {
+      continue;
+    }
+    if (sensor.entity() == ENTITY_FAN && sensor.entity_is_present()) {
+      mark(FAN_PRSNT_ARR, sensor.instance());
+    } else if (sensor.entity() == ENTITY_POWER_SUPPLY && sensor.entity_is_present()) {
+      mark(PSU_FAN_PRSNT_ARR, sensor.instance());
+    }
+  }
+}
+
+// Takes `literal` and the number behind it off the front of a name. False, and `number` left alone, when they do not
+// stand there.
+bool take_number_behind(std::string_view literal, std::string_view &name, std::int32_t &number) {
+  if (!name.starts_with(literal)) {
+    return false;
+  }
+  name.remove_prefix(literal.size());
+  const auto taken = take_number(name);
+  number = taken.value_or(number);
+  return taken.has_value();
+}
+
+// The numbers in a system fan's name.
+struct FanNumbers {
+  std::int32_t first = 0;
+  std::int32_t second = 0;
+  std::int32_t fan = 0;
+  std::int32_t module = 0;
+  bool is_tachometer = false;  // `first` is the module and `second` the tachometer; columns keep fan and module
+};
+
+bool contains(std::string_view name, std::string_view part) {
+  return name.find(part) != std::string_view::npos;
+}
+
+// Names of fans that do not count two tachometers: the first that occurs in a name tells where its number stands.
+struct NamingScheme {
+  std::string_view part;
+  std::string_view before_number;
+  std::int32_t fan;
+};
+
+constexpr auto naming_schemes = std::to_array<NamingScheme>({
+    {.part = "TRAY", .before_number = "FAN_TRAY", .fan = 1},
+    {.part = "FANA", .before_number = "FANA_MOD", .fan = 1},
+    {.part = "FANB", .before_number = "FANB_MOD", .fan = 2},
+    {.part = "", .before_number = "FAN", .fan = 1},
+});
+
+// Reads the first number behind `literal` and the second behind "_TACH", as far as the name goes along.
+void take_two_numbers(std::string_view literal, std::string_view name, FanNumbers &numbers) {
+  if (take_number_behind(literal, name, numbers.first)) {
+    take_number_behind("_TACH", name, numbers.second);
+  }
+}
+
+FanNumbers numbers_in(std::string_view name) {
+  FanNumbers numbers;
+  if (contains(name, "Q410")) {
+    take_two_numbers("Q410_FAN", name, numbers);
+    numbers.fan = numbers.first;
+    numbers.module = numbers.second;
+  } else {
+    const auto *const scheme =
+        std::ranges::find_if(naming_schemes, [name](const NamingScheme &s) { return contains(name, s.part); });
+    std::string_view rest = name;
+    take_number_behind(scheme->before_number, rest, numbers.first);
+    numbers.fan = scheme->fan;
+    numbers.module = numbers.first;
+  }
+  if (contains(name, "TACH")) {
+    numbers.is_tachometer = true;
+    take_two_numbers("FAN", name, numbers);
+  }
+  return numbers;
+}
+
+// Which octet of sys_fan_sev a tachometer has: two for each module. Beyond the array for numbers that no fan has.
+std::uint32_t severity_index(const FanNumbers &numbers) {
+  constexpr std::uint32_t none = std::numeric_limits<std::uint32_t>::max();
+  const std::int64_t index = (std::int64_t{numbers.first} - 1) * 2 + (std::int64_t{numbers.second} - 1);
+  return index < 0 || index > none ? none : static_cast<std::uint32_t>(index);
+}
+
+void set_operability(Row &row, std::int32_t state) {
+  row.oper_state = state;
+  row.operability = state;
+}
+
+void fill_system_fan(Row &row, const Sensor &sensor) {
+  const std::uint8_t presence = sensor.presence();
+  store_fan(sys_fan_prs, sensor.instance(), presence);
+  const FanNumbers numbers = numbers_in(sensor.name());
+  const std::int32_t module = numbers.is_tachometer ? numbers.first : numbers.module;
+  const std::int32_t fan = numbers.is_tachometer ? numbers.second : numbers.fan;
+  constexpr std::size_t kept = 36;  // the length with numbers of one digit; managers know no longer one
+  format_text(row.dn, kept + 1, "sys/rack-unit-1/fan-module-1-%d/fan-%d", module, fan);
+  format_text(row.rn, "fan-%d", fan);
+  row.id = static_cast<std::uint32_t>(numbers.fan);
+  row.module = static_cast<std::uint32_t>(numbers.module);
+  row.presence = presence;
+  const std::uint32_t severity = numbers.is_tachometer ? severity_index(numbers) : sensor.instance();
+  if (!is_marked(FAN_PRSNT_ARR, sensor.instance())) {
+    set_operability(row, 6);
+  } else {
+    set_operability(row, load_fan(sys_fan_sev, severity) == 0 ? 1 : 3);
+  }
+}
+
+void fill_supply_fan(Row &row, const Sensor &sensor) {
+  std::string_view name = sensor.name();
+  std::int32_t supply = 0;
+  std::int32_t fan = 0;
+  if (contains(name, "SPEED")) {
+    take_number_behind("PSU", name, supply);
+    fan = 1;
+  }
+  constexpr std::size_t kept = 27;
+  format_text(row.dn, kept + 1, "sys/rack-unit-1/psu-%d/fan-%d", supply, fan);
+  format_text(row.rn, "psu-%d/fan-%d", supply, fan);
+  row.id = static_cast<std::uint32_t>(supply);
+  row.module = static_cast<std::uint32_t>(fan);
+  set_operability(row, load_fan(ps_fan_sev, sensor.instance()) == 0 ? 1 : 3);
+  row.presence = 10;
+}
+
+// Makes the sensor's row and returns the row number that the table has come to.
+std::uint32_t add_row(const Sensor &sensor, std::uint32_t row_number, Row &row) {
+  row = {};
+  if (sensor.entity() == ENTITY_FAN) {
+    ++row_number;
+    fill_system_fan(row, sensor);
+  } else if (sensor.entity() == ENTITY_POWER_SUPPLY) {
+    if (!is_marked(PSU_FAN_PRSNT_ARR, sensor.instance())) {
+      return row_number;
+    }
+    ++row_number;
+    fill_supply_fan(row, sensor);
+  }
+  // A fan of any other entity has no name in the tree and no number of its own, but it is listed.
+  copy_text(row.sensor, sensor.name());
+  copy_text(row.model, "unknown");
+  copy_text(row.revision, "unknown");
+  row.tray = 1;
+  copy_text(row.serial, "unknown");
+  tavoEquipmentFanTable_createEntry(row_number, &row);
+  return row_number;
+}
+
+}  // namespace
+}  // namespace tavo
+
+TAVO_TABLE_ENTRY_POINTS(tavoEquipmentFanTable, tavo::EquipmentFanRow, tavo::table)
+
+int initialize_table_tavoEquipmentFanTable(void) {
+  tavo::table.trace_entry(__func__, __LINE__);
+  tavo::table.register_with({.handler = tavoEquipmentFanTable_handler,
+                             .first_row = tavoEquipmentFanTable_get_first_data_point,
+                             .next_row = tavoEquipmentFanTable_get_next_data_point});
+  initialize_fan_table(0);
+  return 0;
+}
+
+void initialize_fan_table(int mode) {
+  const tavo::ListGuard guard(tavo::table.lock());
+  if (guard.error() != 0) {
+    return;
+  }
+  if (mode == 1) {
+    tavoEquipmentFanTable_removeAllEntries();
+  }
+  tavo::note_entities_present();
+  const auto row = tavo::make_zeroed<tavo::EquipmentFanRow>();
+  if (row == nullptr) {
+    return;
+  }
+  std::uint32_t row_number = 0;
+  tavo::Sensor sensor;
+  for (int number = 0; number < tavo::sensor_count && sensor.read(number); ++number) {
+    if (sensor.type() == SENSOR_TYPE_FAN) {
+      row_number = tavo::add_row(sensor, row_number, *row);
+    }
+  }
+}
