@@ -4,13 +4,11 @@
 
 #include <chrono>
 #include <ctime>
-#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
 #include <nlohmann/json.hpp>
 #include <random>
-#include <system_error>
 
 #include "simulator/machine.h"
 #include "simulator/queries.h"
@@ -122,23 +120,6 @@ int run_control(const std::vector<std::string> &words, const std::string &socket
     return 2;
   }
   std::cout << reply->at("output").get<std::string>();
-  return 0;
-}
-
-int link_tools(const std::string &directory) {
-  namespace fs = std::filesystem;
-  std::error_code error;
-  const fs::path program = fs::read_symlink("/proc/self/exe", error);
-  fs::create_directories(directory, error);
-  for (const std::string_view name : tool_names) {
-    const fs::path link = fs::path(directory) / name;
-    fs::remove(link, error);
-    fs::create_symlink(program, link, error);
-    if (error) {
-      std::cerr << "bmcsim: " << link.string() << ": " << error.message() << '\n';
-      return 1;
-    }
-  }
   return 0;
 }
 

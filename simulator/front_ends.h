@@ -6,13 +6,10 @@
 
 namespace tavo::sim {
 
-// datactl, flatkv, slotutil or ipmitool. Returns the program's exit status.
+// datactl, flatkv, slotutil or ipmitool: bmcsim under another name. Returns the program's exit status.
 int run_tool(const std::string &name, const std::vector<std::string> &words);
 
 // `bmcsim ctl WORDS...`; waits for the simulator to come up for as long as `wait_seconds` say.
 int run_control(const std::vector<std::string> &words, const std::string &socket, unsigned wait_seconds);
-
-// Makes `directory` hold the tools, as symbolic links to this program.
-int link_tools(const std::string &directory);
 
 }  // namespace tavo::sim

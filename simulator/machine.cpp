@@ -63,7 +63,7 @@ bool Machine::announce_sd_change(const std::string &text) const {
 void Machine::drift(unsigned seconds_passed) {
   const std::lock_guard lock(mutex_);
   const std::int64_t interval = inventory_.environment.number("drift");
-  since_drift_ += seconds_passed;
+  since_drift_ = interval > 0 ? since_drift_ + seconds_passed : 0;
   if (interval <= 0 || since_drift_ < interval) {
     return;
   }

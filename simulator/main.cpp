@@ -75,19 +75,11 @@ int run(int argc, char **argv) {
   control_command->footer("\nCommands:\n" + control_help());
   control_command->positionals_at_end();
 
-  std::string directory;
-  CLI::App *link_command =
-      app.add_subcommand("link-tools", "Make datactl, flatkv, slotutil and ipmitool in a directory");
-  link_command->add_option("directory", directory, "for example /usr/local/bin")->required();
-
   CLI11_PARSE(app, argc, argv);
   if (serve_command->parsed()) {
     return serve(options);
   }
-  if (control_command->parsed()) {
-    return run_control(words, socket, wait_seconds);
-  }
-  return link_tools(directory);
+  return run_control(words, socket, wait_seconds);
 }
 
 }  // namespace

@@ -1,0 +1,178 @@
+// The program itself: how it starts, ends and comes back, and its front ends.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <csignal>
+#include <cstdio>
+
+#include "served_scenario.h"
+
+namespace tavo::sim {
+namespace {
+
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+class Program : public testing::Test {
+ protected:
+  Program() {
+    for (const std::string_view name : tool_names) {
+      std::filesystem::create_symlink(BMCSIM_PROGRAM, directory_ / name);
+    }
+    setenv("BMCSIM_SOCKET", socket_.c_str(), 1);
+  }
+  ~Program() override {
+    end(SIGTERM);
+    std::filesystem::remove_all(directory_);
+  }
+
+  // Starts `bmcsim serve` and waits for the line on its descriptor for readiness.
+  void serve() {
+    std::array<int, 2> ready{};
+    ASSERT_EQ(pipe2(ready.data(), 0), 0);
+    child_ = fork();
+    if (child_ == 0) {
+      const std::string var = directory_ / "var";
+      const std::string descriptor = std::to_string(ready[1]);
+      close(ready[0]);
+      dup2(open("/dev/null", O_WRONLY), STDOUT_FILENO);
+      execl(BMCSIM_PROGRAM, "bmcsim", "serve", RACK_SERVER, "--var", var.c_str(), "--ready-fd", descriptor.c_str(),
+            nullptr);
+      _exit(126);
+    }
+    close(ready[1]);
+    char line = 0;
+    EXPECT_EQ(read(ready[0], &line, 1), 1);
+    EXPECT_EQ(line, '\n');
+    close(ready[0]);
+  }
+
+  // The program's wait status.
+  int end(int signal) {
+    int status = -1;
+    if (child_ > 0) {
+      kill(child_, signal);
+      waitpid(child_, &status, 0);
+      child_ = -1;
+    }
+    return status;
+  }
+
+  struct Outcome {
+    std::string output;  // standard output and error
+    int status = -1;
+  };
+  Outcome run(const std::string &command) const {
+    const std::string line = "{ export PATH=" + directory_.string() + ":$PATH; " + command + "; } 2>&1";
+    Outcome outcome;
+    FILE *pipe = popen(line.c_str(), "r");
+    std::array<char, 4096> part{};
+    for (std::size_t length = 0; (length = fread(part.data(), 1, part.size(), pipe)) > 0;) {
+      outcome.output.append(part.data(), length);
+    }
+    outcome.status = WEXITSTATUS(pclose(pipe));
+    return outcome;
+  }
+  Outcome control(const std::string &words) const { return run(std::string(BMCSIM_PROGRAM) + " ctl " + words); }
+
+  const std::filesystem::path directory_ = make_directory();
+  const std::string socket_ = directory_ / "run" / "socket";
+  pid_t child_ = -1;
+};
+
+TEST_F(Program, ServesUntilSigterm) {
+  serve();
+  EXPECT_EQ(control("ping").output, "bmcsim serves\n");
+  const int status = end(SIGTERM);
+  EXPECT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+  EXPECT_FALSE(std::filesystem::exists(socket_));
+  EXPECT_EQ(control("ping").status, 1);
+  EXPECT_THAT(control("ping").output, HasSubstr("no simulator answers at " + socket_));
+}
+
+TEST_F(Program, ComesBackOnTheSocketThatAKilledOneLeft) {
+  serve();
+  end(SIGKILL);
+  EXPECT_TRUE(std::filesystem::exists(socket_));
+  serve();
+  EXPECT_EQ(control("ping").status, 0);
+}
+
+TEST_F(Program, RefusesASocketThatIsServed) {
+  serve();
+  const Outcome second = run(std::string(BMCSIM_PROGRAM) + " serve " RACK_SERVER " --var " + directory_.string());
+  EXPECT_EQ(second.status, 1);
+  EXPECT_THAT(second.output, HasSubstr("another bmcsim serves " + socket_));
+  EXPECT_EQ(control("ping").status, 0);
+}
+
+TEST_F(Program, SaysWhatIsWrongWithAScenario) {
+  const Outcome outcome = run(std::string(BMCSIM_PROGRAM) + " serve /nonexistent.yaml");
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_EQ(outcome.output, "bmcsim: /nonexistent.yaml: cannot be read\n");
+}
+
+TEST_F(Program, ControlErrorsAreOnStandardErrorWithStatus2) {
+  serve();
+  const Outcome outcome = control("fault rise 7 class=fan");
+  EXPECT_EQ(outcome.status, 2);
+  EXPECT_THAT(outcome.output, HasSubstr("bmcsim ctl: unknown word 'rise' after 'fault'"));
+}
+
+TEST_F(Program, FrontEndsPrintWhatTheModulesPipelinesRead) {
+  serve();
+  EXPECT_EQ(run("datactl get=pwState | flatkv").output, " pwState: 1\n");
+  EXPECT_EQ(run("slotutil -L  | grep \"slot-number\" | wc -l").output, "3\n");
+  EXPECT_EQ(run("datactl get=adapterFW[4] | flatkv | grep -B 1 \"STARTUP, RUNNING\" | grep \"image-version\" | "
+                "awk -F\": \" ' { print $2 } ' ")
+                .output,
+            "24.12.1-0049\n");
+  EXPECT_EQ(
+      run("ipmitool -I bmc fru 2> /dev/null | grep \"Product Serial\" | awk -F\": \" ' NR<2 { print $2 } '").output,
+      "TVL19240A7C\n");
+  EXPECT_EQ(run("datactl get=description | flatkv | grep description | awk -F\" \" '{print $2}'").output,
+            "Rack-Server\n");
+  EXPECT_EQ(run("datactl get=inventoryCPU | flatkv | grep CoreCount | awk -F\": \" '{print $2}' | uniq -c | "
+                "awk '{ print $1\" \"$2 }'")
+                .output,
+            "2 8\n");
+  const Outcome unknown = run("datactl get=nonsense");
+  EXPECT_EQ(unknown.status, 1);
+  EXPECT_THAT(unknown.output, HasSubstr("usage: datactl get=KEY, where KEY is inventoryCPU"));
+}
+
+TEST_F(Program, FrontEndsFailAsTheyAreTold) {
+  serve();
+  control("tool datactl missing");
+  EXPECT_EQ(run("datactl get=pwState 2>/dev/null").output, "");
+  EXPECT_EQ(run("datactl get=pwState").status, 127);
+  control("tool datactl silent");
+  EXPECT_THAT(run("datactl get=pwState").output, IsEmpty());
+  EXPECT_EQ(run("datactl get=pwState").status, 0);
+  control("tool datactl garbled");
+  EXPECT_EQ(run("datactl get=pwState").output.size(), 4096U);
+  EXPECT_THAT(run("datactl get=pwState").output, HasSubstr(std::string(1, '\0')));
+  control("tool datactl prints " RACK_SERVER);
+  EXPECT_THAT(run("datactl get=pwState").output, HasSubstr("raid-controllers:"));
+  control("tool datactl slow 1");
+  const auto began = std::chrono::steady_clock::now();
+  EXPECT_EQ(run("datactl get=pwState | flatkv").output, " pwState: 1\n");
+  EXPECT_GE(std::chrono::steady_clock::now() - began, std::chrono::milliseconds(900));
+  control("tool datactl ok");
+  EXPECT_EQ(run("datactl get=pwState | flatkv").output, " pwState: 1\n");
+  EXPECT_EQ(control("tool flatkv missing").output, "flatkv: missing\n");
+  EXPECT_EQ(run("datactl get=pwState | flatkv 2>/dev/null").output, "");
+}
+
+TEST_F(Program, FrontEndsSayThatTheSimulatorIsAway) {
+  const Outcome outcome = run("datactl get=pwState");
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_THAT(outcome.output, HasSubstr("datactl: the simulator does not answer at " + socket_));
+}
+
+}  // namespace
+}  // namespace tavo::sim

@@ -1,0 +1,181 @@
+#include "simulator/control.h"
+
+#include <gmock/gmock.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <fstream>
+#include <iterator>
+
+#include "platform/storage_snapshot.h"
+#include "served_scenario.h"
+
+namespace tavo::sim {
+namespace {
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+using testing::ThrowsMessage;
+
+class Control : public ServedScenario {
+ protected:
+  auto running(const std::string &words) {
+    return [this, words] { control_words(words); };
+  }
+
+  std::string file(const std::string &name) const {
+    std::ifstream stream(directory_ / "var" / name, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
+  }
+  bool file_exists(const std::string &name) const { return std::filesystem::exists(directory_ / "var" / name); }
+
+  // The first octets of drive `position` of the second controller.
+  static const char *drive(const std::string &snapshot, std::size_t position) {
+    return snapshot.data() + STOR_CONTROLLER_RECORDS + STOR_CONTROLLER_SIZE + STOR_CONTROLLER_DRIVES +
+           position * STOR_DRIVE_SIZE;
+  }
+};
+
+TEST_F(Control, ErrorsNameTheWrongWordAndTheRightOnes) {
+  EXPECT_THAT(running("falt list"),
+              ThrowsMessage<BadInput>(AllOf(HasSubstr("'falt'"), HasSubstr("ping, show, tool, fault"))));
+  EXPECT_THAT(running("fault lst"),
+              ThrowsMessage<BadInput>(AllOf(HasSubstr("'lst' after 'fault'"), HasSubstr("raise, update"))));
+  EXPECT_THAT(running("fault"), ThrowsMessage<BadInput>(HasSubstr("'fault' needs one of raise")));
+  EXPECT_THAT(running("fault storm"), ThrowsMessage<BadInput>(HasSubstr("fault storm RECORDS [INDEXES]")));
+  EXPECT_THAT(running("fault list all"), ThrowsMessage<BadInput>(HasSubstr("'all' is one word too many")));
+  EXPECT_THAT(running("processor remove 3"), ThrowsMessage<BadInput>(HasSubstr("'3' is not a number from 1 to 2")));
+  EXPECT_THAT(running("dimm remove DIMM_Z9"), ThrowsMessage<BadInput>(HasSubstr("no 'DIMM_Z9'; there are DIMM_A1")));
+  EXPECT_THAT(running("drive pull 9 1"), ThrowsMessage<BadInput>(HasSubstr("no controller '9'; there are 0, 4")));
+  EXPECT_THAT(running("show prozessors"), ThrowsMessage<BadInput>(HasSubstr("'prozessors' after 'show'")));
+  EXPECT_THAT(running("tool awk ok"), ThrowsMessage<BadInput>(HasSubstr("unknown tool 'awk'")));
+  EXPECT_THAT(running("tool datactl broken"), ThrowsMessage<BadInput>(HasSubstr("'broken' after the tool")));
+  EXPECT_THAT(running("tool datactl slow"), ThrowsMessage<BadInput>(HasSubstr("'slow' takes 1 words")));
+  EXPECT_THAT(running(""), ThrowsMessage<BadInput>(HasSubstr("a command is missing")));
+}
+
+TEST_F(Control, HelpHasALineForEveryCommand) {
+  EXPECT_THAT(control_help(), AllOf(HasSubstr("  fault raise INDEX class=CLASS"), HasSubstr("  sd-mode N")));
+  EXPECT_THAT(control_help("fault"), Not(HasSubstr("sd-mode")));
+}
+
+TEST_F(Control, ShowTellsWhatChanged) {
+  control_words("processor set 1 speed=1200");
+  EXPECT_THAT(control_words("show processors"), AllOf(HasSubstr("processor 1: socket=CPU1"), HasSubstr("speed=1200")));
+  EXPECT_THAT(control_words("show"),
+              AllOf(HasSubstr("power=on"), HasSubstr("fault: index=11"), HasSubstr("sd-card 2:")));
+}
+
+TEST_F(Control, FailedChangeChangesNothing) {
+  EXPECT_THROW(control_words("drive set 4 1 state=good blocks=many"), BadInput);
+  EXPECT_THROW(control_words("controller add 0"), BadInput);
+  EXPECT_EQ(integer_at<std::int32_t>(file("stor_info_data").data(), 0), 2);
+}
+
+TEST_F(Control, PowerSuppliesAreWhatTheFilesSay) {
+  EXPECT_EQ(file("pmbus/num_psu"), std::string("\x02\x00\x00\x00", 4));
+  EXPECT_EQ(file("pmbus/ps0/status"), std::string(2, '\0'));
+  EXPECT_EQ(file("pmbus/ps0/pin"), std::string("\x68\x00", 2));
+  EXPECT_EQ(file("pmbus/ps1/poutmax"), std::string("\x02\x03", 2));
+  EXPECT_EQ(file("pmbus/ps1/rev"), "03.01.07");
+  EXPECT_EQ(file("pmbus/ps1/model"), "TAV-PSU-770AC" + std::string(19, '\0'));
+  control_words("supply fail 1");
+  EXPECT_NE(file("pmbus/ps0/status"), std::string(2, '\0'));
+  control_words("supply remove 2");
+  EXPECT_FALSE(file_exists("pmbus/ps1/status"));
+  EXPECT_EQ(file("pmbus/num_psu"), std::string("\x02\x00\x00\x00", 4));
+  control_words("supply insert 2");
+  EXPECT_TRUE(file_exists("pmbus/ps1/status"));
+}
+
+TEST_F(Control, MemoryVoltageFileFollowsTheServer) {
+  EXPECT_EQ(file("vessa/dimms/low_voltage_support"), "1\n");
+  control_words("server set low-voltage-memory=3");
+  EXPECT_EQ(file("vessa/dimms/low_voltage_support"), "3\n");
+}
+
+TEST_F(Control, SnapshotHoldsControllersDrivesVolumesAndBatteries) {
+  const std::string snapshot = file("stor_info_data");
+  ASSERT_EQ(snapshot.size(), 4U + 2 * STOR_CONTROLLER_SIZE);
+  const char *second = snapshot.data() + STOR_CONTROLLER_RECORDS + STOR_CONTROLLER_SIZE;
+  EXPECT_EQ(text_at(second, STOR_CONTROLLER_LOCATION, STOR_CONTROLLER_LOCATION_SIZE), "SLOT-4");
+  EXPECT_EQ(integer_at<std::uint32_t>(second, STOR_CONTROLLER_ID), 4U);
+  EXPECT_EQ(integer_at<std::int32_t>(second, STOR_CONTROLLER_DRIVE_COUNT), 5);
+  EXPECT_EQ(integer_at<std::int32_t>(second, STOR_CONTROLLER_VOLUME_COUNT), 3);
+  EXPECT_EQ(integer_at<std::uint32_t>(second, STOR_BATTERY_PRESENT), 1U);
+  EXPECT_EQ(integer_at<std::uint32_t>(second, STOR_BATTERY_TYPE), 8U);
+  EXPECT_EQ(text_at(drive(snapshot, 3), STOR_DRIVE_NAME, STOR_TEXT_SIZE), "TD-SSD-480G");
+  EXPECT_EQ(integer_at<std::uint32_t>(drive(snapshot, 3), STOR_DRIVE_SLOT), 5U);
+  EXPECT_EQ(integer_at<std::uint64_t>(drive(snapshot, 3), STOR_DRIVE_COLUMN_13), 937703088U);
+  const char *volume = second + STOR_CONTROLLER_VOLUMES + 2 * STOR_VOLUME_SIZE;
+  EXPECT_EQ(integer_at<std::uint32_t>(volume, STOR_VOLUME_STATE), 4U);
+  EXPECT_EQ(integer_at<std::uint64_t>(volume, STOR_VOLUME_COLUMN_13), 936640512U);
+  EXPECT_EQ(integer_at<std::uint64_t>(volume, STOR_VOLUME_COLUMN_8), 512U);
+}
+
+TEST_F(Control, StorageChangesStandInTheSnapshot) {
+  control_words("drive pull 4 1");
+  control_words("volume degrade 4 2");
+  control_words("battery fail 4");
+  const std::string snapshot = file("stor_info_data");
+  const char *second = snapshot.data() + STOR_CONTROLLER_RECORDS + STOR_CONTROLLER_SIZE;
+  EXPECT_EQ(integer_at<std::int32_t>(second, STOR_CONTROLLER_DRIVE_COUNT), 4);
+  EXPECT_EQ(integer_at<std::uint32_t>(drive(snapshot, 0), STOR_DRIVE_SLOT), 2U);
+  EXPECT_EQ(integer_at<std::uint32_t>(second + STOR_CONTROLLER_VOLUMES + 2 * STOR_VOLUME_SIZE, STOR_VOLUME_STATE), 3U);
+  EXPECT_EQ(integer_at<std::uint32_t>(second, STOR_BATTERY_STATE), 0U);
+  control_words("controller add 7 location=SLOT-5");
+  EXPECT_EQ(file("stor_info_data").size(), 4U + 3 * STOR_CONTROLLER_SIZE);
+  control_words("controller remove 7");
+  EXPECT_EQ(file("stor_info_data").size(), 4U + 2 * STOR_CONTROLLER_SIZE);
+}
+
+TEST_F(Control, SnapshotIsDamagedAndRepaired) {
+  control_words("snapshot missing");
+  EXPECT_FALSE(file_exists("stor_info_data"));
+  control_words("snapshot empty");
+  EXPECT_TRUE(file_exists("stor_info_data"));
+  EXPECT_EQ(file("stor_info_data").size(), 0U);
+  control_words("snapshot truncate 5000");
+  EXPECT_EQ(file("stor_info_data").size(), 5000U);
+  control_words("snapshot count -1");
+  EXPECT_EQ(integer_at<std::int32_t>(file("stor_info_data").data(), 0), -1);
+  control_words("snapshot ok");
+  EXPECT_EQ(integer_at<std::int32_t>(file("stor_info_data").data(), 0), 2);
+}
+
+TEST_F(Control, SdCardChangeIsAnnouncedAtTheSocket) {
+  EXPECT_THAT(control_words("sd-card pull 1"), HasSubstr("nobody listens"));
+  const std::string path = directory_ / "sd-socket";
+  const Descriptor listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, path.size());
+  ASSERT_EQ(bind(listener.get(), reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+  ASSERT_EQ(listen(listener.get(), 20), 0);
+
+  EXPECT_THAT(control_words("sd-card insert 1"), HasSubstr("announced at"));
+  const Descriptor announced(accept(listener.get(), nullptr, nullptr));
+  std::array<char, 64> text{};
+  EXPECT_GT(recv(announced.get(), text.data(), text.size() - 1, 0), 0);
+  EXPECT_STREQ(text.data(), "SD card 1 inserted");
+
+  EXPECT_THAT(control_words("sd-trigger 3"), HasSubstr("3 of 3 connections"));
+  const Descriptor silent(accept(listener.get(), nullptr, nullptr));
+  EXPECT_EQ(recv(silent.get(), text.data(), text.size(), 0), 0);
+}
+
+TEST_F(Control, ReadingsDriftOnlyWhenTold) {
+  const std::string still = control_words("show environment");
+  machine_->drift(2000);
+  EXPECT_EQ(control_words("show environment"), still);
+  control_words("environment set drift=1000");
+  const std::string before = control_words("show environment") + control_words("show processors");
+  machine_->drift(900);
+  EXPECT_EQ(control_words("show environment") + control_words("show processors"), before);
+  machine_->drift(200);
+  EXPECT_NE(control_words("show environment") + control_words("show processors"), before);
+}
+
+}  // namespace
+}  // namespace tavo::sim

@@ -1,0 +1,162 @@
+#include "simulator/fault_engine.h"
+
+#include <gmock/gmock.h>
+#include <unistd.h>
+
+#include <array>
+#include <map>
+#include <set>
+
+#include "platform/fault_engine.h"
+#include "served_scenario.h"
+
+namespace tavo::sim {
+namespace {
+
+using testing::HasSubstr;
+using testing::ThrowsMessage;
+
+class Faults : public ServedScenario {
+ protected:
+  auto running(const std::string &words) {
+    return [this, words] { control_words(words); };
+  }
+
+  // The number of records that come until the simulator closes the connection.
+  static std::map<std::uint32_t, std::uint32_t> apply_all(int connection, std::set<std::uint32_t> &codes) {
+    std::map<std::uint32_t, std::uint32_t> active;  // index to code
+    std::array<char, FAULT_RECORD_SIZE> record{};
+    while (listen_to_fe_broadcaster(&connection, record.data()) > 0) {
+      const auto index = integer_at<std::uint32_t>(record.data(), FAULT_INDEX);
+      const auto code = integer_at<std::uint32_t>(record.data(), FAULT_CODE);
+      EXPECT_TRUE(codes.insert(code).second) << "record " << code << " came twice";
+      if (integer_at<std::uint32_t>(record.data(), FAULT_SEVERITY) == 0) {
+        active.erase(index);
+      } else {
+        active[index] = code;
+      }
+    }
+    return active;
+  }
+};
+
+TEST_F(Faults, RaiseFillsInWhatFitsTheClass) {
+  control_words("fault raise 7 class=processor unit=2");
+  const Part fault = machine_->faults().active().back();
+  EXPECT_EQ(fault.text("affected"), "sys/rack-unit-1/board/cpu-2");
+  EXPECT_EQ(fault.text("affected-oid"), "1.3.6.1.4.1.61453.4.207.1.41.9.1.2.2");
+  EXPECT_EQ(fault.number("affected-oid-count"), 15);
+  EXPECT_EQ(fault.text("dn"), "sys/rack-unit-1/fault-7");
+  EXPECT_EQ(fault.number("severity"), 5);
+  EXPECT_NEAR(static_cast<double>(fault.number("first-time")), static_cast<double>(time(nullptr)), 5);
+}
+
+TEST_F(Faults, RaisedAgainItIsTheSameFault) {
+  control_words("fault raise 7 class=fan severity=minor");
+  control_words("fault raise 7 class=fan severity=critical");
+  EXPECT_EQ(machine_->faults().count(), 5U);
+  const Part fault = machine_->faults().active().back();
+  EXPECT_EQ(fault.number("occurrences"), 2);
+  EXPECT_EQ(fault.number("previous-severity"), 4);
+}
+
+TEST_F(Faults, OneIndexInTwoClassesIsTwoFaults) {
+  control_words("fault raise 7 class=fan");
+  control_words("fault raise 7 class=supply");
+  EXPECT_EQ(machine_->faults().count(), 6U);
+  EXPECT_THAT(running("fault clear 7"), ThrowsMessage<BadInput>(HasSubstr("tell which with class=...")));
+  control_words("fault clear 7 class=fan");
+  EXPECT_EQ(machine_->faults().active().back().number("class"), 10);
+}
+
+TEST_F(Faults, WrongWordsAreNamed) {
+  EXPECT_THAT(running("fault raise seven class=fan"), ThrowsMessage<BadInput>(HasSubstr("'seven' is not a number")));
+  EXPECT_THAT(running("fault raise 7 unit=3"), ThrowsMessage<BadInput>(HasSubstr("needs a class=")));
+  EXPECT_THAT(running("fault raise 7 class=fam"), ThrowsMessage<BadInput>(HasSubstr("'fam' is not a number")));
+  EXPECT_THAT(running("fault raise 7 class=fan major"),
+              ThrowsMessage<BadInput>(HasSubstr("'major' is not of the form")));
+  EXPECT_THAT(running("fault update 99 unit=1"),
+              ThrowsMessage<BadInput>(HasSubstr("no active fault has the index 99")));
+  EXPECT_THAT(running("fault clear 99"), ThrowsMessage<BadInput>(HasSubstr("no active fault has the index 99")));
+  EXPECT_EQ(machine_->faults().count(), 4U);
+}
+
+TEST_F(Faults, RecordSentAsItIsLeavesTheTableAlone) {
+  int connection = -1;
+  ASSERT_EQ(connect_to_fe_broadcaster(&connection), 0);
+  control_words("fault send 7 class=4000 unit=77 affected-oid-count=4000000000 first-time=-5");
+  std::array<char, FAULT_RECORD_SIZE> record{};
+  ASSERT_GT(listen_to_fe_broadcaster(&connection, record.data()), 0);
+  EXPECT_EQ(integer_at<std::uint32_t>(record.data(), FAULT_CLASS_CODE), 4000U);
+  EXPECT_EQ(integer_at<std::uint32_t>(record.data(), FAULT_AFFECTED_OID_COUNT), 4000000000U);
+  EXPECT_EQ(integer_at<std::int32_t>(record.data(), FAULT_FIRST_TIME), -5);
+  EXPECT_EQ(machine_->faults().count(), 4U);
+  close(connection);
+}
+
+TEST_F(Faults, StormLosesAndDoublesNothingAndEndsAsTheTableSays) {
+  constexpr std::size_t records = 20'000;
+  int connection = -1;
+  ASSERT_EQ(connect_to_fe_broadcaster(&connection), 0);
+  std::set<std::uint32_t> codes;
+  std::map<std::uint32_t, std::uint32_t> seen;
+  std::thread listener([&] { seen = apply_all(connection, codes); });
+  const StormResult result = machine_->faults().storm(records, 1000, [] { return false; });
+  control_words("broadcaster close");
+  listener.join();
+  close(connection);
+
+  EXPECT_EQ(result.raised + result.updated + result.cleared, records);
+  EXPECT_EQ(codes.size(), records);
+  EXPECT_EQ(*codes.begin(), 1U);
+  EXPECT_EQ(*codes.rbegin(), records);
+  std::map<std::uint32_t, std::uint32_t> active;
+  for (const Part &fault : machine_->faults().active()) {
+    if (fault.number("index") >= 1'000'000) {
+      active[static_cast<std::uint32_t>(fault.number("index"))] = static_cast<std::uint32_t>(fault.number("code"));
+    }
+  }
+  EXPECT_EQ(seen, active);
+  EXPECT_GT(active.size(), 100U);
+  EXPECT_LE(active.size(), 1000U);
+}
+
+// A listener that reads nothing holds the storm up; the table stays readable, and the storm ends with the listener.
+TEST_F(Faults, StormWaitsForASlowListenerAndBlocksNobodyElse) {
+  int connection = -1;
+  ASSERT_EQ(connect_to_fe_broadcaster(&connection), 0);
+  std::atomic<bool> over = false;
+  std::thread storm([&] {
+    machine_->faults().storm(100'000, 1000, [] { return false; });
+    over = true;
+  });
+  std::size_t before = 0;
+  EXPECT_TRUE(eventually([&] { return machine_->faults().count() > 100; }));
+  // Whatever the sockets and the queue hold, 100,000 records of 960 octets are more.
+  EXPECT_TRUE(eventually([&] {
+    const std::size_t now = machine_->faults().count();
+    const bool stands = now == before;
+    before = now;
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    return stands;
+  }));
+  EXPECT_FALSE(over);
+  EXPECT_GT(get_fe_table_count(), 4);
+  close(connection);
+  storm.join();
+}
+
+TEST_F(Faults, HardwareThatFailsRaisesAndWhatIsRepairedClears) {
+  EXPECT_THAT(control_words("processor disable 2"), HasSubstr("fault 3002 raised"));
+  EXPECT_THAT(control_words("processor enable 2"), HasSubstr("fault 3002 cleared"));
+  EXPECT_THAT(control_words("fan remove FAN2_TACH1"), HasSubstr("fault 29002 raised"));
+  const Part fault = machine_->faults().active().back();
+  EXPECT_EQ(fault.number("unit"), 2);
+  EXPECT_EQ(fault.number("cause"), 238);
+  EXPECT_EQ(fault.number("severity"), 3);
+  EXPECT_THAT(control_words("fan insert FAN2_TACH1"), HasSubstr("fault 29002 cleared"));
+  EXPECT_EQ(machine_->faults().count(), 4U);
+}
+
+}  // namespace
+}  // namespace tavo::sim

@@ -1,0 +1,119 @@
+#include <gmock/gmock.h>
+#include <sys/socket.h>
+
+#include <nlohmann/json.hpp>
+
+#include "served_scenario.h"
+#include "simulator/requests.h"
+
+namespace tavo::sim {
+namespace {
+
+using nlohmann::json;
+
+constexpr std::chrono::seconds patience(5);
+
+class Protocol : public ServedScenario {
+ protected:
+  Descriptor connect() const {
+    Descriptor connection = connect_to(socket_, patience);
+    EXPECT_TRUE(connection);
+    return connection;
+  }
+
+  static std::optional<json> ask(const Descriptor &connection, const json &request) {
+    EXPECT_TRUE(send_frame(connection.get(), request));
+    return receive_frame(connection.get(), reply_limit);
+  }
+
+  // Sends the octets, says that no more come, and expects the server to close without a reply.
+  void expect_closed_after(std::string_view octets) {
+    const Descriptor connection = connect();
+    send_all(connection.get(), std::as_bytes(std::span(octets)));
+    shutdown(connection.get(), SHUT_WR);
+    std::byte reply{};
+    EXPECT_FALSE(receive_all(connection.get(), {&reply, 1})) << octets.size() << " octets";
+  }
+
+  void expect_still_serving() {
+    const auto reply = ask(connect(), {{"call", "ping"}});
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(reply->at("result"), 0);
+  }
+};
+
+std::string frame_of(const json &message) {
+  const auto body = json::to_cbor(message);
+  std::string frame(4, '\0');
+  for (std::size_t i = 0; i < 4; ++i) {
+    frame[i] = static_cast<char>(body.size() >> (8 * i));
+  }
+  return frame + std::string(body.begin(), body.end());
+}
+
+TEST_F(Protocol, SeveralRequestsOnOneConnection) {
+  const Descriptor connection = connect();
+  EXPECT_EQ(ask(connection, {{"call", "ping"}})->at("result"), 0);
+  EXPECT_EQ(ask(connection, {{"call", "processors"}})->at("count"), 2);
+  EXPECT_EQ(ask(connection, {{"call", "fault-count"}})->at("count"), 4);
+}
+
+TEST_F(Protocol, FrameCutOffAnywhereEndsTheConnectionOnly) {
+  const std::string whole = frame_of({{"call", "ping"}});
+  for (std::size_t length = 0; length < whole.size(); ++length) {
+    expect_closed_after(std::string_view(whole).substr(0, length));
+  }
+  expect_still_serving();
+}
+
+TEST_F(Protocol, GarbageEndsTheConnectionOnly) {
+  expect_closed_after(std::string(64, '\xff'));                                           // length of 4 GiB
+  expect_closed_after(std::string("\x01\x20\x00\x00", 4) + std::string(0x2001, 'x'));     // one octet too long
+  expect_closed_after(std::string("\x04\x00\x00\x00\xff\xff\xff\xff", 8));                // no CBOR
+  expect_closed_after(std::string("\x00\x00\x00\x00", 4));                                // nothing
+  expect_closed_after(std::string("\x00\x20\x00\x00", 4) + std::string(0x2000, '\x81'));  // arrays in arrays in arrays
+  expect_closed_after(frame_of(json::array({1, 2})));                                     // no object
+  expect_still_serving();
+}
+
+TEST_F(Protocol, FlippedOctetsNeverStopTheServer) {
+  const std::string whole = frame_of({{"call", "faults"}, {"start", 0}, {"count", 2}});
+  for (std::size_t i = 4; i < whole.size(); ++i) {
+    std::string flipped = whole;
+    flipped[i] = static_cast<char>(flipped[i] ^ 0xff);
+    const Descriptor connection = connect();
+    send_all(connection.get(), std::as_bytes(std::span(flipped)));
+    shutdown(connection.get(), SHUT_WR);
+    receive_frame(connection.get(), reply_limit);
+  }
+  expect_still_serving();
+}
+
+TEST_F(Protocol, SenselessRequestsAreAnsweredWithAnError) {
+  for (const json &request :
+       {json{{"call", "nonsense"}}, json{{"call", 5}}, json{{"cal", "ping"}}, json{{"call", "sensor"}},
+        json{{"call", "sensor"}, {"number", "five"}}, json{{"call", "control"}, {"words", {1, 2}}}}) {
+    const auto reply = ask(connect(), request);
+    ASSERT_TRUE(reply) << request;
+    EXPECT_TRUE(reply->contains("error")) << request;
+  }
+}
+
+TEST_F(Protocol, ClientThatSaysNothingKeepsNobodyWaiting) {
+  const Descriptor silent = connect();
+  const Descriptor half = connect();
+  send_all(half.get(), std::as_bytes(std::span(std::string_view("\x10", 1))));
+  expect_still_serving();
+}
+
+TEST_F(Protocol, FollowerThatSpeaksIsDropped) {
+  const Descriptor follower = connect();
+  EXPECT_EQ(ask(follower, {{"call", follow_faults}})->at("result"), 0);
+  send_frame(follower.get(), {{"call", "ping"}});
+  std::byte octet{};
+  EXPECT_FALSE(receive_all(follower.get(), {&octet, 1}));
+  EXPECT_TRUE(eventually([&] { return machine_->faults().broadcaster().followers() == 0; }));
+}
+
+}  // namespace
+}  // namespace tavo::sim

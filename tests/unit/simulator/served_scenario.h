@@ -1,0 +1,68 @@
+// The rack server, served in this process at a socket of its own.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "simulator/service.h"
+
+namespace tavo::sim {
+
+class ServedScenario : public testing::Test {
+ protected:
+  ServedScenario();
+  ~ServedScenario() override;
+
+  void start();
+  void stop();
+
+  // Runs one command; the words are separated by blanks.
+  std::string control_words(const std::string &words);
+
+  const std::filesystem::path directory_;
+  const std::string socket_ = directory_ / "socket";
+  std::unique_ptr<Machine> machine_;
+
+ private:
+  Descriptor stop_;
+  std::unique_ptr<Service> service_;
+  std::thread thread_;
+};
+
+// A directory that nobody else has; the caller removes it.
+std::filesystem::path make_directory();
+
+// Polls until the condition holds; false when it does not within ten seconds.
+template <class Condition>
+bool eventually(Condition condition) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline) {
+      return false;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  return true;
+}
+
+// A field of a binary record.
+template <class Integer>
+Integer integer_at(const void *record, std::size_t offset) {
+  Integer value;
+  std::memcpy(&value, static_cast<const char *>(record) + offset, sizeof value);
+  return value;
+}
+
+inline std::string text_at(const void *record, std::size_t offset, std::size_t size) {
+  const char *text = static_cast<const char *>(record) + offset;
+  return {text, strnlen(text, size)};
+}
+
+}  // namespace tavo::sim
