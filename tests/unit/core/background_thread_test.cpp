@@ -5,8 +5,10 @@
 #include <cerrno>
 #include <stdexcept>
 #include <thread>
+#include <vector>
 
 #include "tests/unit/fakes/module_test.h"
+#include "tests/unit/fakes/mutexes.h"
 #include "tests/unit/fakes/net_snmp.h"
 #include "tests/unit/fakes/threads.h"
 
@@ -21,11 +23,23 @@ std::atomic<int> units_of_work = 0;
 void *work_until_stopped(void *argument);
 void *fail_at_once(void *);
 
+// What had been destroyed when each was called.
+std::vector<const void *> destroyed_before;
+std::vector<const void *> destroyed_after;
+const fakes::Destructions *destructions = nullptr;
+
 void release_before() {
   snmp_log(LOG_DEBUG, "released before the attributes\n");
+  if (destructions != nullptr) {
+    destroyed_before = destructions->so_far();
+  }
 }
+
 void release_after() {
   snmp_log(LOG_DEBUG, "released after the attributes\n");
+  if (destructions != nullptr) {
+    destroyed_after = destructions->so_far();
+  }
 }
 
 constexpr tavo::ThreadDescription description = {
@@ -86,6 +100,17 @@ TEST_F(BackgroundThreadTest, IsCreatedJoinableWithAttributesOfItsOwnAndNoArgumen
   EXPECT_EQ(created[0].argument, nullptr);
   sample.join();
   EXPECT_EQ(fakes::joined_threads().size(), 1U);
+}
+
+TEST_F(BackgroundThreadTest, ItsAttributesAreDestroyedBetweenTheTwoReleases) {
+  fakes::start_no_threads();
+  ASSERT_EQ(sample.create("create_sample_thread", 12), 0);
+  const fakes::Destructions recorder;
+  destructions = &recorder;
+  sample.join();
+  destructions = nullptr;
+  EXPECT_THAT(destroyed_before, IsEmpty());
+  EXPECT_THAT(destroyed_after, ElementsAre(fakes::created_threads()[0].attributes));
 }
 
 TEST_F(BackgroundThreadTest, CreationIsTracedWithTheNameOfItsFunction) {

@@ -16,6 +16,7 @@
 #include "tests/unit/fakes/module_test.h"
 #include "tests/unit/fakes/net_snmp.h"
 #include "tests/unit/fakes/shell.h"
+#include "tests/unit/fakes/signals.h"
 #include "tests/unit/fakes/threads.h"
 
 namespace {
@@ -77,7 +78,9 @@ TEST_F(TestTrapThreadTest, EverySignalIsServedOnce) {
   ASSERT_TRUE(fakes::wait_for_log("Called Test Trap\n", 1));
   signal_thread();
   ASSERT_TRUE(fakes::wait_for_log("Called Test Trap\n", 2));
-  stop_test_trap_thread();
+  ASSERT_TRUE(fakes::wait_for_sigwait(3));
+  stop_test_trap_thread();  // after the flag was looked at: one more signal is served
+
   signal_thread();
   EXPECT_EQ(join_test_trap_thread(), 1);
   EXPECT_THAT(fakes::log_texts(),
@@ -132,6 +135,7 @@ TEST_F(ShutDownTest, WaitsForAThreadThatWasNotStopped) {
   });
   signal_thread();
   ASSERT_TRUE(fakes::wait_for_log("Called Test Trap\n"));
+  ASSERT_TRUE(fakes::wait_for_sigwait(2));
   EXPECT_FALSE(closed);
   stop_test_trap_thread();
   signal_thread();

@@ -31,6 +31,7 @@ netsnmp_session *open_agent() {
   if (manager == nullptr) {
     throw std::runtime_error("cannot open a session to the agent in this process");
   }
+  std::free(manager->community);
   manager->community = reinterpret_cast<u_char *>(strdup("public"));  // asked for, though nobody looks at it
   manager->community_len = 6;
   manager->timeout = 60'000'000;  // microseconds

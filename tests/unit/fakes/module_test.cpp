@@ -7,6 +7,7 @@
 #include "tests/unit/fakes/mutexes.h"
 #include "tests/unit/fakes/net_snmp.h"
 #include "tests/unit/fakes/sensors.h"
+#include "tests/unit/fakes/signals.h"
 #include "tests/unit/fakes/threads.h"
 
 namespace fakes {
@@ -20,6 +21,7 @@ void reset_all() {
   reset_memory();
   reset_net_snmp();
   reset_sensors();
+  reset_signals();
   reset_threads();
 }
 

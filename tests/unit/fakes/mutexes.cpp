@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 
+#include <mutex>
 #include <utility>
 
 namespace fakes {
@@ -9,6 +10,21 @@ namespace {
 
 // Of one thread: the recorders' own mutexes, which come this way too, must go on working in all others.
 thread_local int next_error = 0;
+thread_local const void *tried = nullptr;
+thread_local const void *signalled = nullptr;
+
+std::mutex mutex;
+bool recording = false;
+std::vector<const void *> recorded;
+
+// False when nobody records.
+bool record_destruction(const void *object) {
+  const std::scoped_lock lock(mutex);
+  if (recording) {
+    recorded.push_back(object);
+  }
+  return recording;
+}
 
 }  // namespace
 
@@ -16,28 +32,74 @@ void fail_next_mutex_call(int error) {
   next_error = error;
 }
 
+const void *last_tried_mutex() {
+  return tried;
+}
+
+const void *last_signalled_condition() {
+  return signalled;
+}
+
+Destructions::Destructions() {
+  const std::scoped_lock lock(mutex);
+  recording = true;
+  recorded.clear();
+}
+
+Destructions::~Destructions() {
+  const std::scoped_lock lock(mutex);
+  recording = false;
+}
+
+std::vector<const void *> Destructions::so_far() const {
+  const std::scoped_lock lock(mutex);
+  return recorded;
+}
+
 }  // namespace fakes
 
-using fakes::next_error;
+using namespace fakes;
 
 extern "C" {
 
-int __real_pthread_mutex_lock(pthread_mutex_t *mutex);
-int __real_pthread_mutex_trylock(pthread_mutex_t *mutex);
-int __real_pthread_mutex_unlock(pthread_mutex_t *mutex);
+int __real_pthread_mutex_lock(pthread_mutex_t *object);
+int __real_pthread_mutex_trylock(pthread_mutex_t *object);
+int __real_pthread_mutex_unlock(pthread_mutex_t *object);
+int __real_pthread_cond_signal(pthread_cond_t *condition);
+int __real_pthread_mutex_destroy(pthread_mutex_t *object);
+int __real_pthread_cond_destroy(pthread_cond_t *condition);
+int __real_pthread_attr_destroy(pthread_attr_t *attributes);
 
-int __wrap_pthread_mutex_lock(pthread_mutex_t *mutex) {
+int __wrap_pthread_mutex_lock(pthread_mutex_t *object) {
   const int error = std::exchange(next_error, 0);
-  return error == 0 ? __real_pthread_mutex_lock(mutex) : error;
+  return error == 0 ? __real_pthread_mutex_lock(object) : error;
 }
 
-int __wrap_pthread_mutex_trylock(pthread_mutex_t *mutex) {
+int __wrap_pthread_mutex_trylock(pthread_mutex_t *object) {
+  tried = object;
   const int error = std::exchange(next_error, 0);
-  return error == 0 ? __real_pthread_mutex_trylock(mutex) : error;
+  return error == 0 ? __real_pthread_mutex_trylock(object) : error;
 }
 
-int __wrap_pthread_mutex_unlock(pthread_mutex_t *mutex) {
+int __wrap_pthread_mutex_unlock(pthread_mutex_t *object) {
   const int error = std::exchange(next_error, 0);
-  return error == 0 ? __real_pthread_mutex_unlock(mutex) : error;
+  return error == 0 ? __real_pthread_mutex_unlock(object) : error;
+}
+
+int __wrap_pthread_cond_signal(pthread_cond_t *condition) {
+  signalled = condition;
+  return __real_pthread_cond_signal(condition);
+}
+
+int __wrap_pthread_mutex_destroy(pthread_mutex_t *object) {
+  return record_destruction(object) ? 0 : __real_pthread_mutex_destroy(object);
+}
+
+int __wrap_pthread_cond_destroy(pthread_cond_t *condition) {
+  return record_destruction(condition) ? 0 : __real_pthread_cond_destroy(condition);
+}
+
+int __wrap_pthread_attr_destroy(pthread_attr_t *attributes) {
+  return record_destruction(attributes) ? 0 : __real_pthread_attr_destroy(attributes);
 }
 }

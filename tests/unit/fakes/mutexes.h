@@ -1,9 +1,32 @@
-// Makes one of the module's mutex calls fail: pthread_mutex_lock, pthread_mutex_trylock or pthread_mutex_unlock.
+// Between the module and its mutexes, conditions and thread attributes: makes a call fail, tells which mutex was asked
+// for, and records what is destroyed.
 #pragma once
+
+#include <vector>
 
 namespace fakes {
 
-// The calling thread's next mutex call does nothing and returns `error`; later ones are real.
+// The calling thread's next pthread_mutex_lock, pthread_mutex_trylock or pthread_mutex_unlock does nothing and returns
+// `error`; later ones are real.
 void fail_next_mutex_call(int error);
+
+// The mutex of the calling thread's last pthread_mutex_trylock.
+const void *last_tried_mutex();
+
+// The condition of the calling thread's last pthread_cond_signal.
+const void *last_signalled_condition();
+
+// While it lives, pthread_mutex_destroy, pthread_cond_destroy and pthread_attr_destroy record what they are called with
+// and leave it as it is. One at a time.
+class Destructions {
+ public:
+  Destructions();
+  ~Destructions();
+  Destructions(const Destructions &) = delete;
+  Destructions &operator=(const Destructions &) = delete;
+
+  // Oldest first.
+  std::vector<const void *> so_far() const;
+};
 
 }  // namespace fakes
