@@ -15,8 +15,8 @@ using Words = std::span<const std::string>;
 // One command: an object and a verb (empty where the object says it all), then arguments.
 struct Command {
   std::string_view object;
-  std::string_view verb = "";
-  std::string_view arguments = "";  // as the help shows them
+  std::string_view verb = {};
+  std::string_view arguments = {};  // as the help shows them
   std::size_t least = 0;            // arguments that it needs
   std::size_t most = 0;             // and that it takes
   std::string_view help;

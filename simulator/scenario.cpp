@@ -54,10 +54,8 @@ void read_mapping(const YAML::Node &node, const Place &place, const std::vector<
     if (reader != readers.end()) {
       reader->read(entry.second, place.within(key));
     } else if (!otherwise || !otherwise(key, entry.second)) {
-      std::vector<std::string_view> known;
-      for (const KeyReader &each : readers) {
-        known.push_back(each.key);
-      }
+      std::vector<std::string_view> known(readers.size());
+      std::ranges::transform(readers, known.begin(), &KeyReader::key);
       fail(place, entry.first.Mark(), "unknown key '" + key + "'; known are " + listed(known));
     }
   }

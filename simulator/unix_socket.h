@@ -45,8 +45,8 @@ bool send_all(int fd, std::span<const std::byte> octets);
 bool receive_all(int fd, std::span<std::byte> octets);
 
 // A frame is a 32-bit little-endian length and that many octets of CBOR.
-inline constexpr std::size_t request_limit = 8 * 1024;        // what the server takes
-inline constexpr std::size_t reply_limit = 16 * 1024 * 1024;  // what a client takes
+inline constexpr std::size_t request_limit = std::size_t{8} * 1024;        // what the server takes
+inline constexpr std::size_t reply_limit = std::size_t{16} * 1024 * 1024;  // what a client takes
 
 bool send_frame(int fd, const nlohmann::json &message);
 
