@@ -8,10 +8,21 @@
 #include "core/access_lock.h"
 #include "core/trace.h"
 #include "platform/test_trap.h"
+#include "storage/stor_info.h"
 #include "tables/tavoEquipmentFanTable.h"
 #include "tables/tavoEquipmentPsuTable.h"
 #include "tables/tavoMemoryUnitTable.h"
 #include "tables/tavoProcessorUnitTable.h"
+#include "tables/tavoStorageControllerTable.h"
+#include "tables/tavoStorageLocalDiskTable.h"
+#include "tables/tavoStorageLocalLunTable.h"
+#include "tables/tavoStorageRaidBatteryTable.h"
+#include "tables/tavoStorageVeltroCardTable.h"
+#include "tables/tavoStorageVeltroControllerTable.h"
+#include "tables/tavoStorageVeltroDriveTable.h"
+#include "tables/velt_info.h"
+#include "threads/stor_event_thread.h"
+#include "threads/velt_event_thread.h"
 
 // A daemon without the thread does not define the handle, and the module must load all the same.
 #pragma weak test_trap_thread
@@ -25,6 +36,16 @@ struct StartUpStep {
   const char *done;  // logged afterwards; null: nothing is
 };
 
+int populate_sd_cards() {
+  populate_velt();
+  return 0;
+}
+
+int free_snapshot() {
+  tavo::free_stor_info(head_stor_ptr);
+  return 0;
+}
+
 constexpr StartUpStep start_up[] = {
     {.call = init_tavoMemoryUnitTable, .done = "Memory Init done\n"},
     {.call = init_tavoProcessorUnitTable, .done = "Processor Init done\n"},
@@ -32,11 +53,25 @@ constexpr StartUpStep start_up[] = {
     {.call = init_tavoEquipmentPsuTable, .done = "PSU Init done\n"},
     // The daemon is still on its own thread, but the threads that rebuild these lists will lock them as well.
     {.call = [] { return acquire_sa_lock(storage_lock); }, .done = nullptr},
+    {.call = [] { return get_stor_info(&head_stor_ptr); }, .done = "GetStorInfo done\n"},
+    {.call = init_tavoStorageControllerTable, .done = "StorageController Init done\n"},
+    {.call = init_tavoStorageLocalDiskTable, .done = "StorageLocalDisk Init done\n"},
+    {.call = init_tavoStorageLocalLunTable, .done = "StorageLocalLun Init done\n"},
+    {.call = init_tavoStorageRaidBatteryTable, .done = "StorageRaidBattery Init done\n"},
+    {.call = populate_sd_cards, .done = nullptr},
+    {.call = init_tavoStorageVeltroControllerTable, .done = nullptr},
+    {.call = init_tavoStorageVeltroCardTable, .done = nullptr},
+    {.call = init_tavoStorageVeltroDriveTable, .done = nullptr},
     {.call = [] { return release_sa_lock(storage_lock); }, .done = nullptr},
+    {.call = free_snapshot, .done = "Stor Init done\n"},
+    {.call = create_stor_thread, .done = "StorageThread Init done\n"},
+    {.call = create_velt_thread, .done = "VeltThread Init done\n"},
 };
 
 constexpr int (*shut_down[])() = {
     join_test_trap_thread,
+    join_stor_thread,
+    join_velt_thread,
 };
 
 // Set when the module is loaded, since the daemon starts the thread when it likes.

@@ -36,9 +36,13 @@ class StartUpTest : public fakes::ModuleTest {
 
 TEST_F(StartUpTest, EveryStepIsLoggedInItsOrder) {
   fakes::start_no_threads();
+  files.write("/var/stor_info_data", std::string(4, '\0'));
   EXPECT_EQ(init_subagent_modules(), 0);
   EXPECT_THAT(fakes::log_texts(),
-              ElementsAre("Memory Init done\n", "Processor Init done\n", "Fan Init done\n", "PSU Init done\n"));
+              ElementsAre("Memory Init done\n", "Processor Init done\n", "Fan Init done\n", "PSU Init done\n",
+                          "GetStorInfo done\n", "StorageController Init done\n", "StorageLocalDisk Init done\n",
+                          "StorageLocalLun Init done\n", "StorageRaidBattery Init done\n", "Stor Init done\n",
+                          "StorageThread Init done\n", "VeltThread Init done\n"));
   EXPECT_THAT(fakes::log_lines(), Each(Field(&LogLine::priority, LOG_DEBUG)));
 }
 
@@ -123,7 +127,10 @@ TEST_F(ShutDownTest, JoinsEveryThreadInItsOrder) {
   EXPECT_EQ(close_subagent_modules(), 0);
   EXPECT_THAT(fakes::joined_threads(), ElementsAre(started));
   EXPECT_THAT(fakes::log_texts(),
-              ElementsAre("Stopping TestTrapThread\n", "TestTrap thread init done\n", "TestThread exited\n"));
+              ElementsAre("Stopping TestTrapThread\n", "TestTrap thread init done\n", "TestThread exited\n",
+                          "Unable to join storage thread\n", "StorageThread exited\n", "Unable to join velt thread\n",
+                          "Velt Thread exited\n"))
+      << "each says so in its turn, though only the first was there";
 }
 
 TEST_F(ShutDownTest, WaitsForAThreadThatWasNotStopped) {

@@ -43,6 +43,7 @@ FakeFiles::FakeFiles() {
   }
   root = directory;
   std::filesystem::create_directory(root + "/var");
+  std::filesystem::create_directory(root + "/tmp");
   opens.clear();
   refused.clear();
 }
@@ -57,7 +58,8 @@ FakeFiles::~FakeFiles() {
 
 std::string FakeFiles::real_path(std::string_view path) {
   const std::scoped_lock lock(mutex);
-  return path.starts_with("/var/") ? root + std::string(path) : std::string(path);
+  const bool led = path.starts_with("/var/") || path.starts_with("/tmp/snmp_");
+  return led ? root + std::string(path) : std::string(path);
 }
 
 void FakeFiles::write(std::string_view path, std::string_view content) const {
@@ -105,6 +107,7 @@ extern "C" {
 int __real_open(const char *path, int flags, ...);
 FILE *__real_fopen(const char *path, const char *mode);
 int __real_access(const char *path, int mode);
+int __real_unlink(const char *path);
 
 int __wrap_open(const char *path, int flags, ...) {
   va_list arguments;
@@ -128,5 +131,9 @@ FILE *__wrap_fopen(const char *path, const char *mode) {
 
 int __wrap_access(const char *path, int mode) {
   return __real_access(FakeFiles::real_path(path).c_str(), mode);
+}
+
+int __wrap_unlink(const char *path) {
+  return __real_unlink(FakeFiles::real_path(path).c_str());
 }
 }

@@ -1,4 +1,5 @@
-// The platform's files as the tests want them: paths under /var lead to a directory of the test's own.
+// The platform's files as the tests want them: paths under /var, and those of the module's own in /tmp, lead to a
+// directory of the test's own.
 #pragma once
 
 #include <string>
@@ -6,7 +7,7 @@
 
 namespace fakes {
 
-// While it lives, what the module opens or asks for under /var is looked up in an empty directory that goes away with
+// While it lives, what the module opens or asks for there is looked up in an empty directory that goes away with
 // it. Other paths are not touched. One at a time.
 class FakeFiles {
  public:

@@ -8,6 +8,8 @@
 #include "tests/unit/fakes/net_snmp.h"
 #include "tests/unit/fakes/sensors.h"
 #include "tests/unit/fakes/signals.h"
+#include "tests/unit/fakes/sockets.h"
+#include "tests/unit/fakes/storage_client.h"
 #include "tests/unit/fakes/threads.h"
 
 namespace fakes {
@@ -22,6 +24,8 @@ void reset_all() {
   reset_net_snmp();
   reset_sensors();
   reset_signals();
+  reset_sockets();
+  reset_storage_client();
   reset_threads();
 }
 

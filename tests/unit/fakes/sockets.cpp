@@ -1,0 +1,128 @@
+#include "tests/unit/fakes/sockets.h"
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <map>
+#include <mutex>
+#include <span>
+#include <string>
+
+#include "tests/unit/fakes/files.h"
+
+namespace fakes {
+namespace {
+
+std::mutex mutex;
+std::map<std::string, int, std::less<>> errors;
+std::vector<BoundAddress> bound;
+std::vector<int> listened;
+std::vector<OpenedSocket> opened;
+
+// Whether the call is to fail; errno then says why.
+bool fails(std::string_view function) {
+  const std::scoped_lock lock(mutex);
+  const auto error = errors.find(function);
+  if (error == errors.end()) {
+    return false;
+  }
+  const int number = error->second;
+  errors.erase(error);
+  errno = number;
+  return true;
+}
+
+int note_opened(int descriptor) {
+  if (descriptor >= 0) {
+    const std::scoped_lock lock(mutex);
+    opened.push_back(
+        {.descriptor = descriptor, .close_on_exec = (fcntl(descriptor, F_GETFD) & FD_CLOEXEC) == FD_CLOEXEC});
+  }
+  return descriptor;
+}
+
+}  // namespace
+
+void fail_next_socket_call(std::string_view function, int error) {
+  const std::scoped_lock lock(mutex);
+  errors.insert_or_assign(std::string(function), error);
+}
+
+std::vector<BoundAddress> bound_addresses() {
+  const std::scoped_lock lock(mutex);
+  return bound;
+}
+
+std::vector<int> backlogs() {
+  const std::scoped_lock lock(mutex);
+  return listened;
+}
+
+std::vector<OpenedSocket> opened_sockets() {
+  const std::scoped_lock lock(mutex);
+  return opened;
+}
+
+void reset_sockets() {
+  const std::scoped_lock lock(mutex);
+  errors.clear();
+  bound.clear();
+  listened.clear();
+  opened.clear();
+}
+
+}  // namespace fakes
+
+using namespace fakes;
+
+extern "C" {
+
+int __real_socket(int domain, int type, int protocol);
+int __real_bind(int descriptor, const sockaddr *address, socklen_t length);
+int __real_listen(int descriptor, int backlog);
+int __real_accept4(int descriptor, sockaddr *address, socklen_t *length, int flags);
+ssize_t __real_recv(int descriptor, void *buffer, std::size_t size, int flags);
+
+int __wrap_socket(int domain, int type, int protocol) {
+  return fails("socket") ? -1 : note_opened(__real_socket(domain, type, protocol));
+}
+
+int __wrap_bind(int descriptor, const sockaddr *address, socklen_t length) {
+  const auto octets = std::as_bytes(std::span(reinterpret_cast<const char *>(address), length));
+  {
+    const std::scoped_lock lock(mutex);
+    bound.push_back({.family = address->sa_family, .octets = {octets.begin(), octets.end()}});
+  }
+  if (fails("bind")) {
+    return -1;
+  }
+  if (address->sa_family != AF_UNIX) {
+    return __real_bind(descriptor, address, length);
+  }
+  const std::string path = FakeFiles::real_path(reinterpret_cast<const sockaddr_un *>(address)->sun_path);
+  sockaddr_un there = {};
+  there.sun_family = AF_UNIX;
+  path.copy(there.sun_path, sizeof there.sun_path - 1);
+  return __real_bind(descriptor, reinterpret_cast<const sockaddr *>(&there), sizeof there);
+}
+
+int __wrap_listen(int descriptor, int backlog) {
+  {
+    const std::scoped_lock lock(mutex);
+    listened.push_back(backlog);
+  }
+  return fails("listen") ? -1 : __real_listen(descriptor, backlog);
+}
+
+int __wrap_accept4(int descriptor, sockaddr *address, socklen_t *length, int flags) {
+  return fails("accept4") ? -1 : note_opened(__real_accept4(descriptor, address, length, flags));
+}
+
+ssize_t __wrap_recv(int descriptor, void *buffer, std::size_t size, int flags) {
+  return fails("recv") ? -1 : __real_recv(descriptor, buffer, size, flags);
+}
+}

@@ -1,0 +1,31 @@
+// Stands between the module and its sockets: calls can be made to fail, and a Unix-domain address leads to the file
+// that fakes/files.h has for it.
+#pragma once
+
+#include <cstddef>
+#include <string_view>
+#include <vector>
+
+namespace fakes {
+
+// The next call of `function` ("socket", "bind", "listen", "accept4", "recv") fails with `error`.
+void fail_next_socket_call(std::string_view function, int error);
+
+// What the module has passed, oldest first.
+struct BoundAddress {
+  unsigned short family;
+  std::vector<std::byte> octets;  // of the whole address, as long as its length said
+};
+std::vector<BoundAddress> bound_addresses();
+std::vector<int> backlogs();
+
+// Descriptors that the module has got from socket and accept4, oldest first, with whether they are close-on-exec.
+struct OpenedSocket {
+  int descriptor;
+  bool close_on_exec;
+};
+std::vector<OpenedSocket> opened_sockets();
+
+void reset_sockets();
+
+}  // namespace fakes

@@ -1,0 +1,20 @@
+// The storage event thread: asks the inventory refresh thread for the RAID tables whenever the storage configuration
+// changes. It touches no table itself.
+#pragma once
+
+#pragma GCC visibility push(default)
+extern "C" {
+
+// Starts the thread. 0, or -1 when it cannot be created.
+int create_stor_thread(void);
+
+// The thread's start routine; its argument is not used. Leaves by pthread_exit.
+void *stor_thread(void *unused);
+
+// Clears the run flag. The thread is not woken: it ends after the next storage event.
+void stop_stor_thread(void);
+
+// Waits for the thread to end. Always 0.
+int join_stor_thread(void);
+}
+#pragma GCC visibility pop

@@ -1,0 +1,126 @@
+#include "threads/velt_event_thread.h"
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <string_view>
+
+#include "core/access_lock.h"
+#include "core/background_thread.h"
+#include "core/descriptor.h"
+#include "tables/tavoStorageVeltroCardTable.h"
+#include "tables/tavoStorageVeltroControllerTable.h"
+#include "tables/tavoStorageVeltroDriveTable.h"
+#include "tables/velt_info.h"
+
+namespace tavo {
+namespace {
+
+constexpr ListLock storage_lock = ListLock::subagent(2);
+
+constexpr const char *thread_name = "velt_thread";
+constexpr std::string_view socket_path = "/tmp/snmp_velt_sock";
+constexpr int backlog = 20;
+constexpr std::size_t longest_message = 1024;  // octets
+
+constinit BackgroundThread thread(ThreadDescription{
+    .start_routine = velt_thread,
+    .source = "velt_event_thread",
+    .creating = "%s: Creating Velt thread\n",
+    .create_failed = "Unable to create velt thread\n",
+    .stopping = "Stopping Velt Thread\n",
+    .join_failed = "Unable to join velt thread\n",
+    .exited = "Velt Thread exited\n",
+});
+
+// Ends the thread's work after `error`, which `format` tells with the thread's name and the error's text.
+void give_up(const char *format, int error) {
+  snmp_log(LOG_ERR, format, thread_name, std::strerror(error));
+  thread.clear_run_flag();
+}
+
+// The listening socket, empty after a failure.
+Descriptor listen_at_socket_path() {
+  Descriptor listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (!listener) {
+    give_up("%s:socket() failed: %s\n", errno);
+    return listener;
+  }
+  sockaddr_un address = {};
+  address.sun_family = AF_UNIX;
+  socket_path.copy(address.sun_path, sizeof address.sun_path - 1);
+  unlink(address.sun_path);
+  if (bind(listener.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
+    const int error = errno;
+    listener = Descriptor();
+    give_up("%s: bind() failed: %s\n", error);
+  } else if (listen(listener.get(), backlog) != 0) {
+    const int error = errno;
+    listener = Descriptor();
+    give_up("%s: listen() failed: %s\n", error);
+  }
+  return listener;
+}
+
+void log_message(const Descriptor &peer) {
+  std::array<char, longest_message + 1> message = {};
+  errno = 0;  // a peer that closes without a word is told as a failure too, but leaves no error
+  if (recv(peer.get(), message.data(), longest_message, 0) < 1) {
+    snmp_log(LOG_ERR, "%s:recv() failed: %s\n", thread_name, std::strerror(errno));
+  } else {
+    snmp_log(LOG_DEBUG, "%s: %s\n", thread_name, message.data());
+  }
+}
+
+void serve_next_peer(Descriptor &listener) {
+  Descriptor peer(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+  if (!peer) {
+    const int error = errno;
+    listener = Descriptor();
+    give_up("%s: accept() failed: %s\n", error);
+    return;
+  }
+  log_message(peer);
+  peer = Descriptor();
+  reinit_velt_table(1);
+}
+
+}  // namespace
+}  // namespace tavo
+
+int create_velt_thread(void) {
+  return tavo::thread.create(__func__, __LINE__);
+}
+
+void *velt_thread(void *) {
+  tavo::run_thread(__func__, [] {
+    snmp_log(LOG_DEBUG, "Velt Thread initiated\n");
+    tavo::Descriptor listener = tavo::listen_at_socket_path();
+    while (tavo::thread.is_running()) {
+      tavo::serve_next_peer(listener);
+    }
+  });
+}
+
+void stop_velt_thread(void) {
+  tavo::thread.stop();
+}
+
+int join_velt_thread(void) {
+  tavo::thread.join();
+  return 0;
+}
+
+int reinit_velt_table(int) {
+  const tavo::ListGuard guard(tavo::storage_lock);
+  snmp_log(LOG_DEBUG, "Got the trigger from VELT\n");
+  populate_velt();
+  initialize_velt_controller_table(1);
+  initialize_velt_card_table(1);
+  initialize_velt_drive_table(1);
+  return 1;
+}

@@ -1,0 +1,28 @@
+// The SD-card event thread: rebuilds the three SD-card tables whenever the SD-card service connects to the socket
+// "/tmp/snmp_velt_sock".
+//
+// What a peer sends, at most 1024 octets of text, is logged and means nothing: the connection itself is the message.
+// Connections are served one after the other.
+#pragma once
+
+#pragma GCC visibility push(default)
+extern "C" {
+
+// Starts the thread. 0, or -1 when it cannot be created.
+int create_velt_thread(void);
+
+// The thread's start routine; its argument is not used. Ends early, logging why, when the socket fails. Leaves by
+// pthread_exit.
+void *velt_thread(void *unused);
+
+// Clears the run flag. The thread is not woken: it ends after the next connection has been served.
+void stop_velt_thread(void);
+
+// Waits for the thread to end. The socket's file stays behind; the next start replaces it. Always 0.
+int join_velt_thread(void);
+
+// Asks the SD-card service anew and rebuilds the controller, card and drive tables, all under subagent lock 2. Its
+// argument is not used: what stood is always removed. Always 1.
+int reinit_velt_table(int unused);
+}
+#pragma GCC visibility pop
