@@ -8,9 +8,11 @@
 #include <unistd.h>
 
 #include <CLI/StringTools.hpp>
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -21,14 +23,18 @@ namespace {
 // configuration may say otherwise (agentXPingInterval).
 constexpr int ping_seconds = 1;
 
-void apply_log_option(const std::vector<std::string> &words) {
-  // net-snmp takes the option's letter apart from the words behind it, which it reads where getopt() stands.
-  std::vector<std::string> copy(words);
-  std::vector<char *> arguments;
-  for (std::string &word : copy) {
-    arguments.push_back(word.data());
+// Where a file lies, whatever directory the daemon has moved to when it is opened again after SIGHUP.
+std::string absolute(const std::string &file) {
+  return std::filesystem::absolute(file);
+}
+
+void apply_log_option(std::vector<std::string> words) {
+  if (words.size() > 1 && (words[0] == "f" || words[0] == "F")) {
+    words.back() = absolute(words.back());
   }
-  arguments.push_back(nullptr);
+  // net-snmp takes the option's letter apart from the words behind it, which it reads where getopt() stands.
+  std::vector<char *> arguments(words.size() + 1, nullptr);
+  std::transform(words.begin(), words.end(), arguments.begin(), [](std::string &word) { return word.data(); });
   optind = 1;
   if (snmp_log_options(arguments[0], static_cast<int>(words.size()), arguments.data()) != 0) {
     throw StartFailure(ExitStatus::usage, "wrong log option -L" + CLI::detail::join(words, " "));
@@ -54,7 +60,10 @@ void set_up_logging(const Options &options) {
 }
 
 void open_agent(const Options &options, const std::function<void()> &before_configuration) {
+  std::vector<std::string> configuration_files;
+  configuration_files.reserve(options.configuration_files.size());
   for (const std::string &file : options.configuration_files) {
+    configuration_files.push_back(absolute(file));
     if (access(file.c_str(), R_OK) != 0) {
       throw StartFailure(ExitStatus::configuration,
                          "cannot read configuration file " + file + ": " + std::strerror(errno));
@@ -71,9 +80,9 @@ void open_agent(const Options &options, const std::function<void()> &before_conf
   if (options.skip_default_configuration) {
     netsnmp_ds_set_boolean(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_DONT_READ_CONFIGS, 1);
   }
-  if (!options.configuration_files.empty()) {
+  if (!configuration_files.empty()) {
     netsnmp_ds_set_string(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_OPTIONALCONFIG,
-                          CLI::detail::join(options.configuration_files, ",").c_str());
+                          CLI::detail::join(configuration_files, ",").c_str());
   }
   // The agent answers in numbers. Loading MIB texts would cost memory and, where they are absent, hundreds of log
   // lines.

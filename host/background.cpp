@@ -52,7 +52,7 @@ void Background::ready(bool keep_output) {
   close(std::exchange(to_parent_, -1));
 }
 
-PidFile::PidFile(std::string path) {
+PidFile::PidFile(const std::string &path) {
   if (path.empty()) {
     return;
   }

@@ -22,7 +22,7 @@ class Background {
 // StartFailure when it cannot be written.
 class PidFile {
  public:
-  explicit PidFile(std::string path);
+  explicit PidFile(const std::string &path);
   ~PidFile() { remove(); }
   PidFile(const PidFile &) = delete;
   PidFile &operator=(const PidFile &) = delete;

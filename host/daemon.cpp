@@ -10,10 +10,12 @@
 
 #include <atomic>
 #include <chrono>
+#include <future>
 #include <memory>
 #include <optional>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "host/agent.h"
 #include "host/background.h"
@@ -104,6 +106,16 @@ bool stop_module(Module &module) {
   _exit(static_cast<int>(ExitStatus::ok));
 }
 
+// On the watcher's thread, when the loop is stuck. What it is stuck in may be the log (standard output is a pipe that
+// nobody reads any more), so the last line gets half a second and a thread of its own.
+[[noreturn]] void leave_overdue(const PidFile &pid_file) {
+  std::packaged_task<void()> log([] { snmp_log(LOG_WARNING, "still busy, leaving all the same\n"); });
+  const std::future<void> logged = log.get_future();
+  std::thread(std::move(log)).detach();
+  logged.wait_for(std::chrono::milliseconds(500));
+  leave_without_threads(pid_file);
+}
+
 void serve(Signals &signals) {
   register_readfd(signals.changed().get(), wake_only, const_cast<EventDescriptor *>(&signals.changed()));
   while (!signals.stop_requested()) {
@@ -131,10 +143,7 @@ ExitStatus run_daemon(const Options &options) {
     background.emplace();
   }
   const PidFile pid_file(options.pid_file);
-  Signals signals([&pid_file] {
-    snmp_log(LOG_WARNING, "still busy, leaving all the same\n");
-    leave_without_threads(pid_file);
-  });
+  Signals signals([&pid_file] { leave_overdue(pid_file); });
 
   for (const std::string &library : options.platforms) {
     load_platform_library(library);

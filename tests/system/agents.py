@@ -15,6 +15,8 @@ import time
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 BUILD = (ROOT / os.environ.get("TAVO_BUILD_DIR", "build/release")).resolve()
 TEST_MODULES = BUILD / "test-modules"
+SNMPD = shutil.which("snmpd") or "/usr/sbin/snmpd"
+SNMPTRAPD = shutil.which("snmptrapd") or "/usr/sbin/snmptrapd"
 
 # Where the test modules of tests/system/modules serve.
 TEST_BASE = "1.3.6.1.4.1.61453.4.207.200"
@@ -112,8 +114,7 @@ class Master(Program):
             text += f"trap2sink {trap_destination} public\n"
         file = directory / "master.conf"
         file.write_text(text)
-        super().__init__(directory, "snmpd", [shutil.which("snmpd") or "/usr/sbin/snmpd", "-f", "-C", "-c", file, "-Lo",
-                                              f"udp:{self.address}"])
+        super().__init__(directory, "snmpd", [SNMPD, "-f", "-C", "-c", file, "-I", "-smux", "-Lo", f"udp:{self.address}"])
         self.wait_for_log("NET-SNMP version")
 
 
@@ -194,8 +195,8 @@ class TrapCollector(Program):
         file = directory / "snmptrapd.conf"
         file.write_text("disableAuthorization yes\n")
         super().__init__(directory, "snmptrapd",
-                         [shutil.which("snmptrapd") or "/usr/sbin/snmptrapd", "-f", "-C", "-c", file, "-n", "-On", "-Lo",
-                          "-F", "TRAP %P %W %q %N %v\\n", self.destination])
+                         [SNMPTRAPD, "-f", "-C", "-c", file, "-n", "-On", "-Lo", "-F", "TRAP %P %W %q %N %v\\n",
+                          self.destination])
         self.wait_for_log("NET-SNMP version")
 
     def received(self):

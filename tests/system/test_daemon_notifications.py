@@ -1,10 +1,12 @@
 """Notifications that a module's thread sends reach the managers: all of them, once, in order."""
 
+import os
 import re
 import signal
 import time
 
-from agents import ROOT, TEST_BASE, TEST_MODULES, Daemon, Master, TrapCollector, snmpget, wait_until
+from agents import (ROOT, SNMPD, TEST_BASE, TEST_MODULES, Daemon, Master, Program, TrapCollector, free_port, snmpget,
+                    wait_until)
 
 MASTER_CONFIGURATION = ROOT / "host/snmpd-master.conf"
 NOTIFIER = TEST_MODULES / "notifier.so"
@@ -114,6 +116,46 @@ def test_a_stand_alone_agent_sends_to_its_own_destinations(start):
     daemon.order("send 1 1000 960")
     wait_for_count(collector, 1000)
     assert numbers(collector) == list(range(1, 1001))
+
+
+def test_every_kind_looks_on_the_wire_as_if_the_module_had_sent_it_itself(start, directory):
+    def without_times(collector):
+        wait_until(lambda: len(sent := of_the_module(collector)) == 4 and sent, what="four notifications")
+        return [re.sub(r"Timeticks: \(\d+\) [\d:.]+", "", line) for line in of_the_module(collector)]
+
+    def of_the_module(collector):
+        return [line for line in collector.received() if "61453" in line]
+
+    # Debian's snmpd calls net-snmp's own functions, on the module's thread.
+    collector = start(TrapCollector)
+    control = directory / "control"
+    os.mkfifo(control)
+    configuration = directory / "snmpd.conf"
+    configuration.write_text(f"dlmod subagent_modules {NOTIFIER}\ntrap2sink {collector.destination} public\n")
+    stock = start(Program, "stock", [SNMPD, "-f", "-C", "-c", configuration, "-Lo", f"udp:127.0.0.1:{free_port()}"],
+                  TEST_MODULE_CONTROL=str(control))
+    stock.wait_for_log("NET-SNMP version")
+    control.write_text("kinds\n")
+    expected = without_times(collector)
+    stock.stop()
+
+    collector = start(TrapCollector)
+    alone = start(Daemon, module=NOTIFIER, configuration=f"trap2sink {collector.destination} public\n")
+    alone.order("kinds")
+    assert without_times(collector) == expected
+    alone.stop()
+
+    collector = start(TrapCollector)
+    master = start(Master, MASTER_CONFIGURATION, trap_destination=collector.destination)
+    subagent = start(Daemon, module=NOTIFIER, master=master)
+    subagent.order("kinds")
+    assert [values(line) for line in without_times(collector)] == [values(line) for line in expected]
+
+
+def values(line):
+    """The values that matter in a collected notification; a master may put varbinds of its own around them."""
+    named = (rf"{TEST_BASE}.9.0", "1.3.6.1.6.3.1.1.4.1.0", "1.3.6.1.6.3.1.1.4.3.0")  # ours, the kind, the enterprise
+    return [re.findall(rf"\.{re.escape(oid)} = ([^\t]*)", line) for oid in named]
 
 
 def test_a_stand_alone_agent_takes_a_new_destination_when_it_reads_its_configuration_again(start):

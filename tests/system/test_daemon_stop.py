@@ -1,12 +1,13 @@
 """How the daemon stops a module, and what signals do."""
 
+import os
 import re
 import signal
 import time
 
 import pytest
 
-from agents import ROOT, TEST_MODULES, Daemon, Master
+from agents import ROOT, TEST_MODULES, Daemon, Master, wait_until
 
 MASTER_CONFIGURATION = ROOT / "host/snmpd-master.conf"
 STOPPING = TEST_MODULES / "stopping.so"
@@ -66,6 +67,34 @@ def test_sigusr1_is_blocked_in_every_thread(start):
              for status in (ROOT / f"/proc/{daemon.pid}/task").glob("*/status")]
     assert len(masks) >= 3
     assert all(mask & 1 << (signal.SIGUSR1 - 1) for mask in masks)
+
+
+def test_sighup_opens_the_log_file_again(start, directory):
+    daemon = start(Daemon, module=TEST_MODULES / "notifier.so", options=["-Lf", "daemon.txt"])
+    (directory / "daemon.txt").rename(directory / "daemon.txt.1")
+    daemon.signal(signal.SIGHUP)
+    daemon.wait_for_state("READY=1", count=2)
+    daemon.order("send 1 1 1")
+    wait_until(lambda: (directory / "daemon.txt").exists() and "sent number 1" in (directory / "daemon.txt").read_text(),
+               what="a line in the new file")
+
+
+def test_sigterm_ends_a_daemon_whose_log_nobody_reads(start, directory):
+    reader, writer = os.pipe()
+    daemon = start(Daemon, module=TEST_MODULES / "notifier.so", options=["-Lf", f"/proc/{os.getpid()}/fd/{writer}"])
+    daemon.order("send 1 50000 1")
+    # The pipe is full when the number sent stands still.
+    sent = [-1]
+    def stands_still():
+        sent.append(os.path.getsize(daemon.log_file))
+        return sent[-1] == sent[-2] and sent[-1] > 60_000
+    wait_until(stands_still, what="a full pipe")
+    begin = time.monotonic()
+    daemon.signal(signal.SIGTERM)
+    assert daemon.wait() == 0
+    print(f"left after {time.monotonic() - begin:.1f} s")
+    os.close(reader)
+    os.close(writer)
 
 
 def test_a_vanished_master_does_not_kill_the_daemon(start):
