@@ -16,6 +16,8 @@
 #include <string>
 #include <vector>
 
+extern "C" int subagent_startup(int major, int minor, void *server, void *client);  // net-snmp installs no header
+
 namespace tavo {
 namespace {
 
@@ -98,6 +100,9 @@ void open_agent(const Options &options, const std::function<void()> &before_conf
   netsnmp_ds_set_int(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_AGENTX_PING_INTERVAL, ping_seconds);
   before_configuration();
   init_snmp(agent_name);
+  // Every reading of the configuration would open a session again: beside one that exists, or beside the attempts to
+  // find a lost master, which then never end.
+  snmp_unregister_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_POST_READ_CONFIG, subagent_startup, nullptr, 0);
   if (options.stand_alone() && init_master_agent() != 0) {
     throw StartFailure(ExitStatus::address, "cannot listen on " + CLI::detail::join(options.listen, ", ") +
                                                 " (in use, or not an address of this machine)");

@@ -79,6 +79,21 @@ def test_sighup_opens_the_log_file_again(start, directory):
                what="a line in the new file")
 
 
+def test_sighup_while_the_master_is_away_leaves_one_session_after_its_return(start):
+    master = start(Master, MASTER_CONFIGURATION)
+    daemon = start(Daemon, module=STOPPING, master=master)
+    master.kill()
+    daemon.wait_for_log("AgentX master disconnected us")
+    daemon.signal(signal.SIGHUP)
+    daemon.wait_for_state("READY=1", count=2)
+    start(Master, MASTER_CONFIGURATION, udp_port=master.port)
+    daemon.wait_for_log("AgentX subagent connected", count=2)
+    daemon.signal(signal.SIGHUP)
+    daemon.wait_for_state("READY=1", count=3)
+    with pytest.raises(AssertionError):  # it would come with the next look for a master, a second later
+        daemon.wait_for_log("attempted to be re-opened", timeout=2.5)
+
+
 def test_sigterm_ends_a_daemon_whose_log_nobody_reads(start, directory):
     reader, writer = os.pipe()
     daemon = start(Daemon, module=TEST_MODULES / "notifier.so", options=["-Lf", f"/proc/{os.getpid()}/fd/{writer}"])
