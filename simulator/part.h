@@ -42,9 +42,9 @@ struct Field {
   std::string_view name;
   FieldType type = FieldType::Text;
   std::size_t offset = not_in_record;
-  std::size_t size = 64;      // texts and object identifiers only
-  bool required = false;      // a scenario must give it
-  std::string_view fallback;  // the value when a scenario does not; empty is 0 or no text
+  std::size_t size = 64;           // texts and object identifiers only
+  bool required = false;           // a scenario must give it
+  std::string_view fallback = {};  // the value when a scenario does not; empty is 0 or no text
   std::span<const NamedNumber> names = {};
 };
 
