@@ -23,6 +23,17 @@ bool takes_four_octet_counter64() {
   return taken;
 }
 
+// Whether an object identifier of these sub-identifiers can be put on the wire, where the first two are one number.
+// net-snmp drops the whole PDU, answer or notification, for one that cannot.
+bool can_be_encoded(std::span<const oid> identifier) {
+  if (identifier.empty()) {
+    return true;
+  }
+  const oid first = identifier[0];
+  const oid second = identifier.size() > 1 ? identifier[1] : 0;
+  return first < 2 ? second < 40 : first == 2 && second <= UINT32_MAX - 80;
+}
+
 const bool four_octet_counter64 = takes_four_octet_counter64();
 
 }  // namespace
@@ -99,7 +110,7 @@ void ColumnValue::take_object_identifier(const Column &column, const std::byte *
   }
   type_ = ASN_OBJECT_ID;
   data_ = identifier_;
-  size_ = count * sizeof(oid);
+  size_ = can_be_encoded({identifier_, count}) ? count * sizeof(oid) : 0;
 }
 
 bool ColumnValue::set(netsnmp_variable_list *varbind) const {

@@ -11,6 +11,8 @@
 #include "storage/stor_info.h"
 #include "tables/tavoEquipmentFanTable.h"
 #include "tables/tavoEquipmentPsuTable.h"
+#include "tables/tavoFaultTable.h"
+#include "tables/tavoFaultTable_traps.h"
 #include "tables/tavoMemoryUnitTable.h"
 #include "tables/tavoProcessorUnitTable.h"
 #include "tables/tavoStorageControllerTable.h"
@@ -21,6 +23,7 @@
 #include "tables/tavoStorageVeltroControllerTable.h"
 #include "tables/tavoStorageVeltroDriveTable.h"
 #include "tables/velt_info.h"
+#include "threads/event_thread.h"
 #include "threads/stor_event_thread.h"
 #include "threads/velt_event_thread.h"
 
@@ -47,6 +50,7 @@ int free_snapshot() {
 }
 
 constexpr StartUpStep start_up[] = {
+    {.call = init_tavoFaultTable, .done = "Fault Init done\n"},
     {.call = init_tavoMemoryUnitTable, .done = "Memory Init done\n"},
     {.call = init_tavoProcessorUnitTable, .done = "Processor Init done\n"},
     {.call = init_tavoEquipmentFanTable, .done = "Fan Init done\n"},
@@ -66,10 +70,13 @@ constexpr StartUpStep start_up[] = {
     {.call = free_snapshot, .done = "Stor Init done\n"},
     {.call = create_stor_thread, .done = "StorageThread Init done\n"},
     {.call = create_velt_thread, .done = "VeltThread Init done\n"},
+    // Last, when every table is registered: this thread fills the fault table and sends notifications.
+    {.call = create_FE_thread, .done = "EventThread Init done\n"},
 };
 
 constexpr int (*shut_down[])() = {
     join_test_trap_thread,
+    join_FE_thread,
     join_stor_thread,
     join_velt_thread,
 };
@@ -102,6 +109,8 @@ int close_subagent_modules(void) {
 
 void *SendTestTrap(void *) {
   snmp_log(LOG_DEBUG, "TestTrap thread init done\n");
+  tavo::FaultRow test_fault = {};
+  create_dummy_trap_entry(&test_fault);
   sigset_t signals;
   sigemptyset(&signals);
   sigaddset(&signals, SIGUSR1);
@@ -110,6 +119,7 @@ void *SendTestTrap(void *) {
     sigwait(&signals, &signal);
     if (signal == SIGUSR1) {
       snmp_log(LOG_DEBUG, "Called Test Trap\n");
+      send_fault_trap(1, &test_fault);
     }
   }
   pthread_exit(nullptr);

@@ -23,7 +23,14 @@
   }
 
 // What the agent and the start-up call: for a table that makes and removes its rows in a way of its own.
-#define TAVO_AGENT_ENTRY_POINTS(T, table)                                                                        \
+#define TAVO_AGENT_ENTRY_POINTS(T, table) \
+  TAVO_REQUEST_ENTRY_POINTS(T, table)     \
+  int init_##T(void) {                    \
+    return initialize_table_##T();        \
+  }
+
+// What the agent calls for a request: for a table that, besides, has a start-up of its own.
+#define TAVO_REQUEST_ENTRY_POINTS(T, table)                                                                      \
   int T##_handler(netsnmp_mib_handler *, netsnmp_handler_registration *, netsnmp_agent_request_info *request,    \
                   netsnmp_request_info *requests) {                                                              \
     return (table).answer(request, requests);                                                                    \
@@ -35,7 +42,4 @@
   netsnmp_variable_list *T##_get_next_data_point(void **loop_context, void **row, netsnmp_variable_list *index,  \
                                                  netsnmp_iterator_info *) {                                      \
     return (table).next_row(loop_context, row, index);                                                           \
-  }                                                                                                              \
-  int init_##T(void) {                                                                                           \
-    return initialize_table_##T();                                                                               \
   }

@@ -11,6 +11,8 @@
 
 #include "core/access_lock.h"
 #include "platform/test_trap.h"
+#include "tables/tavoFaultTable.h"
+#include "tables/tavoFaultTable_traps.h"
 #include "tests/unit/fakes/clock.h"
 #include "tests/unit/fakes/files.h"
 #include "tests/unit/fakes/module_test.h"
@@ -18,6 +20,7 @@
 #include "tests/unit/fakes/shell.h"
 #include "tests/unit/fakes/signals.h"
 #include "tests/unit/fakes/threads.h"
+#include "threads/event_thread.h"
 
 namespace {
 
@@ -39,11 +42,14 @@ TEST_F(StartUpTest, EveryStepIsLoggedInItsOrder) {
   files.write("/var/stor_info_data", std::string(4, '\0'));
   EXPECT_EQ(init_subagent_modules(), 0);
   EXPECT_THAT(fakes::log_texts(),
-              ElementsAre("Memory Init done\n", "Processor Init done\n", "Fan Init done\n", "PSU Init done\n",
-                          "GetStorInfo done\n", "StorageController Init done\n", "StorageLocalDisk Init done\n",
-                          "StorageLocalLun Init done\n", "StorageRaidBattery Init done\n", "Stor Init done\n",
-                          "StorageThread Init done\n", "VeltThread Init done\n"));
+              ElementsAre("Fault Init done\n", "Memory Init done\n", "Processor Init done\n", "Fan Init done\n",
+                          "PSU Init done\n", "GetStorInfo done\n", "StorageController Init done\n",
+                          "StorageLocalDisk Init done\n", "StorageLocalLun Init done\n",
+                          "StorageRaidBattery Init done\n", "Stor Init done\n", "StorageThread Init done\n",
+                          "VeltThread Init done\n", "EventThread Init done\n"));
   EXPECT_THAT(fakes::log_lines(), Each(Field(&LogLine::priority, LOG_DEBUG)));
+  ASSERT_FALSE(fakes::created_threads().empty());
+  EXPECT_EQ(fakes::created_threads().back().start_routine, FE_thread) << "when every table is registered";
 }
 
 TEST_F(StartUpTest, TheStorageLockIsTakenAndGivenBack) {
@@ -79,7 +85,7 @@ class TestTrapThreadTest : public fakes::ModuleTest {
 TEST_F(TestTrapThreadTest, EverySignalIsServedOnce) {
   start();
   signal_thread();
-  ASSERT_TRUE(fakes::wait_for_log("Called Test Trap\n", 1));
+  ASSERT_TRUE(fakes::wait_for_sigwait(2));
   signal_thread();
   ASSERT_TRUE(fakes::wait_for_log("Called Test Trap\n", 2));
   ASSERT_TRUE(fakes::wait_for_sigwait(3));
@@ -91,6 +97,26 @@ TEST_F(TestTrapThreadTest, EverySignalIsServedOnce) {
               ElementsAre("TestTrap thread init done\n", "Called Test Trap\n", "Called Test Trap\n",
                           "Stopping TestTrapThread\n", "Called Test Trap\n", "TestThread exited\n"));
   EXPECT_THAT(fakes::log_lines(), Each(Field(&LogLine::priority, LOG_DEBUG)));
+}
+
+TEST_F(TestTrapThreadTest, EverySignalSendsTheSameTestNotificationAndTheOneAfterAStopALastOne) {
+  start();
+  signal_thread();
+  ASSERT_TRUE(fakes::wait_for_sigwait(2));
+  signal_thread();
+  ASSERT_TRUE(fakes::wait_for_sigwait(3));
+  stop_test_trap_thread();
+  signal_thread();
+  join_test_trap_thread();
+  const auto sent = fakes::notifications();
+  ASSERT_EQ(sent.size(), 3U);
+  tavo::FaultRow test_fault = {};
+  create_dummy_trap_entry(&test_fault);
+  send_fault_trap(1, &test_fault);
+  const auto wanted = fakes::notifications().back().varbinds;
+  for (const fakes::Notification &notification : sent) {
+    EXPECT_EQ(notification.varbinds, wanted);
+  }
 }
 
 TEST_F(TestTrapThreadTest, AStopBeforeTheStartEndsTheThreadWithoutASignal) {
@@ -128,6 +154,7 @@ TEST_F(ShutDownTest, JoinsEveryThreadInItsOrder) {
   EXPECT_THAT(fakes::joined_threads(), ElementsAre(started));
   EXPECT_THAT(fakes::log_texts(),
               ElementsAre("Stopping TestTrapThread\n", "TestTrap thread init done\n", "TestThread exited\n",
+                          "!!! Unable to join event thread !!!!\n", "Removed 0 fault entries\n", "EventThread exited\n",
                           "Unable to join storage thread\n", "StorageThread exited\n", "Unable to join velt thread\n",
                           "Velt Thread exited\n"))
       << "each says so in its turn, though only the first was there";

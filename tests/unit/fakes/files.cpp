@@ -1,6 +1,7 @@
 #include "tests/unit/fakes/files.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -108,6 +109,7 @@ int __real_open(const char *path, int flags, ...);
 FILE *__real_fopen(const char *path, const char *mode);
 int __real_access(const char *path, int mode);
 int __real_unlink(const char *path);
+int __real_stat(const char *path, struct stat *status);
 
 int __wrap_open(const char *path, int flags, ...) {
   va_list arguments;
@@ -135,5 +137,9 @@ int __wrap_access(const char *path, int mode) {
 
 int __wrap_unlink(const char *path) {
   return __real_unlink(FakeFiles::real_path(path).c_str());
+}
+
+int __wrap_stat(const char *path, struct stat *status) {
+  return __real_stat(FakeFiles::real_path(path).c_str(), status);
 }
 }

@@ -1,6 +1,7 @@
 #include "tests/unit/fakes/module_test.h"
 
 #include "tests/unit/fakes/allocation.h"
+#include "tests/unit/fakes/fault_engine.h"
 #include "tests/unit/fakes/fru.h"
 #include "tests/unit/fakes/inventory.h"
 #include "tests/unit/fakes/memory.h"
@@ -18,6 +19,7 @@ namespace {
 void reset_all() {
   fail_next_mutex_call(0);
   reset_allocations();
+  reset_fault_engine();
   reset_fru();
   reset_inventory();
   reset_memory();

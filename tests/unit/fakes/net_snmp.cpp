@@ -24,6 +24,7 @@ std::vector<LogLine> logged;
 std::vector<LogLine> logged_by_library;
 std::vector<DebugCall> debug_calls;
 std::vector<Notification> sent;
+std::function<void()> notification_observer;
 std::atomic<bool> debugging = false;
 std::atomic<int> date_and_time_result = 0;
 
@@ -54,6 +55,18 @@ void record(List &list, Record entry) {
     list.push_back(std::move(entry));
   }
   recorded.notify_all();
+}
+
+void record_notification(Notification notification) {
+  std::function<void()> observer;
+  {
+    const std::scoped_lock lock(mutex);
+    observer = notification_observer;
+  }
+  if (observer) {
+    observer();
+  }
+  record(sent, std::move(notification));
 }
 
 int record_library_line(netsnmp_log_handler *, int priority, const char *text) {
@@ -90,6 +103,11 @@ std::vector<LogLine> library_log_lines() {
 bool wait_for_log(std::string_view text, int times, std::chrono::seconds limit) {
   std::unique_lock lock(mutex);
   return recorded.wait_for(lock, limit, [&] { return std::ranges::count(logged, text, &LogLine::text) >= times; });
+}
+
+void on_notification(std::function<void()> observer) {
+  const std::scoped_lock lock(mutex);
+  notification_observer = std::move(observer);
 }
 
 void set_debugging(bool on) {
@@ -164,6 +182,7 @@ void reset_net_snmp() {
   logged_by_library.clear();
   debug_calls.clear();
   sent.clear();
+  notification_observer = nullptr;
   debugging = false;
   date_and_time_result = 0;
 }
@@ -218,20 +237,20 @@ void __wrap_debugmsg(const char *token, const char *format, ...) {
 }
 
 void __wrap_send_v3trap(netsnmp_variable_list *varbinds, const char *context) {
-  record(sent, Notification{.call = Notification::Call::send_v3trap,
-                            .context = context == nullptr ? "" : context,
-                            .enterprise = {},
-                            .varbinds = copied(varbinds)});
+  record_notification(Notification{.call = Notification::Call::send_v3trap,
+                                   .context = context == nullptr ? "" : context,
+                                   .enterprise = {},
+                                   .varbinds = copied(varbinds)});
 }
 
 void __wrap_send_enterprise_trap_vars(int generic, int specific, const oid *enterprise, int enterprise_length,
                                       netsnmp_variable_list *varbinds) {
   const std::span name(enterprise, static_cast<std::size_t>(enterprise_length));
-  record(sent, Notification{.call = Notification::Call::send_enterprise_trap_vars,
-                            .context = {},
-                            .generic = generic,
-                            .specific = specific,
-                            .enterprise = {name.begin(), name.end()},
-                            .varbinds = copied(varbinds)});
+  record_notification(Notification{.call = Notification::Call::send_enterprise_trap_vars,
+                                   .context = {},
+                                   .generic = generic,
+                                   .specific = specific,
+                                   .enterprise = {name.begin(), name.end()},
+                                   .varbinds = copied(varbinds)});
 }
 }

@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -82,6 +83,9 @@ std::vector<Notification> notifications();
 
 // Waits until at least `count` notifications were sent; false when `limit` passes first.
 bool wait_for_notifications(std::size_t count, std::chrono::seconds limit = std::chrono::seconds(20));
+
+// Called at each notification, before it is recorded, by the thread that sends it.
+void on_notification(std::function<void()> observer);
 
 // From now on netsnmp_dateandtime_set_buf_from_vars writes its octets as ever and returns `error`; 0 makes it real
 // again.

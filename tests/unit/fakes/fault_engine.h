@@ -1,0 +1,61 @@
+// The fault engine as the tests want it: every call is recorded, what it answers is the test's own script.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/fault_engine.h"
+
+namespace fakes {
+
+// One record, zeroed at first. Texts and integers stand at the offsets of platform/fault_engine.h.
+struct FaultRecord {
+  std::array<std::byte, FAULT_RECORD_SIZE> octets{};
+
+  // Copies the text without a NUL: one as long as its field ends with the field. Returns this record.
+  FaultRecord &text(std::size_t offset, std::string_view text);
+  FaultRecord &number(std::size_t offset, std::uint32_t number);
+  FaultRecord &octet(std::size_t offset, std::uint8_t octet);
+  FaultRecord &identifier(const std::vector<std::uint32_t> &sub_identifiers);
+
+  const void *data() const { return octets.data(); }
+};
+
+// A record with something in every field that is shown.
+FaultRecord fault(std::uint32_t class_code, std::uint32_t index, std::uint32_t severity);
+
+// Every call so far, oldest first: "get_fe_table_count", "get_fe_table 0 3", "connect_to_fe_broadcaster",
+// "listen_to_fe_broadcaster". A listen call stands there as soon as it waits.
+std::vector<std::string> fault_engine_calls();
+
+// Waits until the thread listens with nothing left to hear; false when 20 seconds pass first.
+bool wait_until_listening();
+
+// The active faults. None at first.
+void set_active_faults(std::vector<FaultRecord> records);
+// What get_fe_table_count says instead of the number of faults; empty: that number.
+void set_active_fault_count(std::optional<int> count);
+// get_fe_table fails from this start on.
+void end_fault_table_at(int start);
+
+// The next connects give these results instead of 0, one each.
+void refuse_connects(std::vector<int> errors);
+// Whether the descriptor that the `number`th successful connect gave, from 1, is still open.
+bool connection_is_open(int number);
+
+// What listen_to_fe_broadcaster tells next, in turn. Without anything to tell it waits.
+void broadcast(const FaultRecord &record);
+// A result of 0 or below, with errno.
+void broadcast_result(int result, int error);
+
+// Listen calls that were handed a record that was not all zero, or a connection that was not the last one given.
+int careless_listens();
+
+void reset_fault_engine();
+
+}  // namespace fakes

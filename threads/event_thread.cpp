@@ -1,0 +1,148 @@
+#include "threads/event_thread.h"
+
+#include <sched.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <cstdlib>
+
+#include "core/background_thread.h"
+#include "core/trace.h"
+#include "core/zeroed.h"
+#include "platform/fault_engine.h"
+#include "tables/fault_database.h"
+#include "tables/tavoFaultTable.h"
+#include "tables/tavoFaultTable_traps.h"
+
+namespace {
+
+constexpr const char *source = "event_thread";
+
+// The engine's active faults are read in pieces of so many records, however many there are.
+constexpr int records_per_read = 1024;
+
+void free_fault_database() {
+  tavo::free_entity_nodes();
+  std::free(fault_database);
+  fault_database = nullptr;
+  clear_fault_table_entries();
+}
+
+constexpr tavo::ThreadDescription description = {
+    .start_routine = FE_thread,
+    .source = source,
+    .creating = "%s:Creating event thread\n",
+    .create_failed = "!!! unable to create event_thread thread !!!!\n",
+    .stopping = "Stopping EventThread\n",
+    .join_failed = "!!! Unable to join event thread !!!!\n",
+    .exited = "EventThread exited\n",
+    .release_after_attributes = free_fault_database,
+};
+
+constinit tavo::BackgroundThread event_thread(description);
+
+void apply(const std::byte *record) {
+  PrintDataFromFE(record);
+  populate_fault_table_from_fe(record);
+}
+
+// Tries until it succeeds, without a pause: every change that is made while there is no connection is missed.
+void connect(int &connection, bool traces) {
+  for (int error = connect_to_fe_broadcaster(&connection); error != 0; error = connect_to_fe_broadcaster(&connection)) {
+    if (traces) {
+      tavo::trace("FE_thread", source, __LINE__, "Connection to FE broadcaster failed %0x, Reconnecting\n", error);
+    }
+    sched_yield();
+  }
+}
+
+// Changes that were made without a connection are missed, so the whole list is loaded again.
+void reconnect(int &connection) {
+  close(connection);
+  connect(connection, false);
+  init_fault_tables();
+}
+
+void keep_table_in_step() {
+  snmp_log(LOG_DEBUG, "EventThread initiated\n");
+  tvmc_Startup_Trap();
+  init_fault_tables();
+  needToSendTrapFlag = 1;
+  int connection = -1;
+  connect(connection, true);
+  while (event_thread.is_running()) {
+    std::array<std::byte, FAULT_RECORD_SIZE> record = {};
+    errno = 0;
+    const int received = listen_to_fe_broadcaster(&connection, record.data());
+    if (received > 0) {
+      apply(record.data());
+    } else if (received == 0 && errno != EINTR) {
+      reconnect(connection);
+    }
+  }
+}
+
+}  // namespace
+
+int create_FE_thread(void) {
+  fault_database = static_cast<tavo::EntityNode **>(std::calloc(tavo::fault_bucket_count, sizeof *fault_database));
+  if (fault_database == nullptr) {
+    snmp_log(LOG_DEBUG, "CREATE_EVENT_THREAD:Failed memory allocation\n");
+    return -1;
+  }
+  if (const int error = event_thread.create(__func__, __LINE__); error != 0) {
+    std::free(fault_database);
+    fault_database = nullptr;
+    return error;
+  }
+  return 0;
+}
+
+void stop_FE_thread(void) {
+  event_thread.stop();
+}
+
+int join_FE_thread(void) {
+  event_thread.join();
+  return 1;
+}
+
+void *FE_thread(void *) {
+  tavo::run_thread("EventThread", keep_table_in_step);
+}
+
+int init_fault_tables(void) {
+  snmp_log(LOG_DEBUG, "Cleared %d event nodes\n", tavo::free_entity_nodes());
+  clear_fault_table_entries();
+  const auto records = tavo::make_zeroed_octets(records_per_read, FAULT_RECORD_SIZE);
+  if (records == nullptr) {
+    snmp_log(LOG_DEBUG, "INIT_EVENT_THREAD:Failed to allocate memory\n");
+    return -1;
+  }
+  const int count = get_fe_table_count();
+  snmp_log(LOG_DEBUG, "FE End Index %d\n", count);
+  int start = 0;
+  int result = 0;
+  do {
+    const int wanted = std::clamp(count - start, 0, records_per_read);
+    result = get_fe_table(records.get(), start, wanted);
+    if (result == -1) {
+      snmp_log(LOG_DEBUG, "Reached end of SEL info from FE\n");
+      break;
+    }
+    for (int i = 0; i < wanted; ++i) {
+      apply(records.get() + static_cast<std::ptrdiff_t>(i) * FAULT_RECORD_SIZE);
+    }
+    start += wanted;
+  } while (start < count);
+  return result;
+}
+
+int FE_poll(int value) {
+  return value;
+}
+
+void PrintDataFromFE(const void *) {}
