@@ -71,7 +71,7 @@ def test_columns_are_numbered_without_gaps_after_an_index_that_is_not_served():
         ("TAVO-FAULT-MIB::tavoFaultTable", BASE + ".1.1.1"),
         ("TAVO-PROCESSOR-MIB::tavoProcessorUnitTable", BASE + ".1.41.9"),
         ("TAVO-PROCESSOR-MIB::tavoProcessorUnitDn.1", BASE + ".1.41.9.1.2.1"),
-        ("TAVO-PROCESSOR-MIB::tavoProcessorUnitZeroInteger2.4294967295", BASE + ".1.41.9.1.22.4294967295"),
+        ("TAVO-PROCESSOR-MIB::tavoProcessorUnitVoltage.4294967295", BASE + ".1.41.9.1.22.4294967295"),
     ],
 )
 def test_known_places(name, oid):

@@ -1,0 +1,320 @@
+"""./run.sh and simulator/boot, run as a person runs them."""
+
+import os
+import pathlib
+import pty
+import re
+import select
+import shutil
+import signal
+import socket
+import subprocess
+import time
+
+import pytest
+
+from agents import BUILD, ROOT, free_port, wait_until
+
+PROCESSOR_DN = "1.3.6.1.4.1.61453.4.207.1.41.9.1.2"
+
+
+def run(*arguments, timeout=120, **settings):
+    return subprocess.run([ROOT / "run.sh", *arguments], stdin=subprocess.DEVNULL, capture_output=True, text=True,
+                          timeout=timeout, check=False, **settings)
+
+
+def boot(*arguments, **settings):
+    command = [*settings.pop("prefix", []), settings.pop("program", ROOT / "simulator/boot"), "--build", BUILD, *arguments]
+    return subprocess.run(command, stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=60, check=False,
+                          **settings)
+
+
+def processes_with(text):
+    """The command lines that contain `text`."""
+    found = []
+    for process in pathlib.Path("/proc").glob("[0-9]*/cmdline"):
+        try:
+            line = process.read_bytes().replace(b"\0", b" ").decode(errors="replace")
+        except OSError:
+            continue
+        if text in line:
+            found.append(line)
+    return found
+
+
+def files_in_checkout():
+    ignored = {"__pycache__", ".git", ".pytest_cache"}
+    return {path for path in ROOT.rglob("*") if not ignored & set(path.parts) and path.suffix != ".log"}
+
+
+class Terminal:
+    """./run.sh on a terminal of its own, as when a person types it."""
+
+    def __init__(self, *arguments):
+        self.output = ""
+        self.pid, self.descriptor = pty.fork()
+        if self.pid == 0:
+            os.execv(ROOT / "run.sh", [str(ROOT / "run.sh"), *arguments])
+
+    def read(self, timeout):
+        """Takes what is there; False at the end."""
+        if not select.select([self.descriptor], [], [], timeout)[0]:
+            return True
+        try:
+            chunk = os.read(self.descriptor, 4096)
+        except OSError:  # the terminal's last user has left
+            chunk = b""
+        self.output += chunk.decode(errors="replace")
+        return bool(chunk)
+
+    def wait_for(self, text, timeout=60):
+        deadline = time.monotonic() + timeout
+        while text not in self.output:
+            assert self.read(0.2), f"run.sh left: {self.output}"
+            assert time.monotonic() < deadline, f"no {text!r} in {self.output!r}"
+
+    def wait(self, timeout=30):
+        """The exit status."""
+        deadline = time.monotonic() + timeout
+        while self.read(0.2):
+            assert time.monotonic() < deadline, f"run.sh does not end: {self.output!r}"
+        os.close(self.descriptor)
+        return os.waitstatus_to_exitcode(os.waitpid(self.pid, 0)[1])
+
+
+@pytest.fixture
+def port():
+    return str(free_port())
+
+
+@pytest.fixture
+def serving(port):
+    """A server that is up, as a process that gets no terminal."""
+    process = subprocess.Popen([ROOT / "run.sh", "--port", port], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                               stderr=subprocess.STDOUT, text=True)
+    for line in process.stdout:
+        if "Ctrl-C stops it" in line:
+            break
+    yield process
+    process.terminate()
+    process.wait(30)
+    process.stdout.close()
+
+
+def assert_nothing_left(port):
+    assert processes_with(f"127.0.0.1:{port}") == []
+    assert not (BUILD / f"server-{port}").exists()
+    assert "bmcsim" not in pathlib.Path("/proc/self/mounts").read_text()
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as probe:
+        probe.bind(("127.0.0.1", int(port)))
+
+
+def test_once_prints_every_processor_with_its_columns_named(port):
+    before = files_in_checkout()
+    result = run("--once", "--port", port)
+    assert result.stderr == ""
+    assert result.returncode == 0
+    assert re.search(r"^Dn +sys/rack-unit-1/board/cpu-1\b", result.stdout, re.MULTILINE)
+    assert "sys/rack-unit-1/board/cpu-2" in result.stdout
+    assert re.search(r"^tavoProcessorUnitTable +2 rows$", result.stdout, re.MULTILINE)
+    assert re.search(r"^total +\d+ rows, \d+ values, walked in [\d.]+ s$", result.stdout.rstrip().split("\n")[-1])
+    assert_nothing_left(port)
+    assert files_in_checkout() == before
+
+
+def test_once_names_everything_that_is_served(port):
+    output = run("--once", "--port", port).stdout
+    assert "unnamed table" not in output
+    assert not re.search(r"^column \d+ ", output, re.MULTILINE)
+
+
+def test_once_keeps_to_the_width_of_the_terminal(port):
+    output = run("--once", "--port", port, env={**os.environ, "COLUMNS": "100"}).stdout
+    assert max(map(len, output.splitlines())) <= 100
+
+
+def test_exec_exits_with_the_commands_status(port):
+    assert run("--port", port, "--exec", "exit 7").returncode == 7
+    assert run("--port", port, "--exec", "kill -KILL $$").returncode == 128 + signal.SIGKILL
+
+
+def test_exec_runs_on_a_server_of_its_own_when_none_is_up(port):
+    result = run("--port", port, "--exec", f"bmcsim ctl ping && snmpwalk -v2c -c public 127.0.0.1:{port} {PROCESSOR_DN}")
+    assert result.returncode == 0
+    assert "tavoProcessorUnitDn.1 = STRING: sys/rack-unit-1/board/cpu-1" in result.stdout
+    assert_nothing_left(port)
+
+
+def test_exec_enters_the_server_that_is_up(serving, port):
+    assert run("--port", port, "--exec", "echo here > /var/note").returncode == 0
+    assert not os.path.exists("/var/note")
+    result = run("--port", port, "--exec", "cat /var/note; pidof snmp-subagentd; exit 3")
+    assert (result.returncode, result.stderr) == (3, "")
+    assert re.fullmatch(r"here\n\d+\n", result.stdout)
+
+
+def test_exec_leaves_no_command_behind_when_it_is_killed(serving, port):
+    command = subprocess.Popen([ROOT / "run.sh", "--port", port, "--exec", "exec sleep 86399"], stdin=subprocess.DEVNULL)
+    wait_until(lambda: "sleep 86399 " in processes_with("sleep 86399"), what="the command runs")
+    command.terminate()
+    command.wait(10)
+    wait_until(lambda: "sleep 86399 " not in processes_with("sleep 86399"), what="the command is gone")
+
+
+def test_once_shows_the_server_that_is_up(serving, port):
+    result = run("--once", "--port", port)
+    assert result.returncode == 0
+    assert "sys/rack-unit-1/board/cpu-1" in result.stdout
+
+
+def test_options_that_a_running_server_cannot_take_are_refused(serving, port):
+    result = run("--port", port, "--cold", "--exec", "true")
+    assert result.returncode == 2
+    assert f"a server is up on port {port} already" in result.stderr
+
+
+def test_second_server_on_the_same_port_is_refused(serving, port):
+    result = run("--port", port)
+    assert result.returncode == 2
+    assert f"a server is up on port {port} already" in result.stderr
+
+
+def test_servers_on_different_ports_run_side_by_side(serving):
+    other = str(free_port())
+    assert run("--port", other, "--exec", "test ! -e /var/note && bmcsim ctl ping").returncode == 0
+
+
+def test_port_in_use_is_said(port):
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as holder:
+        holder.bind(("127.0.0.1", int(port)))
+        result = run("--once", "--port", port)
+    assert result.returncode == 2
+    assert f"udp port {port} is in use by another program" in result.stderr
+
+
+@pytest.mark.parametrize(
+    "arguments, complaint",
+    [
+        (["--twice"], "unknown option '--twice'"),
+        (["now"], "unknown option 'now'"),
+        (["--exec"], "--exec needs a value"),
+        (["--speed", "fast"], "not 'fast'"),
+        (["--speed", "0"], "not '0'"),
+        (["--port", "70000"], "not '70000'"),
+    ],
+)
+def test_wrong_words_are_named(arguments, complaint):
+    result = run(*arguments)
+    assert result.returncode == 2
+    assert complaint in result.stderr
+    assert result.stdout == ""
+
+
+def test_help_names_every_option():
+    result = run("--help")
+    assert result.returncode == 0
+    for option in ["--once", "--exec", "--agentx", "--speed", "--cold", "--port", "--scenario", "--in-place"]:
+        assert re.search(rf"^  {option}\b", result.stdout, re.MULTILINE)
+
+
+def test_warm_boot_is_the_default_and_cold_leaves_the_marker_out(port):
+    assert run("--port", port, "--exec", "test -e /var/tvmcWarmStartup").returncode == 0
+    assert run("--port", port, "--cold", "--exec", "test ! -e /var/tvmcWarmStartup").returncode == 0
+
+
+def test_agentx_puts_snmpd_in_front(port):
+    result = run("--port", port, "--agentx", "--exec",
+                 f"snmpget -v2c -c public -Ovq 127.0.0.1:{port} .1.3.6.1.2.1.1.2.0 {PROCESSOR_DN}.1 && pidof snmpd")
+    assert result.stderr == ""
+    # The first is the master's own: net-snmp's object identifier on Linux.
+    assert re.fullmatch(r".*8072\.3\.2\.10\nsys/rack-unit-1/board/cpu-1\n\d+\n", result.stdout)
+    assert_nothing_left(port)
+
+
+def test_speed_turns_the_daemons_clock(port):
+    uptime = f"snmpget -v2c -c public -Ovtq 127.0.0.1:{port} .1.3.6.1.2.1.1.3.0"
+    result = run("--port", port, "--speed", "50", "--exec",
+                 f"start=$EPOCHREALTIME; first=$({uptime}); until (( $({uptime}) > first + 10000 )); do sleep 0.1; done;"
+                 "echo $start $EPOCHREALTIME", timeout=60)
+    start, end = map(float, result.stdout.split())
+    assert end - start < 20  # 100 s by the daemon's clock, which takes 2 s
+
+
+def test_interrupt_stops_everything(port):
+    terminal = Terminal("--port", port)
+    terminal.wait_for("Ctrl-C stops it.")
+    assert (BUILD / f"server-{port}").exists()
+    os.write(terminal.descriptor, b"\x03")
+    assert terminal.wait() == 0
+    assert_nothing_left(port)
+
+
+def test_interrupt_reaches_a_command_and_not_the_server(port):
+    """The command decides what Ctrl-C means; the server is there as long as the command is."""
+    terminal = Terminal("--port", port, "--exec",
+                        "trap 'bmcsim ctl ping && echo still there; exit 9' INT; echo ready; while :; do sleep 0.1; done")
+    terminal.wait_for("ready")
+    os.write(terminal.descriptor, b"\x03")
+    assert terminal.wait() == 9
+    assert "still there" in terminal.output
+    assert_nothing_left(port)
+
+
+@pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGINT, signal.SIGHUP])
+def test_signal_stops_everything(serving, port, number):
+    serving.send_signal(number)
+    assert serving.wait(30) == 0
+    assert_nothing_left(port)
+
+
+def test_killed_launcher_takes_its_server_along(serving, port):
+    serving.kill()
+    serving.wait(10)
+    wait_until(lambda: not processes_with(f"127.0.0.1:{port}"), what="the server's processes are gone")
+    assert run("--port", port, "--exec", "true").returncode == 0  # what it left behind hinders nobody
+
+
+def test_daemon_that_dies_is_reported(serving, port):
+    run("--port", port, "--exec", "kill -KILL $(pidof snmp-subagentd)")
+    output = serving.stdout.read()
+    assert serving.wait(30) == 1
+    assert "snmp-subagentd ended with status 137" in output
+
+
+def test_server_boots_for_an_ordinary_user():
+    if os.geteuid() != 0:
+        pytest.skip("this is an ordinary user already: every other test shows it")
+    nobody = ["setpriv", "--reuid", "65534", "--regid", "65534", "--clear-groups"]
+    if subprocess.run([*nobody, "test", "-x", BUILD / "bmcsim"], check=False).returncode != 0:
+        pytest.skip(f"nobody may not read {ROOT}")
+    result = boot("--", "sh", "-c", "bmcsim ctl ping && touch /var/mine && id -u", prefix=nobody)
+    assert (result.returncode, result.stdout) == (0, "0\n"), result.stderr
+
+
+def test_checkout_below_tmp_stays_visible(directory):
+    checkout = directory / "checkout"
+    for name in ["simulator", "scripts"]:
+        shutil.copytree(ROOT / name, checkout / name)
+    (directory / "kept").mkdir()
+    (directory / "hidden").mkdir()
+    result = boot("--bind", directory / "kept", "--", "sh", "-c", 'ls "$0"; test -x "$0/checkout/simulator/boot"',
+                  directory, program=checkout / "simulator/boot")
+    assert (result.returncode, result.stdout.split()) == (0, ["checkout", "kept"]), result.stderr
+
+
+def test_front_ends_and_the_machines_own_programs_are_in_the_path(port):
+    script = "for name in datactl flatkv slotutil ipmitool; do test -x /usr/local/bin/$name || exit 1; done; ls /usr/local/bin"
+    result = boot("--", "sh", "-c", script)
+    assert result.returncode == 0
+    assert set(os.listdir("/usr/local/bin")) <= set(result.stdout.split())
+    assert not os.path.exists("/usr/local/bin/datactl")
+
+
+def test_boot_says_when_namespaces_are_refused(directory):
+    refusing = directory / "unshare"
+    refusing.write_text("#!/bin/sh\necho 'unshare failed: Operation not permitted' >&2\nexit 1\n")
+    refusing.chmod(0o755)
+    result = boot("--", "true", env={**os.environ, "PATH": f"{directory}:{os.environ['PATH']}"})
+    assert result.returncode == 1
+    assert "Operation not permitted" in result.stderr
+    assert "--in-place" in result.stderr
