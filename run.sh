@@ -85,7 +85,7 @@ fi
 if in_use; then
   fail "udp port $port is in use by another program; stop it, or serve on another port with --port"
 fi
-"$root/scripts/build" release snmpextmibmodule snmp-subagentd bmcsim
+"$root/scripts/build" release snmpextmibmodule snmp-subagentd bmcsim bmcsim_platform
 
 agent=("$root/scripts/with-agent" --build "$build" --port "$port" "${agent_options[@]}")
 case $mode in
