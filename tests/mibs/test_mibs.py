@@ -76,3 +76,35 @@ def test_columns_are_numbered_without_gaps_after_an_index_that_is_not_served():
 )
 def test_known_places(name, oid):
     assert translate("-On", name).stdout.strip() == f".{oid}"
+
+
+CODEC_SYNTAX = {
+    "text": "OCTET STRING",
+    "counted_text": "OCTET STRING",
+    "octet": "OCTET STRING",
+    "integer": "Integer32|INTEGER",
+    "gauge": "Gauge32",
+    "counter": "Counter32",
+    "counter64": "Counter64",
+    "counter64_of_four_octets": "Counter64",
+    "object_identifier": "OBJECT IDENTIFIER",
+}
+UNITS = sorted((MIBS.parent / "tables").glob("tavo*Table.cpp"))
+
+
+@pytest.mark.parametrize("unit", UNITS, ids=lambda path: path.stem)
+def test_mib_names_and_types_the_columns_as_the_table_does(unit):
+    source = unit.read_text()
+    root = re.search(r"> root = \{([\d, ]+)\}", source)[1].replace(", ", ".")
+    columns = re.findall(r"\.number = (\d+),\s*\.codec = Codec::(\w+),\s*\.field = field<decltype\(Row::(\w+)\)>", source)
+    assert columns
+    names = names_by_oid()
+    assert names.get(root) == unit.stem, "the MIB does not have this table; scripts/draft-mib drafts it"
+    served = {f"{root}.1.{number}": unit.stem.removesuffix("Table") + field.title().replace("_", "")
+              for number, _, field in columns}
+    assert {oid: name for oid, name in names.items() if re.fullmatch(rf"{root}\.1\.\d+", oid)} == {
+        f"{root}.1.1": unit.stem.removesuffix("Table") + "Index", **served}
+    for number, codec, _ in columns:
+        definition = translate("-Td", f".{root}.1.{number}").stdout
+        syntax = re.search(r"SYNTAX\s+(.*)", definition)[1]
+        assert re.match(CODEC_SYNTAX[codec], syntax), f"column {number} is {codec}, not {syntax}"
