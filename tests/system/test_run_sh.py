@@ -44,8 +44,9 @@ def processes_with(text):
 
 
 def files_in_checkout():
-    ignored = {"__pycache__", ".git", ".pytest_cache"}
-    return {path for path in ROOT.rglob("*") if not ignored & set(path.parts) and path.suffix != ".log"}
+    """Those that nothing but run.sh could have made: builds and test runs have their own places."""
+    ignored = {"build", "__pycache__", ".git", ".pytest_cache"}
+    return {path for path in ROOT.rglob("*") if not ignored & set(path.relative_to(ROOT).parts)}
 
 
 class Terminal:
