@@ -1,5 +1,6 @@
 #include "tests/unit/fakes/allocation.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstddef>
 #include <mutex>
@@ -11,8 +12,13 @@ std::mutex mutex;
 int successes_left = 0;
 int failures_left = 0;
 int failed = 0;
+// Read without the mutex, which would order the module's threads for ThreadSanitizer and so hide their races from it.
+std::atomic<bool> failing = false;
 
 bool fails() {
+  if (!failing.load(std::memory_order_relaxed)) {
+    return false;
+  }
   const std::scoped_lock lock(mutex);
   if (failures_left == 0) {
     return false;
@@ -33,6 +39,7 @@ void fail_allocations(int successes, int failures) {
   const std::scoped_lock lock(mutex);
   successes_left = successes;
   failures_left = failures;
+  failing = failures > 0;
 }
 
 int failed_allocations() {
@@ -45,6 +52,7 @@ void reset_allocations() {
   successes_left = 0;
   failures_left = 0;
   failed = 0;
+  failing = false;
 }
 
 }  // namespace fakes
@@ -53,6 +61,7 @@ extern "C" {
 
 void *__real_malloc(std::size_t size);
 void *__real_calloc(std::size_t count, std::size_t size);
+void *__real_reallocarray(void *memory, std::size_t count, std::size_t size);
 
 void *__wrap_malloc(std::size_t size) {
   return fakes::fails() ? nullptr : __real_malloc(size);
@@ -60,5 +69,9 @@ void *__wrap_malloc(std::size_t size) {
 
 void *__wrap_calloc(std::size_t count, std::size_t size) {
   return fakes::fails() ? nullptr : __real_calloc(count, size);
+}
+
+void *__wrap_reallocarray(void *memory, std::size_t count, std::size_t size) {
+  return fakes::fails() ? nullptr : __real_reallocarray(memory, count, size);
 }
 }

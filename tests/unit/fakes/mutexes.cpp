@@ -10,12 +10,21 @@ namespace {
 
 // Of one thread: the recorders' own mutexes, which come this way too, must go on working in all others.
 thread_local int next_error = 0;
+thread_local int successes_left = 0;
 thread_local const void *tried = nullptr;
 thread_local const void *signalled = nullptr;
 
 std::mutex mutex;
 bool recording = false;
 std::vector<const void *> recorded;
+
+// What the call that is being made is to return instead of being made; 0 for a real one.
+int error_of_this_call() {
+  if (next_error == 0 || successes_left-- > 0) {
+    return 0;
+  }
+  return std::exchange(next_error, 0);
+}
 
 // False when nobody records.
 bool record_destruction(const void *object) {
@@ -28,8 +37,9 @@ bool record_destruction(const void *object) {
 
 }  // namespace
 
-void fail_next_mutex_call(int error) {
+void fail_next_mutex_call(int error, int successes) {
   next_error = error;
+  successes_left = successes;
 }
 
 const void *last_tried_mutex() {
@@ -71,18 +81,18 @@ int __real_pthread_cond_destroy(pthread_cond_t *condition);
 int __real_pthread_attr_destroy(pthread_attr_t *attributes);
 
 int __wrap_pthread_mutex_lock(pthread_mutex_t *object) {
-  const int error = std::exchange(next_error, 0);
+  const int error = error_of_this_call();
   return error == 0 ? __real_pthread_mutex_lock(object) : error;
 }
 
 int __wrap_pthread_mutex_trylock(pthread_mutex_t *object) {
   tried = object;
-  const int error = std::exchange(next_error, 0);
+  const int error = error_of_this_call();
   return error == 0 ? __real_pthread_mutex_trylock(object) : error;
 }
 
 int __wrap_pthread_mutex_unlock(pthread_mutex_t *object) {
-  const int error = std::exchange(next_error, 0);
+  const int error = error_of_this_call();
   return error == 0 ? __real_pthread_mutex_unlock(object) : error;
 }
 

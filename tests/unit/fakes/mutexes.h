@@ -6,9 +6,10 @@
 
 namespace fakes {
 
-// The calling thread's next pthread_mutex_lock, pthread_mutex_trylock or pthread_mutex_unlock does nothing and returns
-// `error`; later ones are real.
-void fail_next_mutex_call(int error);
+// After `successes` more, which are real, the calling thread's next pthread_mutex_lock, pthread_mutex_trylock or
+// pthread_mutex_unlock does nothing and returns `error`; later ones are real again. The fakes of the platform's
+// functions lock and unlock a mutex, too. 0 takes a failure back.
+void fail_next_mutex_call(int error, int successes = 0);
 
 // The mutex of the calling thread's last pthread_mutex_trylock.
 const void *last_tried_mutex();

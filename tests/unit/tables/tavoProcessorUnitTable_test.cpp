@@ -2,17 +2,32 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <array>
+#include <cerrno>
+#include <limits>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
 
+#include "core/access_lock.h"
+#include "tests/unit/fakes/allocation.h"
 #include "tests/unit/fakes/golden.h"
 #include "tests/unit/fakes/inventory.h"
 #include "tests/unit/fakes/module_test.h"
+#include "tests/unit/fakes/mutexes.h"
+#include "tests/unit/fakes/net_snmp.h"
+#include "tests/unit/fakes/sample_table.h"
 
 namespace {
 
 using fakes::gauge;
 using fakes::integer;
+using fakes::InventoryCall;
 using fakes::text;
+using testing::ElementsAre;
+using testing::IsEmpty;
 
 constexpr std::array<oid, 12> table = {1, 3, 6, 1, 4, 1, 61453, 4, 207, 1, 41, 9};
 
@@ -21,6 +36,21 @@ class ProcessorUnitTableTest : public fakes::ModuleTest {
   ~ProcessorUnitTableTest() override {
     tavoProcessorUnitTable_removeAllEntries();
     de_register_Processor_table_handler();
+  }
+
+  static fakes::Value get(oid column, oid index) {
+    return fakes::get({fakes::cell(table, column, index)}).answers.at(0).value;
+  }
+
+  static bool is_locked() {
+    bool locked = false;
+    fakes::on_another_thread([&] {
+      locked = get_ev_try_lock(41) != 0;
+      if (!locked) {
+        release_ev_lock(41);
+      }
+    });
+    return locked;
   }
 };
 
@@ -85,6 +115,317 @@ TEST_F(ProcessorUnitTableTest, ServesEveryColumnOfEveryProcessor) {
                                  {21, 2, text("")},
                                  {22, 2, integer(0)},
                              });
+}
+
+// The builder.
+
+std::vector<std::uint32_t> listed_indexes() {
+  std::vector<std::uint32_t> indexes;
+  for (const auto *row = tavoProcessorUnitTable_head; row != nullptr; row = row->next) {
+    indexes.push_back(row->index);
+  }
+  return indexes;
+}
+
+TEST_F(ProcessorUnitTableTest, AsksTheInventoryForTheCountAndThenForAllRecords) {
+  fakes::set_processors({xeon(), xeon()});
+  EXPECT_EQ(initialize_processor_table(0), 0);
+  EXPECT_THAT(fakes::inventory_calls(),
+              ElementsAre(InventoryCall{.function = "GetCPUItems", .word = 0, .size = 4, .whole_list = true},
+                          InventoryCall{.function = "GetCPUInfo", .word = 0, .size = 848, .whole_list = true}));
+  EXPECT_EQ(iCPUItems, 2);
+}
+
+TEST_F(ProcessorUnitTableTest, RowsAreNumberedFromOneAndTheLastStandsFirst) {
+  fakes::set_processors({xeon(), xeon(), xeon()});
+  EXPECT_EQ(initialize_processor_table(0), 0);
+  EXPECT_THAT(listed_indexes(), ElementsAre(3, 2, 1));
+  EXPECT_FALSE(is_locked());
+}
+
+TEST_F(ProcessorUnitTableTest, ARefreshReplacesTheRows) {
+  fakes::set_processors({xeon(), xeon()});
+  ASSERT_EQ(initialize_processor_table(0), 0);
+  fakes::set_processors({xeon().text(PROCESSOR_MODEL, "Model 9")});
+  EXPECT_EQ(initialize_processor_table(1), 0);
+  EXPECT_THAT(listed_indexes(), ElementsAre(1));
+  EXPECT_STREQ(tavoProcessorUnitTable_head->model, "Model 9");
+}
+
+TEST_F(ProcessorUnitTableTest, WithoutARefreshRowsAreAdded) {
+  fakes::set_processors({xeon(), xeon()});
+  for (const int refresh : {0, 2, -1}) {  // only 1 asks for a refresh
+    EXPECT_EQ(initialize_processor_table(refresh), 0);
+  }
+  EXPECT_THAT(listed_indexes(), ElementsAre(2, 1, 2, 1, 2, 1));
+}
+
+TEST_F(ProcessorUnitTableTest, BuildingTracesNothingButTheRows) {
+  fakes::set_processors({xeon()});
+  fakes::set_debugging(true);
+  EXPECT_EQ(initialize_processor_table(0), 0);
+  EXPECT_THAT(fakes::trace_texts(), ElementsAre("tavoProcessorUnitTable_createEntry\n"));
+}
+
+TEST_F(ProcessorUnitTableTest, EntryPointsAreTraced) {
+  fakes::set_debugging(true);
+  EXPECT_EQ(initialize_table_tavoProcessorUnitTable(), -1);
+  EXPECT_EQ(tavoProcessorUnitTable_removeEntry(nullptr), 0);
+  tavoProcessorUnitTable_removeAllEntries();
+  EXPECT_THAT(fakes::trace_texts(),
+              ElementsAre("initialize_table_tavoProcessorUnitTable\n", "tavoProcessorUnitTable_removeEntry\n"));
+  for (const fakes::Trace &trace : fakes::traces()) {
+    EXPECT_EQ(trace.source, "tavoProcessorUnitTable");
+    EXPECT_EQ(trace.function + "\n", trace.text);
+  }
+}
+
+// A build that fails leaves the table as it was, or empty when it was to be refreshed, and the lock free.
+class ProcessorBuildFailureTest : public ProcessorUnitTableTest {
+ protected:
+  void SetUp() override {
+    fakes::set_processors({xeon(), xeon()});
+    ASSERT_EQ(initialize_processor_table(0), 0);
+  }
+
+  void expect_failure(int result = -1) {
+    EXPECT_EQ(initialize_processor_table(0), result);
+    EXPECT_THAT(listed_indexes(), ElementsAre(2, 1));
+    EXPECT_FALSE(is_locked());
+    EXPECT_EQ(initialize_processor_table(1), result);
+    EXPECT_THAT(listed_indexes(), IsEmpty());
+    EXPECT_FALSE(is_locked());
+    EXPECT_THAT(fakes::log_lines(), IsEmpty());
+  }
+};
+
+TEST_F(ProcessorBuildFailureTest, TheInventoryFailsToCount) {
+  fakes::set_processor_count_result(-1);
+  expect_failure();
+}
+
+TEST_F(ProcessorBuildFailureTest, TheInventoryFailsToCountAndStillSetsACount) {
+  fakes::set_processor_count_result(1);
+  iCPUItems = 2;
+  expect_failure();
+}
+
+TEST_F(ProcessorBuildFailureTest, ThereAreNoProcessors) {
+  fakes::set_processor_count(0);
+  expect_failure();
+}
+
+TEST_F(ProcessorBuildFailureTest, TheCountIsNegative) {
+  for (const int count : {-1, std::numeric_limits<int>::min()}) {
+    ASSERT_EQ(initialize_processor_table(1), 0);
+    fakes::set_processor_count(count);
+    expect_failure();
+    fakes::set_processor_count(std::nullopt);
+  }
+}
+
+TEST_F(ProcessorBuildFailureTest, TheCountIsHuge) {
+  constexpr int most = std::numeric_limits<int>::max() / PROCESSOR_RECORD_SIZE;
+  for (const int count : {std::numeric_limits<int>::max(), most + 1}) {
+    ASSERT_EQ(initialize_processor_table(1), 0);
+    fakes::set_processor_count(count);
+    expect_failure();
+    fakes::set_processor_count(std::nullopt);
+  }
+}
+
+TEST_F(ProcessorBuildFailureTest, TheInventoryFailsToDeliver) {
+  fakes::set_processor_info_result(-1);
+  expect_failure();
+}
+
+TEST_F(ProcessorBuildFailureTest, ThereIsNoMemoryForTheScratchRow) {
+  fakes::fail_allocations(0);
+  expect_failure();
+}
+
+TEST_F(ProcessorBuildFailureTest, ThereIsNoMemoryForTheRecords) {
+  fakes::fail_allocations(1, 1);
+  EXPECT_EQ(initialize_processor_table(0), -1);
+  EXPECT_EQ(fakes::failed_allocations(), 1);
+  EXPECT_THAT(listed_indexes(), ElementsAre(2, 1));
+  fakes::fail_allocations(1, 1);
+  EXPECT_EQ(initialize_processor_table(1), -1);
+  EXPECT_THAT(listed_indexes(), IsEmpty());
+  EXPECT_FALSE(is_locked());
+}
+
+TEST_F(ProcessorBuildFailureTest, ThereIsNoMemoryForOneOfTheRows) {
+  fakes::fail_allocations(2, 1);
+  EXPECT_EQ(initialize_processor_table(1), 0);
+  EXPECT_EQ(fakes::failed_allocations(), 1);
+  EXPECT_THAT(listed_indexes(), ElementsAre(2)) << "the others are served";
+}
+
+TEST_F(ProcessorBuildFailureTest, TheLockCannotBeHad) {
+  fakes::fail_next_mutex_call(EINVAL, 2);  // behind those of the inventory's fake
+  EXPECT_EQ(initialize_processor_table(1), EINVAL);
+  EXPECT_THAT(listed_indexes(), ElementsAre(2, 1));
+}
+
+TEST_F(ProcessorUnitTableTest, RecordsThatWereAnnouncedButNotDeliveredAreRowsOfNothing) {
+  fakes::set_processors({xeon()});
+  fakes::set_processor_count(2);
+  EXPECT_EQ(initialize_processor_table(1), 0);
+  ASSERT_THAT(listed_indexes(), ElementsAre(2, 1));
+  EXPECT_STREQ(tavoProcessorUnitTable_head->model, "");
+  EXPECT_EQ(tavoProcessorUnitTable_head->presence, 11);
+}
+
+// Fields of a record.
+
+const tavo::ProcessorUnitRow &built_from(const fakes::ProcessorRecord &record) {
+  fakes::set_processors({record});
+  EXPECT_EQ(initialize_processor_table(1), 0);
+  return *tavoProcessorUnitTable_head;
+}
+
+TEST_F(ProcessorUnitTableTest, TheArchitectureIsComparedExactly) {
+  const std::vector<std::pair<std::string_view, int>> architectures = {
+      {"Xeon", 179},   {"Pentium_4", 178}, {"", 0},        {"Xeon ", 0},
+      {" Xeon", 0},    {"xeon", 0},        {"Xeo", 0},     {"Xeonx", 0},
+      {"Pentium_", 0}, {"Pentium_4 ", 0},  {"Pentium", 0}, {std::string_view("Xeon\0x", 6), 179},
+      {"Opteron", 0}};
+  for (const auto &[architecture, arch] : architectures) {
+    EXPECT_EQ(built_from(fakes::ProcessorRecord().text(PROCESSOR_ARCHITECTURE, architecture)).arch, arch)
+        << architecture;
+  }
+}
+
+TEST_F(ProcessorUnitTableTest, TheStatusIsComparedExactly) {
+  for (const std::string_view status : {"", "Enabled ", "enabled", "Enable", "Enabledx", "Disabled"}) {
+    const auto &row = built_from(fakes::ProcessorRecord().text(PROCESSOR_STATUS, status));
+    EXPECT_THAT(std::to_array({row.oper_state, row.operability, row.power, row.perf, row.presence}),
+                ElementsAre(2, 2, 0, 0, 11))
+        << status;
+  }
+  const auto &row = built_from(fakes::ProcessorRecord().text(PROCESSOR_STATUS, "Enabled"));
+  EXPECT_THAT(std::to_array({row.oper_state, row.operability, row.power, row.perf, row.presence}),
+              ElementsAre(1, 1, 1, 0, 10));
+}
+
+TEST_F(ProcessorUnitTableTest, IntegersStandAtTheirOffsetsInLittleEndianOrder) {
+  const auto &row = built_from(
+      fakes::ProcessorRecord().number(172, 0x01020304).number(304, -5).number(308, static_cast<int>(0x80000001)));
+  EXPECT_EQ(row.threads, 0x01020304U);
+  EXPECT_EQ(row.speed, -5);
+  EXPECT_EQ(row.cores, 0x80000001U);
+  EXPECT_EQ(row.cores_enabled, 0x80000001U);
+}
+
+TEST_F(ProcessorUnitTableTest, TextsWithoutANulEndWithTheirFields) {
+  fakes::ProcessorRecord record;
+  record.octets.fill(std::byte{'x'});
+  const auto &row = built_from(record);
+  const std::string longest(63, 'x');
+  EXPECT_EQ(row.socket, longest);
+  EXPECT_EQ(row.vendor, longest);
+  EXPECT_EQ(row.serial, longest);
+  EXPECT_EQ(row.model, longest);
+  EXPECT_EQ(row.arch, 0);
+  EXPECT_EQ(row.presence, 11);
+}
+
+TEST_F(ProcessorUnitTableTest, EachTextStandsAtItsOffsetAndInItsFieldAlone) {
+  const std::string whole(64, 'w');
+  struct TextField {
+    std::size_t offset;
+    char (tavo::ProcessorUnitRow::*field)[64];
+  };
+  for (const auto &[offset, field] :
+       {TextField{0, &tavo::ProcessorUnitRow::socket}, TextField{64, &tavo::ProcessorUnitRow::vendor},
+        TextField{176, &tavo::ProcessorUnitRow::serial}, TextField{240, &tavo::ProcessorUnitRow::model}}) {
+    const auto &row = built_from(fakes::ProcessorRecord().text(offset, whole));
+    for (auto other : {&tavo::ProcessorUnitRow::socket, &tavo::ProcessorUnitRow::vendor,
+                       &tavo::ProcessorUnitRow::serial, &tavo::ProcessorUnitRow::model}) {
+      EXPECT_EQ(row.*other, other == field ? whole.substr(1) : "") << offset;
+    }
+  }
+}
+
+TEST_F(ProcessorUnitTableTest, AnArchitectureOrAStatusThatFillsItsFieldIsNotReadBeyondIt) {
+  // The architecture's field ends where the thread count begins; the status is the record's last field.
+  fakes::ProcessorRecord record;
+  std::ranges::fill(record.octets.begin() + 128, record.octets.begin() + 176, std::byte{'a'});
+  std::ranges::fill(record.octets.begin() + 316, record.octets.end(), std::byte{'s'});
+  fakes::set_processors({record, xeon()});
+  EXPECT_EQ(initialize_processor_table(1), 0);
+  EXPECT_EQ(tavoProcessorUnitTable_head->next->arch, 0);
+  EXPECT_EQ(tavoProcessorUnitTable_head->next->presence, 11);
+  EXPECT_EQ(tavoProcessorUnitTable_head->arch, 179);
+}
+
+// As the agent serves it.
+
+TEST_F(ProcessorUnitTableTest, OneEnabledXeon) {
+  fakes::set_processors({xeon()});
+  ASSERT_EQ(init_tavoProcessorUnitTable(), 0);
+  const std::vector<std::pair<oid, fakes::Value>> cells = {{2, text("sys/rack-unit-1/board/cpu-1")},
+                                                           {3, text("cpu-1")},
+                                                           {4, integer(179)},
+                                                           {7, gauge(0)},
+                                                           {9, integer(1)},
+                                                           {10, integer(1)},
+                                                           {11, integer(1)},
+                                                           {12, integer(0)},
+                                                           {13, integer(10)},
+                                                           {14, text("unknown")}};
+  for (const auto &[column, value] : cells) {
+    EXPECT_EQ(get(column, 1), value) << column;
+  }
+  EXPECT_EQ(fakes::walk(table).size(), 21U);
+}
+
+TEST_F(ProcessorUnitTableTest, AnUnknownColumnIsNoSuchObject) {
+  fakes::set_processors({xeon()});
+  ASSERT_EQ(init_tavoProcessorUnitTable(), 0);
+  EXPECT_EQ(get(23, 1), fakes::no_such_object);
+  EXPECT_EQ(get(1, 1), fakes::no_such_object);
+}
+
+TEST_F(ProcessorUnitTableTest, AMissingRowIsNoSuchInstance) {
+  fakes::set_processors({xeon(), xeon()});
+  ASSERT_EQ(init_tavoProcessorUnitTable(), 0);
+  EXPECT_EQ(get(2, 9), fakes::no_such_instance);
+}
+
+TEST_F(ProcessorUnitTableTest, AnEmptyTableIsRegisteredAllTheSame) {
+  EXPECT_EQ(init_tavoProcessorUnitTable(), -1);
+  EXPECT_EQ(get(2, 1), fakes::no_such_instance);
+  EXPECT_FALSE(is_locked());
+  fakes::set_processors({xeon()});
+  EXPECT_EQ(initialize_processor_table(1), 0);
+  EXPECT_EQ(get(3, 1), text("cpu-1"));
+}
+
+TEST_F(ProcessorUnitTableTest, TwoHundredGetsOfOneCellLeaveTheLockFree) {
+  fakes::set_processors({xeon(), xeon()});
+  ASSERT_EQ(init_tavoProcessorUnitTable(), 0);
+  for (int i = 0; i < 200; ++i) {
+    ASSERT_EQ(get(3, 1), text("cpu-1"));
+    ASSERT_FALSE(is_locked());
+  }
+}
+
+TEST_F(ProcessorUnitTableTest, IsNoLongerServedOnceDeRegistered) {
+  fakes::set_processors({xeon()});
+  ASSERT_EQ(init_tavoProcessorUnitTable(), 0);
+  EXPECT_EQ(de_register_Processor_table_handler(), 0);
+  EXPECT_EQ(get(2, 1), fakes::no_such_object);
+  EXPECT_EQ(de_register_Processor_table_handler(), 0);
+}
+
+TEST_F(ProcessorUnitTableTest, ARowIsRemovedUnderTheLock) {
+  fakes::set_processors({xeon(), xeon(), xeon()});
+  ASSERT_EQ(initialize_processor_table(0), 0);
+  EXPECT_EQ(tavoProcessorUnitTable_removeEntry(tavoProcessorUnitTable_head->next), 0);
+  EXPECT_THAT(listed_indexes(), ElementsAre(3, 1));
+  EXPECT_FALSE(is_locked());
 }
 
 }  // namespace

@@ -1,0 +1,322 @@
+#include "core/column.h"
+
+#include <gmock/gmock.h>
+
+#include <cstring>
+#include <limits>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tests/unit/fakes/allocation.h"
+#include "tests/unit/fakes/manager.h"
+#include "tests/unit/fakes/module_test.h"
+#include "tests/unit/fakes/net_snmp.h"
+#include "tests/unit/fakes/sample_table.h"
+
+namespace {
+
+using fakes::SampleRow;
+using tavo::Codec;
+using tavo::Column;
+using tavo::ColumnValue;
+using tavo::field;
+using testing::IsEmpty;
+
+using Octets = std::vector<unsigned>;
+
+const Column &column(oid number) {
+  return fakes::ev_sample.table.description().columns[number - 2];
+}
+
+class ColumnTest : public fakes::ModuleTest {
+ protected:
+  ~ColumnTest() override { snmp_free_var_internals(&varbind_); }
+
+  fakes::Value value(oid number) {
+    EXPECT_TRUE(ColumnValue(column(number), &row_).set(&varbind_));
+    return fakes::value_of(varbind_);
+  }
+
+  // Type, length and contents as they stand in a message.
+  Octets encoded(oid number) {
+    EXPECT_TRUE(ColumnValue(column(number), &row_).set(&varbind_));
+    oid name[] = {1, 3};
+    std::size_t name_length = 2;
+    u_char message[256];
+    std::size_t room = sizeof message;
+    const u_char *end =
+        snmp_build_var_op(message, name, &name_length, varbind_.type, varbind_.val_len, varbind_.val.string, &room);
+    EXPECT_NE(end, nullptr);
+    // Behind the sequence's header stands the name: 06 01 2B.
+    const std::size_t header = message[1] == 0x82 ? 4 : 2;
+    const u_char *value = message + header + 3;
+    return {value, end};
+  }
+
+  SampleRow row_ = {};
+  netsnmp_variable_list varbind_ = {};
+};
+
+TEST_F(ColumnTest, TextEndsAtItsNul) {
+  std::strcpy(row_.name, "cpu-1");
+  EXPECT_EQ(value(fakes::sample_column::name), fakes::text("cpu-1"));
+  EXPECT_EQ(varbind_.val_len, 5U);
+  EXPECT_EQ(encoded(fakes::sample_column::name), (Octets{0x04, 5, 'c', 'p', 'u', '-', '1'}));
+}
+
+TEST_F(ColumnTest, TextMayBeEmpty) {
+  EXPECT_EQ(value(fakes::sample_column::name), fakes::text(""));
+  EXPECT_EQ(encoded(fakes::sample_column::name), (Octets{0x04, 0}));
+}
+
+TEST_F(ColumnTest, TextWithoutANulEndsWithItsField) {
+  std::memset(row_.name, 'n', sizeof row_.name);
+  std::memset(row_.code, 'c', sizeof row_.code);  // what stands behind
+  EXPECT_EQ(value(fakes::sample_column::name), fakes::text("nnnnnnnnnnnnnnnn"));
+  EXPECT_EQ(varbind_.val_len, sizeof row_.name);
+}
+
+TEST_F(ColumnTest, CountedTextIsAsLongAsItsLengthSays) {
+  std::memcpy(row_.code, "\0a\0bcdef", 8);
+  row_.code_length = 4;
+  EXPECT_EQ(value(fakes::sample_column::code), fakes::text(std::string_view("\0a\0b", 4)));
+  EXPECT_EQ(encoded(fakes::sample_column::code), (Octets{0x04, 4, 0, 'a', 0, 'b'}));
+  row_.code_length = 8;
+  EXPECT_EQ(value(fakes::sample_column::code), fakes::text(std::string_view("\0a\0bcdef", 8)));
+}
+
+TEST_F(ColumnTest, CountedTextIsClampedToItsField) {
+  std::memcpy(row_.code, "abcdefgh", 8);
+  row_.flags = 'X';
+  for (const std::int32_t length : {9, 65536, std::numeric_limits<std::int32_t>::max()}) {
+    row_.code_length = length;
+    EXPECT_EQ(value(fakes::sample_column::code), fakes::text("abcdefgh")) << length;
+  }
+  for (const std::int32_t length : {0, -1, std::numeric_limits<std::int32_t>::min()}) {
+    row_.code_length = length;
+    EXPECT_EQ(value(fakes::sample_column::code), fakes::text("")) << length;
+  }
+}
+
+TEST_F(ColumnTest, AnOctetIsATextOfLengthOne) {
+  row_.flags = 0x80;
+  EXPECT_EQ(encoded(fakes::sample_column::flags), (Octets{0x04, 1, 0x80}));
+  row_.flags = 0;
+  EXPECT_EQ(encoded(fakes::sample_column::flags), (Octets{0x04, 1, 0}));
+}
+
+TEST_F(ColumnTest, IntegersKeepTheirSign) {
+  for (const std::int32_t number : {0, 1, -1, std::numeric_limits<std::int32_t>::min(), 2147483647}) {
+    row_.level = number;
+    EXPECT_EQ(value(fakes::sample_column::level), fakes::integer(number));
+  }
+  row_.level = -2;
+  EXPECT_EQ(encoded(fakes::sample_column::level), (Octets{0x02, 1, 0xFE}));
+}
+
+TEST_F(ColumnTest, GaugesAndCountersFillTheirThirtyTwoBits) {
+  for (const std::uint32_t number : {0U, 1U, 0x80000000U, 0xFFFFFFFFU}) {
+    row_.size = number;
+    row_.events = number;
+    EXPECT_EQ(value(fakes::sample_column::size), fakes::gauge(number));
+    EXPECT_EQ(value(fakes::sample_column::events), fakes::counter(number));
+  }
+  EXPECT_EQ(encoded(fakes::sample_column::size), (Octets{0x42, 5, 0, 0xFF, 0xFF, 0xFF, 0xFF}));
+  EXPECT_EQ(encoded(fakes::sample_column::events), (Octets{0x41, 5, 0, 0xFF, 0xFF, 0xFF, 0xFF}));
+}
+
+TEST_F(ColumnTest, ACounter64FillsItsSixtyFourBits) {
+  for (const std::uint64_t number : {0ULL, 1ULL, 0xFFFFFFFFULL, 0x100000000ULL, 0xFFFFFFFFFFFFFFFFULL}) {
+    row_.total = number;
+    EXPECT_EQ(value(fakes::sample_column::total), fakes::counter64(number));
+  }
+  row_.total = 0x0102030405060708;
+  EXPECT_EQ(encoded(fakes::sample_column::total), (Octets{0x46, 8, 1, 2, 3, 4, 5, 6, 7, 8}));
+}
+
+TEST_F(ColumnTest, ACounter64OfTwoWordsPutsTheHighOneFirst) {
+  row_.sequence = {.high = 0x01020304, .low = 0xA5060708};
+  EXPECT_EQ(value(fakes::sample_column::sequence), fakes::counter64(0x01020304A5060708));
+  EXPECT_EQ(encoded(fakes::sample_column::sequence), (Octets{0x46, 8, 1, 2, 3, 4, 0xA5, 6, 7, 8}));
+}
+
+TEST_F(ColumnTest, ACounter64OfFourOctetsIsAProperOneWhereNetSnmpRefusesFour) {
+  for (const std::uint32_t number : {0U, 1U, 0xFFFFFFFFU}) {
+    row_.uptime = number;
+    EXPECT_EQ(value(fakes::sample_column::uptime), fakes::counter64(number));
+    EXPECT_EQ(varbind_.val_len, sizeof(struct counter64));
+  }
+  EXPECT_EQ(encoded(fakes::sample_column::uptime), (Octets{0x46, 5, 0, 0xFF, 0xFF, 0xFF, 0xFF}));
+  EXPECT_THAT(fakes::library_log_lines(), IsEmpty());
+}
+
+TEST_F(ColumnTest, AnObjectIdentifierIsAsLongAsItsCountSays) {
+  std::ranges::copy(std::to_array<std::uint32_t>({1, 3, 61453, 0xFFFFFFFF}), row_.object);
+  row_.object_length = 3;
+  EXPECT_EQ(value(fakes::sample_column::object), fakes::object_identifier(std::array<oid, 3>{1, 3, 61453}));
+  EXPECT_EQ(encoded(fakes::sample_column::object), (Octets{0x06, 4, 0x2B, 0x83, 0xE0, 0x0D}));
+  row_.object_length = 4;
+  EXPECT_EQ(value(fakes::sample_column::object), fakes::object_identifier(std::array<oid, 4>{1, 3, 61453, 0xFFFFFFFF}));
+}
+
+TEST_F(ColumnTest, AnObjectIdentifierIsClampedToItsField) {
+  std::ranges::copy(std::to_array<std::uint32_t>({1, 3, 6, 1}), row_.object);
+  for (const std::int32_t length : {5, 128, std::numeric_limits<std::int32_t>::max()}) {
+    row_.object_length = length;
+    EXPECT_EQ(value(fakes::sample_column::object), fakes::object_identifier(std::array<oid, 4>{1, 3, 6, 1})) << length;
+  }
+  for (const std::int32_t length : {0, -1, std::numeric_limits<std::int32_t>::min()}) {
+    row_.object_length = length;
+    EXPECT_EQ(value(fakes::sample_column::object), fakes::object_identifier({})) << length;
+  }
+}
+
+TEST_F(ColumnTest, EveryColumnOfARowIsServed) {
+  std::strcpy(row_.name, "row");
+  std::memcpy(row_.code, "abcdefgh", 8);
+  row_.code_length = 3;
+  row_.flags = 7;
+  row_.level = -5;
+  row_.size = 6;
+  row_.events = 8;
+  row_.total = 9;
+  row_.sequence = {.high = 1, .low = 2};
+  row_.uptime = 10;
+  std::ranges::copy(std::to_array<std::uint32_t>({1, 3, 6, 1}), row_.object);
+  row_.object_length = 2;
+  EXPECT_EQ(value(2), fakes::text("row"));
+  EXPECT_EQ(value(3), fakes::text("abc"));
+  EXPECT_EQ(value(4), fakes::text("\7"));
+  EXPECT_EQ(value(5), fakes::integer(-5));
+  EXPECT_EQ(value(6), fakes::gauge(6));
+  EXPECT_EQ(value(7), fakes::counter(8));
+  EXPECT_EQ(value(8), fakes::counter64(9));
+  EXPECT_EQ(value(9), fakes::counter64(0x100000002));
+  EXPECT_EQ(value(10), fakes::counter64(10));
+  EXPECT_EQ(value(11), fakes::object_identifier(std::array<oid, 2>{1, 3}));
+}
+
+// A notification's varbinds are made by the same codecs.
+TEST_F(ColumnTest, AValueCanBeAppendedToANotification) {
+  std::strcpy(row_.name, "cpu-1");
+  row_.uptime = 7;
+  netsnmp_variable_list *list = nullptr;
+  const std::array<oid, 3> first = {1, 3, 1};
+  const std::array<oid, 4> second = {1, 3, 2, 4};
+  EXPECT_TRUE(ColumnValue(column(fakes::sample_column::name), &row_).append(&list, first));
+  EXPECT_TRUE(ColumnValue(column(fakes::sample_column::uptime), &row_).append(&list, second));
+  ASSERT_NE(list, nullptr);
+  ASSERT_NE(list->next_variable, nullptr);
+  EXPECT_EQ(fakes::dotted({list->name, list->name_length}), "1.3.1");
+  EXPECT_EQ(fakes::value_of(*list), fakes::text("cpu-1"));
+  EXPECT_EQ(fakes::dotted({list->next_variable->name, list->next_variable->name_length}), "1.3.2.4");
+  EXPECT_EQ(fakes::value_of(*list->next_variable), fakes::counter64(7));
+  EXPECT_EQ(list->next_variable->next_variable, nullptr);
+  snmp_free_varbind(list);
+}
+
+// What the compile-time check refuses. `checked` throws the same in a constant expression, where it is an error.
+
+struct Row {
+  std::uint32_t index;
+  std::int32_t number;
+  std::uint32_t size;
+  std::uint64_t total;
+  tavo::CounterWords words;
+  std::uint8_t octet;
+  char text[8];
+  std::int32_t length;
+  std::uint32_t object[32];
+  std::uint32_t long_object[33];
+};
+
+constexpr tavo::Field number = field<decltype(Row::number)>(offsetof(Row, number));
+constexpr tavo::Field size = field<decltype(Row::size)>(offsetof(Row, size));
+constexpr tavo::Field total = field<decltype(Row::total)>(offsetof(Row, total));
+constexpr tavo::Field words = field<decltype(Row::words)>(offsetof(Row, words));
+constexpr tavo::Field octet = field<decltype(Row::octet)>(offsetof(Row, octet));
+constexpr tavo::Field text = field<decltype(Row::text)>(offsetof(Row, text));
+constexpr tavo::Field object = field<decltype(Row::object)>(offsetof(Row, object));
+constexpr tavo::Field long_object = field<decltype(Row::long_object)>(offsetof(Row, long_object));
+constexpr std::uint16_t length = offsetof(Row, length);
+
+std::string_view fault(std::vector<Column> columns) {
+  const char *found = tavo::fault_of(columns);
+  return found == nullptr ? "" : found;
+}
+
+TEST(ColumnCheck, AcceptsColumnsInTheOrderOfTheirFields) {
+  EXPECT_EQ(fault({{.number = 2, .codec = Codec::integer, .field = number},
+                   {.number = 3, .codec = Codec::gauge, .field = size},
+                   {.number = 4, .codec = Codec::counter64, .field = total},
+                   {.number = 5, .codec = Codec::counter64, .field = words},
+                   {.number = 6, .codec = Codec::octet, .field = octet},
+                   {.number = 7, .codec = Codec::counted_text, .field = text, .length_offset = length},
+                   {.number = 8, .codec = Codec::object_identifier, .field = object, .length_offset = length}}),
+            "");
+}
+
+TEST(ColumnCheck, RefusesATableWithoutColumns) {
+  EXPECT_EQ(fault({}), "a table needs a column");
+}
+
+TEST(ColumnCheck, RefusesACodecThatDoesNotFitItsField) {
+  struct Fit {
+    Codec codec;
+    std::vector<tavo::Field> fields;
+  };
+  const std::vector<Fit> fits = {{Codec::text, {text}},
+                                 {Codec::counted_text, {text}},
+                                 {Codec::octet, {octet}},
+                                 {Codec::integer, {number}},
+                                 {Codec::gauge, {size}},
+                                 {Codec::counter, {size}},
+                                 {Codec::counter64, {total, words}},
+                                 {Codec::counter64_of_four_octets, {size}},
+                                 {Codec::object_identifier, {object}}};
+  for (const auto &[codec, fields] : fits) {
+    const bool counted = codec == Codec::counted_text || codec == Codec::object_identifier;
+    for (const tavo::Field &candidate : {number, size, total, words, octet, text, object}) {
+      const bool fitting = std::ranges::count(fields, candidate.offset, &tavo::Field::offset) != 0;
+      EXPECT_EQ(fault({{.number = 2,
+                        .codec = codec,
+                        .field = candidate,
+                        .length_offset = counted ? length : std::uint16_t{0}}}),
+                fitting ? "" : "a codec does not fit the type of its field")
+          << "codec " << static_cast<int>(codec) << ", field at " << candidate.offset;
+    }
+  }
+}
+
+TEST(ColumnCheck, RefusesGapsDuplicatesAndDescendingNumbers) {
+  for (const std::uint8_t second : {std::uint8_t{4}, std::uint8_t{2}, std::uint8_t{1}}) {
+    EXPECT_EQ(fault({{.number = 2, .codec = Codec::integer, .field = number},
+                     {.number = second, .codec = Codec::gauge, .field = size}}),
+              "column numbers ascend without gaps");
+  }
+}
+
+TEST(ColumnCheck, RefusesFieldsInAnotherOrderThanTheirColumns) {
+  EXPECT_EQ(fault({{.number = 2, .codec = Codec::gauge, .field = size},
+                   {.number = 3, .codec = Codec::integer, .field = number}}),
+            "fields stand in the row in the order of their columns");
+  EXPECT_EQ(fault({{.number = 2, .codec = Codec::integer, .field = number},
+                   {.number = 3, .codec = Codec::integer, .field = number}}),
+            "fields stand in the row in the order of their columns");
+}
+
+TEST(ColumnCheck, RefusesALengthWhereNoneBelongsAndNoneWhereOneDoes) {
+  const std::string_view wanted = "a length field belongs to counted texts and object identifiers, and to nothing else";
+  EXPECT_EQ(fault({{.number = 2, .codec = Codec::text, .field = text, .length_offset = length}}), wanted);
+  EXPECT_EQ(fault({{.number = 2, .codec = Codec::integer, .field = number, .length_offset = length}}), wanted);
+  EXPECT_EQ(fault({{.number = 2, .codec = Codec::counted_text, .field = text}}), wanted);
+  EXPECT_EQ(fault({{.number = 2, .codec = Codec::object_identifier, .field = object}}), wanted);
+}
+
+TEST(ColumnCheck, RefusesAnObjectIdentifierThatIsTooLong) {
+  EXPECT_EQ(fault({{.number = 2, .codec = Codec::object_identifier, .field = long_object, .length_offset = length}}),
+            "an object identifier is too long");
+}
+
+}  // namespace

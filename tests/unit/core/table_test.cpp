@@ -1,0 +1,379 @@
+#include "core/table.h"
+
+#include <gmock/gmock.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <vector>
+
+#include "tests/unit/fakes/allocation.h"
+#include "tests/unit/fakes/manager.h"
+#include "tests/unit/fakes/module_test.h"
+#include "tests/unit/fakes/mutexes.h"
+#include "tests/unit/fakes/net_snmp.h"
+#include "tests/unit/fakes/sample_table.h"
+
+namespace {
+
+using fakes::add_row;
+using fakes::cell;
+using fakes::ev_root;
+using fakes::ev_sample;
+using fakes::is_locked;
+using fakes::SampleRow;
+using fakes::subagent_root;
+using fakes::subagent_sample;
+using fakes::text;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class TableTest : public fakes::ModuleTest {
+ protected:
+  ~TableTest() override {
+    fakes::reset_allocations();
+    remove_rows(ev_sample);
+    remove_rows(subagent_sample);
+    ev_sample.table.de_register();
+  }
+};
+
+std::vector<const SampleRow *> listed(const fakes::SampleTable &sample) {
+  std::vector<const SampleRow *> rows;
+  for (const SampleRow *row = sample.head; row != nullptr; row = row->next) {
+    rows.push_back(row);
+  }
+  return rows;
+}
+
+void *create(std::uint32_t index, const SampleRow *filled) {
+  const tavo::ListGuard guard(ev_sample.table.lock());
+  return ev_sample.table.create(index, filled);
+}
+
+// Rows.
+
+TEST_F(TableTest, ARowIsACopyWithItsOwnIndexInFrontOfTheList) {
+  SampleRow *older = add_row(ev_sample, 1);
+  SampleRow filled = {};
+  filled.index = 77;
+  std::strcpy(filled.name, "row");
+  filled.level = -1;
+  filled.total = 0x0102030405060708;
+  filled.next = &filled;
+  auto *row = static_cast<SampleRow *>(create(5, &filled));
+  ASSERT_NE(row, nullptr);
+  EXPECT_NE(row, &filled);
+  EXPECT_EQ(row->index, 5U);
+  EXPECT_STREQ(row->name, "row");
+  EXPECT_EQ(row->level, -1);
+  EXPECT_EQ(row->total, 0x0102030405060708U);
+  EXPECT_THAT(listed(ev_sample), ElementsAre(row, older));
+}
+
+TEST_F(TableTest, TheListIsInReverseOrderOfCreation) {
+  SampleRow *one = add_row(ev_sample, 1);
+  SampleRow *three = add_row(ev_sample, 3);
+  SampleRow *two = add_row(ev_sample, 2);
+  EXPECT_THAT(listed(ev_sample), ElementsAre(two, three, one));
+}
+
+TEST_F(TableTest, ATextThatFillsItsFieldLosesItsLastOctetToTheNul) {
+  SampleRow filled = {};
+  std::memset(filled.name, 'n', sizeof filled.name);
+  std::memset(filled.code, 'c', sizeof filled.code);  // counted, so it needs no NUL
+  const auto *row = static_cast<const SampleRow *>(create(1, &filled));
+  ASSERT_NE(row, nullptr);
+  EXPECT_STREQ(row->name, "nnnnnnnnnnnnnnn");
+  EXPECT_EQ(std::string_view(row->code, sizeof row->code), "cccccccc");
+}
+
+TEST_F(TableTest, NoRowIsMadeOfNothing) {
+  EXPECT_EQ(create(1, nullptr), nullptr);
+  EXPECT_THAT(listed(ev_sample), IsEmpty());
+}
+
+TEST_F(TableTest, NoRowIsMadeWithoutMemory) {
+  const SampleRow filled = {};
+  fakes::fail_allocations(0);
+  EXPECT_EQ(create(1, &filled), nullptr);
+  EXPECT_THAT(listed(ev_sample), IsEmpty());
+}
+
+TEST_F(TableTest, RemovesARowUnderTheLock) {
+  SampleRow *one = add_row(ev_sample, 1);
+  SampleRow *two = add_row(ev_sample, 2);
+  SampleRow *three = add_row(ev_sample, 3);
+  EXPECT_EQ(ev_sample.table.remove(two), 0);
+  EXPECT_THAT(listed(ev_sample), ElementsAre(three, one));
+  EXPECT_EQ(ev_sample.table.remove(three), 0);
+  EXPECT_EQ(ev_sample.table.remove(one), 0);
+  EXPECT_EQ(ev_sample.head, nullptr);
+  EXPECT_FALSE(is_locked(ev_sample));
+}
+
+TEST_F(TableTest, RemovingANullRowDoesNothing) {
+  fakes::fail_next_mutex_call(EINVAL);  // not even lock
+  EXPECT_EQ(ev_sample.table.remove(nullptr), 0);
+  fakes::fail_next_mutex_call(0);
+}
+
+TEST_F(TableTest, ARowThatIsNotListedIsLeftAlone) {
+  SampleRow *one = add_row(ev_sample, 1);
+  SampleRow stranger = {};
+  stranger.next = one;
+  EXPECT_EQ(ev_sample.table.remove(&stranger), 0);
+  EXPECT_EQ(stranger.next, one);
+  EXPECT_THAT(listed(ev_sample), ElementsAre(one));
+  EXPECT_FALSE(is_locked(ev_sample));
+}
+
+TEST_F(TableTest, WithoutTheLockNoRowIsRemoved) {
+  SampleRow *one = add_row(ev_sample, 1);
+  fakes::fail_next_mutex_call(EINVAL);
+  EXPECT_EQ(ev_sample.table.remove(one), EINVAL);
+  EXPECT_THAT(listed(ev_sample), ElementsAre(one));
+}
+
+TEST_F(TableTest, RemovesAllRows) {
+  add_row(ev_sample, 1);
+  add_row(ev_sample, 2);
+  remove_rows(ev_sample);
+  EXPECT_EQ(ev_sample.head, nullptr);
+}
+
+// Traces.
+
+TEST_F(TableTest, EntryPointsTraceTheirNamesInTablesThatTrace) {
+  fakes::set_debugging(true);
+  ev_sample.table.trace_entry("evSampleTable_createEntry", 42);
+  subagent_sample.table.trace_entry("subagentSampleTable_createEntry", 43);
+  const auto traces = fakes::traces();
+  ASSERT_EQ(traces.size(), 1U);
+  EXPECT_EQ(traces[0].function, "evSampleTable_createEntry");
+  EXPECT_EQ(traces[0].source, "evSampleTable");
+  EXPECT_EQ(traces[0].line, 42);
+  EXPECT_EQ(traces[0].text, "evSampleTable_createEntry\n");
+}
+
+TEST_F(TableTest, NothingIsTracedWhileDebuggingIsOff) {
+  ev_sample.table.trace_entry("evSampleTable_createEntry", 42);
+  EXPECT_THAT(fakes::debug_messages(), IsEmpty());
+}
+
+// Registration.
+
+TEST_F(TableTest, IsServedOnceRegistered) {
+  add_row(ev_sample, 1);
+  EXPECT_EQ(fakes::get({cell(ev_root, 2, 1)}).answers.at(0).value, fakes::no_such_object);
+  EXPECT_EQ(ev_sample.table.register_with(ev_sample.handlers), MIB_REGISTERED_OK);
+  EXPECT_EQ(fakes::get({cell(ev_root, 2, 1)}).answers.at(0).value, text("row-1"));
+}
+
+TEST_F(TableTest, ServesTheColumnsItDescribesAndNoOthers) {
+  add_row(ev_sample, 1);
+  ev_sample.table.register_with(ev_sample.handlers);
+  for (oid column = 2; column <= 11; ++column) {
+    EXPECT_LT(fakes::get({cell(ev_root, column, 1)}).answers.at(0).value.type, SNMP_NOSUCHOBJECT) << column;
+  }
+  for (const oid column : {0UL, 1UL, 12UL, 255UL, 256UL + 2, 0xFFFFFFFFUL}) {
+    EXPECT_EQ(fakes::get({cell(ev_root, column, 1)}).answers.at(0).value, fakes::no_such_object) << column;
+  }
+  EXPECT_EQ(fakes::walk(ev_root).size(), 10U);
+}
+
+TEST_F(TableTest, AMissingRowIsNoSuchInstance) {
+  ev_sample.table.register_with(ev_sample.handlers);
+  EXPECT_EQ(fakes::get({cell(ev_root, 2, 1)}).answers.at(0).value, fakes::no_such_instance);  // an empty table
+  add_row(ev_sample, 1);
+  add_row(ev_sample, 2);
+  EXPECT_EQ(fakes::get({cell(ev_root, 2, 9)}).answers.at(0).value, fakes::no_such_instance);
+  EXPECT_EQ(fakes::get({cell(ev_root, 2, 0)}).answers.at(0).value, fakes::no_such_instance);
+}
+
+TEST_F(TableTest, IsReadOnly) {
+  add_row(ev_sample, 1);
+  ev_sample.table.register_with(ev_sample.handlers);
+  const fakes::Response response = fakes::set({cell(ev_root, 5, 1)}, 7);
+  EXPECT_EQ(response.error_status, SNMP_ERR_NOTWRITABLE);
+  EXPECT_EQ(ev_sample.head->level, 0);
+  EXPECT_FALSE(is_locked(ev_sample));
+}
+
+TEST_F(TableTest, IsNoLongerServedOnceDeRegistered) {
+  add_row(ev_sample, 1);
+  ev_sample.table.register_with(ev_sample.handlers);
+  EXPECT_EQ(ev_sample.table.de_register(), 0);
+  EXPECT_EQ(fakes::get({cell(ev_root, 2, 1)}).answers.at(0).value, fakes::no_such_object);
+  EXPECT_FALSE(is_locked(ev_sample));
+  EXPECT_NE(ev_sample.head, nullptr) << "rows stay";
+}
+
+TEST_F(TableTest, DeRegisteringTwiceOrWithoutRegistrationDoesNothing) {
+  EXPECT_EQ(ev_sample.table.de_register(), 0);
+  ev_sample.table.register_with(ev_sample.handlers);
+  EXPECT_EQ(ev_sample.table.de_register(), 0);
+  EXPECT_EQ(ev_sample.table.de_register(), 0);
+}
+
+TEST_F(TableTest, CanBeRegisteredAgain) {
+  add_row(ev_sample, 1);
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(ev_sample.table.register_with(ev_sample.handlers), MIB_REGISTERED_OK);
+    EXPECT_EQ(fakes::walk(ev_root).size(), 10U);
+    EXPECT_EQ(ev_sample.table.de_register(), 0);
+  }
+}
+
+TEST_F(TableTest, WithoutTheLockItStaysRegistered) {
+  add_row(ev_sample, 1);
+  ev_sample.table.register_with(ev_sample.handlers);
+  fakes::fail_next_mutex_call(EINVAL);
+  EXPECT_EQ(ev_sample.table.de_register(), EINVAL);
+  EXPECT_EQ(fakes::walk(ev_root).size(), 10U);
+}
+
+TEST_F(TableTest, WithoutMemoryItIsNotRegistered) {
+  for (int successes = 0; successes < 2; ++successes) {
+    fakes::fail_allocations(successes, 1);
+    EXPECT_EQ(ev_sample.table.register_with(ev_sample.handlers), MIB_REGISTRATION_FAILED) << successes;
+    EXPECT_EQ(fakes::failed_allocations(), 1) << successes;
+    fakes::reset_allocations();
+  }
+  EXPECT_EQ(ev_sample.table.de_register(), 0);
+  EXPECT_EQ(ev_sample.table.register_with(ev_sample.handlers), MIB_REGISTERED_OK);
+}
+
+TEST_F(TableTest, ASecondRegistrationFailsAndTheFirstStays) {
+  add_row(ev_sample, 1);
+  ASSERT_EQ(ev_sample.table.register_with(ev_sample.handlers), MIB_REGISTERED_OK);
+  EXPECT_EQ(ev_sample.table.register_with(ev_sample.handlers), MIB_DUPLICATE_REGISTRATION);
+  EXPECT_EQ(fakes::walk(ev_root).size(), 10U);
+  EXPECT_EQ(ev_sample.table.de_register(), 0);
+  EXPECT_THAT(fakes::walk(ev_root), IsEmpty());
+}
+
+TEST_F(TableTest, ATableThatKeepsNoRegistrationStaysRegistered) {
+  add_row(subagent_sample, 1);
+  ASSERT_EQ(subagent_sample.table.register_with(subagent_sample.handlers), MIB_REGISTERED_OK);
+  EXPECT_EQ(subagent_sample.table.de_register(), 0);
+  EXPECT_EQ(fakes::walk(subagent_root).size(), 10U);
+  EXPECT_EQ(unregister_mib(const_cast<oid *>(subagent_root.data()), subagent_root.size()), MIB_UNREGISTERED_OK);
+}
+
+// The handler, called with requests that no agent would send.
+
+class HandlerTest : public TableTest {
+ protected:
+  HandlerTest() { agent_request_.mode = MODE_GET; }
+  ~HandlerTest() override {
+    for (netsnmp_request_info &request : requests_) {
+      netsnmp_free_request_data_sets(&request);
+    }
+    for (netsnmp_variable_list &varbind : varbinds_) {
+      snmp_free_var_internals(&varbind);
+    }
+  }
+
+  // The next request of the list: for a row, null for none, and a column, 0 for no table info at all.
+  void ask(SampleRow *row, unsigned int column) {
+    netsnmp_request_info &request = requests_[count_];
+    request.requestvb = &varbinds_[count_];
+    request.requestvb->type = ASN_NULL;
+    if (row != nullptr) {
+      netsnmp_request_add_list_data(&request, netsnmp_create_data_list(TABLE_ITERATOR_NAME, row, nullptr));
+    }
+    if (column != 0) {
+      cells_[count_].colnum = column;
+      netsnmp_request_add_list_data(&request, netsnmp_create_data_list(TABLE_HANDLER_NAME, &cells_[count_], nullptr));
+    }
+    if (count_ > 0) {
+      requests_[count_ - 1].next = &request;
+    }
+    ++count_;
+  }
+
+  int answer() { return ev_sample.table.answer(&agent_request_, requests_.data()); }
+  fakes::Value value(std::size_t i) const { return fakes::value_of(varbinds_[i]); }
+
+  netsnmp_agent_request_info agent_request_ = {};
+  std::array<netsnmp_request_info, 8> requests_ = {};
+  std::array<netsnmp_variable_list, 8> varbinds_ = {};
+  std::array<netsnmp_table_request_info, 8> cells_ = {};
+  std::size_t count_ = 0;
+};
+
+TEST_F(HandlerTest, AnswersEveryRequestOfTheList) {
+  SampleRow *one = add_row(ev_sample, 1, 11);
+  SampleRow *two = add_row(ev_sample, 2, 22);
+  ask(one, 2);
+  ask(two, 5);
+  ask(one, 5);
+  EXPECT_EQ(answer(), SNMP_ERR_NOERROR);
+  EXPECT_EQ(value(0), text("row-1"));
+  EXPECT_EQ(value(1), fakes::integer(22));
+  EXPECT_EQ(value(2), fakes::integer(11));
+}
+
+TEST_F(HandlerTest, ARowlessOrInfolessRequestIsNoSuchInstanceAndTheOthersAreAnswered) {
+  SampleRow *one = add_row(ev_sample, 1);
+  ask(nullptr, 2);
+  ask(one, 0);
+  ask(nullptr, 0);
+  ask(one, 2);
+  EXPECT_EQ(answer(), SNMP_ERR_NOERROR);
+  EXPECT_EQ(value(0), fakes::no_such_instance);
+  EXPECT_EQ(value(1), fakes::no_such_instance);
+  EXPECT_EQ(value(2), fakes::no_such_instance);
+  EXPECT_EQ(value(3), text("row-1"));
+}
+
+TEST_F(HandlerTest, AColumnOutOfRangeIsNoSuchObjectWithOrWithoutARow) {
+  SampleRow *one = add_row(ev_sample, 1);
+  ask(one, 1);
+  ask(one, 12);
+  ask(nullptr, 12);
+  ask(one, 0xFFFFFFFF);
+  ask(one, 2);
+  EXPECT_EQ(answer(), SNMP_ERR_NOERROR);
+  for (const std::size_t i : {0U, 1U, 2U, 3U}) {
+    EXPECT_EQ(value(i), fakes::no_such_object) << i;
+  }
+  EXPECT_EQ(value(4), text("row-1"));
+}
+
+TEST_F(HandlerTest, ARequestThatWasProcessedIsLeftAlone) {
+  SampleRow *one = add_row(ev_sample, 1);
+  ask(one, 2);
+  ask(one, 2);
+  requests_[0].processed = 1;
+  EXPECT_EQ(answer(), SNMP_ERR_NOERROR);
+  EXPECT_EQ(value(0).type, ASN_NULL);
+  EXPECT_EQ(value(1), text("row-1"));
+}
+
+TEST_F(HandlerTest, OnlyGetIsAnswered) {
+  ask(add_row(ev_sample, 1), 2);
+  for (const int mode :
+       std::initializer_list<int>{MODE_GETNEXT, MODE_GETBULK, MODE_SET_RESERVE1, MODE_SET_ACTION, -1}) {
+    agent_request_.mode = mode;
+    EXPECT_EQ(answer(), SNMP_ERR_NOERROR);
+    EXPECT_EQ(value(0).type, ASN_NULL) << mode;
+  }
+}
+
+TEST_F(HandlerTest, WithoutARequestThereIsNothingToAnswer) {
+  ask(add_row(ev_sample, 1), 2);
+  EXPECT_EQ(ev_sample.table.answer(nullptr, requests_.data()), SNMP_ERR_NOERROR);
+  EXPECT_EQ(value(0).type, ASN_NULL);
+  EXPECT_EQ(ev_sample.table.answer(&agent_request_, nullptr), SNMP_ERR_NOERROR);
+}
+
+TEST_F(HandlerTest, TakesNoLock) {
+  ask(add_row(ev_sample, 1), 2);
+  const tavo::ListGuard guard(ev_sample.table.lock());
+  EXPECT_EQ(answer(), SNMP_ERR_NOERROR);
+  EXPECT_EQ(value(0), text("row-1"));
+}
+
+}  // namespace

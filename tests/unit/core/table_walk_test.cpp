@@ -1,0 +1,386 @@
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "core/access_lock.h"
+#include "core/table.h"
+#include "tests/unit/fakes/allocation.h"
+#include "tests/unit/fakes/manager.h"
+#include "tests/unit/fakes/module_test.h"
+#include "tests/unit/fakes/mutexes.h"
+#include "tests/unit/fakes/sample_table.h"
+
+namespace {
+
+using fakes::add_row;
+using fakes::Answer;
+using fakes::cell;
+using fakes::ev_root;
+using fakes::ev_sample;
+using fakes::integer;
+using fakes::is_locked;
+using fakes::Oid;
+using fakes::SampleRow;
+using fakes::SampleTable;
+using fakes::subagent_root;
+using fakes::subagent_sample;
+using fakes::text;
+using testing::ElementsAre;
+
+class WalkTest : public fakes::ModuleTest {
+ protected:
+  WalkTest() { index_.type = ASN_UNSIGNED; }
+  ~WalkTest() override {
+    fakes::reset_allocations();
+    fakes::fail_next_mutex_call(0);
+    fakes::before_rows_are_read = nullptr;
+    remove_rows(ev_sample);
+    remove_rows(subagent_sample);
+    ev_sample.table.de_register();
+    snmp_free_var_internals(&index_);
+  }
+
+  netsnmp_variable_list *first(const SampleTable &sample) { return sample.table.first_row(&loop_, &row_, &index_); }
+  netsnmp_variable_list *next(const SampleTable &sample) { return sample.table.next_row(&loop_, &row_, &index_); }
+
+  long index_found() const { return index_.val.integer == nullptr ? -1 : *index_.val.integer; }
+
+  void *loop_ = nullptr;
+  void *row_ = nullptr;
+  netsnmp_variable_list index_ = {};
+};
+
+// A walk without a request around it: the functions as the agent's iterator is told about them.
+
+class PlainWalkTest : public WalkTest, public testing::WithParamInterface<const SampleTable *> {
+ protected:
+  const SampleTable &sample_ = *GetParam();
+};
+
+INSTANTIATE_TEST_SUITE_P(BothKindsOfLock, PlainWalkTest, testing::Values(&ev_sample, &subagent_sample),
+                         [](const auto &test) { return test.param == &ev_sample ? "Ev" : "Subagent"; });
+
+TEST_P(PlainWalkTest, HoldsTheLockFromTheFirstRowToTheEndOfTheList) {
+  SampleRow *one = add_row(sample_, 1);
+  SampleRow *two = add_row(sample_, 2);
+  EXPECT_FALSE(is_locked(sample_));
+  EXPECT_EQ(first(sample_), &index_);
+  EXPECT_EQ(row_, two);
+  EXPECT_EQ(index_found(), 2);
+  EXPECT_EQ(index_.type, ASN_UNSIGNED);
+  EXPECT_TRUE(is_locked(sample_));
+  EXPECT_EQ(next(sample_), &index_);
+  EXPECT_EQ(row_, one);
+  EXPECT_EQ(index_found(), 1);
+  EXPECT_TRUE(is_locked(sample_));
+  EXPECT_EQ(next(sample_), nullptr);
+  EXPECT_FALSE(is_locked(sample_));
+}
+
+TEST_P(PlainWalkTest, VisitsDuplicatesToo) {
+  SampleRow *old = add_row(sample_, 7);
+  SampleRow *young = add_row(sample_, 7);
+  std::vector<void *> visited;
+  for (auto *found = first(sample_); found != nullptr; found = next(sample_)) {
+    visited.push_back(row_);
+  }
+  EXPECT_THAT(visited, ElementsAre(young, old));
+}
+
+TEST_P(PlainWalkTest, OfAnEmptyListEndsAtOnceWithTheLockReleased) {
+  EXPECT_EQ(first(sample_), nullptr);
+  EXPECT_FALSE(is_locked(sample_));
+  EXPECT_EQ(next(sample_), nullptr);
+  EXPECT_FALSE(is_locked(sample_));
+}
+
+TEST_P(PlainWalkTest, WithoutAnIndexVarbindEndsWithTheLockReleased) {
+  add_row(sample_, 1);
+  EXPECT_EQ(sample_.table.first_row(&loop_, &row_, nullptr), nullptr);
+  EXPECT_FALSE(is_locked(sample_));
+}
+
+TEST_P(PlainWalkTest, TheNextRowTakesTheLockWhenNoWalkIsUnderWay) {
+  SampleRow *one = add_row(sample_, 1);
+  SampleRow *two = add_row(sample_, 2);
+  loop_ = two;
+  EXPECT_EQ(next(sample_), &index_);
+  EXPECT_EQ(row_, two);
+  EXPECT_TRUE(is_locked(sample_));
+  EXPECT_EQ(next(sample_), &index_);
+  EXPECT_EQ(row_, one);
+  EXPECT_EQ(next(sample_), nullptr);
+  EXPECT_FALSE(is_locked(sample_));
+}
+
+TEST_P(PlainWalkTest, TheNextRowBehindTheEndTakesAndReleasesTheLock) {
+  add_row(sample_, 1);
+  EXPECT_EQ(next(sample_), nullptr);
+  EXPECT_FALSE(is_locked(sample_));
+}
+
+TEST_P(PlainWalkTest, CountsOneHolder) {
+  add_row(sample_, 1);
+  const int before = sample_.table.lock().hold_count();
+  first(sample_);
+  EXPECT_EQ(sample_.table.lock().hold_count(), before + 1);
+  next(sample_);
+  EXPECT_EQ(sample_.table.lock().hold_count(), before);
+}
+
+TEST_F(WalkTest, AFirstRowThatCannotHaveItsEvLockIsNull) {
+  add_row(ev_sample, 1);
+  fakes::fail_next_mutex_call(EINVAL);
+  EXPECT_EQ(first(ev_sample), nullptr);
+  EXPECT_EQ(row_, nullptr);
+  EXPECT_FALSE(is_locked(ev_sample));
+  EXPECT_EQ(first(ev_sample), &index_) << "no walk was under way";
+  EXPECT_EQ(next(ev_sample), nullptr);
+}
+
+// Kept on purpose: the index comes back as it was given.
+TEST_F(WalkTest, ANextRowThatCannotHaveItsEvLockIsTheUnfilledIndex) {
+  loop_ = add_row(ev_sample, 1);
+  const long given = 4711;
+  snmp_set_var_value(&index_, &given, sizeof given);
+  fakes::fail_next_mutex_call(EINVAL);
+  EXPECT_EQ(next(ev_sample), &index_);
+  EXPECT_EQ(index_found(), 4711);
+  EXPECT_EQ(row_, nullptr);
+  EXPECT_EQ(loop_, ev_sample.head);
+  EXPECT_FALSE(is_locked(ev_sample));
+  EXPECT_EQ(next(ev_sample), &index_) << "the next try takes the lock";
+  EXPECT_EQ(index_found(), 1);
+  EXPECT_EQ(next(ev_sample), nullptr);
+}
+
+TEST_F(WalkTest, ASubagentLocksResultIsNotTested) {
+  SampleRow *one = add_row(subagent_sample, 1);
+  fakes::fail_next_mutex_call(EINVAL);
+  EXPECT_EQ(first(subagent_sample), &index_);
+  EXPECT_EQ(row_, one);
+  fakes::fail_next_mutex_call(EPERM);  // the release of a lock that nobody holds
+  EXPECT_EQ(next(subagent_sample), nullptr);
+  loop_ = one;
+  fakes::fail_next_mutex_call(EINVAL);
+  EXPECT_EQ(next(subagent_sample), &index_);
+  EXPECT_EQ(index_found(), 1);
+  fakes::fail_next_mutex_call(EPERM);
+  EXPECT_EQ(next(subagent_sample), nullptr);
+}
+
+// A request: the walk keeps the lock until the request leaves the table.
+
+class RequestTest : public WalkTest {
+ protected:
+  RequestTest() {
+    ev_sample.table.register_with(ev_sample.handlers);
+    fakes::before_rows_are_read = [this] {
+      ++reads_;
+      locked_while_reading_ = locked_while_reading_ && is_locked(ev_sample);
+    };
+  }
+
+  // That rows have been read `reads` times in all, always under the lock, which is free now. Each read found it busy,
+  // which counts a holder.
+  void expect_locked_for_reads_only(int reads) {
+    EXPECT_EQ(reads_, reads);
+    EXPECT_TRUE(locked_while_reading_);
+    EXPECT_FALSE(is_locked(ev_sample));
+    EXPECT_EQ(ev_sample.table.lock().hold_count(), holders_at_first_ + reads);
+  }
+
+  const int holders_at_first_ = ev_sample.table.lock().hold_count();
+  int reads_ = 0;
+  bool locked_while_reading_ = true;
+};
+
+TEST_F(RequestTest, TwoHundredGetsOfOneCellAndThenWalksLeaveTheLockFree) {
+  for (std::uint32_t index = 1; index <= 5; ++index) {
+    add_row(ev_sample, index, static_cast<int>(index));
+  }
+  for (int i = 1; i <= 200; ++i) {
+    EXPECT_THAT(fakes::get({cell(ev_root, 5, 3)}).answers, ElementsAre(Answer{cell(ev_root, 5, 3), integer(3)}));
+    expect_locked_for_reads_only(i);
+  }
+  EXPECT_EQ(fakes::walk(ev_root).size(), 50U);
+  EXPECT_FALSE(is_locked(ev_sample));
+  for (const int repetitions : {1, 10, 50}) {
+    EXPECT_EQ(fakes::bulk_walk(ev_root, repetitions).size(), 50U);
+    expect_locked_for_reads_only(reads_);
+  }
+}
+
+TEST_F(RequestTest, TwoRowsAndAMissingOneInOnePduAreAnsweredOnTheirOwn) {
+  add_row(ev_sample, 1);
+  add_row(ev_sample, 2);
+  EXPECT_THAT(
+      fakes::get({cell(ev_root, 2, 2), cell(ev_root, 2, 9), cell(ev_root, 2, 1)}).answers,
+      ElementsAre(Answer{cell(ev_root, 2, 2), text("row-2")}, Answer{cell(ev_root, 2, 9), fakes::no_such_instance},
+                  Answer{cell(ev_root, 2, 1), text("row-1")}));
+  EXPECT_TRUE(locked_while_reading_);
+  EXPECT_FALSE(is_locked(ev_sample));
+  EXPECT_THAT(
+      fakes::get({cell(ev_root, 12, 1), cell(ev_root, 2, 1)}).answers,
+      ElementsAre(Answer{cell(ev_root, 12, 1), fakes::no_such_object}, Answer{cell(ev_root, 2, 1), text("row-1")}));
+  EXPECT_FALSE(is_locked(ev_sample));
+}
+
+TEST_F(RequestTest, AGetNextReadsItsRowUnderTheLock) {
+  add_row(ev_sample, 1);
+  add_row(ev_sample, 2);
+  EXPECT_THAT(fakes::get_next({cell(ev_root, 2, 1)}).answers, ElementsAre(Answer{cell(ev_root, 2, 2), text("row-2")}));
+  expect_locked_for_reads_only(1);
+  EXPECT_THAT(fakes::get_next({cell(ev_root, 2, 2)}).answers, ElementsAre(Answer{cell(ev_root, 3, 1), text("")}));
+  expect_locked_for_reads_only(2);
+}
+
+TEST_F(RequestTest, ARebuildWaitsUntilTheRowHasBeenRead) {
+  add_row(ev_sample, 1, 111);
+  bool rebuilt_while_reading = false;
+  std::atomic<bool> rebuilt = false;
+  std::thread rebuild;
+  fakes::before_rows_are_read = [&] {
+    rebuild = std::thread([&] {
+      const tavo::ListGuard guard(ev_sample.table.lock());
+      ev_sample.table.remove_all();
+      SampleRow fresh = {};
+      fresh.level = 222;
+      ev_sample.table.create(1, &fresh);
+      rebuilt = true;
+    });
+    // Until the other thread waits for the lock, as far as that can be seen from here.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(50);
+    while (!rebuilt && std::chrono::steady_clock::now() < deadline) {
+      std::this_thread::yield();
+    }
+    rebuilt_while_reading = rebuilt;
+  };
+  EXPECT_EQ(fakes::get_next({cell(ev_root, 4, 1)}).answers.at(0), (Answer{cell(ev_root, 5, 1), integer(111)}));
+  rebuild.join();
+  EXPECT_FALSE(rebuilt_while_reading);
+  fakes::before_rows_are_read = nullptr;
+  EXPECT_EQ(fakes::get_next({cell(ev_root, 4, 1)}).answers.at(0), (Answer{cell(ev_root, 5, 1), integer(222)}));
+}
+
+TEST_F(RequestTest, AnEmptyTableAnswersAndLeavesTheLockFree) {
+  EXPECT_EQ(fakes::get({cell(ev_root, 2, 1)}).answers.at(0).value, fakes::no_such_instance);
+  EXPECT_EQ(fakes::get_next({Oid(ev_root.begin(), ev_root.end())}).answers.at(0).value, fakes::end_of_mib_view);
+  EXPECT_FALSE(is_locked(ev_sample));
+}
+
+TEST_F(RequestTest, WithoutItsEvLockARequestFindsNoRowAndReleasesNothing) {
+  add_row(ev_sample, 1);
+  EXPECT_EQ(fakes::get({cell(ev_root, 2, 2)}).answers.at(0).value, fakes::no_such_instance);  // starts the agent
+  fakes::fail_next_mutex_call(EINVAL);
+  EXPECT_EQ(fakes::get({cell(ev_root, 2, 1)}).answers.at(0).value, fakes::no_such_instance);
+  EXPECT_EQ(ev_sample.table.lock().hold_count(), holders_at_first_ + reads_);
+  EXPECT_EQ(fakes::get({cell(ev_root, 2, 1)}).answers.at(0).value, text("row-1"));
+}
+
+TEST_F(RequestTest, ATableBehindASubagentLockIsServedTheSameWay) {
+  subagent_sample.table.register_with(subagent_sample.handlers);
+  add_row(subagent_sample, 1);
+  add_row(subagent_sample, 2);
+  bool locked = true;
+  fakes::before_rows_are_read = [&] { locked = locked && is_locked(subagent_sample); };
+  for (int i = 0; i < 200; ++i) {
+    EXPECT_EQ(fakes::get({cell(subagent_root, 2, 2)}).answers.at(0).value, text("row-2"));
+    EXPECT_FALSE(is_locked(subagent_sample));
+  }
+  EXPECT_EQ(fakes::walk(subagent_root).size(), 20U);
+  EXPECT_TRUE(locked);
+  EXPECT_FALSE(is_locked(subagent_sample));
+  unregister_mib(const_cast<oid *>(subagent_root.data()), subagent_root.size());
+}
+
+TEST_F(RequestTest, APduAcrossTwoTablesHoldsOneLockAtATime) {
+  subagent_sample.table.register_with(subagent_sample.handlers);
+  add_row(ev_sample, 1);
+  add_row(subagent_sample, 1);
+  int reads = 0;
+  int both_locked = 0;
+  fakes::before_rows_are_read = [&] {
+    ++reads;
+    both_locked += is_locked(ev_sample) && is_locked(subagent_sample) ? 1 : 0;
+  };
+  const auto response = fakes::get({cell(ev_root, 2, 1), cell(subagent_root, 2, 1), cell(ev_root, 5, 1)});
+  EXPECT_THAT(response.answers,
+              ElementsAre(Answer{cell(ev_root, 2, 1), text("row-1")}, Answer{cell(subagent_root, 2, 1), text("row-1")},
+                          Answer{cell(ev_root, 5, 1), integer(0)}));
+  EXPECT_GE(reads, 2);
+  EXPECT_EQ(both_locked, 0);
+  EXPECT_FALSE(is_locked(ev_sample));
+  EXPECT_FALSE(is_locked(subagent_sample));
+  unregister_mib(const_cast<oid *>(subagent_root.data()), subagent_root.size());
+}
+
+TEST_F(RequestTest, AWalkGoesFromOneTableIntoTheNext) {
+  subagent_sample.table.register_with(subagent_sample.handlers);
+  add_row(ev_sample, 1);
+  add_row(subagent_sample, 4);
+  EXPECT_EQ(fakes::get_next({cell(ev_root, 11, 1)}).answers.at(0), (Answer{cell(subagent_root, 2, 4), text("row-4")}));
+  const std::span both(ev_root.begin(), ev_root.size() - 1);
+  EXPECT_EQ(fakes::walk(both).size(), 20U);
+  for (const int repetitions : {1, 7, 50}) {
+    EXPECT_EQ(fakes::bulk_walk(both, repetitions).size(), 20U);
+  }
+  unregister_mib(const_cast<oid *>(subagent_root.data()), subagent_root.size());
+}
+
+// The rows that a request's walk offers.
+
+TEST_F(RequestTest, OfSeveralRowsWithOneIndexTheFirstInTheListIsServedEverywhere) {
+  add_row(ev_sample, 1, 10);
+  add_row(ev_sample, 2, 20);
+  add_row(ev_sample, 2, 21);
+  add_row(ev_sample, 3, 30);
+  add_row(ev_sample, 2, 22);
+  EXPECT_THAT(fakes::get({cell(ev_root, 5, 1), cell(ev_root, 5, 2), cell(ev_root, 5, 3), cell(ev_root, 5, 2)}).answers,
+              ElementsAre(Answer{cell(ev_root, 5, 1), integer(10)}, Answer{cell(ev_root, 5, 2), integer(22)},
+                          Answer{cell(ev_root, 5, 3), integer(30)}, Answer{cell(ev_root, 5, 2), integer(22)}));
+  EXPECT_THAT(fakes::get_next({cell(ev_root, 5, 0), cell(ev_root, 5, 1), cell(ev_root, 5, 2)}).answers,
+              ElementsAre(Answer{cell(ev_root, 5, 1), integer(10)}, Answer{cell(ev_root, 5, 2), integer(22)},
+                          Answer{cell(ev_root, 5, 3), integer(30)}));
+  EXPECT_EQ(fakes::walk(ev_root).size(), 30U);
+}
+
+TEST_F(RequestTest, ChangesBetweenRequestsAreSeen) {
+  SampleRow *two = add_row(ev_sample, 2);
+  EXPECT_EQ(fakes::get_next({cell(ev_root, 2, 0)}).answers.at(0).name, cell(ev_root, 2, 2));
+  add_row(ev_sample, 1);
+  EXPECT_EQ(fakes::get_next({cell(ev_root, 2, 0)}).answers.at(0).name, cell(ev_root, 2, 1));
+  ev_sample.table.remove(two);
+  EXPECT_EQ(fakes::get({cell(ev_root, 2, 2)}).answers.at(0).value, fakes::no_such_instance);
+  remove_rows(ev_sample);
+  EXPECT_EQ(fakes::get({cell(ev_root, 2, 1)}).answers.at(0).value, fakes::no_such_instance);
+}
+
+TEST_F(RequestTest, WithoutMemoryForTheOrderedViewTheWholeListIsOffered) {
+  for (std::uint32_t index = 300; index > 0; --index) {  // more than there was ever memory for
+    add_row(ev_sample, index);
+  }
+  // One allocation fails, a later one each time, until none is needed any more.
+  int successes = 0;
+  do {
+    fakes::reset_allocations();
+    fakes::fail_allocations(successes++, 1);
+    const auto got = fakes::get({cell(ev_root, 2, 7), cell(ev_root, 2, 233)});
+    const auto followed = fakes::get_next({cell(ev_root, 2, 299), cell(ev_root, 2, 300)});
+    EXPECT_THAT(got.answers, ElementsAre(Answer{cell(ev_root, 2, 7), text("row-7")},
+                                         Answer{cell(ev_root, 2, 233), text("row-233")}));
+    EXPECT_THAT(followed.answers,
+                ElementsAre(Answer{cell(ev_root, 2, 300), text("row-300")}, Answer{cell(ev_root, 3, 1), text("")}));
+    EXPECT_FALSE(is_locked(ev_sample));
+  } while (fakes::failed_allocations() > 0);
+  EXPECT_GT(successes, 1);
+}
+
+}  // namespace
