@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <condition_variable>
 #include <cstddef>
 #include <map>
 #include <mutex>
@@ -22,6 +23,16 @@ std::map<std::string, int, std::less<>> errors;
 std::vector<BoundAddress> bound;
 std::vector<int> listened;
 std::vector<OpenedSocket> opened;
+int accepting = 0;
+std::condition_variable accepting_changed;
+
+void note_accepting(int change) {
+  {
+    const std::scoped_lock lock(mutex);
+    accepting += change;
+  }
+  accepting_changed.notify_all();
+}
 
 // Whether the call is to fail; errno then says why.
 bool fails(std::string_view function) {
@@ -36,11 +47,12 @@ bool fails(std::string_view function) {
   return true;
 }
 
-int note_opened(int descriptor) {
+int note_opened(const char *function, int descriptor) {
   if (descriptor >= 0) {
     const std::scoped_lock lock(mutex);
-    opened.push_back(
-        {.descriptor = descriptor, .close_on_exec = (fcntl(descriptor, F_GETFD) & FD_CLOEXEC) == FD_CLOEXEC});
+    opened.push_back({.function = function,
+                      .descriptor = descriptor,
+                      .close_on_exec = (fcntl(descriptor, F_GETFD) & FD_CLOEXEC) == FD_CLOEXEC});
   }
   return descriptor;
 }
@@ -67,6 +79,11 @@ std::vector<OpenedSocket> opened_sockets() {
   return opened;
 }
 
+bool wait_until_accepting(std::chrono::seconds limit) {
+  std::unique_lock lock(mutex);
+  return accepting_changed.wait_for(lock, limit, [] { return accepting > 0; });
+}
+
 void reset_sockets() {
   const std::scoped_lock lock(mutex);
   errors.clear();
@@ -88,7 +105,7 @@ int __real_accept4(int descriptor, sockaddr *address, socklen_t *length, int fla
 ssize_t __real_recv(int descriptor, void *buffer, std::size_t size, int flags);
 
 int __wrap_socket(int domain, int type, int protocol) {
-  return fails("socket") ? -1 : note_opened(__real_socket(domain, type, protocol));
+  return fails("socket") ? -1 : note_opened("socket", __real_socket(domain, type, protocol));
 }
 
 int __wrap_bind(int descriptor, const sockaddr *address, socklen_t length) {
@@ -119,7 +136,13 @@ int __wrap_listen(int descriptor, int backlog) {
 }
 
 int __wrap_accept4(int descriptor, sockaddr *address, socklen_t *length, int flags) {
-  return fails("accept4") ? -1 : note_opened(__real_accept4(descriptor, address, length, flags));
+  if (fails("accept4")) {
+    return -1;
+  }
+  note_accepting(1);
+  const int accepted = note_opened("accept4", __real_accept4(descriptor, address, length, flags));
+  note_accepting(-1);
+  return accepted;
 }
 
 ssize_t __wrap_recv(int descriptor, void *buffer, std::size_t size, int flags) {

@@ -2,7 +2,9 @@
 // that fakes/files.h has for it.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -19,12 +21,16 @@ struct BoundAddress {
 std::vector<BoundAddress> bound_addresses();
 std::vector<int> backlogs();
 
-// Descriptors that the module has got from socket and accept4, oldest first, with whether they are close-on-exec.
+// Descriptors got from socket and accept4, oldest first; the test's own are among those of socket.
 struct OpenedSocket {
+  std::string function;
   int descriptor;
   bool close_on_exec;
 };
 std::vector<OpenedSocket> opened_sockets();
+
+// Waits until the module waits for a connection; false when `limit` passes first.
+bool wait_until_accepting(std::chrono::seconds limit = std::chrono::seconds(20));
 
 void reset_sockets();
 
