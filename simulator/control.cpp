@@ -91,6 +91,7 @@ std::string control_help(std::string_view object) {
 
 std::size_t part_position(const std::vector<Part> &parts, std::string_view field, const std::string &wanted) {
   std::vector<std::string> known;
+  known.reserve(parts.size());
   for (const Part &part : parts) {
     known.push_back(part.written(*std::ranges::find(part.kind().fields, field, &Field::name)));
   }

@@ -189,10 +189,8 @@ std::optional<std::string> query(const Inventory &inventory, std::string_view ke
 }
 
 std::vector<std::string_view> query_keys() {
-  std::vector<std::string_view> keys;
-  for (const Query &each : queries) {
-    keys.push_back(each.key);
-  }
+  std::vector<std::string_view> keys(queries.size());
+  std::ranges::transform(queries, keys.begin(), &Query::key);
   keys.push_back("adapterFW[SLOT]");
   return keys;
 }
