@@ -6,12 +6,14 @@
 
 namespace tavo {
 
-NotificationQueue::NotificationQueue(std::size_t limit, Transmit transmit)
-    : limit_(limit), transmit_(std::move(transmit)) {}
+NotificationQueue::NotificationQueue(std::size_t limit, Transmit transmit,
+                                     std::chrono::steady_clock::duration longest_standstill)
+    : limit_(limit), transmit_(std::move(transmit)), patience_(longest_standstill) {}
 
 void NotificationQueue::push(Notification notification) {
   {
-    const std::lock_guard lock(mutex_);
+    std::unique_lock lock(mutex_);
+    wait_for_room(lock);
     waiting_.push_back(std::move(notification));
     if (waiting_.size() > limit_) {
       waiting_.pop_front();
@@ -19,6 +21,19 @@ void NotificationQueue::push(Notification notification) {
     }
   }
   wake_.signal();
+}
+
+void NotificationQueue::wait_for_room(std::unique_lock<std::mutex> &lock) {
+  if (std::this_thread::get_id() == loop_) {
+    return;  // nobody else would make room
+  }
+  while (waiting_.size() >= limit_ && link_is_up_) {
+    const auto given_up = last_taken_ + patience_;
+    if (std::chrono::steady_clock::now() >= given_up) {
+      return;
+    }
+    room_.wait_until(lock, given_up);
+  }
 }
 
 void NotificationQueue::count_lost() noexcept {
@@ -36,8 +51,9 @@ void NotificationQueue::turn() {
     }
     const Transmission result = transmit_(*front);
     if (result.outcome == Transmission::link_broken) {
-      link_is_up_ = false;
       const std::lock_guard lock(mutex_);
+      link_is_up_ = false;
+      room_.notify_all();
       waiting_.push_front(*std::move(front));
       return;
     }
@@ -60,13 +76,18 @@ void NotificationQueue::answered(int request) {
 }
 
 void NotificationQueue::link_up() {
-  link_is_up_ = true;
+  {
+    const std::lock_guard lock(mutex_);
+    link_is_up_ = true;
+    last_taken_ = std::chrono::steady_clock::now();
+  }
   wake_.signal();
 }
 
 void NotificationQueue::link_down() {
-  link_is_up_ = false;
   const std::lock_guard lock(mutex_);
+  link_is_up_ = false;
+  room_.notify_all();
   for (auto sent = in_flight_.rbegin(); sent != in_flight_.rend(); ++sent) {
     waiting_.push_front(std::move(sent->notification));
   }
@@ -94,6 +115,8 @@ std::optional<Notification> NotificationQueue::take_front() {
   }
   std::optional<Notification> front(std::move(waiting_.front()));
   waiting_.pop_front();
+  last_taken_ = std::chrono::steady_clock::now();
+  room_.notify_one();
   return front;
 }
 

@@ -121,6 +121,68 @@ TEST_F(NotificationQueueTest, IsIdleOnlyWhenEverythingIsAnswered) {
   EXPECT_TRUE(queue.idle());
 }
 
+class FullQueueTest : public NotificationQueueTest {
+ protected:
+  // Pushes 1 to `count` on a thread of the module's.
+  std::thread pusher(int count) {
+    return std::thread([this, count] { push(1, count); });
+  }
+
+  void push(int first, int count) {
+    for (const int number : range(first, count)) {
+      small_.push(numbered(number));
+    }
+  }
+
+  NotificationQueue small_{10, [this](const Notification &notification) { return link(notification); }};
+  NotificationQueue impatient_{10, [this](const Notification &notification) { return link(notification); },
+                               std::chrono::milliseconds(20)};
+};
+
+TEST_F(FullQueueTest, AThreadWaitsForRoomWhileTheQueueMoves) {
+  small_.link_up();
+  std::thread module = pusher(5000);
+  while (link.sent.size() < 5000) {
+    EXPECT_LE(small_.waiting(), 10U);
+    small_.turn();
+  }
+  module.join();
+  EXPECT_EQ(link.sent, range(1, 5000));
+  EXPECT_EQ(small_.dropped(), 0U);
+}
+
+TEST_F(FullQueueTest, TheLoopItselfNeverWaits) {
+  small_.link_up();
+  push(1, 15);
+  EXPECT_EQ(small_.dropped(), 5U);
+}
+
+TEST_F(FullQueueTest, NobodyWaitsWhileTheLinkIsDown) {
+  pusher(15).join();
+  EXPECT_EQ(small_.dropped(), 5U);
+}
+
+TEST_F(FullQueueTest, WaitingEndsWhenTheLinkGoesDown) {
+  small_.link_up();
+  std::thread module = pusher(15);
+  while (small_.waiting() < 10) {
+    std::this_thread::yield();
+  }
+  small_.link_down();
+  module.join();
+  EXPECT_EQ(small_.dropped(), 5U);
+}
+
+TEST_F(FullQueueTest, AQueueThatStandsStillIsNotWaitedForLong) {
+  impatient_.link_up();
+  std::thread([this] {
+    for (const int number : range(1, 15)) {
+      impatient_.push(numbered(number));
+    }
+  }).join();
+  EXPECT_EQ(impatient_.dropped(), 5U);
+}
+
 TEST_F(NotificationQueueTest, AnAnswerToAnUnknownRequestChangesNothing) {
   link.outcome = Transmission::awaiting_answer;
   queue.link_up();
@@ -185,15 +247,13 @@ TEST_F(NotificationQueueTest, OneThatCouldNotBeCopiedIsCounted) {
 TEST(NotificationQueueThreads, SeveralThreadsPushWhileTheLoopSendsAndEachKeepsItsOrder) {
   constexpr int threads = 4;
   constexpr int each = 5000;
-  constexpr std::size_t all = std::size_t{threads} * each;
   std::vector<std::vector<int>> received(threads);
-  NotificationQueue queue(all, [&](const Notification &notification) {
+  NotificationQueue queue(threads * each, [&](const Notification &notification) {
     const int number = std::stoi(*notification.context);
     received[static_cast<std::size_t>(number / each)].push_back(number % each);
     return Transmission{.outcome = Transmission::finished};
   });
   std::vector<std::thread> producers;
-  producers.reserve(threads);
   for (int thread = 0; thread < threads; ++thread) {
     producers.emplace_back([&queue, thread] {
       for (int number = 0; number < each; ++number) {
@@ -203,7 +263,7 @@ TEST(NotificationQueueThreads, SeveralThreadsPushWhileTheLoopSendsAndEachKeepsIt
   }
   queue.link_up();
   std::size_t total = 0;
-  while (total < all) {
+  while (total < threads * each) {
     pollfd descriptor{.fd = queue.descriptor(), .events = POLLIN, .revents = 0};
     ASSERT_EQ(poll(&descriptor, 1, 10'000), 1) << "the queue did not wake its loop";
     queue.turn();
