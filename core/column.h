@@ -24,8 +24,8 @@ enum class Codec : std::uint8_t {
   counter,                   // Counter32
   counter64,                 // Counter64 from a 64-bit field or from a high and a low word
   counter64_of_four_octets,  // Counter64 from a 32-bit field, handed over with a length of 4 where net-snmp takes that
-  object_identifier,         // OBJECT IDENTIFIER: as many sub-identifiers as the count says, at most the capacity; 0.0
-                             // for one that has no encoding
+  object_identifier,         // OBJECT IDENTIFIER: as many sub-identifiers as the count says, at most the capacity;
+                             // empty for one that has no encoding
 };
 
 // A 64-bit counter kept as two words.

@@ -17,6 +17,7 @@ struct EntityNode {
 };
 
 inline constexpr std::size_t fault_bucket_count = 256;
+using FaultBuckets = EntityNode *[fault_bucket_count];
 
 // Frees every node, not the rows. Returns how many there were.
 int free_entity_nodes();
@@ -26,7 +27,7 @@ int free_entity_nodes();
 #pragma GCC visibility push(default)
 extern "C" {
 
-// The heads of fault_bucket_count chains; null while the fault event thread does not exist.
+// FaultBuckets, from calloc: the heads of the chains. Null while the fault event thread does not exist.
 extern tavo::EntityNode **fault_database;
 
 // Finds the row for a record, or makes a zeroed one, not yet listed, and its node. `*row` becomes that row.

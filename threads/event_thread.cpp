@@ -88,7 +88,7 @@ void keep_table_in_step() {
 }  // namespace
 
 int create_FE_thread(void) {
-  fault_database = static_cast<tavo::EntityNode **>(std::calloc(tavo::fault_bucket_count, sizeof *fault_database));
+  fault_database = static_cast<tavo::EntityNode **>(std::calloc(1, sizeof(tavo::FaultBuckets)));
   if (fault_database == nullptr) {
     snmp_log(LOG_DEBUG, "CREATE_EVENT_THREAD:Failed memory allocation\n");
     return -1;

@@ -26,7 +26,7 @@ void forget_fans() {
 FaultTableTest::FaultTableTest() {
   setenv("TZ", "UTC", 1);
   tzset();
-  fault_database = static_cast<tavo::EntityNode **>(std::calloc(tavo::fault_bucket_count, sizeof *fault_database));
+  fault_database = static_cast<tavo::EntityNode **>(std::calloc(1, sizeof(tavo::FaultBuckets)));
   forget_fans();
 }
 

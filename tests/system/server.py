@@ -1,0 +1,98 @@
+"""The simulated server, booted in namespaces of its own, and the module's daemon on it."""
+
+import os
+import pathlib
+import re
+import signal
+import subprocess
+
+from agents import BUILD, ROOT, Daemon, Program, wait_until
+
+BOOT = ROOT / "simulator/boot"
+MODULE = BUILD / "libsnmpextmibmodule.so"
+PLATFORM = BUILD / "libbmcsim.so"
+SCENARIO = ROOT / "simulator/scenarios/rack-server.yaml"
+
+
+def children_of(pid):
+    return [int(child) for task in pathlib.Path(f"/proc/{pid}/task").glob("*/children")
+            for child in task.read_text().split()]
+
+
+def descendant(pid, name):
+    """The living process of this name that `pid` has become or has started, None as long as there is none."""
+    try:
+        comm, state = re.match(r"\d+ \((.*)\) (\w)", pathlib.Path(f"/proc/{pid}/stat").read_text()).groups()
+        if comm == name[:15] and state != "Z":
+            return pid
+        return next(filter(None, (descendant(child, name) for child in children_of(pid))), None)
+    except FileNotFoundError:
+        return None
+
+
+def at_speed(speed):
+    """Words that run a command with a clock `speed` times as fast."""
+    library = next(pathlib.Path("/usr/lib").glob("*/faketime/libfaketimeMT.so.1"))
+    return ["env", f"LD_PRELOAD={library}", f"FAKETIME=+0 x{speed}"]
+
+
+class Server(Program):
+    """A booted server. A warm boot, unless it is told otherwise: the daemon then sends no start-up notification."""
+
+    def __init__(self, directory, scenario=SCENARIO, cold=False):
+        self.state = pathlib.Path(directory) / "server"
+        command = [BOOT, "--build", BUILD, "--bind", directory, "--state", self.state, "--scenario", scenario]
+        super().__init__(directory, "server", [*command, *(["--cold"] if cold else []), "--", "sleep", "infinity"])
+        wait_until(lambda: self.process.poll() is None and self.run("bmcsim", "ctl", "ping", check=False).returncode == 0,
+                   30, "the simulated server")
+
+    def entered(self, *command):
+        """The command line that runs a command on the server."""
+        return [BOOT, "--build", BUILD, "--enter", self.state, "--", *command]
+
+    def run(self, *command, check=True):
+        result = subprocess.run([str(word) for word in self.entered(*command)], capture_output=True, text=True)
+        if check and result.returncode != 0:
+            raise AssertionError(f"{command} left with {result.returncode}: {result.stdout}{result.stderr}")
+        return result
+
+    def ctl(self, *words):
+        return self.run("bmcsim", "ctl", *words).stdout
+
+    def kill_services(self):
+        """SIGKILL for bmcsim: the server's services vanish, its files stay."""
+        os.kill(descendant(self.pid, "bmcsim"), signal.SIGKILL)
+        wait_until(lambda: descendant(self.pid, "bmcsim") is None, what="the end of bmcsim")
+
+    def services(self, scenario=SCENARIO):
+        """The command line that brings the services up again, with a scenario of their own."""
+        return self.entered("bmcsim", "serve", scenario)
+
+
+class ServedDaemon(Daemon):
+    """The daemon on a booted server, with the real module."""
+
+    def __init__(self, directory, server, speed=None, timeout=60, **settings):
+        program = [*server.entered(), *(at_speed(speed) if speed else []), BUILD / "snmp-subagentd"]
+        super().__init__(directory, module=MODULE, platforms=[PLATFORM], program=program, timeout=timeout, **settings)
+
+    @property
+    def pid(self):
+        return wait_until(lambda: descendant(self.process.pid, "snmp-subagentd"), what="the daemon's process")
+
+    def signal(self, number):
+        os.kill(self.pid, number)
+
+    def stop(self):
+        # The program that entered the namespace does not pass signals on.
+        if self.process.poll() is None:
+            self.signal(signal.SIGTERM)
+            try:
+                self.process.wait(20)
+            except subprocess.TimeoutExpired:
+                pass
+        return super().stop()
+
+    def resident_kib(self):
+        status = pathlib.Path(f"/proc/{self.pid}/status").read_text()
+        return next(int(line.split()[1]) for line in status.splitlines() if line.startswith("VmRSS:"))

@@ -1,0 +1,246 @@
+"""What managers receive: every kind of notification, over every way that docs/notifications.md describes, as it says."""
+
+import calendar
+import re
+import signal
+import time
+
+import pytest
+
+from agents import ROOT, SNMPTRAPD, Master, Program, free_port, snmp, snmpget, wait_until
+from server import SCENARIO, ServedDaemon, Server
+
+FAULT_TABLE = "1.3.6.1.4.1.61453.4.207.1.1.1"
+FAULT_ENTRY = f".{FAULT_TABLE}.1"
+TRAP_OID = ".1.3.6.1.6.3.1.1.4.1.0"
+RAISED = ".1.3.6.1.4.1.61453.4.207.0.1"
+CLEARED = ".1.3.6.1.4.1.61453.4.207.0.2"
+START_UP = ".1.3.6.1.6.3.1.1.5.2"
+
+SENDERS = {"v2c trap": "v2c", "v2c inform": "v2c", "v3 trap": "v3 trap", "v3 inform": "v3 inform"}  # each with its receiver
+
+
+def documented(title, address):
+    """The configuration of this title in the documentation, for a receiver at this address."""
+    text = (ROOT / "docs/notifications.md").read_text()
+    block = re.search(rf"```\n# {re.escape(title)}\n(.*?)```", text, re.DOTALL)[1]
+    return block.replace("192.0.2.10:162", address)
+
+
+class Receiver(Program):
+    """snmptrapd with a format of its own: one line for each notification, every varbind as name, type and value."""
+
+    def __init__(self, directory, sender):
+        self.address = f"127.0.0.1:{free_port()}"
+        name = sender.replace(" ", "-")
+        file = directory / f"{name}.conf"
+        file.write_text(documented(f"receiver, {SENDERS[sender]}", self.address))
+        persistent = directory / name
+        persistent.mkdir()
+        super().__init__(directory, name, [SNMPTRAPD, "-f", "-C", "-c", file, "-n", "-On", "-Lo", "-F", "GOT %V|%v\\n",
+                                           f"udp:{self.address}"], SNMP_PERSISTENT_DIR=str(persistent))
+        self.wait_for_log("NET-SNMP version")
+
+    def received(self):
+        """Varbinds of each of the server's notifications without the time stamp, as (name, "TYPE: value")."""
+        lines = [line.removeprefix("GOT ") for line in self.log().splitlines()
+                 if line.startswith("GOT ") and ".61453." in line]  # a master has notifications of its own
+        return [[tuple(varbind.strip().split(" = ", 1)) for varbind in line.split("|")][1:] for line in lines]
+
+    def wait_for(self, count, timeout=30):
+        wait_until(lambda: len(self.received()) >= count, timeout, f"{count} notifications at {self.log_file}")
+        return self.received()
+
+
+def date_and_time(seconds):
+    year, month, day, hour, minute, second = time.gmtime(seconds)[:6]
+    octets = [year >> 8, year & 0xFF, month, day, hour, minute, second, 0]
+    return "Hex-STRING: " + " ".join(f"{octet:02X}" for octet in octets)
+
+
+def seconds_of(value):
+    octets = bytes.fromhex(value.removeprefix("Hex-STRING: "))
+    return calendar.timegm((octets[0] << 8 | octets[1], *octets[2:7]))
+
+
+def fault_varbinds(kind, severity, last_time, occurrences, description, object_prefix=""):
+    """All thirteen of fault 7, in order."""
+    column = lambda number: f"{FAULT_ENTRY}.{number}.7"
+    return [
+        (TRAP_OID, f"OID: {kind}"),
+        (column(1), "Gauge32: 7"),
+        (column(11), f'STRING: "{description}"'),
+        (column(4), "OID: .1.3.6.1.4.1.61453.4.207.1.41.9.1.2.2"),
+        (column(5), f'STRING: "{object_prefix}sys/rack-unit-1/board/cpu-2"'),
+        (column(10), date_and_time(1_700_000_000)),
+        (column(14), date_and_time(last_time)),
+        (column(9), "INTEGER: 174"),
+        (column(22), "INTEGER: 5"),
+        (column(7), "INTEGER: 117"),
+        (column(20), f"INTEGER: {severity}"),
+        (column(16), f"Counter32: {occurrences}"),
+        (column(13), f"Counter64: {7 << 32}"),
+    ]
+
+
+def columns(severity, last_time, description, previous):
+    """Every column of fault 7, as snmpwalk prints it."""
+    values = {
+        2: 'STRING: "sys/rack-unit-1/board/cpu-2/fault-F0174"',
+        3: 'STRING: "fault-F0174"',
+        4: "OID: .1.3.6.1.4.1.61453.4.207.1.41.9.1.2.2",
+        5: 'STRING: "sys/rack-unit-1/board/cpu-2"',
+        6: "INTEGER: 1",
+        7: "INTEGER: 117",
+        8: 'STRING: "unknown"',
+        9: "INTEGER: 174",
+        10: date_and_time(1_700_000_000),
+        11: f'STRING: "{description}"',
+        12: "INTEGER: 6",
+        13: f"Counter64: {7 << 32}",
+        14: date_and_time(last_time),
+        15: "INTEGER: 0",
+        16: "Counter32: 3",
+        17: f"INTEGER: {severity}",
+        18: f"INTEGER: {previous}",
+        19: "INTEGER: 174",
+        20: f"INTEGER: {severity}",
+        21: 'STRING: "C"',
+        22: "INTEGER: 5",
+    }
+    return [f"{FAULT_ENTRY}.{number}.7 = {value}" for number, value in values.items()]
+
+
+def row(daemon, index):
+    return [line.strip() for line in snmpget(daemon.address, *[f"{FAULT_ENTRY}.{n}.{index}" for n in range(2, 23)])]
+
+
+def start_daemon(start, route, server, sender_configuration, **settings):
+    """The daemon as an agent of its own, or behind a master that sends for it."""
+    if route == "alone":
+        return start(ServedDaemon, server, configuration=sender_configuration, TZ="UTC", **settings)
+    directory = server.directory
+    configuration = directory / "master-with-receivers.conf"
+    configuration.write_text((ROOT / "host/snmpd-master.conf").read_text() + "\n" + sender_configuration)
+    return start(ServedDaemon, server, master=start(Master, configuration), TZ="UTC", **settings)
+
+
+@pytest.mark.parametrize("route", ["alone", "agentx"])
+def test_raise_update_and_clear_reach_every_kind_of_receiver(start, directory, route):
+    with_serial_number = route == "alone"
+    prefix = "[Serial No: TVL19240A7C] " if with_serial_number else ""
+    server = start(Server)
+    if with_serial_number:
+        server.run("touch", "/var/snmpSerialNoEnabled")
+    receivers = {sender: start(Receiver, sender) for sender in SENDERS}
+    daemon = start_daemon(start, route, server,
+                          "\n".join(documented(f"sender, {sender}", receiver.address)
+                                    for sender, receiver in receivers.items()))
+    daemon.wait_for_log("FE End Index")
+    time_before = int(time.time())
+
+    server.ctl("fault", "raise", "7", "class=processor", "unit=2", "severity=minor", "cause=117", "code=174", "tag=67",
+               "occurrences=3", "dn=sys/rack-unit-1/board/cpu-2/fault-F0174", "rn=fault-F0174",
+               "description=Processor 2 is inoperable", "first-time=1700000000", "last-time=1700003600")
+    for receiver in receivers.values():
+        receiver.wait_for(1)
+    raised = fault_varbinds(RAISED, 4, 1_700_003_600, 3, "Processor 2 is inoperable", prefix)
+    assert row(daemon, 7) == columns(4, 1_700_003_600, "Processor 2 is inoperable", 0)
+
+    server.ctl("fault", "update", "7", "severity=critical", "description=Processor 2 is too hot", "last-time=1700007200")
+    for receiver in receivers.values():
+        receiver.wait_for(2)
+    updated = fault_varbinds(RAISED, 6, 1_700_007_200, 3, "Processor 2 is too hot", prefix)
+    assert row(daemon, 7) == columns(6, 1_700_007_200, "Processor 2 is too hot", 4)
+
+    server.ctl("fault", "clear", "7")
+    for sender, receiver in receivers.items():
+        received = receiver.wait_for(3)
+        assert received[:2] == [raised, updated], sender
+        last_time = seconds_of(received[2][6][1])
+        assert time_before <= last_time <= time.time(), sender
+        assert received[2] == fault_varbinds(CLEARED, 0, last_time, 3, "Processor 2 is too hot", prefix), sender
+        assert len(received) == 3, f"{sender}: each change is notified once"
+    wait_until(lambda: "No Such Instance" in snmpget(daemon.address, f"{FAULT_ENTRY}.2.7")[0], what="the row's end")
+
+
+@pytest.mark.parametrize("route", ["alone", "agentx"])
+def test_a_cold_start_is_notified_once_and_a_warm_one_not_at_all(start, directory, route):
+    server = start(Server, cold=True)
+    receiver = start(Receiver, "v2c trap")
+    sender = documented("sender, v2c trap", receiver.address)
+
+    begin = time.time()
+    daemon = start_daemon(start, route, server, sender, speed=20)
+    daemon.wait_for_log("EventThread initiated")
+    initiated = time.time()
+    received = receiver.wait_for(5)
+    assert time.time() - initiated >= 61 / 20 - 0.2, "60 s before the start-up notification, 1 s after it"
+    assert received[0][0] == (TRAP_OID, f"OID: {START_UP}")
+    assert received[0][1][0] == f"{FAULT_ENTRY}.10.0"
+    assert begin <= seconds_of(received[0][1][1]) <= begin + 20 * (time.time() - begin) + 1
+    assert received[0][2] == (".1.3.6.1.6.3.1.1.4.3.0", "OID: .1.3.6.1.4.1.61453.1.3301")
+    assert [notification[:2] for notification in received[1:]] == [
+        [(TRAP_OID, f"OID: {RAISED}"), (f"{FAULT_ENTRY}.1.{index}", f"Gauge32: {index}")] for index in (11, 17, 23, 31)]
+    assert server.run("stat", "-c", "%s", "/var/tvmcWarmStartup").stdout == "0\n"
+    daemon.stop()
+    sent_by_the_first = len(receiver.received())  # with the last test notification of an orderly stop
+
+    daemon = start(ServedDaemon, server, configuration=sender) if route == "alone" else start(
+        ServedDaemon, server, master=start(Master, directory / "master-with-receivers.conf"))
+    daemon.wait_for_log("FE End Index 4")
+    wait_until(lambda: len(snmp("snmpwalk", daemon.address, f"{FAULT_TABLE}.1.2")) == 4, what="the table")
+    server.ctl("fault", "raise", "77", "class=processor")
+    received = receiver.wait_for(sent_by_the_first + 1)
+    assert received[sent_by_the_first][1] == (f"{FAULT_ENTRY}.1.77", "Gauge32: 77")
+
+
+def test_every_signal_sends_the_same_test_notification_and_a_stop_a_last_one(start):
+    server = start(Server)
+    receiver = start(Receiver, "v2c trap")
+    daemon = start(ServedDaemon, server, configuration=documented("sender, v2c trap", receiver.address))
+    for count in (1, 2):
+        daemon.signal(signal.SIGUSR1)
+        receiver.wait_for(count)
+    daemon.stop()
+    received = receiver.wait_for(3)
+    assert received[0] == received[1] == received[2]
+    assert received[0][:3] == [(TRAP_OID, f"OID: {CLEARED}"), (f"{FAULT_ENTRY}.1.1", "Gauge32: 0"),
+                               (f"{FAULT_ENTRY}.11.1", 'STRING: "Test Fault"')]
+    assert received[0][3:] == [
+        (f"{FAULT_ENTRY}.4.1", "OID: .0.0.0"), (f"{FAULT_ENTRY}.5.1", 'STRING: "sys/rack-unit-1/test-entity"'),
+        (f"{FAULT_ENTRY}.10.1", '""'), (f"{FAULT_ENTRY}.14.1", '""'), (f"{FAULT_ENTRY}.9.1", "INTEGER: 0"),
+        (f"{FAULT_ENTRY}.22.1", "INTEGER: 5"), (f"{FAULT_ENTRY}.7.1", "INTEGER: 0"), (f"{FAULT_ENTRY}.20.1", "INTEGER: 0"),
+        (f"{FAULT_ENTRY}.16.1", "Counter32: 1"), (f"{FAULT_ENTRY}.13.1", f"Counter64: {1 << 32}")]
+
+
+def test_a_fault_engine_that_was_killed_is_loaded_anew_when_it_is_back(start, directory):
+    server = start(Server)
+    receiver = start(Receiver, "v2c trap")
+    daemon = start(ServedDaemon, server, configuration=documented("sender, v2c trap", receiver.address))
+    daemon.wait_for_log("Total Fault entries:4")
+    server.ctl("fault", "raise", "77", "class=processor")
+    receiver.wait_for(1)
+
+    # The same server, but two of its four faults are gone and one is new.
+    text = SCENARIO.read_text()
+    head, faults = text.split("\nfaults:\n")
+    _, tail = faults.split("\n\n", 1)
+    others = directory / "other-faults.yaml"
+    kept = "  - {index: 17, class: memory, unit: 19, severity: critical}\n  - {index: 31, class: 209}\n"
+    others.write_text(f"{head}\nfaults:\n{kept}  - {{index: 90, class: fan, unit: 2}}\n\n{tail}")
+
+    server.kill_services()
+    services = start(Program, "services", server.services(others))
+    daemon.wait_for_log("Cleared 5 event nodes\n")
+    daemon.wait_for_log("Removed 5 fault entries\n")
+    daemon.wait_for_log("FE End Index 3\n")
+    received = receiver.wait_for(4)
+    assert services.process.poll() is None
+    assert [notification[:2] for notification in received[1:]] == [
+        [(TRAP_OID, f"OID: {RAISED}"), (f"{FAULT_ENTRY}.1.{index}", f"Gauge32: {index}")] for index in (17, 31, 90)]
+    wait_until(lambda: [line.split(" = ")[0] for line in snmp("snmpwalk", daemon.address, f"{FAULT_TABLE}.1.2")] ==
+               [f"{FAULT_ENTRY}.2.{index}" for index in (17, 31, 90)], what="the new table")
+
+    server.ctl("fault", "clear", "90")
+    assert receiver.wait_for(5)[4][:2] == [(TRAP_OID, f"OID: {CLEARED}"), (f"{FAULT_ENTRY}.1.90", "Gauge32: 90")]
