@@ -117,7 +117,8 @@ int read_supply(SupplyOctets supply, int number) {
   std::memcpy(supply.data() + power_supply_name, name, std::strlen(name) + 1);
 
   std::array<std::byte, 2> status;
-  const bool good = SupplyFile("status", number).read_whole(status, std::byte{0xFF}) && status == decltype(status)();
+  const bool good = SupplyFile("status", number).read_whole(status, std::byte{0xFF}) && status[0] == std::byte{0} &&
+                    status[1] == std::byte{0};
   supply[power_supply_fault] = good ? std::byte{0} : std::byte{1};
   if (good) {
     SupplyFile("pin", number).read_whole(supply.subspan<power_supply_input, 2>(), std::byte{0});
@@ -168,6 +169,12 @@ void add_row(Row &row, int supply, int &result) {
   copy_serial(row, supply);
   copy_text(row.vendor, "unknown");
   tavoEquipmentPsuTable_createEntry(static_cast<std::uint32_t>(supply), &row);
+}
+
+// The result of a function that tells it on standard output.
+int reported(const char *function, int result) {
+  std::printf("%s(%d)\n", function, result);
+  return result;
 }
 
 // Fetches the dump, trying again while the tool brings none. The number of supplies, or empty.
@@ -246,29 +253,24 @@ int initialize_psu_table(int mode) {
 
 int InventoryPSUviaPMBUSDaemon(tavo::EquipmentPsuRow *scratch, int) {
   constexpr char count_path[] = "/var/pmbus/num_psu";
-  const auto report = [function = __func__](int result) {
-    std::printf("%s(%d)\n", function, result);
-    return result;
-  };
-
   std::memset(m_pwrsupply, 0, sizeof m_pwrsupply);
   std::printf("%s\n", __func__);
   ::sleep(5);
 
   if (::access(count_path, F_OK) != 0) {
     std::printf("NUM_PSU_FILE not found %s\n", std::strerror(errno));
-    return report(-1);
+    return tavo::reported(__func__, -1);
   }
   std::int32_t count = 0;
   const ssize_t got = tavo::read_beginning(count_path, std::as_writable_bytes(std::span(&count, 1)));
   if (got != 0 && got != sizeof count) {
-    return report(static_cast<int>(got));
+    return tavo::reported(__func__, static_cast<int>(got));
   }
   int result = 0;
   for (int supply = 1; supply <= std::min(count, tavo::most_rows); ++supply) {
     tavo::add_row(*scratch, supply, result);
   }
-  return report(result);
+  return tavo::reported(__func__, result);
 }
 
 int InventoryPSUviaMCTools(tavo::EquipmentPsuRow *scratch) {

@@ -247,13 +247,15 @@ TEST_F(NotificationQueueTest, OneThatCouldNotBeCopiedIsCounted) {
 TEST(NotificationQueueThreads, SeveralThreadsPushWhileTheLoopSendsAndEachKeepsItsOrder) {
   constexpr int threads = 4;
   constexpr int each = 5000;
+  constexpr std::size_t all = std::size_t{threads} * each;
   std::vector<std::vector<int>> received(threads);
-  NotificationQueue queue(threads * each, [&](const Notification &notification) {
+  NotificationQueue queue(all, [&](const Notification &notification) {
     const int number = std::stoi(*notification.context);
     received[static_cast<std::size_t>(number / each)].push_back(number % each);
     return Transmission{.outcome = Transmission::finished};
   });
   std::vector<std::thread> producers;
+  producers.reserve(threads);
   for (int thread = 0; thread < threads; ++thread) {
     producers.emplace_back([&queue, thread] {
       for (int number = 0; number < each; ++number) {
@@ -263,7 +265,7 @@ TEST(NotificationQueueThreads, SeveralThreadsPushWhileTheLoopSendsAndEachKeepsIt
   }
   queue.link_up();
   std::size_t total = 0;
-  while (total < threads * each) {
+  while (total < all) {
     pollfd descriptor{.fd = queue.descriptor(), .events = POLLIN, .revents = 0};
     ASSERT_EQ(poll(&descriptor, 1, 10'000), 1) << "the queue did not wake its loop";
     queue.turn();

@@ -1,0 +1,33 @@
+"""The documents' links lead somewhere, and the commands that they show are there."""
+
+import pathlib
+import re
+
+import pytest
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+DOCUMENTS = sorted([*ROOT.glob("*.md"), *ROOT.glob("docs/*.md")])
+LINK = re.compile(r"\]\(([^)#]+)(?:#[^)]*)?\)")
+# What stands in backquotes and begins with a directory of the tree is a path in it; capitals stand for names.
+PATH = re.compile(r"`(?:\./)?((?:core|tables|threads|storage|platform|host|simulator|mibs|scripts|tests|bench|docs)/"
+                  r"[\w./-]*)[^`]*`")
+
+
+@pytest.mark.parametrize("document", DOCUMENTS, ids=lambda path: path.name)
+def test_links_lead_somewhere(document):
+    for link in LINK.findall(document.read_text()):
+        if "://" not in link:
+            assert (document.parent / link).exists(), link
+
+
+@pytest.mark.parametrize("document", DOCUMENTS, ids=lambda path: path.name)
+def test_paths_exist(document):
+    for path in PATH.findall(document.read_text()):
+        if not re.search(r"(^|/)[A-Z]+(_|$|\.|/)", path):
+            found = (ROOT / path).exists() or any(ROOT.glob(path + ".*")) or any(ROOT.glob(path.rstrip("/") + "*"))
+            assert found, path
+
+
+def test_documents_are_there():
+    assert {"README.md", "CONTRIBUTING.md", "architecture.md", "adding-a-table.md", "common-errors.md"} <= {
+        document.name for document in DOCUMENTS}
