@@ -34,9 +34,9 @@ constexpr std::array<Question, 3> questions = {{
 }  // namespace
 
 void print_velt_sizes() {
-  std::printf("sizeof ctlr = %d", static_cast<int>(sizeof velt_ctlr_info));
-  std::printf("sizeof pd = %d", static_cast<int>(sizeof velt_pd_info));
-  std::printf("sizeof vd = %d", static_cast<int>(sizeof velt_vd_info));
+  std::printf("sizeof ctlr = %d\n", static_cast<int>(sizeof velt_ctlr_info));
+  std::printf("sizeof pd = %d\n", static_cast<int>(sizeof velt_pd_info));
+  std::printf("sizeof vd = %d\n", static_cast<int>(sizeof velt_vd_info));
 }
 
 }  // namespace tavo

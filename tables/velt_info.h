@@ -16,8 +16,8 @@ void copy_field(char (&to)[N], const Record &record, std::size_t offset) {
   copy_text(to, record.text(offset, N - 1));
 }
 
-// Prints the buffers' sizes to standard output, as each of the three builders does: it shows at once which layout the
-// module was built for.
+// Prints the buffers' sizes to standard output, a line each, as all three builders do: it shows at once which layout
+// the module was built for.
 void print_velt_sizes();
 
 }  // namespace tavo

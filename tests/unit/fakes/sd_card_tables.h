@@ -26,6 +26,6 @@ class SdCardTableTest : public ModuleTest {
   }
 };
 
-inline constexpr const char *printed_velt_sizes = "sizeof ctlr = 216sizeof pd = 1008sizeof vd = 940";
+inline constexpr const char *printed_velt_sizes = "sizeof ctlr = 216\nsizeof pd = 1008\nsizeof vd = 940\n";
 
 }  // namespace fakes

@@ -1,0 +1,234 @@
+"""The storage and SD-card tables on the simulated server: what is served, and what follows when the hardware changes."""
+
+import re
+import subprocess
+import time
+
+import pytest
+
+from agents import BUILD, snmp, snmpget, wait_until
+from server import Server, ServedDaemon
+
+STORAGE = "1.3.6.1.4.1.61453.4.207.1.45"
+CONTROLLERS = f"{STORAGE}.1.1"
+DISKS = f"{STORAGE}.4.1"
+VOLUMES = f"{STORAGE}.8.1"
+BATTERIES = f"{STORAGE}.11.1"
+CARDS = f"{STORAGE}.34.1"
+SD_CONTROLLER = f"{STORAGE}.35.1"
+PARTITIONS = f"{STORAGE}.36.1"
+PROCESSOR_DN = "1.3.6.1.4.1.61453.4.207.1.41.9.1.2"
+
+SNAPSHOT = "/var/stor_info_data"
+SOCKET = "/tmp/snmp_velt_sock"
+TRIGGER = "Got the trigger from VELT"
+SPEED = 20
+
+
+def walk(address, column):
+    """{index: value} of a column, {} when the table is empty."""
+    lines = snmp("snmpbulkwalk", address, column)
+    cells = (re.match(r'\.[\d.]+\.(\d+) = (?:[\w-]+: (.*)|"")$', line) for line in lines)
+    return {int(cell[1]): cell[2] or "" for cell in cells if cell}
+
+
+def texts(address, column):
+    return {index: value.strip('"') for index, value in walk(address, column).items()}
+
+
+def tables_in_storage(address):
+    """How many rows each of the seven tables has, by its second column."""
+    return {table: len(walk(address, f"{table}.2"))
+            for table in (CONTROLLERS, DISKS, VOLUMES, BATTERIES, CARDS, SD_CONTROLLER, PARTITIONS)}
+
+
+@pytest.fixture
+def server(start):
+    return start(Server)
+
+
+@pytest.fixture
+def daemon(start, server):
+    return start(ServedDaemon, server, speed=SPEED)
+
+
+def exported():
+    listing = subprocess.run(["nm", "-D", "--defined-only", BUILD / "libsnmpextmibmodule.so"], capture_output=True,
+                             text=True, check=True)
+    return {line.split()[-1] for line in listing.stdout.splitlines()}
+
+
+needs_refresh_thread = pytest.mark.skipif("inventory_thread" not in exported(),
+                                          reason="this build has no inventory refresh thread, which rebuilds the tables")
+
+
+def test_controllers_share_slots_and_every_request_is_answered(daemon):
+    assert texts(daemon.address, f"{CONTROLLERS}.2") == {
+        1: "sys/rack-unit-1/board/storage-SAS-SAS",
+        2: "sys/rack-unit-1/board/storage-SAS-SLOT-4",
+    }
+    assert texts(daemon.address, f"{BATTERIES}.2") == {1: "sys/rack-unit-1/board/storage-SAS-SLOT-4/raid-battery"}
+    disks = texts(daemon.address, f"{DISKS}.2")
+    assert disks[1] == "sys/rack-unit-1/board/storage-SAS-SLOT-4/pd-1"
+    assert list(disks) == list(range(1, len(disks) + 1))
+    # The last volume keeps its number though the one before it is gone.
+    assert [name.split("-1/board/")[1] for name in texts(daemon.address, f"{VOLUMES}.2").values()] == [
+        "storage-SAS-SAS/vd-0", "storage-SAS-SLOT-4/vd-0", "storage-SAS-SLOT-4/vd-2"]
+
+    several = [f"{DISKS}.{column}.{slot}" for slot in (3, 1, 2) for column in (3, 6, 14)]
+    answers = snmpget(daemon.address, *several)
+    assert [answer.split(" = ")[0] for answer in answers] == [f".{name}" for name in several]
+    assert not [answer for answer in answers if "No Such" in answer]
+    assert [re.findall(r"pd-\d", answer)[0] for answer in answers[::3]] == ["pd-3", "pd-1", "pd-2"]
+
+
+def test_the_whole_storage_subtree_is_walked_by_every_tool(daemon):
+    walked = snmp("snmpwalk", daemon.address, STORAGE)
+    for repetitions in ("1", "10", "50"):
+        assert snmp("snmpbulkwalk", daemon.address, f"-Cr{repetitions}", STORAGE) == walked
+    tables = [int(re.match(rf"\.{re.escape(STORAGE)}\.(\d+)\.", line)[1]) for line in walked]
+    assert sorted(set(tables)) == [1, 4, 8, 11, 34, 35, 36]
+    assert tables == sorted(tables)
+
+
+@needs_refresh_thread
+def test_a_pulled_disk_becomes_a_placeholder_and_comes_back(daemon, server):
+    def slot_2():
+        return [answer.split(" = ")[1] for answer in
+                snmpget(daemon.address, f"{DISKS}.9.2", f"{DISKS}.10.2", f"{DISKS}.14.2", timeout=60)]
+
+    before = slot_2()
+    assert before[2] == 'STRING: "TD-HDD-300G-15K"'
+    server.ctl("drive", "pull", "4", "2")
+    # The snapshot is left alone for a minute, and the refresh thread looks every 20 seconds.
+    wait_until(lambda: slot_2() == ["INTEGER: 6", "INTEGER: 11", '""'], 60, "a placeholder in slot 2")
+    server.ctl("drive", "insert", "4", "2")
+    wait_until(lambda: slot_2() == before, 60, "the disk in slot 2")
+
+
+@needs_refresh_thread
+def test_a_burst_of_events_is_one_rebuild(daemon, server):
+    # An unreadable snapshot leaves one line for each rebuild.
+    server.ctl("snapshot", "missing")
+    server.ctl("storage-event", "7", "1000")
+    wait_until(lambda: walk(daemon.address, f"{DISKS}.2") == {}, 60, "a rebuild")
+    time.sleep(200 / SPEED)  # longer than a second rebuild would take to come
+    assert daemon.log().count(f"Unable to open {SNAPSHOT}") == 1
+
+
+@pytest.mark.parametrize(
+    "damage, message",
+    [
+        ("bmcsim ctl snapshot missing", f"Unable to open {SNAPSHOT}"),
+        ("bmcsim ctl snapshot empty", f"Unable to read ctrl_count from {SNAPSHOT}"),
+        ("bmcsim ctl snapshot truncate 3", f"Unable to read ctrl_count from {SNAPSHOT}"),
+        ("bmcsim ctl snapshot truncate 5000", f"Unable to read ctrl from {SNAPSHOT} for index 1"),
+        ("bmcsim ctl snapshot count -1", None),
+        ("bmcsim ctl snapshot count 0", None),
+        (f"rm {SNAPSHOT} && mkfifo {SNAPSHOT}", f"Unable to read ctrl_count from {SNAPSHOT}"),
+        (f"rm {SNAPSHOT} && mkdir {SNAPSHOT}", f"Unable to read ctrl_count from {SNAPSHOT}"),
+        (f"rm {SNAPSHOT} && truncate -s 4G {SNAPSHOT}", None),
+    ],
+    ids=["missing", "empty", "no-count", "no-record", "count-minus-1", "count-0", "fifo", "directory", "sparse"],
+)
+def test_a_damaged_snapshot_means_empty_tables_and_a_serving_agent(start, server, damage, message):
+    server.run("sh", "-c", damage)
+    daemon = start(ServedDaemon, server, speed=SPEED)
+    tables = tables_in_storage(daemon.address)
+    assert [tables[table] for table in (CONTROLLERS, DISKS, VOLUMES, BATTERIES)] == [0, 0, 0, 0]
+    assert tables[CARDS] == 2
+    assert len(walk(daemon.address, PROCESSOR_DN)) == 2
+    complaints = re.findall(rf"Unable to .*{SNAPSHOT}.*", daemon.log())
+    assert complaints == ([message] if message else [])
+
+
+def test_a_count_that_promises_too_much_keeps_the_daemon_small(start, server):
+    server.ctl("snapshot", "count", "2147483647")
+    daemon = start(ServedDaemon, server, speed=SPEED)
+    daemon.wait_for_log(f"Unable to read ctrl from {SNAPSHOT} for index 3")
+    # At start-up what was read is shown: a later rebuild would empty the tables.
+    assert len(walk(daemon.address, f"{CONTROLLERS}.2")) == 2
+    assert daemon.resident_kib() < 100_000
+
+
+def rebuilds(daemon):
+    return daemon.log().count(TRIGGER)
+
+
+def test_a_pulled_card_a_changed_mode_and_a_changed_partition_are_seen_at_once(daemon, server):
+    assert texts(daemon.address, f"{CARDS}.3") == {1: "pd-SLOT-1", 2: "pd-SLOT-2"}
+    server.ctl("sd-card", "pull", "1")
+    wait_until(lambda: texts(daemon.address, f"{CARDS}.3") == {1: "pd-SLOT-2"}, what="one card")
+    server.ctl("sd-card", "insert", "1")
+    wait_until(lambda: len(walk(daemon.address, f"{CARDS}.3")) == 2, what="two cards")
+
+    # The kind of partition 1 depends on the mode. There is no partition 3, and the index says so.
+    assert walk(daemon.address, f"{PARTITIONS}.8") == {1: "3", 2: "1", 4: "4"}
+    server.ctl("sd-mode", "1")
+    wait_until(lambda: walk(daemon.address, f"{PARTITIONS}.8")[1] == "0", what="the other mode")
+    assert walk(daemon.address, f"{SD_CONTROLLER}.45") == {1: "2"}
+    server.ctl("sd-partition", "set", "2", "column-24=7")
+    wait_until(lambda: walk(daemon.address, f"{PARTITIONS}.24")[2] == "15", what="the changed partition")
+    assert rebuilds(daemon) == 4
+
+
+def test_a_thousand_connections_are_a_thousand_rebuilds_while_the_tables_are_served(daemon, server):
+    expected = snmp("snmpbulkwalk", daemon.address, "-Cr50", STORAGE)
+    talkers = [subprocess.Popen([str(word) for word in server.entered("bmcsim", "ctl", "sd-trigger", "500", *text)])
+               for text in ([], ["changed"])]
+    walks = 0
+    while any(talker.poll() is None for talker in talkers):
+        assert snmp("snmpbulkwalk", daemon.address, "-Cr50", STORAGE) == expected
+        walks += 1
+    assert [talker.returncode for talker in talkers] == [0, 0]
+    daemon.wait_for_log(TRIGGER, timeout=60, count=1000)
+    print(f"{walks} walks meanwhile")
+    assert walks > 0
+    assert rebuilds(daemon) == 1000
+    assert daemon.log().count("velt_thread: changed\n") == 500
+    assert daemon.log().count("velt_thread:recv() failed: Success\n") == 500
+
+
+def test_a_long_message_is_logged_up_to_1024_octets(daemon, server):
+    server.ctl("sd-trigger", "1", "a" * 1024 + "b" * 976)
+    daemon.wait_for_log(TRIGGER)
+    assert "velt_thread: " + "a" * 1024 + "\n" in daemon.log()
+    assert "b" * 10 not in daemon.log()
+
+
+def test_a_peer_that_says_nothing_for_five_seconds_keeps_nobody_waiting(daemon, server):
+    peer = subprocess.Popen([str(word) for word in server.entered(
+        "python3", "-c",
+        f"import socket, time; s = socket.socket(socket.AF_UNIX); s.connect('{SOCKET}'); print('connected', flush=True); "
+        "time.sleep(5)")], stdout=subprocess.PIPE, text=True)
+    assert peer.stdout.readline() == "connected\n"
+    connected = time.monotonic()
+    while peer.poll() is None:
+        started = time.monotonic()
+        assert tables_in_storage(daemon.address)[CARDS] == 2
+        if peer.poll() is None:
+            assert time.monotonic() - started < 4
+            assert rebuilds(daemon) == 0
+    assert time.monotonic() - connected > 4
+    daemon.wait_for_log(TRIGGER)
+    assert rebuilds(daemon) == 1
+
+
+def test_a_stale_file_in_the_sockets_place_is_replaced(start, server):
+    server.run("sh", "-c", f"echo stale > {SOCKET}")
+    daemon = start(ServedDaemon, server, speed=SPEED)
+    server.ctl("sd-trigger", "1", "hello")
+    daemon.wait_for_log("velt_thread: hello")
+
+
+def test_a_directory_in_the_sockets_place_costs_the_events_only(start, server):
+    server.run("mkdir", SOCKET)
+    daemon = start(ServedDaemon, server, speed=SPEED)
+    daemon.wait_for_log(r"velt_thread: bind\(\) failed: Address already in use")
+    assert tables_in_storage(daemon.address)[CARDS] == 2
+
+
+def test_the_daemon_stops_though_its_storage_threads_wait(daemon):
+    assert daemon.stop() == 0
+    assert "Stopping StorageThread" in daemon.log()
+    assert "Stopping Velt Thread" in daemon.log()
