@@ -15,15 +15,22 @@ void debug_message(const char *token, const char *format, Args... args) {
   debugmsg(token, format, args...);
 }
 
-// The trace pair: "function(): source, line:" under "trace", then the message under "snmp-subagentd". Silent unless
-// debugging is on.
+// The trace pair: "function(): source, line:" under "trace", then the message under `token`. Silent unless debugging is
+// on.
 template <class... Args>
-void trace(const char *function, const char *source, int line, const char *format, Args... args) {
+void trace_under(const char *token, const char *function, const char *source, int line, const char *format,
+                 Args... args) {
   if (snmp_get_do_debugging() == 0) {
     return;
   }
   debug_message("trace", "%s(): %s, %d:\n", function, source, line);
-  debug_message("snmp-subagentd", format, args...);
+  debug_message(token, format, args...);
+}
+
+// The same under the token that all but one of the module's messages have.
+template <class... Args>
+void trace(const char *function, const char *source, int line, const char *format, Args... args) {
+  trace_under("snmp-subagentd", function, source, line, format, args...);
 }
 
 }  // namespace tavo

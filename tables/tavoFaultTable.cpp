@@ -13,11 +13,11 @@
 #include "core/access_lock.h"
 #include "core/conversions.h"
 #include "core/record.h"
-#include "core/shell.h"
 #include "core/table.h"
 #include "core/table_entry_points.h"
 #include "core/text.h"
 #include "platform/fault_engine.h"
+#include "tables/data_query.h"
 #include "tables/fan_state.h"
 #include "tables/fault_database.h"
 #include "tables/tavoFaultTable_traps.h"
@@ -88,7 +88,6 @@ constexpr const char *serial_number_marker = "/var/snmpSerialNoEnabled";
 
 // What heads the affected object's text in notifications; empty for nothing. Written at start-up only.
 constinit char serial_number[128] = "";
-constexpr std::size_t longest_line = sizeof serial_number - 1;
 
 void read_serial_number() {
   std::memset(serial_number, 0, sizeof serial_number);
@@ -182,17 +181,11 @@ int initialize_table_tavoFaultTable(void) {
 }
 
 int getValueSN(const char *source, const char *key, const char *separator, char *out) {
-  const std::string_view what = source;
   const std::string_view of = key;
-  const char *format = "datactl get=%s | flatkv | grep %s | awk -F\"%s\" '{print $2}'";
-  if (what == "inventoryCPU" && (of == "CoreCount" || of == "ThreadCount" || of == "CoreEnabled")) {
-    format = "datactl get=%s | flatkv | grep %s | awk -F\"%s\" '{print $2}' | uniq -c | awk '{ print $1\" \"$2 }'";
-  } else if (what == "fru" && of == "Product Serial") {
-    format = "ipmitool -I bmc %s 2> /dev/null | grep \"%s\" | awk -F\"%s\" ' NR<2 { print $2 } '";
+  if (std::string_view(source) == "inventoryCPU" && (of == "CoreCount" || of == "ThreadCount" || of == "CoreEnabled")) {
+    return query_counted_value(source, key, separator, out) ? 1 : 0;
   }
-  char command[128];
-  format_text(command, format, source, key, separator);
-  return first_line_of(command, longest_line, out) ? 1 : 0;
+  return query_value(source, key, separator, out) ? 1 : 0;
 }
 
 int convert_fe_to_fault_table_entry(const void *record, FaultRow *row) {

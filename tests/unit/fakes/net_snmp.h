@@ -46,7 +46,8 @@ struct DebugMessage {
 // Throws std::logic_error when a debugmsgtoken call is not followed by its debugmsg call.
 std::vector<DebugMessage> debug_messages();
 
-// A trace pair: where the code is, under "trace", and what it says, under "snmp-subagentd".
+// A trace pair: where the code is, under "trace", and what it says, under "snmp-subagentd" or, of the one table that
+// has a token of its own, under "...:init".
 struct Trace {
   std::string function;
   std::string source;

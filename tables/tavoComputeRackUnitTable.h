@@ -1,0 +1,121 @@
+// tavoComputeRackUnitTable: the rack server itself. One row.
+#pragma once
+
+#include <net-snmp/net-snmp-config.h>
+
+#include <net-snmp/net-snmp-includes.h>
+
+#include <net-snmp/agent/net-snmp-agent-includes.h>
+
+#include <cstdint>
+
+namespace tavo {
+
+// What is called reserved is never filled: 0 or empty.
+struct RackUnitRow {
+  std::uint32_t index;  // 1
+  char dn[64];
+  char rn[64];
+  std::int32_t power_state_a;
+  std::int32_t power_known;
+  char reserved_6[64];
+  std::int32_t reserved_7;
+  std::int32_t one_8;
+  std::uint32_t effective_memory;  // MB
+  std::int32_t reserved_10;
+  char reserved_11[64];
+  char reserved_12[64];
+  char description[64];
+  std::int32_t reserved_14;
+  std::uint32_t counter;  // a Counter64 on the wire
+  char reserved_16[64];
+  char reserved_17[64];
+  char reserved_18[64];
+  std::uint32_t reserved_19;
+  std::uint32_t reserved_20;
+  char reserved_21[64];
+  char reserved_22[64];
+  char reserved_23[64];
+  char reserved_24[64];
+  char reserved_25[64];
+  std::uint32_t reserved_26;
+  std::uint32_t reserved_27;
+  char reserved_28[64];
+  std::int32_t reserved_29;
+  char reserved_30[64];
+  std::int32_t reserved_31;
+  char product_id[64];
+  char product_name[64];
+  std::uint32_t adaptors;
+  std::uint32_t cores;
+  std::uint32_t processors;
+  std::uint32_t reserved_37;
+  std::uint32_t reserved_38;
+  std::uint32_t threads;
+  std::int32_t power_state_b;
+  char reserved_41[64];
+  std::int32_t power_state_c;
+  std::int32_t power_state_d;
+  char reserved_44[64];
+  std::int32_t presence;
+  char reserved_46[64];
+  char serial[64];
+  char reserved_48[64];
+  std::uint32_t total_memory;  // MB
+  char uuid[64];
+  char vendor[64];
+  std::int32_t one_52;
+  std::uint32_t cores_enabled;
+  std::int32_t memory_voltage;  // a code: 1 or 2
+  std::uint32_t memory_speed;   // MHz
+  char reserved_56[64];
+  RackUnitRow *next;
+};
+
+}  // namespace tavo
+
+#pragma GCC visibility push(default)
+extern "C" {
+
+// The row; null when there is none. Guarded by ev lock 9.
+extern tavo::RackUnitRow *tavoComputeRackUnitTable_head;
+
+int init_tavoComputeRackUnitTable(void);
+// Registers the table and builds its row. The builder's result.
+int initialize_table_tavoComputeRackUnitTable(void);
+// Builds the row, taking ev lock 9; with `mode` 1 it first removes the one that stands. 0, also when the lock cannot be
+// had; -1 when memory is short. Identity, core and thread totals and the memory speed are read once for the life of the
+// process. Waits up to 25 seconds for the enabled cores, and the first time up to 25 more for the memory speed.
+int initialize_rackunit_table(int mode);
+// Takes ev lock 9. 0, or the lock's error.
+int de_register_ComputeRackUnit_table_handler(void);
+
+Netsnmp_Node_Handler tavoComputeRackUnitTable_handler;
+Netsnmp_First_Data_Point tavoComputeRackUnitTable_get_first_data_point;
+Netsnmp_Next_Data_Point tavoComputeRackUnitTable_get_next_data_point;
+
+// Makes `row`, which was allocated with calloc and is the table's from now on, the only one. The caller holds the lock.
+tavo::RackUnitRow *tavoComputeRackUnitTable_createEntry(tavo::RackUnitRow *row);
+// Takes ev lock 9. 0, or the lock's error; a null row or one that is not listed is left alone.
+int tavoComputeRackUnitTable_removeEntry(tavo::RackUnitRow *row);
+// The caller holds the lock.
+void tavoComputeRackUnitTable_removeAllEntries(void);
+
+// The lookups of the platform's query tool. Each writes a text and a NUL to `out`, which holds 128 octets, and returns
+// 1; or it returns 0, and `out` is as it was. The caller holds the lock. A separator belongs to the text that is
+// searched for: a blank, the key, the separator.
+//
+// From "/var/getCPUInventory", which the tool writes with `tool_key` first, when it has not since the row's last build:
+// the sum of all values of a key, and how often the key occurs.
+int getCPU(const char *tool_key, const char *lookup_key, const char *separator, char *out);
+int getCPUCount(const char *tool_key, const char *lookup_key, const char *separator, char *out);
+// From "/var/getMemoryInventory", likewise: the first value of a key.
+int getMemory(const char *tool_key, const char *lookup_key, const char *separator, char *out);
+// From the tool's own output: what stands behind the separator in the first line that holds `grep_key`. The key "fru"
+// with "Product Serial" asks ipmitool instead.
+int getValue(const char *tool_key, const char *grep_key, const char *separator, char *out);
+
+// The memory's voltage code from the platform's file: 1 or 2; 2 as well when the file does not say.
+int GetMemoryVoltage(void);
+}
+#pragma GCC visibility pop

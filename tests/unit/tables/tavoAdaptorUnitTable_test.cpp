@@ -1,0 +1,211 @@
+#include "tables/tavoAdaptorUnitTable.h"
+
+#include <gmock/gmock.h>
+
+#include <array>
+#include <cerrno>
+#include <string>
+#include <vector>
+
+#include "tests/unit/fakes/allocation.h"
+#include "tests/unit/fakes/clock.h"
+#include "tests/unit/fakes/files.h"
+#include "tests/unit/fakes/golden.h"
+#include "tests/unit/fakes/module_test.h"
+#include "tests/unit/fakes/mutexes.h"
+#include "tests/unit/fakes/net_snmp.h"
+#include "tests/unit/fakes/shell.h"
+
+namespace {
+
+using fakes::Cell;
+using fakes::counter64;
+using fakes::gauge;
+using fakes::integer;
+using fakes::text;
+using testing::Contains;
+using testing::Each;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+using Row = tavo::AdaptorUnitRow;
+
+constexpr std::array<oid, 12> table = {1, 3, 6, 1, 4, 1, 61453, 4, 207, 1, 3, 85};
+constexpr char count_command[] = "slotutil -L  | grep \"slot-number\" | wc -l";
+constexpr char dump_command[] = "datactl get=adapter | flatkv > /var/adapterInventory";
+
+std::string firmware_command(int slot) {
+  return "datactl get=adapterFW[" + std::to_string(slot) +
+         "] | flatkv | grep -B 1 \"STARTUP, RUNNING\" | grep \"image-version\" | awk -F\": \" ' { print $2 } ' ";
+}
+
+std::string card(const std::string &slot, const std::string &overtemperature) {
+  return " slot-number: " + slot + "\n product-id: TAC-" + slot + "\n i2cLogicalBus: bus-" + slot +
+         "\n serial-number: SN" + slot + "\n overtemp-condition: " + overtemperature + "\n hw-part-no: 73-" + slot +
+         "\n";
+}
+
+class AdaptorUnitTableTest : public fakes::ModuleTest {
+ protected:
+  ~AdaptorUnitTableTest() override { tavoAdaptorUnitTable_removeAllEntries(); }
+
+  void cards(int count, const std::string &dump) {
+    shell.prints(count_command, std::to_string(count) + "\n");
+    shell.prints(dump_command, dump);
+  }
+
+  fakes::FakeClock clock;
+  fakes::FakeFiles files;
+  fakes::FakeShell shell;
+};
+
+// Every cell of a card's row.
+std::vector<Cell> cells(oid slot, const std::string &firmware, bool hot) {
+  const std::string number = std::to_string(slot);
+  return {{2, slot, text("sys/rack-unit-1/adaptor-" + number)},
+          {3, slot, text("adaptor-" + number)},
+          {4, slot, gauge(0)},
+          {5, slot, gauge(0)},
+          {6, slot, text("")},
+          {7, slot, text("")},
+          {8, slot, counter64(0)},
+          {9, slot, gauge(static_cast<std::uint32_t>(slot))},
+          {10, slot, integer(0)},
+          {11, slot, text("TAC-" + number)},
+          {12, slot, integer(hot ? 8 : 1)},
+          {13, slot, integer(hot ? 8 : 1)},
+          {14, slot, text("bus-" + number)},
+          {15, slot, text(number)},
+          {16, slot, integer(100)},
+          {17, slot, integer(1)},
+          {18, slot, integer(10)},
+          {19, slot, text("")},
+          {20, slot, text(firmware)},
+          {21, slot, text("SN" + number)},
+          {22, slot, integer(hot ? 3 : 0)},
+          {23, slot, text("Tavolo Systems Inc")},
+          {24, slot, integer(0)},
+          {25, slot, integer(0)},
+          {26, slot, text("73-" + number)}};
+}
+
+TEST_F(AdaptorUnitTableTest, ServesEveryColumnOfEveryCard) {
+  cards(2, card("2", "no") + card("5", "yes"));
+  shell.prints(firmware_command(2), "4.1(2f)\n");
+  shell.prints(firmware_command(5), "4.0(9)\n");
+  EXPECT_EQ(init_tavoAdaptorUnitTable(), 0);
+  std::vector<Cell> expected = cells(2, "4.1(2f)", false);
+  const std::vector<Cell> hot = cells(5, "4.0(9)", true);
+  expected.insert(expected.end(), hot.begin(), hot.end());
+  fakes::expect_table(table, expected);
+  EXPECT_EQ(tavoAdaptorUnitTable_head->index, 5U) << "the last card found comes first";
+  EXPECT_THAT(clock.sleeps(), IsEmpty());
+  EXPECT_THAT(shell.system_commands(), ElementsAre(dump_command)) << "one dump for the whole build";
+  EXPECT_EQ(de_register_adaptor_table_handler(), 0);
+}
+
+TEST_F(AdaptorUnitTableTest, WithoutCardsTheTableIsEmpty) {
+  EXPECT_EQ(GetNumOfAdaptors(), 0) << "the utility prints nothing";
+  EXPECT_EQ(initialize_adaptorunit_table(0), 0);
+  EXPECT_EQ(tavoAdaptorUnitTable_head, nullptr);
+  EXPECT_THAT(shell.system_commands(), IsEmpty());
+}
+
+TEST_F(AdaptorUnitTableTest, TheCountIsTheUtilitysOwn) {
+  shell.prints(count_command, "12\n");
+  EXPECT_EQ(GetNumOfAdaptors(), 12);
+  shell.prints(count_command, "none\n");
+  EXPECT_EQ(GetNumOfAdaptors(), 0);
+}
+
+TEST_F(AdaptorUnitTableTest, MissingKeysLeaveTheirColumnsEmpty) {
+  cards(1, " slot-number: 2\n");
+  shell.prints(firmware_command(2), "4.1\n");
+  initialize_adaptorunit_table(0);
+  const Row &row = *tavoAdaptorUnitTable_head;
+  EXPECT_STREQ(row.product_id, "");
+  EXPECT_STREQ(row.serial, "");
+  EXPECT_EQ(row.overtemperature, 0);
+  EXPECT_EQ(row.oper_state, 1);
+}
+
+TEST_F(AdaptorUnitTableTest, ACardWithoutASlotIsLeftOutAfterFiveTries) {
+  cards(2, card("2", "no"));
+  shell.prints(firmware_command(2), "4.1\n");
+  EXPECT_EQ(initialize_adaptorunit_table(0), 0);
+  ASSERT_NE(tavoAdaptorUnitTable_head, nullptr);
+  EXPECT_EQ(tavoAdaptorUnitTable_head->next, nullptr);
+  EXPECT_THAT(clock.sleeps(), ElementsAre(5, 5, 5, 5, 5));
+  EXPECT_THAT(shell.system_commands(), SizeIs(5)) << "one for the first card, one for each further try of the second";
+  EXPECT_THAT(fakes::log_lines(), IsEmpty());
+}
+
+TEST_F(AdaptorUnitTableTest, ADumpThatComesLateEndsTheTries) {
+  cards(1, "");
+  shell.answers(dump_command, [](int call) { return call < 3 ? "" : card("2", "no"); });
+  shell.prints(firmware_command(2), "4.1\n");
+  initialize_adaptorunit_table(0);
+  EXPECT_EQ(tavoAdaptorUnitTable_head->index, 2U);
+  EXPECT_THAT(clock.sleeps(), ElementsAre(5, 5));
+}
+
+TEST_F(AdaptorUnitTableTest, ASlotThatIsNoNumberKeepsTheOneOfTheCardBefore) {
+  cards(2, card("4", "no") + card("MLOM", "no"));
+  shell.prints(firmware_command(4), "4.1\n");
+  initialize_adaptorunit_table(0);
+  const Row &row = *tavoAdaptorUnitTable_head;
+  EXPECT_EQ(row.index, 4U);
+  EXPECT_EQ(row.slot, 4U);
+  EXPECT_STREQ(row.slot_text, "MLOM");
+  EXPECT_STREQ(row.dn, "sys/rack-unit-1/adaptor-MLOM");
+}
+
+TEST_F(AdaptorUnitTableTest, FirmwareIsTriedTenTimesWithAPauseAfterEach) {
+  char out[128] = {};
+  EXPECT_EQ(GetAdaptorFirmwareRevision(3, out), 0);
+  EXPECT_THAT(clock.sleeps(), testing::AllOf(SizeIs(10), Each(5U)));
+  EXPECT_THAT(shell.popen_commands(), testing::AllOf(SizeIs(10), Each(firmware_command(3))));
+
+  cards(1, card("3", "no"));
+  initialize_adaptorunit_table(0);
+  EXPECT_STREQ(tavoAdaptorUnitTable_head->firmware_version, "") << "the card is listed all the same";
+}
+
+TEST_F(AdaptorUnitTableTest, TheCacheIsLoadedOnceUntilABuildWantsItAnew) {
+  cards(1, card("2", "no"));
+  shell.prints(firmware_command(2), "4.1\n");
+  initialize_adaptorunit_table(0);
+  char out[128] = {};
+  EXPECT_EQ(GetValuefromCache("product-id", ": ", 1, out), 1);
+  EXPECT_STREQ(out, "TAC-2");
+  EXPECT_EQ(GetValuefromCache("product-id", ": ", 2, out), 0);
+  EXPECT_THAT(shell.system_commands(), SizeIs(1));
+  initialize_adaptorunit_table(1);
+  EXPECT_THAT(shell.system_commands(), SizeIs(2));
+}
+
+TEST_F(AdaptorUnitTableTest, AReloadReplacesTheRows) {
+  cards(1, card("2", "no"));
+  shell.prints(firmware_command(2), "4.1\n");
+  shell.prints(firmware_command(3), "4.1\n");
+  initialize_adaptorunit_table(0);
+  cards(1, card("3", "no"));
+  initialize_adaptorunit_table(1);
+  EXPECT_EQ(tavoAdaptorUnitTable_head->index, 3U);
+  EXPECT_EQ(tavoAdaptorUnitTable_head->next, nullptr);
+}
+
+TEST_F(AdaptorUnitTableTest, WithoutMemoryNothingIsBuilt) {
+  cards(1, card("2", "no"));
+  fakes::fail_allocations(0, 1);
+  EXPECT_EQ(initialize_adaptorunit_table(1), -1);
+  EXPECT_THAT(shell.commands(), IsEmpty());
+}
+
+TEST_F(AdaptorUnitTableTest, WithoutItsLockNothingIsDone) {
+  fakes::fail_next_mutex_call(EINVAL);
+  EXPECT_EQ(initialize_adaptorunit_table(1), 0);
+  EXPECT_THAT(shell.commands(), IsEmpty());
+}
+
+}  // namespace
