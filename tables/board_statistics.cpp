@@ -1,0 +1,74 @@
+#include "tables/board_statistics.h"
+
+#include <unistd.h>
+
+#include <cstddef>
+
+#include "core/dump.h"
+#include "core/shell.h"
+
+namespace tavo {
+namespace {
+
+constexpr int most_tries = 5;
+constexpr unsigned retry_pause = 5;  // seconds
+
+// The board's dump, written anew by the tool when a value is asked for after forget().
+class BoardDump {
+ public:
+  void forget() { loaded_ = false; }
+
+  // The first value of the key. False when there is none.
+  bool value(const char *key, char (&out)[dump_value_size]) {
+    if (!loaded_) {
+      run_in_shell("datactl get=motherboardStats | flatkv > /var/motherboardStatsInventory");
+      loaded_ = true;
+    }
+    return Dump("/var/motherboardStatsInventory").value(Needle(key, ": "), 1, out);
+  }
+
+ private:
+  bool loaded_ = false;
+};
+
+// Has the dump written again and again until the key turns up. Every failed try is followed by the pause, the last one
+// too.
+bool await_value(BoardDump &dump, const char *key, char (&out)[dump_value_size]) {
+  for (int i = 0; i < most_tries; ++i) {
+    if (dump.value(key, out)) {
+      return true;
+    }
+    sleep(retry_pause);
+    dump.forget();
+  }
+  return false;
+}
+
+}  // namespace
+
+int build(const BoardStatistics &statistics, int reload) {
+  const ListGuard guard(statistics.table.lock());
+  if (guard.error() != 0) {
+    return 0;
+  }
+  if (reload == 1) {
+    statistics.table.remove_all();
+  }
+  BoardDump dump;
+  BoardSample sample{};
+  char value[dump_value_size];
+  for (std::size_t i = 0; i < statistics.keys.size(); ++i) {
+    const char *key = statistics.keys[i];
+    if (i == 0 ? await_value(dump, key, value) : dump.value(key, value)) {
+      sample.readings[i] = whole_reading(value);
+    } else if (i != 0) {
+      snmp_log(LOG_DEBUG, "SNMP:Failed %s\n", key);
+    }
+  }
+  if (dump.value("timeCollected", value)) {
+    take_collection_time(value, sample.collected);
+  }
+  return statistics.insert(sample) ? 0 : -1;
+}
+
+}  // namespace tavo
