@@ -9,11 +9,19 @@
 #include "core/trace.h"
 #include "platform/test_trap.h"
 #include "storage/stor_info.h"
+#include "tables/tavoAdaptorUnitTable.h"
+#include "tables/tavoComputeBoardTable.h"
+#include "tables/tavoComputeMbPowerStatsTable.h"
+#include "tables/tavoComputeRackUnitMbTempStatsTable.h"
+#include "tables/tavoComputeRackUnitTable.h"
 #include "tables/tavoEquipmentFanTable.h"
+#include "tables/tavoEquipmentHealthLedTable.h"
 #include "tables/tavoEquipmentPsuTable.h"
 #include "tables/tavoFaultTable.h"
 #include "tables/tavoFaultTable_traps.h"
+#include "tables/tavoMemoryUnitEnvStatsTable.h"
 #include "tables/tavoMemoryUnitTable.h"
+#include "tables/tavoProcessorEnvStatsTable.h"
 #include "tables/tavoProcessorUnitTable.h"
 #include "tables/tavoStorageControllerTable.h"
 #include "tables/tavoStorageLocalDiskTable.h"
@@ -24,6 +32,7 @@
 #include "tables/tavoStorageVeltroDriveTable.h"
 #include "tables/velt_info.h"
 #include "threads/event_thread.h"
+#include "threads/inventory_refresh.h"
 #include "threads/stor_event_thread.h"
 #include "threads/velt_event_thread.h"
 
@@ -52,9 +61,16 @@ int free_snapshot() {
 constexpr StartUpStep start_up[] = {
     {.call = init_tavoFaultTable, .done = "Fault Init done\n"},
     {.call = init_tavoMemoryUnitTable, .done = "Memory Init done\n"},
+    {.call = init_tavoMemoryUnitEnvStatsTable, .done = "MemoryEnv Init done\n"},
     {.call = init_tavoProcessorUnitTable, .done = "Processor Init done\n"},
+    {.call = init_tavoProcessorEnvStatsTable, .done = "ProcessorEnv Init done\n"},
     {.call = init_tavoEquipmentFanTable, .done = "Fan Init done\n"},
     {.call = init_tavoEquipmentPsuTable, .done = "PSU Init done\n"},
+    {.call = init_tavoComputeRackUnitTable, .done = "RackUnit Init done\n"},
+    {.call = init_tavoComputeBoardTable, .done = "Board Init done\n"},
+    {.call = init_tavoAdaptorUnitTable, .done = "Adaptor Init done\n"},
+    {.call = init_tavoComputeMbPowerStatsTable, .done = "RackUnitMBPower Init done\n"},
+    {.call = init_tavoComputeRackUnitMbTempStatsTable, .done = "RackUnitMBTemp Init done\n"},
     // The daemon is still on its own thread, but the threads that rebuild these lists will lock them as well.
     {.call = [] { return acquire_sa_lock(storage_lock); }, .done = nullptr},
     {.call = [] { return get_stor_info(&head_stor_ptr); }, .done = "GetStorInfo done\n"},
@@ -68,6 +84,8 @@ constexpr StartUpStep start_up[] = {
     {.call = init_tavoStorageVeltroDriveTable, .done = nullptr},
     {.call = [] { return release_sa_lock(storage_lock); }, .done = nullptr},
     {.call = free_snapshot, .done = "Stor Init done\n"},
+    {.call = init_tavoEquipmentHealthLedTable, .done = nullptr},
+    {.call = create_inventory_thread, .done = "InventoryThread Init done\n"},
     {.call = create_stor_thread, .done = "StorageThread Init done\n"},
     {.call = create_velt_thread, .done = "VeltThread Init done\n"},
     // Last, when every table is registered: this thread fills the fault table and sends notifications.
@@ -75,10 +93,7 @@ constexpr StartUpStep start_up[] = {
 };
 
 constexpr int (*shut_down[])() = {
-    join_test_trap_thread,
-    join_FE_thread,
-    join_stor_thread,
-    join_velt_thread,
+    join_test_trap_thread, join_FE_thread, join_inventory_thread, join_stor_thread, join_velt_thread,
 };
 
 // Set when the module is loaded, since the daemon starts the thread when it likes.

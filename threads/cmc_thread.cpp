@@ -1,0 +1,248 @@
+#include "threads/cmc_thread.h"
+
+#include <net-snmp/net-snmp-config.h>
+
+#include <net-snmp/net-snmp-includes.h>
+
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+
+#include "core/background_thread.h"
+
+pthread_mutex_t cmc_lock = PTHREAD_MUTEX_INITIALIZER;
+unsigned char *cmc_data_buffer = nullptr;
+int32_t transfer_data_len = 0;
+int32_t sock_fd = -1;
+int32_t data_fd = -1;
+
+namespace tavo {
+namespace {
+
+constexpr in_port_t port = 25678;
+constexpr int backlog = 1;
+constexpr int socket_buffer_size = 65536;   // octets
+constexpr std::size_t receive_size = 1024;  // octets
+
+class BlockGuard {
+ public:
+  BlockGuard() { pthread_mutex_lock(&cmc_lock); }
+  BlockGuard(const BlockGuard &) = delete;
+  BlockGuard &operator=(const BlockGuard &) = delete;
+  ~BlockGuard() { pthread_mutex_unlock(&cmc_lock); }
+};
+
+// Other threads may look at the descriptors, and send_to_cmc does, so they are changed atomically.
+int connection() {
+  return std::atomic_ref(data_fd).load(std::memory_order_relaxed);
+}
+
+void set_connection(int descriptor) {
+  std::atomic_ref(data_fd).store(descriptor, std::memory_order_relaxed);
+}
+
+int listener() {
+  return std::atomic_ref(sock_fd).load(std::memory_order_relaxed);
+}
+
+void set_listener(int descriptor) {
+  std::atomic_ref(sock_fd).store(descriptor, std::memory_order_relaxed);
+}
+
+void close_listener() {
+  close(listener());
+  set_listener(-1);
+}
+
+void close_connection() {
+  const int descriptor = connection();
+  set_connection(-1);
+  close(descriptor);
+}
+
+// A failure of the listening side ends the thread for good.
+bool fail(const char *message) {
+  snmp_log(LOG_ERR, "%s", message);
+  if (listener() != -1) {
+    close_listener();
+  }
+  return false;
+}
+
+bool open_listener() {
+  const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  set_listener(descriptor);
+  if (descriptor < 0 || descriptor >= FD_SETSIZE) {  // beyond FD_SETSIZE it could not be waited for
+    return fail("\nsocket error\n");
+  }
+  const int reuse = 1;
+  if (setsockopt(descriptor, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse) < 0) {
+    return fail("\nsetsockopt failed\n");
+  }
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_ANY);
+  address.sin_port = htons(port);
+  if (bind(descriptor, reinterpret_cast<const sockaddr *>(&address), sizeof address) < 0) {
+    return fail("\nbind failed\n");
+  }
+  if (listen(descriptor, backlog) < 0) {
+    return fail("\nlisten failed\n");
+  }
+  return true;
+}
+
+void push_block() {
+  snmp_log(LOG_DEBUG, send_to_cmc() >= 1 ? "\nSend successful\n" : "\nSend failed\n");
+}
+
+bool accept_connection() {
+  int descriptor = accept4(listener(), nullptr, nullptr, SOCK_CLOEXEC);
+  if (descriptor < 0) {
+    return fail("\nAccept failed\n");
+  }
+  setsockopt(descriptor, SOL_SOCKET, SO_RCVBUF, &socket_buffer_size, sizeof socket_buffer_size);
+  setsockopt(descriptor, SOL_SOCKET, SO_SNDBUF, &socket_buffer_size, sizeof socket_buffer_size);
+  setup_tcp_keepalive(&descriptor, 5, 30, 30, 1);
+  if (descriptor >= FD_SETSIZE) {  // cannot be waited for with select
+    snmp_log(LOG_ERR, "\nAccept failed\n");
+    close(descriptor);
+    descriptor = -1;
+  }
+  set_connection(descriptor);
+  push_block();
+  return true;
+}
+
+void serve_connection() {
+  std::array<char, receive_size> ignored;
+  if (recv(connection(), ignored.data(), ignored.size(), 0) <= 0) {
+    close_connection();
+  } else {
+    push_block();
+  }
+}
+
+// One turn: waits for what can happen next. With a connection, that is its next message: the listening socket is left
+// alone meanwhile, so a second peer waits in the backlog and does not wake the thread again and again. False when the
+// link is over.
+bool serve_one_event() {
+  const int awaited = connection() == -1 ? listener() : connection();
+  fd_set readable;
+  FD_ZERO(&readable);
+  FD_SET(awaited, &readable);
+  if (select(awaited + 1, &readable, nullptr, nullptr, nullptr) < 0) {
+    if (errno == EINTR) {
+      return true;
+    }
+    fail("\nselect failed\n");
+    if (connection() != -1) {
+      close_connection();
+    }
+    return false;
+  }
+  if (awaited == listener()) {
+    return accept_connection();
+  }
+  serve_connection();
+  return true;
+}
+
+// A peer that goes away while it is sent to must not end the daemon.
+void block_sigpipe() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGPIPE);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+}
+
+struct KeepaliveOption {
+  int level;
+  int name;
+  int value;
+  const char *failure;  // its %s is the error's text
+};
+
+constexpr ThreadDescription description = {
+    .start_routine = cmc_thread,
+    .source = "cmc_thread.c",
+    .creating = "%s: Creating CMC thread\n",
+    .create_failed = "Unable to create CMC thread\n",
+    .stopping = "Stopping CMCThread\n",
+    .join_failed = "Unable to join CMC thread\n",
+    .exited = "CMCThread exited\n",
+};
+
+constinit BackgroundThread thread(description);
+
+}  // namespace
+}  // namespace tavo
+
+int create_cmc_thread(void) {
+  return tavo::thread.create(__func__, __LINE__);
+}
+
+void stop_cmc_thread(void) {
+  tavo::thread.stop();
+}
+
+int join_cmc_thread(void) {
+  tavo::thread.join();
+  return 0;
+}
+
+void *cmc_thread(void *) {
+  tavo::run_thread(__func__, [] {
+    tavo::block_sigpipe();
+    snmp_log(LOG_DEBUG, "CMCThread initiated\n");
+    if (!tavo::open_listener()) {
+      return;
+    }
+    while (tavo::serve_one_event()) {
+    }
+  });
+}
+
+int send_to_cmc(void) {
+  const tavo::BlockGuard guard;
+  const int descriptor = tavo::connection();
+  if (descriptor <= 0) {
+    return 1;
+  }
+  for (int32_t sent = 0; sent < transfer_data_len;) {
+    const ssize_t taken =
+        send(descriptor, cmc_data_buffer + sent, static_cast<std::size_t>(transfer_data_len - sent), 0);
+    if (taken < 0) {
+      snmp_log(LOG_ERR, "Send failed...\n");
+      return 0;
+    }
+    sent += static_cast<int32_t>(taken);
+  }
+  return 1;
+}
+
+int setup_tcp_keepalive(int *fd, int count, int idle, int interval, int enable) {
+  const std::array<tavo::KeepaliveOption, 4> options = {{
+      {IPPROTO_TCP, TCP_KEEPCNT, count, "setsockopt failed with error to enable keep alive count: %s\n"},
+      {IPPROTO_TCP, TCP_KEEPIDLE, idle, "setsockopt failed with error to enable keep alive idle time: %s\n"},
+      {IPPROTO_TCP, TCP_KEEPINTVL, interval, "setsockopt failed with error to enable keep alive interval time: %s\n"},
+      {SOL_SOCKET, SO_KEEPALIVE, enable, "setsockopt failed with error to enable keep alive timer: %s\n"},
+  }};
+  for (const tavo::KeepaliveOption &option : options) {
+    if (setsockopt(*fd, option.level, option.name, &option.value, sizeof option.value) != 0) {
+      snmp_log(LOG_ERR, option.failure, std::strerror(errno));
+      close(*fd);
+      *fd = -1;
+      return -1;
+    }
+  }
+  return 0;
+}
