@@ -1,6 +1,10 @@
 """The module also loads into Debian's own snmpd."""
 
-from agents import SNMPD, TEST_BASE, TEST_MODULES, Program, free_port, snmpget
+import re
+
+import pytest
+
+from agents import BUILD, ROOT, SNMPD, TEST_BASE, TEST_MODULES, Program, free_port, snmp, snmpget, wait_until
 
 
 def test_a_stock_snmpd_loads_a_module_and_finds_the_platform_in_a_preloaded_library(start, directory):
@@ -18,3 +22,21 @@ def test_a_stock_snmpd_serves_what_a_module_registers(start, directory):
     snmpd = start(Program, "snmpd", [SNMPD, "-f", "-C", "-c", configuration, "-Lo", f"udp:{address}"])
     snmpd.wait_for_log("NET-SNMP version")
     assert snmpget(address, f"{TEST_BASE}.1.0") == [f".{TEST_BASE}.1.0 = INTEGER: 0"]
+
+
+def test_a_stock_snmpd_serves_the_processors_of_the_simulated_server(start, directory):
+    address = f"127.0.0.1:{free_port()}"
+    configuration = directory / "snmpd.conf"
+    module = BUILD / "libsnmpextmibmodule.so"
+    if re.search(rb"__[at]san_init", module.read_bytes()):
+        pytest.skip("Debian's snmpd cannot load a module that was built with a sanitizer")
+    configuration.write_text(f"rocommunity public\ndlmod subagent_modules {module}\n")
+    start(Program, "snmpd", [ROOT / "simulator/boot", "--build", BUILD, "--bind", directory, "--", "env",
+                             f"LD_PRELOAD={BUILD / 'libbmcsim.so'}", SNMPD, "-f", "-C", "-c", configuration, "-I", "-smux",
+                             "-Lo", f"udp:{address}"])
+    processors = "1.3.6.1.4.1.61453.4.207.1.41.9"
+    dn_of_the_first = f"{processors}.1.2.1"
+    answer = wait_until(lambda: snmpget(address, dn_of_the_first, timeout=0.5, check=False), 60, "snmpd's answer")
+    assert answer == [f'.{dn_of_the_first} = STRING: "sys/rack-unit-1/board/cpu-1"']
+    rows = snmp("snmpbulkwalk", address, processors)
+    assert rows and len(rows) % 2 == 0  # two processors
