@@ -37,29 +37,14 @@ std::vector<std::vector<std::string>> split_occurrences(const std::vector<std::s
   return occurrences;
 }
 
-}  // namespace
+// Options whose words need a second look.
+struct Words {
+  std::vector<std::string> log;
+  std::vector<std::string> debug;
+  CLI::Option *debug_option = nullptr;
+};
 
-bool Options::logs_to_output() const {
-  return std::any_of(log.begin(), log.end(), [](const auto &words) {
-    return std::string_view("oOeE").find(words[0][0]) != std::string_view::npos;
-  });
-}
-
-CommandLine parse_command_line(int argc, const char *const *argv) {
-  CommandLine result;
-  Options &options = result.options;
-  std::vector<std::string> log_words;
-  std::vector<std::string> debug_words;
-
-  CLI::App app(
-      "The SNMP subagent of the management controller: loads the extension MIB module and serves it, as an AgentX\n"
-      "subagent of the system's SNMP agent or, with --listen, as an agent of its own.",
-      "snmp-subagentd");
-  app.footer(closing_lines);
-  app.set_help_flag("-h,--help", "Print this and leave");
-  app.set_version_flag("-v,--version",
-                       "snmp-subagentd " SUBAGENTD_VERSION " (net-snmp " + std::string(netsnmp_get_version()) + ")",
-                       "Print the version and leave");
+void add_options(CLI::App &app, Options &options, Words &words) {
   app.add_flag("-f", options.foreground, "Stay in the foreground");
   CLI::Option *agentx =
       app.add_option("-x", options.agentx_address, "Address of the AgentX master")->type_name("ADDRESS");
@@ -69,12 +54,12 @@ CommandLine parse_command_line(int argc, const char *const *argv) {
       ->expected(1)
       ->take_all()
       ->delimiter(',');
-  app.add_option("-L", log_words, "Where to log, see below")
+  app.add_option("-L", words.log, "Where to log, see below")
       ->type_name("OPTION")
       ->expected(1, 3)
       ->take_all()
       ->inject_separator();
-  CLI::Option *debug = app.add_option("-D", debug_words, "Trace these tokens (all of them when none is named)")
+  words.debug_option = app.add_option("-D", words.debug, "Trace these tokens (all of them when none is named)")
                            ->type_name("TOKEN,...")
                            ->expected(0, 1)
                            ->take_all();
@@ -93,6 +78,31 @@ CommandLine parse_command_line(int argc, const char *const *argv) {
       ->capture_default_str()
       ->type_name("COUNT")
       ->check(CLI::Range(std::size_t{1}, std::size_t{1'000'000}));
+}
+
+}  // namespace
+
+bool Options::logs_to_output() const {
+  return std::any_of(log.begin(), log.end(), [](const auto &words) {
+    return std::string_view("oOeE").find(words[0][0]) != std::string_view::npos;
+  });
+}
+
+CommandLine parse_command_line(int argc, const char *const *argv) {
+  CommandLine result;
+  Options &options = result.options;
+  Words words;
+
+  CLI::App app(
+      "The SNMP subagent of the management controller: loads the extension MIB module and serves it, as an AgentX\n"
+      "subagent of the system's SNMP agent or, with --listen, as an agent of its own.",
+      "snmp-subagentd");
+  app.footer(closing_lines);
+  app.set_help_flag("-h,--help", "Print this and leave");
+  app.set_version_flag("-v,--version",
+                       "snmp-subagentd " SUBAGENTD_VERSION " (net-snmp " + std::string(netsnmp_get_version()) + ")",
+                       "Print the version and leave");
+  add_options(app, options, words);
 
   try {
     app.parse(argc, argv);
@@ -106,9 +116,9 @@ CommandLine parse_command_line(int argc, const char *const *argv) {
     result.leave = ExitStatus::usage;
     result.text = std::string("snmp-subagentd: ") + error.what() + "\nTry 'snmp-subagentd -h'.\n";
   }
-  options.log = split_occurrences(log_words);
-  if (debug->count() > 0) {
-    options.debug_tokens = CLI::detail::join(debug_words, ",");
+  options.log = split_occurrences(words.log);
+  if (words.debug_option->count() > 0) {
+    options.debug_tokens = CLI::detail::join(words.debug, ",");
   }
   return result;
 }
