@@ -37,7 +37,7 @@ constexpr auto columns = checked(std::to_array<Column>({
     {.number = 11, .codec = Codec::text, .field = field<decltype(Row::product_id)>(offsetof(Row, product_id))},
     {.number = 12, .codec = Codec::integer, .field = field<decltype(Row::oper_state)>(offsetof(Row, oper_state))},
     {.number = 13, .codec = Codec::integer, .field = field<decltype(Row::operability)>(offsetof(Row, operability))},
-    {.number = 14, .codec = Codec::text, .field = field<decltype(Row::i2c_bus)>(offsetof(Row, i2c_bus))},
+    {.number = 14, .codec = Codec::text, .field = field<decltype(Row::bus)>(offsetof(Row, bus))},
     {.number = 15, .codec = Codec::text, .field = field<decltype(Row::slot_text)>(offsetof(Row, slot_text))},
     {.number = 16, .codec = Codec::integer, .field = field<decltype(Row::state_16)>(offsetof(Row, state_16))},
     {.number = 17, .codec = Codec::integer, .field = field<decltype(Row::state_17)>(offsetof(Row, state_17))},
@@ -127,7 +127,7 @@ bool fill(Row &row, BuildDump &dump, int n) {
     copy_text(row.product_id, value);
   }
   if (dump.value("i2cLogicalBus", n, value)) {
-    copy_text(row.i2c_bus, value);
+    copy_text(row.bus, value);
   }
   if (dump.value("serial-number", n, value)) {
     copy_text(row.serial, value);
