@@ -26,7 +26,7 @@ struct AdaptorUnitRow {
   char product_id[64];
   std::int32_t oper_state;   // 1, or 8 when too hot
   std::int32_t operability;  // 1, or 8 when too hot
-  char bus[64];  // the logical I2C bus
+  char bus[64];              // the logical I2C bus
   char slot_text[64];
   std::int32_t state_16;  // 100
   std::int32_t state_17;  // 1
