@@ -97,8 +97,7 @@ class Table {
 
   // Touched by the agent's thread only.
   netsnmp_handler_registration *registration_ = nullptr;
-  RequestScope *scope_ = nullptr;  // the request being answered
-  RowPointers chosen_;             // the rows that can answer it, ended by a null pointer
+  RequestScope *scope_ = nullptr;  // the requests being answered
   bool walking_ = false;           // a walk outside a scope holds the lock
 };
 

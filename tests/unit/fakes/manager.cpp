@@ -39,11 +39,6 @@ netsnmp_session *open_agent() {
   return manager;
 }
 
-netsnmp_session *manager_session() {
-  static netsnmp_session *session = open_agent();
-  return session;
-}
-
 struct FreePdu {
   void operator()(netsnmp_pdu *pdu) const { snmp_free_pdu(pdu); }
 };
@@ -65,7 +60,7 @@ Pdu request(int type, const std::vector<Oid> &names) {
 }
 
 Response answer_to(Pdu pdu) {
-  netsnmp_session *session = manager_session();
+  netsnmp_session *session = session_to_agent();
   netsnmp_pdu *received = nullptr;
   const int status = snmp_synch_response(session, pdu.release(), &received);
   const Pdu response(received);
@@ -110,6 +105,11 @@ std::vector<Answer> walked(std::span<const oid> root, Ask ask) {
 }
 
 }  // namespace
+
+netsnmp_session *session_to_agent() {
+  static netsnmp_session *session = open_agent();
+  return session;
+}
 
 std::ostream &operator<<(std::ostream &out, const Answer &answer) {
   return out << dotted(answer.name) << " = " << answer.value;

@@ -33,6 +33,9 @@ Response get_next(const std::vector<Oid> &names);
 Response get_bulk(const std::vector<Oid> &names, int repetitions, int non_repeaters = 0);
 Response set(const std::vector<Oid> &names, std::int32_t value);
 
+// The session that the PDUs go through, for those who send their own.
+netsnmp_session *session_to_agent();
+
 // Everything under `root`, by one GETNEXT after the other or by GETBULKs. Throws std::runtime_error when a response has
 // an error or a name does not ascend.
 std::vector<Answer> walk(std::span<const oid> root);

@@ -1,0 +1,315 @@
+// What the framework's walk costs beside net-snmp's own sorted container (netsnmp_tdata), which serves the same rows by
+// the same codecs from the same process. Both tables are asked in turns, and each pair of turns gives a ratio: what
+// disturbs the machine disturbs both. Times are processor time of the one thread that asks and answers; requests reach
+// the agent over net-snmp's in-process transport, so neither encoding nor a socket dilutes the ratio.
+//
+// Prints a line for each way of reading and each number of rows: nanoseconds for a varbind, medians over all rounds.
+// Beside the large table a small one of 32 rows is read in the same turns, which gives the growth from 32 rows on.
+// Exit status 1 when the framework takes more than 1.1 times the container's time at 1,024 rows, or when a varbind at
+// 4,096 rows takes more than 1.3 times what it takes at 32.
+#include <net-snmp/net-snmp-config.h>
+
+#include <net-snmp/net-snmp-includes.h>
+
+#include <net-snmp/agent/net-snmp-agent-includes.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "core/table.h"
+#include "core/text.h"
+#include "tests/unit/fakes/manager.h"
+
+namespace {
+
+using tavo::Codec;
+using tavo::Column;
+
+constexpr std::array<oid, 12> framework_root = {1, 3, 6, 1, 4, 1, 61453, 4, 207, 99, 2, 1};
+constexpr std::array<oid, 12> container_root = {1, 3, 6, 1, 4, 1, 61453, 4, 207, 99, 2, 2};
+constexpr std::array<oid, 12> small_root = {1, 3, 6, 1, 4, 1, 61453, 4, 207, 99, 2, 3};
+constexpr std::uint32_t small_rows = 32;
+
+// A row of 21 columns, texts and numbers in turns, as large as the larger of the module's rows.
+struct Row {
+  std::uint32_t index;
+  struct {
+    char text[64];
+    std::int32_t number;
+    std::uint32_t size;
+  } groups[7];
+  Row *next;
+};
+
+constexpr std::size_t column_count = 21;
+
+consteval std::array<Column, column_count> described_columns() {
+  std::array<Column, column_count> columns = {};
+  for (std::size_t group = 0; group < 7; ++group) {
+    const std::size_t at = offsetof(Row, groups) + group * sizeof(Row::groups[0]);
+    const auto number = static_cast<std::uint8_t>(2 + 3 * group);
+    columns[3 * group] = {.number = number, .codec = Codec::text, .field = tavo::field<char[64]>(at)};
+    columns[3 * group + 1] = {.number = static_cast<std::uint8_t>(number + 1),
+                              .codec = Codec::integer,
+                              .field = tavo::field<std::int32_t>(at + 64)};
+    columns[3 * group + 2] = {.number = static_cast<std::uint8_t>(number + 2),
+                              .codec = Codec::gauge,
+                              .field = tavo::field<std::uint32_t>(at + 68)};
+  }
+  return tavo::checked(columns);
+}
+
+constexpr auto columns = described_columns();
+
+consteval tavo::TableDescription described(const char *name, std::span<const oid> root, int class_number) {
+  return {.name = name,
+          .root = root,
+          .lock = tavo::ListLock::ev(class_number),
+          .columns = columns,
+          .row = tavo::layout_of<Row>()};
+}
+
+constexpr tavo::TableDescription description = described("benchTable", framework_root, 41);
+constexpr tavo::TableDescription small_description = described("smallBenchTable", small_root, 2);
+
+Row *head = nullptr;
+Row *small_head = nullptr;
+constinit tavo::Table large_table(description, &head);
+constinit tavo::Table small_table(small_description, &small_head);
+
+Row row_with(std::uint32_t index) {
+  Row row = {};
+  row.index = index;
+  for (auto &group : row.groups) {
+    tavo::format_text(group.text, "sys/rack-unit-1/board/part-%u", index);
+    group.number = static_cast<std::int32_t>(index);
+    group.size = index;
+  }
+  return row;
+}
+
+template <tavo::Table &table>
+void serve_by_framework() {
+  table.register_with({
+      .handler = [](netsnmp_mib_handler *, netsnmp_handler_registration *, netsnmp_agent_request_info *agent_request,
+                    netsnmp_request_info *requests) { return table.answer(agent_request, requests); },
+      .first_row = [](void **loop, void **row, netsnmp_variable_list *index,
+                      netsnmp_iterator_info *) { return table.first_row(loop, row, index); },
+      .next_row = [](void **loop, void **row, netsnmp_variable_list *index,
+                     netsnmp_iterator_info *) { return table.next_row(loop, row, index); },
+  });
+}
+
+void add_row(tavo::Table &table, std::uint32_t index) {
+  const Row row = row_with(index);
+  const tavo::ListGuard guard(table.lock());
+  table.create(index, &row);
+}
+
+int answer_from_container(netsnmp_mib_handler *, netsnmp_handler_registration *,
+                          netsnmp_agent_request_info *agent_request, netsnmp_request_info *requests) {
+  for (netsnmp_request_info *request = requests; request != nullptr; request = request->next) {
+    const netsnmp_tdata_row *row = netsnmp_tdata_extract_row(request);
+    const netsnmp_table_request_info *cell = netsnmp_extract_table_info(request);
+    if (row == nullptr || cell == nullptr ||
+        !tavo::ColumnValue(columns[cell->colnum - 2], row->data).set(request->requestvb)) {
+      netsnmp_set_request_error(agent_request, request, SNMP_NOSUCHINSTANCE);
+    }
+  }
+  return SNMP_ERR_NOERROR;
+}
+
+netsnmp_tdata *serve_by_container() {
+  netsnmp_tdata *container = netsnmp_tdata_create_table("benchContainer", 0);
+  auto *table_info = SNMP_MALLOC_TYPEDEF(netsnmp_table_registration_info);
+  netsnmp_table_helper_add_indexes(table_info, ASN_UNSIGNED, 0);
+  table_info->min_column = 2;
+  table_info->max_column = 1 + column_count;
+  netsnmp_tdata_register(
+      netsnmp_create_handler_registration("benchContainer", answer_from_container, container_root.data(),
+                                          container_root.size(), HANDLER_CAN_RONLY),
+      container, table_info);
+  return container;
+}
+
+void add_row(netsnmp_tdata *container, std::uint32_t index) {
+  auto *row = static_cast<Row *>(std::malloc(sizeof(Row)));
+  *row = row_with(index);
+  netsnmp_tdata_row *entry = netsnmp_tdata_create_row();
+  entry->data = row;
+  netsnmp_tdata_row_add_index(entry, ASN_UNSIGNED, &index, sizeof index);
+  netsnmp_tdata_add_row(container, entry);
+}
+
+// Sends a PDU and hands each varbind of the response to `take`. Throws when there is no good response.
+template <class Take>
+void ask(netsnmp_pdu *pdu, Take take) {
+  pdu->version = SNMP_VERSION_2c;
+  pdu->flags |= UCD_MSG_FLAG_ALWAYS_IN_VIEW;
+  netsnmp_pdu *response = nullptr;
+  if (snmp_synch_response(fakes::session_to_agent(), pdu, &response) != STAT_SUCCESS ||
+      response->errstat != SNMP_ERR_NOERROR) {
+    throw std::runtime_error("no good response");
+  }
+  for (const netsnmp_variable_list *varbind = response->variables; varbind != nullptr;
+       varbind = varbind->next_variable) {
+    take(*varbind);
+  }
+  snmp_free_pdu(response);
+}
+
+// Each way of reading reads the whole table and returns how many cells it has got.
+using Reading = std::size_t (*)(std::span<const oid> root, std::uint32_t rows);
+
+std::size_t walk(std::span<const oid> root, int type, long repetitions) {
+  std::array<oid, MAX_OID_LEN> last = {};
+  std::ranges::copy(root, last.begin());
+  std::size_t length = root.size();
+  std::size_t cells = 0;
+  bool inside = true;
+  while (inside) {
+    netsnmp_pdu *pdu = snmp_pdu_create(type);
+    if (type == SNMP_MSG_GETBULK) {
+      pdu->non_repeaters = 0;
+      pdu->max_repetitions = repetitions;
+    }
+    snmp_add_null_var(pdu, last.data(), length);
+    ask(pdu, [&](const netsnmp_variable_list &varbind) {
+      inside =
+          inside && varbind.type != SNMP_ENDOFMIBVIEW &&
+          snmp_oidtree_compare(varbind.name, std::min(varbind.name_length, root.size()), root.data(), root.size()) == 0;
+      if (inside) {
+        ++cells;
+        length = varbind.name_length;
+        std::copy_n(varbind.name, length, last.begin());
+      }
+    });
+  }
+  return cells;
+}
+
+std::size_t bulk_walk(std::span<const oid> root, std::uint32_t) {
+  return walk(root, SNMP_MSG_GETBULK, 10);  // as many as snmpbulkwalk asks for
+}
+
+std::size_t get_next_walk(std::span<const oid> root, std::uint32_t) {
+  return walk(root, SNMP_MSG_GETNEXT, 0);
+}
+
+std::size_t gets_of_twenty(std::span<const oid> root, std::uint32_t rows) {
+  std::size_t cells = 0;
+  const std::size_t all = rows * column_count;
+  for (std::size_t cell = 0; cell < all;) {
+    netsnmp_pdu *pdu = snmp_pdu_create(SNMP_MSG_GET);
+    for (int varbind = 0; varbind < 20 && cell < all; ++varbind, ++cell) {
+      const fakes::Oid name = fakes::cell(root, 2 + cell / rows, 1 + cell % rows);
+      snmp_add_null_var(pdu, name.data(), name.size());
+    }
+    ask(pdu, [&](const netsnmp_variable_list &varbind) { cells += varbind.type < SNMP_NOSUCHOBJECT ? 1 : 0; });
+  }
+  return cells;
+}
+
+// Nanoseconds of processor time for a varbind.
+double time_of(Reading reading, std::span<const oid> root, std::uint32_t rows) {
+  timespec begin;
+  timespec end;
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &begin);
+  const std::size_t cells = reading(root, rows);
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &end);
+  if (cells != rows * column_count) {
+    throw std::runtime_error(std::to_string(cells) + " cells of " + std::to_string(rows * column_count));
+  }
+  const auto nanoseconds =
+      static_cast<double>(end.tv_sec - begin.tv_sec) * 1e9 + static_cast<double>(end.tv_nsec - begin.tv_nsec);
+  return nanoseconds / static_cast<double>(cells);
+}
+
+double median(std::vector<double> values) {
+  std::ranges::sort(values);
+  return values[values.size() / 2];
+}
+
+struct Result {
+  double framework;  // ns
+  double container;  // ns
+  double ratio;
+  double growth;
+};
+
+Result compare(Reading reading, std::uint32_t rows, int rounds) {
+  std::vector<double> framework;
+  std::vector<double> container;
+  std::vector<double> ratios;
+  std::vector<double> growths;
+  for (int round = -1; round < rounds; ++round) {
+    const double small = time_of(reading, small_root, small_rows);
+    const double ours = time_of(reading, framework_root, rows);
+    const double theirs = time_of(reading, container_root, rows);
+    if (round >= 0) {  // the first warms up
+      framework.push_back(ours);
+      container.push_back(theirs);
+      ratios.push_back(ours / theirs);
+      growths.push_back(ours / small);
+    }
+  }
+  return {.framework = median(framework),
+          .container = median(container),
+          .ratio = median(ratios),
+          .growth = median(growths)};
+}
+
+int run(int rounds) {
+  struct NamedReading {
+    const char *name;
+    Reading reading;
+  };
+  constexpr auto readings = std::to_array<NamedReading>({{.name = "GETBULK of 10, whole table", .reading = bulk_walk},
+                                                         {.name = "GETNEXT, whole table", .reading = get_next_walk},
+                                                         {.name = "GET of 20 varbinds", .reading = gets_of_twenty}});
+  fakes::session_to_agent();
+  serve_by_framework<large_table>();
+  serve_by_framework<small_table>();
+  netsnmp_tdata *container = serve_by_container();
+  for (std::uint32_t index = 1; index <= small_rows; ++index) {
+    add_row(small_table, index);
+  }
+  std::uint32_t rows_now = 0;
+  bool met = true;
+
+  std::printf("%-28s %6s %14s %14s %7s %13s\n", "", "rows", "framework/ns", "container/ns", "ratio", "to 32 rows");
+  for (const std::uint32_t rows : {32U, 256U, 1024U, 4096U}) {
+    while (rows_now < rows) {
+      add_row(large_table, ++rows_now);
+      add_row(container, rows_now);
+    }
+    for (const NamedReading &reading : readings) {
+      const Result result = compare(reading.reading, rows, rounds);
+      std::printf("%-28s %6u %14.0f %14.0f %7.2f %13.2f\n", reading.name, rows, result.framework, result.container,
+                  result.ratio, result.growth);
+      std::fflush(stdout);
+      met = met && (rows != 1024 || result.ratio <= 1.1) && (rows != 4096 || result.growth <= 1.3);
+    }
+  }
+  std::puts(met ? "within the limits" : "beyond the limits");
+  return met ? EXIT_SUCCESS : EXIT_FAILURE;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  try {
+    return run(argc > 1 ? std::stoi(argv[1]) : 7);
+  } catch (const std::exception &failure) {
+    std::fprintf(stderr, "table_walk_bench: %s\n", failure.what());
+    return EXIT_FAILURE;
+  }
+}
