@@ -41,7 +41,7 @@ struct TableHandlers {
 // A request passes through three handlers: request scope, net-snmp's iterator, the table's handler. The iterator may
 // leave a walk early, and the table's handler reads rows after the walk, so inside a request scope the list lock that
 // the walk took is kept until the request leaves the table, however it leaves. There, too, the walk offers only the
-// rows that can answer the request instead of the whole list. Called without a scope around them, first_row and
+// row that can answer the request instead of the whole list. Called without a scope around them, first_row and
 // next_row walk the whole list, holding the lock from the first row to the end of the list.
 //
 // Requests come from the agent's thread alone.
