@@ -53,8 +53,8 @@ SampleRow *add_row(const SampleTable &sample, std::uint32_t index, std::int32_t 
 
 void remove_rows(const SampleTable &sample);
 
-// Whether somebody holds the table's lock, found out by a thread that does not. An ev lock that is found busy counts one
-// holder more from then on: get_ev_try_lock is made that way.
+// Whether somebody holds the table's lock, found out by a thread that does not. An ev lock that is found busy counts
+// one holder more from then on: get_ev_try_lock is made that way.
 bool is_locked(const SampleTable &sample);
 
 // Runs `call` on a thread of its own.
