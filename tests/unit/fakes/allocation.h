@@ -1,4 +1,5 @@
-// Makes the module's own malloc, calloc and reallocarray calls fail. Allocations inside the C, C++ and net-snmp libraries go on.
+// Makes the module's own malloc, calloc and reallocarray calls fail. Allocations inside the C, C++ and net-snmp
+// libraries go on.
 #pragma once
 
 #include <limits>
