@@ -19,10 +19,21 @@ JOBS = 2
 SKIPPED = 77
 
 
+def without_precompiled_header(command):
+    """g++'s precompiled headers are of no use to clang; the sources include what they need in any case."""
+    while "-include" in command:
+        at = command.index("-include")
+        command = command[:at] + command[at + 2 :]
+    return [argument for argument in command if argument != "-Winvalid-pch"]
+
+
 def commands(build):
-    """The compile command of each source, by its absolute path."""
+    """The compile command and directory of each source, by its absolute path; leaves a copy for clang-tidy."""
     entries = json.loads((build / "compile_commands.json").read_text())
-    return {entry["file"]: (shlex.split(entry["command"]), entry["directory"]) for entry in entries}
+    for entry in entries:
+        entry["arguments"] = without_precompiled_header(shlex.split(entry.pop("command")))
+    (build / "tidy" / "compile_commands.json").write_text(json.dumps(entries))
+    return {entry["file"]: (entry["arguments"], entry["directory"]) for entry in entries}
 
 
 def tracked(source):
@@ -33,30 +44,30 @@ def tracked(source):
 
 
 def digest(command, directory, settings):
-    preprocess = command[: command.index("-o")] + ["-E", "-CC", command[-1]]
+    preprocess = command[: command.index("-o")] + ["-E", "-C", command[-1]]
     text = subprocess.run(preprocess, cwd=directory, check=True, capture_output=True)
     return hashlib.sha256(settings + "\0".join(command).encode() + text.stdout).hexdigest()
 
 
-def check(path, command, directory, settings, build):
-    """What clang-tidy says; empty when the source is clean."""
+def is_clean(path, command, directory, settings, build):
     clean = build / "tidy" / digest(command, directory, settings)
     if clean.exists():
-        return ""
-    run = subprocess.run(["clang-tidy", "--quiet", "-p", build, path], capture_output=True, text=True)
+        return True
+    run = subprocess.run(["clang-tidy", "--quiet", "-p", build / "tidy", path], capture_output=True, text=True)
     if run.returncode == 0:
         clean.touch()
-        return ""
-    return run.stdout + run.stderr
+        return True
+    print(run.stdout + run.stderr, flush=True)
+    return False
 
 
 def main(source, build):
     if shutil.which("clang-tidy") is None:
         print("skipped: clang-tidy is not installed")
         return SKIPPED
+    (build / "tidy").mkdir(exist_ok=True)
     version = subprocess.run(["clang-tidy", "--version"], check=True, capture_output=True)
     settings = version.stdout + (source / ".clang-tidy").read_bytes()
-    (build / "tidy").mkdir(exist_ok=True)
 
     known = commands(build)
     paths = [str(source / name) for name in tracked(source)]
@@ -68,10 +79,9 @@ def main(source, build):
         print("no source to check")
         return 1
     with concurrent.futures.ThreadPoolExecutor(JOBS) as pool:
-        results = list(pool.map(lambda path: check(path, *known[path], settings, build), paths))
-    dirty = [result for result in results if result]
-    print("".join(dirty), f"{len(paths)} sources checked, {len(dirty)} not clean", sep="\n")
-    return 1 if dirty else 0
+        clean = list(pool.map(lambda path: is_clean(path, *known[path], settings, build), paths))
+    print(f"{len(paths)} sources checked, {clean.count(False)} not clean")
+    return 0 if all(clean) else 1
 
 
 if __name__ == "__main__":
