@@ -6,6 +6,8 @@
 // Creating a row and removing all of them happens under the list lock, which C callers hold where no analysis sees it.
 //
 // `T`: the table's MIB name, `Row`: its row record, `table`: its tavo::Table.
+//
+// NOLINTBEGIN(bugprone-macro-parentheses): a type takes none.
 #define TAVO_TABLE_ENTRY_POINTS(T, Row, table)                \
   TAVO_AGENT_ENTRY_POINTS(T, table)                           \
   TAVO_LOCKING(no_thread_safety_analysis)                     \
@@ -21,6 +23,7 @@
   void T##_removeAllEntries(void) {                           \
     (table).remove_all();                                     \
   }
+// NOLINTEND(bugprone-macro-parentheses)
 
 // What the agent and the start-up call: for a table that makes and removes its rows in a way of its own.
 #define TAVO_AGENT_ENTRY_POINTS(T, table) \
