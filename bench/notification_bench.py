@@ -1,0 +1,129 @@
+#!/usr/bin/python3
+"""notification_bench.py [RECORDS]: how fast a fault becomes a notification, on the simulated server with the real daemon.
+
+Rate: a storm of records (default 100,000) over 1,000 indexes, from the first record to the last datagram, with nobody else
+asking and with eight managers walking the fault table. Time: 2,000 single changes, each from the moment at which the fault
+engine is told of it to the arrival of its datagram at the manager.
+"""
+
+import os
+import pathlib
+import shutil
+import socket
+import statistics
+import struct
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+
+ROOT = pathlib.Path(__file__).resolve().parents[1]
+sys.path.insert(0, str(ROOT / "tests/system"))
+
+from agents import environment, wait_until  # noqa: E402
+from datagrams import Collector  # noqa: E402
+from server import ServedDaemon, Server  # noqa: E402
+
+FAULT_TABLE = "1.3.6.1.4.1.61453.4.207.1.1.1"
+CHANGES = 2000
+
+
+def cbor(value):
+    """The few kinds of CBOR that a request to the simulator is made of."""
+    def head(major, count):
+        return bytes([major << 5 | count]) if count < 24 else bytes([major << 5 | 24, count])
+
+    if isinstance(value, str):
+        return head(3, len(value)) + value.encode()
+    if isinstance(value, list):
+        return head(4, len(value)) + b"".join(map(cbor, value))
+    return head(5, len(value)) + b"".join(cbor(key) + cbor(entry) for key, entry in value.items())
+
+
+class Engine:
+    """A connection to the simulator that stays open: no process is started for a change."""
+
+    def __init__(self, path):
+        self._socket = socket.socket(socket.AF_UNIX)
+        self._socket.connect(path)
+
+    def tell(self, *words):
+        frame = cbor({"call": "control", "words": list(words)})
+        self._socket.sendall(struct.pack("<I", len(frame)) + frame)
+
+    def wait_for_reply(self):
+        length, = struct.unpack("<I", self._socket.recv(4, socket.MSG_WAITALL))
+        self._socket.recv(length, socket.MSG_WAITALL)
+
+
+def measure_times(engine, manager):
+    times = []
+    for number in range(CHANGES):
+        words = ("fault", "clear", "7") if number % 2 else ("fault", "raise", "7", "class=processor")
+        begin = time.monotonic()
+        engine.tell(*words)
+        manager.recv(65536)
+        times.append(1e6 * (time.monotonic() - begin))
+        engine.wait_for_reply()
+    times.sort()
+    print(f"one change: median {statistics.median(times):.0f} us, 99 of 100 within {times[CHANGES * 99 // 100]:.0f} us, "
+          f"longest {times[-1]:.0f} us")
+
+
+def measure_rate(server, daemon, collector, records, managers, directory):
+    stopping = threading.Event()
+    walks = []
+    command = ["snmpbulkwalk", "-v2c", "-c", "public", "-t", "30", "-Cr50", daemon.address, FAULT_TABLE]
+
+    def walk():
+        while not stopping.is_set():
+            subprocess.run(command, stdout=subprocess.DEVNULL, env=environment(directory), check=True)
+            walks.append(1)
+
+    threads = [threading.Thread(target=walk) for _ in range(managers)]
+    for thread in threads:
+        thread.start()
+    before = len(collector.datagrams)
+    begin = time.monotonic()
+    server.ctl("fault", "storm", str(records), "1000")
+    wait_until(lambda: len(collector.datagrams) >= before + records, 600, "every notification")
+    seconds = collector.times[before + records - 1] - begin
+    stopping.set()
+    for thread in threads:
+        thread.join()
+    print(f"storm, {managers} managers walking: {records} records notified in {seconds:.2f} s, {records / seconds:.0f} a second"
+          + (f"; {len(walks)} walks" if managers else ""))
+
+
+def main():
+    records = int(sys.argv[1]) if len(sys.argv) > 1 else 100_000
+    directory = pathlib.Path(tempfile.mkdtemp(prefix="tavo-"))
+    os.environ["BMCSIM_SOCKET"] = str(directory / "bmcsim")
+    manager = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+    manager.bind(("127.0.0.1", 0))
+    running = []
+    try:
+        server = Server(directory)
+        running.append(server)
+        daemon = ServedDaemon(directory, server, configuration=f"trap2sink 127.0.0.1:{manager.getsockname()[1]} public\n")
+        running.append(daemon)
+        daemon.wait_for_log("Total Fault entries:4")
+        measure_times(Engine(os.environ["BMCSIM_SOCKET"]), manager)
+        running.pop().stop()
+
+        collector = Collector()
+        running.append(collector)
+        daemon = ServedDaemon(directory, server, configuration=f"trap2sink {collector.destination} public\n")
+        running.append(daemon)
+        daemon.wait_for_log("Total Fault entries:4")
+        for managers in (0, 8):
+            measure_rate(server, daemon, collector, records, managers, directory)
+    finally:
+        for program in reversed(running):
+            program.stop()
+        shutil.rmtree(directory, ignore_errors=True)
+
+
+if __name__ == "__main__":
+    main()
