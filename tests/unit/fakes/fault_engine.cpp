@@ -212,7 +212,9 @@ int listen_to_fe_broadcaster(int *connection, void *record) {
   } else {
     // What it holds then does not count.
     std::memset(record, 0xA5, FAULT_RECORD_SIZE);
-    errno = heard.error;
+    if (heard.error != 0) {
+      errno = heard.error;
+    }
   }
   return heard.result;
 }

@@ -50,7 +50,7 @@ bool connection_is_open(int number);
 
 // What listen_to_fe_broadcaster tells next, in turn. Without anything to tell it waits.
 void broadcast(const FaultRecord &record);
-// A result of 0 or below, with errno.
+// A result of 0 or below, with errno; 0 leaves errno as it is, as a read does that finds the end.
 void broadcast_result(int result, int error);
 
 // Listen calls that were handed a record that was not all zero, or a connection that was not the last one given.

@@ -41,14 +41,16 @@ class HostileRecordTest : public FaultTableTest {
     ASSERT_EQ(populate_fault_table_from_fe(copy.get()), 0);
   }
 
-  // Raises, updates and clears the fault that the record tells, and asks for all of it while it is there.
-  static void expect_a_whole_life(FaultRecord record) {
+  // Raises, updates and clears the fault that the record tells and, if wanted, asks for all of it while it is there.
+  static void expect_a_whole_life(FaultRecord record, bool ask = true) {
     fakes::reset_net_snmp();
     const std::uint32_t severity = word(record, FAULT_SEVERITY);
     record.number(FAULT_SEVERITY, severity == 0 ? 1 : severity);
     apply_from_the_heap(record);
     apply_from_the_heap(record);
-    expect_served(word(record, FAULT_INDEX));
+    if (ask) {
+      expect_served(word(record, FAULT_INDEX));
+    }
     record.number(FAULT_SEVERITY, 0);
     apply_from_the_heap(record);
     ASSERT_THAT(fakes::notifications(), SizeIs(3));
@@ -77,7 +79,7 @@ TEST_F(HostileRecordTest, EveryBitFlipped) {
   for (std::size_t bit = 0; bit < 8 * FAULT_RECORD_SIZE; ++bit) {
     FaultRecord record = fault(29, 7, 3);
     record.octets[bit / 8] ^= std::byte{1} << (bit % 8);
-    expect_a_whole_life(record);
+    expect_a_whole_life(record, bit % 8 == 7);  // a request takes far longer than all the rest
     ASSERT_FALSE(HasFailure()) << "bit " << bit;
   }
 }
@@ -96,7 +98,7 @@ TEST_F(HostileRecordTest, EndingAtEveryOctet) {
 TEST_F(HostileRecordTest, OctetsAtRandom) {
   std::minstd_rand random(207);  // NOLINT(bugprone-random-generator-seed): the same records each time
   std::uniform_int_distribution<int> octet(0, 255);
-  for (int round = 0; round < 2000; ++round) {
+  for (int round = 0; round < 1000; ++round) {
     FaultRecord record;
     for (std::byte &one : record.octets) {
       one = static_cast<std::byte>(octet(random));

@@ -1,9 +1,10 @@
 // How records raise, update and clear faults.
 #include <gmock/gmock.h>
 
-#include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <string_view>
 #include <thread>
@@ -172,25 +173,23 @@ TEST_F(FaultTableTest, WithoutADatabaseARecordIsDropped) {
   fault_database = database;
 }
 
-TEST_F(FaultTableTest, ManagersNeverSeeHalfAnUpdate) {
-  start_up();
-  constexpr int updates = 20'000;
-  apply(fault(3, 7, 1).number(FAULT_CAUSE, 1));
-  std::thread engine([] {
-    for (std::uint32_t i = 2; i <= updates; ++i) {
-      apply(fault(3, 7, i).number(FAULT_CAUSE, i));
-    }
-  });
-  // Severity and cause stand in one row and always change together.
-  long torn = 0;
-  std::int32_t last = 0;
-  while (last < updates) {
-    const auto cells = fakes::get({fakes::cell(fault_table, 17, 7), fakes::cell(fault_table, 7, 7)}).answers;
-    last = std::stoi(cells.at(0).value.content);
-    torn += cells[0].value == cells[1].value ? 0 : 1;
+TEST_F(FaultTableTest, AnUpdateWaitsForAManagerThatReadsTheRow) {
+  apply(fault(3, 7, 5));
+  const tavo::FaultRow before = only_row();
+  needToSendTrapFlag = 1;
+  ASSERT_EQ(acquire_sa_lock(1), 0);  // as a request does from its first row to its end
+  std::thread engine([] { apply(fault(3, 7, 4).text(FAULT_DESCRIPTION, "Changed\0"sv)); });
+  EXPECT_TRUE(fakes::wait_for_notifications(1));
+  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(100);
+  bool untouched = true;
+  while (untouched && std::chrono::steady_clock::now() < end) {
+    untouched = std::memcmp(tavoFaultTable_head, &before, sizeof before) == 0;
   }
+  EXPECT_TRUE(untouched);
+  release_sa_lock(1);
   engine.join();
-  EXPECT_EQ(torn, 0);
+  EXPECT_EQ(only_row().severity, 4);
+  EXPECT_STREQ(only_row().description, "Changed");
 }
 
 TEST_F(FaultTableTest, CreateListsARowWithItsPlainText) {
