@@ -11,6 +11,13 @@ MODULES = sorted(path for path in MIBS.iterdir() if path.is_file())
 BASE = "1.3.6.1.4.1.61453.4.207"
 
 
+@pytest.fixture(autouse=True)
+def persistent_directory(tmp_path, monkeypatch):
+    """net-snmp's tools say so when they make one of these, as on a machine where they run for the first time."""
+    (tmp_path / "cert_indexes").mkdir()
+    monkeypatch.setenv("SNMP_PERSISTENT_DIR", str(tmp_path))
+
+
 def translate(*arguments):
     command = ["snmptranslate", "-M", f"{MIBS}:{MIBS / 'base'}", "-m", "ALL", *arguments]
     return subprocess.run(command, capture_output=True, text=True, check=False)
