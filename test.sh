@@ -22,7 +22,10 @@ names=()
 while [[ $# -gt 0 ]]; do
   case $1 in
     --preset)
-      [[ ${2-} =~ ^(release|asan|tsan|clang)$ ]] || { echo "test.sh: --preset takes release, asan, tsan or clang" >&2; exit 2; }
+      if [[ ! ${2-} =~ ^(release|asan|tsan|clang)$ ]]; then
+        echo "test.sh: --preset takes release, asan, tsan or clang" >&2
+        exit 2
+      fi
       preset=$2
       shift ;;
     --help | -h) usage; exit 0 ;;

@@ -103,7 +103,8 @@ UNITS = sorted((MIBS.parent / "tables").glob("tavo*Table.cpp"))
 def test_mib_names_and_types_the_columns_as_the_table_does(unit):
     source = unit.read_text()
     root = re.search(r"> root = \{([\d, ]+)\}", source)[1].replace(", ", ".")
-    columns = re.findall(r"\.number = (\d+),\s*\.codec = Codec::(\w+),\s*\.field = field<decltype\(Row::(\w+)\)>", source)
+    columns = re.findall(
+        r"\.number = (\d+),\s*\.codec = Codec::(\w+),\s*\.field = field<decltype\(Row::(\w+)\)>", source)
     assert columns
     names = names_by_oid()
     assert names.get(root) == unit.stem, "the MIB does not have this table; scripts/draft-mib drafts it"

@@ -25,7 +25,8 @@ def run(*arguments, timeout=120, **settings):
 
 
 def boot(*arguments, **settings):
-    command = [*settings.pop("prefix", []), settings.pop("program", ROOT / "simulator/boot"), "--build", BUILD, *arguments]
+    command = [*settings.pop("prefix", []), settings.pop("program", ROOT / "simulator/boot"), "--build", BUILD,
+               *arguments]
     return subprocess.run(command, stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=60, check=False,
                           **settings)
 
@@ -141,7 +142,8 @@ def test_exec_exits_with_the_commands_status(port):
 
 
 def test_exec_runs_on_a_server_of_its_own_when_none_is_up(port):
-    result = run("--port", port, "--exec", f"bmcsim ctl ping && snmpwalk -v2c -c public 127.0.0.1:{port} {PROCESSOR_DN}")
+    result = run("--port", port, "--exec",
+                 f"bmcsim ctl ping && snmpwalk -v2c -c public 127.0.0.1:{port} {PROCESSOR_DN}")
     assert result.returncode == 0
     assert "tavoProcessorUnitDn.1 = STRING: sys/rack-unit-1/board/cpu-1" in result.stdout
     assert_nothing_left(port)
@@ -156,7 +158,8 @@ def test_exec_enters_the_server_that_is_up(serving, port):
 
 
 def test_exec_leaves_no_command_behind_when_it_is_killed(serving, port):
-    command = subprocess.Popen([ROOT / "run.sh", "--port", port, "--exec", "exec sleep 86399"], stdin=subprocess.DEVNULL)
+    command = subprocess.Popen([ROOT / "run.sh", "--port", port, "--exec", "exec sleep 86399"],
+                               stdin=subprocess.DEVNULL)
     wait_until(lambda: "sleep 86399 " in processes_with("sleep 86399"), what="the command runs")
     command.terminate()
     command.wait(10)
@@ -256,7 +259,8 @@ def test_interrupt_stops_everything(port):
 def test_interrupt_reaches_a_command_and_not_the_server(port):
     """The command decides what Ctrl-C means; the server is there as long as the command is."""
     terminal = Terminal("--port", port, "--exec",
-                        "trap 'bmcsim ctl ping && echo still there; exit 9' INT; echo ready; while :; do sleep 0.1; done")
+                        "trap 'bmcsim ctl ping && echo still there; exit 9' INT; echo ready;"
+                        "while :; do sleep 0.1; done")
     terminal.wait_for("ready")
     os.write(terminal.descriptor, b"\x03")
     assert terminal.wait() == 9
@@ -317,7 +321,8 @@ def test_checkout_below_tmp_stays_visible(directory):
 
 
 def test_front_ends_and_the_machines_own_programs_are_in_the_path(port):
-    script = "for name in datactl flatkv slotutil ipmitool; do test -x /usr/local/bin/$name || exit 1; done; ls /usr/local/bin"
+    script = ("for name in datactl flatkv slotutil ipmitool; do test -x /usr/local/bin/$name || exit 1; done;"
+              "ls /usr/local/bin")
     result = boot("--", "sh", "-c", script)
     assert result.returncode == 0
     assert set(os.listdir("/usr/local/bin")) <= set(result.stdout.split())

@@ -82,8 +82,11 @@ def test_machine_that_is_no_debian_is_told_what_is_needed(machine):
     assert "needs Debian 12" in result.stderr
 
 
-@pytest.mark.parametrize("arguments, complaint", [(["--preset", "fast"], "--preset takes"), (["--preset"], "--preset takes"),
-                                                  (["--all"], "unknown option '--all'")])
+@pytest.mark.parametrize("arguments, complaint", [
+    (["--preset", "fast"], "--preset takes"),
+    (["--preset"], "--preset takes"),
+    (["--all"], "unknown option '--all'"),
+])
 def test_wrong_words_to_test_sh_are_named(arguments, complaint):
     result = subprocess.run([ROOT / "test.sh", *arguments], capture_output=True, text=True, timeout=30, check=False)
     assert result.returncode == 2
