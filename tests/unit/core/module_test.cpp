@@ -33,6 +33,9 @@ using testing::IsSupersetOf;
 
 class StartUpTest : public fakes::ModuleTest {
  protected:
+  // The fault database lives as long as the thread.
+  ~StartUpTest() override { join_FE_thread(); }
+
   // The lines that end a step, without what the steps themselves have to say of tools that are missing here.
   static std::vector<std::string> steps_done() {
     std::vector<std::string> lines = fakes::log_texts();
