@@ -1,6 +1,6 @@
 #!/usr/bin/python3
-"""clang_tidy.py SOURCE_DIR BUILD_DIR: fails when clang-tidy has something to say about a tracked C or C++ source that
-the build compiles, or about the headers it includes.
+"""clang_tidy.py SOURCE_DIR BUILD_DIR DIRECTORY...: fails when clang-tidy has something to say about a tracked C or C++
+source below these directories, or about the headers it includes.
 
 A source takes seconds, so what was found clean is remembered in BUILD_DIR/tidy, under a digest of everything the result
 depends on: the preprocessed text with its comments, the compile command, .clang-tidy and clang-tidy's version.
@@ -36,9 +36,10 @@ def commands(build):
     return {entry["file"]: (entry["arguments"], entry["directory"]) for entry in entries}
 
 
-def tracked(source):
+def tracked(source, directories):
+    patterns = [f"{directory}/*.{suffix}" for directory in directories for suffix in ("c", "cpp")]
     listing = subprocess.run(
-        ["git", "ls-files", "-z", "--", "*.c", "*.cpp"], cwd=source, check=True, capture_output=True, text=True
+        ["git", "ls-files", "-z", "--", *patterns], cwd=source, check=True, capture_output=True, text=True
     )
     return [name for name in listing.stdout.split("\0") if name]
 
@@ -61,7 +62,7 @@ def is_clean(path, command, directory, settings, build):
     return False
 
 
-def main(source, build):
+def main(source, build, directories):
     if shutil.which("clang-tidy") is None:
         print("skipped: clang-tidy is not installed")
         return SKIPPED
@@ -70,7 +71,7 @@ def main(source, build):
     settings = version.stdout + (source / ".clang-tidy").read_bytes()
 
     known = commands(build)
-    paths = [str(source / name) for name in tracked(source)]
+    paths = [str(source / name) for name in tracked(source, directories)]
     for path in paths:
         if path not in known:
             print("not compiled by this build:", path)
@@ -85,4 +86,4 @@ def main(source, build):
 
 
 if __name__ == "__main__":
-    sys.exit(main(pathlib.Path(sys.argv[1]).resolve(), pathlib.Path(sys.argv[2]).resolve()))
+    sys.exit(main(pathlib.Path(sys.argv[1]).resolve(), pathlib.Path(sys.argv[2]).resolve(), sys.argv[3:]))
