@@ -203,9 +203,9 @@ class TrapCollector(Program):
         return [line for line in self.log().splitlines() if line.startswith("TRAP ")]
 
 
-def snmp(tool, address, *arguments, timeout=5, retries=0, check=True):
+def snmp(tool, address, *arguments, options=(), timeout=5, retries=0, check=True):
     """Runs snmpget, snmpwalk and their like on a community-public agent; the lines that it prints, with numeric OIDs."""
-    command = [tool, "-v2c", "-c", "public", "-On", "-t", str(timeout), "-r", str(retries), address, *arguments]
+    command = [tool, "-v2c", "-c", "public", "-On", "-t", str(timeout), "-r", str(retries), *options, address, *arguments]
     result = subprocess.run(command, capture_output=True, text=True, env={**os.environ, "MIBS": ""})
     if check and result.returncode != 0:
         raise AssertionError(f"{' '.join(command)} left with {result.returncode}: {result.stdout}{result.stderr}")
