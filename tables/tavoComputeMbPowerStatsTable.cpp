@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstring>
 
 #include "core/table.h"
 #include "core/table_entry_points.h"
@@ -60,7 +61,7 @@ bool insert(const BoardSample &sample) {
   row.consumed_power = sample.readings[0];
   row.input_current = sample.readings[1];
   row.input_voltage = sample.readings[2];
-  copy_text(row.time_collected, sample.collected);
+  std::memcpy(row.time_collected, sample.collected, sizeof row.time_collected);
   return tavoComputeMbPowerStatsTable_createEntry(1, &row) != nullptr;
 }
 

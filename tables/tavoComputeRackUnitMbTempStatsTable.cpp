@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstring>
 
 #include "core/table.h"
 #include "core/table_entry_points.h"
@@ -70,7 +71,7 @@ bool insert(const BoardSample &sample) {
   row.iohub1 = sample.readings[2];
   row.iohub2 = sample.readings[3];
   row.rear = sample.readings[4];
-  copy_text(row.time_collected, sample.collected);
+  std::memcpy(row.time_collected, sample.collected, sizeof row.time_collected);
   return tavoComputeRackUnitMbTempStatsTable_createEntry(1, &row) != nullptr;
 }
 

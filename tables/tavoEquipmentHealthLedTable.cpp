@@ -3,6 +3,7 @@
 #include <strings.h>
 
 #include <array>
+#include <climits>
 #include <cstddef>
 #include <span>
 
@@ -81,7 +82,7 @@ void write_dump() {
 
 // The value that getValueFromGDSforHLEDVal gives.
 bool value_of(Dump &dump, const char *key, const char *separator, char *out, int n) {
-  return dump.value(Needle(key, separator), n + 1, out);
+  return n < INT_MAX && dump.value(Needle(key, separator), n + 1, out);
 }
 
 void fill_state(Row &row, Dump &dump, int n) {

@@ -279,7 +279,11 @@ int populate_fault_table_from_fe(const void *record) {
   char affected_object[FAULT_AFFECTED_OBJECT_SIZE + 1];
   copy_text(affected_object, affected_object_of(fault));
   copy_counted_text(state.affected_object, state.affected_object_length, affected_object);
-  rewrite(*row, state);
+  if (listed) {
+    rewrite(*row, state);
+  } else {
+    *row = state;
+  }
   if (tavoFaultTable_createEntry(index, row, listed ? 1 : 0, static_cast<int>(class_code), affected_object) ==
       nullptr) {
     snmp_log(LOG_DEBUG,

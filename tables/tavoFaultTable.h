@@ -70,7 +70,7 @@ Netsnmp_Node_Handler tavoFaultTable_handler;
 Netsnmp_First_Data_Point tavoFaultTable_get_first_data_point;
 Netsnmp_Next_Data_Point tavoFaultTable_get_next_data_point;
 
-// Runs one query of the platform and copies the first line that it prints, without a NUL, to `out`: 128 octets that
+// Runs one query of the platform and copies the first line that it prints, and a NUL, to `out`: 128 octets that
 // the caller has zeroed. 1, or 0 when there is no such line.
 int getValueSN(const char *source, const char *key, const char *separator, char *out);
 

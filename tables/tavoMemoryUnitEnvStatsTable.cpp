@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstring>
 
 #include "core/table.h"
 #include "core/table_entry_points.h"
@@ -50,7 +51,7 @@ bool insert(const EnvironmentSample &sample) {
     copy_text(row.rn, "dimm_env_stats");
   }
   row.temperature = sample.temperature;
-  copy_text(row.time_collected, sample.collected);
+  std::memcpy(row.time_collected, sample.collected, sizeof row.time_collected);
   return tavoMemoryUnitEnvStatsTable_createEntry(sample.row, &row) != nullptr;
 }
 

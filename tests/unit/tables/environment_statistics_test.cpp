@@ -231,6 +231,16 @@ class EnvironmentStatisticsTablesTest : public fakes::ModuleTest {
 
 const std::string time_collected = "\x07\xEA\x0B\x0F\x0C\x22\x07";
 
+TEST_F(EnvironmentStatisticsTablesTest, ARowKeepsTheWholeTimeThoughItsColumnEndsAtAZero) {
+  shell.prints("datactl get=memoryStats | flatkv > /var/memoryStatsInventory",
+               unit("3", "36.5", "2026-11-15T10:00:15"));
+  initialize_memoryunit_envstats(0);
+  ASSERT_NE(tavoMemoryUnitEnvStatsTable_head, nullptr);
+  EXPECT_EQ(std::string(tavoMemoryUnitEnvStatsTable_head->time_collected, 8),
+            std::string("\x07\xEA\x0B\x0F\x0A\x00\x0F\x00", 8));
+  tavoMemoryUnitEnvStatsTable_removeAllEntries();
+}
+
 TEST_F(EnvironmentStatisticsTablesTest, ServesEveryColumnOfTheMemoryTable) {
   shell.prints("datactl get=memoryStats | flatkv > /var/memoryStatsInventory", unit("3", "36.5"));
   EXPECT_EQ(init_tavoMemoryUnitEnvStatsTable(), 0);

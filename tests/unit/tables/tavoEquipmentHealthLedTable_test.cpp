@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <string>
 #include <vector>
 
@@ -165,6 +166,7 @@ TEST_F(HealthLedTableTest, TheSecondLookupIsOneFurtherThanAskedFor) {
   EXPECT_EQ(getValueFromGDSforHLEDVal("ledName", ": ", out, 1), 1);
   EXPECT_STREQ(out, "B");
   EXPECT_EQ(getValueFromGDSforHLEDVal("ledName", ": ", out, 2), 0);
+  EXPECT_EQ(getValueFromGDSforHLEDVal("ledName", ": ", out, INT_MAX), 0);
   EXPECT_THAT(shell.commands(), IsEmpty());
 }
 
