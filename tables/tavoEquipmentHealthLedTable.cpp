@@ -124,7 +124,7 @@ TAVO_TABLE_ENTRY_POINTS(tavoEquipmentHealthLedTable, tavo::HealthLedRow, tavo::t
 
 int initialize_table_tavoEquipmentHealthLedTable(void) {
   tavo::trace_under("tavoEquipmentHealthLedTable:init", __func__, tavo::description.name, __LINE__,
-                    "initializing table tavoEquipmentHealthLedTable\n");
+                    "initializing table %s\n", tavo::description.name);
   tavo::table.register_with({.handler = tavoEquipmentHealthLedTable_handler,
                              .first_row = tavoEquipmentHealthLedTable_get_first_data_point,
                              .next_row = tavoEquipmentHealthLedTable_get_next_data_point});
