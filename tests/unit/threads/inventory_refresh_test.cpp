@@ -11,6 +11,7 @@
 #include "tests/unit/fakes/clock.h"
 #include "tests/unit/fakes/files.h"
 #include "tests/unit/fakes/module_test.h"
+#include "tests/unit/fakes/mutexes.h"
 #include "tests/unit/fakes/net_snmp.h"
 #include "tests/unit/fakes/shell.h"
 #include "tests/unit/fakes/threads.h"
@@ -183,12 +184,17 @@ TEST_F(InventoryThreadTest, AFailureToCreateItIsLogged) {
 }
 
 TEST_F(InventoryThreadTest, StopAndJoinSaySoAndDestroyTheInventoryLock) {
+  const fakes::Destructions destroyed;
   fakes::start_no_threads();
+  acquire_inventory_lock();
+  signal_inventory_condition(8);
+  release_inventory_lock();
   create_inventory_thread();
   stop_inventory_thread();
   EXPECT_EQ(join_inventory_thread(), 0);
   EXPECT_THAT(fakes::log_texts(), ElementsAre("Stopping InventoryThread\n", "InventoryThread exited\n"));
-  EXPECT_NE(acquire_inventory_lock(), 0) << "destroyed";
+  ASSERT_EQ(destroyed.so_far().size(), 3U) << "the condition, its mutex, the thread's attributes";
+  EXPECT_EQ(destroyed.so_far()[0], fakes::last_signalled_condition());
 }
 
 TEST_F(InventoryThreadTest, AFailedJoinIsLoggedAndTheRestIsDone) {
