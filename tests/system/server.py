@@ -72,9 +72,9 @@ class Server(Program):
 class ServedDaemon(Daemon):
     """The daemon on a booted server, with the real module."""
 
-    def __init__(self, directory, server, speed=None, timeout=60, **settings):
+    def __init__(self, directory, server, speed=None, timeout=60, platforms=(PLATFORM,), **settings):
         program = [*server.entered(), *(at_speed(speed) if speed else []), BUILD / "snmp-subagentd"]
-        super().__init__(directory, module=MODULE, platforms=[PLATFORM], program=program, timeout=timeout, **settings)
+        super().__init__(directory, module=MODULE, platforms=platforms, program=program, timeout=timeout, **settings)
 
     @property
     def pid(self):

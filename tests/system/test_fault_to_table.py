@@ -1,0 +1,130 @@
+"""From hardware that fails to the row that shows it: the notification, what is rebuilt for it and how often, the row."""
+
+import re
+
+import pytest
+
+from agents import TrapCollector, snmpget, wait_until
+from rebuilds import BOARD_STATISTICS, STORAGE, WatchedDaemon, WatchedServer, events, names, periodic_refresh
+
+OBJECTS = "1.3.6.1.4.1.61453.4.207.1"
+RAISED = "1.3.6.1.4.1.61453.4.207.0.1"
+FAULT_INDEX = f"{OBJECTS}.1.1.1.1"
+FAN_OPERABILITY = f"{OBJECTS}.15.12.1.10"
+SUPPLY_OPERABILITY = f"{OBJECTS}.15.56.1.7"
+MEMORY_OPERABILITY = f"{OBJECTS}.30.11.1.14"
+MEMORY_STATUS = f"{OBJECTS}.30.11.1.29"
+PROCESSOR_STATE = f"{OBJECTS}.41.9.1.9"
+ADAPTOR_STATE = f"{OBJECTS}.3.85.1.12"
+DISK_PRESENCE = f"{OBJECTS}.45.4.1.10"
+DISK_NAME = f"{OBJECTS}.45.4.1.14"
+SPEED = 45
+STORAGE_WAIT = 60  # seconds: the controller is still writing its snapshot when it tells of a change
+
+
+class Watch:
+    """A watched server and daemon, and who gets their notifications. `faults` are there when the daemon starts."""
+
+    def __init__(self, start, faults=()):
+        self.server = start(WatchedServer)
+        for fault in faults:
+            self.server.ctl("fault", "raise", *fault.split())
+        self.collector = start(TrapCollector)
+        self.daemon = start(WatchedDaemon, self.server, SPEED,
+                            configuration=f"trap2sink {self.collector.destination} public\n")
+
+    def has_received(self, fault):
+        return any(RAISED in line and f"{FAULT_INDEX}.{fault} " in line for line in self.collector.received())
+
+    def wait_for_notification(self, fault):
+        wait_until(lambda: self.has_received(fault), what=f"the notification of fault {fault}")
+
+    def rebuilds_around(self, mark):
+        """Events from one periodic refresh to the next with the first `mark` among them, and the number of the latter."""
+        def refreshed_since():
+            found = names(events(self.daemon))
+            return mark in found and "leds" in found[found.index(mark):]
+        wait_until(refreshed_since, 60, f"{mark}, and a periodic refresh behind it")
+        found = events(self.daemon)[1:]
+        refreshes = [at for at, event in enumerate(found) if event.what == "leds"]
+        marked = names(found).index(mark)
+        number = sum(at < marked for at in refreshes) + 1
+        first = refreshes[number - 2] + 1 if number > 1 else 0
+        return found[first:refreshes[number - 1] + 1], number
+
+    def assert_rebuilt(self, rebuilt):
+        """`rebuilt` for the request, in a pass of its own or in one that refreshes periodically as well, and no more."""
+        found, number = self.rebuilds_around(rebuilt[0])
+        assert names(found) in [rebuilt + periodic_refresh(number), rebuilt + periodic_refresh(number, without=rebuilt)]
+
+    def get(self, *oids):
+        return [re.sub(r'.* = (?:\w+: )?"?([^"]*)"?$', r"\1", line)
+                for line in snmpget(self.daemon.address, *oids, timeout=30)]
+
+
+@pytest.fixture
+def watch(start):
+    return Watch(start)
+
+
+MEMORY = ["MEM request", "memory", "memory temperatures", "rack unit", *BOARD_STATISTICS]
+PROCESSORS = ["CPU request", "processors", "processor temperatures", "rack unit", *BOARD_STATISTICS]
+FANS = ["FAN request", "fans", *BOARD_STATISTICS]
+SUPPLIES = ["PSU request", "supplies", *BOARD_STATISTICS, "fans"]
+ADAPTORS = ["ADAPTOR request", "adaptors"]
+
+
+@pytest.mark.parametrize(
+    "command, fault, rebuilt, row, healthy, shown",
+    [
+        ("fan fail FAN2_TACH1", 29002, FANS, [f"{FAN_OPERABILITY}.3"], ["1"], ["3"]),
+        ("supply fail 1", 10001, SUPPLIES, [f"{SUPPLY_OPERABILITY}.1", f"{FAN_OPERABILITY}.14"], ["1", "1"], ["5", "3"]),
+        ("dimm fail DIMM_A1", 8001, MEMORY, [f"{MEMORY_OPERABILITY}.1", f"{MEMORY_STATUS}.1"], ["1", "Operable"],
+         ["0", "Inoperable"]),
+        ("processor disable 2", 3002, PROCESSORS, [f"{PROCESSOR_STATE}.2"], ["1"], ["2"]),
+    ],
+    ids=["fan", "supply", "memory", "processor"],
+)
+def test_a_part_that_fails_is_notified_and_shown(watch, command, fault, rebuilt, row, healthy, shown):
+    assert watch.get(*row) == healthy
+    watch.server.ctl(*command.split())
+    watch.wait_for_notification(fault)
+    watch.assert_rebuilt(rebuilt)
+    assert watch.get(*row) == shown
+
+
+def test_an_adaptor_that_runs_hot_is_notified_and_shown(watch):
+    assert watch.get(f"{ADAPTOR_STATE}.2") == ["1"]
+    watch.server.ctl("adapter", "set", "2", "over-temperature=yes")
+    watch.server.ctl("fault", "raise", "11002", "class=adapter", "unit=2", "severity=warning")
+    watch.wait_for_notification(11002)
+    watch.assert_rebuilt(ADAPTORS)
+    assert watch.get(f"{ADAPTOR_STATE}.2") == ["8"]
+
+
+def test_a_pulled_disk_is_shown_after_a_minute(watch):
+    row = [f"{DISK_PRESENCE}.2", f"{DISK_NAME}.2"]
+    assert watch.get(*row) == ["10", "TD-HDD-300G-15K"]
+    watch.server.ctl("drive", "pull", "4", "2")
+    watch.assert_rebuilt(STORAGE)
+    started, *found = events(watch.daemon)
+    rebuilt = found[names(found).index(STORAGE[0])]
+    # The first pass, which can see the event, comes a minute after the start.
+    assert rebuilt.time - started.time >= 60 + STORAGE_WAIT - 1
+    assert watch.get(*row) == ["11", ""]
+
+
+@pytest.mark.parametrize(
+    "faults, rebuilt",
+    [
+        (["1 class=fan", "2 class=supply"], [*FANS, "PSU request", "supplies"]),
+        (["1 class=memory", "2 class=processor"], [*MEMORY, "CPU request", "processors", "processor temperatures"]),
+        (["1 class=adapter", "2 class=209", "3 class=processor", "4 class=memory", "5 class=supply", "6 class=fan"],
+         [*FANS, "PSU request", "supplies", "MEM request", "memory", "memory temperatures", "rack unit", "CPU request",
+          "processors", "processor temperatures", *STORAGE, *ADAPTORS]),
+    ],
+    ids=["fan-and-supply", "memory-and-processor", "all"],
+)
+def test_several_kinds_in_one_pass_share_a_rebuild(start, faults, rebuilt):
+    # There from the start, so that the first pass finds them all.
+    Watch(start, faults).assert_rebuilt(rebuilt)

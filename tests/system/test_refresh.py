@@ -1,0 +1,113 @@
+"""Half an hour of a server's life in a minute: which tables are rebuilt when, and that the readings served move on."""
+
+import itertools
+import re
+
+import pytest
+
+from agents import snmp, wait_until
+from rebuilds import SUPPLY_REFRESHES, WatchedDaemon, WatchedServer, events, names, periodic_refresh
+
+OBJECTS = "1.3.6.1.4.1.61453.4.207.1"
+# Temperatures and power by table: the columns that hold a reading of the moment.
+READINGS = {
+    "memory": [f"{OBJECTS}.30.12.1.6"],
+    "processors": [f"{OBJECTS}.41.2.1.10"],
+    "board power": [f"{OBJECTS}.9.14.1.4"],
+    "board temperatures": [f"{OBJECTS}.9.44.1.{column}" for column in (4, 8, 13, 17, 21)],
+}
+SPEED = 45
+MINUTES = 30
+# Time stamps are whole seconds, and a second of a busy machine is three quarters of a minute here.
+SLACK = SPEED
+
+
+def readings(address):
+    """The readings served, by table."""
+    return {table: [re.sub(r".* = \w+: ", "", line) for column in columns
+                    for line in snmp("snmpbulkwalk", address, column, timeout=30)]
+            for table, columns in READINGS.items()}
+
+
+@pytest.fixture(scope="module")
+def directory(tmp_path_factory):
+    # Short enough for Unix sockets.
+    return tmp_path_factory.mktemp("r")
+
+
+@pytest.fixture(scope="module")
+def life(directory):
+    """Events of 30 minutes, when they ended, and what was served after each periodic refresh."""
+    server = WatchedServer(directory, drift=1)
+    daemon = None
+    try:
+        daemon = WatchedDaemon(directory, server, SPEED)
+        shown = [readings(daemon.address)]
+        wait_until(lambda: events(daemon), what="the refresh thread")
+        while True:
+            def refreshed():
+                return names(events(daemon)).count("leds") >= len(shown)
+            wait_until(refreshed, 3 * 240 / SPEED + 10, "the next periodic refresh")
+            shown.append(readings(daemon.address))
+            found = events(daemon)
+            if found[-1].time - found[0].time > MINUTES * 60:
+                return found, shown
+    finally:
+        if daemon:
+            daemon.stop()
+        server.stop()
+
+
+def passes(found):
+    """The events between one refresh of the LEDs, which ends a pass, and the next."""
+    pass_ = []
+    for event in found[1:]:
+        pass_.append(event)
+        if event.what == "leds":
+            yield pass_
+            pass_ = []
+
+
+def test_each_pass_rebuilds_its_tables_in_order(life):
+    found, _ = life
+    refreshes = list(passes(found))
+    for number, refresh in enumerate(refreshes, 1):
+        assert names(refresh) == periodic_refresh(number), number
+    print(f"{len(refreshes)} periodic refreshes in {found[-1].time - found[0].time:.0f} s")
+    assert len(refreshes) > SUPPLY_REFRESHES
+
+
+def test_a_pass_comes_100_to_120_seconds_after_the_last(life):
+    found, _ = life
+    refreshes = list(passes(found))
+    ends = [found[0].time, *(refresh[-1].time for refresh in refreshes)]
+    pauses = [refresh[0].time - end for end, refresh in zip(ends, refreshes)]
+    print("seconds from the end of a pass to the first table of the next:", *(f"{pause:.0f}" for pause in pauses))
+    assert all(99 <= pause <= 121 + SLACK for pause in pauses)
+    # How long passes take depends on the machine; this is what follows for a table.
+    for what in periodic_refresh(len(refreshes)):
+        times = [event.time for event in found if event.what == what]
+        assert len(times) == len(refreshes), what
+        assert all(99 <= later - earlier for earlier, later in itertools.pairwise(times)), what
+
+
+def test_fans_board_and_storage_are_left_alone(life):
+    found, _ = life
+    assert set(names(found)) == {"start", "supplies", *periodic_refresh(1)}
+
+
+def test_supplies_take_part_in_the_first_three_refreshes(life):
+    found, _ = life
+    assert names(found).count("supplies") == SUPPLY_REFRESHES
+
+
+def test_the_readings_served_move_on(life):
+    _, shown = life
+    for table in READINGS:
+        values = [sample[table] for sample in shown]
+        different = len(set(map(tuple, values)))
+        print(f"{table}: {different} different of {len(values)}; first {values[0]}, last {values[-1]}")
+        assert all(values), table
+        # A single reading may stand still or come back.
+        assert different > len(values) / 4, table
+    assert shown[0]["memory"] != shown[-1]["memory"]
