@@ -1,21 +1,18 @@
 """The fault table under load and under records that no engine should send."""
 
-import os
 import random
 import re
-import subprocess
-import threading
 
 import pytest
 
-from agents import environment, snmp, wait_until
+from agents import snmp, wait_until
 from datagrams import Collector, varbinds
+from managers import Managers
 from server import ServedDaemon, Server
 
 FAULT_TABLE = "1.3.6.1.4.1.61453.4.207.1.1.1"
 FAULT_ENTRY = f"{FAULT_TABLE}.1"
 RAISED = "1.3.6.1.4.1.61453.4.207.0.1"
-MANAGERS = 8
 
 
 @pytest.fixture
@@ -29,34 +26,6 @@ def column(daemon, number):
     """Index -> value of a whole column, as text."""
     lines = snmp("snmpbulkwalk", daemon.address, "-Cr100", f"{FAULT_ENTRY}.{number}", timeout=30)
     return {int(name.rsplit(".", 1)[1]): value for name, value in (re.split(r" = \w[\w-]*: ", line) for line in lines)}
-
-
-class Managers:
-    """Several that walk the whole table again and again."""
-
-    def __init__(self, daemon, directory):
-        self.walks = 0
-        self.failures = []
-        self._stopping = False
-        self._command = ["snmpbulkwalk", "-v2c", "-c", "public", "-On", "-t", "30", "-r", "0", "-Cr50", daemon.address,
-                         FAULT_TABLE]
-        self._environment = environment(directory)
-        self._threads = [threading.Thread(target=self._walk) for _ in range(MANAGERS)]
-        for thread in self._threads:
-            thread.start()
-
-    def _walk(self):
-        while not self._stopping:
-            result = subprocess.run(self._command, capture_output=True, text=True, env=self._environment)
-            # Rows come and go under the walk, so what it shows is not compared; that it goes through to the end is.
-            if result.returncode != 0 or f".{FAULT_ENTRY}.22." not in result.stdout:
-                self.failures.append(result.stdout[-300:] + result.stderr)
-            self.walks += 1
-
-    def stop(self):
-        self._stopping = True
-        for thread in self._threads:
-            thread.join()
 
 
 def storm(server, records):
@@ -78,7 +47,7 @@ def test_a_storm_loses_and_doubles_nothing_while_managers_walk(start, directory,
     daemon = start(ServedDaemon, server, configuration=f"trap2sink {collector.destination} public\n",
                    options=["--notification-limit", "1000"])
     daemon.wait_for_log("Total Fault entries:4")
-    managers = Managers(daemon, directory)
+    managers = Managers(daemon, directory, FAULT_TABLE, last=f"{FAULT_ENTRY}.22")
     try:
         storm(server, records)
         wait_until(lambda: len(collector.datagrams) >= records, 120, "every notification")
@@ -92,7 +61,7 @@ def test_a_storm_loses_and_doubles_nothing_while_managers_walk(start, directory,
     print(f"{managers.walks} walks; resident {after_one} KiB, then {after_two} KiB")
     assert codes(collector.datagrams) == [*range(1, records + 1), *range(1, records // 5 + 1)]
     assert managers.failures == []
-    assert managers.walks >= MANAGERS
+    assert managers.walks >= Managers.count
     assert after_two < after_one + 2048, "memory grows with the number of records"
 
     engine = {int(index): (severity, code) for index, severity, code in re.findall(
