@@ -1,0 +1,44 @@
+"""The daemon with the real module under valgrind's memcheck: nothing is leaked, nothing read or written amiss."""
+
+import re
+import shutil
+
+import pytest
+
+from agents import BUILD, ROOT, Daemon, snmp
+from server import MODULE, PLATFORM, Server, at_speed
+
+BASE = "1.3.6.1.4.1.61453.4.207"
+SPEED = 12
+
+
+@pytest.mark.skipif(not shutil.which("valgrind"), reason="valgrind is not installed")
+def test_walks_a_fault_and_a_refresh_leave_memcheck_silent(start, directory):
+    server = start(Server)
+    report, pid_file = directory / "memcheck.log", directory / "pid"
+    memcheck = ["valgrind", "--leak-check=full", "--show-leak-kinds=definite,indirect,possible", "--num-callers=30",
+                f"--suppressions={ROOT}/tests/valgrind.supp", f"--log-file={report}"]
+    daemon = start(Daemon, module=MODULE, platforms=[PLATFORM], timeout=120, options=["-p", pid_file],
+                   program=[*server.entered(), *at_speed(SPEED), *memcheck, BUILD / "snmp-subagentd"])
+    daemon.wait_for_log("Total Fault entries:4", timeout=60)
+    for options in (["-Cr1"], ["-Cr50"]):
+        assert len(snmp("snmpbulkwalk", daemon.address, *options, BASE, timeout=120)) > 1000
+    server.ctl("fan", "fail", "FAN2_TACH1")
+    daemon.wait_for_log("Total Fault entries:5", timeout=60)
+    server.ctl("fan", "repair", "FAN2_TACH1")
+    daemon.wait_for_log("Removed an entry, Total Fault entries:4", timeout=60)
+    server.ctl("drive", "pull", "4", "2")
+    server.ctl("sd-card", "pull", "1")
+    daemon.wait_for_log("Got the trigger from VELT", timeout=60)
+    # Announced once at the start and once in a periodic refresh, where only the LEDs come after it.
+    daemon.wait_for_log(r"InventoryPSUviaPMBUSDaemon\n", timeout=120, count=2)
+    assert len(snmp("snmpwalk", daemon.address, BASE, timeout=120)) > 1000
+    server.run("sh", "-c", f"kill $(cat {pid_file})")
+    # Events let the threads go that wait for one.
+    daemon.wait_for_log("Stopping Velt Thread", timeout=30)
+    server.ctl("storage-event", "1")
+    server.ctl("fault", "send", "9")
+    assert daemon.wait(60) == 0
+    found = report.read_text()
+    print(found[found.index("HEAP SUMMARY"):])
+    assert re.search(r"ERROR SUMMARY: 0 errors", found), found
