@@ -25,7 +25,7 @@ LINES = {
     "witness: the last sensor is read": ("fans", 1),
     "witness: the board area is read": ("board", 1),
     "SNMP:Failed description": ("rack unit", 1),
-    **{f"snmp-subagentd: tavo{table}Table_createEntry": (name, rows) for table, name, rows in [
+    **{f"tavo{table}Table_createEntry": (name, rows) for table, name, rows in [
         ("EquipmentPsu", "supplies", 2),
         ("MemoryUnit", "memory", 12),
         ("MemoryUnitEnvStats", "memory temperatures", 12),
@@ -51,9 +51,18 @@ class Event(NamedTuple):
 
 
 def timed_lines(log):
-    """(seconds of the daemon's clock, text) of every line that has a time stamp."""
-    for stamp, text in re.findall(r"^(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d) (.*)$", log, re.MULTILINE):
-        yield datetime.datetime.fromisoformat(stamp).timestamp(), text
+    """(seconds of the daemon's clock, text) of every line, without the token of a trace.
+
+    A trace is written in two steps, token and text. Another thread, or a tool, may write between them, and what comes
+    last then stands on a line of its own, without token and perhaps without a time stamp: it has that of the line before.
+    """
+    time = None
+    for line in log.splitlines():
+        stamp, text = re.match(r"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d )?(?:snmp-subagentd: )*(.*)$", line).groups()
+        if stamp:
+            time = datetime.datetime.fromisoformat(stamp.strip()).timestamp()
+        if time:
+            yield time, text
 
 
 def events(daemon):
