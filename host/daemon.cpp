@@ -19,6 +19,7 @@
 
 #include "host/agent.h"
 #include "host/background.h"
+#include "host/chassis_link.h"
 #include "host/descriptors.h"
 #include "host/module.h"
 #include "host/notification_path.h"
@@ -83,15 +84,28 @@ void reload() {
 
 // Stops the module while the loop still turns: a thread that is about to end may send a last notification, and a
 // request may hold what a thread waits for. True when every thread has ended.
-bool stop_module(Module &module) {
+bool stop_module(Module &module, ChassisLink *link) {
   module.ask_threads_to_stop();
+  if (link != nullptr) {
+    link->ask_to_stop();
+  }
   // Shared with a thread that may never end.
   const auto closed = std::make_shared<std::atomic<bool>>(false);
-  std::thread closer([&module, closed] {
+  std::thread closer([&module, link, closed] {
+    if (link != nullptr) {
+      link->close();  // first: it ends soon, while the module's other threads may not end at all
+    }
     module.close();
     *closed = true;
   });
-  serve_until([&] { return closed->load(); }, threads_limit);
+  serve_until(
+      [&] {
+        if (link != nullptr) {
+          link->wake();
+        }
+        return closed->load();
+      },
+      threads_limit);
   if (!*closed) {
     closer.detach();
     return false;
@@ -116,20 +130,23 @@ bool stop_module(Module &module) {
   leave_without_threads(pid_file);
 }
 
-void serve(Signals &signals) {
+void serve(Signals &signals, ChassisLink *link) {
   register_readfd(signals.changed().get(), wake_only, const_cast<EventDescriptor *>(&signals.changed()));
   while (!signals.stop_requested()) {
     serve_one_turn();
     if (signals.take_reload()) {
+      if (link != nullptr) {
+        link->reload();
+      }
       reload();
     }
   }
 }
 
 // True when every thread of the module has ended.
-bool stop(Module &module, const NotificationQueue &queue) {
+bool stop(Module &module, ChassisLink *link, const NotificationQueue &queue) {
   const Ticking ticking;
-  const bool all_ended = stop_module(module);
+  const bool all_ended = stop_module(module, link);
   serve_until([&] { return queue.idle() || !queue.linked(); }, notifications_limit);
   return all_ended;
 }
@@ -149,23 +166,30 @@ ExitStatus run_daemon(const Options &options) {
     load_platform_library(library);
   }
   Module module(options.module);
+  std::unique_ptr<ChassisLink> link;
+  if (!options.chassis_block.empty()) {
+    link = std::make_unique<ChassisLink>(module.chassis_link(), options.chassis_block);
+  }
 
   std::optional<NotificationPath> path;
   path.emplace(options.notification_limit, !options.stand_alone(), [&options](bool up) { report_link(options, up); });
   open_agent(options, [&path] { path->attach(); });
   close_descriptors_on_exec();
   module.start();
+  if (link) {
+    link->start();
+  }
 
   snmp_log(LOG_INFO, "%s " SUBAGENTD_VERSION " serves\n", agent_name);
   sd_notify(0, "READY=1");
   if (background) {
     background->ready(options.logs_to_output());
   }
-  serve(signals);
+  serve(signals, link.get());
 
   snmp_log(LOG_INFO, "stopping\n");
   sd_notify(0, "STOPPING=1");
-  if (!stop(module, path->queue())) {
+  if (!stop(module, link.get(), path->queue())) {
     snmp_log(LOG_INFO, "a thread of the module is still blocked, leaving without it\n");
     leave_without_threads(pid_file);
   }

@@ -11,7 +11,7 @@ enum class ExitStatus : int {
   ok = 0,             // asked to stop, or -h or -v
   failure = 1,        // the system refused something basic: a thread, a descriptor, a fork
   usage = 2,          // bad command line
-  configuration = 3,  // a file given with -c cannot be read
+  configuration = 3,  // a file given with -c or --chassis-block cannot be read
   platform = 4,       // a platform library cannot be loaded
   module = 5,         // the module cannot be loaded
   symbol = 6,         // something that the module needs or must offer is missing

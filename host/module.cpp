@@ -65,11 +65,9 @@ void load_platform_library(const std::string &path) {
 }
 
 Module::Module(const std::string &path)
-    : library_(load(path, RTLD_LOCAL, ExitStatus::module, "module")), init_(find<int()>("init_subagent_modules")) {
-  if (init_ == nullptr) {
-    throw StartFailure(ExitStatus::symbol, "module " + path + " has no init_subagent_modules");
-  }
-}
+    : path_(path),
+      library_(load(path, RTLD_LOCAL, ExitStatus::module, "module")),
+      init_(require<int()>("init_subagent_modules")) {}
 
 void Module::start() {
   init_();
@@ -101,9 +99,30 @@ void Module::close() {
   }
 }
 
-template <class Function>
-Function *Module::find(const char *name) const {
-  return reinterpret_cast<Function *>(dlsym(library_, name));
+ChassisLinkExports Module::chassis_link() const {
+  return {
+      .create_thread = require<int()>("create_cmc_thread"),
+      .stop_thread = require<void()>("stop_cmc_thread"),
+      .join_thread = require<int()>("join_cmc_thread"),
+      .lock = require<pthread_mutex_t>("cmc_lock"),
+      .block = require<unsigned char *>("cmc_data_buffer"),
+      .block_size = require<int32_t>("transfer_data_len"),
+      .listener = require<int32_t>("sock_fd"),
+      .connection = require<int32_t>("data_fd"),
+  };
+}
+
+template <class Symbol>
+Symbol *Module::find(const char *name) const {
+  return reinterpret_cast<Symbol *>(dlsym(library_, name));
+}
+
+template <class Symbol>
+Symbol *Module::require(const char *name) const {
+  if (auto *symbol = find<Symbol>(name)) {
+    return symbol;
+  }
+  throw StartFailure(ExitStatus::symbol, "module " + path_ + " has no " + name);
 }
 
 }  // namespace tavo

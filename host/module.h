@@ -3,6 +3,8 @@
 
 #include <string>
 
+#include "host/chassis_link.h"
+
 namespace tavo {
 
 // Makes a platform library's functions visible to the module. It stays loaded. Throws StartFailure.
@@ -23,10 +25,16 @@ class Module {
   // Joins the threads: blocks for as long as one of them does.
   void close();
 
- private:
-  template <class Function>
-  Function *find(const char *name) const;
+  // The chassis link, which the module leaves to the daemon. Throws StartFailure when a part of it is missing.
+  ChassisLinkExports chassis_link() const;
 
+ private:
+  template <class Symbol>
+  Symbol *find(const char *name) const;
+  template <class Symbol>
+  Symbol *require(const char *name) const;
+
+  const std::string path_;
   void *library_;
   int (*init_)();
 };

@@ -15,8 +15,9 @@ constexpr const char *closing_lines =
     "Log options (-L) are net-snmp's: -Le (stderr), -Lo (stdout), -Lf FILE, -Ls FACILITY, and the capitals that take "
     "a\n"
     "level first: -LO 7, -LF 0-6 FILE.\n"
-    "Signals: SIGTERM and SIGINT stop, SIGHUP reads the configuration again, SIGUSR1 sends a test notification.\n"
-    "Exit status: 0 stopped on request, 1 system failure, 2 bad option, 3 configuration file missing,\n"
+    "Signals: SIGTERM and SIGINT stop, SIGHUP reads the configuration and the chassis block again,\n"
+    "SIGUSR1 sends a test notification.\n"
+    "Exit status: 0 stopped on request, 1 system failure, 2 bad option, 3 configuration or chassis block missing,\n"
     "4 platform library missing, 5 module missing, 6 symbol missing, 7 listening address cannot be opened.";
 
 // CLI11 marks the start of each further -L with an empty word.
@@ -78,6 +79,10 @@ void add_options(CLI::App &app, Options &options, Words &words) {
       ->capture_default_str()
       ->type_name("COUNT")
       ->check(CLI::Range(std::size_t{1}, std::size_t{1'000'000}));
+  app.add_option("--chassis-block", options.chassis_block,
+                 "Start the chassis link (TCP port 25678) and send it this file's content")
+      ->type_name("FILE")
+      ->check([](const std::string &file) { return std::string(file.empty() ? "a file name is needed" : ""); });
 }
 
 }  // namespace

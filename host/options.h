@@ -22,6 +22,7 @@ struct Options {
   std::vector<std::string> platforms;             // --platform, loaded in this order
   std::string module = "libsnmpextmibmodule.so";  // --module
   std::size_t notification_limit = 16384;         // --notification-limit
+  std::string chassis_block;                      // --chassis-block; empty: no chassis link
 
   bool stand_alone() const { return !listen.empty(); }
   // Whether an -L names standard output or error.

@@ -70,6 +70,33 @@ def test_a_module_without_its_entry_point_is_refused(directory):
     assert "has no init_subagent_modules" in result.stderr
 
 
+def test_a_module_without_a_chassis_link_is_refused_when_there_is_a_block_for_it(directory):
+    (directory / "block").write_text("block")
+    result = run(directory, "-f", "-C", "--module", NOTIFIER, "--chassis-block", directory / "block")
+    assert result.returncode == 6
+    assert f"module {NOTIFIER} has no create_cmc_thread" in result.stderr
+
+
+@pytest.mark.parametrize("trouble, reason", [("absent", "No such file or directory"), ("a directory", "not a regular file"),
+                                             ("a FIFO", "not a regular file"), ("endless", "not a regular file"),
+                                             ("too large", "larger than 16777216 octets")])
+def test_a_chassis_block_that_cannot_be_read_is_named(directory, trouble, reason):
+    block = directory / "block"
+    if trouble == "a directory":
+        block.mkdir()
+    elif trouble == "a FIFO":
+        os.mkfifo(block)
+    elif trouble == "endless":
+        block.symlink_to("/dev/zero")
+    elif trouble == "too large":
+        with open(block, "wb") as file:
+            file.truncate(1 << 40)
+    result = run(directory, "-f", "-C", "--platform", BUILD / "libbmcsim.so", "--module",
+                 BUILD / "libsnmpextmibmodule.so", "--chassis-block", block)
+    assert result.returncode == 3
+    assert f"cannot read the chassis link's block {block}: {reason}" in result.stderr
+
+
 def test_a_port_in_use_is_named(directory):
     with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as taken:
         taken.bind(("127.0.0.1", 0))

@@ -76,6 +76,13 @@ TEST(OptionsTest, PlatformLibrariesAndAddressesKeepTheirOrder) {
   EXPECT_TRUE(line.options.stand_alone());
 }
 
+TEST(OptionsTest, TheChassisLinkIsStartedOnlyWithABlock) {
+  EXPECT_EQ(parse({"-f"}).options.chassis_block, "");
+  EXPECT_EQ(parse({"-f", "--chassis-block", "/var/block"}).options.chassis_block, "/var/block");
+  EXPECT_EQ(parse({"--chassis-block", ""}).leave, ExitStatus::usage);
+  EXPECT_EQ(parse({"--chassis-block"}).leave, ExitStatus::usage);
+}
+
 TEST(OptionsTest, ConfigurationFilesMayBeListedOrRepeated) {
   EXPECT_THAT(parse({"-c", "a,b", "-c", "c"}).options.configuration_files, ElementsAre("a", "b", "c"));
 }

@@ -1,0 +1,297 @@
+"""The chassis link of the real module on the simulated server, as the chassis management controller sees it.
+
+Its port is fixed, so these tests run on a network of their own, and no other user of the port is in their way.
+"""
+
+import contextlib
+import ctypes
+import fcntl
+import os
+import pathlib
+import re
+import shutil
+import signal
+import socket
+import struct
+import tempfile
+import termios
+import time
+
+import pytest
+
+from agents import snmpget, wait_until
+from server import ServedDaemon, Server
+
+PORT = 25678
+CLONE_NEWUSER, CLONE_NEWNET = 0x10000000, 0x40000000
+SIOCSIFFLAGS, IFF_UP = 0x8914, 1
+STOP_LIMIT = 8  # seconds
+
+BLOCK = b"the block\0\xff\n"
+LARGE_BLOCK = bytes((i * 31 >> 3) & 0xff for i in range(200_000))
+MODEL = "1.3.6.1.4.1.61453.4.207.1.9.35.1.2.1"  # a cell that stands from the start
+
+
+@pytest.fixture(scope="module", autouse=True)
+def private_network():
+    """For this process and all that it starts from now on; system tests need no more than loopback."""
+    unshare = ctypes.CDLL(None, use_errno=True).unshare
+    user, group = os.geteuid(), os.getegid()
+    if user == 0:
+        failed = unshare(CLONE_NEWNET)
+    else:
+        failed = unshare(CLONE_NEWUSER | CLONE_NEWNET)
+        if not failed:
+            for name, line in (("setgroups", "deny"), ("uid_map", f"0 {user} 1"), ("gid_map", f"0 {group} 1")):
+                pathlib.Path("/proc/self", name).write_text(line)
+    if failed:
+        pytest.skip(f"no network of one's own: {os.strerror(ctypes.get_errno())}")
+    with socket.socket() as any_socket:
+        fcntl.ioctl(any_socket, SIOCSIFFLAGS, struct.pack("16sh22x", b"lo", IFF_UP))
+
+
+class LinkedDaemon(ServedDaemon):
+    """The daemon with a chassis block."""
+
+    def __init__(self, directory, server, block=BLOCK):
+        self.block_file = pathlib.Path(directory) / "block"
+        self.write_block(block)
+        super().__init__(directory, server, options=["--chassis-block", self.block_file])
+
+    def write_block(self, content):
+        """Puts the file in the place of whatever is there."""
+        draft = self.block_file.with_suffix(".draft")
+        draft.write_bytes(content)
+        if self.block_file.is_dir():
+            self.block_file.rmdir()
+        draft.rename(self.block_file)
+
+    def lines(self, pattern):
+        return len(re.findall(pattern, self.log()))
+
+    def hang_up(self):
+        """SIGHUP; returns when the daemon has taken it, which must be at once."""
+        taken = self.states.count("READY=1")
+        self.signal(signal.SIGHUP)
+        self.wait_for_state("READY=1", timeout=2, count=taken + 1)
+
+    def replace_block(self, content):
+        replaced = self.lines("octets from .* now")
+        self.write_block(content)
+        self.hang_up()
+        self.wait_for_log("octets from .* now", count=replaced + 1)
+
+    def assert_it_answers(self):
+        begin = time.monotonic()
+        assert snmpget(self.address, MODEL) == [f'.{MODEL} = STRING: "sys/rack-unit-1"']
+        assert time.monotonic() - begin < 1
+
+
+@contextlib.contextmanager
+def client(receive_buffer=None):
+    """A connection to the link, perhaps still in its backlog."""
+    with socket.socket() as peer:
+        if receive_buffer:
+            peer.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, receive_buffer)
+        peer.settimeout(10)
+        peer.connect(("127.0.0.1", PORT))
+        yield peer
+
+
+def receive(peer, size):
+    received = b""
+    while len(received) < size:
+        part = peer.recv(size - len(received))
+        assert part, f"the link closed the connection after {len(received)} octets"
+        received += part
+    return received
+
+
+def receive_all(peer):
+    """What comes up to the end of the connection."""
+    return b"".join(iter(lambda: peer.recv(65536), b""))
+
+
+def reset(peer):
+    peer.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+    peer.close()
+
+
+def send_stands_still(daemon, peer):
+    """Waits until the link can send no more to a peer that does not read; what it sends is then not whole."""
+    sent = daemon.lines("Send (successful|failed)")
+    arrived = [-1]
+
+    def stands_still():
+        arrived.append(struct.unpack("i", fcntl.ioctl(peer, termios.FIONREAD, bytes(4)))[0])
+        return 0 < arrived[-1] == arrived[-2]
+    wait_until(stands_still, what="a send that stands still")
+    assert daemon.lines("Send (successful|failed)") == sent
+
+
+def resources(daemon):
+    return [len(os.listdir(f"/proc/{daemon.pid}/{kind}")) for kind in ("fd", "task")]
+
+
+class TestWhileItServes:
+    @pytest.fixture(scope="class")
+    def running(self):
+        directory = pathlib.Path(tempfile.mkdtemp(prefix="tavo-"))
+        server = Server(directory)
+        daemon = LinkedDaemon(directory, server)
+        yield daemon
+        daemon.stop()
+        server.stop()
+        shutil.rmtree(directory)
+
+    @pytest.fixture
+    def daemon(self, running):
+        running.replace_block(BLOCK)
+        yield running
+        print(running.log()[-2000:])
+
+    def test_a_client_gets_the_block_when_it_connects_and_after_each_message(self, daemon):
+        with client() as peer:
+            assert receive(peer, len(BLOCK)) == BLOCK
+            peer.sendall(b"again")
+            assert receive(peer, len(BLOCK)) == BLOCK
+            peer.shutdown(socket.SHUT_WR)
+            assert receive_all(peer) == b""
+
+    def test_a_burst_of_three_thousand_octets_brings_at_most_three_whole_blocks_more(self, daemon):
+        with client() as peer:
+            assert receive(peer, len(BLOCK)) == BLOCK
+            peer.sendall(b"x" * 3000)
+            peer.shutdown(socket.SHUT_WR)
+            received = receive_all(peer)
+        assert received in (BLOCK, BLOCK * 2, BLOCK * 3)
+
+    def test_a_client_that_does_not_read_holds_up_neither_the_agent_nor_sighup(self, daemon):
+        daemon.replace_block(LARGE_BLOCK)
+        with client(receive_buffer=4096) as peer:
+            send_stands_still(daemon, peer)
+            daemon.assert_it_answers()
+            replaced = daemon.lines("octets from .* now")
+            for content in (b"overtaken", b"the newest"):
+                daemon.write_block(content)
+                daemon.hang_up()
+                daemon.assert_it_answers()
+            assert daemon.lines("octets from .* now") == replaced
+
+            assert receive(peer, len(LARGE_BLOCK)) == LARGE_BLOCK
+            daemon.wait_for_log("sends 10 octets from .* now")
+            assert daemon.lines("sends 9 octets") == 0
+            peer.sendall(b"again")
+            assert receive(peer, 10) == b"the newest"
+
+    def test_a_second_client_is_served_when_the_first_has_left(self, daemon):
+        with client() as first:
+            assert receive(first, len(BLOCK)) == BLOCK
+            with client() as second:
+                second.settimeout(0.3)
+                with pytest.raises(TimeoutError):
+                    second.recv(1)
+                first.close()
+                second.settimeout(10)
+                assert receive(second, len(BLOCK)) == BLOCK
+
+    def test_a_reset_in_the_middle_of_a_send_ends_that_send_alone(self, daemon):
+        daemon.replace_block(LARGE_BLOCK)
+        failures = daemon.lines("Send failed\\.\\.\\.")
+        with client(receive_buffer=4096) as peer:
+            receive(peer, 1000)
+            send_stands_still(daemon, peer)
+            reset(peer)
+        daemon.wait_for_log("Send failed\\.\\.\\.", count=failures + 1)
+        with client() as peer:
+            assert receive(peer, len(LARGE_BLOCK)) == LARGE_BLOCK
+        daemon.assert_it_answers()
+
+    def test_ten_thousand_connections_leave_nothing_behind(self, daemon):
+        daemon.assert_it_answers()  # whatever the agent opens with its first answer is open
+        before = resources(daemon)
+        begin = time.monotonic()
+        for number in range(10_000):
+            with client() as peer:
+                assert receive(peer, len(BLOCK)) == BLOCK
+                if number % 2:
+                    reset(peer)
+        print(f"10,000 connections in {time.monotonic() - begin:.1f} s")
+        # "No more than": a tool that a thread of the module ran may have been among them.
+        wait_until(lambda: all(now <= then for now, then in zip(resources(daemon), before)),
+                   what=f"{before} descriptors and threads again")
+
+    @pytest.mark.parametrize("trouble", ["absent", "a directory", "a FIFO", "too large"])
+    def test_a_file_that_cannot_be_read_again_leaves_the_block_with_a_warning(self, daemon, trouble):
+        daemon.block_file.unlink()
+        reason = "not a regular file"
+        if trouble == "a directory":
+            daemon.block_file.mkdir()
+        elif trouble == "a FIFO":
+            os.mkfifo(daemon.block_file)
+        elif trouble == "too large":
+            reason = "larger than 16777216 octets"
+            with open(daemon.block_file, "wb") as file:
+                file.truncate(1 << 40)
+        else:
+            reason = "No such file or directory"
+        warning = re.escape(f"cannot read the chassis link's block {daemon.block_file}: {reason}; the block stays")
+        warned = daemon.lines(warning)
+        daemon.hang_up()
+        daemon.wait_for_log(warning, count=warned + 1)
+        assert daemon.lines(warning) == warned + 1
+        with client() as peer:
+            assert receive(peer, len(BLOCK)) == BLOCK
+
+    def test_of_an_empty_file_nothing_is_sent(self, daemon):
+        daemon.replace_block(b"")
+        sent = daemon.lines("Send successful")
+        with client() as peer:
+            daemon.wait_for_log("Send successful", count=sent + 1)
+            peer.shutdown(socket.SHUT_WR)
+            assert receive_all(peer) == b""
+
+
+def stop_in_time(daemon, link):
+    begin = time.monotonic()
+    daemon.signal(signal.SIGTERM)
+    if link:
+        daemon.wait_for_log("CMCThread exited", timeout=2)  # other threads of the module may not end at all
+    assert daemon.wait() == 0
+    seconds = time.monotonic() - begin
+    print(f"left after {seconds:.1f} s")
+    assert seconds < STOP_LIMIT
+
+
+@pytest.mark.parametrize("state", ["no client", "an idle client", "a client that does not read"])
+def test_the_link_ends_with_the_daemon(start, state):
+    daemon = start(LinkedDaemon, start(Server), LARGE_BLOCK)
+    with contextlib.ExitStack() as clients:
+        if state == "an idle client":
+            receive(clients.enter_context(client()), len(LARGE_BLOCK))
+        elif state == "a client that does not read":
+            send_stands_still(daemon, clients.enter_context(client(receive_buffer=4096)))
+            daemon.write_block(BLOCK)
+            daemon.hang_up()
+        stop_in_time(daemon, link=True)
+    assert daemon.lines("Stopping CMCThread") == daemon.lines("CMCThread exited") == 1
+
+
+def test_without_the_option_there_is_no_link(start):
+    daemon = start(ServedDaemon, start(Server))
+    with pytest.raises(ConnectionRefusedError), client():
+        pass
+    stop_in_time(daemon, link=False)
+    assert "CMC" not in daemon.log()
+
+
+def test_with_the_port_in_use_the_daemon_serves_without_the_link(start):
+    with socket.socket() as taken:
+        taken.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)  # connections of earlier tests still fade away
+        taken.bind(("127.0.0.1", PORT))
+        taken.listen()
+        daemon = start(LinkedDaemon, start(Server))
+        daemon.wait_for_log("bind failed")
+        daemon.assert_it_answers()
+        daemon.replace_block(b"for nobody")
+        stop_in_time(daemon, link=True)

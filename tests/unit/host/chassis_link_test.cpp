@@ -1,0 +1,335 @@
+#include "host/chassis_link.h"
+
+#include <net-snmp/net-snmp-config.h>
+
+#include <net-snmp/net-snmp-includes.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/inotify.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "host/exit_status.h"
+
+namespace tavo {
+namespace {
+
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+// What a module exports, and what became of its thread.
+struct FakeModule {
+  int created = 0;
+  int stopped = 0;
+  int joined = 0;
+  int create_result = 0;
+  pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
+  unsigned char *block = nullptr;
+  int32_t block_size = 0;
+  int32_t listener = -1;
+  int32_t connection = -1;
+};
+
+FakeModule *module = nullptr;
+
+// The lines logged, level first.
+class Log {
+ public:
+  Log() {
+    netsnmp_register_loghandler(NETSNMP_LOGHANDLER_CALLBACK, LOG_DEBUG);
+    snmp_register_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_LOGGING, take, this);
+  }
+  ~Log() {
+    snmp_unregister_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_LOGGING, take, this, 1);
+    snmp_disable_log();
+  }
+  Log(const Log &) = delete;
+  Log &operator=(const Log &) = delete;
+
+  std::vector<std::string> lines() const {
+    const std::lock_guard lock(mutex_);
+    return lines_;
+  }
+
+ private:
+  static int take(int /*major*/, int /*minor*/, void *message, void *self) {
+    const auto *line = static_cast<const snmp_log_message *>(message);
+    auto *log = static_cast<Log *>(self);
+    const std::lock_guard lock(log->mutex_);
+    log->lines_.push_back(std::to_string(line->priority) + " " + line->msg);
+    return 0;
+  }
+
+  mutable std::mutex mutex_;
+  std::vector<std::string> lines_;
+};
+
+template <class Condition>
+bool eventually(Condition holds) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (!holds()) {
+    if (std::chrono::steady_clock::now() > deadline) {
+      return false;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  return true;
+}
+
+class ChassisLinkTest : public testing::Test {
+ protected:
+  ChassisLinkTest() {
+    module = &fake_;
+    std::string directory = testing::TempDir() + "chassis-link-XXXXXX";
+    directory_ = mkdtemp(directory.data());
+    file_ = directory_ / "block";
+    reads_ = inotify_init1(IN_CLOEXEC);
+    inotify_add_watch(reads_, directory_.c_str(), IN_CLOSE_NOWRITE);
+  }
+  ~ChassisLinkTest() override {
+    close(reads_);
+    std::filesystem::remove_all(directory_);
+    module = nullptr;
+  }
+
+  ChassisLinkExports exports() {
+    return {
+        .create_thread = [] { return ++module->created, module->create_result; },
+        .stop_thread = [] { ++module->stopped; },
+        .join_thread = [] { return ++module->joined, 0; },
+        .lock = &fake_.lock,
+        .block = &fake_.block,
+        .block_size = &fake_.block_size,
+        .listener = &fake_.listener,
+        .connection = &fake_.connection,
+    };
+  }
+
+  // By renaming, so that a reader sees one content or the other.
+  void write(const std::string &content) const {
+    const auto draft = directory_ / "draft";
+    std::ofstream(draft, std::ios::binary) << content;
+    std::filesystem::rename(draft, file_);
+  }
+
+  std::string block() {
+    pthread_mutex_lock(&fake_.lock);
+    const std::string content(fake_.block, fake_.block + fake_.block_size);
+    pthread_mutex_unlock(&fake_.lock);
+    return content;
+  }
+
+  bool becomes(const std::string &content) {
+    return eventually([&] { return block() == content; });
+  }
+
+  // Waits until a file has been read to its end since the last call.
+  bool file_is_read() const {
+    pollfd readable{.fd = reads_, .events = POLLIN, .revents = 0};
+    std::array<char, 4096> events{};
+    return poll(&readable, 1, 10'000) == 1 && read(reads_, events.data(), events.size()) > 0;
+  }
+
+  // What the user is told when the link cannot be made.
+  std::string refusal() {
+    try {
+      const ChassisLink link(exports(), file_);
+    } catch (const StartFailure &failure) {
+      EXPECT_EQ(failure.status(), ExitStatus::configuration);
+      return failure.what();
+    }
+    return "";
+  }
+
+  static void stop(ChassisLink &link) {
+    link.ask_to_stop();
+    link.close();
+  }
+
+  FakeModule fake_;
+  std::filesystem::path directory_;
+  std::filesystem::path file_;
+  int reads_;
+  const Log log_;
+};
+
+TEST_F(ChassisLinkTest, TheModuleHasTheBlockBeforeItsThreadStartsAndNotAfterTheLink) {
+  const std::string content("\0a block\n\xff", 10);
+  write(content);
+  {
+    ChassisLink link(exports(), file_);
+    EXPECT_EQ(block(), content);
+    EXPECT_EQ(fake_.created, 0);
+    link.start();
+    EXPECT_EQ(fake_.created, 1);
+    stop(link);
+    EXPECT_EQ(fake_.stopped, 1);
+    EXPECT_EQ(fake_.joined, 1);
+  }
+  EXPECT_EQ(fake_.block, nullptr);
+  EXPECT_EQ(fake_.block_size, 0);
+}
+
+TEST_F(ChassisLinkTest, ALinkThatIsNotStartedIsNotStoppedEither) {
+  write("block");
+  { const ChassisLink link(exports(), file_); }
+  EXPECT_EQ(fake_.stopped + fake_.joined, 0);
+  EXPECT_EQ(fake_.block, nullptr);
+}
+
+TEST_F(ChassisLinkTest, AnEmptyFileIsABlockOfNoOctets) {
+  write("");
+  const ChassisLink link(exports(), file_);
+  EXPECT_EQ(fake_.block_size, 0);
+}
+
+TEST_F(ChassisLinkTest, AFileThatIsNoneIsRefusedByName) {
+  EXPECT_THAT(refusal(), AllOf(HasSubstr(file_), HasSubstr("No such file or directory")));
+  std::filesystem::create_directory(file_);
+  EXPECT_THAT(refusal(), AllOf(HasSubstr(file_), HasSubstr("not a regular file")));
+  std::filesystem::remove(file_);
+  mkfifo(file_.c_str(), 0600);
+  EXPECT_THAT(refusal(), AllOf(HasSubstr(file_), HasSubstr("not a regular file")));
+}
+
+TEST_F(ChassisLinkTest, ABlockMayHaveSixteenMebibytesAndNotOneOctetMore) {
+  write("");
+  std::filesystem::resize_file(file_, ChassisLink::largest_block);
+  {
+    const ChassisLink link(exports(), file_);
+    EXPECT_EQ(fake_.block_size, 16 * 1024 * 1024);
+  }
+  std::filesystem::resize_file(file_, ChassisLink::largest_block + 1);
+  EXPECT_THAT(refusal(), AllOf(HasSubstr(file_), HasSubstr("larger than 16777216 octets")));
+}
+
+TEST_F(ChassisLinkTest, AThreadThatCannotBeCreatedEndsTheStart) {
+  write("block");
+  fake_.create_result = -1;
+  ChassisLink link(exports(), file_);
+  EXPECT_THROW(link.start(), StartFailure);
+}
+
+TEST_F(ChassisLinkTest, ReloadingReplacesTheBlockAndSaysSo) {
+  write("first");
+  ChassisLink link(exports(), file_);
+  link.start();
+  for (const char *content : {"second, and longer", "", "third"}) {
+    write(content);
+    link.reload();
+    EXPECT_TRUE(becomes(content)) << content;
+  }
+  stop(link);
+  const std::string from = " octets from " + file_.string();
+  EXPECT_THAT(
+      log_.lines(),
+      ElementsAre("6 the chassis link sends 5" + from + "\n", "6 the chassis link sends 18" + from + " now\n",
+                  "6 the chassis link sends 0" + from + " now\n", "6 the chassis link sends 5" + from + " now\n"));
+}
+
+TEST_F(ChassisLinkTest, AFileThatCannotBeReadAgainLeavesTheBlockWithAWarning) {
+  write("first");
+  ChassisLink link(exports(), file_);
+  link.start();
+  std::filesystem::remove(file_);
+  link.reload();
+  ASSERT_TRUE(eventually([this] { return log_.lines().size() == 2; }));
+  EXPECT_EQ(log_.lines()[1], "4 cannot read the chassis link's block " + file_.string() +
+                                 ": No such file or directory; the block stays as it was\n");
+  EXPECT_EQ(block(), "first");
+  write("second");
+  link.reload();
+  EXPECT_TRUE(becomes("second"));
+  stop(link);
+}
+
+// The test holds the lock, as a send does, in those that follow.
+
+TEST_F(ChassisLinkTest, ABlockUnderASendIsReplacedAfterwardsByTheNewestContent) {
+  write("first");
+  ChassisLink link(exports(), file_);
+  ASSERT_TRUE(file_is_read());
+  link.start();
+  pthread_mutex_lock(&fake_.lock);
+  for (const char *content : {"second", "third", "fourth"}) {
+    write(content);
+    link.reload();
+    EXPECT_TRUE(file_is_read()) << content;
+  }
+  EXPECT_EQ(std::string(fake_.block, fake_.block + fake_.block_size), "first");
+  pthread_mutex_unlock(&fake_.lock);
+  EXPECT_TRUE(becomes("fourth"));
+  stop(link);
+  EXPECT_EQ(log_.lines().size(), 2U) << "those in between were never the block";
+}
+
+TEST_F(ChassisLinkTest, AFileThatVanishesAfterItsContentWasReadChangesNothing) {
+  write("first");
+  ChassisLink link(exports(), file_);
+  ASSERT_TRUE(file_is_read());
+  link.start();
+  pthread_mutex_lock(&fake_.lock);
+  write("second");
+  link.reload();
+  ASSERT_TRUE(file_is_read());
+  std::filesystem::remove(file_);
+  link.reload();
+  EXPECT_TRUE(eventually([this] { return log_.lines().size() == 2; }));
+  pthread_mutex_unlock(&fake_.lock);
+  EXPECT_TRUE(becomes("second"));
+  stop(link);
+}
+
+TEST_F(ChassisLinkTest, TheStopDoesNotWaitForASend) {
+  write("first");
+  ChassisLink link(exports(), file_);
+  ASSERT_TRUE(file_is_read());
+  link.start();
+  pthread_mutex_lock(&fake_.lock);
+  write("second");
+  link.reload();
+  ASSERT_TRUE(file_is_read());
+  const auto begin = std::chrono::steady_clock::now();
+  stop(link);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
+  EXPECT_EQ(std::string(fake_.block, fake_.block + fake_.block_size), "first");
+  pthread_mutex_unlock(&fake_.lock);
+}
+
+TEST_F(ChassisLinkTest, WakingEndsWhatIsSentAndWhatIsAwaited) {
+  write("block");
+  ChassisLink link(exports(), file_);
+  link.wake();  // no descriptor yet, no harm
+  std::array<int, 2> first{};
+  std::array<int, 2> second{};
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, first.data()), 0);
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, second.data()), 0);
+  fake_.listener = first[0];
+  fake_.connection = second[0];
+  link.wake();
+  for (const int descriptor : {first[0], second[0]}) {
+    char octet = 0;
+    EXPECT_EQ(recv(descriptor, &octet, 1, MSG_DONTWAIT), 0);
+    EXPECT_EQ(send(descriptor, &octet, 1, MSG_DONTWAIT | MSG_NOSIGNAL), -1);
+  }
+  for (const int descriptor : {first[0], first[1], second[0], second[1]}) {
+    close(descriptor);
+  }
+  fake_.listener = fake_.connection = -1;
+}
+
+}  // namespace
+}  // namespace tavo
