@@ -8,8 +8,8 @@ usage: ./test.sh [NAME]...
        ./test.sh --preset PRESET [NAME]...
 
 Installs what is missing, builds, and runs all tests: the optimised build's unit, system, format and MIB tests, then the
-unit tests again under AddressSanitizer with UndefinedBehaviorSanitizer and under ThreadSanitizer, and a clang build
-that checks the lock annotations.
+unit tests again as clang compiles them, which checks the lock annotations: under AddressSanitizer with
+UndefinedBehaviorSanitizer, and those that have threads under ThreadSanitizer.
 
 With NAMEs only the tests of the optimised build whose names match one of them (regular expressions; ctest -N lists the
 names), with --preset those of another build: release, asan, tsan or clang.
@@ -66,8 +66,6 @@ else
     scripts/build "$sanitizer" --with-tests unit_tests host_tests library_tests
     run_tests "$sanitizer" --label-regex '^unit$'
   done
-  # The annotations, which only the module has, are checked while compiling it.
-  scripts/build clang snmpextmibmodule
 fi
 
 echo "$passed passed, $failed failed"

@@ -199,17 +199,17 @@ def test_a_long_message_is_logged_up_to_1024_octets(daemon, server):
 def test_a_peer_that_says_nothing_for_five_seconds_keeps_nobody_waiting(daemon, server):
     peer = subprocess.Popen([str(word) for word in server.entered(
         "python3", "-c",
-        f"import socket, time; s = socket.socket(socket.AF_UNIX); s.connect('{SOCKET}'); print('connected', flush=True); "
-        "time.sleep(5)")], stdout=subprocess.PIPE, text=True)
+        f"import socket, sys; s = socket.socket(socket.AF_UNIX); s.connect('{SOCKET}'); print('connected', flush=True); "
+        "sys.stdin.read()")], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
     assert peer.stdout.readline() == "connected\n"
     connected = time.monotonic()
-    while peer.poll() is None:
+    while time.monotonic() - connected < 5:
         started = time.monotonic()
         assert tables_in_storage(daemon.address)[CARDS] == 2
-        if peer.poll() is None:
-            assert time.monotonic() - started < 4
-            assert rebuilds(daemon) == 0
-    assert time.monotonic() - connected > 4
+        assert time.monotonic() - started < 4
+        assert rebuilds(daemon) == 0
+    peer.stdin.close()
+    assert peer.wait(10) == 0
     daemon.wait_for_log(TRIGGER)
     assert rebuilds(daemon) == 1
 

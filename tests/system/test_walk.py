@@ -44,7 +44,8 @@ def all_served(address):
 
 
 def test_every_cell_by_walk_bulk_walk_and_get(start, server):
-    address = start(ServedDaemon, server).address
+    daemon = start(ServedDaemon, server)
+    address = daemon.address
     walked = all_served(address)
     if os.environ.get("TAVO_WRITE_GOLDEN"):
         GOLDEN.write_text("\n".join(walked) + "\n")
@@ -56,6 +57,8 @@ def test_every_cell_by_walk_bulk_walk_and_get(start, server):
     for first in range(0, len(names), 20):
         got += cells(snmp("snmpget", address, *names[first:first + 20], timeout=30))
     assert got == golden()
+    # Asked when the module was loaded, not with every request.
+    assert daemon.log().count("bad size for counter 64") == 1
 
 
 def test_every_cell_through_an_agentx_master(start, server):

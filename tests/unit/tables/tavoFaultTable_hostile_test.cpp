@@ -3,6 +3,7 @@
 // ends.
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <cstring>
@@ -58,7 +59,8 @@ class HostileRecordTest : public FaultTableTest {
       EXPECT_THAT(notification.varbinds, SizeIs(13));
     }
     ASSERT_EQ(tavoFaultTable_head, nullptr);
-    ASSERT_THAT(std::vector(fault_database, fault_database + tavo::fault_bucket_count), Each(nullptr));
+    ASSERT_TRUE(std::all_of(fault_database, fault_database + tavo::fault_bucket_count,
+                            [](const auto *bucket) { return bucket == nullptr; }));
   }
 
   static void expect_served(std::uint32_t index) {
