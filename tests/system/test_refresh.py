@@ -2,6 +2,7 @@
 
 import itertools
 import re
+import statistics
 
 import pytest
 
@@ -18,8 +19,9 @@ READINGS = {
 }
 SPEED = 45
 MINUTES = 30
-# Time stamps are whole seconds, and a second of a busy machine is three quarters of a minute here.
-SLACK = SPEED
+# Time stamps are whole seconds, and a second that a busy machine takes is three quarters of a minute here: no pause is
+# much longer than it should be, and half of them are hardly longer.
+LONGEST_SLACK, MEDIAN_SLACK = 4 * SPEED, SPEED / 2
 
 
 def readings(address):
@@ -83,7 +85,8 @@ def test_a_pass_comes_100_to_120_seconds_after_the_last(life):
     ends = [found[0].time, *(refresh[-1].time for refresh in refreshes)]
     pauses = [refresh[0].time - end for end, refresh in zip(ends, refreshes)]
     print("seconds from the end of a pass to the first table of the next:", *(f"{pause:.0f}" for pause in pauses))
-    assert all(99 <= pause <= 121 + SLACK for pause in pauses)
+    assert all(99 <= pause <= 121 + LONGEST_SLACK for pause in pauses)
+    assert statistics.median(pauses) <= 121 + MEDIAN_SLACK
     # How long passes take depends on the machine; this is what follows for a table.
     for what in periodic_refresh(len(refreshes)):
         times = [event.time for event in found if event.what == what]
