@@ -7,12 +7,12 @@ usage() {
 usage: ./test.sh [NAME]...
        ./test.sh --preset PRESET [NAME]...
 
-Installs what is missing, builds, and runs all tests: the optimised build's unit, system, format and MIB tests, then the
-unit tests again as clang compiles them, which checks the lock annotations: under AddressSanitizer with
+Installs what is missing, builds, and runs all tests: those of the optimised build as it ships (system, simulator, format
+and MIB tests), then the unit tests as clang compiles them, which checks the lock annotations: under AddressSanitizer with
 UndefinedBehaviorSanitizer, and those that have threads under ThreadSanitizer.
 
 With NAMEs only the tests of the optimised build whose names match one of them (regular expressions; ctest -N lists the
-names), with --preset those of another build: release, asan, tsan or clang.
+names), with --preset those of that build: release, asan, tsan or clang.
 TEXT
 }
 
@@ -40,8 +40,8 @@ failed=0
 # run_tests PRESET [CTEST OPTION]...: tests that pass are not listed; build/PRESET-tests.log has everything.
 run_tests() {
   local log=build/$1-tests.log status=0 closing
-  # Twice as many tests as cores: most of the long ones wait for a program.
-  ctest --preset "$@" --parallel "$((2 * $(nproc)))" --no-label-summary --no-tests=error 2>&1 | tee "$log" |
+  # More tests than cores: most of the long ones wait for a program.
+  ctest --preset "$@" --parallel "$((3 * $(nproc)))" --no-label-summary --no-tests=error 2>&1 | tee "$log" |
     grep --line-buffered -vE '^ *(Start +[0-9]+:|[0-9]+/[0-9]+ Test +#[0-9]+: .* Passed )|^$' || status=$?
   closing=$(grep -oE '[0-9]+ tests? failed out of [0-9]+' "$log" || true)
   if [[ ! $closing =~ ^([0-9]+).*\ ([0-9]+)$ ]]; then
@@ -60,10 +60,10 @@ if [[ $preset || ${#names[@]} -gt 0 ]]; then
   [[ ${#names[@]} -eq 0 ]] || filter=(--tests-regex "$(IFS='|'; echo "${names[*]}")")
   run_tests "${preset:-release}" "${filter[@]}"
 else
-  scripts/build release --with-tests
-  run_tests release
+  scripts/build release --with-tests system_test_programs table_walk_bench
+  run_tests release --label-exclude '^unit$' --exclude-regex '_NOT_BUILT$'
   for sanitizer in asan tsan; do
-    scripts/build "$sanitizer" --with-tests unit_tests host_tests library_tests
+    scripts/build "$sanitizer" --with-tests unit_test_programs
     run_tests "$sanitizer" --label-regex '^unit$'
   done
 fi
