@@ -55,8 +55,10 @@ class Program:
         # A program started again goes on in the same file; what an earlier one wrote is not its log.
         self._log_start = self.log_file.stat().st_size if self.log_file.exists() else 0
         self.command = [str(word) for word in command]
+        # It must not outlive a test run that is killed.
+        bound_to_us = ["setpriv", "--pdeathsig", "TERM", "--", *self.command]
         with open(self.log_file, "ab") as log:
-            self.process = subprocess.Popen(self.command, stdin=subprocess.DEVNULL, stdout=log, stderr=log,
+            self.process = subprocess.Popen(bound_to_us, stdin=subprocess.DEVNULL, stdout=log, stderr=log,
                                             cwd=directory, env=environment(directory, **extra_environment))
 
     @property
