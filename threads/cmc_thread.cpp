@@ -115,7 +115,7 @@ bool accept_connection() {
   if (descriptor >= FD_SETSIZE) {  // cannot be waited for with select
     snmp_log(LOG_ERR, "\nAccept failed\n");
     close(descriptor);
-    descriptor = -1;
+    return true;
   }
   set_connection(descriptor);
   push_block();

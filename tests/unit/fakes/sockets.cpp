@@ -1,6 +1,7 @@
 #include "tests/unit/fakes/sockets.h"
 
 #include <fcntl.h>
+#include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
@@ -8,6 +9,7 @@
 #include <cerrno>
 #include <condition_variable>
 #include <cstddef>
+#include <cstring>
 #include <map>
 #include <mutex>
 #include <span>
@@ -19,9 +21,15 @@ namespace fakes {
 namespace {
 
 std::mutex mutex;
-std::map<std::string, int, std::less<>> errors;
+struct Failure {
+  int error;
+  int successes_left;
+};
+
+std::map<std::string, Failure, std::less<>> failures;
 std::vector<BoundAddress> bound;
 std::vector<int> listened;
+std::vector<SocketOption> options;
 std::vector<OpenedSocket> opened;
 int accepting = 0;
 std::condition_variable accepting_changed;
@@ -37,13 +45,13 @@ void note_accepting(int change) {
 // Whether the call is to fail; errno then says why.
 bool fails(std::string_view function) {
   const std::scoped_lock lock(mutex);
-  const auto error = errors.find(function);
-  if (error == errors.end()) {
+  const auto failure = failures.find(function);
+  if (failure == failures.end() || failure->second.successes_left-- > 0) {
     return false;
   }
-  const int number = error->second;
-  errors.erase(error);
-  errno = number;
+  const int error = failure->second.error;
+  failures.erase(failure);
+  errno = error;
   return true;
 }
 
@@ -59,9 +67,9 @@ int note_opened(const char *function, int descriptor) {
 
 }  // namespace
 
-void fail_next_socket_call(std::string_view function, int error) {
+void fail_next_socket_call(std::string_view function, int error, int successes) {
   const std::scoped_lock lock(mutex);
-  errors.insert_or_assign(std::string(function), error);
+  failures.insert_or_assign(std::string(function), Failure{.error = error, .successes_left = successes});
 }
 
 std::vector<BoundAddress> bound_addresses() {
@@ -72,6 +80,11 @@ std::vector<BoundAddress> bound_addresses() {
 std::vector<int> backlogs() {
   const std::scoped_lock lock(mutex);
   return listened;
+}
+
+std::vector<SocketOption> socket_options() {
+  const std::scoped_lock lock(mutex);
+  return options;
 }
 
 std::vector<OpenedSocket> opened_sockets() {
@@ -86,9 +99,10 @@ bool wait_until_accepting(std::chrono::seconds limit) {
 
 void reset_sockets() {
   const std::scoped_lock lock(mutex);
-  errors.clear();
+  failures.clear();
   bound.clear();
   listened.clear();
+  options.clear();
   opened.clear();
 }
 
@@ -99,13 +113,26 @@ using namespace fakes;
 extern "C" {
 
 int __real_socket(int domain, int type, int protocol);
+int __real_setsockopt(int descriptor, int level, int name, const void *value, socklen_t size);
 int __real_bind(int descriptor, const sockaddr *address, socklen_t length);
 int __real_listen(int descriptor, int backlog);
 int __real_accept4(int descriptor, sockaddr *address, socklen_t *length, int flags);
+int __real_select(int count, fd_set *readable, fd_set *writable, fd_set *exceptional, timeval *limit);
+ssize_t __real_send(int descriptor, const void *octets, std::size_t size, int flags);
 ssize_t __real_recv(int descriptor, void *buffer, std::size_t size, int flags);
 
 int __wrap_socket(int domain, int type, int protocol) {
   return fails("socket") ? -1 : note_opened("socket", __real_socket(domain, type, protocol));
+}
+
+int __wrap_setsockopt(int descriptor, int level, int name, const void *value, socklen_t size) {
+  if (size == sizeof(int)) {
+    SocketOption option = {.descriptor = descriptor, .level = level, .name = name, .value = 0};
+    std::memcpy(&option.value, value, sizeof option.value);
+    const std::scoped_lock lock(mutex);
+    options.push_back(option);
+  }
+  return fails("setsockopt") ? -1 : __real_setsockopt(descriptor, level, name, value, size);
 }
 
 int __wrap_bind(int descriptor, const sockaddr *address, socklen_t length) {
@@ -143,6 +170,14 @@ int __wrap_accept4(int descriptor, sockaddr *address, socklen_t *length, int fla
   const int accepted = note_opened("accept4", __real_accept4(descriptor, address, length, flags));
   note_accepting(-1);
   return accepted;
+}
+
+int __wrap_select(int count, fd_set *readable, fd_set *writable, fd_set *exceptional, timeval *limit) {
+  return fails("select") ? -1 : __real_select(count, readable, writable, exceptional, limit);
+}
+
+ssize_t __wrap_send(int descriptor, const void *octets, std::size_t size, int flags) {
+  return fails("send") ? -1 : __real_send(descriptor, octets, size, flags);
 }
 
 ssize_t __wrap_recv(int descriptor, void *buffer, std::size_t size, int flags) {

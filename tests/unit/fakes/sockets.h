@@ -10,8 +10,9 @@
 
 namespace fakes {
 
-// The next call of `function` ("socket", "bind", "listen", "accept4", "recv") fails with `error`.
-void fail_next_socket_call(std::string_view function, int error);
+// After `successes` more, which are real, the next call of `function` ("socket", "setsockopt", "bind", "listen",
+// "accept4", "select", "send", "recv") fails with `error`; later ones are real again.
+void fail_next_socket_call(std::string_view function, int error, int successes = 0);
 
 // What the module has passed, oldest first.
 struct BoundAddress {
@@ -20,6 +21,16 @@ struct BoundAddress {
 };
 std::vector<BoundAddress> bound_addresses();
 std::vector<int> backlogs();
+
+// Options of one integer, those whose setting was made to fail among them.
+struct SocketOption {
+  int descriptor;
+  int level;
+  int name;
+  int value;
+  bool operator==(const SocketOption &) const = default;
+};
+std::vector<SocketOption> socket_options();
 
 // Descriptors got from socket and accept4, oldest first; the test's own are among those of socket.
 struct OpenedSocket {

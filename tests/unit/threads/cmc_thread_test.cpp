@@ -1,143 +1,33 @@
 #include "threads/cmc_thread.h"
 
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <net/if.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
-#include <sched.h>
-#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <algorithm>
+#include <array>
 #include <atomic>
 #include <cerrno>
-#include <chrono>
 #include <cstring>
 #include <string>
-#include <thread>
-#include <vector>
 
-#include "tests/unit/fakes/module_test.h"
+#include "tests/unit/fakes/cmc_thread_test.h"
 #include "tests/unit/fakes/net_snmp.h"
+#include "tests/unit/fakes/sockets.h"
 #include "tests/unit/fakes/threads.h"
 
 namespace {
 
+using fakes::CmcThreadTest;
+using fakes::eventually;
 using fakes::LogLine;
+using fakes::SocketOption;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
-constexpr std::chrono::seconds limit(20);
-
-// Waits until `done` holds; false when the limit passes first.
-template <class Condition>
-bool eventually(Condition done) {
-  const auto deadline = std::chrono::steady_clock::now() + limit;
-  while (!done()) {
-    if (std::chrono::steady_clock::now() > deadline) {
-      return false;
-    }
-    std::this_thread::yield();
-  }
-  return true;
-}
-
-// Moves the process to a network of its own, so that the link's port is free whatever else runs on this machine. False
-// when the system does not allow it.
-bool enter_private_network() {
-  if (unshare(CLONE_NEWNET) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) {
-    return false;
-  }
-  ifreq loopback{};
-  std::strcpy(loopback.ifr_name, "lo");
-  loopback.ifr_flags = IFF_UP | IFF_RUNNING;
-  const int descriptor = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-  const bool up = ioctl(descriptor, SIOCSIFFLAGS, &loopback) == 0;
-  close(descriptor);
-  return up;
-}
-
-class ChassisLinkTest : public fakes::ModuleTest {
- protected:
-  void SetUp() override {
-    if (!enter_private_network()) {
-      GTEST_SKIP() << "no network of one's own: " << std::strerror(errno);
-    }
-  }
-
-  // The link lives as long as the process, unless its sockets fail.
-  void TearDown() override {
-    if (!started_) {
-      return;
-    }
-    ASSERT_TRUE(eventually([] {
-      shutdown(std::atomic_ref(data_fd).load(), SHUT_RDWR);
-      shutdown(std::atomic_ref(sock_fd).load(), SHUT_RDWR);
-      return std::atomic_ref(sock_fd).load() == -1;
-    }));
-    join_cmc_thread();
-  }
-
-  void start() {
-    started_ = true;
-    ASSERT_EQ(create_cmc_thread(), 0);
-    ASSERT_TRUE(fakes::wait_for_log("CMCThread initiated\n"));
-  }
-
-  void set_block(std::string block) {
-    pthread_mutex_lock(&cmc_lock);
-    block_ = std::move(block);
-    cmc_data_buffer = reinterpret_cast<unsigned char *>(block_.data());
-    transfer_data_len = static_cast<int32_t>(block_.size());
-    pthread_mutex_unlock(&cmc_lock);
-  }
-
-  // A connection to the link, which may still be in the backlog.
-  static int connect_client() {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(25678);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    int descriptor = -1;
-    EXPECT_TRUE(eventually([&] {
-      descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-      if (connect(descriptor, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0) {
-        return true;
-      }
-      close(descriptor);
-      return false;
-    }));
-    return descriptor;
-  }
-
-  static std::string receive(int descriptor, std::size_t octets) {
-    std::string received(octets, '\0');
-    std::size_t got = 0;
-    while (got < octets) {
-      pollfd waiting = {.fd = descriptor, .events = POLLIN, .revents = 0};
-      if (poll(&waiting, 1, 20000) <= 0) {
-        break;
-      }
-      const ssize_t part = recv(descriptor, received.data() + got, octets - got, 0);
-      if (part <= 0) {
-        break;
-      }
-      got += static_cast<std::size_t>(part);
-    }
-    received.resize(got);
-    return received;
-  }
-
- private:
-  std::string block_;
-  bool started_ = false;
-};
-
-TEST_F(ChassisLinkTest, APeerGetsTheBlockWhenItConnectsAndAfterEachMessage) {
+TEST_F(CmcThreadTest, APeerGetsTheBlockWhenItConnectsAndAfterEachMessage) {
   set_block("inventory block");
   start();
   const int peer = connect_client();
@@ -149,7 +39,7 @@ TEST_F(ChassisLinkTest, APeerGetsTheBlockWhenItConnectsAndAfterEachMessage) {
   close(peer);
 }
 
-TEST_F(ChassisLinkTest, WithoutABlockNothingIsSentAndThatIsASuccess) {
+TEST_F(CmcThreadTest, WithoutABlockNothingIsSentAndThatIsASuccess) {
   start();
   const int peer = connect_client();
   ASSERT_TRUE(fakes::wait_for_log("\nSend successful\n"));
@@ -158,7 +48,7 @@ TEST_F(ChassisLinkTest, WithoutABlockNothingIsSentAndThatIsASuccess) {
   close(peer);
 }
 
-TEST_F(ChassisLinkTest, ALargeBlockArrivesWhole) {
+TEST_F(CmcThreadTest, ALargeBlockArrivesWhole) {
   std::string block(200000, '\0');
   for (std::size_t i = 0; i < block.size(); ++i) {
     block[i] = static_cast<char>(i * 31 >> 3);
@@ -170,18 +60,19 @@ TEST_F(ChassisLinkTest, ALargeBlockArrivesWhole) {
   close(peer);
 }
 
-TEST_F(ChassisLinkTest, ABurstOfThreeThousandOctetsIsAnsweredAtMostThreeTimes) {
+TEST_F(CmcThreadTest, ABurstOfThreeThousandOctetsIsAnsweredAtMostThreeTimes) {
   set_block("b");
   start();
   const int peer = connect_client();
   EXPECT_EQ(receive(peer, 1), "b");
   const std::string burst(3000, 'x');
   ASSERT_EQ(send(peer, burst.data(), burst.size(), 0), 3000);
-  EXPECT_EQ(receive(peer, 3), "bbb") << "loopback hands a burst over at once: one receive of 1024 octets each";
+  shutdown(peer, SHUT_WR);
+  EXPECT_EQ(receive(peer, 100), "bbb") << "loopback hands a burst over at once: one receive of 1024 octets each";
   close(peer);
 }
 
-TEST_F(ChassisLinkTest, ASecondPeerWaitsUntilTheFirstHasGone) {
+TEST_F(CmcThreadTest, ASecondPeerWaitsUntilTheFirstHasGone) {
   set_block("block");
   start();
   const int first = connect_client();
@@ -194,7 +85,7 @@ TEST_F(ChassisLinkTest, ASecondPeerWaitsUntilTheFirstHasGone) {
   close(second);
 }
 
-TEST_F(ChassisLinkTest, APeerThatGoesAwayDuringASendDoesNotEndTheProcess) {
+TEST_F(CmcThreadTest, APeerThatGoesAwayDuringASendDoesNotEndTheProcess) {
   std::string block(8 << 20, 'x');
   set_block(block);
   start();
@@ -213,7 +104,7 @@ TEST_F(ChassisLinkTest, APeerThatGoesAwayDuringASendDoesNotEndTheProcess) {
   close(next);
 }
 
-TEST_F(ChassisLinkTest, ThousandsOfConnectionsLeaveNoDescriptorBehind) {
+TEST_F(CmcThreadTest, ThousandsOfConnectionsLeaveNoDescriptorBehind) {
   set_block("block");
   start();
   const int before = connect_client();
@@ -234,24 +125,60 @@ TEST_F(ChassisLinkTest, ThousandsOfConnectionsLeaveNoDescriptorBehind) {
   close(again);
 }
 
-TEST_F(ChassisLinkTest, APortThatIsTakenEndsTheThread) {
-  const int taken = socket(AF_INET, SOCK_STREAM, 0);
+TEST_F(CmcThreadTest, SetsUpItsSocketsBeforeItUsesThem) {
+  set_block("block");
+  start();
+  const int peer = connect_client();
+  EXPECT_EQ(receive(peer, 5), "block");
+  const int listening = std::atomic_ref(sock_fd).load();
+  const int connected = std::atomic_ref(data_fd).load();
+  EXPECT_THAT(fakes::socket_options(), ElementsAre(SocketOption{listening, SOL_SOCKET, SO_REUSEADDR, 1},
+                                                   SocketOption{connected, SOL_SOCKET, SO_RCVBUF, 65536},
+                                                   SocketOption{connected, SOL_SOCKET, SO_SNDBUF, 65536},
+                                                   SocketOption{connected, IPPROTO_TCP, TCP_KEEPCNT, 5},
+                                                   SocketOption{connected, IPPROTO_TCP, TCP_KEEPIDLE, 30},
+                                                   SocketOption{connected, IPPROTO_TCP, TCP_KEEPINTVL, 30},
+                                                   SocketOption{connected, SOL_SOCKET, SO_KEEPALIVE, 1}));
+  ASSERT_EQ(fakes::bound_addresses().size(), 1U);
   sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(25678);
-  address.sin_addr.s_addr = htonl(INADDR_ANY);
-  ASSERT_EQ(bind(taken, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
-  ASSERT_EQ(listen(taken, 1), 0);
-  ASSERT_EQ(create_cmc_thread(), 0);
-  EXPECT_EQ(join_cmc_thread(), 0);
-  EXPECT_THAT(fakes::log_lines(),
-              ElementsAre(LogLine{LOG_DEBUG, "CMCThread initiated\n"}, LogLine{LOG_ERR, "\nbind failed\n"},
-                          LogLine{LOG_DEBUG, "CMCThread exited\n"}));
-  EXPECT_EQ(sock_fd, -1);
-  close(taken);
+  ASSERT_EQ(fakes::bound_addresses()[0].octets.size(), sizeof address);
+  std::memcpy(&address, fakes::bound_addresses()[0].octets.data(), sizeof address);
+  EXPECT_EQ(address.sin_family, AF_INET);
+  EXPECT_EQ(ntohs(address.sin_port), 25678);
+  EXPECT_EQ(address.sin_addr.s_addr, INADDR_ANY);
+  EXPECT_THAT(fakes::backlogs(), ElementsAre(1));
+  for (const int descriptor : {listening, connected}) {
+    EXPECT_EQ(fcntl(descriptor, F_GETFD), FD_CLOEXEC) << "the module's shell commands must not inherit it";
+  }
+  close(peer);
 }
 
-TEST_F(ChassisLinkTest, SayingThatThereIsNothingToSendIsASuccess) {
+TEST_F(CmcThreadTest, AStopDoesNotEndTheLink) {
+  set_block("block");
+  start();
+  stop_cmc_thread();
+  const int peer = connect_client();
+  EXPECT_EQ(receive(peer, 5), "block");
+  ASSERT_EQ(send(peer, "x", 1, 0), 1);
+  EXPECT_EQ(receive(peer, 5), "block");
+  close(peer);
+}
+
+TEST_F(CmcThreadTest, ABlockOfLessThanNoOctetsIsNotSent) {
+  std::array<int, 2> pair{};
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair.data()), 0);
+  set_block("block");
+  transfer_data_len = -5;
+  data_fd = pair[0];
+  EXPECT_EQ(send_to_cmc(), 1);
+  data_fd = -1;
+  char octet = 0;
+  EXPECT_EQ(recv(pair[1], &octet, 1, MSG_DONTWAIT), -1) << "nothing came";
+  close(pair[0]);
+  close(pair[1]);
+}
+
+TEST_F(CmcThreadTest, SayingThatThereIsNothingToSendIsASuccess) {
   EXPECT_EQ(data_fd, -1);
   EXPECT_EQ(send_to_cmc(), 1);
   EXPECT_EQ(transfer_data_len, 0);
@@ -276,30 +203,28 @@ TEST_F(KeepaliveTest, SetsEveryOption) {
   close(fd);
 }
 
-// An option out of range fails, and so ends what comes before it in the order.
-TEST_F(KeepaliveTest, TheFirstOptionThatFailsClosesTheSocket) {
-  struct Failure {
-    int count, idle, interval;
-    const char *text;
+TEST_F(KeepaliveTest, TheFirstOptionThatFailsClosesTheSocketAndSaysWhy) {
+  const std::array<std::string, 4> texts = {
+      "setsockopt failed with error to enable keep alive count: ",
+      "setsockopt failed with error to enable keep alive idle time: ",
+      "setsockopt failed with error to enable keep alive interval time: ",
+      "setsockopt failed with error to enable keep alive timer: ",
   };
-  for (const Failure &failure :
-       {Failure{0, 30, 30, "setsockopt failed with error to enable keep alive count: %s\n"},
-        Failure{5, 0, 30, "setsockopt failed with error to enable keep alive idle time: %s\n"},
-        Failure{5, 30, 0, "setsockopt failed with error to enable keep alive interval time: %s\n"}}) {
-    int fd = socket(AF_INET, SOCK_STREAM, 0);
+  for (std::size_t i = 0; i < texts.size(); ++i) {
+    fakes::reset_sockets();
+    fakes::reset_net_snmp();
+    int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     const int before = fd;
-    EXPECT_EQ(setup_tcp_keepalive(&fd, failure.count, failure.idle, failure.interval, 1), -1);
+    fakes::fail_next_socket_call("setsockopt", ENOBUFS, static_cast<int>(i));
+    EXPECT_EQ(setup_tcp_keepalive(&fd, 5, 30, 31, 1), -1);
     EXPECT_EQ(fd, -1);
     EXPECT_EQ(fcntl(before, F_GETFD), -1) << "closed";
-    std::string text = failure.text;
-    text.replace(text.find("%s"), 2, "Invalid argument");
-    EXPECT_EQ(fakes::log_lines().back(), (LogLine{LOG_ERR, text}));
+    EXPECT_THAT(fakes::log_lines(), ElementsAre(LogLine{LOG_ERR, texts[i] + "No buffer space available\n"}));
+    EXPECT_EQ(fakes::socket_options().size(), i + 1) << "none is set after the one that failed";
   }
-  int no_socket = open("/dev/null", O_RDONLY | O_CLOEXEC);
-  EXPECT_EQ(setup_tcp_keepalive(&no_socket, 5, 30, 30, 1), -1);
 }
 
-TEST_F(ChassisLinkTest, IsCreatedJoinableAndSaysSo) {
+TEST_F(CmcThreadTest, IsCreatedJoinableAndSaysSo) {
   fakes::start_no_threads();
   fakes::set_debugging(true);
   EXPECT_EQ(create_cmc_thread(), 0);
@@ -312,14 +237,6 @@ TEST_F(ChassisLinkTest, IsCreatedJoinableAndSaysSo) {
   stop_cmc_thread();
   EXPECT_EQ(join_cmc_thread(), 0);
   EXPECT_THAT(fakes::log_texts(), ElementsAre("Stopping CMCThread\n", "CMCThread exited\n"));
-}
-
-TEST_F(ChassisLinkTest, FailuresToCreateAndToJoinItAreLogged) {
-  fakes::fail_thread_creation(EAGAIN);
-  EXPECT_EQ(create_cmc_thread(), -1);
-  EXPECT_EQ(join_cmc_thread(), 0);
-  EXPECT_THAT(fakes::log_texts(),
-              ElementsAre("Unable to create CMC thread\n", "Unable to join CMC thread\n", "CMCThread exited\n"));
 }
 
 }  // namespace

@@ -1,0 +1,46 @@
+// The fixture of the chassis link's tests: a network of the test's own, and a peer's side of the link.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <string>
+#include <thread>
+
+#include "tests/unit/fakes/module_test.h"
+
+namespace fakes {
+
+// Waits until `done` holds; false when 20 seconds pass first.
+template <class Condition>
+bool eventually(Condition done) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  while (!done()) {
+    if (std::chrono::steady_clock::now() > deadline) {
+      return false;
+    }
+    std::this_thread::yield();
+  }
+  return true;
+}
+
+class CmcThreadTest : public ModuleTest {
+ protected:
+  // Skips the test where the system allows no network of its own.
+  void SetUp() override;
+  // The link lives as long as the process, unless its sockets fail.
+  void TearDown() override;
+
+  void start();
+  void set_block(std::string block);
+
+  // A connection to the link, which may still be in the backlog.
+  static int connect_client();
+  // What comes, up to this many octets or to the end of the connection.
+  static std::string receive(int descriptor, std::size_t octets);
+
+ private:
+  std::string block_;
+  bool started_ = false;
+};
+
+}  // namespace fakes
