@@ -17,6 +17,7 @@
 #include <exception>
 #include <filesystem>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
 #include "host/exit_status.h"
@@ -114,19 +115,27 @@ ChassisLink::~ChassisLink() {
     replacer_.request_stop();
     replacer_.join();
   }
-  wake();  // after close() there is nothing to wake; without it, a send may hold the lock
+  // After close() the lock is free. Without it, a send may hold the lock, to a peer that was accepted a moment ago.
+  do {
+    wake();
+  } while (!locked_within_slice(exports_.lock));
   std::vector<unsigned char> none;
-  pthread_mutex_lock(exports_.lock);
   replace_block(none);
   pthread_mutex_unlock(exports_.lock);
 }
 
 void ChassisLink::start() {
   snmp_log(LOG_INFO, "the chassis link sends %zu octets from %s\n", block_.size(), file_.c_str());
+  // The link's thread last: where a start fails, nothing runs that could only be ended by close().
+  try {
+    replacer_ = std::jthread([this](const std::stop_token &stop) { replace_blocks(stop); });
+  } catch (const std::system_error &error) {
+    throw StartFailure(ExitStatus::failure,
+                       std::string("cannot create the thread that replaces the chassis link's block: ") + error.what());
+  }
   if (exports_.create_thread() != 0) {
     throw StartFailure(ExitStatus::failure, "cannot create the chassis link's thread");
   }
-  replacer_ = std::jthread([this](const std::stop_token &stop) { replace_blocks(stop); });
 }
 
 void ChassisLink::reload() {
@@ -189,7 +198,8 @@ bool ChassisLink::replaced_within_slice(std::vector<unsigned char> &next) {
   }
   pthread_mutex_unlock(exports_.lock);
   if (newest) {
-    snmp_log(LOG_INFO, "the chassis link sends %zu octets from %s now\n", size, file_.c_str());
+    // True as well when the link's thread has ended, since its port was taken.
+    snmp_log(LOG_INFO, "the chassis link's block is %zu octets from %s now\n", size, file_.c_str());
   }
   return newest;
 }

@@ -34,12 +34,12 @@ class ChassisLink {
 
   // Gives the module the content of `file` as the block; nothing runs yet. Throws StartFailure when it cannot be read.
   ChassisLink(const ChassisLinkExports &exports, const std::string &file);
-  // Takes the block back.
+  // Takes the block back. Where the link's thread has not been waited for, ends what it sends.
   ~ChassisLink();
   ChassisLink(const ChassisLink &) = delete;
   ChassisLink &operator=(const ChassisLink &) = delete;
 
-  // Starts the module's thread, which opens the port, and the one that replaces the block. Throws StartFailure.
+  // Starts the thread that replaces the block, then the module's, which opens the port. Throws StartFailure.
   void start();
   // Has the file read again and the block replaced as soon as no send holds it, on a thread of its own. Does not wait.
   void reload();

@@ -180,8 +180,8 @@ class TestWhileItServes:
             assert daemon.lines("octets from .* now") == replaced
 
             assert receive(peer, len(LARGE_BLOCK)) == LARGE_BLOCK
-            daemon.wait_for_log("sends 10 octets from .* now")
-            assert daemon.lines("sends 9 octets") == 0
+            daemon.wait_for_log("block is 10 octets from .* now")
+            assert daemon.lines("is 9 octets") == 0
             peer.sendall(b"again")
             assert receive(peer, 10) == b"the newest"
 

@@ -7,15 +7,19 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <pthread.h>
 #include <sys/inotify.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -223,6 +227,22 @@ TEST_F(ChassisLinkTest, AThreadThatCannotBeCreatedEndsTheStart) {
   EXPECT_THROW(link.start(), StartFailure);
 }
 
+TEST_F(ChassisLinkTest, WithoutAThreadToReplaceTheBlockTheLinksThreadIsNotCreatedEither) {
+  write("block");
+  ChassisLink link(exports(), file_);
+  pthread_attr_t attributes;
+  ASSERT_EQ(pthread_getattr_default_np(&attributes), 0);
+  std::size_t stack_size = 0;
+  pthread_attr_getstacksize(&attributes, &stack_size);
+  pthread_attr_setstacksize(&attributes, std::size_t{1} << 47);  // more than there are addresses
+  pthread_setattr_default_np(&attributes);
+  EXPECT_THROW(link.start(), StartFailure);
+  pthread_attr_setstacksize(&attributes, stack_size);
+  pthread_setattr_default_np(&attributes);
+  pthread_attr_destroy(&attributes);
+  EXPECT_EQ(fake_.created, 0);
+}
+
 TEST_F(ChassisLinkTest, ReloadingReplacesTheBlockAndSaysSo) {
   write("first");
   ChassisLink link(exports(), file_);
@@ -234,10 +254,10 @@ TEST_F(ChassisLinkTest, ReloadingReplacesTheBlockAndSaysSo) {
   }
   stop(link);
   const std::string from = " octets from " + file_.string();
-  EXPECT_THAT(
-      log_.lines(),
-      ElementsAre("6 the chassis link sends 5" + from + "\n", "6 the chassis link sends 18" + from + " now\n",
-                  "6 the chassis link sends 0" + from + " now\n", "6 the chassis link sends 5" + from + " now\n"));
+  EXPECT_THAT(log_.lines(), ElementsAre("6 the chassis link sends 5" + from + "\n",
+                                        "6 the chassis link's block is 18" + from + " now\n",
+                                        "6 the chassis link's block is 0" + from + " now\n",
+                                        "6 the chassis link's block is 5" + from + " now\n"));
 }
 
 TEST_F(ChassisLinkTest, AFileThatCannotBeReadAgainLeavesTheBlockWithAWarning) {
@@ -329,6 +349,38 @@ TEST_F(ChassisLinkTest, WakingEndsWhatIsSentAndWhatIsAwaited) {
     close(descriptor);
   }
   fake_.listener = fake_.connection = -1;
+}
+
+// As when the daemon's start fails after the link's: nobody has waited for the link's thread, which accepts a peer just
+// when it is woken, and sends to it.
+TEST_F(ChassisLinkTest, TheEndOfTheLinkEndsASendThatBeginsMeanwhile) {
+  write("block");
+  std::array<int, 2> listener{};
+  std::array<int, 2> connection{};
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, listener.data()), 0);
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, connection.data()), 0);
+  std::promise<void> locked;
+  std::thread link_thread;
+  {
+    ChassisLink link(exports(), file_);
+    link.start();
+    fake_.listener = listener[0];
+    link_thread = std::thread([&] {
+      pthread_mutex_lock(&fake_.lock);
+      locked.set_value();
+      char octet = 0;
+      recv(listener[0], &octet, 1, 0);
+      std::atomic_ref(fake_.connection).store(connection[0]);
+      recv(connection[0], &octet, 1, 0);
+      pthread_mutex_unlock(&fake_.lock);
+    });
+    locked.get_future().wait();
+  }
+  EXPECT_EQ(fake_.block, nullptr);
+  link_thread.join();
+  for (const int descriptor : {listener[0], listener[1], connection[0], connection[1]}) {
+    close(descriptor);
+  }
 }
 
 }  // namespace
