@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <mutex>
 #include <stdexcept>
+#include <utility>
 
 namespace fakes {
 namespace {
@@ -13,6 +14,7 @@ std::mutex mutex;
 bool active = false;
 timeval current;
 std::vector<unsigned int> slept;
+std::function<void(unsigned int)> sleep_observer;
 std::vector<timespec> waited;
 
 }  // namespace
@@ -31,6 +33,7 @@ FakeClock::FakeClock(time_t seconds, suseconds_t microseconds) {
 FakeClock::~FakeClock() {
   const std::scoped_lock lock(mutex);
   active = false;
+  sleep_observer = nullptr;
 }
 
 void FakeClock::set(time_t seconds, suseconds_t microseconds) {
@@ -46,6 +49,11 @@ void FakeClock::advance(time_t seconds) {
 time_t FakeClock::now() const {
   const std::scoped_lock lock(mutex);
   return current.tv_sec;
+}
+
+void FakeClock::on_sleep(std::function<void(unsigned int)> observer) {
+  const std::scoped_lock lock(mutex);
+  sleep_observer = std::move(observer);
 }
 
 std::vector<unsigned int> FakeClock::sleeps() const {
@@ -70,6 +78,14 @@ int __real_gettimeofday(timeval *result, void *zone);
 int __real_pthread_cond_timedwait(pthread_cond_t *condition, pthread_mutex_t *held, const timespec *deadline);
 
 unsigned int __wrap_sleep(unsigned int seconds) {
+  std::function<void(unsigned int)> observer;
+  {
+    const std::scoped_lock lock(mutex);
+    observer = sleep_observer;
+  }
+  if (observer) {
+    observer(seconds);
+  }
   {
     const std::scoped_lock lock(mutex);
     if (active) {

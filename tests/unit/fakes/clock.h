@@ -4,6 +4,7 @@
 #include <sys/time.h>
 
 #include <ctime>
+#include <functional>
 #include <vector>
 
 namespace fakes {
@@ -20,6 +21,9 @@ class FakeClock {
   void set(time_t seconds, suseconds_t microseconds = 0);
   void advance(time_t seconds);
   time_t now() const;
+
+  // Called at each sleep with its seconds, before time moves, by the thread that sleeps.
+  void on_sleep(std::function<void(unsigned int seconds)> observer);
 
   // Seconds of each sleep so far, oldest first.
   std::vector<unsigned int> sleeps() const;

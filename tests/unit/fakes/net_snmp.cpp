@@ -25,6 +25,7 @@ std::vector<LogLine> logged_by_library;
 std::vector<DebugCall> debug_calls;
 std::vector<Notification> sent;
 std::function<void()> notification_observer;
+std::function<void(const LogLine &)> log_observer;
 std::atomic<bool> debugging = false;
 std::atomic<int> date_and_time_result = 0;
 
@@ -110,6 +111,11 @@ void on_notification(std::function<void()> observer) {
   notification_observer = std::move(observer);
 }
 
+void on_log(std::function<void(const LogLine &)> observer) {
+  const std::scoped_lock lock(mutex);
+  log_observer = std::move(observer);
+}
+
 void set_debugging(bool on) {
   debugging = on;
 }
@@ -184,6 +190,7 @@ void reset_net_snmp() {
   debug_calls.clear();
   sent.clear();
   notification_observer = nullptr;
+  log_observer = nullptr;
   debugging = false;
   date_and_time_result = 0;
 }
@@ -198,9 +205,17 @@ extern "C" {
 int __wrap_snmp_log(int priority, const char *format, ...) {
   va_list arguments;
   va_start(arguments, format);
-  std::string text = formatted(format, arguments);
+  LogLine line = {.priority = priority, .text = formatted(format, arguments)};
   va_end(arguments);
-  record(logged, LogLine{.priority = priority, .text = std::move(text)});
+  std::function<void(const LogLine &)> observer;
+  {
+    const std::scoped_lock lock(mutex);
+    observer = log_observer;
+  }
+  if (observer) {
+    observer(line);
+  }
+  record(logged, std::move(line));
   return 0;
 }
 

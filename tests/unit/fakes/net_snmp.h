@@ -21,6 +21,9 @@ struct LogLine {
   bool operator==(const LogLine &) const = default;
 };
 
+// Called at each line of the module's, before it is recorded, by the thread that logs it.
+void on_log(std::function<void(const LogLine &)> observer);
+
 // What the module has logged, oldest first.
 std::vector<LogLine> log_lines();
 
