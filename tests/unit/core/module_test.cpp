@@ -4,32 +4,48 @@
 #include <pthread.h>
 #include <signal.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <cstddef>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "core/access_lock.h"
+#include "platform/storage_client.h"
 #include "platform/test_trap.h"
+#include "storage/stor_info.h"
 #include "tables/tavoFaultTable.h"
 #include "tables/tavoFaultTable_traps.h"
+#include "tables/tavoStorageControllerTable.h"
+#include "tables/tavoStorageLocalDiskTable.h"
+#include "tables/tavoStorageLocalLunTable.h"
+#include "tables/tavoStorageRaidBatteryTable.h"
+#include "tables/tavoStorageVeltroCardTable.h"
 #include "tests/unit/fakes/clock.h"
 #include "tests/unit/fakes/files.h"
 #include "tests/unit/fakes/module_test.h"
 #include "tests/unit/fakes/net_snmp.h"
 #include "tests/unit/fakes/shell.h"
 #include "tests/unit/fakes/signals.h"
+#include "tests/unit/fakes/storage_client.h"
+#include "tests/unit/fakes/storage_snapshot.h"
 #include "tests/unit/fakes/threads.h"
 #include "threads/event_thread.h"
+#include "threads/inventory_refresh.h"
+#include "threads/stor_event_thread.h"
+#include "threads/velt_event_thread.h"
 
 namespace {
 
 using fakes::LogLine;
+using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;
 using testing::Field;
 using testing::IsSupersetOf;
+using testing::StartsWith;
 
 class StartUpTest : public fakes::ModuleTest {
  protected:
@@ -61,8 +77,96 @@ TEST_F(StartUpTest, EveryStepIsLoggedInItsOrder) {
                           "StorageRaidBattery Init done\n", "Stor Init done\n", "InventoryThread Init done\n",
                           "StorageThread Init done\n", "VeltThread Init done\n", "EventThread Init done\n"));
   EXPECT_THAT(fakes::log_lines(), Each(Field(&LogLine::priority, LOG_DEBUG)));
-  ASSERT_FALSE(fakes::created_threads().empty());
-  EXPECT_EQ(fakes::created_threads().back().start_routine, FE_thread) << "when every table is registered";
+  std::vector<void *(*)(void *)> threads;
+  for (const fakes::CreatedThread &thread : fakes::created_threads()) {
+    threads.push_back(thread.start_routine);
+  }
+  EXPECT_THAT(threads, ElementsAre(inventory_thread, stor_thread, velt_thread, FE_thread))
+      << "the last when every table is registered";
+}
+
+// The missing snapshot and the service's failure make the reading of both heard.
+TEST_F(StartUpTest, TheStorageLockIsHeldFromTheSnapshotsReadingToTheLastSdCardTable) {
+  fakes::start_no_threads();
+  fakes::set_debugging(true);
+  fakes::set_velt_result(VELT_REQUEST_CONTROLLER, -1);
+  const tavo::ListLock storage = tavo::ListLock::subagent(2);
+  std::vector<std::string> under_lock;
+  fakes::on_log([&](const LogLine &line) {
+    if (storage.hold_count() != 0) {
+      under_lock.push_back(line.text);
+    }
+  });
+  init_subagent_modules();
+  EXPECT_THAT(under_lock,
+              ElementsAre("Unable to open /var/stor_info_data\n", "GetStorInfo done\n", "StorageController Init done\n",
+                          "StorageLocalDisk Init done\n", "StorageLocalLun Init done\n",
+                          "StorageRaidBattery Init done\n", "Failed to get controller info from velt\n"));
+  std::vector<std::string> traced = fakes::trace_texts();
+  std::erase_if(traced, [](const std::string &text) {
+    return !text.starts_with("acquire_sa_lock") && !text.starts_with("release_sa_lock") &&
+           !text.starts_with("initialize_table_tavoStorage");
+  });
+  EXPECT_THAT(traced,
+              ElementsAre(StartsWith("acquire_sa_lock"), "initialize_table_tavoStorageControllerTable\n",
+                          "initialize_table_tavoStorageLocalDiskTable\n", "initialize_table_tavoStorageLocalLunTable\n",
+                          "initialize_table_tavoStorageRaidBatteryTable\n",
+                          "initialize_table_tavoStorageVeltroControllerTable\n",
+                          "initialize_table_tavoStorageVeltroCardTable\n",
+                          "initialize_table_tavoStorageVeltroDriveTable\n", StartsWith("release_sa_lock")));
+}
+
+TEST_F(StartUpTest, TheSdCardServiceIsAskedBeforeItsTablesAreBuilt) {
+  fakes::start_no_threads();
+  fakes::set_velt_cards({fakes::VeltCard().number(VELT_CARD_SLOT, 1), fakes::VeltCard()});
+  init_subagent_modules();
+  EXPECT_NE(tavoStorageVeltroCardTable_head, nullptr);
+}
+
+TEST_F(StartUpTest, ASnapshotIsServedAndFreed) {
+  fakes::start_no_threads();
+  files.write("/var/stor_info_data", fakes::snapshot({fakes::controller("A"), fakes::controller("B")}));
+  init_subagent_modules();
+  EXPECT_EQ(head_stor_ptr, nullptr);
+  ASSERT_NE(tavoStorageControllerTable_head, nullptr);
+  EXPECT_NE(tavoStorageControllerTable_head->next, nullptr);
+}
+
+TEST_F(StartUpTest, WithoutASnapshotTheStorageTablesAreEmptyAndTheStartUpGoesOn) {
+  fakes::start_no_threads();
+  init_subagent_modules();
+  EXPECT_EQ(head_stor_ptr, nullptr);
+  EXPECT_EQ(tavoStorageControllerTable_head, nullptr);
+  EXPECT_EQ(tavoStorageLocalDiskTable_head, nullptr);
+  EXPECT_EQ(tavoStorageLocalLunTable_head, nullptr);
+  EXPECT_EQ(tavoStorageRaidBatteryTable_head, nullptr);
+  EXPECT_THAT(steps_done(), Contains("Stor Init done\n"));
+}
+
+TEST_F(StartUpTest, TheLedsComeBetweenStorageAndTheThreads) {
+  fakes::start_no_threads();
+  std::string line_before;
+  std::size_t threads_before = 4;
+  shell.answers("/usr/local/bin/datactl get=externalLEDs | /usr/local/bin/flatkv > /var/LedInv", [&](int) {
+    line_before = fakes::log_texts().back();
+    threads_before = fakes::created_threads().size();
+    return "";
+  });
+  init_subagent_modules();
+  EXPECT_EQ(line_before, "Stor Init done\n");
+  EXPECT_EQ(threads_before, 0U);
+}
+
+TEST_F(StartUpTest, WithoutAnyThreadTheStartUpGoesOn) {
+  fakes::fail_thread_creation(EAGAIN);
+  EXPECT_EQ(init_subagent_modules(), 0);
+  std::vector<std::string> lines = fakes::log_texts();
+  lines.erase(lines.begin(), std::ranges::find(lines, "Stor Init done\n"));
+  EXPECT_THAT(lines,
+              ElementsAre("Stor Init done\n", "Unable to create inventory thread\n", "InventoryThread Init done\n",
+                          "Unable to create storage thread\n", "StorageThread Init done\n",
+                          "Unable to create velt thread\n", "VeltThread Init done\n",
+                          "!!! unable to create event_thread thread !!!!\n", "EventThread Init done\n"));
 }
 
 TEST_F(StartUpTest, TheStorageLockIsTakenAndGivenBack) {
