@@ -10,9 +10,6 @@
 namespace tavo {
 namespace {
 
-constexpr int most_tries = 5;
-constexpr unsigned retry_pause = 5;  // seconds
-
 // The board's dump, written anew by the tool when a value is asked for after forget().
 class BoardDump {
  public:

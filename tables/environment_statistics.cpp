@@ -9,9 +9,6 @@
 namespace tavo {
 namespace {
 
-constexpr int most_tries = 5;
-constexpr unsigned retry_pause = 5;  // seconds
-
 // Has the tool write the dump and opens it, trying again while it cannot be read. Every failed try is followed by the
 // pause, the last one too.
 void fetch(const EnvironmentStatistics &statistics, std::optional<Dump> &dump) {

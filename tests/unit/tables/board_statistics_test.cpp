@@ -140,6 +140,20 @@ TEST_F(BoardStatisticsTest, WithoutADumpTheRowIsMadeAllTheSameAfterFiveTries) {
       << "the key that was waited for is not complained of";
 }
 
+TEST_F(BoardStatisticsTest, WithoutADumpTheTemperaturesAreTriedFiveTimesAndMissedOneByOne) {
+  EXPECT_EQ(initialize_computerackunitmb_tempstats(0), 0);
+  ASSERT_NE(tavoComputeRackUnitMbTempStatsTable_head, nullptr);
+  EXPECT_STREQ(tavoComputeRackUnitMbTempStatsTable_head->dn, "sys/rack-unit-1/board/temp-stats");
+  EXPECT_STREQ(tavoComputeRackUnitMbTempStatsTable_head->rn, "temp-stats");
+  EXPECT_EQ(tavoComputeRackUnitMbTempStatsTable_head->ambient, 0);
+  EXPECT_THAT(clock.sleeps(), ElementsAre(5, 5, 5, 5, 5));
+  EXPECT_THAT(shell.system_commands(), testing::AllOf(SizeIs(6), Each(command)));
+  EXPECT_THAT(
+      fakes::log_lines(),
+      ElementsAre(LogLine{LOG_DEBUG, "SNMP:Failed frontTemp\n"}, LogLine{LOG_DEBUG, "SNMP:Failed iohub1Temp\n"},
+                  LogLine{LOG_DEBUG, "SNMP:Failed iohub2Temp\n"}, LogLine{LOG_DEBUG, "SNMP:Failed rearTemp\n"}));
+}
+
 TEST_F(BoardStatisticsTest, ADumpThatComesLateEndsTheTries) {
   shell.answers(command, [](int call) { return call < 4 ? "" : power; });
   initialize_computemb_powerstats(0);
@@ -162,6 +176,10 @@ TEST_F(BoardStatisticsTest, WithoutMemoryThereIsNoRow) {
   fakes::fail_allocations(0);
   EXPECT_EQ(initialize_computemb_powerstats(1), -1);
   EXPECT_EQ(tavoComputeMbPowerStatsTable_head, nullptr);
+  EXPECT_EQ(tavo::ListLock::ev(4).hold_count(), 0);
+  EXPECT_EQ(initialize_computerackunitmb_tempstats(1), -1);
+  EXPECT_EQ(tavoComputeRackUnitMbTempStatsTable_head, nullptr);
+  EXPECT_EQ(tavo::ListLock::ev(5).hold_count(), 0);
 }
 
 TEST_F(BoardStatisticsTest, WithoutItsLockNothingIsDone) {
@@ -182,6 +200,8 @@ TEST_F(BoardStatisticsTest, EachTableHasItsOwnLock) {
   initialize_computemb_powerstats(0);
   initialize_computerackunitmb_tempstats(0);
   EXPECT_THAT(held, ElementsAre(1, 0, 0, 1));
+  EXPECT_EQ(tavo::ListLock::ev(4).hold_count(), 0);
+  EXPECT_EQ(tavo::ListLock::ev(5).hold_count(), 0);
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <ctime>
 #include <functional>
@@ -40,15 +41,15 @@ constexpr std::array<oid, 12> processor_oid = {1, 3, 6, 1, 4, 1, 61453, 4, 207, 
 struct Case {
   const char *name;
   const char *command;
-  const char *dump;
   int class_number;
   const char *prefix;
   const char *suffix;
   const char *rn;
   int (*build)(int);
-  int (*de_register)();
   void (*remove_all)();
+  std::function<std::vector<std::uint32_t>()> indices;
   std::function<std::vector<std::string>()> dns;
+  std::function<std::vector<std::string>()> rns;
   std::function<std::vector<int>()> temperatures;
   std::function<std::vector<std::string>()> times;
 };
@@ -70,28 +71,28 @@ auto each(Row *head, Member Row::*member) {
 const std::array<Case, 2> cases = {{
     {.name = "memory",
      .command = "datactl get=memoryStats | flatkv > /var/memoryStatsInventory",
-     .dump = "/var/memoryStatsInventory",
      .class_number = 1,
      .prefix = "sys/rack-unit-1/memarray-1/mem-",
      .suffix = "/dimm-env-stats",
      .rn = "dimm_env_stats",
      .build = initialize_memoryunit_envstats,
-     .de_register = de_register_memoryunit_envstats_table_handler,
      .remove_all = tavoMemoryUnitEnvStatsTable_removeAllEntries,
+     .indices = [] { return each(tavoMemoryUnitEnvStatsTable_head, &tavo::MemoryUnitEnvStatsRow::index); },
      .dns = [] { return each(tavoMemoryUnitEnvStatsTable_head, &tavo::MemoryUnitEnvStatsRow::dn); },
+     .rns = [] { return each(tavoMemoryUnitEnvStatsTable_head, &tavo::MemoryUnitEnvStatsRow::rn); },
      .temperatures = [] { return each(tavoMemoryUnitEnvStatsTable_head, &tavo::MemoryUnitEnvStatsRow::temperature); },
      .times = [] { return each(tavoMemoryUnitEnvStatsTable_head, &tavo::MemoryUnitEnvStatsRow::time_collected); }},
     {.name = "processors",
      .command = "datactl get=processorStats | flatkv > /var/processorStatsInventory",
-     .dump = "/var/processorStatsInventory",
      .class_number = 2,
      .prefix = "sys/rack-unit-1/board/cpu-",
      .suffix = "/env-stats",
      .rn = "env_stats",
      .build = initialize_processor_envstats,
-     .de_register = de_register_processor_envstats_table_handler,
      .remove_all = tavoProcessorEnvStatsTable_removeAllEntries,
+     .indices = [] { return each(tavoProcessorEnvStatsTable_head, &tavo::ProcessorEnvStatsRow::index); },
      .dns = [] { return each(tavoProcessorEnvStatsTable_head, &tavo::ProcessorEnvStatsRow::dn); },
+     .rns = [] { return each(tavoProcessorEnvStatsTable_head, &tavo::ProcessorEnvStatsRow::rn); },
      .temperatures = [] { return each(tavoProcessorEnvStatsTable_head, &tavo::ProcessorEnvStatsRow::temperature); },
      .times = [] { return each(tavoProcessorEnvStatsTable_head, &tavo::ProcessorEnvStatsRow::time_collected); }},
 }};
@@ -123,7 +124,9 @@ INSTANTIATE_TEST_SUITE_P(Tables, EnvironmentStatisticsTest, testing::ValuesIn(ca
 TEST_P(EnvironmentStatisticsTest, OneRowForEachUnitWithItsTemperatureRounded) {
   dump(unit("1", "41.6") + unit("3", "40.5") + unit("7", "-0.2"));
   EXPECT_EQ(GetParam().build(0), 0);
+  EXPECT_THAT(GetParam().indices(), ElementsAre(1, 2, 3));
   EXPECT_THAT(GetParam().dns(), ElementsAre(dn("1"), dn("3"), dn("7")));
+  EXPECT_THAT(GetParam().rns(), Each(GetParam().rn));
   EXPECT_THAT(GetParam().temperatures(), ElementsAre(42, 41, 0));
   EXPECT_THAT(shell.system_commands(), ElementsAre(GetParam().command));
   EXPECT_THAT(clock.sleeps(), IsEmpty());
@@ -145,7 +148,16 @@ TEST_P(EnvironmentStatisticsTest, AMissingKeyLeavesItsColumnAsItIs) {
   dump(" id:\n temperature: 41\n");
   EXPECT_EQ(GetParam().build(0), 0);
   EXPECT_THAT(GetParam().dns(), ElementsAre("")) << "an id without a blank counts as a row, and has no value";
+  EXPECT_THAT(GetParam().rns(), ElementsAre(""));
   EXPECT_THAT(GetParam().times(), ElementsAre(""));
+}
+
+// Lines are counted, not records: the tool is trusted to print each unit's whole record.
+TEST_P(EnvironmentStatisticsTest, AUnitWithoutATemperatureGetsThatOfTheNext) {
+  dump(unit("1", "41") + " id: 2\n" + unit("3", "43"));
+  EXPECT_EQ(GetParam().build(0), 0);
+  EXPECT_THAT(GetParam().dns(), ElementsAre(dn("1"), dn("2"), dn("3")));
+  EXPECT_THAT(GetParam().temperatures(), ElementsAre(41, 43, 0));
 }
 
 TEST_P(EnvironmentStatisticsTest, AValueWithoutItsNewlineIsNotThere) {
@@ -214,6 +226,16 @@ TEST_P(EnvironmentStatisticsTest, TheLockIsHeldWhileTheToolRunsAndFreeAfterwards
   });
   GetParam().build(0);
   EXPECT_EQ(held, 1);
+  EXPECT_EQ(lock.hold_count(), 0);
+}
+
+TEST_P(EnvironmentStatisticsTest, TheLockIsFreeAfterAFailure) {
+  const tavo::ListLock lock = tavo::ListLock::ev(GetParam().class_number);
+  EXPECT_EQ(GetParam().build(0), -1) << "no dump";
+  EXPECT_EQ(lock.hold_count(), 0);
+  dump(unit("1", "41"));
+  fakes::fail_allocations(0);
+  EXPECT_EQ(GetParam().build(0), -1) << "no memory";
   EXPECT_EQ(lock.hold_count(), 0);
 }
 
