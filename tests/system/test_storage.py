@@ -6,7 +6,7 @@ import time
 
 import pytest
 
-from agents import BUILD, snmp, snmpget, wait_until
+from agents import snmp, snmpget, wait_until
 from server import Server, ServedDaemon
 
 STORAGE = "1.3.6.1.4.1.61453.4.207.1.45"
@@ -52,16 +52,6 @@ def daemon(start, server):
     return start(ServedDaemon, server, speed=SPEED)
 
 
-def exported():
-    listing = subprocess.run(["nm", "-D", "--defined-only", BUILD / "libsnmpextmibmodule.so"], capture_output=True,
-                             text=True, check=True)
-    return {line.split()[-1] for line in listing.stdout.splitlines()}
-
-
-needs_refresh_thread = pytest.mark.skipif("inventory_thread" not in exported(),
-                                          reason="this build has no inventory refresh thread, which rebuilds the tables")
-
-
 def test_controllers_share_slots_and_every_request_is_answered(daemon):
     assert texts(daemon.address, f"{CONTROLLERS}.2") == {
         1: "sys/rack-unit-1/board/storage-SAS-SAS",
@@ -91,7 +81,6 @@ def test_the_whole_storage_subtree_is_walked_by_every_tool(daemon):
     assert tables == sorted(tables)
 
 
-@needs_refresh_thread
 def test_a_pulled_disk_becomes_a_placeholder_and_comes_back(daemon, server):
     def slot_2():
         return [answer.split(" = ")[1] for answer in
@@ -106,7 +95,6 @@ def test_a_pulled_disk_becomes_a_placeholder_and_comes_back(daemon, server):
     wait_until(lambda: slot_2() == before, 60, "the disk in slot 2")
 
 
-@needs_refresh_thread
 def test_a_burst_of_events_is_one_rebuild(daemon, server):
     # An unreadable snapshot leaves one line for each rebuild.
     server.ctl("snapshot", "missing")
