@@ -2,8 +2,12 @@
 // table's class number), and the inventory lock with its condition and its pending-refresh flags.
 //
 // All are plain mutexes, ready when the module is loaded. No thread holds two of them at once: whoever wants to signal
-// the inventory refresh thread first releases the list it has changed. Each lock counts its holders for the traces
-// only.
+// the inventory refresh thread first releases the list it has changed.
+//
+// Each lock keeps a count of its holders, which nothing in the module decides by. The traces print those of the
+// subagent locks, which change when the mutex call succeeds. Those of the ev locks and of the inventory lock change
+// with every call, whatever its result, and are for those who look into a running daemon: they may stand above or below
+// the truth.
 #pragma once
 
 #include "core/thread_annotations.h"
@@ -72,14 +76,13 @@ class TAVO_LOCKING(scoped_lockable) ListGuard {
 #pragma GCC visibility push(default)
 extern "C" {
 
-// The subagent locks, 1 and 2. The result is the mutex call's; any other number does nothing and gives 0. The hold
-// count changes on success only.
+// The subagent locks, 1 and 2. The result is the mutex call's; any other number does nothing and gives 0.
 int acquire_sa_lock(int which);
 int try_sa_lock(int which);
 int release_sa_lock(int which);
 
 // The ev locks, by class number. The result is the mutex call's, or 1 for a class without a lock. get_ev_try_lock
-// counts a holder even when the lock is busy, unlike try_sa_lock: the daemon's diagnostics were written against that.
+// counts a holder even when the lock is busy, unlike try_sa_lock.
 int get_ev_lock(int class_number);
 int get_ev_try_lock(int class_number);
 int release_ev_lock(int class_number);

@@ -53,7 +53,6 @@ class Table {
   Table(const Table &) = delete;
   Table &operator=(const Table &) = delete;
 
-  const TableDescription &description() const { return description_; }
   const ListLock &lock() const TAVO_LOCKING(lock_returned(lock_)) { return lock_; }
 
   // Registers the table, read-only. Returns net-snmp's result: MIB_REGISTERED_OK, or a failure after which the table

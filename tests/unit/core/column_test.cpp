@@ -26,7 +26,7 @@ using testing::IsEmpty;
 using Octets = std::vector<unsigned>;
 
 const Column &column(oid number) {
-  return fakes::ev_sample.table.description().columns[number - 2];
+  return fakes::sample_columns[number - 2];
 }
 
 class ColumnTest : public fakes::ModuleTest {

@@ -73,6 +73,7 @@ constexpr tavo::TableHandlers handlers = {
 
 }  // namespace
 
+constinit const std::span<const tavo::Column> sample_columns = columns;
 constinit const SampleTable ev_sample = {.table = ev_table, .head = ev_head, .handlers = handlers<ev_table>};
 constinit const SampleTable subagent_sample = {
     .table = subagent_table, .head = subagent_head, .handlers = handlers<subagent_table>};

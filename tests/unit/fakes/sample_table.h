@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <span>
 
 #include "core/table.h"
 
@@ -30,6 +31,9 @@ namespace sample_column {
 inline constexpr oid name = 2, code = 3, flags = 4, level = 5, size = 6, events = 7, total = 8, sequence = 9,
                      uptime = 10, object = 11;
 }
+
+// Of both tables.
+extern const std::span<const tavo::Column> sample_columns;
 
 struct SampleTable {
   tavo::Table &table;
