@@ -1,0 +1,143 @@
+// The daemon's snmp_log, debugmsg and debugmsgtoken, called by several threads at once.
+#include <net-snmp/net-snmp-config.h>
+
+#include <net-snmp/net-snmp-includes.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <functional>
+#include <map>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using testing::IsEmpty;
+
+constexpr int threads = 4;
+constexpr int rounds = 500;
+constexpr const char *token = "log_lock_test";
+
+// Locks nothing, as net-snmp's own log handlers lock nothing: only the daemon's functions keep the threads apart here.
+std::vector<std::string> lines;
+bool answers_itself = false;
+
+int record_line(netsnmp_log_handler *, int, const char *text) {
+  lines.emplace_back(text);
+  if (answers_itself && std::string_view(text).starts_with("log")) {
+    snmp_log(LOG_INFO, "heard %s", text);
+  }
+  return 1;
+}
+
+class LogLockTest : public testing::Test {
+ protected:
+  LogLockTest() : handler_(netsnmp_register_loghandler(NETSNMP_LOGHANDLER_CALLBACK, LOG_DEBUG)) {
+    handler_->handler = record_line;
+    std::string tokens = token;
+    debug_register_tokens(tokens.data());
+    snmp_set_do_debugging(1);
+    answers_itself = false;
+    lines.clear();
+  }
+  ~LogLockTest() override {
+    snmp_set_do_debugging(0);
+    netsnmp_remove_loghandler(handler_);
+  }
+
+  // Calls `round` with the number of the thread and of the round, on all threads at once.
+  static void on_all_threads(const std::function<void(int thread, int round)> &round) {
+    std::array<std::thread, threads> running;
+    for (int i = 0; i < threads; ++i) {
+      running[static_cast<std::size_t>(i)] = std::thread([&round, i] {
+        for (int number = 0; number < rounds; ++number) {
+          round(i, number);
+        }
+      });
+    }
+    for (std::thread &thread : running) {
+      thread.join();
+    }
+  }
+
+ private:
+  netsnmp_log_handler *handler_;
+};
+
+// Long enough, now and then, not to fit the buffers that net-snmp and the daemon have at hand.
+std::string filling(int thread, int round) {
+  return std::string(round % 10 == 0 ? 3000 : 30, static_cast<char>('a' + thread));
+}
+
+std::string line(const char *kind, int thread, int round) {
+  return std::string(kind) + " " + std::to_string(thread) + " " + std::to_string(round) + " " + filling(thread, round) +
+         "\n";
+}
+
+void log_line(int thread, int round) {
+  snmp_log(LOG_INFO, "log %d %d %s\n", thread, round, filling(thread, round).c_str());
+}
+
+// The lines that were recorded and not expected or the other way round, with how many more there are than should be.
+std::map<std::string, int> difference(const std::vector<std::string> &expected) {
+  std::map<std::string, int> counts;
+  for (const std::string &text : lines) {
+    ++counts[text];
+  }
+  for (const std::string &text : expected) {
+    --counts[text];
+  }
+  std::erase_if(counts, [](const auto &entry) { return entry.second == 0; });
+  return counts;
+}
+
+std::vector<std::string> lines_of_all(const std::vector<const char *> &kinds) {
+  std::vector<std::string> expected;
+  for (int thread = 0; thread < threads; ++thread) {
+    for (int round = 0; round < rounds; ++round) {
+      for (const char *kind : kinds) {
+        expected.push_back(line(kind, thread, round));
+      }
+    }
+  }
+  return expected;
+}
+
+TEST_F(LogLockTest, LinesAndTracesOfSeveralThreadsArriveWholeAndOnceEach) {
+  on_all_threads([](int thread, int round) {
+    log_line(thread, round);
+    debugmsgtoken(token, "trace %d %d %s\n", thread, round, filling(thread, round).c_str());
+    debugmsg(token, "trace %d %d %s\n", thread, round, filling(thread, round).c_str());
+    debugmsg("another_token", "never shown\n");
+  });
+  std::vector<std::string> expected = lines_of_all({"log", "trace"});
+  expected.insert(expected.end(), threads * rounds, std::string(token) + ": ");
+  EXPECT_THAT(difference(expected), IsEmpty());
+}
+
+TEST_F(LogLockTest, LinesOfOneThreadStayInOrder) {
+  on_all_threads(log_line);
+  std::array<int, threads> next = {};
+  for (const std::string &text : lines) {
+    const auto thread = static_cast<std::size_t>(text.at(4) - '0');
+    ASSERT_LT(thread, next.size());
+    EXPECT_EQ(text, line("log", static_cast<int>(thread), next[thread]++));
+  }
+  EXPECT_TRUE(std::ranges::all_of(next, [](int count) { return count == rounds; }));
+}
+
+TEST_F(LogLockTest, ALogHandlerMayLogItself) {
+  answers_itself = true;
+  on_all_threads(log_line);
+  EXPECT_THAT(difference(lines_of_all({"log", "heard log"})), IsEmpty());
+  for (std::size_t i = 0; i + 1 < lines.size(); i += 2) {
+    ASSERT_EQ(lines[i + 1], "heard " + lines[i]) << "nobody comes between a line and what its handler says";
+  }
+}
+
+}  // namespace
