@@ -168,6 +168,17 @@ TEST_F(AccessLockTest, EvAndInventoryCallsHandOverTheMutexError) {
   EXPECT_EQ(release_inventory_lock(), EPERM);
 }
 
+TEST_F(AccessLockTest, AnEvCallIsCountedWhateverItsMutexSays) {
+  const int before = ListLock::ev(5).hold_count();
+  fakes::fail_next_mutex_call(EINVAL);
+  EXPECT_EQ(get_ev_lock(5), EINVAL);
+  EXPECT_EQ(ListLock::ev(5).hold_count(), before + 1);
+  EXPECT_FALSE(is_ev_held(5));
+  fakes::fail_next_mutex_call(EPERM);
+  EXPECT_EQ(release_ev_lock(5), EPERM);
+  EXPECT_EQ(ListLock::ev(5).hold_count(), before);
+}
+
 TEST_F(AccessLockTest, NothingIsTracedWhileDebuggingIsOff) {
   acquire_sa_lock(1);
   try_sa_lock(1);
@@ -318,6 +329,23 @@ TEST_F(RefreshMarkTest, MarksStayUntilEachIsAskedFor) {
   EXPECT_EQ(check_inventory_status(11), 1);
 }
 
+TEST_F(RefreshMarkTest, TheConditionIsSignalledBeforeTheMarkIsSet) {
+  int due_when_signalled = -1;
+  fakes::answer_next_signal([&] {
+    due_when_signalled = check_inventory_status(29);
+    return 0;
+  });
+  EXPECT_EQ(signal_inventory_condition(29), 0);
+  EXPECT_EQ(due_when_signalled, 0);
+  EXPECT_EQ(check_inventory_status(29), 1);
+}
+
+TEST_F(RefreshMarkTest, ASignalThatFailsGivesItsErrorAndTheMarkIsSetAllTheSame) {
+  fakes::answer_next_signal([] { return EINVAL; });
+  EXPECT_EQ(signal_inventory_condition(29), EINVAL);
+  EXPECT_EQ(check_inventory_status(29), 1);
+}
+
 TEST_F(AccessLockTest, AWaiterIsWokenAndFindsTheMark) {
   std::atomic<bool> waiting = false;
   int due = 0;
@@ -341,16 +369,12 @@ TEST_F(AccessLockTest, AWaiterIsWokenAndFindsTheMark) {
 
 TEST_F(AccessLockTest, DestroyInventoryResourceTakesTheConditionAndThenTheMutex) {
   acquire_inventory_lock();
+  const void *const inventory_mutex = fakes::last_locked_mutex();
   signal_inventory_condition(0);
   release_inventory_lock();
   const fakes::Destructions destructions;
   EXPECT_EQ(destroy_inventory_resource(), 1);
-  const auto destroyed = destructions.so_far();
-  ASSERT_EQ(destroyed.size(), 2U);
-  EXPECT_EQ(destroyed[0], fakes::last_signalled_condition());
-  for (const int class_number : ev_classes) {
-    EXPECT_NE(destroyed[1], mutex_of(class_number));
-  }
+  EXPECT_THAT(destructions.so_far(), ElementsAre(fakes::last_signalled_condition(), inventory_mutex));
 }
 
 TEST_F(AccessLockTest, ThreadWaitSleepsToAWallClockDeadline) {
@@ -360,6 +384,25 @@ TEST_F(AccessLockTest, ThreadWaitSleepsToAWallClockDeadline) {
   ASSERT_EQ(deadlines.size(), 1U);
   EXPECT_EQ(deadlines[0].tv_sec, 1'700'000'025);
   EXPECT_EQ(deadlines[0].tv_nsec, 999'999'000);
+}
+
+TEST_F(AccessLockTest, ThreadWaitWokenEarlySleepsOnToTheSameDeadline) {
+  fakes::FakeClock clock(1'700'000'000, 5);
+  clock.wake_early(2);
+  EXPECT_EQ(thread_wait(25), 0);
+  const auto deadlines = clock.deadlines();
+  ASSERT_EQ(deadlines.size(), 3U);
+  for (const timespec &deadline : deadlines) {
+    EXPECT_EQ(deadline.tv_sec, 1'700'000'025);
+    EXPECT_EQ(deadline.tv_nsec, 5'000);
+  }
+}
+
+TEST_F(AccessLockTest, ThreadWaitGivesTheResultOfTheUnlock) {
+  const fakes::FakeClock clock;
+  // Before it come its own lock and, for the time and for the wait, a lock and an unlock of the clock's mutex each.
+  fakes::fail_next_mutex_call(EPERM, 5);
+  EXPECT_EQ(thread_wait(1), EPERM);
 }
 
 TEST_F(AccessLockTest, ThreadWaitOfNoSecondsReturnsAtOnce) {

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <atomic>
 #include <cerrno>
 #include <stdexcept>
 #include <thread>
@@ -69,6 +70,18 @@ void *work_until_stopped(void *argument) {
 
 void *fail_at_once(void *) {
   tavo::run_thread("fail_at_once", [] { throw std::runtime_error("out of everything"); });
+}
+
+std::atomic<bool> left_from_within = false;
+
+void *leave_from_within(void *) {
+  tavo::run_thread("leave_from_within", [] {
+    struct Frame {
+      ~Frame() { left_from_within = true; }
+    };
+    const Frame frame;
+    pthread_exit(nullptr);
+  });
 }
 
 class BackgroundThreadTest : public fakes::ModuleTest {};
@@ -183,6 +196,17 @@ TEST_F(BackgroundThreadTest, AnExceptionEndsTheThreadAndNotTheProcess) {
   ASSERT_EQ(thread.create("create_sample_thread", 12), 0);
   thread.join();
   EXPECT_EQ(fakes::log_lines()[0], (LogLine{LOG_ERR, "fail_at_once: out of everything\n"}));
+}
+
+TEST_F(BackgroundThreadTest, WorkThatLeavesByPthreadExitUnwindsAndEndsTheThreadAlone) {
+  tavo::ThreadDescription leaving = description;
+  leaving.start_routine = leave_from_within;
+  tavo::BackgroundThread thread(leaving);
+  ASSERT_EQ(thread.create("create_sample_thread", 12), 0);
+  thread.join();
+  EXPECT_TRUE(left_from_within);
+  EXPECT_THAT(fakes::log_texts(), ElementsAre("released before the attributes\n", "released after the attributes\n",
+                                              "SampleThread exited\n"));
 }
 
 }  // namespace

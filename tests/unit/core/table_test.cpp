@@ -233,6 +233,22 @@ TEST_F(TableTest, WithoutTheLockItStaysRegistered) {
   EXPECT_EQ(fakes::walk(ev_root).size(), 10U);
 }
 
+TEST_F(TableTest, DeRegisteringGivesTheResultOfTheLocksRelease) {
+  ev_sample.table.register_with(ev_sample.handlers);
+  fakes::fail_next_mutex_call(EPERM, 1);
+  EXPECT_EQ(ev_sample.table.de_register(), EPERM);
+  EXPECT_EQ(ev_sample.table.lock().release(), 0) << "it has not been released";
+  EXPECT_EQ(fakes::get({cell(ev_root, 2, 1)}).answers.at(0).value, fakes::no_such_object);
+}
+
+TEST_F(TableTest, RemovingARowGivesTheResultOfTheLocksRelease) {
+  SampleRow *one = add_row(ev_sample, 1);
+  fakes::fail_next_mutex_call(EPERM, 1);
+  EXPECT_EQ(ev_sample.table.remove(one), EPERM);
+  EXPECT_EQ(ev_sample.table.lock().release(), 0) << "it has not been released";
+  EXPECT_THAT(listed(ev_sample), IsEmpty());
+}
+
 TEST_F(TableTest, WithoutMemoryItIsNotRegistered) {
   for (int successes = 0; successes < 2; ++successes) {
     fakes::fail_allocations(successes, 1);
@@ -340,6 +356,33 @@ TEST_F(HandlerTest, AColumnOutOfRangeIsNoSuchObjectWithOrWithoutARow) {
     EXPECT_EQ(value(i), fakes::no_such_object) << i;
   }
   EXPECT_EQ(value(4), text("row-1"));
+}
+
+TEST_F(HandlerTest, AValueThatIsRefusedIsAGenErrAndTheOthersAreAnswered) {
+  SampleRow *one = add_row(ev_sample, 1, 11);
+  ask(one, 2);
+  ask(one, 2);
+  ask(one, 5);
+  fakes::refuse_value(1);
+  EXPECT_EQ(answer(), SNMP_ERR_NOERROR);
+  EXPECT_EQ(value(0), text("row-1"));
+  EXPECT_EQ(value(1).type, ASN_NULL);
+  EXPECT_EQ(value(2), fakes::integer(11));
+  EXPECT_EQ(requests_[0].status, SNMP_ERR_NOERROR);
+  EXPECT_EQ(requests_[1].status, SNMP_ERR_GENERR);
+  EXPECT_EQ(requests_[2].status, SNMP_ERR_NOERROR);
+}
+
+TEST_F(TableTest, AValueThatIsRefusedIsAGenErrAtItsPlaceInThePdu) {
+  add_row(ev_sample, 1);
+  ev_sample.table.register_with(ev_sample.handlers);
+  ASSERT_EQ(fakes::get({cell(ev_root, 2, 1)}).error_status, SNMP_ERR_NOERROR);  // starts the agent
+  fakes::refuse_value(1);
+  const fakes::Response response = fakes::get({cell(ev_root, 2, 1), cell(ev_root, 5, 1), cell(ev_root, 8, 1)});
+  EXPECT_EQ(response.error_status, SNMP_ERR_GENERR);
+  EXPECT_EQ(response.error_index, 2);
+  EXPECT_FALSE(is_locked(ev_sample));
+  EXPECT_EQ(fakes::get({cell(ev_root, 2, 1), cell(ev_root, 5, 1)}).error_status, SNMP_ERR_NOERROR);
 }
 
 TEST_F(HandlerTest, ARequestThatWasProcessedIsLeftAlone) {

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
+#include <cstdio>
 #include <span>
 #include <string>
 #include <thread>
@@ -32,6 +33,7 @@ using fakes::SampleTable;
 using fakes::subagent_root;
 using fakes::subagent_sample;
 using fakes::text;
+using testing::Each;
 using testing::ElementsAre;
 
 class WalkTest : public fakes::ModuleTest {
@@ -270,6 +272,56 @@ TEST_F(RequestTest, ARebuildWaitsUntilTheRowHasBeenRead) {
   EXPECT_EQ(fakes::get_next({cell(ev_root, 4, 1)}).answers.at(0), (Answer{cell(ev_root, 5, 1), integer(222)}));
 }
 
+// Every row of a generation says which one it is of.
+void rebuild_rows(std::int32_t generation) {
+  const tavo::ListGuard guard(ev_sample.table.lock());
+  ev_sample.table.remove_all();
+  SampleRow row = {};
+  std::snprintf(row.name, sizeof row.name, "%d", generation);
+  row.level = generation;
+  row.total = static_cast<std::uint64_t>(generation);
+  for (std::uint32_t index = 1; index <= 8; ++index) {
+    ev_sample.table.create(index, &row);
+  }
+}
+
+// The generation that each answer to one PDU is of; -1 for an answer that is none.
+std::vector<long> generations(const fakes::Response &response) {
+  std::vector<long> found;
+  for (const Answer &answer : response.answers) {
+    const bool is_cell = answer.name.size() == ev_root.size() + 3 && answer.value.type < SNMP_NOSUCHOBJECT;
+    found.push_back(is_cell ? std::stol(answer.value.content) : -1);
+  }
+  return found;
+}
+
+TEST_F(RequestTest, BesideRebuildsWithoutPauseEveryAnswerIsOfOneGeneration) {
+  fakes::before_rows_are_read = nullptr;
+  rebuild_rows(1);
+  std::atomic<bool> stopped = false;
+  std::atomic<std::int32_t> generation = 1;
+  std::thread rebuilds([&] {
+    while (!stopped) {
+      rebuild_rows(++generation);
+      std::this_thread::yield();
+    }
+  });
+  for (oid round = 0; round < 400 || generation < 400; ++round) {
+    const oid index = 1 + round % 8;
+    const auto got = generations(fakes::get({cell(ev_root, 2, index), cell(ev_root, 5, index), cell(ev_root, 8, 3)}));
+    EXPECT_THAT(got, Each(got.at(0)));
+    const auto followed =
+        generations(fakes::get_next({cell(ev_root, 2, index - 1), cell(ev_root, 5, index - 1), cell(ev_root, 7, 8)}));
+    EXPECT_THAT(followed, Each(followed.at(0)));
+    if (HasFailure() || got.at(0) < 1 || followed.at(0) < 1) {
+      ADD_FAILURE() << "round " << round << ", generations " << got.at(0) << " and " << followed.at(0);
+      break;
+    }
+  }
+  stopped = true;
+  rebuilds.join();
+}
+
 TEST_F(RequestTest, AnEmptyTableAnswersAndLeavesTheLockFree) {
   EXPECT_EQ(fakes::get({cell(ev_root, 2, 1)}).answers.at(0).value, fakes::no_such_instance);
   EXPECT_EQ(fakes::get_next({Oid(ev_root.begin(), ev_root.end())}).answers.at(0).value, fakes::end_of_mib_view);
@@ -336,6 +388,46 @@ TEST_F(RequestTest, AWalkGoesFromOneTableIntoTheNext) {
 }
 
 // The rows that a request's walk offers.
+
+int next_rows_asked_for = 0;
+
+tavo::TableHandlers counting_handlers() {
+  tavo::TableHandlers handlers = ev_sample.handlers;
+  handlers.next_row = [](void **loop_context, void **row, netsnmp_variable_list *index, netsnmp_iterator_info *) {
+    ++next_rows_asked_for;
+    return ev_sample.table.next_row(loop_context, row, index);
+  };
+  return handlers;
+}
+
+// The next-row calls of one PDU.
+template <class Request>
+int next_rows_for(Request request) {
+  next_rows_asked_for = 0;
+  request();
+  return next_rows_asked_for;
+}
+
+TEST_F(WalkTest, AVarbindCostsAtMostTwoNextRowsHoweverManyRowsThereAre) {
+  ev_sample.table.register_with(counting_handlers());
+  std::uint32_t rows = 0;
+  for (const std::uint32_t more : {1U, 7U, 24U, 224U}) {
+    for (std::uint32_t i = 0; i < more; ++i) {
+      add_row(ev_sample, ++rows);
+    }
+    for (const oid index : {oid{1}, oid{(rows + 1) / 2}, oid{rows}, oid{rows + 1}}) {
+      EXPECT_LE(next_rows_for([&] { fakes::get({cell(ev_root, 5, index)}); }), 2) << index << " of " << rows;
+      EXPECT_LE(next_rows_for([&] { fakes::get_next({cell(ev_root, 5, index - 1)}); }), 2) << index << " of " << rows;
+    }
+    // The last row of the last column: the walk leaves the table.
+    EXPECT_LE(next_rows_for([&] { fakes::get_next({cell(ev_root, 11, rows)}); }), 2) << rows;
+    EXPECT_LE(next_rows_for([&] {
+                fakes::get({cell(ev_root, 2, 1), cell(ev_root, 5, rows), cell(ev_root, 8, 1)});
+              }),
+              6)
+        << rows;
+  }
+}
 
 TEST_F(RequestTest, OfSeveralRowsWithOneIndexTheFirstInTheListIsServedEverywhere) {
   add_row(ev_sample, 1, 10);

@@ -16,6 +16,7 @@ timeval current;
 std::vector<unsigned int> slept;
 std::function<void(unsigned int)> sleep_observer;
 std::vector<timespec> waited;
+int early_wake_ups = 0;
 
 }  // namespace
 
@@ -28,6 +29,7 @@ FakeClock::FakeClock(time_t seconds, suseconds_t microseconds) {
   current = {.tv_sec = seconds, .tv_usec = microseconds};
   slept.clear();
   waited.clear();
+  early_wake_ups = 0;
 }
 
 FakeClock::~FakeClock() {
@@ -54,6 +56,11 @@ time_t FakeClock::now() const {
 void FakeClock::on_sleep(std::function<void(unsigned int)> observer) {
   const std::scoped_lock lock(mutex);
   sleep_observer = std::move(observer);
+}
+
+void FakeClock::wake_early(int waits) {
+  const std::scoped_lock lock(mutex);
+  early_wake_ups = waits;
 }
 
 std::vector<unsigned int> FakeClock::sleeps() const {
@@ -122,6 +129,10 @@ int __wrap_pthread_cond_timedwait(pthread_cond_t *condition, pthread_mutex_t *he
     const std::scoped_lock lock(mutex);
     if (active) {
       waited.push_back(*deadline);
+      if (early_wake_ups > 0) {
+        --early_wake_ups;
+        return 0;
+      }
       return ETIMEDOUT;
     }
   }

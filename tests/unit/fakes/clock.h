@@ -10,7 +10,8 @@
 namespace fakes {
 
 // While it lives, time stands still at what the test has set, and moves only by what the module sleeps. A sleep records
-// its length and returns at once; a timed wait records its deadline and times out at once. One at a time.
+// its length and returns at once; a timed wait records its deadline and times out at once, but for those that are woken
+// early. One at a time.
 class FakeClock {
  public:
   explicit FakeClock(time_t seconds = 1'000'000'000, suseconds_t microseconds = 0);
@@ -24,6 +25,9 @@ class FakeClock {
 
   // Called at each sleep with its seconds, before time moves, by the thread that sleeps.
   void on_sleep(std::function<void(unsigned int seconds)> observer);
+
+  // The next `waits` timed waits return as if somebody had signalled.
+  void wake_early(int waits);
 
   // Seconds of each sleep so far, oldest first.
   std::vector<unsigned int> sleeps() const;

@@ -13,6 +13,7 @@ std::vector<ProcessorRecord> processors;
 std::optional<int> announced_count;
 int count_result = 0;
 int info_result = 0;
+std::function<void()> info_observer;
 
 void record(const char *function, const void *word, int size, const inventory_range *range) {
   InventoryCall call = {.function = function, .word = 0, .size = size, .whole_list = range == nullptr};
@@ -59,6 +60,11 @@ void set_processor_info_result(int result) {
   info_result = result;
 }
 
+void on_processor_info(std::function<void()> observer) {
+  const std::scoped_lock lock(mutex);
+  info_observer = std::move(observer);
+}
+
 void reset_inventory() {
   const std::scoped_lock lock(mutex);
   calls.clear();
@@ -66,6 +72,7 @@ void reset_inventory() {
   announced_count.reset();
   count_result = 0;
   info_result = 0;
+  info_observer = nullptr;
 }
 
 }  // namespace fakes
@@ -84,6 +91,9 @@ int GetCPUItems(void *status, int size, const inventory_range *range, int *count
 int GetCPUInfo(void *status, int size, const inventory_range *range, void *records) {
   const std::scoped_lock lock(mutex);
   record("GetCPUInfo", status, size, range);
+  if (info_observer) {
+    info_observer();
+  }
   if (info_result != 0) {
     return info_result;
   }

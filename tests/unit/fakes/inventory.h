@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -42,6 +43,9 @@ void set_processor_count(std::optional<int> count);
 // Results of the two calls, 0 at first. A failing call leaves its output alone.
 void set_processor_count_result(int result);
 void set_processor_info_result(int result);
+
+// Called at each GetCPUInfo.
+void on_processor_info(std::function<void()> observer);
 
 void reset_inventory();
 

@@ -11,8 +11,10 @@ namespace {
 // Of one thread: the recorders' own mutexes, which come this way too, must go on working in all others.
 thread_local int next_error = 0;
 thread_local int successes_left = 0;
+thread_local const void *locked = nullptr;
 thread_local const void *tried = nullptr;
 thread_local const void *signalled = nullptr;
+thread_local std::function<int()> signal_answer;
 
 std::mutex mutex;
 bool recording = false;
@@ -42,12 +44,20 @@ void fail_next_mutex_call(int error, int successes) {
   successes_left = successes;
 }
 
+const void *last_locked_mutex() {
+  return locked;
+}
+
 const void *last_tried_mutex() {
   return tried;
 }
 
 const void *last_signalled_condition() {
   return signalled;
+}
+
+void answer_next_signal(std::function<int()> answer) {
+  signal_answer = std::move(answer);
 }
 
 Destructions::Destructions() {
@@ -81,6 +91,7 @@ int __real_pthread_cond_destroy(pthread_cond_t *condition);
 int __real_pthread_attr_destroy(pthread_attr_t *attributes);
 
 int __wrap_pthread_mutex_lock(pthread_mutex_t *object) {
+  locked = object;
   const int error = error_of_this_call();
   return error == 0 ? __real_pthread_mutex_lock(object) : error;
 }
@@ -98,6 +109,9 @@ int __wrap_pthread_mutex_unlock(pthread_mutex_t *object) {
 
 int __wrap_pthread_cond_signal(pthread_cond_t *condition) {
   signalled = condition;
+  if (const auto answer = std::exchange(signal_answer, nullptr)) {
+    return answer();
+  }
   return __real_pthread_cond_signal(condition);
 }
 

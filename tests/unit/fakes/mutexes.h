@@ -1,7 +1,8 @@
 // Between the module and its mutexes, conditions and thread attributes: makes a call fail, tells which mutex was asked
-// for, and records what is destroyed.
+// for, answers a signal, and records what is destroyed.
 #pragma once
 
+#include <functional>
 #include <vector>
 
 namespace fakes {
@@ -11,11 +12,15 @@ namespace fakes {
 // functions lock and unlock a mutex, too. 0 takes a failure back.
 void fail_next_mutex_call(int error, int successes = 0);
 
-// The mutex of the calling thread's last pthread_mutex_trylock.
+// The mutex of the calling thread's last pthread_mutex_lock and of its last pthread_mutex_trylock.
+const void *last_locked_mutex();
 const void *last_tried_mutex();
 
 // The condition of the calling thread's last pthread_cond_signal.
 const void *last_signalled_condition();
+
+// The calling thread's next pthread_cond_signal calls `answer` instead and returns its result.
+void answer_next_signal(std::function<int()> answer);
 
 // While it lives, pthread_mutex_destroy, pthread_cond_destroy and pthread_attr_destroy record what they are called with
 // and leave it as it is. One at a time.

@@ -6,6 +6,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <mutex>
+#include <optional>
 #include <span>
 #include <stdexcept>
 
@@ -26,8 +27,10 @@ std::vector<DebugCall> debug_calls;
 std::vector<Notification> sent;
 std::function<void()> notification_observer;
 std::function<void(const LogLine &)> log_observer;
+std::function<void()> debug_observer;
 std::atomic<bool> debugging = false;
 std::atomic<int> date_and_time_result = 0;
+thread_local std::optional<int> values_before_refusal;
 
 std::string formatted(const char *format, va_list arguments) {
   va_list again;
@@ -58,15 +61,19 @@ void record(List &list, Record entry) {
   recorded.notify_all();
 }
 
-void record_notification(Notification notification) {
-  std::function<void()> observer;
+void call(const std::function<void()> &observer) {
+  std::function<void()> called;
   {
     const std::scoped_lock lock(mutex);
-    observer = notification_observer;
+    called = observer;
   }
-  if (observer) {
-    observer();
+  if (called) {
+    called();
   }
+}
+
+void record_notification(Notification notification) {
+  call(notification_observer);
   record(sent, std::move(notification));
 }
 
@@ -120,6 +127,11 @@ void set_debugging(bool on) {
   debugging = on;
 }
 
+void on_debug_message(std::function<void()> observer) {
+  const std::scoped_lock lock(mutex);
+  debug_observer = std::move(observer);
+}
+
 std::vector<DebugMessage> debug_messages() {
   const std::scoped_lock lock(mutex);
   if (debug_calls.size() % 2 != 0) {
@@ -150,7 +162,7 @@ std::vector<Trace> traces() {
     char source[128] = "";
     int line = 0;
     int length = 0;
-    const bool known_token = what.token == "snmp-subagentd" || what.token.ends_with(":init");
+    const bool known_token = what.token == "snmp-subagentd" || what.token == "tavoEquipmentHealthLedTable:init";
     if (where.token != "trace" || !known_token ||
         std::sscanf(where.text.c_str(), "%127[^(](): %127[^,], %d:\n%n", function, source, &line, &length) != 3 ||
         static_cast<std::size_t>(length) != where.text.size()) {
@@ -183,6 +195,10 @@ void set_date_and_time_result(int error) {
   date_and_time_result = error;
 }
 
+void refuse_value(int successes) {
+  values_before_refusal = successes;
+}
+
 void reset_net_snmp() {
   const std::scoped_lock lock(mutex);
   logged.clear();
@@ -191,8 +207,10 @@ void reset_net_snmp() {
   sent.clear();
   notification_observer = nullptr;
   log_observer = nullptr;
+  debug_observer = nullptr;
   debugging = false;
   date_and_time_result = 0;
+  values_before_refusal.reset();
 }
 
 }  // namespace fakes
@@ -232,11 +250,22 @@ int __wrap_netsnmp_dateandtime_set_buf_from_vars(u_char *buffer, size_t *size, u
   return error == 0 ? date_and_time_result.load() : error;
 }
 
+int __real_snmp_set_var_typed_value(netsnmp_variable_list *varbind, u_char type, const void *value, size_t size);
+
+int __wrap_snmp_set_var_typed_value(netsnmp_variable_list *varbind, u_char type, const void *value, size_t size) {
+  if (values_before_refusal && (*values_before_refusal)-- == 0) {
+    values_before_refusal.reset();
+    return 1;
+  }
+  return __real_snmp_set_var_typed_value(varbind, type, value, size);
+}
+
 int __wrap_snmp_get_do_debugging() {
   return debugging ? 1 : 0;
 }
 
 void __wrap_debugmsgtoken(const char *token, const char *format, ...) {
+  call(debug_observer);
   va_list arguments;
   va_start(arguments, format);
   std::string text = formatted(format, arguments);

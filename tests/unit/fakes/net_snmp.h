@@ -1,5 +1,6 @@
-// Stands between the module and net-snmp's logging, tracing and sending: the module's calls are recorded and go no
-// further. Calls that net-snmp makes inside itself are not touched; what it logs is recorded apart.
+// Stands between the module and net-snmp's logging, tracing, sending and setting of values: what the module logs,
+// traces and sends is recorded and goes no further. Calls that net-snmp makes inside itself are not touched; what it
+// logs is recorded apart.
 #pragma once
 
 #include <net-snmp/net-snmp-config.h>
@@ -49,8 +50,11 @@ struct DebugMessage {
 // Throws std::logic_error when a debugmsgtoken call is not followed by its debugmsg call.
 std::vector<DebugMessage> debug_messages();
 
+// Called at each call of debugmsgtoken, before it is recorded, by the thread that makes it.
+void on_debug_message(std::function<void()> observer);
+
 // A trace pair: where the code is, under "trace", and what it says, under "snmp-subagentd" or, of the one table that
-// has a token of its own, under "...:init".
+// has a token of its own, under "tavoEquipmentHealthLedTable:init".
 struct Trace {
   std::string function;
   std::string source;
@@ -94,6 +98,10 @@ void on_notification(std::function<void()> observer);
 // From now on netsnmp_dateandtime_set_buf_from_vars writes its octets as ever and returns `error`; 0 makes it real
 // again.
 void set_date_and_time_result(int error);
+
+// The calling thread's next snmp_set_var_typed_value after `successes` more is refused, as for want of memory: the
+// varbind stays as it is.
+void refuse_value(int successes);
 
 // Forgets every record, switches debugging off and makes every call succeed again.
 void reset_net_snmp();

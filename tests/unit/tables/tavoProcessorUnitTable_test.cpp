@@ -143,6 +143,17 @@ TEST_F(ProcessorUnitTableTest, RowsAreNumberedFromOneAndTheLastStandsFirst) {
   EXPECT_FALSE(is_locked());
 }
 
+TEST_F(ProcessorUnitTableTest, TheLockIsHeldFromTheInventorysRecordsToTheLastRow) {
+  fakes::set_processors({xeon(), xeon(), xeon()});
+  std::vector<bool> held;
+  fakes::on_processor_info([&] { held.push_back(is_locked()); });
+  fakes::set_debugging(true);
+  fakes::on_debug_message([&] { held.push_back(is_locked()); });  // a row's two messages
+  EXPECT_EQ(initialize_processor_table(1), 0);
+  EXPECT_THAT(held, ElementsAre(true, true, true, true, true, true, true));
+  EXPECT_FALSE(is_locked());
+}
+
 TEST_F(ProcessorUnitTableTest, ARefreshReplacesTheRows) {
   fakes::set_processors({xeon(), xeon()});
   ASSERT_EQ(initialize_processor_table(0), 0);
@@ -418,6 +429,18 @@ TEST_F(ProcessorUnitTableTest, IsNoLongerServedOnceDeRegistered) {
   EXPECT_EQ(de_register_Processor_table_handler(), 0);
   EXPECT_EQ(get(2, 1), fakes::no_such_object);
   EXPECT_EQ(de_register_Processor_table_handler(), 0);
+}
+
+TEST_F(ProcessorUnitTableTest, DeRegisteringGivesTheLocksErrors) {
+  fakes::set_processors({xeon()});
+  ASSERT_EQ(init_tavoProcessorUnitTable(), 0);
+  fakes::fail_next_mutex_call(EINVAL);
+  EXPECT_EQ(de_register_Processor_table_handler(), EINVAL);
+  EXPECT_EQ(get(3, 1), text("cpu-1"));
+  fakes::fail_next_mutex_call(EPERM, 1);
+  EXPECT_EQ(de_register_Processor_table_handler(), EPERM);
+  EXPECT_EQ(release_ev_lock(41), 0) << "it has not been released";
+  EXPECT_EQ(get(3, 1), fakes::no_such_object);
 }
 
 TEST_F(ProcessorUnitTableTest, ARowIsRemovedUnderTheLock) {
