@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 
 #include <array>
+#include <ostream>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -65,6 +66,10 @@ struct ServedTable {
   void (*list_two_rows)();
   void (*list_none)();
 };
+
+void PrintTo(const ServedTable &table, std::ostream *out) {
+  *out << table.name;
+}
 
 // `head`: the table's list head. The rows are not the table's to free.
 template <auto &head>
