@@ -61,14 +61,16 @@ void record(List &list, Record entry) {
   recorded.notify_all();
 }
 
-void call(const std::function<void()> &observer) {
-  std::function<void()> called;
+// An observer may use these fakes: it is called without the mutex.
+template <class Observer, class... Arguments>
+void call(const Observer &observer, const Arguments &...arguments) {
+  Observer called;
   {
     const std::scoped_lock lock(mutex);
     called = observer;
   }
   if (called) {
-    called();
+    called(arguments...);
   }
 }
 
@@ -225,14 +227,7 @@ int __wrap_snmp_log(int priority, const char *format, ...) {
   va_start(arguments, format);
   LogLine line = {.priority = priority, .text = formatted(format, arguments)};
   va_end(arguments);
-  std::function<void(const LogLine &)> observer;
-  {
-    const std::scoped_lock lock(mutex);
-    observer = log_observer;
-  }
-  if (observer) {
-    observer(line);
-  }
+  call(log_observer, line);
   record(logged, std::move(line));
   return 0;
 }
