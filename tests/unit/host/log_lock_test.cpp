@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <functional>
+#include <latch>
 #include <map>
 #include <string>
 #include <string_view>
@@ -28,7 +29,9 @@ std::vector<std::string> lines;
 bool answers_itself = false;
 
 int record_line(netsnmp_log_handler *, int, const char *text) {
-  lines.emplace_back(text);
+  lines.emplace_back();
+  std::this_thread::yield();  // another thread that can come in does
+  lines.back() = text;
   if (answers_itself && std::string_view(text).starts_with("log")) {
     snmp_log(LOG_INFO, "heard %s", text);
   }
@@ -53,8 +56,10 @@ class LogLockTest : public testing::Test {
   // Calls `round` with the number of the thread and of the round, on all threads at once.
   static void on_all_threads(const std::function<void(int thread, int round)> &round) {
     std::array<std::thread, threads> running;
+    std::latch start(threads);
     for (int i = 0; i < threads; ++i) {
-      running[static_cast<std::size_t>(i)] = std::thread([&round, i] {
+      running[static_cast<std::size_t>(i)] = std::thread([&round, &start, i] {
+        start.arrive_and_wait();
         for (int number = 0; number < rounds; ++number) {
           round(i, number);
         }
