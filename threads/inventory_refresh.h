@@ -59,8 +59,8 @@ extern "C" {
 
 // 0, or -1 when the thread cannot be created.
 int create_inventory_thread(void);
-// The thread sees it when it wakes next: after its first minute, or after the 10 seconds between two passes. A pass that
-// is under way ends first, with its rebuilds and the sleeps of its requests (up to 90 seconds).
+// The thread sees it when it wakes next: after its first minute, or after the 10 seconds between two passes. A pass
+// that is under way ends first, with its rebuilds and the sleeps of its requests (up to 90 seconds).
 void stop_inventory_thread(void);
 // Waits for the thread and destroys the inventory lock. Always 0.
 int join_inventory_thread(void);
