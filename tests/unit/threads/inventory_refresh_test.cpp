@@ -379,11 +379,16 @@ TEST_F(InventoryThreadLifeTest, AStopInTheFirstMinuteEndsTheThreadWithoutAPass) 
 }
 
 TEST_F(InventoryThreadLifeTest, TheInventoryLockIsFreeDuringARebuild) {
-  std::future<void> raised;
+  std::promise<void> rebuilding;
+  const std::future<void> raised = std::async(std::launch::async, [begun = rebuilding.get_future()] {
+    if (begun.wait_for(std::chrono::seconds(10)) == std::future_status::ready) {
+      raise(8);
+    }
+  });
   bool free = false;
   shell.answers(memory_statistics, [&](int call) {
     if (call == 1) {
-      raised = std::async(std::launch::async, [] { raise(8); });
+      rebuilding.set_value();
       free = raised.wait_for(std::chrono::seconds(5)) == std::future_status::ready;
     }
     return " id: 1\n";
