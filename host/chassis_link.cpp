@@ -4,7 +4,6 @@
 
 #include <net-snmp/net-snmp-includes.h>
 
-#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -20,6 +19,7 @@
 #include <system_error>
 #include <utility>
 
+#include "core/descriptor.h"
 #include "host/exit_status.h"
 
 namespace tavo {
@@ -29,33 +29,15 @@ namespace {
 constexpr long slice = 50'000'000;  // ns
 constexpr long second = 1'000'000'000;
 
-class OpenFile {
- public:
-  // O_NONBLOCK: a FIFO that nobody writes to would keep the open() waiting.
-  explicit OpenFile(const std::string &path)
-      : descriptor_(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)) {}
-  ~OpenFile() {
-    if (descriptor_ >= 0) {
-      close(descriptor_);
-    }
-  }
-  OpenFile(const OpenFile &) = delete;
-  OpenFile &operator=(const OpenFile &) = delete;
-  int get() const { return descriptor_; }
-
- private:
-  int descriptor_;
-};
-
 [[noreturn]] void refuse(const std::string &path, const std::string &reason) {
   throw std::runtime_error("cannot read the chassis link's block " + path + ": " + reason);
 }
 
 // Reads no more than the largest block and one octet, however fast the file grows. Throws std::runtime_error.
 std::vector<unsigned char> read_block(const std::string &path) {
-  const OpenFile file(path);
+  const Descriptor file = open_for_reading(path.c_str());
   struct stat status {};
-  if (file.get() < 0 || fstat(file.get(), &status) != 0) {
+  if (!file || fstat(file.get(), &status) != 0) {
     refuse(path, std::strerror(errno));
   }
   if (!S_ISREG(status.st_mode)) {

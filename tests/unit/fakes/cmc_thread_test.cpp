@@ -13,6 +13,7 @@
 #include <cstring>
 #include <utility>
 
+#include "tests/unit/eventually.h"
 #include "tests/unit/fakes/net_snmp.h"
 #include "threads/cmc_thread.h"
 
@@ -46,7 +47,7 @@ void CmcThreadTest::TearDown() {
   if (!started_) {
     return;
   }
-  ASSERT_TRUE(eventually([] {
+  ASSERT_TRUE(tavo::eventually([] {
     shutdown(std::atomic_ref(data_fd).load(), SHUT_RDWR);
     shutdown(std::atomic_ref(sock_fd).load(), SHUT_RDWR);
     return std::atomic_ref(sock_fd).load() == -1;
@@ -74,7 +75,7 @@ int CmcThreadTest::connect_client() {
   address.sin_port = htons(25678);
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   int descriptor = -1;
-  EXPECT_TRUE(eventually([&] {
+  EXPECT_TRUE(tavo::eventually([&] {
     descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (connect(descriptor, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0) {
       return true;

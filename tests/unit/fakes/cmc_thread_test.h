@@ -1,27 +1,12 @@
 // The fixture of the chassis link's tests: a network of the test's own, and a peer's side of the link.
 #pragma once
 
-#include <chrono>
 #include <cstddef>
 #include <string>
-#include <thread>
 
 #include "tests/unit/fakes/module_test.h"
 
 namespace fakes {
-
-// Waits until `done` holds; false when 20 seconds pass first.
-template <class Condition>
-bool eventually(Condition done) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-  while (!done()) {
-    if (std::chrono::steady_clock::now() > deadline) {
-      return false;
-    }
-    std::this_thread::yield();
-  }
-  return true;
-}
 
 class CmcThreadTest : public ModuleTest {
  protected:

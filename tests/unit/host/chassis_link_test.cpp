@@ -21,11 +21,13 @@
 #include <fstream>
 #include <future>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "host/exit_status.h"
+#include "tests/unit/eventually.h"
 
 namespace tavo {
 namespace {
@@ -80,18 +82,6 @@ class Log {
   mutable std::mutex mutex_;
   std::vector<std::string> lines_;
 };
-
-template <class Condition>
-bool eventually(Condition holds) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-  while (!holds()) {
-    if (std::chrono::steady_clock::now() > deadline) {
-      return false;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  return true;
-}
 
 class ChassisLinkTest : public testing::Test {
  protected:
@@ -276,57 +266,59 @@ TEST_F(ChassisLinkTest, AFileThatCannotBeReadAgainLeavesTheBlockWithAWarning) {
   stop(link);
 }
 
-// The test holds the lock, as a send does, in those that follow.
+// The test holds the lock, as a send does. The block is "first".
+class ChassisLinkUnderASendTest : public ChassisLinkTest {
+ protected:
+  void SetUp() override {
+    write("first");
+    link_.emplace(exports(), file_);
+    ASSERT_TRUE(file_is_read());
+    link_->start();
+    pthread_mutex_lock(&fake_.lock);
+  }
 
-TEST_F(ChassisLinkTest, ABlockUnderASendIsReplacedAfterwardsByTheNewestContent) {
-  write("first");
-  ChassisLink link(exports(), file_);
-  ASSERT_TRUE(file_is_read());
-  link.start();
-  pthread_mutex_lock(&fake_.lock);
-  for (const char *content : {"second", "third", "fourth"}) {
+  void end_send() { pthread_mutex_unlock(&fake_.lock); }
+
+  // Has the daemon read a new content, which has to wait for the send.
+  void reload(const char *content) {
     write(content);
-    link.reload();
+    link_->reload();
     EXPECT_TRUE(file_is_read()) << content;
   }
-  EXPECT_EQ(std::string(fake_.block, fake_.block + fake_.block_size), "first");
-  pthread_mutex_unlock(&fake_.lock);
+
+  std::string block_being_sent() const { return {fake_.block, fake_.block + fake_.block_size}; }
+
+  std::optional<ChassisLink> link_;
+};
+
+TEST_F(ChassisLinkUnderASendTest, TheBlockIsReplacedAfterwardsByTheNewestContent) {
+  for (const char *content : {"second", "third", "fourth"}) {
+    reload(content);
+  }
+  EXPECT_EQ(block_being_sent(), "first");
+  end_send();
   EXPECT_TRUE(becomes("fourth"));
-  stop(link);
+  stop(*link_);
   EXPECT_EQ(log_.lines().size(), 2U) << "those in between were never the block";
 }
 
-TEST_F(ChassisLinkTest, AFileThatVanishesAfterItsContentWasReadChangesNothing) {
-  write("first");
-  ChassisLink link(exports(), file_);
-  ASSERT_TRUE(file_is_read());
-  link.start();
-  pthread_mutex_lock(&fake_.lock);
-  write("second");
-  link.reload();
-  ASSERT_TRUE(file_is_read());
+TEST_F(ChassisLinkUnderASendTest, AFileThatVanishesAfterItsContentWasReadChangesNothing) {
+  reload("second");
   std::filesystem::remove(file_);
-  link.reload();
+  link_->reload();
   EXPECT_TRUE(eventually([this] { return log_.lines().size() == 2; }));
-  pthread_mutex_unlock(&fake_.lock);
+  end_send();
   EXPECT_TRUE(becomes("second"));
-  stop(link);
+  stop(*link_);
 }
 
-TEST_F(ChassisLinkTest, TheStopDoesNotWaitForASend) {
-  write("first");
-  ChassisLink link(exports(), file_);
-  ASSERT_TRUE(file_is_read());
-  link.start();
-  pthread_mutex_lock(&fake_.lock);
-  write("second");
-  link.reload();
-  ASSERT_TRUE(file_is_read());
+TEST_F(ChassisLinkUnderASendTest, TheStopDoesNotWaitForIt) {
+  reload("second");
   const auto begin = std::chrono::steady_clock::now();
-  stop(link);
+  stop(*link_);
   EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
-  EXPECT_EQ(std::string(fake_.block, fake_.block + fake_.block_size), "first");
-  pthread_mutex_unlock(&fake_.lock);
+  EXPECT_EQ(block_being_sent(), "first");
+  end_send();
 }
 
 TEST_F(ChassisLinkTest, WakingEndsWhatIsSentAndWhatIsAwaited) {

@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cstring>
 #include <filesystem>
 #include <memory>
@@ -12,6 +11,7 @@
 #include <vector>
 
 #include "simulator/service.h"
+#include "tests/unit/eventually.h"
 
 namespace tavo::sim {
 
@@ -38,19 +38,6 @@ class ServedScenario : public testing::Test {
 
 // A directory that nobody else has; the caller removes it.
 std::filesystem::path make_directory();
-
-// Polls until the condition holds; false when it does not within ten seconds.
-template <class Condition>
-bool eventually(Condition condition) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > deadline) {
-      return false;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(2));
-  }
-  return true;
-}
 
 // A field of a binary record.
 template <class Integer>

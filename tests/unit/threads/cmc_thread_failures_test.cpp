@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/unit/eventually.h"
 #include "tests/unit/fakes/cmc_thread_test.h"
 #include "tests/unit/fakes/net_snmp.h"
 #include "tests/unit/fakes/sockets.h"
@@ -23,8 +24,8 @@
 namespace {
 
 using fakes::CmcThreadTest;
-using fakes::eventually;
 using fakes::LogLine;
+using tavo::eventually;
 using testing::ElementsAre;
 
 void expect_closed(int descriptor) {

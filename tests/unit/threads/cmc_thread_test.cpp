@@ -14,6 +14,7 @@
 #include <cstring>
 #include <string>
 
+#include "tests/unit/eventually.h"
 #include "tests/unit/fakes/cmc_thread_test.h"
 #include "tests/unit/fakes/net_snmp.h"
 #include "tests/unit/fakes/sockets.h"
@@ -22,9 +23,9 @@
 namespace {
 
 using fakes::CmcThreadTest;
-using fakes::eventually;
 using fakes::LogLine;
 using fakes::SocketOption;
+using tavo::eventually;
 using testing::ElementsAre;
 
 TEST_F(CmcThreadTest, APeerGetsTheBlockWhenItConnectsAndAfterEachMessage) {
