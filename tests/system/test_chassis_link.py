@@ -20,6 +20,7 @@ import time
 import pytest
 
 from agents import snmpget, wait_until
+from oids import OBJECTS
 from server import ServedDaemon, Server
 
 PORT = 25678
@@ -30,7 +31,7 @@ STOP_LIMIT = 8 / SPEED + 3  # seconds: 8 of the daemon's clock, and some of ours
 
 BLOCK = b"the block\0\xff\n"
 LARGE_BLOCK = bytes((i * 31 >> 3) & 0xff for i in range(200_000))
-MODEL = "1.3.6.1.4.1.61453.4.207.1.9.35.1.2.1"  # a cell that stands from the start
+MODEL = f"{OBJECTS}.9.35.1.2.1"  # a cell that stands from the start
 
 
 @pytest.fixture(scope="module", autouse=True)

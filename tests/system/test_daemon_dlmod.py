@@ -5,6 +5,7 @@ import re
 import pytest
 
 from agents import BUILD, ROOT, SNMPD, TEST_BASE, TEST_MODULES, Program, free_port, snmp, snmpget, wait_until
+from oids import PROCESSOR_DN, PROCESSOR_TABLE
 
 
 def test_a_stock_snmpd_loads_a_module_and_finds_the_platform_in_a_preloaded_library(start, directory):
@@ -34,9 +35,8 @@ def test_a_stock_snmpd_serves_the_processors_of_the_simulated_server(start, dire
     start(Program, "snmpd", [ROOT / "simulator/boot", "--build", BUILD, "--bind", directory, "--", "env",
                              f"LD_PRELOAD={BUILD / 'libbmcsim.so'}", SNMPD, "-f", "-C", "-c", configuration, "-I", "-smux",
                              "-Lo", f"udp:{address}"])
-    processors = "1.3.6.1.4.1.61453.4.207.1.41.9"
-    dn_of_the_first = f"{processors}.1.2.1"
+    dn_of_the_first = f"{PROCESSOR_DN}.1"
     answer = wait_until(lambda: snmpget(address, dn_of_the_first, timeout=0.5, check=False), 60, "snmpd's answer")
     assert answer == [f'.{dn_of_the_first} = STRING: "sys/rack-unit-1/board/cpu-1"']
-    rows = snmp("snmpbulkwalk", address, processors)
+    rows = snmp("snmpbulkwalk", address, PROCESSOR_TABLE)
     assert rows and len(rows) % 2 == 0  # two processors

@@ -15,8 +15,9 @@ import pytest
 from agents import snmp, wait_until
 from datagrams import Collector
 from managers import Managers
+from oids import BASE, BOARD_POWER, DISK_PRESENCE, FAN_OPERABILITY, FAULT_TABLE, MEMORY_STATUS, MEMORY_TEMPERATURE, OBJECTS
 from server import ServedDaemon, Server
-from test_walk import BASE, cells
+from test_walk import cells
 
 MINUTES = float(os.environ.get("TAVO_ENDURANCE_MINUTES", "6"))
 SPEED = 20
@@ -24,13 +25,8 @@ WARM_UP = 3  # minutes: the first periodic refresh and the first requests are ov
 TURN = 6  # seconds of the daemon's clock between two changes
 MOST_BROKEN = 4  # at once, that the server is never in the same state twice
 
-FAULT_SEVERITY = f"{BASE}.1.1.1.1.17"
-MEMORY_STATUS = f"{BASE}.1.30.11.1.29"
-MEMORY_TEMPERATURE = f"{BASE}.1.30.12.1.6"
-BOARD_POWER = f"{BASE}.1.9.14.1.4"
-DISK_PRESENCE = f"{BASE}.1.45.4.1.10"
-FAN_OPERABILITY = f"{BASE}.1.15.12.1.10"
-LED_COLOUR = f"{BASE}.1.15.114.1"
+FAULT_SEVERITY = f"{FAULT_TABLE}.1.17"
+LED_COLOUR = f"{OBJECTS}.15.114.1"
 
 # What breaks something, and what mends it again. {number} is a fault index of the test's own.
 CHANGES = [

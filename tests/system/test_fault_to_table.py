@@ -5,18 +5,14 @@ import re
 import pytest
 
 from agents import TrapCollector, snmpget, wait_until
+from oids import DISK_PRESENCE, FAN_OPERABILITY, FAULT_TABLE, MEMORY_STATUS, OBJECTS, RAISED
 from rebuilds import BOARD_STATISTICS, STORAGE, WatchedDaemon, WatchedServer, events, names, periodic_refresh
 
-OBJECTS = "1.3.6.1.4.1.61453.4.207.1"
-RAISED = "1.3.6.1.4.1.61453.4.207.0.1"
-FAULT_INDEX = f"{OBJECTS}.1.1.1.1"
-FAN_OPERABILITY = f"{OBJECTS}.15.12.1.10"
+FAULT_INDEX = f"{FAULT_TABLE}.1.1"
 SUPPLY_OPERABILITY = f"{OBJECTS}.15.56.1.7"
 MEMORY_OPERABILITY = f"{OBJECTS}.30.11.1.14"
-MEMORY_STATUS = f"{OBJECTS}.30.11.1.29"
 PROCESSOR_STATE = f"{OBJECTS}.41.9.1.9"
 ADAPTOR_STATE = f"{OBJECTS}.3.85.1.12"
-DISK_PRESENCE = f"{OBJECTS}.45.4.1.10"
 DISK_NAME = f"{OBJECTS}.45.4.1.14"
 SPEED = 45
 STORAGE_WAIT = 60  # seconds: the controller is still writing its snapshot when it tells of a change

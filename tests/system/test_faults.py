@@ -8,11 +8,10 @@ import pytest
 from agents import snmp, wait_until
 from datagrams import Collector, varbinds
 from managers import Managers
+from oids import FAULT_TABLE, RAISED
 from server import ServedDaemon, Server
 
-FAULT_TABLE = "1.3.6.1.4.1.61453.4.207.1.1.1"
 FAULT_ENTRY = f"{FAULT_TABLE}.1"
-RAISED = "1.3.6.1.4.1.61453.4.207.0.1"
 
 
 @pytest.fixture

@@ -3,9 +3,9 @@
 import re
 
 from agents import snmp, wait_until
+from oids import OBJECTS
 from server import ServedDaemon, Server
 
-OBJECTS = "1.3.6.1.4.1.61453.4.207.1"
 RACK_UNIT = f"{OBJECTS}.9.35.1"
 SPEED = 20
 # What each table still serves: the rows that need no tool, and the single rows that always stand.

@@ -8,13 +8,11 @@ import time
 import pytest
 
 from agents import ROOT, SNMPTRAPD, Master, Program, free_port, snmp, snmpget, wait_until
+from oids import CLEARED, FAULT_TABLE, PROCESSOR_DN, RAISED
 from server import SCENARIO, ServedDaemon, Server
 
-FAULT_TABLE = "1.3.6.1.4.1.61453.4.207.1.1.1"
 FAULT_ENTRY = f".{FAULT_TABLE}.1"
 TRAP_OID = ".1.3.6.1.6.3.1.1.4.1.0"
-RAISED = ".1.3.6.1.4.1.61453.4.207.0.1"
-CLEARED = ".1.3.6.1.4.1.61453.4.207.0.2"
 START_UP = ".1.3.6.1.6.3.1.1.5.2"
 
 SENDERS = {"v2c trap": "v2c", "v2c inform": "v2c", "v3 trap": "v3 trap", "v3 inform": "v3 inform"}  # each with its receiver
@@ -70,7 +68,7 @@ def fault_varbinds(kind, severity, last_time, occurrences, description, object_p
         (TRAP_OID, f"OID: {kind}"),
         (column(1), "Gauge32: 7"),
         (column(11), f'STRING: "{description}"'),
-        (column(4), "OID: .1.3.6.1.4.1.61453.4.207.1.41.9.1.2.2"),
+        (column(4), f"OID: .{PROCESSOR_DN}.2"),
         (column(5), f'STRING: "{object_prefix}sys/rack-unit-1/board/cpu-2"'),
         (column(10), date_and_time(1_700_000_000)),
         (column(14), date_and_time(last_time)),
@@ -88,7 +86,7 @@ def columns(severity, last_time, description, previous):
     values = {
         2: 'STRING: "sys/rack-unit-1/board/cpu-2/fault-F0174"',
         3: 'STRING: "fault-F0174"',
-        4: "OID: .1.3.6.1.4.1.61453.4.207.1.41.9.1.2.2",
+        4: f"OID: .{PROCESSOR_DN}.2",
         5: 'STRING: "sys/rack-unit-1/board/cpu-2"',
         6: "INTEGER: 1",
         7: "INTEGER: 117",
@@ -144,13 +142,13 @@ def test_raise_update_and_clear_reach_every_kind_of_receiver(start, directory, r
                "description=Processor 2 is inoperable", "first-time=1700000000", "last-time=1700003600")
     for receiver in receivers.values():
         receiver.wait_for(1)
-    raised = fault_varbinds(RAISED, 4, 1_700_003_600, 3, "Processor 2 is inoperable", prefix)
+    raised = fault_varbinds(f".{RAISED}", 4, 1_700_003_600, 3, "Processor 2 is inoperable", prefix)
     assert row(daemon, 7) == columns(4, 1_700_003_600, "Processor 2 is inoperable", 0)
 
     server.ctl("fault", "update", "7", "severity=critical", "description=Processor 2 is too hot", "last-time=1700007200")
     for receiver in receivers.values():
         receiver.wait_for(2)
-    updated = fault_varbinds(RAISED, 6, 1_700_007_200, 3, "Processor 2 is too hot", prefix)
+    updated = fault_varbinds(f".{RAISED}", 6, 1_700_007_200, 3, "Processor 2 is too hot", prefix)
     assert row(daemon, 7) == columns(6, 1_700_007_200, "Processor 2 is too hot", 4)
 
     server.ctl("fault", "clear", "7")
@@ -159,7 +157,7 @@ def test_raise_update_and_clear_reach_every_kind_of_receiver(start, directory, r
         assert received[:2] == [raised, updated], sender
         last_time = seconds_of(received[2][6][1])
         assert time_before <= last_time <= time.time(), sender
-        assert received[2] == fault_varbinds(CLEARED, 0, last_time, 3, "Processor 2 is too hot", prefix), sender
+        assert received[2] == fault_varbinds(f".{CLEARED}", 0, last_time, 3, "Processor 2 is too hot", prefix), sender
         assert len(received) == 3, f"{sender}: each change is notified once"
     wait_until(lambda: "No Such Instance" in snmpget(daemon.address, f"{FAULT_ENTRY}.2.7")[0], what="the row's end")
 
@@ -181,7 +179,7 @@ def test_a_cold_start_is_notified_once_and_a_warm_one_not_at_all(start, director
     assert begin <= seconds_of(received[0][1][1]) <= begin + 20 * (time.time() - begin) + 1
     assert received[0][2] == (".1.3.6.1.6.3.1.1.4.3.0", "OID: .1.3.6.1.4.1.61453.1.3301")
     assert [notification[:2] for notification in received[1:]] == [
-        [(TRAP_OID, f"OID: {RAISED}"), (f"{FAULT_ENTRY}.1.{index}", f"Gauge32: {index}")] for index in (11, 17, 23, 31)]
+        [(TRAP_OID, f"OID: .{RAISED}"), (f"{FAULT_ENTRY}.1.{index}", f"Gauge32: {index}")] for index in (11, 17, 23, 31)]
     assert server.run("stat", "-c", "%s", "/var/tvmcWarmStartup").stdout == "0\n"
     daemon.stop()
     sent_by_the_first = len(receiver.received())  # with the last test notification of an orderly stop
@@ -205,7 +203,7 @@ def test_every_signal_sends_the_same_test_notification_and_a_stop_a_last_one(sta
     daemon.stop()
     received = receiver.wait_for(3)
     assert received[0] == received[1] == received[2]
-    assert received[0][:3] == [(TRAP_OID, f"OID: {CLEARED}"), (f"{FAULT_ENTRY}.1.1", "Gauge32: 0"),
+    assert received[0][:3] == [(TRAP_OID, f"OID: .{CLEARED}"), (f"{FAULT_ENTRY}.1.1", "Gauge32: 0"),
                                (f"{FAULT_ENTRY}.11.1", 'STRING: "Test Fault"')]
     assert received[0][3:] == [
         (f"{FAULT_ENTRY}.4.1", "OID: .0.0.0"), (f"{FAULT_ENTRY}.5.1", 'STRING: "sys/rack-unit-1/test-entity"'),
@@ -238,9 +236,9 @@ def test_a_fault_engine_that_was_killed_is_loaded_anew_when_it_is_back(start, di
     received = receiver.wait_for(4)
     assert services.process.poll() is None
     assert [notification[:2] for notification in received[1:]] == [
-        [(TRAP_OID, f"OID: {RAISED}"), (f"{FAULT_ENTRY}.1.{index}", f"Gauge32: {index}")] for index in (17, 31, 90)]
+        [(TRAP_OID, f"OID: .{RAISED}"), (f"{FAULT_ENTRY}.1.{index}", f"Gauge32: {index}")] for index in (17, 31, 90)]
     wait_until(lambda: [line.split(" = ")[0] for line in snmp("snmpwalk", daemon.address, f"{FAULT_TABLE}.1.2")] ==
                [f"{FAULT_ENTRY}.2.{index}" for index in (17, 31, 90)], what="the new table")
 
     server.ctl("fault", "clear", "90")
-    assert receiver.wait_for(5)[4][:2] == [(TRAP_OID, f"OID: {CLEARED}"), (f"{FAULT_ENTRY}.1.90", "Gauge32: 90")]
+    assert receiver.wait_for(5)[4][:2] == [(TRAP_OID, f"OID: .{CLEARED}"), (f"{FAULT_ENTRY}.1.90", "Gauge32: 90")]

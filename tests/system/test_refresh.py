@@ -7,14 +7,14 @@ import statistics
 import pytest
 
 from agents import snmp, wait_until
+from oids import BOARD_POWER, MEMORY_TEMPERATURE, OBJECTS
 from rebuilds import SUPPLY_REFRESHES, WatchedDaemon, WatchedServer, events, names, periodic_refresh
 
-OBJECTS = "1.3.6.1.4.1.61453.4.207.1"
 # Temperatures and power by table: the columns that hold a reading of the moment.
 READINGS = {
-    "memory": [f"{OBJECTS}.30.12.1.6"],
+    "memory": [MEMORY_TEMPERATURE],
     "processors": [f"{OBJECTS}.41.2.1.10"],
-    "board power": [f"{OBJECTS}.9.14.1.4"],
+    "board power": [BOARD_POWER],
     "board temperatures": [f"{OBJECTS}.9.44.1.{column}" for column in (4, 8, 13, 17, 21)],
 }
 SPEED = 45

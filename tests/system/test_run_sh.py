@@ -15,10 +15,10 @@ import time
 import pytest
 
 from agents import BUILD, ROOT, free_port, wait_until
+from oids import PROCESSOR_DN
 
 # The daemon waits five seconds for the power supplies; where the clock is not what is tested, they are short ones.
 QUICK = ["--speed", "20"]
-PROCESSOR_DN = "1.3.6.1.4.1.61453.4.207.1.41.9.1.2"
 
 
 def run(*arguments, timeout=120, **settings):

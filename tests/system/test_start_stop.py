@@ -10,9 +10,9 @@ import signal
 import time
 
 from agents import ROOT, snmp, wait_until
+from oids import BASE
 from server import ServedDaemon, Server, children_of
 
-BASE = "1.3.6.1.4.1.61453.4.207"
 CYCLES = int(os.environ.get("TAVO_CYCLES", "5"))
 SPEED = 60
 LONGEST_STOP = 8  # seconds of the daemon's clock, as documented

@@ -7,9 +7,10 @@ import time
 import pytest
 
 from agents import snmp, snmpget, wait_until
+from oids import OBJECTS, PROCESSOR_DN
 from server import Server, ServedDaemon
 
-STORAGE = "1.3.6.1.4.1.61453.4.207.1.45"
+STORAGE = f"{OBJECTS}.45"
 CONTROLLERS = f"{STORAGE}.1.1"
 DISKS = f"{STORAGE}.4.1"
 VOLUMES = f"{STORAGE}.8.1"
@@ -17,7 +18,6 @@ BATTERIES = f"{STORAGE}.11.1"
 CARDS = f"{STORAGE}.34.1"
 SD_CONTROLLER = f"{STORAGE}.35.1"
 PARTITIONS = f"{STORAGE}.36.1"
-PROCESSOR_DN = "1.3.6.1.4.1.61453.4.207.1.41.9.1.2"
 
 SNAPSHOT = "/var/stor_info_data"
 SOCKET = "/tmp/snmp_velt_sock"

@@ -9,8 +9,8 @@ import threading
 import time
 
 from agents import BUILD, TEST_MODULES, Daemon, snmp
+from oids import PROCESSOR_TABLE as TABLE
 
-TABLE = "1.3.6.1.4.1.61453.4.207.1.41.9"
 PROCESSORS = 32
 MANAGERS = 8
 SECONDS = float(os.environ.get("TAVO_STRESS_SECONDS", "5"))

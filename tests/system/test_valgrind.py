@@ -6,9 +6,9 @@ import shutil
 import pytest
 
 from agents import BUILD, ROOT, Daemon, snmp
+from oids import BASE
 from server import MODULE, PLATFORM, Server, at_speed
 
-BASE = "1.3.6.1.4.1.61453.4.207"
 SPEED = 12
 
 

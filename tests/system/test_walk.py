@@ -11,9 +11,9 @@ import re
 import pytest
 
 from agents import ROOT, Master, snmp, wait_until
+from oids import BASE
 from server import SCENARIO, ServedDaemon, Server
 
-BASE = "1.3.6.1.4.1.61453.4.207"
 GOLDEN = pathlib.Path(__file__).parent / "golden/rack-server.txt"
 # When a fault came and when a sample was taken, by table and column.
 CLOCK = re.compile(rf"(\.{re.escape(BASE)}\.1\.(?:1\.1\.1\.10|1\.1\.1\.14|30\.12\.1\.11|41\.2\.1\.15|9\.14\.1\.19|9\.44\.1\.27)\.\d+) = .*")
