@@ -20,6 +20,7 @@ def calls(daemon):
 @pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGINT])
 def test_the_stop_functions_are_called_in_order_then_the_module_is_closed(start, number):
     daemon = start(Daemon, module=STOPPING)
+    daemon.wait_for_log("test thread waits")
     daemon.signal(number)
     assert daemon.wait() == 0
     # stop_stor_thread is absent from this module, which is no reason to stumble.

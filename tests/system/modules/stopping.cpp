@@ -27,6 +27,7 @@ void *SendTestTrap(void *) {
   sigemptyset(&signals);
   sigaddset(&signals, SIGUSR1);
   while (test_thread_runs) {
+    snmp_log(LOG_INFO, "test thread waits\n");
     int taken = 0;
     sigwait(&signals, &taken);
     snmp_log(LOG_INFO, "test thread took signal %d\n", taken);
