@@ -14,11 +14,44 @@
 namespace tavo {
 namespace {
 
+// Lets threads on one by one, in the order in which they came.
+class Turnstile {
+ public:
+  void enter() {
+    const unsigned ticket = tickets_.fetch_add(1);
+    for (unsigned serving = serving_; serving != ticket; serving = serving_) {
+      serving_.wait(serving);
+    }
+  }
+  void leave() {
+    ++serving_;
+    serving_.notify_all();
+  }
+
+ private:
+  std::atomic<unsigned> tickets_ = 0;
+  std::atomic<unsigned> serving_ = 0;
+};
+
 struct CountedMutex {
   pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+  Turnstile turnstile = {};
   // Changed beside the mutex, not under it, so atomic; relaxed, because nothing but a trace depends on it.
   std::atomic<int> holds = 0;
 };
+
+// A bare mutex goes to whoever is quickest, and a thread that takes it again at once, as rebuild after rebuild does, is
+// quicker than a request that has yet to wake. Only one thread at a time waits at the mutex; all others are behind it.
+int lock_in_turn(CountedMutex &lock) {
+  lock.turnstile.enter();
+  const int error = pthread_mutex_lock(&lock.mutex);
+  lock.turnstile.leave();
+  return error;
+}
+
+int try_lock(CountedMutex &lock) {
+  return pthread_mutex_trylock(&lock.mutex);
+}
 
 int count_holder(CountedMutex &lock) {
   return lock.holds.fetch_add(1, std::memory_order_relaxed) + 1;
@@ -98,12 +131,12 @@ int calling_thread() {
 
 constexpr const char *source = "access_lock";
 
-int lock_subagent(int which, int (*lock_call)(pthread_mutex_t *), const char *function, int line) {
+int lock_subagent(int which, int (*lock_call)(CountedMutex &), const char *function, int line) {
   CountedMutex *lock = find_subagent_lock(which);
   if (lock == nullptr) {
     return 0;
   }
-  const int error = lock_call(&lock->mutex);
+  const int error = lock_call(*lock);
   if (error == 0) {
     const int count = count_holder(*lock);
     trace(function, source, line, "%s:Thread-%d locked sa mutex, count = %d\n", function, calling_thread(), count);
@@ -133,11 +166,11 @@ int ListLock::hold_count() const {
 using namespace tavo;
 
 int acquire_sa_lock(int which) {
-  return lock_subagent(which, pthread_mutex_lock, __func__, __LINE__);
+  return lock_subagent(which, lock_in_turn, __func__, __LINE__);
 }
 
 int try_sa_lock(int which) {
-  return lock_subagent(which, pthread_mutex_trylock, __func__, __LINE__);
+  return lock_subagent(which, try_lock, __func__, __LINE__);
 }
 
 int release_sa_lock(int which) {
@@ -162,7 +195,7 @@ int get_ev_lock(int class_number) {
   if (lock == nullptr) {
     return 1;
   }
-  const int error = pthread_mutex_lock(&lock->mutex);
+  const int error = lock_in_turn(*lock);
   count_holder(*lock);
   return error;
 }
@@ -172,7 +205,7 @@ int get_ev_try_lock(int class_number) {
   if (lock == nullptr) {
     return 1;
   }
-  const int error = pthread_mutex_trylock(&lock->mutex);
+  const int error = try_lock(*lock);
   count_holder(*lock);
   return error;
 }

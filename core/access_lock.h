@@ -1,8 +1,9 @@
 // Every lock of the module: two subagent locks, one lock for each of twelve tables (the "ev" locks, named by the
 // table's class number), and the inventory lock with its condition and its pending-refresh flags.
 //
-// All are plain mutexes, ready when the module is loaded. No thread holds two of them at once: whoever wants to signal
-// the inventory refresh thread first releases the list it has changed.
+// All are mutexes of the default kind, ready when the module is loaded. Those of lists go to the threads that wait for
+// them in the order in which they came; a try call may come in between. No thread holds two of them at once: whoever
+// wants to signal the inventory refresh thread first releases the list it has changed.
 //
 // Each lock keeps a count of its holders, which nothing in the module decides by. The traces print those of the
 // subagent locks, which change when the mutex call succeeds. Those of the ev locks and of the inventory lock change

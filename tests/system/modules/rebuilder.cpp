@@ -1,4 +1,4 @@
-// The real module's processor table, rebuilt again and again by a thread of its own. The module's path is in the
+// The real module's processor table, rebuilt without pause by a thread of its own. The module's path is in the
 // environment variable REBUILT_MODULE; 32 processors stand in this library, each cell a function of its column and row.
 // Says in the log how many rebuilds there were and how many of them failed.
 #include <dlfcn.h>
@@ -8,7 +8,6 @@
 #include <net-snmp/net-snmp-includes.h>
 
 #include <atomic>
-#include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -80,9 +79,6 @@ int init_subagent_modules() {
     while (running) {
       failures += rebuild(1) == 0 ? 0 : 1;
       ++rebuilds;
-      // A mutex is not fair: where a core is free, a thread that takes it again at once keeps a waiting one out for
-      // seconds. The time that it takes to wake is enough of a gap.
-      std::this_thread::sleep_for(std::chrono::microseconds(20));
     }
   });
   return 0;

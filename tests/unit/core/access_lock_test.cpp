@@ -223,15 +223,17 @@ TEST_F(AccessLockTest, UnknownEvClassesLockNothingAndGiveOne) {
 }
 
 TEST_F(AccessLockTest, ABusyEvTryIsCountedAllTheSame) {
+  const int before = ListLock::ev(41).hold_count();
   ASSERT_EQ(get_ev_lock(41), 0);
-  EXPECT_EQ(ListLock::ev(41).hold_count(), 1);
+  EXPECT_EQ(ListLock::ev(41).hold_count(), before + 1);
   EXPECT_EQ(get_ev_try_lock(41), EBUSY);
-  EXPECT_EQ(ListLock::ev(41).hold_count(), 2);
+  EXPECT_EQ(ListLock::ev(41).hold_count(), before + 2);
   EXPECT_EQ(release_ev_lock(41), 0);
-  EXPECT_EQ(ListLock::ev(41).hold_count(), 1);
+  EXPECT_EQ(ListLock::ev(41).hold_count(), before + 1);
   EXPECT_EQ(get_ev_try_lock(41), 0);
-  EXPECT_EQ(ListLock::ev(41).hold_count(), 2);
+  EXPECT_EQ(ListLock::ev(41).hold_count(), before + 2);
   EXPECT_EQ(release_ev_lock(41), 0);
+  EXPECT_EQ(ListLock::ev(41).hold_count(), before + 1);
 }
 
 // The mutex behind an ev class, learnt by asking for it.
@@ -436,6 +438,41 @@ TEST_F(AccessLockTest, AListLockForwardsToItsFamily) {
   EXPECT_EQ(unknown.acquire(), 1);
   EXPECT_EQ(unknown.release(), 1);
   EXPECT_EQ(unknown.hold_count(), 0);
+}
+
+// A rebuild that follows a rebuild at once must not keep a request out, which would happen with a bare mutex: the
+// thread that has it takes it again before the one that waits has woken.
+TEST_F(AccessLockTest, WhoWaitsIsNextEvenWhenTheHolderAsksAgainAtOnce) {
+  for (const ListLock &lock : {ListLock::subagent(1), ListLock::ev(41)}) {
+    for (int round = 0; round < 50; ++round) {
+      std::atomic<bool> waits = false;
+      std::atomic<bool> entered = false;
+      ASSERT_EQ(lock.acquire(), 0);
+      std::thread waiter([&] {
+        fakes::before_next_mutex_lock([&] { waits = true; });
+        lock.acquire();
+        entered = true;
+        lock.release();
+      });
+      while (!waits) {
+        std::this_thread::yield();
+      }
+      lock.release();
+      lock.acquire();
+      const bool was_next = entered;
+      lock.release();
+      waiter.join();
+      ASSERT_TRUE(was_next) << "round " << round;
+    }
+  }
+}
+
+TEST_F(AccessLockTest, ALockThatFailsLeavesTheNextOneItsTurn) {
+  for (const ListLock &lock : {ListLock::subagent(2), ListLock::ev(41)}) {
+    fakes::fail_next_mutex_call(EINVAL);
+    EXPECT_EQ(lock.acquire(), EINVAL);
+    EXPECT_EQ(on_another_thread([&] { return lock.acquire() == 0 ? lock.release() : -1; }), 0);
+  }
 }
 
 TEST_F(AccessLockTest, ManyThreadsShareALockWithoutLosingACount) {

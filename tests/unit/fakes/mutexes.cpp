@@ -17,6 +17,7 @@ thread_local int successes_left = 0;
 thread_local const void *locked = nullptr;
 thread_local const void *tried = nullptr;
 thread_local const void *signalled = nullptr;
+thread_local std::function<void()> lock_call;
 thread_local std::function<int()> signal_answer;
 
 // Atomics instead of a lock: ThreadSanitizer's run-time library calls in here as well, while it starts a thread, and
@@ -60,6 +61,10 @@ const void *last_tried_mutex() {
   return tried;
 }
 
+void before_next_mutex_lock(std::function<void()> call) {
+  lock_call = std::move(call);
+}
+
 const void *last_signalled_condition() {
   return signalled;
 }
@@ -98,6 +103,9 @@ int __real_pthread_attr_destroy(pthread_attr_t *attributes);
 
 int __wrap_pthread_mutex_lock(pthread_mutex_t *object) {
   locked = object;
+  if (const auto call = std::exchange(lock_call, nullptr)) {
+    call();
+  }
   const int error = error_of_this_call();
   return error == 0 ? __real_pthread_mutex_lock(object) : error;
 }

@@ -16,6 +16,9 @@ void fail_next_mutex_call(int error, int successes = 0);
 const void *last_locked_mutex();
 const void *last_tried_mutex();
 
+// Called by the calling thread within its next pthread_mutex_lock, right before it waits.
+void before_next_mutex_lock(std::function<void()> call);
+
 // The condition of the calling thread's last pthread_cond_signal.
 const void *last_signalled_condition();
 
