@@ -102,7 +102,8 @@ constexpr char memory_query[] = "inventoryMemorySummary";
 constexpr int most_tries = 5;
 constexpr unsigned retry_pause = 5;  // seconds
 
-// A dump counts as loaded from when it is written until a build wants it anew.
+// A dump counts as loaded from when it is written until a build, or a failed try of one, wants it anew. Of the memory
+// dump, only the first build does.
 bool cpu_dump_is_loaded = false;
 bool memory_dump_is_loaded = false;
 

@@ -105,11 +105,13 @@ void tavoComputeRackUnitTable_removeAllEntries(void);
 // 1; or it returns 0, and `out` is as it was. The caller holds the lock. A separator belongs to the text that is
 // searched for: a blank, the key, the separator.
 //
-// From "/var/getCPUInventory", which the tool writes with `tool_key` first, when it has not since the row's last build:
-// the sum of all values of a key, and how often the key occurs.
+// From "/var/getCPUInventory", which the tool writes with `tool_key` first, unless it has since the row's last build
+// began or its last try failed: the sum of all values of a key, and how often the key occurs.
 int getCPU(const char *tool_key, const char *lookup_key, const char *separator, char *out);
 int getCPUCount(const char *tool_key, const char *lookup_key, const char *separator, char *out);
-// From "/var/getMemoryInventory", likewise: the first value of a key.
+// From "/var/getMemoryInventory", which the tool writes with `tool_key` first, unless it has since the first build of
+// the process began or its last try for the memory speed failed: the first value of a key. Later builds read what stands
+// there.
 int getMemory(const char *tool_key, const char *lookup_key, const char *separator, char *out);
 // From the tool's own output: what stands behind the separator in the first line that holds `grep_key`. The key "fru"
 // with "Product Serial" asks ipmitool instead.

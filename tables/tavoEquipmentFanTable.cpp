@@ -275,7 +275,6 @@ std::uint32_t add_row(const Sensor &sensor, std::uint32_t row_number, Row &row) 
 TAVO_TABLE_ENTRY_POINTS(tavoEquipmentFanTable, tavo::EquipmentFanRow, tavo::table)
 
 int initialize_table_tavoEquipmentFanTable(void) {
-  tavo::table.trace_entry(__func__, __LINE__);
   tavo::table.register_with({.handler = tavoEquipmentFanTable_handler,
                              .first_row = tavoEquipmentFanTable_get_first_data_point,
                              .next_row = tavoEquipmentFanTable_get_next_data_point});

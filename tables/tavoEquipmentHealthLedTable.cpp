@@ -5,7 +5,6 @@
 #include <array>
 #include <climits>
 #include <cstddef>
-#include <span>
 
 #include "core/dump.h"
 #include "core/shell.h"

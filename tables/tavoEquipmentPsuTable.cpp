@@ -10,7 +10,6 @@
 #include <cstring>
 #include <optional>
 #include <span>
-#include <string_view>
 
 #include "core/descriptor.h"
 #include "core/dump.h"
