@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "core/access_lock.h"
@@ -45,6 +46,7 @@ using testing::Each;
 using testing::ElementsAre;
 using testing::Field;
 using testing::IsSupersetOf;
+using testing::Pair;
 using testing::StartsWith;
 
 class StartUpTest : public fakes::ModuleTest {
@@ -83,6 +85,26 @@ TEST_F(StartUpTest, EveryStepIsLoggedInItsOrder) {
   }
   EXPECT_THAT(threads, ElementsAre(inventory_thread, stor_thread, velt_thread, FE_thread))
       << "the last when every table is registered";
+}
+
+// Nothing answers here: no tool, no sensor, no FRU area.
+TEST_F(StartUpTest, WithEveryToolMissingTheWaitsAreThoseOfTheTriesAndNoMore) {
+  fakes::start_no_threads();
+  std::vector<std::pair<std::string, unsigned>> waits;  // of each step that waits, in seconds
+  unsigned waited = 0;
+  clock.on_sleep([&](unsigned seconds) { waited += seconds; });
+  fakes::on_log([&](const LogLine &line) {
+    if (waited != 0 && line.text.ends_with(" Init done\n")) {
+      waits.emplace_back(line.text, std::exchange(waited, 0));
+    }
+  });
+  init_subagent_modules();
+  EXPECT_THAT(waits,
+              ElementsAre(Pair("MemoryEnv Init done\n", 25), Pair("ProcessorEnv Init done\n", 25),
+                          Pair("PSU Init done\n", 5), Pair("RackUnit Init done\n", 50), Pair("Board Init done\n", 25),
+                          Pair("RackUnitMBPower Init done\n", 25), Pair("RackUnitMBTemp Init done\n", 25)));
+  EXPECT_THAT(clock.sleeps(), testing::AllOf(Each(5U), testing::SizeIs(180 / 5)));
+  EXPECT_EQ(waited, 0U) << "after the last step";
 }
 
 // The missing snapshot and the service's failure make the reading of both heard.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 namespace fakes {
 namespace {
@@ -12,6 +13,7 @@ std::optional<int> announced_count;
 int items_result = 0;
 int detail_result = 0;
 int summary_result = 0;
+std::function<void()> observer;
 
 void record(const char *function, const void *request, int size, const inventory_range *range) {
   MemoryCall call = {.function = function, .request = 0, .size = size, .range = std::nullopt};
@@ -20,6 +22,9 @@ void record(const char *function, const void *request, int size, const inventory
     call.range.emplace(range->first, range->count);
   }
   calls.push_back(std::move(call));
+  if (observer) {
+    observer();
+  }
 }
 
 }  // namespace
@@ -52,7 +57,12 @@ void set_memory_results(int items, int detail, int summary) {
   summary_result = summary;
 }
 
+void on_memory_call(std::function<void()> called) {
+  observer = std::move(called);
+}
+
 void reset_memory() {
+  observer = nullptr;
   calls.clear();
   modules.clear();
   announced_count.reset();

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstddef>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -41,6 +42,9 @@ void set_memory_count(std::optional<int> count);
 
 // Results of the three calls, 0 at first. A failing call leaves its output alone.
 void set_memory_results(int items, int detail, int summary);
+
+// Called at each of the Get calls.
+void on_memory_call(std::function<void()> observer);
 
 void reset_memory();
 

@@ -18,6 +18,13 @@ std::vector<int> reads;
 int unzeroed = 0;
 std::vector<SensorAddress> discrete_calls;
 std::vector<SensorAddress> threshold_calls;
+std::function<void()> observer;
+
+void observe() {
+  if (observer) {
+    observer();
+  }
+}
 
 void put_word(std::span<std::byte> record, std::size_t offset, std::uint32_t word) {
   for (std::size_t i = 0; i < 4; ++i) {
@@ -27,6 +34,7 @@ void put_word(std::span<std::byte> record, std::size_t offset, std::uint32_t wor
 
 int presence(std::vector<SensorAddress> &calls, const std::map<std::uint32_t, int> &results,
              const std::uint32_t *words) {
+  observe();
   calls.push_back({words[0], words[1], words[2]});
   const auto found = results.find(words[0]);
   return found == results.end() ? 0 : found->second;
@@ -66,7 +74,12 @@ std::vector<SensorAddress> threshold_presence_calls() {
   return threshold_calls;
 }
 
+void on_sensor_call(std::function<void()> called) {
+  observer = std::move(called);
+}
+
 void reset_sensors() {
+  observer = nullptr;
   sensors.clear();
   discrete_results.clear();
   threshold_results.clear();
@@ -82,6 +95,7 @@ using namespace fakes;
 
 int IPMI_SensorGetSensorData(int sensor, std::uint32_t *output, void *record) {
   const std::span<std::byte> octets(static_cast<std::byte *>(record), SENSOR_RECORD_SIZE);
+  observe();
   reads.push_back(sensor);
   unzeroed += std::ranges::all_of(octets, [](std::byte octet) { return octet == std::byte{0}; }) ? 0 : 1;
   const auto found = sensors.find(sensor);

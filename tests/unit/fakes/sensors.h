@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -30,6 +31,9 @@ int unzeroed_sensor_buffers();
 using SensorAddress = std::array<std::uint32_t, 3>;
 std::vector<SensorAddress> discrete_presence_calls();
 std::vector<SensorAddress> threshold_presence_calls();
+
+// Called at each call of any of the three functions.
+void on_sensor_call(std::function<void()> observer);
 
 void reset_sensors();
 

@@ -4,9 +4,11 @@
 
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <string>
 #include <vector>
 
+#include "core/access_lock.h"
 #include "tests/unit/fakes/allocation.h"
 #include "tests/unit/fakes/clock.h"
 #include "tests/unit/fakes/files.h"
@@ -14,6 +16,7 @@
 #include "tests/unit/fakes/module_test.h"
 #include "tests/unit/fakes/mutexes.h"
 #include "tests/unit/fakes/net_snmp.h"
+#include "tests/unit/fakes/rubbish.h"
 #include "tests/unit/fakes/shell.h"
 
 namespace {
@@ -23,7 +26,6 @@ using fakes::counter64;
 using fakes::gauge;
 using fakes::integer;
 using fakes::text;
-using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -129,6 +131,45 @@ TEST_F(AdaptorUnitTableTest, MissingKeysLeaveTheirColumnsEmpty) {
   EXPECT_EQ(row.oper_state, 1);
 }
 
+TEST_F(AdaptorUnitTableTest, ACardInheritsNothingFromTheOneBefore) {
+  cards(2, card("2", "yes") + " slot-number: 5\n");
+  shell.prints(firmware_command(2), "4.1\n");
+  initialize_adaptorunit_table(0);
+  const Row &bare = *tavoAdaptorUnitTable_head;
+  ASSERT_EQ(bare.index, 5U);
+  EXPECT_STREQ(bare.product_id, "");
+  EXPECT_STREQ(bare.bus, "");
+  EXPECT_STREQ(bare.serial, "");
+  EXPECT_STREQ(bare.firmware_version, "");
+  EXPECT_STREQ(bare.part_number, "");
+  EXPECT_EQ(bare.overtemperature, 0);
+  EXPECT_EQ(bare.oper_state, 1);
+  EXPECT_EQ(bare.operability, 1);
+
+  cards(2, card("2", "yes") + card("5", "no"));
+  initialize_adaptorunit_table(1);
+  EXPECT_EQ(tavoAdaptorUnitTable_head->overtemperature, 0);
+  EXPECT_EQ(tavoAdaptorUnitTable_head->oper_state, 1);
+  EXPECT_EQ(tavoAdaptorUnitTable_head->next->overtemperature, 3);
+}
+
+TEST_F(AdaptorUnitTableTest, WhatBeginsWithNoIsNoOvertemperature) {
+  for (const char *cool : {"no", "none", "normal", "not known"}) {
+    cards(1, card("2", cool));
+    initialize_adaptorunit_table(1);
+    EXPECT_EQ(tavoAdaptorUnitTable_head->overtemperature, 0) << cool;
+    EXPECT_EQ(tavoAdaptorUnitTable_head->oper_state, 1) << cool;
+    EXPECT_EQ(tavoAdaptorUnitTable_head->operability, 1) << cool;
+  }
+  for (const char *hot : {"NO", "No", " no", "n", "yes", ""}) {
+    cards(1, card("2", hot));
+    initialize_adaptorunit_table(1);
+    EXPECT_EQ(tavoAdaptorUnitTable_head->overtemperature, 3) << hot;
+    EXPECT_EQ(tavoAdaptorUnitTable_head->oper_state, 8) << hot;
+    EXPECT_EQ(tavoAdaptorUnitTable_head->operability, 8) << hot;
+  }
+}
+
 TEST_F(AdaptorUnitTableTest, ACardWithoutASlotIsLeftOutAfterFiveTries) {
   cards(2, card("2", "no"));
   shell.prints(firmware_command(2), "4.1\n");
@@ -195,6 +236,17 @@ TEST_F(AdaptorUnitTableTest, AReloadReplacesTheRows) {
   EXPECT_EQ(tavoAdaptorUnitTable_head->next, nullptr);
 }
 
+TEST_F(AdaptorUnitTableTest, OnlyReloadOneRemovesTheRowsThatStand) {
+  cards(1, card("2", "no"));
+  shell.prints(firmware_command(2), "4.1\n");
+  initialize_adaptorunit_table(0);
+  for (const int reload : {0, 2}) {
+    const Row *standing = tavoAdaptorUnitTable_head;
+    EXPECT_EQ(initialize_adaptorunit_table(reload), 0);
+    EXPECT_EQ(tavoAdaptorUnitTable_head->next, standing) << reload;
+  }
+}
+
 TEST_F(AdaptorUnitTableTest, WithoutMemoryNothingIsBuilt) {
   cards(1, card("2", "no"));
   fakes::fail_allocations(0, 1);
@@ -202,10 +254,100 @@ TEST_F(AdaptorUnitTableTest, WithoutMemoryNothingIsBuilt) {
   EXPECT_THAT(shell.commands(), IsEmpty());
 }
 
+TEST_F(AdaptorUnitTableTest, WithoutMemoryAReloadLeavesNoRow) {
+  cards(1, card("2", "no"));
+  initialize_adaptorunit_table(0);
+  ASSERT_NE(tavoAdaptorUnitTable_head, nullptr);
+  fakes::fail_allocations(0, 1);
+  EXPECT_EQ(initialize_adaptorunit_table(0), -1);
+  EXPECT_NE(tavoAdaptorUnitTable_head, nullptr);
+  fakes::fail_allocations(0, 1);
+  EXPECT_EQ(initialize_adaptorunit_table(1), -1);
+  EXPECT_EQ(tavoAdaptorUnitTable_head, nullptr);
+}
+
+TEST_F(AdaptorUnitTableTest, TheLockIsHeldWhileTheToolsRunAndBetweenTheTries) {
+  constexpr tavo::ListLock lock = tavo::ListLock::ev(3);
+  std::vector<int> held;
+  const auto printing = [&](const std::string &late) {
+    return [&, late](int call) {
+      held.push_back(lock.hold_count());
+      return call == 1 ? "" : late;
+    };
+  };
+  shell.answers(count_command, [&](int) {
+    held.push_back(lock.hold_count());
+    return "1\n";
+  });
+  shell.answers(dump_command, printing(card("2", "no")));
+  shell.answers(firmware_command(2), printing("4.1\n"));
+  clock.on_sleep([&](unsigned) { held.push_back(lock.hold_count()); });
+  EXPECT_EQ(initialize_adaptorunit_table(1), 0);
+  EXPECT_THAT(held, testing::AllOf(SizeIs(7), Each(1))) << "five commands and two pauses";
+  EXPECT_EQ(lock.hold_count(), 0);
+}
+
+TEST_F(AdaptorUnitTableTest, IsNoLongerServedOnceDeRegistered) {
+  cards(1, card("2", "no"));
+  ASSERT_EQ(init_tavoAdaptorUnitTable(), 0);
+  ASSERT_THAT(fakes::walk(table), SizeIs(25));
+  EXPECT_EQ(de_register_adaptor_table_handler(), 0);
+  EXPECT_THAT(fakes::walk(table), IsEmpty());
+  EXPECT_EQ(de_register_adaptor_table_handler(), 0);
+}
+
 TEST_F(AdaptorUnitTableTest, WithoutItsLockNothingIsDone) {
   fakes::fail_next_mutex_call(EINVAL);
   EXPECT_EQ(initialize_adaptorunit_table(1), 0);
   EXPECT_THAT(shell.commands(), IsEmpty());
+}
+
+class AdaptorsFromRubbishTest : public AdaptorUnitTableTest, public testing::WithParamInterface<fakes::Rubbish> {
+ protected:
+  // The rows' slots, as texts.
+  std::vector<std::string> slots_of(const std::string &dump) {
+    cards(1, dump);
+    EXPECT_EQ(initialize_adaptorunit_table(1), 0);
+    std::vector<std::string> slots;
+    for (const Row *row = tavoAdaptorUnitTable_head; row != nullptr; row = row->next) {
+      slots.emplace_back(row->slot_text);
+    }
+    return slots;
+  }
+};
+
+INSTANTIATE_TEST_SUITE_P(Tools, AdaptorsFromRubbishTest, testing::ValuesIn(fakes::every_rubbish()),
+                         fakes::rubbish_name<testing::TestParamInfo<fakes::Rubbish>>);
+
+TEST_P(AdaptorsFromRubbishTest, TheCountIsTheNumberThatTheFirstLineBeginsWith) {
+  shell.prints(count_command, GetParam().output);
+  const int number = GetParam().output.ends_with('\n') ? INT_MAX : 7;  // the last character is taken for a newline
+  EXPECT_EQ(GetNumOfAdaptors(), GetParam().output.starts_with('7') ? number : 0);
+}
+
+TEST_P(AdaptorsFromRubbishTest, ADumpWithoutASlotIsNoCard) {
+  EXPECT_THAT(slots_of(GetParam().output), IsEmpty());
+}
+
+TEST_P(AdaptorsFromRubbishTest, ASlotIsWhatItsLineHolds) {
+  const std::vector<std::string> slots = slots_of(" slot-number: " + GetParam().output);
+  if (!GetParam().output.ends_with('\n')) {
+    EXPECT_THAT(slots, IsEmpty());
+  } else if (GetParam().output.starts_with('7')) {
+    EXPECT_THAT(slots, ElementsAre(std::string(63, '7')));
+    EXPECT_EQ(tavoAdaptorUnitTable_head->index, static_cast<std::uint32_t>(INT_MAX));
+    EXPECT_EQ(tavoAdaptorUnitTable_head->dn, ("sys/rack-unit-1/adaptor-" + std::string(63, '7')).substr(0, 63));
+  } else {
+    EXPECT_THAT(slots, ElementsAre(""));
+    EXPECT_EQ(tavoAdaptorUnitTable_head->index, 0U);
+  }
+}
+
+TEST_P(AdaptorsFromRubbishTest, AFirmwareVersionIsTheBeginningOfItsLine) {
+  shell.prints(firmware_command(2), GetParam().output);
+  EXPECT_THAT(slots_of(card("2", "no")), ElementsAre("2"));
+  const std::string version(GetParam().output.ends_with('\n') ? 63 : 1, '7');
+  EXPECT_EQ(tavoAdaptorUnitTable_head->firmware_version, GetParam().output.starts_with('7') ? version : "");
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "core/access_lock.h"
 #include "tests/unit/fakes/allocation.h"
 #include "tests/unit/fakes/clock.h"
 #include "tests/unit/fakes/fru.h"
@@ -23,7 +24,6 @@ using fakes::gauge;
 using fakes::integer;
 using fakes::LogLine;
 using fakes::text;
-using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
@@ -97,6 +97,36 @@ TEST_F(ComputeBoardTableTest, AnAreaThatComesLateEndsTheTries) {
   initialize_board_table();
   EXPECT_STREQ(tavoComputeBoardTable_head->model, "TB-2200");
   EXPECT_THAT(clock.sleeps(), ElementsAre(5, 5));
+}
+
+// How many holds there are of all the locks that lists have.
+int held_locks() {
+  int held = 0;
+  for (const int which : {1, 2}) {
+    held += tavo::ListLock::subagent(which).hold_count();
+  }
+  for (const int class_number : {1, 2, 3, 4, 5, 6, 9, 12, 30, 41, 56, 105}) {
+    held += tavo::ListLock::ev(class_number).hold_count();
+  }
+  return held;
+}
+
+TEST_F(ComputeBoardTableTest, NoLockIsHeldWhileTheAreaIsAwaited) {
+  fakes::set_board_area({.manufacturer = "Tavolo", .product_name = "TB-2200", .serial = "BRD0815"});
+  fakes::fail_board_area(2);
+  std::vector<int> held;
+  fakes::on_log([&held](const LogLine &) { held.push_back(held_locks()); });
+  clock.on_sleep([&held](unsigned) { held.push_back(held_locks()); });
+  EXPECT_EQ(init_tavoComputeBoardTable(), 0);
+  EXPECT_THAT(held, ElementsAre(0, 0, 0, 0, 0, 0, 0, 0)) << "three lines and a pause for each failure";
+}
+
+TEST_F(ComputeBoardTableTest, IsNoLongerServedOnceDeRegistered) {
+  ASSERT_EQ(init_tavoComputeBoardTable(), 0);
+  ASSERT_THAT(fakes::walk(table), SizeIs(16));
+  EXPECT_EQ(de_register_ComputeBoard_table_handler(), 0);
+  EXPECT_THAT(fakes::walk(table), IsEmpty());
+  EXPECT_EQ(de_register_ComputeBoard_table_handler(), 0);
 }
 
 TEST_F(ComputeBoardTableTest, WithoutMemoryThereIsNoRow) {

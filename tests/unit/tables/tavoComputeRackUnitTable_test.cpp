@@ -2,9 +2,11 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdlib>
+#include <climits>
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -16,6 +18,7 @@
 #include "tests/unit/fakes/module_test.h"
 #include "tests/unit/fakes/mutexes.h"
 #include "tests/unit/fakes/net_snmp.h"
+#include "tests/unit/fakes/rubbish.h"
 #include "tests/unit/fakes/shell.h"
 
 namespace {
@@ -25,16 +28,15 @@ using fakes::counter64;
 using fakes::gauge;
 using fakes::integer;
 using fakes::text;
-using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::Not;
 using testing::SizeIs;
 using Row = tavo::RackUnitRow;
 
 constexpr std::array<oid, 12> table = {1, 3, 6, 1, 4, 1, 61453, 4, 207, 1, 9, 35};
 constexpr char cpu_command[] = "datactl get=inventoryCPU | flatkv > /var/getCPUInventory";
+constexpr char adaptor_command[] = "slotutil -L  | grep \"slot-number\" | wc -l";
 constexpr char memory_command[] = "datactl get=inventoryMemorySummary | flatkv > /var/getMemoryInventory";
 
 std::string value_command(const std::string &key, const std::string &separator) {
@@ -57,7 +59,7 @@ class RackUnitTableTest : public fakes::ModuleTest {
     shell.prints(fru_command, "TSX1234\n");
     shell.prints(value_command("UUID", " "), "0102-0304\n");
     shell.prints(value_command("pwState", " "), "1\n");
-    shell.prints("slotutil -L  | grep \"slot-number\" | wc -l", "3\n");
+    shell.prints(adaptor_command, "3\n");
     shell.prints(cpu_command, two_processors);
     shell.prints(memory_command, memory);
     files.write("/var/vessa/dimms/low_voltage_support", "1\n");
@@ -67,6 +69,10 @@ class RackUnitTableTest : public fakes::ModuleTest {
   const Row &build(int mode = 1) {
     EXPECT_EQ(initialize_rackunit_table(mode), 0);
     return *tavoComputeRackUnitTable_head;
+  }
+
+  int runs_of(const std::string &command) const {
+    return static_cast<int>(std::ranges::count(shell.commands(), command));
   }
 
   fakes::FakeClock clock;
@@ -152,17 +158,46 @@ TEST_F(RackUnitTableTest, TheMemoryVoltageIsOneOnlyWhenTheFileSaysSo) {
 
 TEST_F(RackUnitTableTest, IdentityAndTotalsAreReadOnceForTheLifeOfTheProcess) {
   build();
-  shell.prints(value_command("sysProductName", ": "), "Another\n");
   shell.prints(value_command("description", " "), "back\n");
+  shell.prints(value_command("sysProductName", ": "), "Another\n");
+  shell.prints(value_command("sysProductID", " "), "TS-9900\n");
+  shell.prints(fru_command, "TSX9999\n");
+  shell.prints(value_command("UUID", " "), "9999-9999\n");
+  shell.prints(value_command("pwState", " "), "0\n");
+  shell.prints(adaptor_command, "9\n");
   shell.prints(cpu_command, " id: 1\n CoreCount: 1\n CoreEnabled: 1\n ThreadCount: 1\n");
   shell.prints(memory_command, " MemorySpeed: 1 MHz\n TotalMemory: 1 MB\n EffectiveMemory: 1 MB\n");
+  files.write("/var/vessa/dimms/low_voltage_support", "2\n");
   const Row &row = build();
   EXPECT_STREQ(row.product_name, "Tavolo TS-2200");
+  EXPECT_STREQ(row.product_id, "TS-2200-M4");
+  EXPECT_STREQ(row.serial, "TSX1234");
+  EXPECT_STREQ(row.uuid, "0102-0304");
+  EXPECT_EQ(row.adaptors, 3U);
   EXPECT_EQ(row.cores, 18U);
+  EXPECT_EQ(row.processors, 2U);
+  EXPECT_EQ(row.threads, 36U);
   EXPECT_EQ(row.memory_speed, 2133U);
   EXPECT_EQ(row.total_memory, 65536U) << "from the memory dump of the first build";
-  EXPECT_STREQ(row.description, "back") << "read at every build";
-  EXPECT_EQ(row.cores_enabled, 1U) << "read at every build";
+  EXPECT_EQ(row.effective_memory, 32768U) << "from the memory dump of the first build";
+}
+
+TEST_F(RackUnitTableTest, WhatChangesWhileTheServerIsUpIsReadAtEveryBuild) {
+  build();
+  shell.prints(value_command("description", " "), "back\n");
+  shell.prints(value_command("pwState", " "), "0\n");
+  shell.prints(cpu_command, " id: 1\n CoreEnabled: 1\n");
+  files.write("/var/vessa/dimms/low_voltage_support", "2\n");
+  const std::size_t first_build = shell.commands().size();
+  const Row &row = build();
+  EXPECT_STREQ(row.description, "back");
+  EXPECT_EQ(row.power_state_a, 32);
+  EXPECT_EQ(row.power_state_d, 4);
+  EXPECT_EQ(row.cores_enabled, 1U);
+  EXPECT_EQ(row.memory_voltage, 2);
+  std::vector<std::string> second_build = shell.commands();
+  second_build.erase(second_build.begin(), second_build.begin() + static_cast<std::ptrdiff_t>(first_build));
+  EXPECT_THAT(second_build, ElementsAre(value_command("description", " "), cpu_command, value_command("pwState", " ")));
 }
 
 TEST_F(RackUnitTableTest, WithoutTheToolsTheRowStandsAfterBothRetryLoops) {
@@ -198,6 +233,62 @@ TEST_F(RackUnitTableTest, ACoreCountThatComesLateEndsTheTries) {
   shell.answers(cpu_command, [](int call) { return call < 3 ? "" : two_processors; });
   EXPECT_EQ(build().cores_enabled, 16U);
   EXPECT_THAT(clock.sleeps(), ElementsAre(5, 5));
+}
+
+TEST_F(RackUnitTableTest, AMemorySpeedThatComesLateEndsTheTries) {
+  shell.answers(memory_command, [](int call) { return call < 3 ? "" : memory; });
+  const Row &row = build();
+  EXPECT_EQ(row.memory_speed, 2133U);
+  EXPECT_EQ(row.total_memory, 65536U);
+  EXPECT_THAT(clock.sleeps(), ElementsAre(5, 5));
+  EXPECT_EQ(runs_of(memory_command), 3);
+}
+
+TEST_F(RackUnitTableTest, AfterFailedTriesTheTotalsAreFetchedOnceMore) {
+  shell.answers(memory_command, [](int call) { return call < 6 ? "" : memory; });
+  const Row &row = build();
+  EXPECT_EQ(row.memory_speed, 0U);
+  EXPECT_EQ(row.total_memory, 65536U);
+  EXPECT_EQ(row.effective_memory, 32768U);
+  EXPECT_THAT(clock.sleeps(), ElementsAre(5, 5, 5, 5, 5));
+  EXPECT_EQ(runs_of(memory_command), 6);
+  EXPECT_EQ(build().total_memory, 65536U);
+  EXPECT_EQ(runs_of(memory_command), 6) << "later builds read what the sixth run left";
+}
+
+TEST_F(RackUnitTableTest, TheLockIsHeldWhileTheToolsRunAndBetweenTheTries) {
+  constexpr tavo::ListLock lock = tavo::ListLock::ev(9);
+  std::vector<int> held;
+  const auto watch = [&](const std::string &command, const std::string &output, int late) {
+    shell.answers(command, [&, output, late](int call) {
+      held.push_back(lock.hold_count());
+      return call <= late ? "" : output;
+    });
+  };
+  watch(value_command("description", " "), "front\n", 0);
+  watch(cpu_command, two_processors, 4);
+  watch(adaptor_command, "3\n", 0);
+  watch(fru_command, "TSX1234\n", 0);
+  watch(memory_command, memory, 5);
+  watch(value_command("pwState", " "), "1\n", 0);
+  clock.on_sleep([&](unsigned) { held.push_back(lock.hold_count()); });
+  build();
+  EXPECT_THAT(held, testing::AllOf(SizeIs(1 + 5 + 1 + 1 + 6 + 1 + 9), Each(1))) << "fifteen commands and nine pauses";
+  EXPECT_EQ(lock.hold_count(), 0);
+}
+
+TEST_F(RackUnitTableTest, RegistrationLeavesNoTrace) {
+  fakes::set_debugging(true);
+  ASSERT_EQ(init_tavoComputeRackUnitTable(), 0);
+  EXPECT_THAT(fakes::trace_texts(), IsEmpty());
+}
+
+TEST_F(RackUnitTableTest, IsNoLongerServedOnceDeRegistered) {
+  ASSERT_EQ(init_tavoComputeRackUnitTable(), 0);
+  ASSERT_THAT(fakes::walk(table), SizeIs(55));
+  EXPECT_EQ(de_register_ComputeRackUnit_table_handler(), 0);
+  EXPECT_THAT(fakes::walk(table), IsEmpty());
+  EXPECT_EQ(de_register_ComputeRackUnit_table_handler(), 0);
 }
 
 TEST_F(RackUnitTableTest, ThereIsOnlyOneRow) {
@@ -248,6 +339,57 @@ TEST_F(RackUnitTableTest, AValueIsTheFirstLineWithoutItsNewline) {
   EXPECT_EQ(getValue("fru", "Product Serial", ": ", out), 1);
   EXPECT_STREQ(out, "TSX1234");
   EXPECT_EQ(getValue("nothing", "nothing", ": ", out), 0);
+}
+
+class RackUnitFromRubbishTest : public RackUnitTableTest, public testing::WithParamInterface<fakes::Rubbish> {};
+
+INSTANTIATE_TEST_SUITE_P(Tools, RackUnitFromRubbishTest, testing::ValuesIn(fakes::every_rubbish()),
+                         fakes::rubbish_name<testing::TestParamInfo<fakes::Rubbish>>);
+
+// Texts are cut to their column, numbers to 32 bits. A query's last character is taken for its newline.
+TEST_P(RackUnitFromRubbishTest, TheRowStandsWithTheBeginningOfEachLine) {
+  const std::string &output = GetParam().output;
+  const bool numeric = output.starts_with('7');
+  const bool complete = output.ends_with('\n');
+  for (const std::string key : {"description", "sysProductID", "UUID", "pwState"}) {
+    shell.prints(value_command(key, " "), output);
+  }
+  for (const std::string &command : {value_command("sysProductName", ": "), fru_command}) {
+    shell.prints(command, output);
+  }
+  shell.prints(adaptor_command, output);
+  shell.prints(cpu_command, " CoreEnabled: " + output + " CoreCount: " + output);
+  shell.prints(memory_command, " MemorySpeed: " + output);
+  files.write("/var/vessa/dimms/low_voltage_support", output);
+  const Row &row = build();
+  EXPECT_STREQ(row.dn, "sys/rack-unit-1");
+  const std::string text = numeric ? std::string(complete ? 63 : 1, '7') : "";
+  for (const char *column : {row.description, row.product_name, row.product_id, row.serial, row.uuid}) {
+    EXPECT_EQ(column, text);
+  }
+  EXPECT_EQ(row.adaptors, !numeric ? 0U : complete ? static_cast<std::uint32_t>(INT_MAX) : 7U);
+  const std::uint32_t figure = numeric && complete ? INT_MAX : 0;
+  EXPECT_EQ(row.cores_enabled, figure);
+  EXPECT_EQ(row.cores, figure);
+  EXPECT_EQ(row.processors, 0U);
+  EXPECT_EQ(row.memory_speed, figure);
+  EXPECT_EQ(row.total_memory, 0U);
+  EXPECT_EQ(row.memory_voltage, 2);
+  EXPECT_EQ(row.power_known, numeric ? 2 : 1);
+  EXPECT_THAT(clock.sleeps(), SizeIs(complete ? 0 : 5)) << "a memory speed needs its newline, a sum needs none";
+}
+
+TEST_P(RackUnitFromRubbishTest, DumpsWithoutTheirKeysGiveNoFigures) {
+  shell.prints(cpu_command, GetParam().output);
+  shell.prints(memory_command, GetParam().output);
+  const Row &row = build();
+  EXPECT_EQ(row.cores_enabled, 0U);
+  EXPECT_EQ(row.cores, 0U);
+  EXPECT_EQ(row.processors, 0U);
+  EXPECT_EQ(row.threads, 0U);
+  EXPECT_EQ(row.memory_speed, 0U);
+  EXPECT_EQ(row.effective_memory, 0U);
+  EXPECT_STREQ(row.product_name, "Tavolo TS-2200");
 }
 
 }  // namespace

@@ -6,15 +6,13 @@
 #include <cerrno>
 #include <cstring>
 #include <numeric>
-#include <string>
 #include <vector>
 
 #include "core/access_lock.h"
-#include "platform/inventory.h"
 #include "tables/fan_state.h"
 #include "tests/unit/fakes/allocation.h"
+#include "tests/unit/fakes/fan_table_test.h"
 #include "tests/unit/fakes/golden.h"
-#include "tests/unit/fakes/module_test.h"
 #include "tests/unit/fakes/mutexes.h"
 #include "tests/unit/fakes/net_snmp.h"
 #include "tests/unit/fakes/sensors.h"
@@ -22,61 +20,15 @@
 namespace {
 
 using fakes::counter64;
+using fakes::EquipmentFanTableTest;
 using fakes::gauge;
 using fakes::integer;
 using fakes::set_sensor;
 using fakes::text;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using Row = tavo::EquipmentFanRow;
 
 constexpr std::array<oid, 12> table = {1, 3, 6, 1, 4, 1, 61453, 4, 207, 1, 15, 12};
-
-constexpr std::uint32_t fan_entity = 0x1D;
-constexpr std::uint32_t supply_entity = 0x0A;
-constexpr std::uint32_t fan_sensor = 0x04;
-constexpr std::uint32_t presence_sensor = 0x25;
-
-class EquipmentFanTableTest : public fakes::ModuleTest {
- protected:
-  EquipmentFanTableTest() {
-    for (std::uint32_t fan = 0; fan < 14; ++fan) {
-      tavo::store_fan(sys_fan_prs, fan, 0);
-      tavo::store_fan(sys_fan_sev, fan, 0);
-      tavo::store_fan(ps_fan_sev, fan, 0);
-    }
-  }
-  ~EquipmentFanTableTest() override { tavoEquipmentFanTable_removeAllEntries(); }
-
-  // The rows in the order in which they were made.
-  static std::vector<Row> rebuilt() {
-    initialize_fan_table(1);
-    std::vector<Row> rows;
-    for (const Row *row = tavoEquipmentFanTable_head; row != nullptr; row = row->next) {
-      rows.insert(rows.begin(), *row);
-    }
-    return rows;
-  }
-
-  // The row of one fan of the chassis, number `instance`, that is present.
-  static Row system_fan(const std::string &name, std::uint32_t instance = 1) {
-    fakes::reset_sensors();
-    set_sensor(0, {fan_entity, instance, presence_sensor, "FAN_PRS"});
-    set_sensor(1, {fan_entity, instance, fan_sensor, name});
-    const std::vector<Row> rows = rebuilt();
-    EXPECT_EQ(rows.size(), 1U) << name;
-    return rows.empty() ? Row{} : rows[0];
-  }
-
-  static Row supply_fan(const std::string &name, std::uint32_t instance = 1) {
-    fakes::reset_sensors();
-    set_sensor(0, {supply_entity, instance, presence_sensor, "PSU_PRS"});
-    set_sensor(1, {supply_entity, instance, fan_sensor, name});
-    const std::vector<Row> rows = rebuilt();
-    EXPECT_EQ(rows.size(), 1U) << name;
-    return rows.empty() ? Row{} : rows[0];
-  }
-};
 
 TEST_F(EquipmentFanTableTest, ServesEveryColumnOfEveryFan) {
   set_sensor(0, {fan_entity, 1, presence_sensor, "FAN1_PRS"});
@@ -146,76 +98,6 @@ TEST_F(EquipmentFanTableTest, ServesEveryColumnOfEveryFan) {
                              });
 }
 
-TEST_F(EquipmentFanTableTest, EachNamingSchemeTellsFanAndModule) {
-  struct Expected {
-    const char *name;
-    std::uint32_t fan, module;
-    const char *dn, *rn;
-  };
-  const std::vector<Expected> schemes = {
-      {"Q410_FAN3_TACH2", 3, 2, "sys/rack-unit-1/fan-module-1-3/fan-2", "fan-2"},
-      {"Q410_FAN3_SPEED", 3, 0, "sys/rack-unit-1/fan-module-1-0/fan-3", "fan-3"},
-      {"FAN_TRAY3_SPEED", 1, 3, "sys/rack-unit-1/fan-module-1-3/fan-1", "fan-1"},
-      {"FANA_MOD4_SPEED", 1, 4, "sys/rack-unit-1/fan-module-1-4/fan-1", "fan-1"},
-      {"FANB_MOD4_SPEED", 2, 4, "sys/rack-unit-1/fan-module-1-4/fan-2", "fan-2"},
-      {"FAN6_SPEED", 1, 6, "sys/rack-unit-1/fan-module-1-6/fan-1", "fan-1"},
-      {"FAN6", 1, 6, "sys/rack-unit-1/fan-module-1-6/fan-1", "fan-1"},
-      {"FAN6_RPM", 1, 6, "sys/rack-unit-1/fan-module-1-6/fan-1", "fan-1"},
-      {"FAN2_TACH1", 1, 2, "sys/rack-unit-1/fan-module-1-2/fan-1", "fan-1"},
-      {"FAN2_TACH2", 1, 2, "sys/rack-unit-1/fan-module-1-2/fan-2", "fan-2"},
-      {"FAN2_TACH", 1, 2, "sys/rack-unit-1/fan-module-1-2/fan-0", "fan-0"},
-      {"CHASSIS", 1, 0, "sys/rack-unit-1/fan-module-1-0/fan-1", "fan-1"},
-      {"", 1, 0, "sys/rack-unit-1/fan-module-1-0/fan-1", "fan-1"},
-      {"MY_TRAY5", 1, 0, "sys/rack-unit-1/fan-module-1-0/fan-1", "fan-1"},
-      {"fan6_speed", 1, 0, "sys/rack-unit-1/fan-module-1-0/fan-1", "fan-1"},
-  };
-  for (const Expected &expected : schemes) {
-    const Row row = system_fan(expected.name);
-    EXPECT_EQ(row.id, expected.fan) << expected.name;
-    EXPECT_EQ(row.module, expected.module) << expected.name;
-    EXPECT_STREQ(row.dn, expected.dn) << expected.name;
-    EXPECT_STREQ(row.rn, expected.rn) << expected.name;
-    EXPECT_STREQ(row.sensor, expected.name);
-  }
-}
-
-TEST_F(EquipmentFanTableTest, TheFirstSchemeInOrderWins) {
-  EXPECT_EQ(system_fan("FAN_TRAY2_FANB").id, 1U);  // TRAY before FANB
-  EXPECT_EQ(system_fan("FANB_MOD2_Q410").module, 0U);
-  EXPECT_EQ(system_fan("FANA_MOD3_FANB").module, 3U);
-}
-
-TEST_F(EquipmentFanTableTest, ATachometersSeverityStandsAtItsModuleAndNumber) {
-  for (std::uint32_t module = 1; module <= 7; ++module) {
-    for (std::uint32_t tachometer = 1; tachometer <= 2; ++tachometer) {
-      const std::uint32_t index = (module - 1) * 2 + tachometer - 1;
-      const std::string number = std::to_string(module) + "_TACH" + std::to_string(tachometer);
-      for (const std::string &name : {"FAN" + number, "Q410_FAN" + number}) {
-        EXPECT_EQ(system_fan(name, 0).oper_state, 1) << name;
-        tavo::store_fan(sys_fan_sev, index, 3);
-        EXPECT_EQ(system_fan(name, 0).oper_state, 3) << name;
-        EXPECT_EQ(system_fan(name, 0).operability, 3) << name;
-        tavo::store_fan(sys_fan_sev, index, 0);
-      }
-    }
-  }
-}
-
-TEST_F(EquipmentFanTableTest, WithoutATachometerTheSeverityStandsAtTheInstance) {
-  for (std::uint32_t instance = 0; instance < 14; ++instance) {
-    tavo::store_fan(sys_fan_sev, instance, 1);
-    EXPECT_EQ(system_fan("FAN1_SPEED", instance).oper_state, 3);
-    tavo::store_fan(sys_fan_sev, instance, 0);
-    EXPECT_EQ(system_fan("FAN1_SPEED", instance).oper_state, 1);
-  }
-  for (std::uint32_t instance = 0; instance < 4; ++instance) {
-    tavo::store_fan(ps_fan_sev, instance, 1);
-    EXPECT_EQ(supply_fan("PSU1_FAN_SPEED", instance).oper_state, 3);
-    tavo::store_fan(ps_fan_sev, instance, 0);
-    EXPECT_EQ(supply_fan("PSU1_FAN_SPEED", instance).oper_state, 1);
-  }
-}
-
 TEST_F(EquipmentFanTableTest, PresenceFollowsTheCompletionCode) {
   const std::vector<std::pair<int, int>> codes = {{0, 10}, {0xCB, 10}, {0xE0, 11}, {2, 11}, {1, 30},
                                                   {3, 30}, {0xFF, 30}, {0xC1, 30}, {-1, 30}};
@@ -252,34 +134,6 @@ TEST_F(EquipmentFanTableTest, AnAbsentSupplysFanHasNoRow) {
   ASSERT_EQ(rows.size(), 1U);
   EXPECT_EQ(rows[0].index, 1U);
   EXPECT_STREQ(rows[0].sensor, "FAN1_SPEED");
-}
-
-TEST_F(EquipmentFanTableTest, ASupplyFansNumbersStandInItsName) {
-  struct Expected {
-    const char *name, *dn, *rn;
-    std::uint32_t supply, fan;
-  };
-  const std::vector<Expected> names = {
-      {"PSU2_FAN_SPEED", "sys/rack-unit-1/psu-2/fan-1", "psu-2/fan-1", 2, 1},
-      {"PSU_SPEED", "sys/rack-unit-1/psu-0/fan-1", "psu-0/fan-1", 0, 1},
-      {"X_SPEED", "sys/rack-unit-1/psu-0/fan-1", "psu-0/fan-1", 0, 1},
-      {"PSU2_FAN", "sys/rack-unit-1/psu-0/fan-0", "psu-0/fan-0", 0, 0},
-      {"PSU12_FAN_SPEED", "sys/rack-unit-1/psu-12/fan-", "psu-12/fan-1", 12, 1},
-  };
-  for (const Expected &expected : names) {
-    const Row row = supply_fan(expected.name);
-    EXPECT_STREQ(row.dn, expected.dn);
-    EXPECT_STREQ(row.rn, expected.rn);
-    EXPECT_EQ(row.id, expected.supply) << expected.name;
-    EXPECT_EQ(row.module, expected.fan) << expected.name;
-    EXPECT_EQ(row.presence, 10) << expected.name;
-  }
-}
-
-TEST_F(EquipmentFanTableTest, ADnKeepsThirtySixCharacters) {
-  EXPECT_STREQ(system_fan("FAN12_TACH3").dn, "sys/rack-unit-1/fan-module-1-12/fan-");
-  EXPECT_STREQ(system_fan("FAN1_TACH23").dn, "sys/rack-unit-1/fan-module-1-1/fan-2");
-  EXPECT_STREQ(system_fan("FAN1_TACH23").rn, "fan-23");
 }
 
 TEST_F(EquipmentFanTableTest, AGapEndsTheRowsButNotThePresences) {
@@ -373,29 +227,6 @@ TEST_F(EquipmentFanTableTest, EveryBuildClearsThePresencesAndKeepsTheFaultState)
   EXPECT_EQ(tavo::load_fan(ps_fan_sev, 3), 2);
 }
 
-TEST_F(EquipmentFanTableTest, InstancesAndNumbersBeyondTheArraysTouchNothing) {
-  for (const std::uint32_t instance : {14U, 255U, 256U, 0x7FFFFFFFU, 0x80000000U, 0xFFFFFFFFU}) {
-    const bool markable = instance < 256;
-    EXPECT_EQ(system_fan("FAN1_SPEED", instance).oper_state, markable ? 1 : 6) << instance;
-    EXPECT_EQ(system_fan("FAN1_SPEED", instance).presence, 10) << instance;
-  }
-  EXPECT_EQ(supply_fan("PSU1_FAN_SPEED", 4).oper_state, 1);
-  EXPECT_EQ(supply_fan("PSU1_FAN_SPEED", 255).oper_state, 1);
-  for (std::uint32_t fan = 0; fan < 14; ++fan) {
-    EXPECT_EQ(tavo::load_fan(sys_fan_prs, fan), 0);
-    tavo::store_fan(sys_fan_sev, fan, 1);
-  }
-  for (const char *name : {"FAN0_TACH1", "FAN8_TACH1", "FAN1_TACH-1", "FAN-1_TACH1", "FAN9999999999_TACH1",
-                           "FAN2147483647_TACH2", "FAN-2147483647_TACH1"}) {
-    EXPECT_EQ(system_fan(name).oper_state, 1) << name;
-  }
-}
-
-TEST_F(EquipmentFanTableTest, ASensorNameWithoutANulEndsWithItsField) {
-  EXPECT_STREQ(system_fan("FAN12345678901234567").sensor, "FAN12345678901234567");
-  EXPECT_STREQ(system_fan("FAN1_SPEED_0123456789").sensor, "FAN1_SPEED_012345678");
-}
-
 TEST_F(EquipmentFanTableTest, OnlyModeOneRemovesTheRowsThatStand) {
   set_sensor(0, {fan_entity, 1, fan_sensor, "FAN1_SPEED"});
   EXPECT_EQ(rebuilt().size(), 1U);
@@ -417,6 +248,17 @@ TEST_F(EquipmentFanTableTest, WithoutTheLockNothingIsDone) {
   EXPECT_EQ(tavoEquipmentFanTable_removeEntry(tavoEquipmentFanTable_head), EDEADLK);
   EXPECT_EQ(tavoEquipmentFanTable_removeEntry(tavoEquipmentFanTable_head), 0);
   EXPECT_EQ(tavoEquipmentFanTable_head, nullptr);
+}
+
+TEST_F(EquipmentFanTableTest, TheLockIsHeldWhileTheSensorsAreRead) {
+  constexpr tavo::ListLock lock = tavo::ListLock::ev(12);
+  set_sensor(0, {fan_entity, 1, presence_sensor, "FAN1_PRS"});
+  set_sensor(1, {fan_entity, 1, fan_sensor, "FAN1_SPEED"});
+  std::vector<int> held;
+  fakes::on_sensor_call([&] { held.push_back(lock.hold_count()); });
+  EXPECT_EQ(rebuilt().size(), 1U);
+  EXPECT_THAT(held, testing::AllOf(testing::SizeIs(256 + 1 + 3 + 1), testing::Each(1)));
+  EXPECT_EQ(lock.hold_count(), 0);
 }
 
 TEST_F(EquipmentFanTableTest, WithoutMemoryTheTableIsLeftAsTheFirstPassLeftIt) {
@@ -452,17 +294,6 @@ TEST_F(EquipmentFanTableTest, SaysNothing) {
     EXPECT_NE(trace.source, "tavoEquipmentFanTable") << trace.function;
   }
   EXPECT_THAT(fakes::log_lines(), IsEmpty());
-}
-
-TEST_F(EquipmentFanTableTest, EveryDamagedOctetOfASensorRecordIsSafe) {
-  for (const char octet : {'\0', '\xFF', '%', '9', '-', 'T'}) {
-    for (std::size_t at = 0; at < 15; ++at) {
-      std::string name = "Q410_FAN3_TACH2";
-      name[at] = octet;
-      system_fan(name);
-      system_fan(name.substr(at));
-    }
-  }
 }
 
 }  // namespace

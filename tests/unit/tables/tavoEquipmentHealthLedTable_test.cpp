@@ -24,7 +24,6 @@ using fakes::integer;
 using fakes::text;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::SizeIs;
 
 constexpr std::array<oid, 12> table = {1, 3, 6, 1, 4, 1, 61453, 4, 207, 1, 15, 114};
 constexpr char command[] = "/usr/local/bin/datactl get=externalLEDs | /usr/local/bin/flatkv > /var/LedInv";
@@ -124,6 +123,49 @@ TEST_F(HealthLedTableTest, RowsAreNumberedByThemselvesAndLedsByTheirPlace) {
   EXPECT_EQ(last->next->index, 1U);
   EXPECT_EQ(last->next->id, 2U);
   EXPECT_STREQ(last->next->dn, "sys/rack-unit-1/board/led-2");
+}
+
+TEST_F(HealthLedTableTest, LedsAreCountedByTheirIdsAndNotByTheirNames) {
+  shell.prints(command, " id: 1\n ledName: LED_PWR\n ledName: LED_FAN\n ledName: LED_HLTH_STATUS\n");
+  initialize_health_led_table(0);
+  EXPECT_EQ(tavoEquipmentHealthLedTable_head, nullptr) << "the third name is the second LED's, and there is one";
+  shell.prints(command, " id: 1\n id: 2\n ledName: LED_PWR\n ledName: LED_FAN\n ledName: LED_HLTH_STATUS\n");
+  initialize_health_led_table(0);
+  ASSERT_NE(tavoEquipmentHealthLedTable_head, nullptr);
+  EXPECT_EQ(tavoEquipmentHealthLedTable_head->id, 2U);
+  EXPECT_EQ(tavoEquipmentHealthLedTable_head->next, nullptr);
+}
+
+TEST_F(HealthLedTableTest, AnIdWithoutANameGivesNoRow) {
+  shell.prints(command, power_led + led("LED_HLTH_STATUS", "") + " id: 3\n id: 4\n");
+  EXPECT_EQ(initialize_health_led_table(0), 0);
+  ASSERT_NE(tavoEquipmentHealthLedTable_head, nullptr);
+  EXPECT_EQ(tavoEquipmentHealthLedTable_head->id, 1U);
+  EXPECT_EQ(tavoEquipmentHealthLedTable_head->next, nullptr);
+}
+
+TEST_F(HealthLedTableTest, OnlyReloadOneRemovesTheRowsThatStand) {
+  const tavo::HealthLedRow *standing = build(" ledState: ON\n");
+  for (const int reload : {0, 2}) {
+    EXPECT_EQ(initialize_health_led_table(reload), 0);
+    EXPECT_EQ(tavoEquipmentHealthLedTable_head->next, standing) << reload;
+    standing = tavoEquipmentHealthLedTable_head;
+  }
+  EXPECT_EQ(build(" ledState: ON\n")->next, nullptr);
+}
+
+TEST_F(HealthLedTableTest, TheLockIsHeldFromTheToolsRunToTheLastRow) {
+  constexpr tavo::ListLock lock = tavo::ListLock::ev(105);
+  std::vector<int> held;
+  shell.answers(command, [&](int) {
+    held.push_back(lock.hold_count());
+    return power_led + led("LED_HLTH_STATUS", "");
+  });
+  fakes::set_debugging(true);
+  fakes::on_debug_message([&] { held.push_back(lock.hold_count()); });  // a row's two messages
+  EXPECT_EQ(initialize_health_led_table(1), 0);
+  EXPECT_THAT(held, ElementsAre(1, 1, 1));
+  EXPECT_EQ(lock.hold_count(), 0);
 }
 
 TEST_F(HealthLedTableTest, ADumpThatCannotBeReadIsAnEmptyTable) {

@@ -299,6 +299,18 @@ TEST_F(MemoryUnitTableTest, WithoutTheLockNothingIsDone) {
   EXPECT_THAT(indexes_in_list(), ElementsAre(1));
 }
 
+TEST_F(MemoryUnitTableTest, TheLockIsHeldFromTheInventorysCountToTheLastRow) {
+  constexpr tavo::ListLock lock = tavo::ListLock::ev(30);
+  fakes::set_memory_modules({operable(), operable()});
+  std::vector<int> held;
+  fakes::on_memory_call([&] { held.push_back(lock.hold_count()); });
+  fakes::set_debugging(true);
+  fakes::on_debug_message([&] { held.push_back(lock.hold_count()); });  // a row's two messages
+  EXPECT_EQ(initialize_memory_table(1), 0);
+  EXPECT_THAT(held, ElementsAre(1, 1, 1, 1, 1, 1, 1)) << "three calls and two rows";
+  EXPECT_EQ(lock.hold_count(), 0);
+}
+
 TEST_F(MemoryUnitTableTest, TheLockIsReleasedHoweverTheBuildEnds) {
   constexpr tavo::ListLock lock = tavo::ListLock::ev(30);
   const int before = lock.hold_count();

@@ -2,70 +2,30 @@
 
 #include <gmock/gmock.h>
 
-#include <algorithm>
-#include <array>
 #include <cerrno>
 #include <limits>
-#include <string>
-#include <string_view>
 #include <utility>
 #include <vector>
 
 #include "core/access_lock.h"
+#include "platform/inventory.h"
 #include "tests/unit/fakes/allocation.h"
 #include "tests/unit/fakes/golden.h"
 #include "tests/unit/fakes/inventory.h"
-#include "tests/unit/fakes/module_test.h"
 #include "tests/unit/fakes/mutexes.h"
 #include "tests/unit/fakes/net_snmp.h"
-#include "tests/unit/fakes/sample_table.h"
+#include "tests/unit/fakes/processor_table_test.h"
 
 namespace {
 
 using fakes::gauge;
 using fakes::integer;
 using fakes::InventoryCall;
+using fakes::ProcessorUnitTableTest;
 using fakes::text;
+using fakes::xeon;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-constexpr std::array<oid, 12> table = {1, 3, 6, 1, 4, 1, 61453, 4, 207, 1, 41, 9};
-
-class ProcessorUnitTableTest : public fakes::ModuleTest {
- protected:
-  ~ProcessorUnitTableTest() override {
-    tavoProcessorUnitTable_removeAllEntries();
-    de_register_Processor_table_handler();
-  }
-
-  static fakes::Value get(oid column, oid index) {
-    return fakes::get({fakes::cell(table, column, index)}).answers.at(0).value;
-  }
-
-  static bool is_locked() {
-    bool locked = false;
-    fakes::on_another_thread([&] {
-      locked = get_ev_try_lock(41) != 0;
-      if (!locked) {
-        release_ev_lock(41);
-      }
-    });
-    return locked;
-  }
-};
-
-fakes::ProcessorRecord xeon() {
-  return fakes::ProcessorRecord()
-      .text(PROCESSOR_SOCKET, "CPU1")
-      .text(PROCESSOR_VENDOR, "Tavo Semiconductor")
-      .text(PROCESSOR_ARCHITECTURE, "Xeon")
-      .number(PROCESSOR_THREADS, 16)
-      .text(PROCESSOR_SERIAL, "T0001")
-      .text(PROCESSOR_MODEL, "Model 8")
-      .number(PROCESSOR_SPEED, 2600)
-      .number(PROCESSOR_CORES, 8)
-      .text(PROCESSOR_STATUS, "Enabled");
-}
 
 TEST_F(ProcessorUnitTableTest, ServesEveryColumnOfEveryProcessor) {
   fakes::set_processors({xeon(), fakes::ProcessorRecord().text(PROCESSOR_ARCHITECTURE, "Pentium_4")});
@@ -118,14 +78,6 @@ TEST_F(ProcessorUnitTableTest, ServesEveryColumnOfEveryProcessor) {
 }
 
 // The builder.
-
-std::vector<std::uint32_t> listed_indexes() {
-  std::vector<std::uint32_t> indexes;
-  for (const auto *row = tavoProcessorUnitTable_head; row != nullptr; row = row->next) {
-    indexes.push_back(row->index);
-  }
-  return indexes;
-}
 
 TEST_F(ProcessorUnitTableTest, AsksTheInventoryForTheCountAndThenForAllRecords) {
   fakes::set_processors({xeon(), xeon()});
@@ -286,89 +238,6 @@ TEST_F(ProcessorUnitTableTest, RecordsThatWereAnnouncedButNotDeliveredAreRowsOfN
   ASSERT_THAT(listed_indexes(), ElementsAre(2, 1));
   EXPECT_STREQ(tavoProcessorUnitTable_head->model, "");
   EXPECT_EQ(tavoProcessorUnitTable_head->presence, 11);
-}
-
-// Fields of a record.
-
-const tavo::ProcessorUnitRow &built_from(const fakes::ProcessorRecord &record) {
-  fakes::set_processors({record});
-  EXPECT_EQ(initialize_processor_table(1), 0);
-  return *tavoProcessorUnitTable_head;
-}
-
-TEST_F(ProcessorUnitTableTest, TheArchitectureIsComparedExactly) {
-  const std::vector<std::pair<std::string_view, int>> architectures = {
-      {"Xeon", 179},   {"Pentium_4", 178}, {"", 0},        {"Xeon ", 0},
-      {" Xeon", 0},    {"xeon", 0},        {"Xeo", 0},     {"Xeonx", 0},
-      {"Pentium_", 0}, {"Pentium_4 ", 0},  {"Pentium", 0}, {std::string_view("Xeon\0x", 6), 179},
-      {"Opteron", 0}};
-  for (const auto &[architecture, arch] : architectures) {
-    EXPECT_EQ(built_from(fakes::ProcessorRecord().text(PROCESSOR_ARCHITECTURE, architecture)).arch, arch)
-        << architecture;
-  }
-}
-
-TEST_F(ProcessorUnitTableTest, TheStatusIsComparedExactly) {
-  for (const std::string_view status : {"", "Enabled ", "enabled", "Enable", "Enabledx", "Disabled"}) {
-    const auto &row = built_from(fakes::ProcessorRecord().text(PROCESSOR_STATUS, status));
-    EXPECT_THAT(std::to_array({row.oper_state, row.operability, row.power, row.perf, row.presence}),
-                ElementsAre(2, 2, 0, 0, 11))
-        << status;
-  }
-  const auto &row = built_from(fakes::ProcessorRecord().text(PROCESSOR_STATUS, "Enabled"));
-  EXPECT_THAT(std::to_array({row.oper_state, row.operability, row.power, row.perf, row.presence}),
-              ElementsAre(1, 1, 1, 0, 10));
-}
-
-TEST_F(ProcessorUnitTableTest, IntegersStandAtTheirOffsetsInLittleEndianOrder) {
-  const auto &row = built_from(
-      fakes::ProcessorRecord().number(172, 0x01020304).number(304, -5).number(308, static_cast<int>(0x80000001)));
-  EXPECT_EQ(row.threads, 0x01020304U);
-  EXPECT_EQ(row.speed, -5);
-  EXPECT_EQ(row.cores, 0x80000001U);
-  EXPECT_EQ(row.cores_enabled, 0x80000001U);
-}
-
-TEST_F(ProcessorUnitTableTest, TextsWithoutANulEndWithTheirFields) {
-  fakes::ProcessorRecord record;
-  record.octets.fill(std::byte{'x'});
-  const auto &row = built_from(record);
-  const std::string longest(63, 'x');
-  EXPECT_EQ(row.socket, longest);
-  EXPECT_EQ(row.vendor, longest);
-  EXPECT_EQ(row.serial, longest);
-  EXPECT_EQ(row.model, longest);
-  EXPECT_EQ(row.arch, 0);
-  EXPECT_EQ(row.presence, 11);
-}
-
-TEST_F(ProcessorUnitTableTest, EachTextStandsAtItsOffsetAndInItsFieldAlone) {
-  const std::string whole(64, 'w');
-  struct TextField {
-    std::size_t offset;
-    char (tavo::ProcessorUnitRow::*field)[64];
-  };
-  for (const auto &[offset, field] :
-       {TextField{0, &tavo::ProcessorUnitRow::socket}, TextField{64, &tavo::ProcessorUnitRow::vendor},
-        TextField{176, &tavo::ProcessorUnitRow::serial}, TextField{240, &tavo::ProcessorUnitRow::model}}) {
-    const auto &row = built_from(fakes::ProcessorRecord().text(offset, whole));
-    for (auto other : {&tavo::ProcessorUnitRow::socket, &tavo::ProcessorUnitRow::vendor,
-                       &tavo::ProcessorUnitRow::serial, &tavo::ProcessorUnitRow::model}) {
-      EXPECT_EQ(row.*other, other == field ? whole.substr(1) : "") << offset;
-    }
-  }
-}
-
-TEST_F(ProcessorUnitTableTest, AnArchitectureOrAStatusThatFillsItsFieldIsNotReadBeyondIt) {
-  // The architecture's field ends where the thread count begins; the status is the record's last field.
-  fakes::ProcessorRecord record;
-  std::ranges::fill(record.octets.begin() + 128, record.octets.begin() + 176, std::byte{'a'});
-  std::ranges::fill(record.octets.begin() + 316, record.octets.end(), std::byte{'s'});
-  fakes::set_processors({record, xeon()});
-  EXPECT_EQ(initialize_processor_table(1), 0);
-  EXPECT_EQ(tavoProcessorUnitTable_head->next->arch, 0);
-  EXPECT_EQ(tavoProcessorUnitTable_head->next->presence, 11);
-  EXPECT_EQ(tavoProcessorUnitTable_head->arch, 179);
 }
 
 // As the agent serves it.
