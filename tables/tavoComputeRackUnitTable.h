@@ -110,8 +110,8 @@ void tavoComputeRackUnitTable_removeAllEntries(void);
 int getCPU(const char *tool_key, const char *lookup_key, const char *separator, char *out);
 int getCPUCount(const char *tool_key, const char *lookup_key, const char *separator, char *out);
 // From "/var/getMemoryInventory", which the tool writes with `tool_key` first, unless it has since the first build of
-// the process began or its last try for the memory speed failed: the first value of a key. Later builds read what stands
-// there.
+// the process began or its last try for the memory speed failed: the first value of a key. Later builds read what
+// stands there.
 int getMemory(const char *tool_key, const char *lookup_key, const char *separator, char *out);
 // From the tool's own output: what stands behind the separator in the first line that holds `grep_key`. The key "fru"
 // with "Product Serial" asks ipmitool instead.
