@@ -1,6 +1,7 @@
 """The module on a server whose platform tools are all missing: what is served then, and that the daemon stays up."""
 
 import re
+import time
 
 from agents import snmp, wait_until
 from oids import OBJECTS
@@ -22,7 +23,11 @@ ROWS = {
     f"{OBJECTS}.15.114": 0,
     f"{OBJECTS}.30.12": 0,
     f"{OBJECTS}.41.2": 0,
+    f"{OBJECTS}.45.4": 0,
 }
+# Seconds that start-up sleeps: memory and processor temperatures, supplies, enabled cores, memory speed, board power and
+# board temperatures. All but the supplies are tried five times, with a pause of five seconds after each.
+START_UP_SLEEPS = 25 + 25 + 5 + 25 + 25 + 25 + 25
 
 
 def rows(address, table):
@@ -34,7 +39,9 @@ def test_tables_that_need_no_tool_are_served_and_single_rows_stand(start):
     server = start(Server)
     for tool in ("datactl", "flatkv", "slotutil", "ipmitool"):
         server.ctl("tool", tool, "missing")
+    before = time.monotonic()
     daemon = start(ServedDaemon, server, speed=SPEED)
+    assert (time.monotonic() - before) * SPEED >= START_UP_SLEEPS
     assert {table: rows(daemon.address, table) for table in ROWS} == ROWS
     cells = dict(re.match(r"\.([\d.]+) = \S+ ?(.*)", line).groups()
                  for line in snmp("snmpwalk", daemon.address, RACK_UNIT, timeout=30) if line.startswith(f".{RACK_UNIT}"))

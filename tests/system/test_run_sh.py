@@ -15,10 +15,44 @@ import time
 import pytest
 
 from agents import BUILD, ROOT, free_port, wait_until
-from oids import PROCESSOR_DN
+from oids import OBJECTS, PROCESSOR_DN
 
 # The daemon waits five seconds for the power supplies; where the clock is not what is tested, they are short ones.
 QUICK = ["--speed", "20"]
+
+# In the order of their OIDs.
+TABLES = [
+    "tavoFaultTable",
+    "tavoAdaptorUnitTable",
+    "tavoComputeBoardTable",
+    "tavoComputeMbPowerStatsTable",
+    "tavoComputeRackUnitTable",
+    "tavoComputeRackUnitMbTempStatsTable",
+    "tavoEquipmentFanTable",
+    "tavoEquipmentPsuTable",
+    "tavoEquipmentHealthLedTable",
+    "tavoMemoryUnitTable",
+    "tavoMemoryUnitEnvStatsTable",
+    "tavoProcessorEnvStatsTable",
+    "tavoProcessorUnitTable",
+    "tavoStorageControllerTable",
+    "tavoStorageLocalDiskTable",
+    "tavoStorageLocalLunTable",
+    "tavoStorageRaidBatteryTable",
+    "tavoStorageVeltroCardTable",
+    "tavoStorageVeltroControllerTable",
+    "tavoStorageVeltroDriveTable",
+]
+# Table, column as it is printed, value in the first row.
+FIRST_CELLS = [
+    ("tavoAdaptorUnitTable", "Dn", "sys/rack-unit-1/adaptor-2"),
+    ("tavoComputeBoardTable", "Model", "TAV-R2-BOARD"),
+    ("tavoComputeRackUnitTable", "ProductName", "Tavolo R2 Rack Server"),
+    ("tavoEquipmentFanTable", "Dn", "sys/rack-unit-1/fan-module-1-1/fan-1"),
+    ("tavoEquipmentPsuTable", "Model", "TAV-PSU-770AC"),
+    ("tavoEquipmentHealthLedTable", "Color", "amber"),
+    ("tavoMemoryUnitTable", "Capacity", "16384 MB"),
+]
 
 
 def run(*arguments, timeout=120, **settings):
@@ -131,6 +165,17 @@ def test_once_names_everything_that_is_served(port):
     output = run("--once", *QUICK, "--port", port).stdout
     assert "unnamed table" not in output
     assert not re.search(r"^column \d+ ", output, re.MULTILINE)
+
+
+def test_once_prints_every_table(port):
+    output = run("--once", *QUICK, "--port", port).stdout
+    headings = list(re.finditer(rf"^(\w+)  {re.escape(OBJECTS)}\.[\d.]+$", output, re.MULTILINE))
+    assert [heading[1] for heading in headings] == TABLES
+    ends = [heading.start() for heading in headings[1:]] + [len(output)]
+    printed = {heading[1]: output[heading.end():end] for heading, end in zip(headings, ends)}
+    missing = [cell for cell in FIRST_CELLS
+               if not re.search(rf"^{cell[1]} +{re.escape(cell[2])}(  |$)", printed[cell[0]], re.MULTILINE)]
+    assert missing == []
 
 
 def test_once_keeps_to_the_width_of_the_terminal(port):
