@@ -8,7 +8,7 @@ int BackgroundThread::create(const char *function, int line) {
   pthread_attr_setdetachstate(&attributes_, PTHREAD_CREATE_JOINABLE);
   trace(function, description_.source, line, description_.creating, function);
   if (pthread_create(&handle_, &attributes_, description_.start_routine, nullptr) != 0) {
-    snmp_log(LOG_DEBUG, "%s", description_.create_failed);
+    snmp_log(description_.failure_level, "%s", description_.create_failed);
     return -1;
   }
   created_ = true;
@@ -23,7 +23,7 @@ void BackgroundThread::stop() {
 void BackgroundThread::join() {
   // Without a thread the handle is nobody's, and pthread_join would follow it all the same.
   if (!created_ || pthread_join(handle_, nullptr) != 0) {
-    snmp_log(LOG_DEBUG, "%s", description_.join_failed);
+    snmp_log(description_.failure_level, "%s", description_.join_failed);
   }
   created_ = false;
   if (description_.release_before_attributes != nullptr) {

@@ -10,7 +10,7 @@
 
 namespace tavo {
 
-// What is a thread's own. All texts end with a newline and are logged at debug level.
+// What is a thread's own. All texts end with a newline; what is logged is logged at debug level, but for failures.
 struct ThreadDescription {
   void *(*start_routine)(void *);  // its argument is null
   const char *source;              // the source unit, as the trace names it
@@ -19,6 +19,7 @@ struct ThreadDescription {
   const char *stopping;
   const char *join_failed;
   const char *exited;
+  int failure_level = LOG_DEBUG;  // of create_failed and join_failed
   // Frees what the thread used, once it has ended: the one before, the other after the thread's attributes are
   // destroyed. Null when there is nothing to free.
   void (*release_before_attributes)() = nullptr;

@@ -35,6 +35,7 @@ constinit BackgroundThread thread(ThreadDescription{
     .stopping = "Stopping Velt Thread\n",
     .join_failed = "Unable to join velt thread\n",
     .exited = "Velt Thread exited\n",
+    .failure_level = LOG_ERR,
 });
 
 // Ends the thread's work after `error`, which `format` tells with the thread's name and the error's text.

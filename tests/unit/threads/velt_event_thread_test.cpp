@@ -13,6 +13,7 @@
 #include <cstring>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "core/access_lock.h"
 #include "core/descriptor.h"
@@ -315,7 +316,7 @@ TEST_F(VeltEventThreadTest, CreationIsTracedAndJoinable) {
 TEST_F(VeltEventThreadTest, AThreadThatCannotBeCreatedIsLogged) {
   fakes::fail_thread_creation(EAGAIN);
   EXPECT_EQ(create_velt_thread(), -1);
-  EXPECT_THAT(fakes::log_lines(), ElementsAre(LogLine{LOG_DEBUG, "Unable to create velt thread\n"}));
+  EXPECT_THAT(fakes::log_lines(), ElementsAre(LogLine{LOG_ERR, "Unable to create velt thread\n"}));
 }
 
 TEST_F(VeltEventThreadTest, AFailedJoinIsLoggedAndShutDownGoesOn) {
@@ -324,7 +325,7 @@ TEST_F(VeltEventThreadTest, AFailedJoinIsLoggedAndShutDownGoesOn) {
   stop_and_join();
   const auto lines = fakes::log_lines();
   ASSERT_GE(lines.size(), 2U);
-  EXPECT_EQ(lines[lines.size() - 2], (LogLine{LOG_DEBUG, "Unable to join velt thread\n"}));
+  EXPECT_EQ(lines[lines.size() - 2], (LogLine{LOG_ERR, "Unable to join velt thread\n"}));
   EXPECT_EQ(lines.back(), (LogLine{LOG_DEBUG, "Velt Thread exited\n"}));
 }
 
@@ -339,6 +340,39 @@ TEST_F(VeltEventThreadTest, ARebuildReplacesEveryRowWhateverItsArgument) {
   }
   EXPECT_EQ(try_sa_lock(2), 0) << "the lock is given back";
   release_sa_lock(2);
+}
+
+TEST_F(VeltEventThreadTest, ARebuildTakesTheStorageLockTellsOfItsTriggerAndThenAsksTheService) {
+  fakes::set_velt_result(VELT_REQUEST_CONTROLLER, -1);
+  const tavo::ListLock storage = tavo::ListLock::subagent(2);
+  std::vector<int> holds;
+  std::vector<std::size_t> requests;
+  fakes::on_log([&](const LogLine &) {
+    holds.push_back(storage.hold_count());
+    requests.push_back(fakes::velt_requests().size());
+  });
+  reinit_velt_table(1);
+  EXPECT_THAT(fakes::log_texts(), ElementsAre(triggered.text, "Failed to get controller info from velt\n"));
+  EXPECT_THAT(holds, ElementsAre(1, 1));
+  EXPECT_THAT(requests, ElementsAre(0, 1));
+}
+
+TEST_F(VeltEventThreadTest, ThePeersConnectionIsClosedBeforeTheRebuild) {
+  tavo::Descriptor peer;
+  ssize_t received = 1;  // 0 is the end of the connection
+  fakes::on_log([&](const LogLine &line) {
+    if (line == triggered && peer) {
+      char octet = 0;
+      received = recv(peer.get(), &octet, 1, MSG_DONTWAIT);
+      peer = tavo::Descriptor();
+    }
+  });
+  start();
+  peer = connect_to_thread();
+  EXPECT_EQ(send(peer.get(), "x", 1, MSG_NOSIGNAL), 1);
+  ASSERT_TRUE(wait_for_rebuilds(1));
+  EXPECT_EQ(received, 0);
+  stop_and_join();
 }
 
 TEST_F(VeltEventThreadTest, ARebuildReadsTheServiceAndThenBuildsInItsOrderUnderTheStorageLock) {
