@@ -3,22 +3,27 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <pthread.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
 #include <limits>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include "tests/unit/eventually.h"
 #include "tests/unit/fakes/allocation.h"
 #include "tests/unit/fakes/files.h"
 #include "tests/unit/fakes/module_test.h"
+#include "tests/unit/fakes/mutexes.h"
 #include "tests/unit/fakes/net_snmp.h"
 #include "tests/unit/fakes/storage_snapshot.h"
 
@@ -383,6 +388,24 @@ TEST_F(HostToNetworkTest, TwiceIsBackAgain) {
   std::vector<unsigned char> record = converted();
   convert_host_to_network(record.data());
   EXPECT_EQ(record, numbered());
+}
+
+TEST_F(HostToNetworkTest, WaitsForItsMutexBeforeItConverts) {
+  std::vector<unsigned char> record = converted();
+  auto *const conversion_mutex = static_cast<pthread_mutex_t *>(const_cast<void *>(fakes::last_locked_mutex()));
+  ASSERT_NE(conversion_mutex, nullptr);
+  ASSERT_EQ(pthread_mutex_lock(conversion_mutex), 0);
+  record = numbered();
+  std::atomic<bool> waits = false;
+  std::thread other([&] {
+    fakes::before_next_mutex_lock([&] { waits = fakes::last_locked_mutex() == conversion_mutex; });
+    convert_host_to_network(record.data());
+  });
+  EXPECT_TRUE(tavo::eventually([&] { return waits.load(); }));
+  EXPECT_EQ(record, numbered());
+  pthread_mutex_unlock(conversion_mutex);
+  other.join();
+  EXPECT_EQ(record, converted());
 }
 
 TEST_F(HostToNetworkTest, ANullRecordIsLoggedAndGivesZero) {

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
+#include <atomic>
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -12,7 +14,9 @@
 #include "tables/tavoStorageLocalDiskTable.h"
 #include "tables/tavoStorageLocalLunTable.h"
 #include "tables/tavoStorageRaidBatteryTable.h"
+#include "tests/unit/eventually.h"
 #include "tests/unit/fakes/allocation.h"
+#include "tests/unit/fakes/mutexes.h"
 #include "tests/unit/fakes/net_snmp.h"
 #include "tests/unit/fakes/storage_tables.h"
 
@@ -147,10 +151,56 @@ TEST_F(StorRebuildTest, BuildsInItsOrderUnderTheStorageLock) {
   EXPECT_EQ(tavo::ListLock::subagent(2).hold_count(), 0);
 }
 
+// The first trace is that of the lock taken, the last that of the lock given back.
+TEST_F(StorRebuildTest, ReadsRemovesAndFreesWhileItHoldsTheStorageLock) {
+  rebuild({full_controller()});
+  files_.write(path, fakes::snapshot(2, {full_controller()}));
+  const int opens_before = fakes::opens_of(path);
+  const tavo::ListLock storage = tavo::ListLock::subagent(2);
+  struct Moment {
+    std::vector<std::size_t> table_sizes;
+    bool list_is_there;
+    int opens;
+  };
+  std::vector<Moment> traced;
+  fakes::on_debug_message([&] {
+    traced.push_back({.table_sizes = table_sizes(),
+                      .list_is_there = head_stor_ptr != nullptr,
+                      .opens = fakes::opens_of(path) - opens_before});
+  });
+  int holds_when_the_read_failed = 0;
+  fakes::on_log([&](const fakes::LogLine &) { holds_when_the_read_failed = storage.hold_count(); });
+  fakes::set_debugging(true);
+  reinit_stor_table(1);
+  const std::string last_to_trace = fakes::traces().back().function;
+  fakes::reset_net_snmp();
+  EXPECT_EQ(holds_when_the_read_failed, 1);
+  ASSERT_GE(traced.size(), 2U);
+  EXPECT_THAT(traced.front().table_sizes, ElementsAre(1, 4, 1, 1));
+  EXPECT_EQ(traced.front().opens, 0);
+  EXPECT_EQ(last_to_trace, "release_sa_lock");
+  EXPECT_THAT(traced.back().table_sizes, ElementsAre(0, 0, 0, 0));
+  EXPECT_FALSE(traced.back().list_is_there) << "the record that was read is freed";
+  EXPECT_EQ(traced.back().opens, 1);
+}
+
 TEST_F(StorRebuildTest, WaitsForAWalkThatHoldsTheStorageLock) {
   write_snapshot({full_controller()});
   ASSERT_EQ(acquire_sa_lock(2), 0);
-  std::thread refresh([] { reinit_stor_table(1); });
+  const void *const storage_mutex = fakes::last_locked_mutex();
+  std::atomic<bool> waits = false;
+  // The fakes lock mutexes of their own.
+  std::function<void()> tell_when_it_waits = [&] {
+    waits = fakes::last_locked_mutex() == storage_mutex;
+    if (!waits) {
+      fakes::before_next_mutex_lock(tell_when_it_waits);
+    }
+  };
+  std::thread refresh([&] {
+    fakes::before_next_mutex_lock(tell_when_it_waits);
+    reinit_stor_table(1);
+  });
+  EXPECT_TRUE(tavo::eventually([&] { return waits.load(); }));
   EXPECT_THAT(table_sizes(), ElementsAre(0, 0, 0, 0));
   EXPECT_EQ(fakes::opens_of(path), 0) << "the snapshot is read under the lock, too";
   release_sa_lock(2);

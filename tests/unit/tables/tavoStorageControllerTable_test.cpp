@@ -145,19 +145,4 @@ TEST_F(StorageControllerTableTest, WithoutMemoryForTheScratchRowNothingIsAdded) 
   tavo::free_stor_info(head_stor_ptr);
 }
 
-TEST_F(StorageControllerTableTest, RegistrationAndEveryNewRowAreTraced) {
-  load({controller("A")});
-  fakes::set_debugging(true);
-  init_tavoStorageControllerTable();
-  std::vector<std::string> functions;
-  for (const auto &trace : fakes::traces()) {
-    functions.push_back(trace.function);
-    EXPECT_EQ(trace.source, "tavoStorageControllerTable");
-    EXPECT_EQ(trace.text, trace.function + "\n");
-  }
-  EXPECT_THAT(functions, testing::ElementsAre("initialize_table_tavoStorageControllerTable",
-                                              "tavoStorageControllerTable_createEntry"));
-  tavo::free_stor_info(head_stor_ptr);
-}
-
 }  // namespace

@@ -4,10 +4,12 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <limits>
 #include <string>
 #include <vector>
 
+#include "tables/tavoStorageLocalLunTable.h"
 #include "tests/unit/fakes/allocation.h"
 #include "tests/unit/fakes/golden.h"
 #include "tests/unit/fakes/net_snmp.h"
@@ -27,6 +29,8 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 constexpr std::array<oid, 12> table = {1, 3, 6, 1, 4, 1, 61453, 4, 207, 1, 45, 4};
+constexpr const char *slot_count_query =
+    "/usr/local/bin/datactl get=platformSkuType | /usr/local/bin/flatkv > /var/getNumOfHDD";
 
 class StorageLocalDiskTableTest : public fakes::StorageTableTest {
  protected:
@@ -208,6 +212,21 @@ TEST_F(StorageLocalDiskTableTest, AnUnknownSlotCountMeansNoRows) {
   EXPECT_THAT(fakes::log_lines(), IsEmpty());
 }
 
+TEST_F(StorageLocalDiskTableTest, ASlotCountThatCannotBeHadMeansNoRows) {
+  const std::vector<fakes::StorRecord> snapshot = {controller("", {drive_in(1)})};
+  rebuild(snapshot);
+  for (const char *dump : {"", " hd: 4\n", " hdd: 4"}) {
+    shell_.prints(slot_count_query, dump);
+    rebuild(snapshot);
+    EXPECT_THAT(slots(), IsEmpty()) << dump;
+  }
+  set_slot_count("4");
+  fakes::refuse_open("/var/getNumOfHDD", EACCES);
+  rebuild(snapshot);
+  EXPECT_THAT(slots(), IsEmpty());
+  EXPECT_THAT(fakes::log_lines(), IsEmpty());
+}
+
 TEST_F(StorageLocalDiskTableTest, ASlotCountThatNoServerHasIsKeptWithinBounds) {
   for (const char *count : {"256", "257", "2147483647", "99999999999999999999"}) {
     set_slot_count(count);
@@ -232,16 +251,35 @@ TEST_F(StorageLocalDiskTableTest, MoreDrivesThanTheRecordHoldsAreNotBelieved) {
   EXPECT_EQ(slots().front(), "-1") << "a negative count is none";
 }
 
-TEST_F(StorageLocalDiskTableTest, EveryFlippedOctetOfTheCountsIsSurvived) {
-  const auto whole = controller("", {drive_in(1), drive_in(2)}, {fakes::StorVolume().number(STOR_VOLUME_STATE, 4)});
-  for (const std::size_t field : {STOR_CONTROLLER_DRIVE_COUNT, STOR_CONTROLLER_VOLUME_COUNT}) {
-    for (std::size_t at = field; at < field + 4; ++at) {
-      for (const int flip : {0x01, 0x02, 0x04, 0x08, 0x10, 0x20, 0x40, 0x80, 0xFF}) {
-        auto damaged = whole;
-        damaged.octets[at] ^= static_cast<std::byte>(flip);
-        rebuild({damaged});
-        EXPECT_EQ(rows(tavoStorageLocalDiskTable_head), 4U);
-      }
+// Slots 1 to 256 of which the first `drives` have their drive.
+std::vector<std::string> slots_with_drives(int drives) {
+  std::vector<std::string> list;
+  for (int slot = 1; slot <= 256; ++slot) {
+    list.push_back((slot <= drives ? "" : "-") + std::to_string(slot));
+  }
+  return list;
+}
+
+// The record's arrays are full, so that every count shows up in the rows.
+TEST_F(StorageLocalDiskTableTest, EveryFlippedOctetOfTheCountsGivesAsManyAsTheRecordHolds) {
+  set_slot_count("256");
+  std::vector<StorDrive> drives;
+  for (std::uint32_t slot = 1; slot <= 256; ++slot) {
+    drives.push_back(drive_in(slot));
+  }
+  const auto full = controller("", drives, std::vector(64, fakes::StorVolume().number(STOR_VOLUME_STATE, 4)));
+  for (std::uint32_t octet = 0; octet < 4; ++octet) {
+    for (const std::uint32_t flip : {0x01U, 0x02U, 0x04U, 0x08U, 0x10U, 0x20U, 0x40U, 0x80U, 0xFFU}) {
+      const std::uint32_t flipped = 2U ^ (flip << (8 * octet));
+      const auto count = static_cast<std::int32_t>(flipped);
+      auto damaged = full;
+      rebuild({damaged.number(STOR_CONTROLLER_DRIVE_COUNT, flipped).number(STOR_CONTROLLER_VOLUME_COUNT, 1)});
+      EXPECT_EQ(slots(), slots_with_drives(std::clamp(count, 0, 256))) << count;
+      EXPECT_EQ(rows(tavoStorageLocalLunTable_head), 1U) << count;
+
+      rebuild({damaged.number(STOR_CONTROLLER_DRIVE_COUNT, 1).number(STOR_CONTROLLER_VOLUME_COUNT, flipped)});
+      EXPECT_EQ(slots(), slots_with_drives(1)) << count;
+      EXPECT_EQ(rows(tavoStorageLocalLunTable_head), static_cast<std::size_t>(std::clamp(count, 0, 64))) << count;
     }
   }
 }
@@ -332,13 +370,11 @@ TEST_F(StorageLocalDiskTableTest, WithoutASnapshotOrMemoryNothingIsAdded) {
 
 class SlotCountTest : public fakes::StorageTableTest {
  protected:
-  static constexpr const char *command =
-      "/usr/local/bin/datactl get=platformSkuType | /usr/local/bin/flatkv > /var/getNumOfHDD";
   static constexpr int untouched = -7;
 
   // What getNumOfHDD makes of a dump.
   int count_in(const std::string &dump, const char *key = "hdd:", const char *suffix = "") {
-    shell_.prints(command, dump);
+    shell_.prints(slot_count_query, dump);
     value_ = untouched;
     return getNumOfHDD(key, suffix, &value_);
   }
@@ -349,7 +385,7 @@ class SlotCountTest : public fakes::StorageTableTest {
 TEST_F(SlotCountTest, IsTheNumberBehindTheKeyUpToTheLinesEnd) {
   EXPECT_EQ(count_in(" sku: 4\n hdd: 24\n psu: 2\n"), 1);
   EXPECT_EQ(value_, 24);
-  EXPECT_THAT(shell_.commands(), ElementsAre(command));
+  EXPECT_THAT(shell_.commands(), ElementsAre(slot_count_query));
 }
 
 TEST_F(SlotCountTest, TheFirstOfSeveralCounts) {
@@ -375,7 +411,7 @@ TEST_F(SlotCountTest, AMissingKeyOrNewlineLeavesTheResultAlone) {
 }
 
 TEST_F(SlotCountTest, ADumpThatCannotBeOpenedLeavesTheResultAlone) {
-  shell_.prints(command, " hdd: 4\n");
+  shell_.prints(slot_count_query, " hdd: 4\n");
   fakes::refuse_open("/var/getNumOfHDD", EACCES);
   EXPECT_EQ(getNumOfHDD("hdd:", "", &value_), 0);
   EXPECT_EQ(value_, untouched);
