@@ -1,7 +1,5 @@
 #include "tables/tavoFaultTable.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <array>
 #include <cstddef>
@@ -12,6 +10,7 @@
 
 #include "core/access_lock.h"
 #include "core/conversions.h"
+#include "core/marker.h"
 #include "core/record.h"
 #include "core/table.h"
 #include "core/table_entry_points.h"
@@ -91,8 +90,7 @@ constinit char serial_number[128] = "";
 
 void read_serial_number() {
   std::memset(serial_number, 0, sizeof serial_number);
-  struct stat status = {};
-  if (stat(serial_number_marker, &status) == 0) {
+  if (marker_exists(serial_number_marker)) {
     getValueSN("fru", "Product Serial", ": ", serial_number);
   }
 }
@@ -140,9 +138,8 @@ int listed_count() TAVO_LOCKING(requires_capability(table.lock())) {
 }
 
 // A listed row may be read at any time, so it gets its new content in one piece.
-void rewrite(Row &row, Row content) {
+void rewrite(Row &row, const Row &content) {
   const ListGuard guard(table.lock());
-  content.next = row.next;
   row = content;
 }
 

@@ -1,6 +1,5 @@
 #include "tables/tavoFaultTable_traps.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -13,6 +12,7 @@
 #include <utility>
 
 #include "core/conversions.h"
+#include "core/marker.h"
 #include "core/text.h"
 #include "core/trace.h"
 
@@ -66,11 +66,6 @@ Varbinds fault_varbinds(std::uint32_t instance, const Row &row) {
   }
   Varbinds varbinds(list);
   return complete ? std::move(varbinds) : nullptr;
-}
-
-bool exists(const char *path) {
-  struct stat status = {};
-  return stat(path, &status) == 0;
 }
 
 // The time is empty when it cannot be converted.
@@ -135,7 +130,7 @@ int create_dummy_trap_entry(FaultRow *row) {
 }
 
 void tvmc_Startup_Trap(void) {
-  if (exists(warm_start_marker)) {
+  if (marker_exists(warm_start_marker)) {
     needToSendTrapFlag = 0;
     return;
   }

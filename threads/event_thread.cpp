@@ -111,7 +111,7 @@ int join_FE_thread(void) {
 }
 
 void *FE_thread(void *) {
-  tavo::run_thread("EventThread", keep_table_in_step);
+  tavo::run_thread(__func__, keep_table_in_step);
 }
 
 int init_fault_tables(void) {

@@ -5,7 +5,6 @@
 
 #include <string>
 
-#include "tests/unit/fakes/allocation.h"
 #include "tests/unit/fakes/clock.h"
 #include "tests/unit/fakes/fault_table_test.h"
 

@@ -1,0 +1,13 @@
+// Marker files: that one is there is all it says.
+#pragma once
+
+#include <sys/stat.h>
+
+namespace tavo {
+
+inline bool marker_exists(const char *path) {
+  struct stat status = {};
+  return stat(path, &status) == 0;
+}
+
+}  // namespace tavo
