@@ -58,5 +58,5 @@ enum {
   STOR_VOLUME_COLUMN_8 = 16  /* uint64 */
 };
 
-/* Octets of every text but the two whose size has a name. */
+/* Octets of the texts whose size has no name of its own: the long size is that of column 19 of the controllers. */
 enum { STOR_TEXT_SIZE = 32, STOR_LONG_TEXT_SIZE = 64 };

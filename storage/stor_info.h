@@ -53,10 +53,11 @@ extern tavo::StorController *head_stor_ptr;
 extern uint32_t flag_compat_stor_found;
 extern unsigned char tmp_raid_ptr[1024];
 
-// Reads the file into a list under `head`, the address of a pointer like head_stor_ptr. 1 when a record was read. 0
-// when there is none: then `head` is null. 0 as well, and the reason logged, when the file cannot be opened or lacks
-// its count: `head` is as it was; or when a record cannot be read or kept: those before it stand under `head`. A list
-// that `head` already leads to is not freed. Never waits, whatever stands at the file's path.
+// Reads the file into a list under `head`, the address of a pointer like head_stor_ptr. 1 when every record was read. 0
+// when the file counts none: then `head` is null. 0 as well, and the reason logged, when the file cannot be opened or
+// lacks its count, or when a record cannot be read or kept: those before that one stand under `head`, and where there
+// are none `head` is as it was. A list that `head` already leads to is not freed. Never waits, whatever stands at the
+// file's path.
 int get_stor_info(void *head);
 
 // Converts the 32-bit integers of a controller record, STOR_CONTROLLER_SIZE octets, to network byte order in place, in

@@ -57,8 +57,9 @@ const Column &fault_column(int number);
 #pragma GCC visibility push(default)
 extern "C" {
 
-// The rows, newest first; null when there is none. Guarded by subagent lock 1. The fault event thread alone changes
-// them, and everything below but the agent's own functions belongs to that thread.
+// The rows, newest first; null when there is none. Guarded by subagent lock 1. While the fault event thread runs it
+// alone changes them, and what applies records below is its own. The daemon's thread starts the table up before that
+// thread and clears it once the thread is joined.
 extern tavo::FaultRow *tavoFaultTable_head;
 
 // Reads the server's serial number where the controller asks for it (a marker file), then registers the table, which

@@ -47,8 +47,8 @@ extern tavo::StorageControllerRow *tavoStorageControllerTable_head;
 int init_tavoStorageControllerTable(void);
 // Registers the table and builds its rows. The builder's result.
 int initialize_table_tavoStorageControllerTable(void);
-// Builds the rows from the snapshot under head_stor_ptr; with `refresh` 1 it first removes those that stand. 1; -1, and
-// no row added, when there is no snapshot or no memory.
+// Builds the rows from the snapshot under head_stor_ptr; with `refresh` 1 it first removes those that stand. 1, though
+// a row that finds no memory is lacking; -1, and no row added, when there is no snapshot or no memory to begin with.
 int initialize_controller_table(int refresh);
 
 Netsnmp_Node_Handler tavoStorageControllerTable_handler;

@@ -49,8 +49,8 @@ extern tavo::StorageLocalDiskRow *tavoStorageLocalDiskTable_head;
 int init_tavoStorageLocalDiskTable(void);
 // Registers the table and builds its rows. The builder's result.
 int initialize_table_tavoStorageLocalDiskTable(void);
-// Builds the rows from the snapshot under head_stor_ptr; with `refresh` 1 it first removes those that stand. 1; -1, and
-// no row added, when there is no snapshot or no memory.
+// Builds the rows from the snapshot under head_stor_ptr; with `refresh` 1 it first removes those that stand. 1, though
+// a row that finds no memory is lacking; -1, and no row added, when there is no snapshot or no memory to begin with.
 int initialize_local_disk_table(int refresh);
 
 // The platform's number of drive slots: asks the platform's query tool, and reads what stands behind `key` and `suffix`

@@ -42,8 +42,8 @@ extern tavo::StorageRaidBatteryRow *tavoStorageRaidBatteryTable_head;
 int init_tavoStorageRaidBatteryTable(void);
 // Registers the table and builds its rows. The builder's result.
 int initialize_table_tavoStorageRaidBatteryTable(void);
-// Builds the rows from the snapshot under head_stor_ptr; with `refresh` 1 it first removes those that stand. 1; -1, and
-// no row added, when there is no snapshot or no memory.
+// Builds the rows from the snapshot under head_stor_ptr; with `refresh` 1 it first removes those that stand. 1, though
+// a row that finds no memory is lacking; -1, and no row added, when there is no snapshot or no memory to begin with.
 int initialize_bbu_table(int refresh);
 
 Netsnmp_Node_Handler tavoStorageRaidBatteryTable_handler;

@@ -1,4 +1,4 @@
-"""The documents' links lead somewhere, and the commands that they show are there."""
+"""The documents' links lead somewhere, and the paths and the names that they show are there."""
 
 import pathlib
 import re
@@ -11,6 +11,15 @@ LINK = re.compile(r"\]\(([^)#]+)(?:#[^)]*)?\)")
 # What stands in backquotes and begins with a directory of the tree is a path in it; capitals stand for names.
 PATH = re.compile(r"`(?:\./)?((?:core|tables|threads|storage|platform|host|simulator|mibs|scripts|tests|bench|docs)/"
                   r"[\w./-]*)[^`]*`")
+
+# Tables, columns, notifications and entry points: what begins so is defined in one of these.
+NAME = re.compile(r"\btavo[A-Z]\w*")
+DEFINITIONS = [path for place in ("mibs/*-MIB", "tables/*", "threads/*", "tests/exports.txt") for path in ROOT.glob(place)]
+
+
+@pytest.fixture(scope="module")
+def defined_names():
+    return {name for path in DEFINITIONS for name in NAME.findall(path.read_text())}
 
 
 @pytest.mark.parametrize("document", DOCUMENTS, ids=lambda path: path.name)
@@ -26,6 +35,11 @@ def test_paths_exist(document):
         if not re.search(r"(^|/)[A-Z]+(_|$|\.|/)", path):
             found = (ROOT / path).exists() or any(ROOT.glob(path + ".*")) or any(ROOT.glob(path.rstrip("/") + "*"))
             assert found, path
+
+
+@pytest.mark.parametrize("document", DOCUMENTS, ids=lambda path: path.name)
+def test_names_are_defined(document, defined_names):
+    assert set(NAME.findall(document.read_text())) <= defined_names
 
 
 def test_documents_are_there():
