@@ -19,11 +19,10 @@ inline void obey_control_lines(std::function<void(const std::string &)> obey) {
     return;
   }
   std::thread([control = std::string(path), obey = std::move(obey)] {
-    for (;;) {
-      std::ifstream lines(control);  // blocks until the test opens its end
-      for (std::string line; std::getline(lines, line);) {
-        obey(line);
-      }
+    // For writing as well: with a writer of its own the pipe has no end, at which a line could get lost.
+    std::fstream lines(control, std::ios::in | std::ios::out);
+    for (std::string line; std::getline(lines, line);) {
+      obey(line);
     }
   }).detach();
 }
