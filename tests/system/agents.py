@@ -6,6 +6,7 @@ on loopback ports found free, with net-snmp's persistent files kept inside that 
 
 import os
 import pathlib
+import random
 import re
 import shutil
 import socket
@@ -21,24 +22,48 @@ SNMPTRAPD = shutil.which("snmptrapd") or "/usr/sbin/snmptrapd"
 # Where the test modules of tests/system/modules serve.
 TEST_BASE = "1.3.6.1.4.1.61453.4.207.200"
 
+# Beyond the chassis link's port, and below those that the kernel gives to clients.
+PORTS = range(26_000, 32_000)
+_reservations = []  # abstract Unix sockets, which every test run of the machine sees
+
 
 def free_port(kind=socket.SOCK_DGRAM):
-    """A loopback port that nobody uses at this moment."""
-    with socket.socket(socket.AF_INET, kind) as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
+    """A loopback port that nobody uses. It is this process's until that ends: test runs beside it pass it over."""
+    for port in random.sample(PORTS, len(PORTS)):
+        reservation = socket.socket(socket.AF_UNIX)
+        with socket.socket(socket.AF_INET, kind) as probe:
+            try:
+                reservation.bind(f"\0tavo-port-{port}")
+                probe.bind(("127.0.0.1", port))
+            except OSError:
+                reservation.close()
+                continue
+        _reservations.append(reservation)
+        return port
+    raise AssertionError(f"no free port in {PORTS}")
 
 
-def wait_until(condition, timeout=10, what="condition"):
+def wait_until(condition, timeout=60, what="condition"):
     """Polls until condition() is true and returns its value; fails the test after `timeout` seconds."""
     deadline = time.monotonic() + timeout
     while True:
+        late = time.monotonic() > deadline  # read first: what holds by now is not too late because we are
         value = condition()
         if value:
             return value
-        if time.monotonic() > deadline:
+        if late:
             raise AssertionError(f"not within {timeout} s: {what}")
         time.sleep(0.02)
+
+
+def wait_for_sigwait(pid, number):
+    """Waits until a thread of the process sits in sigwait() for a signal that all its threads block."""
+    def sits():
+        # Only there the kernel shows it as not blocked.
+        masks = re.findall(r"SigBlk:\s*(\w+)", "".join(
+            status.read_text() for status in pathlib.Path(f"/proc/{pid}/task").glob("*/status")))
+        return any(not int(mask, 16) & 1 << (number - 1) for mask in masks)
+    wait_until(sits, what=f"a thread that waits for signal {number}")
 
 
 def environment(directory, **extra):
@@ -68,7 +93,7 @@ class Program:
     def log(self):
         return self.log_file.read_bytes()[self._log_start:].decode(errors="replace")
 
-    def wait_for_log(self, pattern, timeout=10, count=1):
+    def wait_for_log(self, pattern, timeout=60, count=1):
         """Waits until the log holds `count` matches of the pattern."""
         def logged():
             if self.process.poll() is not None and len(re.findall(pattern, self.log())) < count:
@@ -79,7 +104,7 @@ class Program:
     def signal(self, number):
         self.process.send_signal(number)
 
-    def wait(self, timeout=15):
+    def wait(self, timeout=60):
         """The exit status, once the program has left by itself."""
         return self.process.wait(timeout)
 
@@ -127,7 +152,7 @@ class Daemon(Program):
     """
 
     def __init__(self, directory, module=None, master=None, platforms=(), options=(), configuration="", ready=True,
-                 timeout=30, program=BUILD / "snmp-subagentd", **extra_environment):
+                 timeout=60, program=BUILD / "snmp-subagentd", **extra_environment):
         directory = pathlib.Path(directory)
         file = directory / "subagentd.conf"
         command = [*([program] if isinstance(program, (str, os.PathLike)) else program), "-f", "-C", "-c", file, "-LO",
@@ -160,15 +185,16 @@ class Daemon(Program):
         if ready:
             self.wait_for_state("READY=1", timeout)
 
-    def wait_for_state(self, state, timeout=10, count=1):
+    def wait_for_state(self, state, timeout=60, count=1):
         """Waits until the daemon has reported `state` to systemd `count` times."""
         def reported():
+            left = self.process.poll() is not None
             try:
                 while True:
                     self.states += self._notifications.recv(4096).decode().splitlines()
             except BlockingIOError:
                 pass
-            if self.process.poll() is not None and state not in self.states:
+            if left and self.states.count(state) < count:
                 raise AssertionError(f"the daemon left with {self.process.returncode}:\n{self.log()}")
             return self.states.count(state) >= count
         wait_until(reported, timeout, f"{state} from the daemon:\n{self.log()}")
@@ -201,11 +227,21 @@ class TrapCollector(Program):
                           self.destination])
         self.wait_for_log("NET-SNMP version")
 
+    def wait_for_end_of_connections(self):
+        """Waits until all has arrived that senders sent who have left by now."""
+        port = self.destination.rpartition(":")[2]
+        end, listening = f":{int(port):04X}", "0A"
+
+        def only_listens():
+            lines = [line.split() for line in pathlib.Path("/proc/net/tcp").read_text().splitlines()]
+            return [state for _, local, _, state, *_ in lines if local.endswith(end)] == [listening]
+        wait_until(only_listens, what=f"no connection to {self.destination}")
+
     def received(self):
         return [line for line in self.log().splitlines() if line.startswith("TRAP ")]
 
 
-def snmp(tool, address, *arguments, options=(), timeout=5, retries=0, check=True):
+def snmp(tool, address, *arguments, options=(), timeout=60, retries=0, check=True):
     """Runs snmpget, snmpwalk and their like on a community-public agent; the lines that it prints, with numeric OIDs."""
     command = [tool, "-v2c", "-c", "public", "-On", "-t", str(timeout), "-r", str(retries), *options, address, *arguments]
     result = subprocess.run(command, capture_output=True, text=True, env={**os.environ, "MIBS": ""})

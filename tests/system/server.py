@@ -1,5 +1,6 @@
 """The simulated server, booted in namespaces of its own, and the module's daemon on it."""
 
+import contextlib
 import os
 import pathlib
 import re
@@ -12,6 +13,7 @@ BOOT = ROOT / "simulator/boot"
 MODULE = BUILD / "libsnmpextmibmodule.so"
 PLATFORM = BUILD / "libbmcsim.so"
 SCENARIO = ROOT / "simulator/scenarios/rack-server.yaml"
+SD_TRIGGER = "Got the trigger from VELT"  # in the log, once for each rebuild of the SD-card tables
 
 
 def children_of(pid):
@@ -26,7 +28,7 @@ def descendant(pid, name):
         if comm == name[:15] and state != "Z":
             return pid
         return next(filter(None, (descendant(child, name) for child in children_of(pid))), None)
-    except FileNotFoundError:
+    except (FileNotFoundError, ProcessLookupError):
         return None
 
 
@@ -44,7 +46,7 @@ class Server(Program):
         command = [BOOT, "--build", BUILD, "--bind", directory, "--state", self.state, "--scenario", scenario]
         super().__init__(directory, "server", [*command, *(["--cold"] if cold else []), "--", "sleep", "infinity"])
         wait_until(lambda: self.process.poll() is None and self.run("bmcsim", "ctl", "ping", check=False).returncode == 0,
-                   30, "the simulated server")
+                   what="the simulated server")
 
     def entered(self, *command):
         """The command line that runs a command on the server."""
@@ -59,6 +61,19 @@ class Server(Program):
     def ctl(self, *words):
         return self.run("bmcsim", "ctl", *words).stdout
 
+    def wait_for_listeners(self, count=1):
+        """Waits until so many daemons are told of faults and of storage events.
+
+        A daemon that serves may not listen yet, and its table of faults is full before it does.
+        """
+        listening = f"broadcaster: {count} listeners\nstorage events: {count} listeners\n"
+        wait_until(lambda: self.ctl("show", "faults").endswith(listening), what=listening)
+
+    def wait_for_sd_listener(self, daemon):
+        """Waits until the daemon is told of changes of the SD cards, which makes one rebuild of their tables."""
+        wait_until(lambda: "1 of 1" in self.ctl("sd-trigger", "1"), what="the SD-card socket")
+        daemon.wait_for_log(SD_TRIGGER)
+
     def kill_services(self):
         """SIGKILL for bmcsim: the server's services vanish, its files stay."""
         os.kill(descendant(self.pid, "bmcsim"), signal.SIGKILL)
@@ -72,25 +87,26 @@ class Server(Program):
 class ServedDaemon(Daemon):
     """The daemon on a booted server, with the real module."""
 
-    def __init__(self, directory, server, speed=None, timeout=60, platforms=(PLATFORM,), **settings):
+    def __init__(self, directory, server, speed=None, platforms=(PLATFORM,), **settings):
         program = [*server.entered(), *(at_speed(speed) if speed else []), BUILD / "snmp-subagentd"]
-        super().__init__(directory, module=MODULE, platforms=platforms, program=program, timeout=timeout, **settings)
+        super().__init__(directory, module=MODULE, platforms=platforms, program=program, **settings)
 
     @property
     def pid(self):
-        return wait_until(lambda: descendant(self.process.pid, "snmp-subagentd"), what="the daemon's process")
+        def found():
+            if self.process.poll() is not None:
+                raise ProcessLookupError(f"the daemon left with {self.process.returncode}:\n{self.log()}")
+            return descendant(self.process.pid, "snmp-subagentd")
+        return wait_until(found, what="the daemon's process")
 
     def signal(self, number):
         os.kill(self.pid, number)
 
     def stop(self):
         # The program that entered the namespace does not pass signals on.
-        if self.process.poll() is None:
+        with contextlib.suppress(ProcessLookupError, subprocess.TimeoutExpired):
             self.signal(signal.SIGTERM)
-            try:
-                self.process.wait(20)
-            except subprocess.TimeoutExpired:
-                pass
+            self.process.wait(60)
         return super().stop()
 
     def resident_kib(self):

@@ -1,6 +1,7 @@
 """What the daemon says and leaves with when it cannot start, and how it starts in the background."""
 
 import os
+import pathlib
 import signal
 import socket
 import subprocess
@@ -137,6 +138,13 @@ def test_traces_appear_for_the_tokens_named(start):
     assert "registered debug token trap" in daemon.log()
 
 
+def has_ended(pid):
+    try:
+        return pathlib.Path(f"/proc/{pid}/stat").read_text().rpartition(") ")[2].startswith("Z")
+    except (FileNotFoundError, ProcessLookupError):
+        return True
+
+
 def test_in_the_background_it_returns_when_it_serves_and_keeps_a_process_id(directory):
     address = f"127.0.0.1:{free_port()}"
     configuration = directory / "daemon.conf"
@@ -151,8 +159,7 @@ def test_in_the_background_it_returns_when_it_serves_and_keeps_a_process_id(dire
         assert os.getsid(pid) == pid
     finally:
         os.kill(pid, signal.SIGTERM)
-    wait_until(lambda: not os.path.exists(f"/proc/{pid}") or "Z" in open(f"/proc/{pid}/stat").read().split()[2],
-               what="the end of the daemon")
+    wait_until(lambda: has_ended(pid), what="the end of the daemon")
     assert not pid_file.exists()
 
 

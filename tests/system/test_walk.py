@@ -11,7 +11,7 @@ import re
 import pytest
 
 from agents import ROOT, Master, snmp, wait_until
-from oids import BASE
+from oids import BASE, FAULT_TABLE
 from server import SCENARIO, ServedDaemon, Server
 
 GOLDEN = pathlib.Path(__file__).parent / "golden/rack-server.txt"
@@ -39,7 +39,7 @@ def server(start, directory):
 
 def all_served(address):
     """The walk, once the fault event thread has filled its table."""
-    wait_until(lambda: cells(snmp("snmpwalk", address, f"{BASE}.1.1.1", timeout=30)), 30, "faults")
+    wait_until(lambda: len(cells(snmp("snmpwalk", address, f"{FAULT_TABLE}.1.2"))) == 4, what="the faults")
     return cells(snmp("snmpwalk", address, BASE, timeout=30))
 
 
