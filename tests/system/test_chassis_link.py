@@ -27,11 +27,13 @@ PORT = 25678
 CLONE_NEWUSER, CLONE_NEWNET = 0x10000000, 0x40000000
 SIOCSIFFLAGS, IFF_UP = 0x8914, 1
 SPEED = 20
-STOP_LIMIT = 8 / SPEED + 3  # seconds: 8 of the daemon's clock, and some of ours for a busy machine
+# The daemon waits 5 s of its clock for the link's end, and then leaves without it: some of ours for a busy machine.
+STOP_SPEED = 2
 
 BLOCK = b"the block\0\xff\n"
 LARGE_BLOCK = bytes((i * 31 >> 3) & 0xff for i in range(200_000))
 MODEL = f"{OBJECTS}.9.35.1.2.1"  # a cell that stands from the start
+SEND_ENDED = "Send (successful|failed)"
 
 
 @pytest.fixture(scope="module", autouse=True)
@@ -55,10 +57,10 @@ def private_network():
 class LinkedDaemon(ServedDaemon):
     """The daemon with a chassis block."""
 
-    def __init__(self, directory, server, block=BLOCK):
+    def __init__(self, directory, server, block=BLOCK, speed=SPEED):
         self.block_file = pathlib.Path(directory) / "block"
         self.write_block(block)
-        super().__init__(directory, server, SPEED, options=["--chassis-block", self.block_file])
+        super().__init__(directory, server, speed, options=["--chassis-block", self.block_file])
 
     def write_block(self, content):
         """Puts the file in the place of whatever is there."""
@@ -72,10 +74,10 @@ class LinkedDaemon(ServedDaemon):
         return len(re.findall(pattern, self.log()))
 
     def hang_up(self):
-        """SIGHUP; returns when the daemon has taken it, which must be at once."""
+        """SIGHUP; returns when the daemon has taken it."""
         taken = self.states.count("READY=1")
         self.signal(signal.SIGHUP)
-        self.wait_for_state("READY=1", timeout=2, count=taken + 1)
+        self.wait_for_state("READY=1", count=taken + 1)
 
     def replace_block(self, content):
         replaced = self.lines("octets from .* now")
@@ -84,9 +86,7 @@ class LinkedDaemon(ServedDaemon):
         self.wait_for_log("octets from .* now", count=replaced + 1)
 
     def assert_it_answers(self):
-        begin = time.monotonic()
         assert snmpget(self.address, MODEL) == [f'.{MODEL} = STRING: "sys/rack-unit-1"']
-        assert time.monotonic() - begin < 1
 
 
 def connected(receive_buffer):
@@ -94,7 +94,7 @@ def connected(receive_buffer):
     peer = socket.socket()
     if receive_buffer:
         peer.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, receive_buffer)
-    peer.settimeout(10)
+    peer.settimeout(60)
     try:
         peer.connect(("127.0.0.1", PORT))
         return peer
@@ -130,15 +130,16 @@ def reset(peer):
 
 
 def send_stands_still(daemon, peer):
-    """Waits until the link can send no more to a peer that does not read; what it sends is then not whole."""
-    sent = daemon.lines("Send (successful|failed)")
+    """Waits until the link can send no more to a peer that does not read. How many sends had ended before."""
+    ended = daemon.lines(SEND_ENDED)
     arrived = [-1]
 
     def stands_still():
         arrived.append(struct.unpack("i", fcntl.ioctl(peer, termios.FIONREAD, bytes(4)))[0])
         return 0 < arrived[-1] == arrived[-2]
     wait_until(stands_still, what="a send that stands still")
-    assert daemon.lines("Send (successful|failed)") == sent
+    assert daemon.lines(SEND_ENDED) == ended
+    return ended
 
 
 def resources(daemon):
@@ -181,7 +182,7 @@ class TestWhileItServes:
     def test_a_client_that_does_not_read_holds_up_neither_the_agent_nor_sighup(self, daemon):
         daemon.replace_block(LARGE_BLOCK)
         with client(receive_buffer=4096) as peer:
-            send_stands_still(daemon, peer)
+            ended = send_stands_still(daemon, peer)
             daemon.assert_it_answers()
             replaced = daemon.lines("octets from .* now")
             for content in (b"overtaken", b"the newest"):
@@ -189,6 +190,8 @@ class TestWhileItServes:
                 daemon.hang_up()
                 daemon.assert_it_answers()
             assert daemon.lines("octets from .* now") == replaced
+            # It stands until we read: had the daemon waited for its end, it would wait still.
+            assert daemon.lines(SEND_ENDED) == ended
 
             assert receive(peer, len(LARGE_BLOCK)) == LARGE_BLOCK
             daemon.wait_for_log("block is 10 octets from .* now")
@@ -204,7 +207,7 @@ class TestWhileItServes:
                 with pytest.raises(TimeoutError):
                     second.recv(1)
                 first.close()
-                second.settimeout(10)
+                second.settimeout(60)
                 assert receive(second, len(BLOCK)) == BLOCK
 
     def test_a_reset_in_the_middle_of_a_send_ends_that_send_alone(self, daemon):
@@ -264,20 +267,16 @@ class TestWhileItServes:
             assert receive_all(peer) == b""
 
 
-def stop_in_time(daemon, link):
-    begin = time.monotonic()
+def assert_the_link_ends_with(daemon):
+    """Other threads of the module may not end at all."""
     daemon.signal(signal.SIGTERM)
-    if link:
-        daemon.wait_for_log("CMCThread exited", timeout=2)  # other threads of the module may not end at all
     assert daemon.wait() == 0
-    seconds = time.monotonic() - begin
-    print(f"left after {seconds:.1f} s")
-    assert seconds < STOP_LIMIT
+    assert daemon.lines("Stopping CMCThread") == daemon.lines("CMCThread exited") == 1
 
 
 @pytest.mark.parametrize("state", ["no client", "an idle client", "a client that does not read"])
 def test_the_link_ends_with_the_daemon(start, state):
-    daemon = start(LinkedDaemon, start(Server), LARGE_BLOCK)
+    daemon = start(LinkedDaemon, start(Server), LARGE_BLOCK, speed=STOP_SPEED)
     with contextlib.ExitStack() as clients:
         if state == "an idle client":
             receive(clients.enter_context(client()), len(LARGE_BLOCK))
@@ -285,14 +284,14 @@ def test_the_link_ends_with_the_daemon(start, state):
             send_stands_still(daemon, clients.enter_context(client(receive_buffer=4096)))
             daemon.write_block(BLOCK)
             daemon.hang_up()
-        stop_in_time(daemon, link=True)
-    assert daemon.lines("Stopping CMCThread") == daemon.lines("CMCThread exited") == 1
+        assert_the_link_ends_with(daemon)
 
 
 def test_without_the_option_there_is_no_link(start):
     daemon = start(ServedDaemon, start(Server), SPEED)
     assert connected(receive_buffer=None) is None
-    stop_in_time(daemon, link=False)
+    daemon.signal(signal.SIGTERM)
+    assert daemon.wait() == 0
     assert "CMC" not in daemon.log()
 
 
@@ -301,8 +300,8 @@ def test_with_the_port_in_use_the_daemon_serves_without_the_link(start):
         taken.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)  # connections of earlier tests still fade away
         taken.bind(("127.0.0.1", PORT))
         taken.listen()
-        daemon = start(LinkedDaemon, start(Server))
+        daemon = start(LinkedDaemon, start(Server), speed=STOP_SPEED)
         daemon.wait_for_log("bind failed")
         daemon.assert_it_answers()
         daemon.replace_block(b"for nobody")
-        stop_in_time(daemon, link=True)
+        assert_the_link_ends_with(daemon)
