@@ -6,7 +6,8 @@ import pytest
 
 from agents import TrapCollector, snmpget, wait_until
 from oids import DISK_PRESENCE, FAN_OPERABILITY, FAULT_TABLE, MEMORY_STATUS, OBJECTS, RAISED
-from rebuilds import BOARD_STATISTICS, STORAGE, WatchedDaemon, WatchedServer, events, names, periodic_refresh
+from rebuilds import (BOARD_STATISTICS, STORAGE, WatchedDaemon, WatchedServer, events, names, periodic_refresh,
+                      timed_lines)
 
 FAULT_INDEX = f"{FAULT_TABLE}.1.1"
 SUPPLY_OPERABILITY = f"{OBJECTS}.15.56.1.7"
@@ -22,12 +23,22 @@ class Watch:
     """A watched server and daemon, and who gets their notifications. `faults` are there when the daemon starts."""
 
     def __init__(self, start, faults=()):
+        self._start = start
         self.server = start(WatchedServer)
         for fault in faults:
             self.server.ctl("fault", "raise", *fault.split())
         self.collector = start(TrapCollector)
-        self.daemon = start(WatchedDaemon, self.server, SPEED,
-                            configuration=f"trap2sink {self.collector.destination} public\n")
+        self.start_daemon()
+
+    def start_daemon(self):
+        self.daemon = self._start(WatchedDaemon, self.server, SPEED,
+                                  configuration=f"trap2sink {self.collector.destination} public\n")
+        self.server.wait_for_listeners()
+
+    def first_pass_finds(self, faults):
+        """Whether so many faults were in the table a minute after the refresh thread's start."""
+        loaded = next(time for time, text in timed_lines(self.daemon.log()) if text.endswith(f"entries:{faults}"))
+        return loaded - events(self.daemon)[0].time < 59
 
     def has_received(self, fault):
         return any(RAISED in line and f"{FAULT_INDEX}.{fault} " in line for line in self.collector.received())
@@ -40,7 +51,7 @@ class Watch:
         def refreshed_since():
             found = names(events(self.daemon))
             return mark in found and "leds" in found[found.index(mark):]
-        wait_until(refreshed_since, 60, f"{mark}, and a periodic refresh behind it")
+        wait_until(refreshed_since, what=f"{mark}, and a periodic refresh behind it")
         found = events(self.daemon)[1:]
         refreshes = [at for at, event in enumerate(found) if event.what == "leds"]
         marked = names(found).index(mark)
@@ -55,7 +66,7 @@ class Watch:
 
     def get(self, *oids):
         return [re.sub(r'.* = (?:\w+: )?"?([^"]*)"?$', r"\1", line)
-                for line in snmpget(self.daemon.address, *oids, timeout=30)]
+                for line in snmpget(self.daemon.address, *oids)]
 
 
 @pytest.fixture
@@ -122,5 +133,9 @@ def test_a_pulled_disk_is_shown_after_a_minute(watch):
     ids=["fan-and-supply", "memory-and-processor", "all"],
 )
 def test_several_kinds_in_one_pass_share_a_rebuild(start, faults, rebuilt):
-    # There from the start, so that the first pass finds them all.
-    Watch(start, faults).assert_rebuilt(rebuilt)
+    # There from the start, so that the first pass finds them all; it comes little more than a second of ours later.
+    watch = Watch(start, faults)
+    while not watch.first_pass_finds(len(faults)):
+        watch.daemon.stop()
+        watch.start_daemon()
+    watch.assert_rebuilt(rebuilt)

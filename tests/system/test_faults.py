@@ -45,7 +45,7 @@ def test_a_storm_loses_and_doubles_nothing_while_managers_walk(start, directory,
     # A short queue, which the storm fills: the engine is slowed down, and what waits does not hide what leaks.
     daemon = start(ServedDaemon, server, configuration=f"trap2sink {collector.destination} public\n",
                    options=["--notification-limit", "1000"])
-    daemon.wait_for_log("Total Fault entries:4")
+    server.wait_for_listeners()
     managers = Managers(daemon, directory, FAULT_TABLE, last=f"{FAULT_ENTRY}.22")
     try:
         storm(server, records)
@@ -74,7 +74,7 @@ def test_a_storm_loses_and_doubles_nothing_while_managers_walk(start, directory,
 def test_records_out_of_every_range_are_served_and_notified(start, directory, collector):
     server = start(Server)
     daemon = start(ServedDaemon, server, configuration=f"trap2sink {collector.destination} public\n")
-    daemon.wait_for_log("Total Fault entries:4")
+    server.wait_for_listeners()
     hostile = {
         101: ["class=256"],
         102: ["class=4294967295"],
@@ -103,14 +103,14 @@ def test_records_out_of_every_range_are_served_and_notified(start, directory, co
 def test_octets_at_random_do_no_harm(start, directory, collector):
     server = start(Server)
     daemon = start(ServedDaemon, server, configuration=f"trap2sink {collector.destination} public\n")
-    daemon.wait_for_log("Total Fault entries:4")
+    server.wait_for_listeners()
     generator = random.Random(207)
     file = directory / "record"
     count = 40
     for _ in range(count):
         file.write_bytes(generator.randbytes(960))
         server.ctl("fault", "send-file", str(file))
-    wait_until(lambda: len(collector.datagrams) == count, what="every notification")
+    wait_until(lambda: len(collector.datagrams) >= count, what="every notification")
     rows = 4 + count
     walk = snmp("snmpbulkwalk", daemon.address, FAULT_TABLE, timeout=30)
     assert sum(line.startswith(f".{FAULT_ENTRY}.") for line in walk) == 21 * rows  # long octets take several lines
