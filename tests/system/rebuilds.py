@@ -51,7 +51,7 @@ class Event(NamedTuple):
 
 
 def timed_lines(log):
-    """(seconds of the daemon's clock, text) of every line, without the token of a trace.
+    """(seconds of the daemon's clock, text) of every line, without the token of a trace. The daemon's zone is UTC.
 
     A trace is written in two steps, token and text. Another thread, or a tool, may write between them, and what comes
     last then stands on a line of its own, without token and perhaps without a time stamp: it has that of the line before.
@@ -60,7 +60,7 @@ def timed_lines(log):
     for line in log.splitlines():
         stamp, text = re.match(r"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d )?(?:snmp-subagentd: )*(.*)$", line).groups()
         if stamp:
-            time = datetime.datetime.fromisoformat(stamp.strip()).timestamp()
+            time = datetime.datetime.fromisoformat(f"{stamp.strip()}+00:00").timestamp()
         if time:
             yield time, text
 
@@ -115,4 +115,4 @@ class WatchedDaemon(ServedDaemon):
     def __init__(self, directory, server, speed, configuration="", **settings):
         super().__init__(directory, server, speed=speed, options=["-D", "snmp-subagentd"],
                          configuration=f"[snmp] logTimestamp yes\n{configuration}",
-                         platforms=[TEST_MODULES / "rebuild_witness.so"], **settings)
+                         platforms=[TEST_MODULES / "rebuild_witness.so"], TZ="UTC", **settings)
