@@ -112,7 +112,7 @@ class Terminal:
             assert self.read(0.2), f"run.sh left: {self.output}"
             assert time.monotonic() < deadline, f"no {text!r} in {self.output!r}"
 
-    def wait(self, timeout=30):
+    def wait(self, timeout=60):
         """The exit status."""
         deadline = time.monotonic() + timeout
         while self.read(0.2):
@@ -134,9 +134,11 @@ def serving(port):
     for line in process.stdout:
         if "Ctrl-C stops it" in line:
             break
+    else:
+        pytest.fail(f"run.sh left with {process.wait(60)}")
     yield process
     process.terminate()
-    process.wait(30)
+    process.wait(60)
     process.stdout.close()
 
 
@@ -205,12 +207,12 @@ def test_exec_enters_the_server_that_is_up(serving, port):
 
 
 def test_exec_leaves_no_command_behind_when_it_is_killed(serving, port):
-    command = subprocess.Popen([ROOT / "run.sh", "--port", port, "--exec", "exec sleep 86399"],
-                               stdin=subprocess.DEVNULL)
-    wait_until(lambda: "sleep 86399 " in processes_with("sleep 86399"), what="the command runs")
+    sleep = f"sleep 86399.{os.getpid()}"  # nobody else's
+    command = subprocess.Popen([ROOT / "run.sh", "--port", port, "--exec", f"exec {sleep}"], stdin=subprocess.DEVNULL)
+    wait_until(lambda: f"{sleep} " in processes_with(sleep), what="the command runs")
     command.terminate()
-    command.wait(10)
-    wait_until(lambda: "sleep 86399 " not in processes_with("sleep 86399"), what="the command is gone")
+    command.wait(60)
+    wait_until(lambda: f"{sleep} " not in processes_with(sleep), what="the command is gone")
 
 
 def test_once_shows_the_server_that_is_up(serving, port):
@@ -288,10 +290,9 @@ def test_speed_turns_the_daemons_clock(port):
     uptime = (f"snmpget -v3 -r 1 -l noAuthNoPriv -u nobody -Dlcd 127.0.0.1:{port} .1.3 2>&1 |"
               " sed -n 's/.*boots=1, time=//p' | tail -n 1")
     result = run("--port", port, "--speed", "50", "--exec",
-                 f"start=$EPOCHREALTIME; until (( $({uptime}) > 100 )); do sleep 0.1; done; echo $start $EPOCHREALTIME",
-                 timeout=60)
+                 f"start=$EPOCHREALTIME; until (( $({uptime}) > 100 )); do sleep 0.1; done; echo $start $EPOCHREALTIME")
     start, end = map(float, result.stdout.split())
-    assert end - start < 20  # those 100 s take 2
+    assert end - start < 60  # those 100 s take 2, and some more on a busy machine
 
 
 def test_interrupt_stops_everything(port):
@@ -318,13 +319,13 @@ def test_interrupt_reaches_a_command_and_not_the_server(port):
 @pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGINT, signal.SIGHUP])
 def test_signal_stops_everything(serving, port, number):
     serving.send_signal(number)
-    assert serving.wait(30) == 0
+    assert serving.wait(60) == 0
     assert_nothing_left(port)
 
 
 def test_killed_launcher_takes_its_server_along(serving, port):
     serving.kill()
-    serving.wait(10)
+    serving.wait(60)
     left_behind = BUILD / f"server-{port}"
     with open(left_behind, encoding="ascii") as state:
         def lock_is_free():
@@ -334,7 +335,8 @@ def test_killed_launcher_takes_its_server_along(serving, port):
             except BlockingIOError:
                 return False
         wait_until(lock_is_free, what="the server's last process is gone")
-    assert processes_with(f"127.0.0.1:{port}") == []
+    # The kernel takes the last files of a server's first process, and only then the processes below it.
+    wait_until(lambda: not processes_with(f"127.0.0.1:{port}"), what="the end of all its processes")
     assert run(*QUICK, "--port", port, "--exec", "true").returncode == 0
     assert not left_behind.exists()
 
@@ -342,7 +344,7 @@ def test_killed_launcher_takes_its_server_along(serving, port):
 def test_daemon_that_dies_is_reported(serving, port):
     run("--port", port, "--exec", "kill -KILL $(pidof snmp-subagentd)")
     output = serving.stdout.read()
-    assert serving.wait(30) == 1
+    assert serving.wait(60) == 1
     assert "snmp-subagentd ended with status 137" in output
 
 
