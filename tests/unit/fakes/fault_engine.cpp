@@ -29,6 +29,7 @@ std::vector<FaultRecord> active;
 std::optional<int> announced_count;
 int table_end = std::numeric_limits<int>::max();
 std::deque<int> connect_errors;
+std::optional<int> before_the_first;
 std::vector<int> connections;
 std::deque<Heard> to_hear;
 int waiting = 0;
@@ -123,6 +124,11 @@ void refuse_connects(std::vector<int> errors) {
   connect_errors.assign(errors.begin(), errors.end());
 }
 
+int connection_before_the_first() {
+  const std::scoped_lock lock(mutex);
+  return before_the_first.value();
+}
+
 bool connection_is_open(int number) {
   const std::scoped_lock lock(mutex);
   return fcntl(connections.at(static_cast<std::size_t>(number - 1)), F_GETFD) != -1;
@@ -151,6 +157,7 @@ void reset_fault_engine() {
   announced_count.reset();
   table_end = std::numeric_limits<int>::max();
   connect_errors.clear();
+  before_the_first.reset();
   connections.clear();
   to_hear.clear();
   careless = 0;
@@ -182,6 +189,7 @@ int get_fe_table(void *records, int start, int count) {
 int connect_to_fe_broadcaster(int *connection) {
   const std::scoped_lock lock(mutex);
   calls.emplace_back("connect_to_fe_broadcaster");
+  before_the_first = before_the_first.value_or(*connection);
   if (!connect_errors.empty()) {
     const int error = connect_errors.front();
     connect_errors.pop_front();

@@ -45,6 +45,8 @@ void end_fault_table_at(int start);
 
 // The next connects give these results instead of 0, one each.
 void refuse_connects(std::vector<int> errors);
+// What the connection held when the first connect was tried.
+int connection_before_the_first();
 // Whether the descriptor that the `number`th successful connect gave, from 1, is still open.
 bool connection_is_open(int number);
 

@@ -49,8 +49,7 @@ void FaultTableTest::start_up() {
 
 void FaultTableTest::start_up_with_serial_number(const std::string &serial_number) {
   files_.write("/var/snmpSerialNoEnabled", "");
-  shell_.prints("ipmitool -I bmc fru 2> /dev/null | grep \"Product Serial\" | awk -F\": \" ' NR<2 { print $2 } '",
-                serial_number + "\n");
+  shell_.prints(serial_number_query, serial_number + "\n");
   start_up();
 }
 

@@ -22,6 +22,10 @@
 // The table's OID, without the entry.
 inline constexpr std::array<oid, 12> fault_table = {1, 3, 6, 1, 4, 1, 61453, 4, 207, 1, 1, 1};
 
+// What the controller runs for its serial number.
+inline constexpr const char *serial_number_query =
+    "ipmitool -I bmc fru 2> /dev/null | grep \"Product Serial\" | awk -F\": \" ' NR<2 { print $2 } '";
+
 class FaultTableTest : public fakes::ModuleTest {
  protected:
   FaultTableTest();

@@ -6,8 +6,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <string>
 #include <string_view>
 #include <thread>
+#include <vector>
 
 #include "core/access_lock.h"
 #include "tables/fault_database.h"
@@ -97,6 +99,33 @@ TEST_F(FaultTableTest, AClearOfAnUnknownFaultIsNotifiedAndLeavesNoRow) {
   EXPECT_THAT(fakes::notifications(), SizeIs(1));
   EXPECT_TRUE(takes_refresh_mark(3));
   EXPECT_EQ(fault_database[3], nullptr);
+}
+
+class ClearOrderTest : public FaultTableTest {
+ protected:
+  // Applies the record; what is logged, and "signalled" where the refresh thread is.
+  static std::vector<std::string> steps_of(const fakes::FaultRecord &record) {
+    std::vector<std::string> steps;
+    fakes::on_log([&](const LogLine &line) { steps.push_back(line.text); });
+    fakes::answer_next_signal([&] {
+      steps.emplace_back("signalled");
+      return 0;
+    });
+    apply(record);
+    fakes::reset_net_snmp();
+    return steps;
+  }
+};
+
+TEST_F(ClearOrderTest, TheRefreshThreadIsSignalledThenTheNodeGoesThenTheRow) {
+  apply(fault(3, 7, 5));
+  EXPECT_THAT(steps_of(fault(3, 7, 0)), ElementsAre("signalled", "Deleting FaultIndex 7: ", "Deleted\n",
+                                                    "Removed an entry, Total Fault entries:0\n"));
+}
+
+TEST_F(ClearOrderTest, AnUnknownFaultsRowGoesLastToo) {
+  EXPECT_THAT(steps_of(fault(3, 7, 0)),
+              ElementsAre("signalled", "Deleting FaultIndex 7: ", "Deleted\n", "Clearing a Table_entry\n"));
 }
 
 TEST_F(FaultTableTest, NothingIsNotifiedWhileTheFlagIsOff) {
@@ -241,6 +270,17 @@ TEST_F(FaultTableTest, RemoveTakesARowFromAnywhereInTheList) {
               ElementsAre("Removed an entry, Total Fault entries:2\n", "Removed an entry, Total Fault entries:1\n"));
 }
 
+TEST_F(FaultTableTest, RemoveTracesItsEntry) {
+  apply(fault(3, 1, 5));
+  tavo::free_entity_nodes();
+  fakes::set_debugging(true);
+  tavoFaultTable_removeEntry(tavoFaultTable_head);
+  const fakes::Trace entry = fakes::traces().at(0);
+  EXPECT_EQ(entry.function, "tavoFaultTable_removeEntry");
+  EXPECT_EQ(entry.source, "tavoFaultTable");
+  EXPECT_EQ(entry.text, "tavoFaultTable_removeEntry\n");
+}
+
 TEST_F(FaultTableTest, RemoveLeavesANullOrAStrangersRowAlone) {
   apply(fault(3, 1, 5));
   fakes::reset_net_snmp();
@@ -290,6 +330,16 @@ TEST_F(FaultDatabaseTest, TellsRaiseUpdateAndClearApart) {
   ASSERT_NE(again, nullptr);
   delete_entity_node(fault(3, 7, 0).data(), again);
   std::free(again);
+}
+
+TEST_F(FaultDatabaseTest, WithoutMemoryThereIsNoRow) {
+  for (const int successes : {0, 1}) {
+    tavo::FaultRow stranger = {};
+    tavo::FaultRow *row = &stranger;
+    fakes::fail_allocations(successes, 1);
+    EXPECT_EQ(lookup_and_modify_fault_table(fault(3, 7, 5).data(), &row), 0);
+    EXPECT_EQ(row, nullptr);
+  }
 }
 
 TEST_F(FaultDatabaseTest, NewNodesStandAtTheHeadOfTheirBucket) {

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstring>
+#include <optional>
 #include <string>
 
 #include "tables/fan_state.h"
@@ -209,6 +210,24 @@ TEST_F(FaultTableTest, ASerialNumberThatCannotBeReadIsNone) {
   files_.write("/var/snmpSerialNoEnabled", "");
   start_up();
   EXPECT_THAT(shell_.popen_commands(), SizeIs(1));
+  tavo::FaultRow row = {};
+  convert_fe_to_fault_table_entry(fault(3, 7, 5).data(), &row);
+  EXPECT_STREQ(row.affected_object, "sys/rack-unit-1/board/cpu-1");
+}
+
+TEST_F(FaultTableTest, ASecondStartUpWithoutTheMarkerForgetsTheSerialNumber) {
+  start_up_with_serial_number("TVS1234567");
+  files_.remove("/var/snmpSerialNoEnabled");
+  init_tavoFaultTable();
+  tavo::FaultRow row = {};
+  convert_fe_to_fault_table_entry(fault(3, 7, 5).data(), &row);
+  EXPECT_STREQ(row.affected_object, "sys/rack-unit-1/board/cpu-1");
+}
+
+TEST_F(FaultTableTest, ASecondStartUpWhoseQueryFailsForgetsTheSerialNumber) {
+  start_up_with_serial_number("TVS1234567");
+  shell_.answers(serial_number_query, [](int) { return std::nullopt; });
+  init_tavoFaultTable();
   tavo::FaultRow row = {};
   convert_fe_to_fault_table_entry(fault(3, 7, 5).data(), &row);
   EXPECT_STREQ(row.affected_object, "sys/rack-unit-1/board/cpu-1");

@@ -20,7 +20,9 @@ using fakes::Notification;
 using fakes::object_identifier;
 using fakes::Oid;
 using fakes::text;
+using testing::Each;
 using testing::ElementsAre;
+using testing::Field;
 using testing::IsEmpty;
 using testing::SizeIs;
 using namespace std::string_literals;
@@ -123,8 +125,13 @@ TEST_F(FaultNotificationTest, ANullRowIsRefusedAndTraced) {
   fakes::set_debugging(true);
   EXPECT_EQ(send_fault_trap(7, nullptr), -103);
   EXPECT_EQ(create_dummy_trap_entry(nullptr), -103);
-  EXPECT_THAT(fakes::trace_texts(),
-              ElementsAre("send_fault_trap: Invalid args\n", "create_dummy_trap_entry: Invalid args\n"));
+  const auto traces = fakes::traces();
+  ASSERT_THAT(traces, SizeIs(2));
+  EXPECT_EQ(traces[0].function, "send_fault_trap");
+  EXPECT_EQ(traces[0].text, "send_fault_trap: Invalid args\n");
+  EXPECT_EQ(traces[1].function, "create_dummy_trap_entry");
+  EXPECT_EQ(traces[1].text, "create_dummy_trap_entry: Invalid args\n");
+  EXPECT_THAT(traces, Each(Field(&fakes::Trace::source, "tavoFaultTable")));
   EXPECT_THAT(fakes::notifications(), IsEmpty());
   fakes::reset_net_snmp();
   EXPECT_EQ(send_fault_trap(7, nullptr), -103);

@@ -4,6 +4,8 @@
 
 #include <cerrno>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "tables/fault_database.h"
 #include "tables/tavoFaultTable.h"
@@ -11,6 +13,7 @@
 #include "tests/unit/fakes/allocation.h"
 #include "tests/unit/fakes/clock.h"
 #include "tests/unit/fakes/fault_table_test.h"
+#include "tests/unit/fakes/mutexes.h"
 #include "tests/unit/fakes/threads.h"
 
 namespace {
@@ -117,6 +120,7 @@ TEST_F(EventThreadTest, LoadsFirstAndThenConnectsAndListens) {
   start_warm();
   EXPECT_THAT(fakes::fault_engine_calls(), ElementsAre("get_fe_table_count", "get_fe_table 0 1",
                                                        "connect_to_fe_broadcaster", "listen_to_fe_broadcaster"));
+  EXPECT_EQ(fakes::connection_before_the_first(), -1);
 }
 
 TEST_F(EventThreadTest, AppliesEachChangeInItsOrder) {
@@ -260,6 +264,18 @@ TEST_F(EventThreadTest, AFailedJoinIsLoggedAndTheRestIsFreed) {
                                               "EventThread exited\n"));
   EXPECT_EQ(fault_database, nullptr);
   EXPECT_EQ(tavoFaultTable_head, nullptr);
+}
+
+TEST_F(EventThreadTest, AJoinDestroysTheThreadsAttributesBeforeItFreesTheDatabase) {
+  fakes::start_no_threads();
+  create_FE_thread();
+  const fakes::Destructions destructions;
+  std::vector<std::pair<std::string, std::size_t>> destroyed_at;
+  fakes::on_log([&](const LogLine &line) { destroyed_at.emplace_back(line.text, destructions.so_far().size()); });
+  join_FE_thread();
+  fakes::reset_net_snmp();
+  EXPECT_THAT(destroyed_at,
+              ElementsAre(std::pair("Removed 0 fault entries\n", 1U), std::pair("EventThread exited\n", 1U)));
 }
 
 TEST_F(EventThreadTest, TheHooksDoNothing) {
