@@ -96,6 +96,26 @@ def test_a_pulled_disk_becomes_a_placeholder_and_comes_back(daemon, server):
     wait_until(lambda: slot_2() == before, what="the disk in slot 2")
 
 
+def test_a_volume_a_battery_and_a_controller_that_change_are_seen(daemon, server):
+    def cells():
+        """The operability of the on-board volume and of the battery, and the third controller's name."""
+        return [answer.split(" = ")[1] for answer in
+                snmpget(daemon.address, f"{VOLUMES}.9.1", f"{BATTERIES}.9.1", f"{CONTROLLERS}.2.3")]
+
+    server.wait_for_listeners()
+    before = cells()
+    assert before == ["INTEGER: 1", "INTEGER: 3", "No Such Instance currently exists at this OID"]
+    server.ctl("volume", "degrade", "0", "0")
+    server.ctl("battery", "fail", "4")
+    server.ctl("controller", "add", "7", "location=SLOT-7")
+    changed = ["INTEGER: 3", "INTEGER: 1", 'STRING: "sys/rack-unit-1/board/storage-SAS-SLOT-7"']
+    wait_until(lambda: cells() == changed, what="what has changed")
+    server.ctl("volume", "rebuild", "0", "0")
+    server.ctl("battery", "repair", "4")
+    server.ctl("controller", "remove", "7")
+    wait_until(lambda: cells() == before, what="what there was before")
+
+
 def test_a_burst_of_events_is_one_rebuild(start, server):
     # Slow enough that the burst is over when the refresh thread looks for events, a minute after its start: of one that
     # is not, the rest is rightly a second rebuild.
