@@ -14,6 +14,9 @@ void NotificationQueue::push(Notification notification) {
   {
     std::unique_lock lock(mutex_);
     wait_for_room(lock);
+    if (waiting_.empty()) {
+      standstill_began_ = std::chrono::steady_clock::now();
+    }
     waiting_.push_back(std::move(notification));
     if (waiting_.size() > limit_) {
       waiting_.pop_front();
@@ -28,7 +31,7 @@ void NotificationQueue::wait_for_room(std::unique_lock<std::mutex> &lock) {
     return;  // nobody else would make room
   }
   while (waiting_.size() >= limit_ && link_is_up_) {
-    const auto given_up = last_taken_ + patience_;
+    const auto given_up = standstill_began_ + patience_;
     if (std::chrono::steady_clock::now() >= given_up) {
       return;
     }
@@ -79,7 +82,7 @@ void NotificationQueue::link_up() {
   {
     const std::lock_guard lock(mutex_);
     link_is_up_ = true;
-    last_taken_ = std::chrono::steady_clock::now();
+    standstill_began_ = std::chrono::steady_clock::now();
   }
   wake_.signal();
 }
@@ -115,7 +118,7 @@ std::optional<Notification> NotificationQueue::take_front() {
   }
   std::optional<Notification> front(std::move(waiting_.front()));
   waiting_.pop_front();
-  last_taken_ = std::chrono::steady_clock::now();
+  standstill_began_ = std::chrono::steady_clock::now();
   room_.notify_one();
   return front;
 }

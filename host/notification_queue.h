@@ -92,7 +92,8 @@ class NotificationQueue {
   // Guarded by mutex_.
   std::deque<Notification> waiting_;
   std::size_t dropped_ = 0;
-  std::chrono::steady_clock::time_point last_taken_ = std::chrono::steady_clock::now();
+  // Since when nothing has been taken although something waits; of no meaning while nothing does.
+  std::chrono::steady_clock::time_point standstill_began_ = std::chrono::steady_clock::now();
 
   std::atomic<bool> link_is_up_ = false;  // written by the loop's thread
 

@@ -183,6 +183,20 @@ TEST_F(FullQueueTest, AQueueThatStandsStillIsNotWaitedForLong) {
   EXPECT_EQ(impatient_.dropped(), 5U);
 }
 
+TEST_F(FullQueueTest, ASilenceBeforeABurstIsNoStandstill) {
+  constexpr auto patience = std::chrono::milliseconds(100);
+  NotificationQueue rested{10, [this](const Notification &notification) { return link(notification); }, patience};
+  rested.link_up();
+  std::this_thread::sleep_for(patience * 2);
+  const auto begin = std::chrono::steady_clock::now();
+  std::thread([&] {
+    for (const int number : range(1, 11)) {
+      rested.push(numbered(number));
+    }
+  }).join();
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, patience) << "the eleventh has to wait for room";
+}
+
 TEST_F(NotificationQueueTest, AnAnswerToAnUnknownRequestChangesNothing) {
   link.outcome = Transmission::awaiting_answer;
   queue.link_up();
