@@ -23,6 +23,13 @@ bool takes_four_octet_counter64() {
   return taken;
 }
 
+// How much of a field is filled, as the row's length field says: octets of a text, sub-identifiers of an object
+// identifier. Within 0 and what the field holds, whatever the row says.
+std::size_t filled_length(const Column &column, const std::byte *row) {
+  return static_cast<std::size_t>(
+      std::clamp<std::int32_t>(load<std::int32_t>(row + column.length_offset), 0, column.field.capacity));
+}
+
 // Whether an object identifier of these sub-identifiers can be put on the wire, where the first two are one number.
 // net-snmp drops the whole PDU, answer or notification, for one that cannot.
 bool can_be_encoded(std::span<const oid> identifier) {
@@ -41,14 +48,13 @@ const bool four_octet_counter64 = takes_four_octet_counter64();
 ColumnValue::ColumnValue(const Column &column, const void *row)
     : type_(ASN_NULL), data_(static_cast<const std::byte *>(row) + column.field.offset), size_(0), counter_{} {
   const auto *record = static_cast<const std::byte *>(row);
-  const auto *field = record + column.field.offset;
+  const auto *field = static_cast<const std::byte *>(data_);
   switch (column.codec) {
     case Codec::text:
       take_text(strnlen(reinterpret_cast<const char *>(field), column.field.capacity));
       break;
     case Codec::counted_text:
-      take_text(static_cast<std::size_t>(
-          std::clamp<std::int32_t>(load<std::int32_t>(record + column.length_offset), 0, column.field.capacity)));
+      take_text(filled_length(column, record));
       break;
     case Codec::octet:
       take_text(1);
@@ -103,8 +109,7 @@ void ColumnValue::take_counter64(std::uint64_t value) {
 
 // net-snmp's sub-identifiers are as wide as the machine's long.
 void ColumnValue::take_object_identifier(const Column &column, const std::byte *row) {
-  const auto count = static_cast<std::size_t>(
-      std::clamp<std::int32_t>(load<std::int32_t>(row + column.length_offset), 0, column.field.capacity));
+  const std::size_t count = filled_length(column, row);
   for (std::size_t i = 0; i < count; ++i) {
     identifier_[i] = load<std::uint32_t>(row + column.field.offset + i * sizeof(std::uint32_t));
   }

@@ -88,6 +88,9 @@ class Table {
 
   static Netsnmp_Node_Handler enter_request_scope;
 
+  // Takes the list lock for a walk. False when the walk cannot go on without it: only an ev lock is asked how it went.
+  bool lock_for_walk() const TAVO_LOCKING(no_thread_safety_analysis) { return lock_.acquire() == 0 || !lock_.is_ev(); }
+
   void answer_one(netsnmp_agent_request_info *agent_request, netsnmp_request_info *request) const;
 
   const TableDescription &description_;

@@ -70,7 +70,7 @@ class Table::RequestScope {
   netsnmp_variable_list *first_row(void **loop_context, void **row, netsnmp_variable_list *index)
       TAVO_LOCKING(no_thread_safety_analysis) {
     if (!holds_lock_) {
-      if (table_.lock_.acquire() != 0 && table_.lock_.is_ev()) {
+      if (!table_.lock_for_walk()) {
         return nullptr;
       }
       holds_lock_ = true;
@@ -124,7 +124,7 @@ netsnmp_variable_list *Table::first_row(void **loop_context, void **row, netsnmp
   if (scope_ != nullptr) {
     return scope_->first_row(loop_context, row, index);
   }
-  if (lock_.acquire() != 0 && lock_.is_ev()) {
+  if (!lock_for_walk()) {
     return nullptr;
   }
   walking_ = true;
@@ -137,7 +137,7 @@ netsnmp_variable_list *Table::next_row(void **loop_context, void **row, netsnmp_
     return scope_->next_row(loop_context, row, index);
   }
   if (!walking_) {
-    if (lock_.acquire() != 0 && lock_.is_ev()) {
+    if (!lock_for_walk()) {
       return index;  // unfilled: what a walk that lost its lock has always got
     }
     walking_ = true;
