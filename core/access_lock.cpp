@@ -35,21 +35,24 @@ class Turnstile {
 
 struct CountedMutex {
   pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
-  Turnstile turnstile = {};
   // Changed beside the mutex, not under it, so atomic; relaxed, because nothing but a trace depends on it.
   std::atomic<int> holds = 0;
 };
 
+struct ListMutex : CountedMutex {
+  Turnstile turnstile = {};
+};
+
 // A bare mutex goes to whoever is quickest, and a thread that takes it again at once, as rebuild after rebuild does, is
 // quicker than a request that has yet to wake. Only one thread at a time waits at the mutex; all others are behind it.
-int lock_in_turn(CountedMutex &lock) {
+int lock_in_turn(ListMutex &lock) {
   lock.turnstile.enter();
   const int error = pthread_mutex_lock(&lock.mutex);
   lock.turnstile.leave();
   return error;
 }
 
-int try_lock(CountedMutex &lock) {
+int try_lock(ListMutex &lock) {
   return pthread_mutex_trylock(&lock.mutex);
 }
 
@@ -60,11 +63,11 @@ int discount_holder(CountedMutex &lock) {
   return lock.holds.fetch_sub(1, std::memory_order_relaxed) - 1;
 }
 
-constinit std::array<CountedMutex, 2> subagent_locks;
+constinit std::array<ListMutex, 2> subagent_locks;
 
 struct EvLock {
   int class_number;
-  CountedMutex lock = {};
+  ListMutex lock = {};
 };
 
 // In the order in which destroy_ev_resource walks them.
@@ -115,11 +118,11 @@ std::uint8_t refresh_bit(int code) {
   return mark == refresh_marks.end() ? std::uint8_t{0} : mark->bit;
 }
 
-CountedMutex *find_subagent_lock(int which) {
+ListMutex *find_subagent_lock(int which) {
   return which == 1 || which == 2 ? &subagent_locks[static_cast<std::size_t>(which - 1)] : nullptr;
 }
 
-CountedMutex *find_ev_lock(int class_number) {
+ListMutex *find_ev_lock(int class_number) {
   auto *const found = std::ranges::find(ev_locks, class_number, &EvLock::class_number);
   return found == std::end(ev_locks) ? nullptr : &found->lock;
 }
@@ -131,8 +134,8 @@ int calling_thread() {
 
 constexpr const char *source = "access_lock";
 
-int lock_subagent(int which, int (*lock_call)(CountedMutex &), const char *function, int line) {
-  CountedMutex *lock = find_subagent_lock(which);
+int lock_subagent(int which, int (*lock_call)(ListMutex &), const char *function, int line) {
+  ListMutex *lock = find_subagent_lock(which);
   if (lock == nullptr) {
     return 0;
   }
@@ -157,7 +160,7 @@ int ListLock::release() const {
 }
 
 int ListLock::hold_count() const {
-  const CountedMutex *lock = is_ev() ? find_ev_lock(number_) : find_subagent_lock(number_);
+  const ListMutex *lock = is_ev() ? find_ev_lock(number_) : find_subagent_lock(number_);
   return lock == nullptr ? 0 : lock->holds.load(std::memory_order_relaxed);
 }
 
@@ -174,7 +177,7 @@ int try_sa_lock(int which) {
 }
 
 int release_sa_lock(int which) {
-  CountedMutex *lock = find_subagent_lock(which);
+  ListMutex *lock = find_subagent_lock(which);
   if (lock == nullptr) {
     return 0;
   }
@@ -191,7 +194,7 @@ int release_sa_lock(int which) {
 }
 
 int get_ev_lock(int class_number) {
-  CountedMutex *lock = find_ev_lock(class_number);
+  ListMutex *lock = find_ev_lock(class_number);
   if (lock == nullptr) {
     return 1;
   }
@@ -201,7 +204,7 @@ int get_ev_lock(int class_number) {
 }
 
 int get_ev_try_lock(int class_number) {
-  CountedMutex *lock = find_ev_lock(class_number);
+  ListMutex *lock = find_ev_lock(class_number);
   if (lock == nullptr) {
     return 1;
   }
@@ -211,7 +214,7 @@ int get_ev_try_lock(int class_number) {
 }
 
 int release_ev_lock(int class_number) {
-  CountedMutex *lock = find_ev_lock(class_number);
+  ListMutex *lock = find_ev_lock(class_number);
   if (lock == nullptr) {
     return 1;
   }

@@ -2,7 +2,7 @@
 // table's class number), and the inventory lock with its condition and its pending-refresh flags.
 //
 // All are mutexes of the default kind, ready when the module is loaded. Those of lists go to the threads that wait for
-// them in the order in which they came; a try call may come in between. No thread holds two of them at once: whoever
+// them in the order in which they came; a try call may come in between. No thread holds two locks at once: whoever
 // wants to signal the inventory refresh thread first releases the list it has changed.
 //
 // Each lock keeps a count of its holders, which nothing in the module decides by. The traces print those of the
