@@ -29,6 +29,8 @@ class Descriptor {
 
   explicit operator bool() const { return descriptor_ >= 0; }
   int get() const { return descriptor_; }
+  // Hands the descriptor over to the caller.
+  int release() { return std::exchange(descriptor_, -1); }
 
  private:
   int descriptor_ = -1;

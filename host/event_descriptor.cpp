@@ -1,7 +1,6 @@
 #include "host/event_descriptor.h"
 
 #include <sys/eventfd.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <system_error>
@@ -9,25 +8,21 @@
 namespace tavo {
 
 EventDescriptor::EventDescriptor() : descriptor_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-  if (descriptor_ < 0) {
+  if (!descriptor_) {
     throw std::system_error(errno, std::generic_category(), "eventfd");
   }
-}
-
-EventDescriptor::~EventDescriptor() {
-  close(descriptor_);
 }
 
 // Neither call can fail in a way that matters: a full counter is readable, an empty one is clear.
 void EventDescriptor::signal() const noexcept {
   const int saved = errno;
-  [[maybe_unused]] const int result = eventfd_write(descriptor_, 1);
+  [[maybe_unused]] const int result = eventfd_write(get(), 1);
   errno = saved;
 }
 
 void EventDescriptor::clear() const noexcept {
   eventfd_t count = 0;
-  [[maybe_unused]] const int result = eventfd_read(descriptor_, &count);
+  [[maybe_unused]] const int result = eventfd_read(get(), &count);
 }
 
 }  // namespace tavo

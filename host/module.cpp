@@ -4,13 +4,13 @@
 #include <pthread.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <unistd.h>
 
 #include <array>
 #include <csignal>
 #include <cstring>
 #include <string_view>
 
+#include "core/descriptor.h"
 #include "host/exit_status.h"
 
 #pragma GCC visibility push(default)
@@ -47,15 +47,14 @@ void *load(const std::string &path, int visibility, ExitStatus missing, const ch
 
 // The SD-card event thread sleeps until a peer connects to its socket; it looks at its run flag after each.
 void wake_velt_thread() {
-  const int peer = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0);
-  if (peer < 0) {
+  const Descriptor peer(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+  if (!peer) {
     return;
   }
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   std::strncpy(address.sun_path, velt_socket_path, sizeof address.sun_path - 1);
-  [[maybe_unused]] const int result = connect(peer, reinterpret_cast<const sockaddr *>(&address), sizeof address);
-  close(peer);
+  [[maybe_unused]] const int result = connect(peer.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address);
 }
 
 }  // namespace

@@ -27,7 +27,7 @@
 namespace {
 
 using nlohmann::json;
-using tavo::sim::Descriptor;
+using tavo::Descriptor;
 
 constexpr std::chrono::seconds patience(5);  // real time: the longest that a call waits for a simulator that hangs
 constexpr int unreachable = -1;

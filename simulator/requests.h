@@ -12,8 +12,7 @@ inline constexpr const char *follow_faults = "follow-faults";
 inline constexpr const char *follow_storage_events = "follow-storage-events";
 
 // {"result": 0, ...} for a request that succeeded, {"result": n} with a nonzero number for one that the platform
-// refuses,
-// {"error": "..."} for one that makes no sense.
+// refuses, {"error": "..."} for one that makes no sense.
 nlohmann::json answer(Machine &machine, const nlohmann::json &request);
 
 }  // namespace tavo::sim

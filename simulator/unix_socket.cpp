@@ -18,17 +18,6 @@ std::string socket_path() {
   return path != nullptr && *path != '\0' ? path : default_socket_path;
 }
 
-Descriptor &Descriptor::operator=(Descriptor &&other) noexcept {
-  std::swap(fd_, other.fd_);
-  return *this;
-}
-
-Descriptor::~Descriptor() {
-  if (fd_ >= 0) {
-    close(fd_);
-  }
-}
-
 Descriptor connect_to(const std::string &path, std::chrono::milliseconds time_limit) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;

@@ -7,32 +7,14 @@
 #include <optional>
 #include <span>
 #include <string>
-#include <utility>
+
+#include "core/descriptor.h"
 
 namespace tavo::sim {
 
 // Where the simulator listens when neither the option nor the environment variable BMCSIM_SOCKET says otherwise.
 inline constexpr const char *default_socket_path = "/var/bmcsim/socket";
 std::string socket_path();
-
-// A descriptor that closes itself.
-class Descriptor {
- public:
-  Descriptor() = default;
-  explicit Descriptor(int fd) : fd_(fd) {}
-  Descriptor(Descriptor &&other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-  Descriptor &operator=(Descriptor &&other) noexcept;
-  Descriptor(const Descriptor &) = delete;
-  Descriptor &operator=(const Descriptor &) = delete;
-  ~Descriptor();
-
-  int get() const { return fd_; }
-  explicit operator bool() const { return fd_ >= 0; }
-  int release() { return std::exchange(fd_, -1); }
-
- private:
-  int fd_ = -1;
-};
 
 inline constexpr auto no_time_limit = std::chrono::milliseconds::zero();
 
