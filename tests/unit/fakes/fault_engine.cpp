@@ -10,7 +10,6 @@
 #include <condition_variable>
 #include <cstring>
 #include <deque>
-#include <limits>
 #include <mutex>
 
 namespace fakes {
@@ -27,7 +26,6 @@ std::condition_variable changed;
 std::vector<std::string> calls;
 std::vector<FaultRecord> active;
 std::optional<int> announced_count;
-int table_end = std::numeric_limits<int>::max();
 std::deque<int> connect_errors;
 std::optional<int> before_the_first;
 std::vector<int> connections;
@@ -50,23 +48,6 @@ bool is_zero(const void *record) {
 
 }  // namespace
 
-FaultRecord &FaultRecord::text(std::size_t offset, std::string_view text) {
-  std::memcpy(octets.data() + offset, text.data(), std::min(text.size(), octets.size() - offset));
-  return *this;
-}
-
-FaultRecord &FaultRecord::number(std::size_t offset, std::uint32_t number) {
-  for (std::size_t i = 0; i < 4; ++i) {
-    octets[offset + i] = static_cast<std::byte>(number >> (8 * i));
-  }
-  return *this;
-}
-
-FaultRecord &FaultRecord::octet(std::size_t offset, std::uint8_t octet) {
-  octets[offset] = static_cast<std::byte>(octet);
-  return *this;
-}
-
 FaultRecord &FaultRecord::identifier(const std::vector<std::uint32_t> &sub_identifiers) {
   for (std::size_t i = 0; i < std::min<std::size_t>(sub_identifiers.size(), FAULT_AFFECTED_OID_CAPACITY); ++i) {
     number(FAULT_AFFECTED_OID + 4 * i, sub_identifiers[i]);
@@ -88,8 +69,8 @@ FaultRecord fault(std::uint32_t class_code, std::uint32_t index, std::uint32_t s
       .text(FAULT_DESCRIPTION, "Processor 1 is inoperable")
       .number(FAULT_FIRST_TIME, 1'700'000'000)
       .number(FAULT_LAST_TIME, 1'700'003'600)
-      .octet(FAULT_PREVIOUS_SEVERITY, 4)
-      .octet(FAULT_OCCURRENCES, 200)
+      .number(FAULT_PREVIOUS_SEVERITY, 4, 1)
+      .number(FAULT_OCCURRENCES, 200, 1)
       .number(FAULT_CAUSE, 117)
       .number(FAULT_CODE, 174);
 }
@@ -112,11 +93,6 @@ void set_active_faults(std::vector<FaultRecord> records) {
 void set_active_fault_count(std::optional<int> count) {
   const std::scoped_lock lock(mutex);
   announced_count = count;
-}
-
-void end_fault_table_at(int start) {
-  const std::scoped_lock lock(mutex);
-  table_end = start;
 }
 
 void refuse_connects(std::vector<int> errors) {
@@ -155,7 +131,6 @@ void reset_fault_engine() {
   calls.clear();
   active.clear();
   announced_count.reset();
-  table_end = std::numeric_limits<int>::max();
   connect_errors.clear();
   before_the_first.reset();
   connections.clear();
@@ -177,7 +152,7 @@ int get_fe_table(void *records, int start, int count) {
   const std::scoped_lock lock(mutex);
   calls.push_back("get_fe_table " + std::to_string(start) + ' ' + std::to_string(count));
   const auto first = static_cast<std::size_t>(start);
-  if (start >= table_end || first + static_cast<std::size_t>(count) > active.size()) {
+  if (first + static_cast<std::size_t>(count) > active.size()) {
     return -1;
   }
   for (std::size_t i = 0; i < static_cast<std::size_t>(count); ++i) {

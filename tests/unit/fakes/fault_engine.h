@@ -1,26 +1,18 @@
 // The fault engine as the tests want it: every call is recorded, what it answers is the test's own script.
 #pragma once
 
-#include <array>
-#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "platform/fault_engine.h"
+#include "tests/unit/fakes/record.h"
 
 namespace fakes {
 
 // One record, zeroed at first. Texts and integers stand at the offsets of platform/fault_engine.h.
-struct FaultRecord {
-  std::array<std::byte, FAULT_RECORD_SIZE> octets{};
-
-  // Copies the text without a NUL: one as long as its field ends with the field. Returns this record.
-  FaultRecord &text(std::size_t offset, std::string_view text);
-  FaultRecord &number(std::size_t offset, std::uint32_t number);
-  FaultRecord &octet(std::size_t offset, std::uint8_t octet);
+struct FaultRecord : RecordOctets<FaultRecord, FAULT_RECORD_SIZE> {
   FaultRecord &identifier(const std::vector<std::uint32_t> &sub_identifiers);
 
   const void *data() const { return octets.data(); }
@@ -40,8 +32,6 @@ bool wait_until_listening();
 void set_active_faults(std::vector<FaultRecord> records);
 // What get_fe_table_count says instead of the number of faults; empty: that number.
 void set_active_fault_count(std::optional<int> count);
-// get_fe_table fails from this start on.
-void end_fault_table_at(int start);
 
 // The next connects give these results instead of 0, one each.
 void refuse_connects(std::vector<int> errors);

@@ -28,18 +28,6 @@ std::vector<InventoryCall> inventory_calls() {
   return calls;
 }
 
-ProcessorRecord &ProcessorRecord::text(std::size_t offset, std::string_view text) {
-  std::memcpy(octets.data() + offset, text.data(), std::min(text.size(), octets.size() - offset));
-  return *this;
-}
-
-ProcessorRecord &ProcessorRecord::number(std::size_t offset, std::int32_t number) {
-  for (std::size_t i = 0; i < 4; ++i) {
-    octets[offset + i] = static_cast<std::byte>(static_cast<std::uint32_t>(number) >> (8 * i));
-  }
-  return *this;
-}
-
 void set_processors(std::vector<ProcessorRecord> records) {
   const std::scoped_lock lock(mutex);
   processors = std::move(records);

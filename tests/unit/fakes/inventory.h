@@ -1,16 +1,14 @@
 // The platform inventory library as the tests want it: every call is recorded, results are the test's own.
 #pragma once
 
-#include <array>
-#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "platform/inventory.h"
+#include "tests/unit/fakes/record.h"
 
 namespace fakes {
 
@@ -26,13 +24,7 @@ struct InventoryCall {
 std::vector<InventoryCall> inventory_calls();
 
 // One processor, zeroed at first. Texts and integers stand at the offsets of platform/inventory.h.
-struct ProcessorRecord {
-  std::array<std::byte, PROCESSOR_RECORD_SIZE> octets{};
-
-  // Copies the text without a NUL: one as long as its field ends with the field. Returns this record.
-  ProcessorRecord &text(std::size_t offset, std::string_view text);
-  ProcessorRecord &number(std::size_t offset, std::int32_t number);
-};
+using ProcessorRecord = PlatformRecord<PROCESSOR_RECORD_SIZE>;
 
 // The processors there are: GetCPUItems counts them, GetCPUInfo copies as many as fit. None at first.
 void set_processors(std::vector<ProcessorRecord> processors);

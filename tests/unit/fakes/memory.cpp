@@ -33,13 +33,8 @@ std::vector<MemoryCall> memory_calls() {
   return calls;
 }
 
-MemoryRecord &MemoryRecord::text(std::size_t offset, std::string_view text) {
-  std::memcpy(octets.data() + offset, text.data(), std::min(text.size(), octets.size() - offset));
-  return *this;
-}
-
 MemoryRecord &MemoryRecord::numbered(int of_the_name) {
-  number = of_the_name;
+  sensor_number = of_the_name;
   return *this;
 }
 
@@ -107,8 +102,8 @@ int GetMemorySummary(void *request, int size, const inventory_range *range, void
 
 int getSensorName(const void *detail_record, int *number) {
   for (const MemoryRecord &module : modules) {
-    if (std::memcmp(module.octets.data(), detail_record, module.octets.size()) == 0 && module.number) {
-      *number = *module.number;
+    if (std::memcmp(module.octets.data(), detail_record, module.octets.size()) == 0 && module.sensor_number) {
+      *number = *module.sensor_number;
       return 1;
     }
   }

@@ -1,15 +1,13 @@
 // The platform inventory library's memory modules as the tests want them.
 #pragma once
 
-#include <array>
-#include <cstddef>
 #include <functional>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "platform/inventory.h"
+#include "tests/unit/fakes/record.h"
 
 namespace fakes {
 
@@ -24,13 +22,10 @@ struct MemoryCall {
 // The Get calls, oldest first.
 std::vector<MemoryCall> memory_calls();
 
-// One module's detail record, zeroed at first. `number` is what getSensorName delivers; empty: it returns 0.
-struct MemoryRecord {
-  std::array<std::byte, MEMORY_RECORD_SIZE> octets{};
-  std::optional<int> number;
+// One module's detail record, zeroed at first.
+struct MemoryRecord : RecordOctets<MemoryRecord, MEMORY_RECORD_SIZE> {
+  std::optional<int> sensor_number;  // what getSensorName delivers; empty: it returns 0
 
-  // Copies the text without a NUL: one as long as its field ends with the field. Returns this record.
-  MemoryRecord &text(std::size_t offset, std::string_view text);
   MemoryRecord &numbered(int number);
 };
 

@@ -8,32 +8,36 @@
 
 namespace fakes {
 
-// `Size` octets, zeroed at first. The writers throw std::out_of_range beyond the end, and return the record.
-template <std::size_t Size>
-struct PlatformRecord {
+// `Size` octets, zeroed at first. The writers throw std::out_of_range beyond the end, and return the record: `Record`,
+// which is made of this.
+template <class Record, std::size_t Size>
+struct RecordOctets {
   std::array<std::byte, Size> octets{};
 
   // Copies the text without a NUL: one as long as its field ends with the field.
-  PlatformRecord &text(std::size_t offset, std::string_view text) {
+  Record &text(std::size_t offset, std::string_view text) {
     for (std::size_t i = 0; i < text.size(); ++i) {
       octets.at(offset + i) = static_cast<std::byte>(text[i]);
     }
-    return *this;
+    return static_cast<Record &>(*this);
   }
 
   // The low `width` octets of the number, low octet first.
-  PlatformRecord &number(std::size_t offset, std::uint64_t number, std::size_t width = 4) {
+  Record &number(std::size_t offset, std::uint64_t number, std::size_t width = 4) {
     for (std::size_t i = 0; i < width; ++i) {
       octets.at(offset + i) = static_cast<std::byte>(number >> (8 * i));
     }
-    return *this;
+    return static_cast<Record &>(*this);
   }
+};
 
+template <std::size_t Size>
+struct PlatformRecord : RecordOctets<PlatformRecord<Size>, Size> {
   // Copies a record inside this one.
   template <std::size_t PartSize>
   PlatformRecord &part(std::size_t offset, const PlatformRecord<PartSize> &part) {
     for (std::size_t i = 0; i < PartSize; ++i) {
-      octets.at(offset + i) = part.octets[i];
+      this->octets.at(offset + i) = part.octets[i];
     }
     return *this;
   }
