@@ -9,9 +9,7 @@
 #include <net-snmp/agent/net-snmp-agent-includes.h>
 
 #include <atomic>
-#include <memory>
 #include <new>
-#include <span>
 #include <utility>
 
 #include "host/interposed.h"

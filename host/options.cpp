@@ -12,9 +12,8 @@ namespace tavo {
 namespace {
 
 constexpr const char *closing_lines =
-    "Log options (-L) are net-snmp's: -Le (stderr), -Lo (stdout), -Lf FILE, -Ls FACILITY, and the capitals that take "
-    "a\n"
-    "level first: -LO 7, -LF 0-6 FILE.\n"
+    "Log options (-L) are net-snmp's: -Le (stderr), -Lo (stdout), -Lf FILE, -Ls FACILITY, and the capitals that\n"
+    "take a level first: -LO 7, -LF 0-6 FILE.\n"
     "Signals: SIGTERM and SIGINT stop, SIGHUP reads the configuration and the chassis block again,\n"
     "SIGUSR1 sends a test notification.\n"
     "Exit status: 0 stopped on request, 1 system failure, 2 bad option, 3 configuration or chassis block missing,\n"

@@ -3,7 +3,6 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <iterator>
 
 #include "core/table.h"
 #include "core/table_entry_points.h"

@@ -2,8 +2,6 @@
 
 #include <unistd.h>
 
-#include <cstdint>
-
 #include "core/access_lock.h"
 #include "core/background_thread.h"
 #include "core/record.h"

@@ -8,7 +8,6 @@
 #include <string_view>
 #include <vector>
 
-#include "tests/unit/fakes/allocation.h"
 #include "tests/unit/fakes/manager.h"
 #include "tests/unit/fakes/module_test.h"
 #include "tests/unit/fakes/net_snmp.h"

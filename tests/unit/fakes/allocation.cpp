@@ -59,13 +59,8 @@ void reset_allocations() {
 
 extern "C" {
 
-void *__real_malloc(std::size_t size);
 void *__real_calloc(std::size_t count, std::size_t size);
 void *__real_reallocarray(void *memory, std::size_t count, std::size_t size);
-
-void *__wrap_malloc(std::size_t size) {
-  return fakes::fails() ? nullptr : __real_malloc(size);
-}
 
 void *__wrap_calloc(std::size_t count, std::size_t size) {
   return fakes::fails() ? nullptr : __real_calloc(count, size);

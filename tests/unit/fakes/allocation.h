@@ -1,4 +1,4 @@
-// Makes the module's own malloc, calloc and reallocarray calls fail. Allocations inside the C, C++ and net-snmp
+// Makes the module's own calloc and reallocarray calls fail. Allocations inside the C, C++ and net-snmp
 // libraries go on.
 #pragma once
 

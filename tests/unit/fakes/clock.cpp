@@ -43,11 +43,6 @@ void FakeClock::set(time_t seconds, suseconds_t microseconds) {
   current = {.tv_sec = seconds, .tv_usec = microseconds};
 }
 
-void FakeClock::advance(time_t seconds) {
-  const std::scoped_lock lock(mutex);
-  current.tv_sec += seconds;
-}
-
 time_t FakeClock::now() const {
   const std::scoped_lock lock(mutex);
   return current.tv_sec;

@@ -20,7 +20,6 @@ class FakeClock {
   FakeClock &operator=(const FakeClock &) = delete;
 
   void set(time_t seconds, suseconds_t microseconds = 0);
-  void advance(time_t seconds);
   time_t now() const;
 
   // Called at each sleep with its seconds, before time moves, by the thread that sleeps.

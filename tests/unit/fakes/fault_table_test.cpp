@@ -2,7 +2,6 @@
 
 #include <net-snmp/agent/net-snmp-agent-includes.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <ctime>
 #include <stdexcept>

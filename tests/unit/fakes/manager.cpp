@@ -104,6 +104,13 @@ std::vector<Answer> walked(std::span<const oid> root, Ask ask) {
   }
 }
 
+Response get_bulk(const std::vector<Oid> &names, int repetitions) {
+  Pdu pdu = request(SNMP_MSG_GETBULK, names);
+  pdu->non_repeaters = 0;
+  pdu->max_repetitions = repetitions;
+  return answer_to(std::move(pdu));
+}
+
 }  // namespace
 
 netsnmp_session *session_to_agent() {
@@ -121,13 +128,6 @@ Response get(const std::vector<Oid> &names) {
 
 Response get_next(const std::vector<Oid> &names) {
   return answer_to(request(SNMP_MSG_GETNEXT, names));
-}
-
-Response get_bulk(const std::vector<Oid> &names, int repetitions, int non_repeaters) {
-  Pdu pdu = request(SNMP_MSG_GETBULK, names);
-  pdu->non_repeaters = non_repeaters;
-  pdu->max_repetitions = repetitions;
-  return answer_to(std::move(pdu));
 }
 
 Response set(const std::vector<Oid> &names, std::int32_t value) {

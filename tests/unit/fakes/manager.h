@@ -30,7 +30,6 @@ struct Response {
 // throw std::runtime_error when no response comes.
 Response get(const std::vector<Oid> &names);
 Response get_next(const std::vector<Oid> &names);
-Response get_bulk(const std::vector<Oid> &names, int repetitions, int non_repeaters = 0);
 Response set(const std::vector<Oid> &names, std::int32_t value);
 
 // The session that the PDUs go through, for those who send their own.

@@ -1,5 +1,5 @@
 // Between the module and its mutexes, conditions and thread attributes: makes a call fail, tells which mutex was asked
-// for, answers a signal, and records what is destroyed.
+// for and when one is about to be waited for, answers a signal, and records what is destroyed.
 #pragma once
 
 #include <functional>
