@@ -19,7 +19,7 @@ namespace {
 
 using nlohmann::json;
 
-constexpr std::chrono::seconds tool_patience(10);
+constexpr std::chrono::seconds tool_patience(30);
 constexpr int command_not_found = 127;
 
 std::optional<json> ask(const std::string &socket, const json &request, std::chrono::milliseconds patience) {

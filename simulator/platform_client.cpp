@@ -29,7 +29,7 @@ namespace {
 using nlohmann::json;
 using tavo::Descriptor;
 
-constexpr std::chrono::seconds patience(5);  // real time: the longest that a call waits for a simulator that hangs
+constexpr std::chrono::seconds patience(20);  // real time: the longest that a call waits for a simulator that hangs
 constexpr int unreachable = -1;
 
 std::optional<json> ask(int connection, const json &request) {

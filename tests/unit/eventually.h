@@ -10,13 +10,17 @@ namespace tavo {
 template <class Condition>
 bool eventually(Condition condition) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > deadline) {
+  for (;;) {
+    // Looked at first: a condition that has come true while this thread got no processor has come in time.
+    const bool late = std::chrono::steady_clock::now() > deadline;
+    if (condition()) {
+      return true;
+    }
+    if (late) {
       return false;
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
-  return true;
 }
 
 }  // namespace tavo

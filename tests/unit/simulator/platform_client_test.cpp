@@ -325,7 +325,7 @@ TEST_F(PlatformClient, SimulatorThatHangsFailsACallWithinSeconds) {
   setenv("BMCSIM_SOCKET", path.c_str(), 1);
   const auto began = std::chrono::steady_clock::now();
   EXPECT_EQ(processor_count(), -1);
-  EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(15));
+  EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(60));
 }
 
 TEST_F(PlatformClient, ManyThreadsAtOnce) {

@@ -381,7 +381,7 @@ TEST_F(InventoryThreadLifeTest, AStopInTheFirstMinuteEndsTheThreadWithoutAPass) 
 TEST_F(InventoryThreadLifeTest, TheInventoryLockIsFreeDuringARebuild) {
   std::promise<void> rebuilding;
   const std::future<void> raised = std::async(std::launch::async, [begun = rebuilding.get_future()] {
-    if (begun.wait_for(std::chrono::seconds(10)) == std::future_status::ready) {
+    if (begun.wait_for(std::chrono::seconds(60)) == std::future_status::ready) {
       raise(8);
     }
   });
@@ -389,7 +389,7 @@ TEST_F(InventoryThreadLifeTest, TheInventoryLockIsFreeDuringARebuild) {
   shell.answers(memory_statistics, [&](int call) {
     if (call == 1) {
       rebuilding.set_value();
-      free = raised.wait_for(std::chrono::seconds(5)) == std::future_status::ready;
+      free = raised.wait_for(std::chrono::seconds(60)) == std::future_status::ready;
     }
     return " id: 1\n";
   });
