@@ -1,5 +1,6 @@
 """Notifications as they come off the wire: a collector fast enough for a storm, and a reader of what it has collected."""
 
+import functools
 import socket
 import threading
 import time
@@ -23,6 +24,7 @@ def elements(octets):
         yield tag, content
 
 
+@functools.cache  # a storm has few names and many notifications
 def oid(content):
     numbers, number = [], 0
     for octet in content:
@@ -34,22 +36,25 @@ def oid(content):
     return ".".join(map(str, [first, numbers[0] - 40 * first, *numbers[1:]]))
 
 
-def varbinds(datagram):
-    """Name -> value of an SNMPv2c notification; numbers as int, OIDs as text, all else as octets."""
+def each_varbind(datagram):
+    """(name, value) of an SNMPv2c notification's varbinds; numbers as int, OIDs as text, all else as octets."""
     _, message, _ = element(datagram)
     pdu = [content for tag, content in elements(message) if tag == NOTIFICATION][0]
-    values = {}
     for _, varbind in elements(list(elements(pdu))[3][1]):
         (_, name), (tag, value) = elements(varbind)
         if tag == INTEGER:
-            values[oid(name)] = int.from_bytes(value, "big", signed=True)
+            yield oid(name), int.from_bytes(value, "big", signed=True)
         elif tag == OID:
-            values[oid(name)] = oid(value)
+            yield oid(name), oid(value)
         elif tag == OCTETS:
-            values[oid(name)] = value
+            yield oid(name), value
         else:
-            values[oid(name)] = int.from_bytes(value, "big")
-    return values
+            yield oid(name), int.from_bytes(value, "big")
+
+
+def varbinds(datagram):
+    """Name -> value of an SNMPv2c notification."""
+    return dict(each_varbind(datagram))
 
 
 class Collector:

@@ -6,7 +6,7 @@ import re
 import pytest
 
 from agents import snmp, wait_until
-from datagrams import Collector, varbinds
+from datagrams import Collector, each_varbind, varbinds
 from managers import Managers
 from oids import FAULT_TABLE, RAISED
 from server import ServedDaemon, Server
@@ -35,7 +35,7 @@ def storm(server, records):
 
 
 def codes(datagrams):
-    return [next(value for name, value in varbinds(datagram).items() if name.startswith(f"{FAULT_ENTRY}.9."))
+    return [next(value for name, value in each_varbind(datagram) if name.startswith(f"{FAULT_ENTRY}.9."))
             for datagram in datagrams]
 
 
