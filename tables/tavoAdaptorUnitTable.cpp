@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <optional>
@@ -66,6 +67,9 @@ constinit Table table(description, &tavoAdaptorUnitTable_head);
 constexpr char dump_path[] = "/var/adapterInventory";
 constexpr std::size_t longest_line = 128;  // of a command's output
 constexpr unsigned retry_pause = 5;        // seconds
+
+// More than a server has slots for. A count beyond is nonsense, and each card that is not there costs 25 s.
+constexpr int most_cards = 64;
 
 // The dump counts as loaded from when it is written until a build, or a failed try of one, wants it anew.
 bool dump_is_loaded = false;
@@ -177,7 +181,7 @@ int initialize_adaptorunit_table(int reload) {
   if (row == nullptr) {
     return -1;
   }
-  const int count = GetNumOfAdaptors();
+  const int count = std::min(GetNumOfAdaptors(), tavo::most_cards);
   tavo::BuildDump dump;
   for (int n = 1; n <= count; ++n) {
     if (tavo::fill(*row, dump, n)) {

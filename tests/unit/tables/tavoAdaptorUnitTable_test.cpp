@@ -181,6 +181,12 @@ TEST_F(AdaptorUnitTableTest, ACardWithoutASlotIsLeftOutAfterFiveTries) {
   EXPECT_THAT(fakes::log_lines(), IsEmpty());
 }
 
+TEST_F(AdaptorUnitTableTest, ACountThatNoServerHasIsNotWaitedFor) {
+  cards(INT32_MAX, "");
+  EXPECT_EQ(initialize_adaptorunit_table(0), 0);
+  EXPECT_THAT(clock.sleeps(), SizeIs(64 * 5));
+}
+
 TEST_F(AdaptorUnitTableTest, ADumpThatComesLateEndsTheTries) {
   cards(1, "");
   shell.answers(dump_command, [](int call) { return call < 3 ? "" : card("2", "no"); });
