@@ -6,6 +6,7 @@
 #include <atomic>
 
 #include "core/access_lock.h"
+#include "core/background_thread.h"
 #include "core/trace.h"
 #include "platform/test_trap.h"
 #include "storage/stor_info.h"
@@ -103,6 +104,23 @@ bool test_trap_runs() {
   return test_trap_run_flag.load(std::memory_order_relaxed) != 0;
 }
 
+void send_test_traps() {
+  snmp_log(LOG_DEBUG, "TestTrap thread init done\n");
+  tavo::FaultRow test_fault = {};
+  create_dummy_trap_entry(&test_fault);
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGUSR1);
+  while (test_trap_runs()) {
+    int signal = 0;
+    sigwait(&signals, &signal);
+    if (signal == SIGUSR1) {
+      snmp_log(LOG_DEBUG, "Called Test Trap\n");
+      send_fault_trap(1, &test_fault);
+    }
+  }
+}
+
 }  // namespace
 
 int init_subagent_modules(void) {
@@ -123,21 +141,7 @@ int close_subagent_modules(void) {
 }
 
 void *SendTestTrap(void *) {
-  snmp_log(LOG_DEBUG, "TestTrap thread init done\n");
-  tavo::FaultRow test_fault = {};
-  create_dummy_trap_entry(&test_fault);
-  sigset_t signals;
-  sigemptyset(&signals);
-  sigaddset(&signals, SIGUSR1);
-  while (test_trap_runs()) {
-    int signal = 0;
-    sigwait(&signals, &signal);
-    if (signal == SIGUSR1) {
-      snmp_log(LOG_DEBUG, "Called Test Trap\n");
-      send_fault_trap(1, &test_fault);
-    }
-  }
-  pthread_exit(nullptr);
+  tavo::run_thread(__func__, send_test_traps);
 }
 
 void stop_test_trap_thread(void) {
