@@ -1,5 +1,6 @@
-// Every lock of the module: two subagent locks, one lock for each of twelve tables (the "ev" locks, named by the
-// table's class number), and the inventory lock with its condition and its pending-refresh flags.
+// The locks of the lists and of what is due for a refresh: two subagent locks, one lock for each of twelve tables (the
+// "ev" locks, named by the table's class number), and the inventory lock with its condition and its pending-refresh
+// flags.
 //
 // All are mutexes of the default kind, ready when the module is loaded. Those of lists go to the threads that wait for
 // them in the order in which they came; a try call may come in between. No thread holds two locks at once: whoever

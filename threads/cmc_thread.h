@@ -21,7 +21,7 @@ extern int32_t data_fd;
 
 // 0, or -1 when the thread cannot be created.
 int create_cmc_thread(void);
-// Clears the run flag. The link waits without limit and does not look at it: it lives as long as the process.
+// Clears the run flag. The link waits without limit and does not look at it: it ends when its listening socket fails.
 void stop_cmc_thread(void);
 // Waits for the thread, which ends only when its listening socket fails. Always 0.
 int join_cmc_thread(void);
