@@ -33,7 +33,6 @@ using fakes::LogLine;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::Not;
 
 constexpr const char *path = "/tmp/snmp_velt_sock";
 
