@@ -1,0 +1,284 @@
+#include "threads/inventory_refresh.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdint>
+#include <ctime>
+#include <functional>
+#include <future>
+#include <memory>
+#include <vector>
+
+#include "core/access_lock.h"
+#include "tables/tavoAdaptorUnitTable.h"
+#include "tables/tavoComputeMbPowerStatsTable.h"
+#include "tables/tavoComputeRackUnitMbTempStatsTable.h"
+#include "tables/tavoEquipmentFanTable.h"
+#include "tables/tavoEquipmentHealthLedTable.h"
+#include "tables/tavoEquipmentPsuTable.h"
+#include "tables/tavoMemoryUnitEnvStatsTable.h"
+#include "tables/tavoMemoryUnitTable.h"
+#include "tables/tavoProcessorEnvStatsTable.h"
+#include "tables/tavoProcessorUnitTable.h"
+#include "tables/tavoStorageControllerTable.h"
+#include "tables/tavoStorageLocalDiskTable.h"
+#include "tables/tavoStorageLocalLunTable.h"
+#include "tables/tavoStorageRaidBatteryTable.h"
+#include "tests/unit/fakes/clock.h"
+#include "tests/unit/fakes/files.h"
+#include "tests/unit/fakes/module_test.h"
+#include "tests/unit/fakes/mutexes.h"
+#include "tests/unit/fakes/net_snmp.h"
+#include "tests/unit/fakes/sensors.h"
+#include "tests/unit/fakes/shell.h"
+#include "tests/unit/fakes/storage_snapshot.h"
+#include "tests/unit/fakes/threads.h"
+
+namespace {
+
+using fakes::LogLine;
+using tavo::Inventory;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class InventoryThreadTest : public fakes::ModuleTest {};
+
+TEST_F(InventoryThreadTest, IsCreatedJoinableAndSaysSo) {
+  fakes::start_no_threads();
+  fakes::set_debugging(true);
+  EXPECT_EQ(create_inventory_thread(), 0);
+  ASSERT_EQ(fakes::created_threads().size(), 1U);
+  EXPECT_EQ(fakes::created_threads()[0].start_routine, inventory_thread);
+  EXPECT_EQ(fakes::created_threads()[0].detach_state, PTHREAD_CREATE_JOINABLE);
+  ASSERT_EQ(fakes::traces().size(), 1U);
+  EXPECT_EQ(fakes::traces()[0].function, "create_inventory_thread");
+  EXPECT_EQ(fakes::traces()[0].source, "inventory_refresh.c");
+  EXPECT_EQ(fakes::traces()[0].text, "create_inventory_thread: Creating Inventory thread\n");
+}
+
+TEST_F(InventoryThreadTest, AFailureToCreateItIsLogged) {
+  fakes::fail_thread_creation(EAGAIN);
+  EXPECT_EQ(create_inventory_thread(), -1);
+  EXPECT_THAT(fakes::log_lines(), ElementsAre(LogLine{LOG_DEBUG, "Unable to create inventory thread\n"}));
+}
+
+TEST_F(InventoryThreadTest, StopAndJoinSaySoAndDestroyTheInventoryLock) {
+  const fakes::Destructions destroyed;
+  fakes::start_no_threads();
+  acquire_inventory_lock();
+  signal_inventory_condition(8);
+  release_inventory_lock();
+  create_inventory_thread();
+  stop_inventory_thread();
+  EXPECT_EQ(join_inventory_thread(), 0);
+  EXPECT_THAT(fakes::log_texts(), ElementsAre("Stopping InventoryThread\n", "InventoryThread exited\n"));
+  ASSERT_EQ(destroyed.so_far().size(), 3U) << "the condition, its mutex, the thread's attributes";
+  EXPECT_EQ(destroyed.so_far()[0], fakes::last_signalled_condition());
+}
+
+TEST_F(InventoryThreadTest, AFailedJoinIsLoggedAndTheRestIsDone) {
+  fakes::start_no_threads();
+  create_inventory_thread();
+  fakes::fail_thread_join(EINVAL);
+  EXPECT_EQ(join_inventory_thread(), 0);
+  EXPECT_THAT(fakes::log_texts(), ElementsAre("Unable to join inventory thread\n", "InventoryThread exited\n"));
+}
+
+// The thread's own life, on a clock that moves only when it sleeps, with tools that answer at once. Only a rebuild of
+// the supplies takes time: 5 seconds. Times are seconds since the thread began.
+class InventoryThreadLifeTest : public fakes::ModuleTest {
+ protected:
+  InventoryThreadLifeTest() {
+    shell.prints(memory_statistics, " id: 1\n");
+    shell.prints("datactl get=processorStats | flatkv > /var/processorStatsInventory", " id: 1\n");
+    shell.prints("datactl get=motherboardStats | flatkv > /var/motherboardStatsInventory",
+                 " consumedPower: 1\n ambientTemp: 1\n");
+    shell.prints("datactl get=inventoryCPU | flatkv > /var/getCPUInventory", " CoreEnabled: 1\n");
+    shell.prints("datactl get=inventoryMemorySummary | flatkv > /var/getMemoryInventory", " MemorySpeed: 1\n");
+    fakes::on_log([this](const LogLine &line) {
+      if (line.text == "MEM refresh requested\n") {
+        memory_served.push_back(elapsed());
+      }
+    });
+  }
+
+  time_t elapsed() const { return clock.now() - begin; }
+
+  static void raise(int code) {
+    acquire_inventory_lock();
+    signal_inventory_condition(code);
+    release_inventory_lock();
+  }
+
+  // Runs the thread until it sleeps for the first time at or after `end`, and calls `at_sleep` at each sleep.
+  void run_until(time_t end, const std::function<void(unsigned seconds)> &at_sleep) {
+    bool stopped = false;
+    clock.on_sleep([&](unsigned seconds) {
+      at_sleep(seconds);
+      if (!stopped && elapsed() >= end) {
+        stopped = true;
+        stop_inventory_thread();
+      }
+    });
+    ASSERT_EQ(create_inventory_thread(), 0);
+    join_inventory_thread();
+  }
+
+  static constexpr char memory_statistics[] = "datactl get=memoryStats | flatkv > /var/memoryStatsInventory";
+
+  const fakes::Destructions kept;  // the inventory lock outlives the thread's end
+  fakes::FakeClock clock;
+  fakes::FakeFiles files;
+  fakes::FakeShell shell;
+  const time_t begin = clock.now();
+  std::vector<time_t> memory_served;
+};
+
+TEST_F(InventoryThreadLifeTest, RequestsAreLookedForWhenMoreThanTenSecondsHavePassed) {
+  run_until(110, [](unsigned) { raise(8); });
+  EXPECT_THAT(memory_served, ElementsAre(60, 80, 100));
+}
+
+TEST_F(InventoryThreadLifeTest, TheTenSecondsCountFromTheEndOfTheLastPass) {
+  run_until(120, [](unsigned seconds) {
+    raise(8);
+    if (seconds == 60) {
+      raise(11);  // with a sleep of its own
+    }
+  });
+  EXPECT_THAT(memory_served, ElementsAre(60, 90, 110));
+}
+
+TEST_F(InventoryThreadLifeTest, ThePeriodicRefreshComesWhenMoreThanAHundredSecondsHavePassedSinceTheLastEnded) {
+  std::vector<time_t> leds;
+  std::vector<time_t> supplies;
+  shell.answers("/usr/local/bin/datactl get=externalLEDs | /usr/local/bin/flatkv > /var/LedInv", [&](int) {
+    leds.push_back(elapsed());
+    return "";
+  });
+  run_until(625, [&](unsigned seconds) {
+    if (seconds == 5) {
+      supplies.push_back(elapsed());
+    }
+  });
+  EXPECT_THAT(leds, ElementsAre(125, 250, 375, 495, 615));
+  EXPECT_THAT(supplies, ElementsAre(120, 245, 370)) << "in the first three alone";
+  EXPECT_EQ(std::ranges::count(shell.commands(), memory_statistics), 5);
+  EXPECT_THAT(fakes::sensor_reads(), IsEmpty()) << "fans only on request";
+  EXPECT_EQ(fakes::opens_of("/var/stor_info_data"), 0) << "storage only on request";
+}
+
+TEST_F(InventoryThreadLifeTest, EveryRequestRaisedInTheFirstMinuteIsServedInTheFirstPass) {
+  run_until(60, [this](unsigned) {
+    if (elapsed() == 0) {
+      for (const int code : {29, 10, 8, 3, 208, 11}) {
+        raise(code);
+      }
+    }
+  });
+  EXPECT_THAT(clock.sleeps(), ElementsAre(60, 10, 10, 5, 60, 10, 10))
+      << "the first minute, fans, supplies and their rebuild, storage, adaptors, the pass's end";
+  EXPECT_THAT(memory_served, ElementsAre(85));
+  EXPECT_EQ(fakes::opens_of("/var/stor_info_data"), 1);
+}
+
+TEST_F(InventoryThreadLifeTest, AllItsLinesAreForDebugging) {
+  run_until(60, [](unsigned seconds) {
+    if (seconds == 60) {
+      for (const int code : {29, 10, 8, 3, 11}) {
+        raise(code);
+      }
+    }
+  });
+  std::vector<LogLine> lines = fakes::log_lines();
+  std::erase_if(lines, [](const LogLine &line) { return line.text.starts_with("SNMP:Failed "); });
+  EXPECT_THAT(
+      lines,
+      ElementsAre(LogLine{LOG_DEBUG, "InventoryThread initiated\n"}, LogLine{LOG_DEBUG, "Stopping InventoryThread\n"},
+                  LogLine{LOG_DEBUG, "FAN refresh requested\n"}, LogLine{LOG_DEBUG, "PSU refresh requested\n"},
+                  LogLine{LOG_DEBUG, "MEM refresh requested\n"}, LogLine{LOG_DEBUG, "CPU refresh requested\n"},
+                  LogLine{LOG_DEBUG, "ADAPTOR refresh requested\n"}, LogLine{LOG_DEBUG, "InventoryThread exited\n"}))
+      << "a pass that is under way ends first";
+}
+
+TEST_F(InventoryThreadLifeTest, AStopInTheFirstMinuteEndsTheThreadWithoutAPass) {
+  raise(8);
+  run_until(0, [](unsigned) {});
+  EXPECT_THAT(fakes::log_texts(),
+              ElementsAre("InventoryThread initiated\n", "Stopping InventoryThread\n", "InventoryThread exited\n"));
+  EXPECT_THAT(clock.sleeps(), ElementsAre(60));
+  EXPECT_THAT(shell.commands(), IsEmpty());
+}
+
+TEST_F(InventoryThreadLifeTest, TheInventoryLockIsFreeDuringARebuild) {
+  std::promise<void> rebuilding;
+  const std::future<void> raised = std::async(std::launch::async, [begun = rebuilding.get_future()] {
+    if (begun.wait_for(std::chrono::seconds(60)) == std::future_status::ready) {
+      raise(8);
+    }
+  });
+  bool free = false;
+  shell.answers(memory_statistics, [&](int call) {
+    if (call == 1) {
+      rebuilding.set_value();
+      free = raised.wait_for(std::chrono::seconds(60)) == std::future_status::ready;
+    }
+    return " id: 1\n";
+  });
+  raise(8);
+  run_until(90, [](unsigned) {});
+  EXPECT_TRUE(free);
+  EXPECT_THAT(memory_served, ElementsAre(60, 80)) << "what is asked for during a pass is served in the next";
+}
+
+TEST_F(InventoryThreadLifeTest, ARebuildTakesTheOldRowsAway) {
+  constexpr std::uint32_t stale = 99;
+  struct Table {
+    const char *name;
+    std::function<bool()> has_stale_row;
+  };
+  std::vector<Table> tables;
+  const auto leave_stale_row = [&tables]<class Row>(const char *name, Row *&head,
+                                                    Row *(*create)(std::uint32_t, const Row *)) {
+    const auto row = std::make_unique<Row>();
+    create(stale, row.get());
+    tables.push_back({name, [&head] {
+                        const Row *each = head;
+                        while (each != nullptr && each->index != stale) {
+                          each = each->next;
+                        }
+                        return each != nullptr;
+                      }});
+  };
+  leave_stale_row("fans", tavoEquipmentFanTable_head, tavoEquipmentFanTable_createEntry);
+  leave_stale_row("supplies", tavoEquipmentPsuTable_head, tavoEquipmentPsuTable_createEntry);
+  leave_stale_row("power", tavoComputeMbPowerStatsTable_head, tavoComputeMbPowerStatsTable_createEntry);
+  leave_stale_row("temperatures", tavoComputeRackUnitMbTempStatsTable_head,
+                  tavoComputeRackUnitMbTempStatsTable_createEntry);
+  leave_stale_row("memory", tavoMemoryUnitTable_head, tavoMemoryUnitTable_createEntry);
+  leave_stale_row("memory statistics", tavoMemoryUnitEnvStatsTable_head, tavoMemoryUnitEnvStatsTable_createEntry);
+  leave_stale_row("processors", tavoProcessorUnitTable_head, tavoProcessorUnitTable_createEntry);
+  leave_stale_row("processor statistics", tavoProcessorEnvStatsTable_head, tavoProcessorEnvStatsTable_createEntry);
+  leave_stale_row("storage controllers", tavoStorageControllerTable_head, tavoStorageControllerTable_createEntry);
+  leave_stale_row("disks", tavoStorageLocalDiskTable_head, tavoStorageLocalDiskTable_createEntry);
+  leave_stale_row("volumes", tavoStorageLocalLunTable_head, tavoStorageLocalLunTable_createEntry);
+  leave_stale_row("batteries", tavoStorageRaidBatteryTable_head, tavoStorageRaidBatteryTable_createEntry);
+  leave_stale_row("adaptors", tavoAdaptorUnitTable_head, tavoAdaptorUnitTable_createEntry);
+  leave_stale_row("LEDs", tavoEquipmentHealthLedTable_head, tavoEquipmentHealthLedTable_createEntry);
+  files.write("/var/stor_info_data", fakes::snapshot({fakes::controller("A")}));
+  for (const int code : {29, 10, 8, 3, 208, 11}) {
+    raise(code);
+  }
+  for (const Table &table : tables) {
+    EXPECT_TRUE(table.has_stale_row()) << table.name;
+  }
+  run_until(150, [](unsigned) {});
+  for (const Table &table : tables) {
+    EXPECT_FALSE(table.has_stale_row()) << table.name;
+  }
+}
+
+}  // namespace
