@@ -39,7 +39,7 @@ def test_requests_are_answered_while_notifications_stream(start):
     ordered = answered = 0
     while answered <= 10:
         if len(numbers(collector)) == ordered:
-            assert ordered < 50_000, f"{answered} requests answered meanwhile"
+            assert ordered < 20_000, f"{answered} requests answered meanwhile"
             daemon.order(f"send {ordered + 1} 5000 960")
             ordered += 5000
         snmpget(daemon.address, f"{TEST_BASE}.1.0")

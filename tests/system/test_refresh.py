@@ -19,9 +19,9 @@ READINGS = {
 }
 SPEED = 45
 MINUTES = 30
-# A second that a busy machine takes is three quarters of a minute here: half of the pauses are not much longer than they
-# should be.
-SLACK = 2 * SPEED
+# Time stamps are whole seconds, and a second that a busy machine takes is three quarters of a minute here: one pause at
+# least is hardly longer than it should be, and half of them are not much longer.
+SHORTEST_SLACK, MEDIAN_SLACK = SPEED / 2, 2 * SPEED
 
 
 def readings(address):
@@ -86,7 +86,8 @@ def test_a_pass_comes_100_to_120_seconds_after_the_last(life):
     pauses = [refresh[0].time - end for end, refresh in zip(ends, refreshes)]
     print("seconds from the end of a pass to the first table of the next:", *(f"{pause:.0f}" for pause in pauses))
     assert all(99 <= pause for pause in pauses)
-    assert statistics.median(pauses) <= 121 + SLACK
+    assert min(pauses) <= 121 + SHORTEST_SLACK
+    assert statistics.median(pauses) <= 121 + MEDIAN_SLACK
     # How long passes take depends on the machine; this is what follows for a table.
     for what in periodic_refresh(len(refreshes)):
         times = [event.time for event in found if event.what == what]
