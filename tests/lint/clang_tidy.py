@@ -3,10 +3,11 @@
 source below these directories, or about the headers it includes.
 
 A source takes seconds, so what was found clean is remembered in BUILD_DIR/tidy, under a digest of everything the result
-depends on: the preprocessed text with its comments, the compile command, .clang-tidy and clang-tidy's version.
+depends on: the source and all that it includes, the compile command, .clang-tidy and clang-tidy's version.
 """
 
 import concurrent.futures
+import functools
 import hashlib
 import json
 import pathlib
@@ -27,13 +28,29 @@ def without_precompiled_header(command):
     return [argument for argument in command if argument != "-Winvalid-pch"]
 
 
+def read_files(build):
+    """What the compiler has read for each object file, by the object's name within the build tree."""
+    listing = subprocess.run(["ninja", "-C", build, "-t", "deps"], check=True, capture_output=True, text=True).stdout
+    found = {}
+    for block in listing.split("\n\n"):
+        first, *rest = block.splitlines() or [""]
+        found[first.split(":")[0]] = [build / line.strip() for line in rest if line.startswith("    ")]
+    return found
+
+
 def commands(build):
-    """The compile command and directory of each source, by its absolute path; leaves a copy for clang-tidy."""
+    """Compile command and files read of each source that is built, by its absolute path; leaves a copy for clang-tidy."""
     entries = json.loads((build / "compile_commands.json").read_text())
     for entry in entries:
         entry["arguments"] = without_precompiled_header(shlex.split(entry.pop("command")))
     (build / "tidy" / "compile_commands.json").write_text(json.dumps(entries))
-    return {entry["file"]: (entry["arguments"], entry["directory"]) for entry in entries}
+    read = read_files(build)
+    known = {}
+    for arguments, file in ((entry["arguments"], entry["file"]) for entry in entries):
+        output = arguments[arguments.index("-o") + 1]
+        if output in read:
+            known[file] = arguments, read[output]
+    return known
 
 
 def tracked(source, directories):
@@ -44,14 +61,18 @@ def tracked(source, directories):
     return [name for name in listing.stdout.split("\0") if name]
 
 
-def digest(command, directory, settings):
-    preprocess = command[: command.index("-o")] + ["-E", "-C", command[-1]]
-    text = subprocess.run(preprocess, cwd=directory, check=True, capture_output=True)
-    return hashlib.sha256(settings + "\0".join(command).encode() + text.stdout).hexdigest()
+@functools.cache
+def file_digest(path):
+    return hashlib.sha256(path.read_bytes()).digest()
 
 
-def is_clean(path, command, directory, settings, build):
-    clean = build / "tidy" / digest(command, directory, settings)
+def digest(command, files, settings):
+    parts = [settings, "\0".join(command).encode(), *(file_digest(path) for path in files)]
+    return hashlib.sha256(b"".join(parts)).hexdigest()
+
+
+def is_clean(path, command, files, settings, build):
+    clean = build / "tidy" / digest(command, files, settings)
     if clean.exists():
         return True
     run = subprocess.run(["clang-tidy", "--quiet", "-p", build / "tidy", path], capture_output=True, text=True)
