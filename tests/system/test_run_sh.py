@@ -169,8 +169,11 @@ def test_once_names_everything_that_is_served(port):
     assert not re.search(r"^column \d+ ", output, re.MULTILINE)
 
 
-def test_once_prints_every_table(port):
-    output = run("--once", *QUICK, "--port", port).stdout
+def test_once_prints_every_table(serving, port):
+    # The agent answers before the table of faults is full, and an empty table is not printed.
+    wait_until(lambda: "broadcaster: 1 listeners" in run("--port", port, "--exec", "bmcsim ctl show faults").stdout,
+               what="the faults")
+    output = run("--once", "--port", port).stdout
     headings = list(re.finditer(rf"^(\w+)  {re.escape(OBJECTS)}\.[\d.]+$", output, re.MULTILINE))
     assert [heading[1] for heading in headings] == TABLES
     ends = [heading.start() for heading in headings[1:]] + [len(output)]
