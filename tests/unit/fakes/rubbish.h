@@ -10,7 +10,7 @@ namespace fakes {
 
 struct Rubbish {
   const char *name;
-  std::string output;
+  std::string (*output)();  // made only by the test that wants it: every test's process has them all
 };
 
 inline void PrintTo(const Rubbish &rubbish, std::ostream *out) {
@@ -19,10 +19,10 @@ inline void PrintTo(const Rubbish &rubbish, std::ostream *out) {
 
 // For testing::ValuesIn; rubbish_name makes the tests' names.
 inline std::vector<Rubbish> every_rubbish() {
-  return {{.name = "Nothing", .output = ""},
-          {.name = "ALineWithoutItsNewline", .output = "77"},
-          {.name = "AMebibyteInOneLine", .output = std::string(std::size_t{1} << 20, '7') + '\n'},
-          {.name = "Nuls", .output = std::string(4096, '\0') + '\n'}};
+  return {{.name = "Nothing", .output = [] { return std::string(); }},
+          {.name = "ALineWithoutItsNewline", .output = [] { return std::string("77"); }},
+          {.name = "AMebibyteInOneLine", .output = [] { return std::string(std::size_t{1} << 20, '7') + '\n'; }},
+          {.name = "Nuls", .output = [] { return std::string(4096, '\0') + '\n'; }}};
 }
 
 template <class TestInfo>

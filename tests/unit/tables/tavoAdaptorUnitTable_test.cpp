@@ -326,20 +326,20 @@ INSTANTIATE_TEST_SUITE_P(Tools, AdaptorsFromRubbishTest, testing::ValuesIn(fakes
                          fakes::rubbish_name<testing::TestParamInfo<fakes::Rubbish>>);
 
 TEST_P(AdaptorsFromRubbishTest, TheCountIsTheNumberThatTheFirstLineBeginsWith) {
-  shell.prints(count_command, GetParam().output);
-  const int number = GetParam().output.ends_with('\n') ? INT_MAX : 7;  // the last character is taken for a newline
-  EXPECT_EQ(GetNumOfAdaptors(), GetParam().output.starts_with('7') ? number : 0);
+  shell.prints(count_command, GetParam().output());
+  const int number = GetParam().output().ends_with('\n') ? INT_MAX : 7;  // the last character is taken for a newline
+  EXPECT_EQ(GetNumOfAdaptors(), GetParam().output().starts_with('7') ? number : 0);
 }
 
 TEST_P(AdaptorsFromRubbishTest, ADumpWithoutASlotIsNoCard) {
-  EXPECT_THAT(slots_of(GetParam().output), IsEmpty());
+  EXPECT_THAT(slots_of(GetParam().output()), IsEmpty());
 }
 
 TEST_P(AdaptorsFromRubbishTest, ASlotIsWhatItsLineHolds) {
-  const std::vector<std::string> slots = slots_of(" slot-number: " + GetParam().output);
-  if (!GetParam().output.ends_with('\n')) {
+  const std::vector<std::string> slots = slots_of(" slot-number: " + GetParam().output());
+  if (!GetParam().output().ends_with('\n')) {
     EXPECT_THAT(slots, IsEmpty());
-  } else if (GetParam().output.starts_with('7')) {
+  } else if (GetParam().output().starts_with('7')) {
     EXPECT_THAT(slots, ElementsAre(std::string(63, '7')));
     EXPECT_EQ(tavoAdaptorUnitTable_head->index, static_cast<std::uint32_t>(INT_MAX));
     EXPECT_EQ(tavoAdaptorUnitTable_head->dn, ("sys/rack-unit-1/adaptor-" + std::string(63, '7')).substr(0, 63));
@@ -350,10 +350,10 @@ TEST_P(AdaptorsFromRubbishTest, ASlotIsWhatItsLineHolds) {
 }
 
 TEST_P(AdaptorsFromRubbishTest, AFirmwareVersionIsTheBeginningOfItsLine) {
-  shell.prints(firmware_command(2), GetParam().output);
+  shell.prints(firmware_command(2), GetParam().output());
   EXPECT_THAT(slots_of(card("2", "no")), ElementsAre("2"));
-  const std::string version(GetParam().output.ends_with('\n') ? 63 : 1, '7');
-  EXPECT_EQ(tavoAdaptorUnitTable_head->firmware_version, GetParam().output.starts_with('7') ? version : "");
+  const std::string version(GetParam().output().ends_with('\n') ? 63 : 1, '7');
+  EXPECT_EQ(tavoAdaptorUnitTable_head->firmware_version, GetParam().output().starts_with('7') ? version : "");
 }
 
 }  // namespace

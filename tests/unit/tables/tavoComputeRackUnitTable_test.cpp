@@ -348,7 +348,7 @@ INSTANTIATE_TEST_SUITE_P(Tools, RackUnitFromRubbishTest, testing::ValuesIn(fakes
 
 // Texts are cut to their column, numbers to 32 bits. A query's last character is taken for its newline.
 TEST_P(RackUnitFromRubbishTest, TheRowStandsWithTheBeginningOfEachLine) {
-  const std::string &output = GetParam().output;
+  const std::string &output = GetParam().output();
   const bool numeric = output.starts_with('7');
   const bool complete = output.ends_with('\n');
   for (const std::string key : {"description", "sysProductID", "UUID", "pwState"}) {
@@ -380,8 +380,8 @@ TEST_P(RackUnitFromRubbishTest, TheRowStandsWithTheBeginningOfEachLine) {
 }
 
 TEST_P(RackUnitFromRubbishTest, DumpsWithoutTheirKeysGiveNoFigures) {
-  shell.prints(cpu_command, GetParam().output);
-  shell.prints(memory_command, GetParam().output);
+  shell.prints(cpu_command, GetParam().output());
+  shell.prints(memory_command, GetParam().output());
   const Row &row = build();
   EXPECT_EQ(row.cores_enabled, 0U);
   EXPECT_EQ(row.cores, 0U);

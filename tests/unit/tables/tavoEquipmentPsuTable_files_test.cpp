@@ -133,7 +133,7 @@ INSTANTIATE_TEST_SUITE_P(Files, SupplyFilesOfRubbishTest, testing::ValuesIn(fake
                          fakes::rubbish_name<testing::TestParamInfo<fakes::Rubbish>>);
 
 TEST_P(SupplyFilesOfRubbishTest, TheNumberFileIsFourOctetsOrNoNumber) {
-  const std::string &output = GetParam().output;
+  const std::string &output = GetParam().output();
   files.write(count_path, output);
   const bool numeric = output.starts_with('7');
   const bool whole = output.size() >= 4;
@@ -142,7 +142,7 @@ TEST_P(SupplyFilesOfRubbishTest, TheNumberFileIsFourOctetsOrNoNumber) {
 }
 
 TEST_P(SupplyFilesOfRubbishTest, ASupplysFilesGiveTheirFirstOctets) {
-  const std::string &output = GetParam().output;
+  const std::string &output = GetParam().output();
   count(1);
   supply(0);
   file(0, "rev", output);

@@ -131,11 +131,11 @@ INSTANTIATE_TEST_SUITE_P(Tool, SuppliesFromRubbishTest, testing::ValuesIn(fakes:
                          fakes::rubbish_name<testing::TestParamInfo<fakes::Rubbish>>);
 
 TEST_P(SuppliesFromRubbishTest, ADumpWithoutSuppliesGivesNoRow) {
-  EXPECT_THAT(listed(GetParam().output, GetParam().output.empty() ? -1 : 0), IsEmpty());
+  EXPECT_THAT(listed(GetParam().output(), GetParam().output().empty() ? -1 : 0), IsEmpty());
 }
 
 TEST_P(SuppliesFromRubbishTest, ARowTakesTheBeginningOfEachFinishedLine) {
-  const std::string &output = GetParam().output;
+  const std::string &output = GetParam().output();
   const std::vector<Row> found = listed(" id: 3\n presence: equipped\n power: on\n model: " + output);
   ASSERT_EQ(found.size(), 1U);
   EXPECT_EQ(found[0].id, 3U);
