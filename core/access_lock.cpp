@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <cerrno>
+#include <chrono>
 #include <cstdint>
 #include <iterator>
 
@@ -14,23 +16,39 @@
 namespace tavo {
 namespace {
 
-// Lets threads on one by one, in the order in which they came.
-class Turnstile {
+// The threads that wait for a mutex, in the order in which they came: only the first of them stands at the mutex.
+class Queue {
  public:
+  using Clock = std::chrono::steady_clock;
+
+  // How long the first may be overtaken. Less makes two busy threads switch at every hold, which slows both down.
+  static constexpr auto patience = std::chrono::milliseconds(2);
+
+  // Returns when the caller is the first.
   void enter() {
     const unsigned ticket = tickets_.fetch_add(1);
     for (unsigned serving = serving_; serving != ticket; serving = serving_) {
       serving_.wait(serving);
     }
+    first_since_ = Clock::now();
   }
   void leave() {
+    first_since_ = nobody;
     ++serving_;
     serving_.notify_all();
   }
 
+  bool may_be_overtaken() const {
+    const Clock::time_point since = first_since_;
+    return since == nobody || Clock::now() - since < patience;
+  }
+
  private:
+  static constexpr Clock::time_point nobody{};
+
   std::atomic<unsigned> tickets_ = 0;
   std::atomic<unsigned> serving_ = 0;
+  std::atomic<Clock::time_point> first_since_ = nobody;
 };
 
 struct CountedMutex {
@@ -40,15 +58,21 @@ struct CountedMutex {
 };
 
 struct ListMutex : CountedMutex {
-  Turnstile turnstile = {};
+  Queue queue = {};
 };
 
 // A bare mutex goes to whoever is quickest, and a thread that takes it again at once, as rebuild after rebuild does, is
-// quicker than a request that has yet to wake. Only one thread at a time waits at the mutex; all others are behind it.
+// quicker than a request that has yet to wake.
 int lock_in_turn(ListMutex &lock) {
-  lock.turnstile.enter();
+  if (lock.queue.may_be_overtaken()) {
+    const int error = pthread_mutex_trylock(&lock.mutex);
+    if (error != EBUSY) {
+      return error;
+    }
+  }
+  lock.queue.enter();
   const int error = pthread_mutex_lock(&lock.mutex);
-  lock.turnstile.leave();
+  lock.queue.leave();
   return error;
 }
 

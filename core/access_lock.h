@@ -3,8 +3,9 @@
 // flags.
 //
 // All are mutexes of the default kind, ready when the module is loaded. Those of lists go to the threads that wait for
-// them in the order in which they came; a try call may come in between. No thread holds two locks at once: whoever
-// wants to signal the inventory refresh thread first releases the list it has changed.
+// them in the order in which they came; who comes to one that is free takes it before them, but only until the first
+// has waited 2 ms. No thread holds two locks at once: whoever wants to signal the inventory refresh thread first
+// releases the list it has changed.
 //
 // Each lock keeps a count of its holders, which nothing in the module decides by. The traces print those of the
 // subagent locks, which change when the mutex call succeeds. Those of the ev locks and of the inventory lock change

@@ -187,7 +187,7 @@ TEST_F(StorRebuildTest, ReadsRemovesAndFreesWhileItHoldsTheStorageLock) {
 TEST_F(StorRebuildTest, WaitsForAWalkThatHoldsTheStorageLock) {
   write_snapshot({full_controller()});
   ASSERT_EQ(acquire_sa_lock(2), 0);
-  const void *const storage_mutex = fakes::last_locked_mutex();
+  const void *const storage_mutex = fakes::last_tried_mutex();
   std::atomic<bool> waits = false;
   // The fakes lock mutexes of their own.
   std::function<void()> tell_when_it_waits = [&] {
