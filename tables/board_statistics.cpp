@@ -1,11 +1,10 @@
 #include "tables/board_statistics.h"
 
-#include <unistd.h>
-
 #include <cstddef>
 
 #include "core/dump.h"
 #include "core/shell.h"
+#include "tables/retries.h"
 
 namespace tavo {
 namespace {
@@ -28,17 +27,15 @@ class BoardDump {
   bool loaded_ = false;
 };
 
-// Has the dump written again and again until the key turns up. Every failed try is followed by the pause, the last one
-// too.
+// Tries until the key turns up. The dump is written anew after each failed try, the last one too.
 bool await_value(BoardDump &dump, const char *key, char (&out)[dump_value_size]) {
-  for (int i = 0; i < most_tries; ++i) {
-    if (dump.value(key, out)) {
-      return true;
+  return try_repeatedly([&] {
+    const bool found = dump.value(key, out);
+    if (!found) {
+      dump.forget();
     }
-    sleep(retry_pause);
-    dump.forget();
-  }
-  return false;
+    return found;
+  });
 }
 
 }  // namespace

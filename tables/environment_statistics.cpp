@@ -1,24 +1,19 @@
 #include "tables/environment_statistics.h"
 
-#include <unistd.h>
-
 #include <optional>
 
 #include "core/shell.h"
+#include "tables/retries.h"
 
 namespace tavo {
 namespace {
 
-// Has the tool write the dump and opens it, trying again while it cannot be read. Every failed try is followed by the
-// pause, the last one too.
-void fetch(const EnvironmentStatistics &statistics, std::optional<Dump> &dump) {
-  for (int i = 0; i < most_tries; ++i) {
+// Has the tool write the dump and opens it, trying again while it cannot be read. False when it never can.
+bool fetch(const EnvironmentStatistics &statistics, std::optional<Dump> &dump) {
+  return try_repeatedly([&] {
     run_in_shell(statistics.command);
-    if (dump.emplace(statistics.dump).opened()) {
-      return;
-    }
-    sleep(retry_pause);
-  }
+    return dump.emplace(statistics.dump).opened();
+  });
 }
 
 }  // namespace
@@ -32,8 +27,7 @@ int build(const EnvironmentStatistics &statistics, int reload) {
     statistics.table.remove_all();
   }
   std::optional<Dump> dump;
-  fetch(statistics, dump);
-  if (!dump->opened()) {
+  if (!fetch(statistics, dump)) {
     return -1;
   }
 

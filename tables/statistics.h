@@ -1,14 +1,9 @@
-// What the four statistics tables share: how long a dump is waited for, how a reading becomes a whole number, and when
-// it was taken.
+// What the four statistics tables share: how a reading becomes a whole number, and when it was taken.
 #pragma once
 
 #include <cstdint>
 
 namespace tavo {
-
-// The tool that writes a dump gets this many tries, with a pause after each that fails.
-inline constexpr int most_tries = 5;
-inline constexpr unsigned retry_pause = 5;  // seconds
 
 // The nearest whole number to a decimal reading such as "36.5", halves upwards: 0.5 is added and the fraction dropped,
 // which rounds readings below zero towards it. 0 for a text that is no number; kept within 32 bits.

@@ -1,7 +1,5 @@
 #include "tables/tavoAdaptorUnitTable.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
 #include <cstddef>
@@ -14,6 +12,7 @@
 #include "core/table_entry_points.h"
 #include "core/text.h"
 #include "core/zeroed.h"
+#include "tables/retries.h"
 
 tavo::AdaptorUnitRow *tavoAdaptorUnitTable_head = nullptr;
 
@@ -66,7 +65,6 @@ constinit Table table(description, &tavoAdaptorUnitTable_head);
 
 constexpr char dump_path[] = "/var/adapterInventory";
 constexpr std::size_t longest_line = 128;  // of a command's output
-constexpr unsigned retry_pause = 5;        // seconds
 
 // More than a server has slots for. A count beyond is nonsense, and each card that is not there costs 25 s.
 constexpr int most_cards = 64;
@@ -96,17 +94,15 @@ class BuildDump {
     return dump_->value(Needle(key, ": "), occurrence, out);
   }
 
-  // Has the dump written anew for each try. Every failed try is followed by the pause, the last one too.
+  // Tries until the key turns up. The dump is written anew after each failed try, the last one too.
   bool await_value(const char *key, int occurrence, char *out) {
-    constexpr int most_tries = 5;
-    for (int i = 0; i < most_tries; ++i) {
-      if (value(key, occurrence, out)) {
-        return true;
+    return try_repeatedly([&] {
+      const bool found = value(key, occurrence, out);
+      if (!found) {
+        dump_is_loaded = false;
       }
-      sleep(retry_pause);
-      dump_is_loaded = false;
-    }
-    return false;
+      return found;
+    });
   }
 
  private:
@@ -209,18 +205,13 @@ int GetValuefromCache(const char *key, const char *separator, int occurrence, ch
 }
 
 int GetAdaptorFirmwareRevision(int slot, char *out) {
-  constexpr int most_tries = 10;
+  constexpr int tries = 10;
   char command[256];
   tavo::format_text(
       command,
       "datactl get=adapterFW[%d] | flatkv | grep -B 1 \"STARTUP, RUNNING\" | grep \"image-version\" | awk "
       "-F\": \" ' { print $2 } ' ",
       slot);
-  for (int i = 0; i < most_tries; ++i) {
-    if (tavo::first_line_of(command, tavo::longest_line, out)) {
-      return 1;
-    }
-    sleep(tavo::retry_pause);
-  }
-  return 0;
+  const bool read = tavo::try_repeatedly([&] { return tavo::first_line_of(command, tavo::longest_line, out); }, tries);
+  return read ? 1 : 0;
 }

@@ -1,7 +1,5 @@
 #include "tables/tavoComputeBoardTable.h"
 
-#include <unistd.h>
-
 #include <array>
 #include <cstddef>
 #include <cstdlib>
@@ -13,6 +11,7 @@
 #include "core/text.h"
 #include "core/zeroed.h"
 #include "platform/fru.h"
+#include "tables/retries.h"
 
 tavo::ComputeBoardRow *tavoComputeBoardTable_head = nullptr;
 
@@ -55,27 +54,23 @@ constexpr TableDescription description = {
 
 constinit Table table(description, &tavoComputeBoardTable_head);
 
-constexpr int most_tries = 5;
-constexpr unsigned retry_pause = 5;  // seconds
 constexpr int board_fru = 0;
 constexpr std::size_t longest_line = 127;  // of a command's output
 
-// Every failed try is followed by the pause, the last one too.
-void read_board_area(Row &row) {
-  for (int i = 0; i < most_tries; ++i) {
-    std::array<std::byte, FRU_BOARD_AREA_SIZE> octets{};
-    if (get_fru_board_area_from_id(board_fru, octets.data()) == 0) {
-      const Record area(octets);
-      copy_text(row.model, area.text(FRU_BOARD_PRODUCT_NAME, FRU_TEXT_SIZE - 1));
-      copy_text(row.serial, area.text(FRU_BOARD_SERIAL, FRU_TEXT_SIZE - 1));
-      copy_text(row.vendor, area.text(FRU_BOARD_MANUFACTURER, FRU_TEXT_SIZE - 1));
-      return;
-    }
+// False, and the row left alone, when the area cannot be read.
+bool read_board_area(Row &row) {
+  std::array<std::byte, FRU_BOARD_AREA_SIZE> octets{};
+  if (get_fru_board_area_from_id(board_fru, octets.data()) != 0) {
     snmp_log(LOG_DEBUG, "SNMP:Failed Board Model\n");
     snmp_log(LOG_DEBUG, "SNMP:Failed Board Serial\n");
     snmp_log(LOG_DEBUG, "SNMP:Failed Board Vendor\n");
-    sleep(retry_pause);
+    return false;
   }
+  const Record area(octets);
+  copy_text(row.model, area.text(FRU_BOARD_PRODUCT_NAME, FRU_TEXT_SIZE - 1));
+  copy_text(row.serial, area.text(FRU_BOARD_SERIAL, FRU_TEXT_SIZE - 1));
+  copy_text(row.vendor, area.text(FRU_BOARD_MANUFACTURER, FRU_TEXT_SIZE - 1));
+  return true;
 }
 
 }  // namespace
@@ -99,7 +94,7 @@ int initialize_board_table(void) {
   tavo::format_text(row->dn, "sys/rack-unit-%d/board", 1);
   tavo::copy_text(row->rn, "board");
   row->id = 1;
-  tavo::read_board_area(*row);
+  tavo::try_repeatedly([&] { return tavo::read_board_area(*row); });
   row->state_4 = row->state_10 = row->state_15 = row->state_17 = 100;
   row->state_7 = row->state_8 = row->state_9 = row->state_11 = 1;
   row->presence = 10;

@@ -1,7 +1,5 @@
 #include "tables/tavoComputeRackUnitTable.h"
 
-#include <unistd.h>
-
 #include <array>
 #include <cstddef>
 #include <span>
@@ -14,6 +12,7 @@
 #include "core/text.h"
 #include "core/zeroed.h"
 #include "tables/data_query.h"
+#include "tables/retries.h"
 #include "tables/tavoAdaptorUnitTable.h"
 
 tavo::RackUnitRow *tavoComputeRackUnitTable_head = nullptr;
@@ -99,8 +98,6 @@ constinit Table table(description, &tavoComputeRackUnitTable_head);
 constexpr char cpu_dump[] = "/var/getCPUInventory";
 constexpr char memory_dump[] = "/var/getMemoryInventory";
 constexpr char memory_query[] = "inventoryMemorySummary";
-constexpr int most_tries = 5;
-constexpr unsigned retry_pause = 5;  // seconds
 
 // A dump counts as loaded from when it is written until a build, or a failed try of one, wants it anew. Of the memory
 // dump, only the first build does.
@@ -163,18 +160,17 @@ int cpu_figure(const char *tool_key, char *out, Figure figure) {
   return 1;
 }
 
-// Tries a lookup, with the dump written anew for each try. Every failed try is followed by the pause, the last one too.
+// Tries a lookup, with the dump written anew for the first try and after each that fails, the last one too.
 template <class Lookup>
-bool try_repeatedly(bool &dump_is_loaded, Lookup lookup) {
+bool await_figure(bool &dump_is_loaded, Lookup lookup) {
   dump_is_loaded = false;
-  for (int i = 0; i < most_tries; ++i) {
-    if (lookup() == 1) {
-      return true;
+  return try_repeatedly([&] {
+    const bool found = lookup() == 1;
+    if (!found) {
+      dump_is_loaded = false;
     }
-    sleep(retry_pause);
-    dump_is_loaded = false;
-  }
-  return false;
+    return found;
+  });
 }
 
 // A value of the tool; when there is none, says so and leaves `out` alone.
@@ -207,7 +203,7 @@ void read_kept_values() {
   if (getCPU("inventoryCPU", "ThreadCount", ": ", value) == 1) {
     kept.threads = number(value);
   }
-  if (try_repeatedly(memory_dump_is_loaded, [&] { return getMemory(memory_query, "MemorySpeed", ": ", value); })) {
+  if (await_figure(memory_dump_is_loaded, [&] { return getMemory(memory_query, "MemorySpeed", ": ", value); })) {
     kept.memory_speed = number(value);
   }
   kept.read = true;
@@ -222,7 +218,7 @@ void fill(Row &row) {
   if (query("description", "description", " ", value)) {
     copy_text(row.description, value);
   }
-  if (try_repeatedly(cpu_dump_is_loaded, [&] { return getCPU("inventoryCPU", "CoreEnabled", ": ", value); })) {
+  if (await_figure(cpu_dump_is_loaded, [&] { return getCPU("inventoryCPU", "CoreEnabled", ": ", value); })) {
     row.cores_enabled = number(value);
   }
   if (!kept.read) {

@@ -9,10 +9,10 @@
 
 #include "tests/unit/fakes/allocation.h"
 #include "tests/unit/fakes/manager.h"
-#include "tests/unit/fakes/module_test.h"
 #include "tests/unit/fakes/mutexes.h"
 #include "tests/unit/fakes/net_snmp.h"
 #include "tests/unit/fakes/sample_table.h"
+#include "tests/unit/fakes/sample_table_test.h"
 
 namespace {
 
@@ -28,15 +28,7 @@ using fakes::text;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-class TableTest : public fakes::ModuleTest {
- protected:
-  ~TableTest() override {
-    fakes::reset_allocations();
-    remove_rows(ev_sample);
-    remove_rows(subagent_sample);
-    ev_sample.table.de_register();
-  }
-};
+class TableTest : public fakes::SampleTableTest {};
 
 std::vector<const SampleRow *> listed(const fakes::SampleTable &sample) {
   std::vector<const SampleRow *> rows;
