@@ -33,10 +33,11 @@ class StorageTableTest : public ModuleTest {
     reinit_stor_table(1);
   }
 
-  // What the platform's query tool says of the number of drive slots.
+  // The platform's query tool, asked for the number of drive slots, and what it says.
+  static constexpr char slot_count_query[] =
+      "/usr/local/bin/datactl get=platformSkuType | /usr/local/bin/flatkv > /var/getNumOfHDD";
   void set_slot_count(const std::string &count) {
-    shell_.prints("/usr/local/bin/datactl get=platformSkuType | /usr/local/bin/flatkv > /var/getNumOfHDD",
-                  " name: rack\n hdd: " + count + "\n psu: 2\n");
+    shell_.prints(slot_count_query, " name: rack\n hdd: " + count + "\n psu: 2\n");
   }
 
   void write_snapshot(const std::vector<StorRecord> &controllers) const {
