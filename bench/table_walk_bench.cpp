@@ -26,7 +26,7 @@
 
 #include "core/table.h"
 #include "core/text.h"
-#include "tests/unit/fakes/manager.h"
+#include "tests/harness/manager.h"
 
 namespace {
 

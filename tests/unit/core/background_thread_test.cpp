@@ -8,10 +8,10 @@
 #include <thread>
 #include <vector>
 
-#include "tests/unit/fakes/module_test.h"
-#include "tests/unit/fakes/mutexes.h"
-#include "tests/unit/fakes/net_snmp.h"
-#include "tests/unit/fakes/threads.h"
+#include "tests/fakes/mutexes.h"
+#include "tests/fakes/net_snmp.h"
+#include "tests/fakes/threads.h"
+#include "tests/fixtures/module_fixture.h"
 
 namespace {
 

@@ -8,10 +8,10 @@
 #include <string_view>
 #include <vector>
 
-#include "tests/unit/fakes/manager.h"
-#include "tests/unit/fakes/module_test.h"
-#include "tests/unit/fakes/net_snmp.h"
-#include "tests/unit/fakes/sample_table.h"
+#include "tests/fakes/net_snmp.h"
+#include "tests/fixtures/module_fixture.h"
+#include "tests/fixtures/sample_table.h"
+#include "tests/harness/manager.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 #include <limits>
 #include <span>
 
-#include "tests/unit/fakes/module_test.h"
-#include "tests/unit/fakes/net_snmp.h"
+#include "tests/fakes/net_snmp.h"
+#include "tests/fixtures/module_fixture.h"
 
 namespace {
 

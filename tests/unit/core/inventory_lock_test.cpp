@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "core/access_lock.h"
-#include "tests/unit/fakes/module_test.h"
-#include "tests/unit/fakes/mutexes.h"
+#include "tests/fakes/mutexes.h"
+#include "tests/fixtures/module_fixture.h"
 
 namespace {
 

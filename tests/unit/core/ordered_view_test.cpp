@@ -11,9 +11,9 @@
 #include <vector>
 
 #include "core/table.h"
-#include "tests/unit/fakes/manager.h"
-#include "tests/unit/fakes/module_test.h"
-#include "tests/unit/fakes/sample_table.h"
+#include "tests/fixtures/module_fixture.h"
+#include "tests/fixtures/sample_table.h"
+#include "tests/harness/manager.h"
 
 namespace {
 

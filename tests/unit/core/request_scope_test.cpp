@@ -13,11 +13,11 @@
 
 #include "core/access_lock.h"
 #include "core/table.h"
-#include "tests/unit/fakes/allocation.h"
-#include "tests/unit/fakes/manager.h"
-#include "tests/unit/fakes/mutexes.h"
-#include "tests/unit/fakes/sample_table.h"
-#include "tests/unit/fakes/sample_table_test.h"
+#include "tests/fakes/allocation.h"
+#include "tests/fakes/mutexes.h"
+#include "tests/fixtures/sample_table.h"
+#include "tests/fixtures/sample_table_fixture.h"
+#include "tests/harness/manager.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 #include <cstdlib>
 #include <vector>
 
-#include "tests/unit/fakes/allocation.h"
-#include "tests/unit/fakes/module_test.h"
+#include "tests/fakes/allocation.h"
+#include "tests/fixtures/module_fixture.h"
 
 namespace {
 

@@ -12,8 +12,8 @@
 #include <string>
 #include <thread>
 
-#include "tests/unit/fakes/files.h"
-#include "tests/unit/fakes/module_test.h"
+#include "tests/fakes/files.h"
+#include "tests/fixtures/module_fixture.h"
 
 namespace {
 

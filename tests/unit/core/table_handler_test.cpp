@@ -5,10 +5,10 @@
 
 #include <array>
 
-#include "tests/unit/fakes/net_snmp.h"
-#include "tests/unit/fakes/sample_table.h"
-#include "tests/unit/fakes/sample_table_test.h"
-#include "tests/unit/fakes/value.h"
+#include "tests/fakes/net_snmp.h"
+#include "tests/fixtures/sample_table.h"
+#include "tests/fixtures/sample_table_fixture.h"
+#include "tests/harness/value.h"
 
 namespace {
 

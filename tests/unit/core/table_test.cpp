@@ -6,12 +6,12 @@
 #include <cstring>
 #include <vector>
 
-#include "tests/unit/fakes/allocation.h"
-#include "tests/unit/fakes/manager.h"
-#include "tests/unit/fakes/mutexes.h"
-#include "tests/unit/fakes/net_snmp.h"
-#include "tests/unit/fakes/sample_table.h"
-#include "tests/unit/fakes/sample_table_test.h"
+#include "tests/fakes/allocation.h"
+#include "tests/fakes/mutexes.h"
+#include "tests/fakes/net_snmp.h"
+#include "tests/fixtures/sample_table.h"
+#include "tests/fixtures/sample_table_fixture.h"
+#include "tests/harness/manager.h"
 
 namespace {
 

@@ -5,9 +5,9 @@
 #include <vector>
 
 #include "core/table.h"
-#include "tests/unit/fakes/mutexes.h"
-#include "tests/unit/fakes/sample_table.h"
-#include "tests/unit/fakes/sample_table_test.h"
+#include "tests/fakes/mutexes.h"
+#include "tests/fixtures/sample_table.h"
+#include "tests/fixtures/sample_table_fixture.h"
 
 namespace {
 

@@ -26,7 +26,7 @@
 #include <vector>
 
 #include "host/exit_status.h"
-#include "tests/unit/eventually.h"
+#include "tests/harness/eventually.h"
 
 namespace tavo {
 namespace {

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "simulator/service.h"
-#include "tests/unit/eventually.h"
+#include "tests/harness/eventually.h"
 
 namespace tavo::sim {
 

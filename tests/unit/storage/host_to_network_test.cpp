@@ -9,10 +9,10 @@
 #include <thread>
 #include <vector>
 
-#include "tests/unit/eventually.h"
-#include "tests/unit/fakes/module_test.h"
-#include "tests/unit/fakes/mutexes.h"
-#include "tests/unit/fakes/net_snmp.h"
+#include "tests/fakes/mutexes.h"
+#include "tests/fakes/net_snmp.h"
+#include "tests/fixtures/module_fixture.h"
+#include "tests/harness/eventually.h"
 
 namespace {
 

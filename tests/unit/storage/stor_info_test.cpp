@@ -13,11 +13,11 @@
 #include <string>
 #include <vector>
 
-#include "tests/unit/fakes/allocation.h"
-#include "tests/unit/fakes/files.h"
-#include "tests/unit/fakes/module_test.h"
-#include "tests/unit/fakes/net_snmp.h"
-#include "tests/unit/fakes/storage_snapshot.h"
+#include "tests/fakes/allocation.h"
+#include "tests/fakes/files.h"
+#include "tests/fakes/net_snmp.h"
+#include "tests/fixtures/module_fixture.h"
+#include "tests/fixtures/storage_snapshot.h"
 
 namespace {
 

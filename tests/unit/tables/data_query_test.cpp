@@ -5,8 +5,8 @@
 #include <optional>
 #include <string>
 
-#include "tests/unit/fakes/module_test.h"
-#include "tests/unit/fakes/shell.h"
+#include "tests/fakes/shell.h"
+#include "tests/fixtures/module_fixture.h"
 
 namespace {
 

@@ -14,11 +14,11 @@
 #include "tables/tavoStorageLocalDiskTable.h"
 #include "tables/tavoStorageLocalLunTable.h"
 #include "tables/tavoStorageRaidBatteryTable.h"
-#include "tests/unit/eventually.h"
-#include "tests/unit/fakes/allocation.h"
-#include "tests/unit/fakes/mutexes.h"
-#include "tests/unit/fakes/net_snmp.h"
-#include "tests/unit/fakes/storage_tables.h"
+#include "tests/fakes/allocation.h"
+#include "tests/fakes/mutexes.h"
+#include "tests/fakes/net_snmp.h"
+#include "tests/fixtures/storage_tables_fixture.h"
+#include "tests/harness/eventually.h"
 
 namespace {
 

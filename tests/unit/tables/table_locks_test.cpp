@@ -28,8 +28,8 @@
 #include "tables/tavoStorageVeltroCardTable.h"
 #include "tables/tavoStorageVeltroControllerTable.h"
 #include "tables/tavoStorageVeltroDriveTable.h"
-#include "tests/unit/fakes/module_test.h"
-#include "tests/unit/fakes/sample_table.h"
+#include "tests/fixtures/module_fixture.h"
+#include "tests/fixtures/sample_table.h"
 
 namespace {
 

@@ -11,15 +11,15 @@
 #include <vector>
 
 #include "core/access_lock.h"
-#include "tests/unit/fakes/allocation.h"
-#include "tests/unit/fakes/clock.h"
-#include "tests/unit/fakes/files.h"
-#include "tests/unit/fakes/golden.h"
-#include "tests/unit/fakes/module_test.h"
-#include "tests/unit/fakes/mutexes.h"
-#include "tests/unit/fakes/net_snmp.h"
-#include "tests/unit/fakes/rubbish.h"
-#include "tests/unit/fakes/shell.h"
+#include "tests/fakes/allocation.h"
+#include "tests/fakes/clock.h"
+#include "tests/fakes/files.h"
+#include "tests/fakes/mutexes.h"
+#include "tests/fakes/net_snmp.h"
+#include "tests/fakes/shell.h"
+#include "tests/fixtures/module_fixture.h"
+#include "tests/fixtures/rubbish.h"
+#include "tests/harness/golden.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "tables/fan_state.h"
-#include "tests/unit/fakes/fan_table_test.h"
+#include "tests/fixtures/fan_table_fixture.h"
 
 namespace {
 

@@ -10,12 +10,12 @@
 
 #include "core/access_lock.h"
 #include "tables/fan_state.h"
-#include "tests/unit/fakes/allocation.h"
-#include "tests/unit/fakes/fan_table_test.h"
-#include "tests/unit/fakes/golden.h"
-#include "tests/unit/fakes/mutexes.h"
-#include "tests/unit/fakes/net_snmp.h"
-#include "tests/unit/fakes/sensors.h"
+#include "tests/fakes/allocation.h"
+#include "tests/fakes/mutexes.h"
+#include "tests/fakes/net_snmp.h"
+#include "tests/fakes/sensors.h"
+#include "tests/fixtures/fan_table_fixture.h"
+#include "tests/harness/golden.h"
 
 namespace {
 

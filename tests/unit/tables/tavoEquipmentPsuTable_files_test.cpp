@@ -9,10 +9,10 @@
 #include <utility>
 #include <vector>
 
-#include "tests/unit/fakes/files.h"
-#include "tests/unit/fakes/fru.h"
-#include "tests/unit/fakes/psu_table_test.h"
-#include "tests/unit/fakes/rubbish.h"
+#include "tests/fakes/files.h"
+#include "tests/fakes/fru.h"
+#include "tests/fixtures/psu_table_fixture.h"
+#include "tests/fixtures/rubbish.h"
 
 namespace {
 

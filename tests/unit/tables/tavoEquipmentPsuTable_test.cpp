@@ -8,14 +8,14 @@
 #include <vector>
 
 #include "core/access_lock.h"
-#include "tests/unit/fakes/allocation.h"
-#include "tests/unit/fakes/clock.h"
-#include "tests/unit/fakes/files.h"
-#include "tests/unit/fakes/fru.h"
-#include "tests/unit/fakes/golden.h"
-#include "tests/unit/fakes/mutexes.h"
-#include "tests/unit/fakes/net_snmp.h"
-#include "tests/unit/fakes/psu_table_test.h"
+#include "tests/fakes/allocation.h"
+#include "tests/fakes/clock.h"
+#include "tests/fakes/files.h"
+#include "tests/fakes/fru.h"
+#include "tests/fakes/mutexes.h"
+#include "tests/fakes/net_snmp.h"
+#include "tests/fixtures/psu_table_fixture.h"
+#include "tests/harness/golden.h"
 
 namespace {
 

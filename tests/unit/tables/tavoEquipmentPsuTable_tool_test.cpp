@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "tests/unit/fakes/files.h"
-#include "tests/unit/fakes/psu_table_test.h"
-#include "tests/unit/fakes/rubbish.h"
-#include "tests/unit/fakes/shell.h"
+#include "tests/fakes/files.h"
+#include "tests/fakes/shell.h"
+#include "tests/fixtures/psu_table_fixture.h"
+#include "tests/fixtures/rubbish.h"
 
 namespace {
 

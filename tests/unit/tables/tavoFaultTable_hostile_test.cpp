@@ -13,7 +13,7 @@
 #include "tables/fault_database.h"
 #include "tables/tavoFaultTable.h"
 #include "tables/tavoFaultTable_traps.h"
-#include "tests/unit/fakes/fault_table_test.h"
+#include "tests/fixtures/fault_table_fixture.h"
 
 namespace {
 

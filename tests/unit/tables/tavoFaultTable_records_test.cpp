@@ -15,9 +15,9 @@
 #include "tables/fault_database.h"
 #include "tables/tavoFaultTable.h"
 #include "tables/tavoFaultTable_traps.h"
-#include "tests/unit/fakes/allocation.h"
-#include "tests/unit/fakes/fault_table_test.h"
-#include "tests/unit/fakes/mutexes.h"
+#include "tests/fakes/allocation.h"
+#include "tests/fakes/mutexes.h"
+#include "tests/fixtures/fault_table_fixture.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include <string>
 
 #include "tables/fan_state.h"
-#include "tests/unit/fakes/fault_table_test.h"
+#include "tests/fixtures/fault_table_fixture.h"
 
 namespace {
 

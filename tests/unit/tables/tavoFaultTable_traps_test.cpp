@@ -5,8 +5,8 @@
 
 #include <string>
 
-#include "tests/unit/fakes/clock.h"
-#include "tests/unit/fakes/fault_table_test.h"
+#include "tests/fakes/clock.h"
+#include "tests/fixtures/fault_table_fixture.h"
 
 namespace {
 

@@ -10,12 +10,12 @@
 
 #include "core/access_lock.h"
 #include "platform/inventory.h"
-#include "tests/unit/fakes/allocation.h"
-#include "tests/unit/fakes/golden.h"
-#include "tests/unit/fakes/memory.h"
-#include "tests/unit/fakes/module_test.h"
-#include "tests/unit/fakes/mutexes.h"
-#include "tests/unit/fakes/net_snmp.h"
+#include "tests/fakes/allocation.h"
+#include "tests/fakes/memory_modules.h"
+#include "tests/fakes/mutexes.h"
+#include "tests/fakes/net_snmp.h"
+#include "tests/fixtures/module_fixture.h"
+#include "tests/harness/golden.h"
 
 namespace {
 

@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "platform/inventory.h"
-#include "tests/unit/fakes/inventory.h"
-#include "tests/unit/fakes/processor_table_test.h"
+#include "tests/fakes/inventory.h"
+#include "tests/fixtures/processor_table_fixture.h"
 
 namespace {
 

@@ -9,12 +9,12 @@
 
 #include "core/access_lock.h"
 #include "platform/inventory.h"
-#include "tests/unit/fakes/allocation.h"
-#include "tests/unit/fakes/golden.h"
-#include "tests/unit/fakes/inventory.h"
-#include "tests/unit/fakes/mutexes.h"
-#include "tests/unit/fakes/net_snmp.h"
-#include "tests/unit/fakes/processor_table_test.h"
+#include "tests/fakes/allocation.h"
+#include "tests/fakes/inventory.h"
+#include "tests/fakes/mutexes.h"
+#include "tests/fakes/net_snmp.h"
+#include "tests/fixtures/processor_table_fixture.h"
+#include "tests/harness/golden.h"
 
 namespace {
 

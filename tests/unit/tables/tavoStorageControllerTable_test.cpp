@@ -5,10 +5,10 @@
 #include <array>
 #include <string>
 
-#include "tests/unit/fakes/allocation.h"
-#include "tests/unit/fakes/golden.h"
-#include "tests/unit/fakes/net_snmp.h"
-#include "tests/unit/fakes/storage_tables.h"
+#include "tests/fakes/allocation.h"
+#include "tests/fakes/net_snmp.h"
+#include "tests/fixtures/storage_tables_fixture.h"
+#include "tests/harness/golden.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <string>
 
-#include "tests/unit/fakes/storage_tables.h"
+#include "tests/fixtures/storage_tables_fixture.h"
 
 namespace {
 

@@ -10,10 +10,10 @@
 #include <vector>
 
 #include "tables/tavoStorageLocalLunTable.h"
-#include "tests/unit/fakes/allocation.h"
-#include "tests/unit/fakes/golden.h"
-#include "tests/unit/fakes/net_snmp.h"
-#include "tests/unit/fakes/storage_tables.h"
+#include "tests/fakes/allocation.h"
+#include "tests/fakes/net_snmp.h"
+#include "tests/fixtures/storage_tables_fixture.h"
+#include "tests/harness/golden.h"
 
 namespace {
 

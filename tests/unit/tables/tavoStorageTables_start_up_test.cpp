@@ -14,9 +14,9 @@
 #include "tables/tavoStorageVeltroControllerTable.h"
 #include "tables/tavoStorageVeltroDriveTable.h"
 #include "tables/velt_info.h"
-#include "tests/unit/fakes/net_snmp.h"
-#include "tests/unit/fakes/storage_client.h"
-#include "tests/unit/fakes/storage_tables.h"
+#include "tests/fakes/net_snmp.h"
+#include "tests/fakes/storage_client.h"
+#include "tests/fixtures/storage_tables_fixture.h"
 #include "threads/velt_event_thread.h"
 
 namespace {

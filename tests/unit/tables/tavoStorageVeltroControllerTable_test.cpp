@@ -5,9 +5,9 @@
 #include <array>
 #include <string>
 
-#include "tests/unit/fakes/allocation.h"
-#include "tests/unit/fakes/golden.h"
-#include "tests/unit/fakes/sd_card_tables.h"
+#include "tests/fakes/allocation.h"
+#include "tests/fixtures/sd_card_tables_fixture.h"
+#include "tests/harness/golden.h"
 
 namespace {
 

@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <cstring>
 
-#include "tests/unit/fakes/module_test.h"
-#include "tests/unit/fakes/net_snmp.h"
-#include "tests/unit/fakes/storage_client.h"
+#include "tests/fakes/net_snmp.h"
+#include "tests/fakes/storage_client.h"
+#include "tests/fixtures/module_fixture.h"
 
 namespace {
 

@@ -14,11 +14,11 @@
 #include <cstring>
 #include <string>
 
-#include "tests/unit/eventually.h"
-#include "tests/unit/fakes/cmc_thread_test.h"
-#include "tests/unit/fakes/net_snmp.h"
-#include "tests/unit/fakes/sockets.h"
-#include "tests/unit/fakes/threads.h"
+#include "tests/fakes/net_snmp.h"
+#include "tests/fakes/sockets.h"
+#include "tests/fakes/threads.h"
+#include "tests/fixtures/cmc_thread_fixture.h"
+#include "tests/harness/eventually.h"
 
 namespace {
 

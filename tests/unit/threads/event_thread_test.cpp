@@ -10,11 +10,11 @@
 #include "tables/fault_database.h"
 #include "tables/tavoFaultTable.h"
 #include "tables/tavoFaultTable_traps.h"
-#include "tests/unit/fakes/allocation.h"
-#include "tests/unit/fakes/clock.h"
-#include "tests/unit/fakes/fault_table_test.h"
-#include "tests/unit/fakes/mutexes.h"
-#include "tests/unit/fakes/threads.h"
+#include "tests/fakes/allocation.h"
+#include "tests/fakes/clock.h"
+#include "tests/fakes/mutexes.h"
+#include "tests/fakes/threads.h"
+#include "tests/fixtures/fault_table_fixture.h"
 
 namespace {
 

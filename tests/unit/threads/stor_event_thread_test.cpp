@@ -5,11 +5,11 @@
 #include <cerrno>
 
 #include "core/access_lock.h"
-#include "tests/unit/fakes/clock.h"
-#include "tests/unit/fakes/module_test.h"
-#include "tests/unit/fakes/net_snmp.h"
-#include "tests/unit/fakes/storage_client.h"
-#include "tests/unit/fakes/threads.h"
+#include "tests/fakes/clock.h"
+#include "tests/fakes/net_snmp.h"
+#include "tests/fakes/storage_client.h"
+#include "tests/fakes/threads.h"
+#include "tests/fixtures/module_fixture.h"
 
 namespace {
 

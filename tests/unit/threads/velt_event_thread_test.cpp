@@ -20,12 +20,12 @@
 #include "tables/tavoStorageVeltroCardTable.h"
 #include "tables/tavoStorageVeltroControllerTable.h"
 #include "tables/tavoStorageVeltroDriveTable.h"
-#include "tests/unit/fakes/files.h"
-#include "tests/unit/fakes/module_test.h"
-#include "tests/unit/fakes/net_snmp.h"
-#include "tests/unit/fakes/sockets.h"
-#include "tests/unit/fakes/storage_client.h"
-#include "tests/unit/fakes/threads.h"
+#include "tests/fakes/files.h"
+#include "tests/fakes/net_snmp.h"
+#include "tests/fakes/sockets.h"
+#include "tests/fakes/storage_client.h"
+#include "tests/fakes/threads.h"
+#include "tests/fixtures/module_fixture.h"
 
 namespace {
 

@@ -1,0 +1,72 @@
+#include "tests/fakes/allocation.h"
+
+#include <atomic>
+#include <cerrno>
+#include <cstddef>
+#include <mutex>
+
+namespace fakes {
+namespace {
+
+std::mutex mutex;
+int successes_left = 0;
+int failures_left = 0;
+int failed = 0;
+// Read without the mutex, which would order the module's threads for ThreadSanitizer and so hide their races from it.
+std::atomic<bool> failing = false;
+
+bool fails() {
+  if (!failing.load(std::memory_order_relaxed)) {
+    return false;
+  }
+  const std::scoped_lock lock(mutex);
+  if (failures_left == 0) {
+    return false;
+  }
+  if (successes_left > 0) {
+    --successes_left;
+    return false;
+  }
+  --failures_left;
+  ++failed;
+  errno = ENOMEM;
+  return true;
+}
+
+}  // namespace
+
+void fail_allocations(int successes, int failures) {
+  const std::scoped_lock lock(mutex);
+  successes_left = successes;
+  failures_left = failures;
+  failing = failures > 0;
+}
+
+int failed_allocations() {
+  const std::scoped_lock lock(mutex);
+  return failed;
+}
+
+void reset_allocations() {
+  const std::scoped_lock lock(mutex);
+  successes_left = 0;
+  failures_left = 0;
+  failed = 0;
+  failing = false;
+}
+
+}  // namespace fakes
+
+extern "C" {
+
+void *__real_calloc(std::size_t count, std::size_t size);
+void *__real_reallocarray(void *memory, std::size_t count, std::size_t size);
+
+void *__wrap_calloc(std::size_t count, std::size_t size) {
+  return fakes::fails() ? nullptr : __real_calloc(count, size);
+}
+
+void *__wrap_reallocarray(void *memory, std::size_t count, std::size_t size) {
+  return fakes::fails() ? nullptr : __real_reallocarray(memory, count, size);
+}
+}
