@@ -1,0 +1,9 @@
+#!/bin/sh
+# codespell.sh SOURCE_DIR: fails when a tracked file has a word that codespell knows as misspelt.
+set -eu
+cd "$1"
+if ! command -v codespell >/dev/null; then
+  echo "skipped: codespell is not installed"
+  exit 77
+fi
+git ls-files -z | xargs -0 codespell --ignore-words tests/lint/codespell-ignore.txt

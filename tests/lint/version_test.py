@@ -1,0 +1,17 @@
+"""The project's version stands in CMakeLists.txt; what must repeat it, because people read it there, does."""
+
+import pathlib
+import re
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+VERSION = re.search(r"^project\(\w+ VERSION ([\d.]+)", (ROOT / "CMakeLists.txt").read_text(), re.MULTILINE)[1]
+
+
+def test_changelog_begins_with_the_version():
+    releases = re.findall(r"^## \[(\d[\d.]*)\]", (ROOT / "CHANGELOG.md").read_text(), re.MULTILINE)
+    assert releases[0] == VERSION
+
+
+def test_security_policy_supports_the_version():
+    supported = re.findall(r"^\| ([\d.]+)\.x \| yes \|$", (ROOT / "SECURITY.md").read_text(), re.MULTILINE)
+    assert VERSION.rpartition(".")[0] in supported
