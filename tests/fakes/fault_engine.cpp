@@ -63,16 +63,16 @@ FaultRecord fault(std::uint32_t class_code, std::uint32_t index, std::uint32_t s
       .number(FAULT_TAG, 0x11223344)
       .number(FAULT_INDEX, index)
       .text(FAULT_AFFECTED_OBJECT, "sys/rack-unit-1/board/cpu-1")
-      .text(FAULT_DN, "sys/rack-unit-1/board/cpu-1/fault-F0174")
-      .text(FAULT_RN, "fault-F0174")
+      .text(FAULT_DN, "sys/rack-unit-1/board/cpu-1/fault-1001")
+      .text(FAULT_RN, "fault-1001")
       .identifier({1, 3, 6, 1, 4, 1, 61453, 4, 207, 1, 41, 9, 1, 2, 1})
-      .text(FAULT_DESCRIPTION, "Processor 1 is inoperable")
+      .text(FAULT_DESCRIPTION, "Processor 1 has failed")
       .number(FAULT_FIRST_TIME, 1'700'000'000)
       .number(FAULT_LAST_TIME, 1'700'003'600)
       .number(FAULT_PREVIOUS_SEVERITY, 4, 1)
       .number(FAULT_OCCURRENCES, 200, 1)
-      .number(FAULT_CAUSE, 117)
-      .number(FAULT_CODE, 174);
+      .number(FAULT_CAUSE, 17)
+      .number(FAULT_CODE, 1001);
 }
 
 std::vector<std::string> fault_engine_calls() {

@@ -44,7 +44,7 @@ CHANGES = [
     ("sd-card pull 1", "sd-card insert 1"),
     ("sd-mode 1", "sd-mode 0"),
     ("power off", "power on"),
-    ("led set LED_FAN_STATUS color=RED", "led set LED_FAN_STATUS color=AMBER"),
+    ("led set LED_FANS color=RED", "led set LED_FANS color=AMBER"),
     ("server set low-voltage-memory=2", "server set low-voltage-memory=1"),
     ("processor set 1 temperature=71.5", "processor set 1 temperature=41.6"),
     *((f"fault raise {{number}} class={class_} severity=minor", "fault clear {number}")

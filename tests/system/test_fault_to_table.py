@@ -111,7 +111,7 @@ def test_an_adaptor_that_runs_hot_is_notified_and_shown(watch):
 
 def test_a_pulled_disk_is_shown_after_a_minute(watch):
     row = [f"{DISK_PRESENCE}.2", f"{DISK_NAME}.2"]
-    assert watch.get(*row) == ["10", "TD-HDD-300G-15K"]
+    assert watch.get(*row) == ["10", "DISK-B"]
     watch.server.ctl("drive", "pull", "4", "2")
     watch.assert_rebuilt(STORAGE)
     started, *found = events(watch.daemon)

@@ -79,9 +79,9 @@ def fault_varbinds(kind, severity, last_time, occurrences, description, object_p
         (column(5), f'STRING: "{object_prefix}sys/rack-unit-1/board/cpu-2"'),
         (column(10), date_and_time(1_700_000_000)),
         (column(14), date_and_time(last_time)),
-        (column(9), "INTEGER: 174"),
+        (column(9), "INTEGER: 1001"),
         (column(22), "INTEGER: 5"),
-        (column(7), "INTEGER: 117"),
+        (column(7), "INTEGER: 17"),
         (column(20), f"INTEGER: {severity}"),
         (column(16), f"Counter32: {occurrences}"),
         (column(13), f"Counter64: {7 << 32}"),
@@ -91,14 +91,14 @@ def fault_varbinds(kind, severity, last_time, occurrences, description, object_p
 def columns(severity, last_time, description, previous):
     """Every column of fault 7, as snmpwalk prints it."""
     values = {
-        2: 'STRING: "sys/rack-unit-1/board/cpu-2/fault-F0174"',
-        3: 'STRING: "fault-F0174"',
+        2: 'STRING: "sys/rack-unit-1/board/cpu-2/fault-1001"',
+        3: 'STRING: "fault-1001"',
         4: f"OID: .{PROCESSOR_DN}.2",
         5: 'STRING: "sys/rack-unit-1/board/cpu-2"',
         6: "INTEGER: 1",
-        7: "INTEGER: 117",
+        7: "INTEGER: 17",
         8: 'STRING: "unknown"',
-        9: "INTEGER: 174",
+        9: "INTEGER: 1001",
         10: date_and_time(1_700_000_000),
         11: f'STRING: "{description}"',
         12: "INTEGER: 6",
@@ -108,7 +108,7 @@ def columns(severity, last_time, description, previous):
         16: "Counter32: 3",
         17: f"INTEGER: {severity}",
         18: f"INTEGER: {previous}",
-        19: "INTEGER: 174",
+        19: "INTEGER: 1001",
         20: f"INTEGER: {severity}",
         21: 'STRING: "C"',
         22: "INTEGER: 5",
@@ -140,7 +140,7 @@ def start_daemon(start, route, server, sender_configuration, configuration="", *
 @pytest.mark.parametrize("route", ["alone", "agentx"])
 def test_raise_update_and_clear_reach_every_kind_of_receiver(start, directory, route):
     with_serial_number = route == "alone"
-    prefix = "[Serial No: TVL19240A7C] " if with_serial_number else ""
+    prefix = "[Serial No: SERIAL-0001] " if with_serial_number else ""
     server = start(Server)
     if with_serial_number:
         server.run("touch", "/var/snmpSerialNoEnabled")
@@ -151,13 +151,13 @@ def test_raise_update_and_clear_reach_every_kind_of_receiver(start, directory, r
     server.wait_for_listeners()
     time_before = int(time.time())
 
-    server.ctl("fault", "raise", "7", "class=processor", "unit=2", "severity=minor", "cause=117", "code=174", "tag=67",
-               "occurrences=3", "dn=sys/rack-unit-1/board/cpu-2/fault-F0174", "rn=fault-F0174",
-               "description=Processor 2 is inoperable", "first-time=1700000000", "last-time=1700003600")
+    server.ctl("fault", "raise", "7", "class=processor", "unit=2", "severity=minor", "cause=17", "code=1001", "tag=67",
+               "occurrences=3", "dn=sys/rack-unit-1/board/cpu-2/fault-1001", "rn=fault-1001",
+               "description=Processor 2 has failed", "first-time=1700000000", "last-time=1700003600")
     for receiver in receivers.values():
         receiver.wait_for(1)
-    raised = fault_varbinds(f".{RAISED}", 4, 1_700_003_600, 3, "Processor 2 is inoperable", prefix)
-    assert row(daemon, 7) == columns(4, 1_700_003_600, "Processor 2 is inoperable", 0)
+    raised = fault_varbinds(f".{RAISED}", 4, 1_700_003_600, 3, "Processor 2 has failed", prefix)
+    assert row(daemon, 7) == columns(4, 1_700_003_600, "Processor 2 has failed", 0)
 
     server.ctl("fault", "update", "7", "severity=critical", "description=Processor 2 is too hot", "last-time=1700007200")
     for receiver in receivers.values():

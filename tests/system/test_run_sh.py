@@ -46,10 +46,10 @@ TABLES = [
 # Table, column as it is printed, value in the first row.
 FIRST_CELLS = [
     ("tavoAdaptorUnitTable", "Dn", "sys/rack-unit-1/adaptor-2"),
-    ("tavoComputeBoardTable", "Model", "TAV-R2-BOARD"),
+    ("tavoComputeBoardTable", "Model", "BOARD-A"),
     ("tavoComputeRackUnitTable", "ProductName", "Tavolo R2 Rack Server"),
     ("tavoEquipmentFanTable", "Dn", "sys/rack-unit-1/fan-module-1-1/fan-1"),
-    ("tavoEquipmentPsuTable", "Model", "TAV-PSU-770AC"),
+    ("tavoEquipmentPsuTable", "Model", "SUPPLY-800"),
     ("tavoEquipmentHealthLedTable", "Color", "amber"),
     ("tavoMemoryUnitTable", "Capacity", "16384 MB"),
 ]

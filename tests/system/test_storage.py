@@ -88,7 +88,7 @@ def test_a_pulled_disk_becomes_a_placeholder_and_comes_back(daemon, server):
 
     server.wait_for_listeners()
     before = slot_2()
-    assert before[2] == 'STRING: "TD-HDD-300G-15K"'
+    assert before[2] == 'STRING: "DISK-B"'
     server.ctl("drive", "pull", "4", "2")
     # The snapshot is left alone for a minute, and the refresh thread looks every 20 seconds.
     wait_until(lambda: slot_2() == ["INTEGER: 6", "INTEGER: 11", '""'], what="a placeholder in slot 2")

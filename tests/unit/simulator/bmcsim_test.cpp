@@ -130,10 +130,10 @@ TEST_F(Program, FrontEndsPrintWhatTheModulesPipelinesRead) {
   EXPECT_EQ(run("datactl get=adapterFW[4] | flatkv | grep -B 1 \"STARTUP, RUNNING\" | grep \"image-version\" | "
                 "awk -F\": \" ' { print $2 } ' ")
                 .output,
-            "24.12.1-0049\n");
+            "1.2.3\n");
   EXPECT_EQ(
       run("ipmitool -I bmc fru 2> /dev/null | grep \"Product Serial\" | awk -F\": \" ' NR<2 { print $2 } '").output,
-      "TVL19240A7C\n");
+      "SERIAL-0001\n");
   EXPECT_EQ(run("datactl get=description | flatkv | grep description | awk -F\" \" '{print $2}'").output,
             "Rack-Server\n");
   EXPECT_EQ(run("datactl get=inventoryCPU | flatkv | grep CoreCount | awk -F\": \" '{print $2}' | uniq -c | "

@@ -77,9 +77,9 @@ TEST_F(Control, PowerSuppliesAreWhatTheFilesSay) {
   EXPECT_EQ(file("pmbus/num_psu"), std::string("\x02\x00\x00\x00", 4));
   EXPECT_EQ(file("pmbus/ps0/status"), std::string(2, '\0'));
   EXPECT_EQ(file("pmbus/ps0/pin"), std::string("\x68\x00", 2));
-  EXPECT_EQ(file("pmbus/ps1/poutmax"), std::string("\x02\x03", 2));
-  EXPECT_EQ(file("pmbus/ps1/rev"), "03.01.07");
-  EXPECT_EQ(file("pmbus/ps1/model"), "TAV-PSU-770AC" + std::string(19, '\0'));
+  EXPECT_EQ(file("pmbus/ps1/poutmax"), std::string("\x20\x03", 2));
+  EXPECT_EQ(file("pmbus/ps1/rev"), "01.02.03");
+  EXPECT_EQ(file("pmbus/ps1/model"), "SUPPLY-800" + std::string(22, '\0'));
   control_words("supply fail 1");
   EXPECT_NE(file("pmbus/ps0/status"), std::string(2, '\0'));
   control_words("supply remove 2");
@@ -105,7 +105,7 @@ TEST_F(Control, SnapshotHoldsControllersDrivesVolumesAndBatteries) {
   EXPECT_EQ(integer_at<std::int32_t>(second, STOR_CONTROLLER_VOLUME_COUNT), 3);
   EXPECT_EQ(integer_at<std::uint32_t>(second, STOR_BATTERY_PRESENT), 1U);
   EXPECT_EQ(integer_at<std::uint32_t>(second, STOR_BATTERY_TYPE), 8U);
-  EXPECT_EQ(text_at(drive(snapshot, 3), STOR_DRIVE_NAME, STOR_TEXT_SIZE), "TD-SSD-480G");
+  EXPECT_EQ(text_at(drive(snapshot, 3), STOR_DRIVE_NAME, STOR_TEXT_SIZE), "DISK-C");
   EXPECT_EQ(integer_at<std::uint32_t>(drive(snapshot, 3), STOR_DRIVE_SLOT), 5U);
   EXPECT_EQ(integer_at<std::uint64_t>(drive(snapshot, 3), STOR_DRIVE_COLUMN_13), 937703088U);
   const char *volume = second + STOR_CONTROLLER_VOLUMES + 2 * STOR_VOLUME_SIZE;

@@ -49,7 +49,7 @@ TEST_F(Queries, AbsentSupplyIsListedAsMissing) {
 
 TEST_F(Queries, RunningImageStandsBeforeItsState) {
   EXPECT_EQ(lines("adapterFW[2]"),
-            " image-version: 4.1.2\n image-state: STARTUP, RUNNING\n image-version: 4.0.9\n image-state: BACKUP\n");
+            " image-version: 2.0.1\n image-state: STARTUP, RUNNING\n image-version: 1.9.0\n image-state: BACKUP\n");
   EXPECT_EQ(query(inventory_, "adapterFW[9]"), std::nullopt);
 }
 

@@ -42,8 +42,8 @@ std::string firmware_command(int slot) {
 }
 
 std::string card(const std::string &slot, const std::string &overtemperature) {
-  return " slot-number: " + slot + "\n product-id: TAC-" + slot + "\n i2cLogicalBus: bus-" + slot +
-         "\n serial-number: SN" + slot + "\n overtemp-condition: " + overtemperature + "\n hw-part-no: 73-" + slot +
+  return " slot-number: " + slot + "\n product-id: CARD-" + slot + "\n i2cLogicalBus: bus-" + slot +
+         "\n serial-number: SN" + slot + "\n overtemp-condition: " + overtemperature + "\n hw-part-no: PART-" + slot +
          "\n";
 }
 
@@ -73,7 +73,7 @@ std::vector<Cell> cells(oid slot, const std::string &firmware, bool hot) {
           {8, slot, counter64(0)},
           {9, slot, gauge(static_cast<std::uint32_t>(slot))},
           {10, slot, integer(0)},
-          {11, slot, text("TAC-" + number)},
+          {11, slot, text("CARD-" + number)},
           {12, slot, integer(hot ? 8 : 1)},
           {13, slot, integer(hot ? 8 : 1)},
           {14, slot, text("bus-" + number)},
@@ -88,16 +88,16 @@ std::vector<Cell> cells(oid slot, const std::string &firmware, bool hot) {
           {23, slot, text("Tavolo Systems Inc")},
           {24, slot, integer(0)},
           {25, slot, integer(0)},
-          {26, slot, text("73-" + number)}};
+          {26, slot, text("PART-" + number)}};
 }
 
 TEST_F(AdaptorUnitTableTest, ServesEveryColumnOfEveryCard) {
   cards(2, card("2", "no") + card("5", "yes"));
-  shell.prints(firmware_command(2), "4.1(2f)\n");
-  shell.prints(firmware_command(5), "4.0(9)\n");
+  shell.prints(firmware_command(2), "2.0.1\n");
+  shell.prints(firmware_command(5), "1.9.0\n");
   EXPECT_EQ(init_tavoAdaptorUnitTable(), 0);
-  std::vector<Cell> expected = cells(2, "4.1(2f)", false);
-  const std::vector<Cell> hot = cells(5, "4.0(9)", true);
+  std::vector<Cell> expected = cells(2, "2.0.1", false);
+  const std::vector<Cell> hot = cells(5, "1.9.0", true);
   expected.insert(expected.end(), hot.begin(), hot.end());
   fakes::expect_table(table, expected);
   EXPECT_EQ(tavoAdaptorUnitTable_head->index, 5U) << "the last card found comes first";
@@ -224,7 +224,7 @@ TEST_F(AdaptorUnitTableTest, TheCacheIsLoadedOnceUntilABuildWantsItAnew) {
   initialize_adaptorunit_table(0);
   char out[128] = {};
   EXPECT_EQ(GetValuefromCache("product-id", ": ", 1, out), 1);
-  EXPECT_STREQ(out, "TAC-2");
+  EXPECT_STREQ(out, "CARD-2");
   EXPECT_EQ(GetValuefromCache("product-id", ": ", 2, out), 0);
   EXPECT_THAT(shell.system_commands(), SizeIs(1));
   initialize_adaptorunit_table(1);

@@ -43,13 +43,13 @@ class ComputeBoardTableTest : public fakes::ModuleTest {
 };
 
 TEST_F(ComputeBoardTableTest, ServesEveryColumn) {
-  fakes::set_board_area({.manufacturer = "Tavolo", .product_name = "TB-2200", .serial = "BRD0815"});
+  fakes::set_board_area({.manufacturer = "Tavolo", .product_name = "BOARD-A", .serial = "SERIAL-0002"});
   EXPECT_EQ(init_tavoComputeBoardTable(), 0);
   fakes::expect_table(table, {{2, 1, text("sys/rack-unit-1/board")},
                               {3, 1, text("board")},
                               {4, 1, integer(100)},
                               {5, 1, gauge(1)},
-                              {6, 1, text("TB-2200")},
+                              {6, 1, text("BOARD-A")},
                               {7, 1, integer(1)},
                               {8, 1, integer(1)},
                               {9, 1, integer(1)},
@@ -57,7 +57,7 @@ TEST_F(ComputeBoardTableTest, ServesEveryColumn) {
                               {11, 1, integer(1)},
                               {12, 1, integer(10)},
                               {13, 1, text("")},
-                              {14, 1, text("BRD0815")},
+                              {14, 1, text("SERIAL-0002")},
                               {15, 1, integer(100)},
                               {16, 1, text("Tavolo")},
                               {17, 1, integer(100)}});
@@ -92,10 +92,10 @@ TEST_F(ComputeBoardTableTest, AnAreaThatCannotBeReadLeavesItsTextsEmptyAfterFive
 }
 
 TEST_F(ComputeBoardTableTest, AnAreaThatComesLateEndsTheTries) {
-  fakes::set_board_area({.manufacturer = "Tavolo", .product_name = "TB-2200", .serial = "BRD0815"});
+  fakes::set_board_area({.manufacturer = "Tavolo", .product_name = "BOARD-A", .serial = "SERIAL-0002"});
   fakes::fail_board_area(2);
   initialize_board_table();
-  EXPECT_STREQ(tavoComputeBoardTable_head->model, "TB-2200");
+  EXPECT_STREQ(tavoComputeBoardTable_head->model, "BOARD-A");
   EXPECT_THAT(clock.sleeps(), ElementsAre(5, 5));
 }
 
@@ -112,7 +112,7 @@ int held_locks() {
 }
 
 TEST_F(ComputeBoardTableTest, NoLockIsHeldWhileTheAreaIsAwaited) {
-  fakes::set_board_area({.manufacturer = "Tavolo", .product_name = "TB-2200", .serial = "BRD0815"});
+  fakes::set_board_area({.manufacturer = "Tavolo", .product_name = "BOARD-A", .serial = "SERIAL-0002"});
   fakes::fail_board_area(2);
   std::vector<int> held;
   fakes::on_log([&held](const LogLine &) { held.push_back(held_locks()); });
@@ -136,7 +136,7 @@ TEST_F(ComputeBoardTableTest, WithoutMemoryThereIsNoRow) {
 }
 
 TEST_F(ComputeBoardTableTest, WithoutItsLockTheRowIsFreedAndTheTableStaysEmpty) {
-  fakes::set_board_area({.manufacturer = "Tavolo", .product_name = "TB-2200", .serial = "BRD0815"});
+  fakes::set_board_area({.manufacturer = "Tavolo", .product_name = "BOARD-A", .serial = "SERIAL-0002"});
   fakes::fail_next_mutex_call(EINVAL);
   EXPECT_EQ(initialize_board_table(), 0);
   EXPECT_EQ(tavoComputeBoardTable_head, nullptr);
@@ -162,7 +162,7 @@ TEST_F(ComputeBoardTableTest, ARowIsRemovedOnlyFromTheTableThatListsIt) {
 
 TEST_F(ComputeBoardTableTest, RegistrationLeavesNoTrace) {
   fakes::set_debugging(true);
-  fakes::set_board_area({.manufacturer = "Tavolo", .product_name = "TB-2200", .serial = "BRD0815"});
+  fakes::set_board_area({.manufacturer = "Tavolo", .product_name = "BOARD-A", .serial = "SERIAL-0002"});
   init_tavoComputeBoardTable();
   EXPECT_THAT(fakes::trace_texts(), IsEmpty());
 }

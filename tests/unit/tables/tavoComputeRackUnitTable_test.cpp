@@ -54,9 +54,9 @@ class RackUnitTableTest : public fakes::ModuleTest {
  protected:
   RackUnitTableTest() {
     shell.prints(value_command("description", " "), "front\n");
-    shell.prints(value_command("sysProductName", ": "), "Tavolo TS-2200\n");
-    shell.prints(value_command("sysProductID", " "), "TS-2200-M4\n");
-    shell.prints(fru_command, "TSX1234\n");
+    shell.prints(value_command("sysProductName", ": "), "Tavolo server A\n");
+    shell.prints(value_command("sysProductID", " "), "MODEL-A\n");
+    shell.prints(fru_command, "SERIAL-0001\n");
     shell.prints(value_command("UUID", " "), "0102-0304\n");
     shell.prints(value_command("pwState", " "), "1\n");
     shell.prints(adaptor_command, "3\n");
@@ -90,8 +90,8 @@ TEST_F(RackUnitTableTest, ServesEveryColumn) {
                              {9, 1, gauge(32768)},
                              {13, 1, text("front")},
                              {15, 1, counter64(0)},
-                             {32, 1, text("TS-2200-M4")},
-                             {33, 1, text("Tavolo TS-2200")},
+                             {32, 1, text("MODEL-A")},
+                             {33, 1, text("Tavolo server A")},
                              {34, 1, gauge(3)},
                              {35, 1, gauge(18)},
                              {36, 1, gauge(2)},
@@ -100,7 +100,7 @@ TEST_F(RackUnitTableTest, ServesEveryColumn) {
                              {42, 1, integer(10)},
                              {43, 1, integer(1)},
                              {45, 1, integer(10)},
-                             {47, 1, text("TSX1234")},
+                             {47, 1, text("SERIAL-0001")},
                              {49, 1, gauge(65536)},
                              {50, 1, text("0102-0304")},
                              {51, 1, text("Tavolo Systems Inc")},
@@ -160,8 +160,8 @@ TEST_F(RackUnitTableTest, IdentityAndTotalsAreReadOnceForTheLifeOfTheProcess) {
   build();
   shell.prints(value_command("description", " "), "back\n");
   shell.prints(value_command("sysProductName", ": "), "Another\n");
-  shell.prints(value_command("sysProductID", " "), "TS-9900\n");
-  shell.prints(fru_command, "TSX9999\n");
+  shell.prints(value_command("sysProductID", " "), "MODEL-B\n");
+  shell.prints(fru_command, "SERIAL-0002\n");
   shell.prints(value_command("UUID", " "), "9999-9999\n");
   shell.prints(value_command("pwState", " "), "0\n");
   shell.prints(adaptor_command, "9\n");
@@ -169,9 +169,9 @@ TEST_F(RackUnitTableTest, IdentityAndTotalsAreReadOnceForTheLifeOfTheProcess) {
   shell.prints(memory_command, " MemorySpeed: 1 MHz\n TotalMemory: 1 MB\n EffectiveMemory: 1 MB\n");
   files.write("/var/vessa/dimms/low_voltage_support", "2\n");
   const Row &row = build();
-  EXPECT_STREQ(row.product_name, "Tavolo TS-2200");
-  EXPECT_STREQ(row.product_id, "TS-2200-M4");
-  EXPECT_STREQ(row.serial, "TSX1234");
+  EXPECT_STREQ(row.product_name, "Tavolo server A");
+  EXPECT_STREQ(row.product_id, "MODEL-A");
+  EXPECT_STREQ(row.serial, "SERIAL-0001");
   EXPECT_STREQ(row.uuid, "0102-0304");
   EXPECT_EQ(row.adaptors, 3U);
   EXPECT_EQ(row.cores, 18U);
@@ -268,7 +268,7 @@ TEST_F(RackUnitTableTest, TheLockIsHeldWhileTheToolsRunAndBetweenTheTries) {
   watch(value_command("description", " "), "front\n", 0);
   watch(cpu_command, two_processors, 4);
   watch(adaptor_command, "3\n", 0);
-  watch(fru_command, "TSX1234\n", 0);
+  watch(fru_command, "SERIAL-0001\n", 0);
   watch(memory_command, memory, 5);
   watch(value_command("pwState", " "), "1\n", 0);
   clock.on_sleep([&](unsigned) { held.push_back(lock.hold_count()); });
@@ -337,7 +337,7 @@ TEST_F(RackUnitTableTest, AValueIsTheFirstLineWithoutItsNewline) {
   EXPECT_EQ(getValue("description", "description", ": ", out), 1);
   EXPECT_STREQ(out, "one");
   EXPECT_EQ(getValue("fru", "Product Serial", ": ", out), 1);
-  EXPECT_STREQ(out, "TSX1234");
+  EXPECT_STREQ(out, "SERIAL-0001");
   EXPECT_EQ(getValue("nothing", "nothing", ": ", out), 0);
 }
 
@@ -389,7 +389,7 @@ TEST_P(RackUnitFromRubbishTest, DumpsWithoutTheirKeysGiveNoFigures) {
   EXPECT_EQ(row.threads, 0U);
   EXPECT_EQ(row.memory_speed, 0U);
   EXPECT_EQ(row.effective_memory, 0U);
-  EXPECT_STREQ(row.product_name, "Tavolo TS-2200");
+  EXPECT_STREQ(row.product_name, "Tavolo server A");
 }
 
 }  // namespace

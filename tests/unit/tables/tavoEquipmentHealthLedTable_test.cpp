@@ -32,7 +32,7 @@ std::string led(const std::string &name, const std::string &rest) {
   return " id: 1\n ledName: " + name + "\n" + rest;
 }
 
-const std::string power_led = led("LED_PWR", " ledState: ON\n ledColor: GREEN\n");
+const std::string power_led = led("LED_POWER", " ledState: ON\n ledColor: GREEN\n");
 
 class HealthLedTableTest : public fakes::ModuleTest {
  protected:
@@ -104,7 +104,7 @@ TEST_F(HealthLedTableTest, StatesAndColorsAreMappedWhateverTheirCase) {
 }
 
 TEST_F(HealthLedTableTest, AMissingStateLeavesTheColorsUnread) {
-  shell.prints(command, " id: 1\n ledName: LED_PWR\n ledColor: GREEN\n" + led("LED_HLTH_STATUS", " ledColor: RED\n"));
+  shell.prints(command, " id: 1\n ledName: LED_POWER\n ledColor: GREEN\n" + led("LED_HLTH_STATUS", " ledColor: RED\n"));
   initialize_health_led_table(0);
   ASSERT_NE(tavoEquipmentHealthLedTable_head, nullptr);
   EXPECT_EQ(tavoEquipmentHealthLedTable_head->state, 0);
@@ -126,10 +126,10 @@ TEST_F(HealthLedTableTest, RowsAreNumberedByThemselvesAndLedsByTheirPlace) {
 }
 
 TEST_F(HealthLedTableTest, LedsAreCountedByTheirIdsAndNotByTheirNames) {
-  shell.prints(command, " id: 1\n ledName: LED_PWR\n ledName: LED_FAN\n ledName: LED_HLTH_STATUS\n");
+  shell.prints(command, " id: 1\n ledName: LED_POWER\n ledName: LED_FANS\n ledName: LED_HLTH_STATUS\n");
   initialize_health_led_table(0);
   EXPECT_EQ(tavoEquipmentHealthLedTable_head, nullptr) << "the third name is the second LED's, and there is one";
-  shell.prints(command, " id: 1\n id: 2\n ledName: LED_PWR\n ledName: LED_FAN\n ledName: LED_HLTH_STATUS\n");
+  shell.prints(command, " id: 1\n id: 2\n ledName: LED_POWER\n ledName: LED_FANS\n ledName: LED_HLTH_STATUS\n");
   initialize_health_led_table(0);
   ASSERT_NE(tavoEquipmentHealthLedTable_head, nullptr);
   EXPECT_EQ(tavoEquipmentHealthLedTable_head->id, 2U);

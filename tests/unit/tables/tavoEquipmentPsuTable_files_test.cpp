@@ -57,7 +57,7 @@ TEST_F(EquipmentPsuTableTest, KeepsWhatItReadOfASupply) {
   EXPECT_EQ(kept(1, 0, 9), std::string("\0\x12\x34\0\0\x56\x78\0\0", 9));
   EXPECT_EQ(kept(1, tavo::power_supply_revision, 9), std::string("01.02.03\0", 9));
   EXPECT_STREQ(kept(1, tavo::power_supply_name, 64).c_str(), "PSU1");
-  EXPECT_EQ(kept(1, tavo::power_supply_model, 32), padded("TPS-770W", 32));
+  EXPECT_EQ(kept(1, tavo::power_supply_model, 32), padded("SUPPLY-800", 32));
   EXPECT_EQ(sizeof m_pwrsupply, 1780U);
 }
 

@@ -44,7 +44,7 @@ TEST_F(EquipmentPsuTableTest, ServesEveryColumnOfEverySupply) {
                                  {3, 1, text("psu-1")},
                                  {4, 1, counter64(0)},
                                  {5, 1, gauge(1)},
-                                 {6, 1, text("TPS-770W")},
+                                 {6, 1, text("SUPPLY-800")},
                                  {7, 1, integer(1)},
                                  {8, 1, integer(1)},
                                  {9, 1, integer(0)},
@@ -74,7 +74,7 @@ TEST_F(EquipmentPsuTableTest, ServesEveryColumnOfEverySupply) {
                                  {3, 3, text("psu-3")},
                                  {4, 3, counter64(0)},
                                  {5, 3, gauge(3)},
-                                 {6, 3, text("TPS-770W")},
+                                 {6, 3, text("SUPPLY-800")},
                                  {7, 3, integer(5)},
                                  {8, 3, integer(3)},
                                  {9, 3, integer(0)},
@@ -167,7 +167,7 @@ TEST_F(EquipmentPsuTableTest, MoreThanTenSuppliesHaveRowsButNothingIsKeptOfThem)
   EXPECT_EQ(found[9].index, 10U);
   EXPECT_EQ(found[11].index, 12U);
   EXPECT_EQ(found[11].id, 12U);
-  EXPECT_STREQ(found[11].model, "TPS-770W");
+  EXPECT_STREQ(found[11].model, "SUPPLY-800");
   EXPECT_STREQ(found[11].serial, "S00012");
   EXPECT_STREQ(kept(9, tavo::power_supply_name, 64).c_str(), "PSU9");
 }

@@ -32,15 +32,15 @@ class SuppliesOfTheToolTest : public EquipmentPsuTableTest {
 
 TEST_F(SuppliesOfTheToolTest, ListsTheEquippedOnes) {
   const std::vector<Row> found = listed(
-      " id: 1\n model: TPS-770W\n presence: Equipped\n power: ON\n fwVersion: 1.2\n serial: S0001\n"
+      " id: 1\n model: SUPPLY-800\n presence: Equipped\n power: ON\n fwVersion: 1.2\n serial: S0001\n"
       " id: 2\n model: none\n presence: missing\n power: off\n fwVersion: -\n serial: -\n"
-      " id: 3\n model: TPS-1400W\n presence: equipped\n power: off\n fwVersion: 3.4\n serial: S0003\n");
+      " id: 3\n model: SUPPLY-1600\n presence: equipped\n power: off\n fwVersion: 3.4\n serial: S0003\n");
   ASSERT_EQ(found.size(), 2U);
   EXPECT_EQ(found[0].index, 1U);
   EXPECT_EQ(found[0].id, 1U);
   EXPECT_STREQ(found[0].dn, "sys/rack-unit-1/psu-1");
   EXPECT_STREQ(found[0].rn, "psu-1");
-  EXPECT_STREQ(found[0].model, "TPS-770W");
+  EXPECT_STREQ(found[0].model, "SUPPLY-800");
   EXPECT_EQ(found[0].operability, 1);
   EXPECT_EQ(found[0].oper_state, 1);
   EXPECT_EQ(found[0].power, 4);
@@ -69,8 +69,8 @@ TEST_F(SuppliesOfTheToolTest, WhatIsMissingHasItsDefault) {
 }
 
 TEST_F(SuppliesOfTheToolTest, ASupplyWithoutAPresenceHasNoRow) {
-  EXPECT_THAT(listed(" id: 1\n model: TPS-770W\n power: on\n"), IsEmpty());
-  EXPECT_THAT(listed(" id: equipped\n model: TPS-770W\n"), IsEmpty()) << "another key's value is none";
+  EXPECT_THAT(listed(" id: 1\n model: SUPPLY-800\n power: on\n"), IsEmpty());
+  EXPECT_THAT(listed(" id: equipped\n model: SUPPLY-800\n"), IsEmpty()) << "another key's value is none";
 }
 
 TEST_F(SuppliesOfTheToolTest, ASupplyWithoutANumberHasThatOfTheOneBefore) {

@@ -140,17 +140,17 @@ TEST_F(FaultTableTest, NothingIsNotifiedWhileTheFlagIsOff) {
 }
 
 TEST_F(FaultTableTest, TheRowShowsThePlainTextThatTheNotificationPrefixed) {
-  start_up_with_serial_number("TVS1234567");
+  start_up_with_serial_number("SERIAL-0001");
   needToSendTrapFlag = 1;
   const std::string plain = "sys/rack-unit-1/board/cpu-1";
   apply(fault(3, 7, 5));
-  EXPECT_EQ(notified_affected_object(), "[Serial No: TVS1234567] " + plain);
+  EXPECT_EQ(notified_affected_object(), "[Serial No: SERIAL-0001] " + plain);
   EXPECT_EQ(read(5, 7), text(plain));
   apply(fault(3, 7, 4));
-  EXPECT_EQ(notified_affected_object(), "[Serial No: TVS1234567] " + plain);
+  EXPECT_EQ(notified_affected_object(), "[Serial No: SERIAL-0001] " + plain);
   EXPECT_EQ(read(5, 7), text(plain));
   apply(fault(3, 7, 0));
-  EXPECT_EQ(notified_affected_object(), "[Serial No: TVS1234567] " + plain);
+  EXPECT_EQ(notified_affected_object(), "[Serial No: SERIAL-0001] " + plain);
 }
 
 TEST_F(FaultTableTest, OneFaultIndexInTwoClassesIsTwoFaults) {

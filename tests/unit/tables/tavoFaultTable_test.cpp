@@ -29,16 +29,16 @@ constexpr oid affected_id[] = {1, 3, 6, 1, 4, 1, 61453, 4, 207, 1, 41, 9, 1, 2, 
 
 std::vector<fakes::Cell> cells_of(oid index, std::int32_t severity) {
   return {
-      {2, index, text("sys/rack-unit-1/board/cpu-1/fault-F0174")},
-      {3, index, text("fault-F0174")},
+      {2, index, text("sys/rack-unit-1/board/cpu-1/fault-1001")},
+      {3, index, text("fault-1001")},
       {4, index, object_identifier(affected_id)},
       {5, index, text("sys/rack-unit-1/board/cpu-1")},
       {6, index, integer(1)},
-      {7, index, integer(117)},
+      {7, index, integer(17)},
       {8, index, text("unknown")},
-      {9, index, integer(174)},
+      {9, index, integer(1001)},
       {10, index, text("\x07\xE7\x0B\x0E\x16\x0D\x14\x00"s)},
-      {11, index, text("Processor 1 is inoperable")},
+      {11, index, text("Processor 1 has failed")},
       {12, index, integer(6)},
       {13, index, counter64(std::uint64_t{index} << 32)},
       {14, index, text("\x07\xE7\x0B\x0E\x17\x0D\x14\x00"s)},
@@ -46,7 +46,7 @@ std::vector<fakes::Cell> cells_of(oid index, std::int32_t severity) {
       {16, index, counter(200)},
       {17, index, integer(severity)},
       {18, index, integer(4)},
-      {19, index, integer(174)},
+      {19, index, integer(1001)},
       {20, index, integer(severity)},
       {21, index, text("\x44")},
       {22, index, integer(5)},
@@ -198,11 +198,11 @@ TEST_F(FaultTableTest, WithoutTheMarkerNobodyAsksForTheSerialNumber) {
 }
 
 TEST_F(FaultTableTest, WithTheMarkerTheSerialNumberHeadsTheAffectedObject) {
-  start_up_with_serial_number("TVS1234567");
+  start_up_with_serial_number("SERIAL-0001");
   EXPECT_THAT(shell_.popen_commands(), SizeIs(1));
   tavo::FaultRow row = {};
   convert_fe_to_fault_table_entry(fault(3, 7, 5).data(), &row);
-  EXPECT_STREQ(row.affected_object, "[Serial No: TVS1234567] sys/rack-unit-1/board/cpu-1");
+  EXPECT_STREQ(row.affected_object, "[Serial No: SERIAL-0001] sys/rack-unit-1/board/cpu-1");
   EXPECT_EQ(row.affected_object_length, std::strlen(row.affected_object));
 }
 
@@ -216,7 +216,7 @@ TEST_F(FaultTableTest, ASerialNumberThatCannotBeReadIsNone) {
 }
 
 TEST_F(FaultTableTest, ASecondStartUpWithoutTheMarkerForgetsTheSerialNumber) {
-  start_up_with_serial_number("TVS1234567");
+  start_up_with_serial_number("SERIAL-0001");
   files_.remove("/var/snmpSerialNoEnabled");
   init_tavoFaultTable();
   tavo::FaultRow row = {};
@@ -225,7 +225,7 @@ TEST_F(FaultTableTest, ASecondStartUpWithoutTheMarkerForgetsTheSerialNumber) {
 }
 
 TEST_F(FaultTableTest, ASecondStartUpWhoseQueryFailsForgetsTheSerialNumber) {
-  start_up_with_serial_number("TVS1234567");
+  start_up_with_serial_number("SERIAL-0001");
   shell_.answers(serial_number_query, [](int) { return std::nullopt; });
   init_tavoFaultTable();
   tavo::FaultRow row = {};
@@ -266,7 +266,7 @@ class FanStateTest : public FaultTableTest {
 };
 
 TEST_F(FanStateTest, ASystemFansFaultSetsItsSeverityAndPresence) {
-  apply(fan_fault(29, 13, 5, 117));
+  apply(fan_fault(29, 13, 5, 17));
   EXPECT_EQ(sys_fan_sev[13], 5);
   EXPECT_EQ(sys_fan_prs[13], 10);
   apply(fan_fault(29, 13, 3, 238));

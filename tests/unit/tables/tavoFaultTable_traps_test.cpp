@@ -39,14 +39,14 @@ Oid column(oid number, oid instance) {
 std::vector<Answer> varbinds_of_fault(const Oid &kind, std::uint32_t index, std::int32_t severity) {
   return {{trap_oid, object_identifier(kind)},
           {column(1, index), gauge(index)},
-          {column(11, index), text("Processor 1 is inoperable")},
+          {column(11, index), text("Processor 1 has failed")},
           {column(4, index), object_identifier(affected_id)},
           {column(5, index), text("sys/rack-unit-1/board/cpu-1")},
           {column(10, index), text("\x07\xE7\x0B\x0E\x16\x0D\x14\x00"s)},
           {column(14, index), text("\x07\xE7\x0B\x0E\x17\x0D\x14\x00"s)},
-          {column(9, index), integer(174)},
+          {column(9, index), integer(1001)},
           {column(22, index), integer(5)},
-          {column(7, index), integer(117)},
+          {column(7, index), integer(17)},
           {column(20, index), integer(severity)},
           {column(16, index), counter(200)},
           {column(13, index), counter64(std::uint64_t{index} << 32)}};

@@ -59,7 +59,7 @@ MemoryRecord operable() {
       .text(MEMORY_CAPACITY, "16 GB")
       .text(MEMORY_SPEED, "2133 MHz")
       .text(MEMORY_LOCATION, "NODE 0 CHANNEL 1 DIMM 0")
-      .text(MEMORY_SERIAL, "M0001")
+      .text(MEMORY_SERIAL, "SERIAL-0101")
       .text(MEMORY_VISIBLE, "Yes")
       .text(MEMORY_STATUS, "Operable")
       .text(MEMORY_WIDTH, "64 bits")
@@ -93,7 +93,7 @@ TEST_F(MemoryUnitTableTest, ServesEveryColumnOfEveryModule) {
                                  {16, 1, integer(0)},
                                  {17, 1, integer(10)},
                                  {18, 1, text("unknown")},
-                                 {19, 1, text("M0001")},
+                                 {19, 1, text("SERIAL-0101")},
                                  {20, 1, gauge(0)},
                                  {21, 1, gauge(2133)},
                                  {22, 1, integer(0)},

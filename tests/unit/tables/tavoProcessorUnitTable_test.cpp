@@ -45,7 +45,7 @@ TEST_F(ProcessorUnitTableTest, ServesEveryColumnOfEveryProcessor) {
                                  {12, 1, integer(0)},
                                  {13, 1, integer(10)},
                                  {14, 1, text("unknown")},
-                                 {15, 1, text("T0001")},
+                                 {15, 1, text("SERIAL-0011")},
                                  {16, 1, text("CPU1")},
                                  {17, 1, integer(2600)},
                                  {18, 1, gauge(0)},

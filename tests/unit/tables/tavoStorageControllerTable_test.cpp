@@ -29,9 +29,9 @@ TEST_F(StorageControllerTableTest, ServesEveryColumnOfEveryController) {
   rebuild({controller("SLOT-4")
                .number(STOR_CONTROLLER_ID, 0xFFFFFFFE)
                .number(STOR_CONTROLLER_FAULTY, 7)
-               .text(STOR_CONTROLLER_DESCRIPTION, "RAID 12G")
+               .text(STOR_CONTROLLER_DESCRIPTION, "Plug-in RAID controller")
                .text(STOR_CONTROLLER_COLUMN_13, "fw 3.1")
-               .text(STOR_CONTROLLER_COLUMN_14, "S-0001")
+               .text(STOR_CONTROLLER_COLUMN_14, "SERIAL-0041")
                .text(STOR_CONTROLLER_COLUMN_17, "Tavo")
                .text(STOR_CONTROLLER_COLUMN_19, "HBA"),
            controller("").number(STOR_CONTROLLER_ID, 5)});
@@ -39,7 +39,7 @@ TEST_F(StorageControllerTableTest, ServesEveryColumnOfEveryController) {
                                  {2, 1, text("sys/rack-unit-1/board/storage-SAS-SLOT-4")},
                                  {3, 1, text("storage-SAS-SLOT-4")},
                                  {4, 1, gauge(0xFFFFFFFE)},
-                                 {5, 1, text("RAID 12G")},
+                                 {5, 1, text("Plug-in RAID controller")},
                                  {6, 1, integer(2)},
                                  {7, 1, integer(2)},
                                  {8, 1, text("unknown")},
@@ -48,7 +48,7 @@ TEST_F(StorageControllerTableTest, ServesEveryColumnOfEveryController) {
                                  {11, 1, integer(0)},
                                  {12, 1, integer(10)},
                                  {13, 1, text("fw 3.1")},
-                                 {14, 1, text("S-0001")},
+                                 {14, 1, text("SERIAL-0041")},
                                  {15, 1, integer(0)},
                                  {16, 1, integer(1)},
                                  {17, 1, text("Tavo")},
