@@ -30,9 +30,6 @@
 
 namespace {
 
-using tavo::Codec;
-using tavo::Column;
-
 constexpr std::array<oid, 12> framework_root = {1, 3, 6, 1, 4, 1, 61453, 4, 207, 99, 2, 1};
 constexpr std::array<oid, 12> container_root = {1, 3, 6, 1, 4, 1, 61453, 4, 207, 99, 2, 2};
 constexpr std::array<oid, 12> small_root = {1, 3, 6, 1, 4, 1, 61453, 4, 207, 99, 2, 3};
@@ -41,71 +38,93 @@ constexpr std::uint32_t small_rows = 32;
 // A row of 21 columns, texts and numbers in turns, as large as the larger of the module's rows.
 struct Row {
   std::uint32_t index;
-  struct {
-    char text[64];
-    std::int32_t number;
-    std::uint32_t size;
-  } groups[7];
+  char text_1[64];
+  std::int32_t number_1;
+  std::uint32_t size_1;
+  char text_2[64];
+  std::int32_t number_2;
+  std::uint32_t size_2;
+  char text_3[64];
+  std::int32_t number_3;
+  std::uint32_t size_3;
+  char text_4[64];
+  std::int32_t number_4;
+  std::uint32_t size_4;
+  char text_5[64];
+  std::int32_t number_5;
+  std::uint32_t size_5;
+  char text_6[64];
+  std::int32_t number_6;
+  std::uint32_t size_6;
+  char text_7[64];
+  std::int32_t number_7;
+  std::uint32_t size_7;
   Row *next;
 };
 
-constexpr std::size_t column_count = 21;
+TAVO_COLUMNS(benchTable, Row, text_1, number_1, size_1, text_2, number_2, size_2, text_3, number_3, size_3, text_4,
+             number_4, size_4, text_5, number_5, size_5, text_6, number_6, size_6, text_7, number_7, size_7);
+constexpr std::size_t column_count = columns.size();
 
-consteval std::array<Column, column_count> described_columns() {
-  std::array<Column, column_count> columns = {};
-  for (std::size_t group = 0; group < 7; ++group) {
-    const std::size_t at = offsetof(Row, groups) + group * sizeof(Row::groups[0]);
-    const auto number = static_cast<std::uint8_t>(2 + 3 * group);
-    columns[3 * group] = {.number = number, .codec = Codec::text, .field = tavo::field<char[64]>(at)};
-    columns[3 * group + 1] = {.number = static_cast<std::uint8_t>(number + 1),
-                              .codec = Codec::integer,
-                              .field = tavo::field<std::int32_t>(at + 64)};
-    columns[3 * group + 2] = {.number = static_cast<std::uint8_t>(number + 2),
-                              .codec = Codec::gauge,
-                              .field = tavo::field<std::uint32_t>(at + 68)};
-  }
-  return tavo::checked(columns);
-}
-
-constexpr auto columns = described_columns();
-
-consteval tavo::TableDescription described(const char *name, std::span<const oid> root, int class_number) {
-  return {.name = name,
-          .root = root,
-          .lock = tavo::ListLock::ev(class_number),
-          .columns = columns,
-          .row = tavo::layout_of<Row>()};
-}
-
-constexpr tavo::TableDescription description = described("benchTable", framework_root, 41);
-constexpr tavo::TableDescription small_description = described("smallBenchTable", small_root, 2);
+constexpr tavo::TableDescription description = {
+    .name = "benchTable",
+    .root = framework_root,
+    .lock = tavo::ev_lock<41>,
+    .columns = columns,
+    .row = tavo::layout_of<Row>(),
+};
+constexpr tavo::TableDescription small_description = {
+    .name = "smallBenchTable",
+    .root = small_root,
+    .lock = tavo::ev_lock<2>,
+    .columns = columns,
+    .row = tavo::layout_of<Row>(),
+};
 
 Row *head = nullptr;
 Row *small_head = nullptr;
-constinit tavo::Table large_table(description, &head);
-constinit tavo::Table small_table(small_description, &small_head);
+extern tavo::Table large_table;
+extern tavo::Table small_table;
+
+template <tavo::Table &table>
+constexpr tavo::TableEntryPoints entry_points = {
+    .init = nullptr,
+    .handler = [](netsnmp_mib_handler *, netsnmp_handler_registration *, netsnmp_agent_request_info *agent_request,
+                  netsnmp_request_info *requests) { return table.answer(agent_request, requests); },
+    .first_row = [](void **loop, void **row, netsnmp_variable_list *index,
+                    netsnmp_iterator_info *) { return table.first_row(loop, row, index); },
+    .next_row = [](void **loop, void **row, netsnmp_variable_list *index,
+                   netsnmp_iterator_info *) { return table.next_row(loop, row, index); },
+};
+
+constinit tavo::Table large_table(description, entry_points<large_table>, &head);
+constinit tavo::Table small_table(small_description, entry_points<small_table>, &small_head);
 
 Row row_with(std::uint32_t index) {
   Row row = {};
   row.index = index;
-  for (auto &group : row.groups) {
-    tavo::format_text(group.text, "sys/rack-unit-1/board/part-%u", index);
-    group.number = static_cast<std::int32_t>(index);
-    group.size = index;
-  }
+  tavo::format_text(row.text_1, "sys/rack-unit-1/board/part-%u", index);
+  row.number_1 = static_cast<std::int32_t>(index);
+  row.size_1 = index;
+  tavo::format_text(row.text_2, "sys/rack-unit-1/board/part-%u", index);
+  row.number_2 = static_cast<std::int32_t>(index);
+  row.size_2 = index;
+  tavo::format_text(row.text_3, "sys/rack-unit-1/board/part-%u", index);
+  row.number_3 = static_cast<std::int32_t>(index);
+  row.size_3 = index;
+  tavo::format_text(row.text_4, "sys/rack-unit-1/board/part-%u", index);
+  row.number_4 = static_cast<std::int32_t>(index);
+  row.size_4 = index;
+  tavo::format_text(row.text_5, "sys/rack-unit-1/board/part-%u", index);
+  row.number_5 = static_cast<std::int32_t>(index);
+  row.size_5 = index;
+  tavo::format_text(row.text_6, "sys/rack-unit-1/board/part-%u", index);
+  row.number_6 = static_cast<std::int32_t>(index);
+  row.size_6 = index;
+  tavo::format_text(row.text_7, "sys/rack-unit-1/board/part-%u", index);
+  row.number_7 = static_cast<std::int32_t>(index);
+  row.size_7 = index;
   return row;
-}
-
-template <tavo::Table &table>
-void serve_by_framework() {
-  table.register_with({
-      .handler = [](netsnmp_mib_handler *, netsnmp_handler_registration *, netsnmp_agent_request_info *agent_request,
-                    netsnmp_request_info *requests) { return table.answer(agent_request, requests); },
-      .first_row = [](void **loop, void **row, netsnmp_variable_list *index,
-                      netsnmp_iterator_info *) { return table.first_row(loop, row, index); },
-      .next_row = [](void **loop, void **row, netsnmp_variable_list *index,
-                     netsnmp_iterator_info *) { return table.next_row(loop, row, index); },
-  });
 }
 
 void add_row(tavo::Table &table, std::uint32_t index) {
@@ -155,7 +174,7 @@ void ask(netsnmp_pdu *pdu, Take take) {
   pdu->version = SNMP_VERSION_2c;
   pdu->flags |= UCD_MSG_FLAG_ALWAYS_IN_VIEW;
   netsnmp_pdu *response = nullptr;
-  if (snmp_synch_response(fakes::session_to_agent(), pdu, &response) != STAT_SUCCESS ||
+  if (snmp_synch_response(tavo::fakes::session_to_agent(), pdu, &response) != STAT_SUCCESS ||
       response->errstat != SNMP_ERR_NOERROR) {
     throw std::runtime_error("no good response");
   }
@@ -210,7 +229,7 @@ std::size_t gets_of_twenty(std::span<const oid> root, std::uint32_t rows) {
   for (std::size_t cell = 0; cell < all;) {
     netsnmp_pdu *pdu = snmp_pdu_create(SNMP_MSG_GET);
     for (int varbind = 0; varbind < 20 && cell < all; ++varbind, ++cell) {
-      const fakes::Oid name = fakes::cell(root, 2 + cell / rows, 1 + cell % rows);
+      const tavo::fakes::Oid name = tavo::fakes::cell(root, 2 + cell / rows, 1 + cell % rows);
       snmp_add_null_var(pdu, name.data(), name.size());
     }
     ask(pdu, [&](const netsnmp_variable_list &varbind) { cells += varbind.type < SNMP_NOSUCHOBJECT ? 1 : 0; });
@@ -275,9 +294,9 @@ int run(int rounds) {
   constexpr auto readings = std::to_array<NamedReading>({{.name = "GETBULK of 10, whole table", .reading = bulk_walk},
                                                          {.name = "GETNEXT, whole table", .reading = get_next_walk},
                                                          {.name = "GET of 20 varbinds", .reading = gets_of_twenty}});
-  fakes::session_to_agent();
-  serve_by_framework<large_table>();
-  serve_by_framework<small_table>();
+  tavo::fakes::session_to_agent();
+  large_table.register_with_agent();
+  small_table.register_with_agent();
   netsnmp_tdata *container = serve_by_container();
   for (std::uint32_t index = 1; index <= small_rows; ++index) {
     add_row(small_table, index);
@@ -304,6 +323,12 @@ int run(int rounds) {
 }
 
 }  // namespace
+
+// The lists' locks are found through the list of tables.
+std::span<tavo::Table *const> tavo::all_tables() {
+  static constexpr Table *tables[] = {&large_table, &small_table};
+  return tables;
+}
 
 int main(int argc, char **argv) {
   try {

@@ -1,14 +1,15 @@
 # The module. Its objects are compiled once; the shared object, the unit tests and the benchmarks link the same ones.
 file(GLOB module_sources CONFIGURE_DEPENDS
-     core/*.cpp tables/*.cpp threads/*.cpp storage/*.cpp)
+     core/*.cpp sources/*.cpp tables/*/*.cpp refresh/*.cpp threads/*.cpp)
 
-add_library(module_objects OBJECT ${module_sources})
+add_library(module_objects OBJECT ${module_sources} module/start_up.cpp)
 set_target_properties(module_objects PROPERTIES CXX_VISIBILITY_PRESET hidden
                                                 VISIBILITY_INLINES_HIDDEN ON)
+target_compile_options(module_objects PRIVATE -ffunction-sections -fdata-sections)
 target_link_libraries(module_objects PUBLIC netsnmpagent netsnmp Threads::Threads)
 
-# tests/exports.txt is the one list of what the module exports: the linker's version script is written from it.
-set(exports_list ${CMAKE_SOURCE_DIR}/tests/exports.txt)
+# module/exports.txt is the one list of what the module exports: the linker's version script is written from it.
+set(exports_list ${CMAKE_SOURCE_DIR}/module/exports.txt)
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${exports_list})
 file(READ ${exports_list} exports)
 string(REGEX REPLACE "[DF] ([^\n]+)\n" "    \\1;\n" exports "${exports}")
@@ -19,5 +20,26 @@ add_library(snmpextmibmodule MODULE)
 target_link_libraries(snmpextmibmodule PRIVATE module_objects)
 set_property(TARGET snmpextmibmodule APPEND PROPERTY LINK_DEPENDS ${CMAKE_BINARY_DIR}/module.map)
 # -Bsymbolic: libnetsnmpagent, loaded earlier, exports a trap_version_id as well; the module must use its own.
+# --gc-sections drops the columns' names, which only describe_tables reads.
 target_link_options(snmpextmibmodule PRIVATE
-                    -Wl,--version-script=${CMAKE_BINARY_DIR}/module.map -Wl,-Bsymbolic)
+                    -Wl,--version-script=${CMAKE_BINARY_DIR}/module.map -Wl,-Bsymbolic -Wl,--gc-sections)
+
+# A name with default visibility that the list lacks would be hidden without a word, and so would one that the list has
+# and no object defines.
+add_custom_command(
+  OUTPUT ${CMAKE_BINARY_DIR}/exports.checked
+  COMMAND ${CMAKE_SOURCE_DIR}/module/check-exports ${exports_list} $<TARGET_OBJECTS:module_objects>
+  COMMAND ${CMAKE_COMMAND} -E touch ${CMAKE_BINARY_DIR}/exports.checked
+  DEPENDS module_objects ${exports_list} ${CMAKE_SOURCE_DIR}/module/check-exports
+  COMMAND_EXPAND_LISTS VERBATIM)
+
+# What the tables are, as JSON, for the tools, tests and documents that need to know: build/PRESET/tables.json. The
+# program never calls the platform, so it links without the platform's libraries.
+add_executable(describe_tables module/describe_tables.cpp)
+target_link_libraries(describe_tables PRIVATE module_objects)
+target_link_options(describe_tables PRIVATE -no-pie -Wl,--unresolved-symbols=ignore-in-object-files)
+add_custom_command(
+  OUTPUT ${CMAKE_BINARY_DIR}/tables.json
+  COMMAND describe_tables ${CMAKE_BINARY_DIR}/tables.json
+  VERBATIM)
+add_custom_target(module_descriptions ALL DEPENDS ${CMAKE_BINARY_DIR}/tables.json ${CMAKE_BINARY_DIR}/exports.checked)

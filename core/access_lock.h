@@ -1,17 +1,20 @@
-// The locks of the lists and of what is due for a refresh: two subagent locks, one lock for each of twelve tables (the
-// "ev" locks, named by the table's class number), and the inventory lock with its condition and its pending-refresh
-// flags.
+// Every lock of the module but the chassis link's: the locks of the row lists, which are two subagent locks and one ev
+// lock for each table that needs one of its own, and the inventory lock with its condition and its pending-refresh
+// marks.
 //
-// All are mutexes of the default kind, ready when the module is loaded. Those of lists go to the threads that wait for
-// them in the order in which they came; who comes to one that is free takes it before them, but only until the first
-// has waited 2 ms. No thread holds two locks at once: whoever wants to signal the inventory refresh thread first
-// releases the list it has changed.
+// All are mutexes of the default kind, ready when the module is loaded. A list's lock goes to its waiters in the order
+// in which they came; a newcomer may overtake them until the first has waited 2 ms. No thread holds two locks at once:
+// whoever wants to signal the inventory refresh thread first releases the list it has changed.
 //
-// Each lock keeps a count of its holders, which nothing in the module decides by. The traces print those of the
-// subagent locks, which change when the mutex call succeeds. Those of the ev locks and of the inventory lock change
-// with every call, whatever its result, and are for those who look into a running daemon: they may stand above or below
-// the truth.
+// Each lock counts its holders; the count is diagnostic only. The traces print the counts of the subagent locks, which
+// change when the mutex call succeeds. The counts of the ev locks and of the inventory lock change with every call,
+// whatever its result, so they may be wrong after a failed call.
 #pragma once
+
+#include <pthread.h>
+
+#include <atomic>
+#include <chrono>
 
 #include "core/thread_annotations.h"
 
@@ -21,35 +24,69 @@ namespace tavo {
 struct TAVO_LOCKING(capability("mutex")) InventoryLock {};
 inline constexpr InventoryLock inventory_lock;
 
-// The lock that guards one table's list: a value that a table's description can hold as a constant.
+// The lock of one or more row lists. The C functions below reach the same locks by their numbers.
 class TAVO_LOCKING(capability("mutex")) ListLock {
  public:
-  // 1: the fault list. 2: the storage and SD-card lists and the storage snapshot while it is loaded.
-  static constexpr ListLock subagent(int which) { return {Family::subagent, which}; }
-  static constexpr ListLock ev(int class_number) { return {Family::ev, class_number}; }
-
-  // Results of the C functions below: 0 when the lock was taken or released.
-  int acquire() const TAVO_LOCKING(acquire_capability());
-  int release() const TAVO_LOCKING(release_capability());
-
-  constexpr bool is_ev() const { return family_ == Family::ev; }
-
-  // What the lock's holder count stands at; 0 for a lock that does not exist.
-  int hold_count() const;
-
- private:
-  enum class Family : unsigned char { subagent, ev };
+  enum class Family : unsigned char { Subagent, Ev };
 
   constexpr ListLock(Family family, int number) : family_(family), number_(number) {}
+  ListLock(const ListLock &) = delete;
+  ListLock &operator=(const ListLock &) = delete;
 
-  Family family_;
-  int number_;
+  // 0 when the lock was taken or released, or the mutex call's error: EBUSY for a try at a lock that is held.
+  int acquire() TAVO_LOCKING(acquire_capability());
+  int try_acquire() TAVO_LOCKING(try_acquire_capability(0));
+  int release() TAVO_LOCKING(release_capability());
+
+  void destroy() { pthread_mutex_destroy(&mutex_); }
+
+  bool is_ev() const { return family_ == Family::Ev; }
+  // 1 or 2 for a subagent lock, the class number for an ev lock.
+  int number() const { return number_; }
+  int hold_count() const { return holds_.load(std::memory_order_relaxed); }
+
+ private:
+  // The threads that wait for the mutex, in the order in which they came: only the first of them stands at the mutex.
+  class Queue {
+   public:
+    // Returns when the caller is the first.
+    void enter();
+    void leave();
+    bool may_be_overtaken() const;
+
+   private:
+    using Clock = std::chrono::steady_clock;
+    static constexpr Clock::time_point nobody{};
+
+    std::atomic<unsigned> tickets_ = 0;
+    std::atomic<unsigned> serving_ = 0;
+    std::atomic<Clock::time_point> first_since_ = nobody;
+  };
+
+  int lock_in_turn();
+  // Counts and traces what an attempt to lock came to, and returns it.
+  int locked(int error, const char *function);
+
+  const Family family_;
+  const int number_;
+  pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER;
+  // Changed beside the mutex, not under it, so atomic; relaxed, because only traces read it.
+  std::atomic<int> holds_ = 0;
+  Queue queue_;
 };
+
+// Guards the fault list.
+inline constinit ListLock fault_list_lock(ListLock::Family::Subagent, 1);
+// Guards the storage and SD-card lists, and the storage snapshot while it is loaded.
+inline constinit ListLock storage_lock(ListLock::Family::Subagent, 2);
+// Guards the list of the one table that names this class number in its description.
+template <int class_number>
+inline constinit ListLock ev_lock(ListLock::Family::Ev, class_number);
 
 // Holds a list's lock for the length of a block, if it could be had.
 class TAVO_LOCKING(scoped_lockable) ListGuard {
  public:
-  explicit ListGuard(const ListLock &lock) TAVO_LOCKING(acquire_capability(lock))
+  explicit ListGuard(ListLock &lock) TAVO_LOCKING(acquire_capability(lock))
       : lock_(lock), error_(lock.acquire()), held_(error_ == 0) {}
   ListGuard(const ListGuard &) = delete;
   ListGuard &operator=(const ListGuard &) = delete;
@@ -59,7 +96,7 @@ class TAVO_LOCKING(scoped_lockable) ListGuard {
     }
   }
 
-  // Ends the hold early, for those who pass on the result of the release.
+  // Ends the hold early and returns the result of the release.
   int release() TAVO_LOCKING(release_capability()) {
     held_ = false;
     return lock_.release();
@@ -69,12 +106,10 @@ class TAVO_LOCKING(scoped_lockable) ListGuard {
   int error() const { return error_; }
 
  private:
-  const ListLock &lock_;
+  ListLock &lock_;
   const int error_;
   bool held_;
 };
-
-}  // namespace tavo
 
 #pragma GCC visibility push(default)
 extern "C" {
@@ -84,8 +119,8 @@ int acquire_sa_lock(int which);
 int try_sa_lock(int which);
 int release_sa_lock(int which);
 
-// The ev locks, by class number. The result is the mutex call's, or 1 for a class without a lock. get_ev_try_lock
-// counts a holder even when the lock is busy, unlike try_sa_lock.
+// The ev locks, by the class number that a table's description names. The result is the mutex call's, or 1 for a class
+// without a lock. get_ev_try_lock counts a holder even when the lock is busy, unlike try_sa_lock.
 int get_ev_lock(int class_number);
 int get_ev_try_lock(int class_number);
 int release_ev_lock(int class_number);
@@ -95,17 +130,17 @@ int release_ev_lock(int class_number);
 int destroy_ev_resource(int class_number);
 
 // The inventory lock; the result is the mutex call's.
-int acquire_inventory_lock(void) TAVO_LOCKING(acquire_capability(tavo::inventory_lock));
-int release_inventory_lock(void) TAVO_LOCKING(release_capability(tavo::inventory_lock));
+int acquire_inventory_lock(void) TAVO_LOCKING(acquire_capability(inventory_lock));
+int release_inventory_lock(void) TAVO_LOCKING(release_capability(inventory_lock));
 
-// Signals the condition, then marks what the class code stands for (a code of the fault engine, or 208 of the storage
-// thread) as due for a refresh. The result is the signal's. Several codes share one mark; unknown codes have none.
-int signal_inventory_condition(int code) TAVO_LOCKING(requires_capability(tavo::inventory_lock));
+// Signals the condition, then marks what the class number stands for as due for a refresh. The result is the signal's.
+// Several class numbers share one mark; unknown ones have none.
+int signal_inventory_condition(int class_number) TAVO_LOCKING(requires_capability(inventory_lock));
 
-// 1 when a refresh of what the code stands for is due, which takes the mark away; otherwise 0.
-int check_inventory_status(int code) TAVO_LOCKING(requires_capability(tavo::inventory_lock));
+// 1 when a refresh of what the class number stands for is due, which takes the mark away; otherwise 0.
+int check_inventory_status(int class_number) TAVO_LOCKING(requires_capability(inventory_lock));
 
-void wait_for_inventory_condition(void) TAVO_LOCKING(requires_capability(tavo::inventory_lock));
+void wait_for_inventory_condition(void) TAVO_LOCKING(requires_capability(inventory_lock));
 
 // Destroys the condition, then the mutex. Always 1.
 int destroy_inventory_resource(void);
@@ -114,3 +149,8 @@ int destroy_inventory_resource(void);
 int thread_wait(unsigned int seconds);
 }
 #pragma GCC visibility pop
+
+// Marks what the class number stands for as due for a refresh. Takes the inventory lock: the caller holds no other.
+void request_refresh(int class_number) TAVO_LOCKING(locks_excluded(inventory_lock));
+
+}  // namespace tavo

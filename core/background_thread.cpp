@@ -2,11 +2,11 @@
 
 namespace tavo {
 
-int BackgroundThread::create(const char *function, int line) {
+int BackgroundThread::create(Caller caller) {
   run_flag_.store(1, std::memory_order_relaxed);
   pthread_attr_init(&attributes_);
   pthread_attr_setdetachstate(&attributes_, PTHREAD_CREATE_JOINABLE);
-  trace(function, description_.source, line, description_.creating, function);
+  trace(caller, description_.source, description_.creating, caller.function);
   if (pthread_create(&handle_, &attributes_, description_.start_routine, nullptr) != 0) {
     snmp_log(description_.failure_level, "%s", description_.create_failed);
     return -1;

@@ -20,8 +20,8 @@ struct ThreadDescription {
   const char *join_failed;
   const char *exited;
   int failure_level = LOG_DEBUG;  // of create_failed and join_failed
-  // Frees what the thread used, once it has ended: the one before, the other after the thread's attributes are
-  // destroyed. Null when there is nothing to free.
+  // Both free what the thread used, once it has ended: release_before_attributes before the thread's attributes are
+  // destroyed, release_after_attributes after. Null when there is nothing to free.
   void (*release_before_attributes)() = nullptr;
   void (*release_after_attributes)() = nullptr;
 };
@@ -32,9 +32,8 @@ class BackgroundThread {
  public:
   explicit constexpr BackgroundThread(const ThreadDescription &description) : description_(description) {}
 
-  // Sets the run flag and starts the thread. 0, or -1 when it cannot be created. `function` and `line`: the caller's,
-  // for the trace.
-  int create(const char *function, int line);
+  // Sets the run flag and starts the thread. 0, or -1 when it cannot be created.
+  int create(Caller caller = Caller::here());
 
   // Clears the run flag, which the thread sees when it next asks. It does not wake the thread.
   void stop();

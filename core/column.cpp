@@ -13,8 +13,8 @@ T load(const std::byte *from) {
   return value;
 }
 
-// Two columns hand their Counter64 over with a length of 4. A 32-bit net-snmp takes that, a 64-bit one refuses it and
-// logs an error line each time, so it is asked once, when the module is loaded.
+// Two columns hand their Counter64 over with a length of 4. Some older net-snmp take that; the others refuse it and log
+// an error line each time, so net-snmp is asked once, when the module is loaded.
 bool takes_four_octet_counter64() {
   netsnmp_variable_list scratch{};
   const std::uint32_t zero = 0;
@@ -23,11 +23,12 @@ bool takes_four_octet_counter64() {
   return taken;
 }
 
-// How much of a field is filled, as the row's length field says: octets of a text, sub-identifiers of an object
-// identifier. Within 0 and what the field holds, whatever the row says.
-std::size_t filled_length(const Column &column, const std::byte *row) {
-  return static_cast<std::size_t>(
-      std::clamp<std::int32_t>(load<std::int32_t>(row + column.length_offset), 0, column.field.capacity));
+// How much of a text or an object identifier is filled, as the count behind its elements says: at most what the field
+// holds, whatever the row says. `element`: the octets of one of them.
+std::size_t filled_length(const Column &column, const std::byte *field, std::size_t element) {
+  constexpr std::size_t word = sizeof(std::int32_t);
+  const std::size_t count_at = (column.capacity * element + word - 1) / word * word;
+  return static_cast<std::size_t>(std::clamp<std::int32_t>(load<std::int32_t>(field + count_at), 0, column.capacity));
 }
 
 // Whether an object identifier of these sub-identifiers can be put on the wire, where the first two are one number.
@@ -46,49 +47,44 @@ const bool four_octet_counter64 = takes_four_octet_counter64();
 }  // namespace
 
 ColumnValue::ColumnValue(const Column &column, const void *row)
-    : type_(ASN_NULL), data_(static_cast<const std::byte *>(row) + column.field.offset), size_(0), counter_{} {
-  const auto *record = static_cast<const std::byte *>(row);
+    : type_(ASN_NULL), data_(static_cast<const std::byte *>(row) + column.offset), size_(0), counter_{} {
   const auto *field = static_cast<const std::byte *>(data_);
   switch (column.codec) {
-    case Codec::text:
-      take_text(strnlen(reinterpret_cast<const char *>(field), column.field.capacity));
+    case Codec::Integer:
+      take_number(ASN_INTEGER);
       break;
-    case Codec::counted_text:
-      take_text(filled_length(column, record));
+    case Codec::Gauge32:
+      take_number(ASN_GAUGE);
       break;
-    case Codec::octet:
-      take_text(1);
+    case Codec::Counter32:
+      take_number(ASN_COUNTER);
       break;
-    case Codec::integer:
-      type_ = ASN_INTEGER;
-      size_ = sizeof(std::int32_t);
+    case Codec::Counter64:
+      take_counter64(load<std::uint64_t>(field));
       break;
-    case Codec::gauge:
-      type_ = ASN_GAUGE;
-      size_ = sizeof(std::uint32_t);
+    case Codec::CounterWords: {
+      const auto words = load<CounterWords>(field);
+      take_counter64(std::uint64_t{words.high} << 32 | words.low);
       break;
-    case Codec::counter:
-      type_ = ASN_COUNTER;
-      size_ = sizeof(std::uint32_t);
-      break;
-    case Codec::counter64:
-      if (column.field.type == FieldType::uint64) {
-        take_counter64(load<std::uint64_t>(field));
-      } else {
-        const auto words = load<CounterWords>(field);
-        take_counter64(std::uint64_t{words.high} << 32 | words.low);
-      }
-      break;
-    case Codec::counter64_of_four_octets:
+    }
+    case Codec::FourOctetCounter64:
       if (four_octet_counter64) {
-        type_ = ASN_COUNTER64;
-        size_ = sizeof(std::uint32_t);
+        take_number(ASN_COUNTER64);
       } else {
         take_counter64(load<std::uint32_t>(field));
       }
       break;
-    case Codec::object_identifier:
-      take_object_identifier(column, record);
+    case Codec::Text:
+      take_text(strnlen(reinterpret_cast<const char *>(field), column.capacity));
+      break;
+    case Codec::CountedText:
+      take_text(filled_length(column, field, sizeof(char)));
+      break;
+    case Codec::Octet:
+      take_text(1);
+      break;
+    case Codec::ObjectIdentifier:
+      take_object_identifier(filled_length(column, field, sizeof(std::uint32_t)));
       break;
   }
 }
@@ -96,6 +92,12 @@ ColumnValue::ColumnValue(const Column &column, const void *row)
 void ColumnValue::take_text(std::size_t length) {
   type_ = ASN_OCTET_STR;
   size_ = length;
+}
+
+// The field's four octets as they are.
+void ColumnValue::take_number(u_char type) {
+  type_ = type;
+  size_ = sizeof(std::uint32_t);
 }
 
 // net-snmp wants its own two-word structure, whose words are as wide as the machine's long.
@@ -108,10 +110,10 @@ void ColumnValue::take_counter64(std::uint64_t value) {
 }
 
 // net-snmp's sub-identifiers are as wide as the machine's long.
-void ColumnValue::take_object_identifier(const Column &column, const std::byte *row) {
-  const std::size_t count = filled_length(column, row);
+void ColumnValue::take_object_identifier(std::size_t count) {
+  const auto *field = static_cast<const std::byte *>(data_);
   for (std::size_t i = 0; i < count; ++i) {
-    identifier_[i] = load<std::uint32_t>(row + column.field.offset + i * sizeof(std::uint32_t));
+    identifier_[i] = load<std::uint32_t>(field + i * sizeof(std::uint32_t));
   }
   type_ = ASN_OBJECT_ID;
   data_ = identifier_;

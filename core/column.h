@@ -1,5 +1,18 @@
-// A table's columns as data: which number a column has, where its field lies in the row and how it is put on the wire.
-// One interpreter serves every table and every notification, so an answer to GET and a varbind cannot differ.
+// A table's columns as data: where a column's field lies in the row and how it is put on the wire. One interpreter
+// serves every table and every notification, so an answer to GET and a varbind cannot differ.
+//
+// The type of a row's field says how the column is served:
+//
+//   std::int32_t         INTEGER
+//   std::uint32_t        Gauge32
+//   Counter32            Counter32
+//   std::uint64_t        Counter64
+//   CounterWords         Counter64, kept as two words
+//   FourOctetCounter64   Counter64, handed over with a length of 4 where net-snmp takes that
+//   char[N]              OCTET STRING, up to the first NUL, at most N octets
+//   CountedText<N>       OCTET STRING, as long as it says, at most N octets
+//   std::uint8_t         OCTET STRING of length 1
+//   ObjectIdentifier<N>  OBJECT IDENTIFIER of at most N sub-identifiers
 #pragma once
 
 #include <net-snmp/net-snmp-config.h>
@@ -10,83 +23,93 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <string_view>
 #include <type_traits>
+
+#include "core/for_each.h"
+#include "core/row_list.h"
+#include "core/text.h"
 
 namespace tavo {
 
-// How a field becomes a value.
-enum class Codec : std::uint8_t {
-  text,                      // OCTET STRING: up to the first NUL, at most the field's capacity
-  counted_text,              // OCTET STRING: as long as the length field says, at most the capacity
-  octet,                     // OCTET STRING of length 1
-  integer,                   // INTEGER
-  gauge,                     // Gauge32
-  counter,                   // Counter32
-  counter64,                 // Counter64 from a 64-bit field or from a high and a low word
-  counter64_of_four_octets,  // Counter64 from a 32-bit field, handed over with a length of 4 where net-snmp takes that
-  object_identifier,         // OBJECT IDENTIFIER: as many sub-identifiers as the count says, at most the capacity;
-                             // empty for one that has no encoding
+struct Counter32 {
+  std::uint32_t value;
 };
 
-// A 64-bit counter kept as two words.
 struct CounterWords {
   std::uint32_t high;
   std::uint32_t low;
 };
 
+struct FourOctetCounter64 {
+  std::uint32_t value;
+};
+
+// A text that carries its length in octets, which does not count the NUL. A length out of range is served as the
+// nearest within it.
+template <std::size_t N>
+struct CountedText {
+  char text[N];
+  std::int32_t length;
+
+  // Cuts off what does not fit before a NUL.
+  void assign(std::string_view from) {
+    copy_text(text, from);
+    length = static_cast<std::int32_t>(std::min(from.size(), N - 1));
+  }
+};
+
 // The longest object identifier that a row holds.
 inline constexpr std::size_t most_sub_identifiers = 32;
 
-enum class FieldType : std::uint8_t { int32, uint32, uint64, counter_words, octet, text, sub_identifiers };
+// Served empty when it has no encoding. A count out of range is served as the nearest within it.
+template <std::size_t N>
+struct ObjectIdentifier {
+  static_assert(N <= most_sub_identifiers);
 
-// Where a field lies in the row record.
-struct Field {
-  FieldType type;
-  std::uint16_t offset;
-  std::uint16_t capacity;  // elements of an array, 1 of anything else
+  std::uint32_t sub_identifiers[N];
+  std::int32_t count;
 };
 
-// The field of type `T` at `offset`: field<decltype(Row::dn)>(offsetof(Row, dn)).
-template <class T>
-consteval Field field(std::size_t offset) {
-  const auto at = static_cast<std::uint16_t>(offset);
-  if constexpr (std::is_same_v<T, std::int32_t>) {
-    return {FieldType::int32, at, 1};
-  } else if constexpr (std::is_same_v<T, std::uint32_t>) {
-    return {FieldType::uint32, at, 1};
-  } else if constexpr (std::is_same_v<T, std::uint64_t>) {
-    return {FieldType::uint64, at, 1};
-  } else if constexpr (std::is_same_v<T, CounterWords>) {
-    return {FieldType::counter_words, at, 1};
-  } else if constexpr (std::is_same_v<T, std::uint8_t>) {
-    return {FieldType::octet, at, 1};
-  } else if constexpr (std::is_same_v<std::remove_extent_t<T>, char>) {
-    return {FieldType::text, at, std::extent_v<T>};
-  } else {
-    static_assert(std::is_same_v<std::remove_extent_t<T>, std::uint32_t>, "no column is made of this type");
-    return {FieldType::sub_identifiers, at, std::extent_v<T>};
-  }
-}
+// How a field becomes a value: one for each type of field above.
+enum class Codec : std::uint8_t {
+  Integer,
+  Gauge32,
+  Counter32,
+  Counter64,
+  CounterWords,
+  FourOctetCounter64,
+  Text,
+  CountedText,
+  Octet,
+  ObjectIdentifier,
+};
 
 struct Column {
-  std::uint8_t number;
   Codec codec;
-  Field field;
-  std::uint16_t length_offset = 0;  // of the int32 that counts a counted_text or an object_identifier
+  std::uint16_t offset;    // of the field in the row record
+  std::uint16_t capacity;  // elements of a text or an object identifier, 1 of anything else; a count follows them
 };
 
-// What is wrong with a list of columns, null when nothing is: numbers have no gap and ascend, fields follow each other
-// in the row as the columns do, and every codec fits its field.
-constexpr const char *fault_of(std::span<const Column> columns);
+// The column of the field of type `T` at `offset`.
+template <class T>
+consteval Column column_of(std::size_t offset);
 
-// `columns`, or a compile-time error for a list that has a fault.
-template <std::size_t N>
-consteval std::array<Column, N> checked(std::array<Column, N> columns) {
-  if (const char *fault = fault_of(columns)) {
-    throw fault;  // NOLINT(misc-throw-by-value-catch-by-reference): read by the compiler, never thrown
-  }
-  return columns;
-}
+// The number of a table's first readable column. Column 1 is the index, which only notifications carry.
+inline constexpr std::uint8_t first_column = 2;
+
+// Lists the columns of `table`, a MIB name, from column 2 on, in the array `columns`. What follows the row type are its
+// fields: all of them in their order, but for the index before them and the link to the next row behind. A list that
+// leaves out a field or changes the order does not compile. (A field whose place could be padding slips through: four
+// octets in front of a field, or of the link, that is aligned to eight. The MIB's test finds that one.)
+//
+// The fields' names are kept beside the object code for tools (module/describe_tables.cpp); the linker drops them from
+// the module.
+#define TAVO_COLUMNS(table, Row, ...)                                                            \
+  constexpr auto columns = ::tavo::checked<Row>({TAVO_FOR_EACH(TAVO_COLUMN, Row, __VA_ARGS__)}); \
+  [[gnu::section("tavo_columns"), gnu::used]] constexpr char column_names[] = #table ":" #__VA_ARGS__
+
+#define TAVO_COLUMN(Row, field) ::tavo::column_of<decltype(Row::field)>(offsetof(Row, field)),
 
 // A column's value, ready for net-snmp's setters. Points into the row or into itself: valid while both stay.
 class ColumnValue {
@@ -104,8 +127,9 @@ class ColumnValue {
 
  private:
   void take_text(std::size_t length);
+  void take_number(u_char type);
   void take_counter64(std::uint64_t value);
-  void take_object_identifier(const Column &column, const std::byte *row);
+  void take_object_identifier(std::size_t count);
 
   u_char type_;
   const void *data_;
@@ -116,73 +140,94 @@ class ColumnValue {
   };
 };
 
-// Implementation of the compile-time check.
+// Implementation.
 
-constexpr bool fits(Codec codec, FieldType type) {
-  switch (codec) {
-    case Codec::text:
-    case Codec::counted_text:
-      return type == FieldType::text;
-    case Codec::octet:
-      return type == FieldType::octet;
-    case Codec::integer:
-      return type == FieldType::int32;
-    case Codec::gauge:
-    case Codec::counter:
-    case Codec::counter64_of_four_octets:
-      return type == FieldType::uint32;
-    case Codec::counter64:
-      return type == FieldType::uint64 || type == FieldType::counter_words;
-    case Codec::object_identifier:
-      return type == FieldType::sub_identifiers;
-  }
-  return false;
+template <class T>
+struct FieldTraits;
+
+template <Codec codec_of_type, std::size_t capacity_of_type = 1>
+struct FieldTraitsOf {
+  static constexpr Codec codec = codec_of_type;
+  static constexpr std::size_t capacity = capacity_of_type;
+};
+
+template <>
+struct FieldTraits<std::int32_t> : FieldTraitsOf<Codec::Integer> {};
+template <>
+struct FieldTraits<std::uint32_t> : FieldTraitsOf<Codec::Gauge32> {};
+template <>
+struct FieldTraits<Counter32> : FieldTraitsOf<Codec::Counter32> {};
+template <>
+struct FieldTraits<std::uint64_t> : FieldTraitsOf<Codec::Counter64> {};
+template <>
+struct FieldTraits<CounterWords> : FieldTraitsOf<Codec::CounterWords> {};
+template <>
+struct FieldTraits<FourOctetCounter64> : FieldTraitsOf<Codec::FourOctetCounter64> {};
+template <std::size_t N>
+struct FieldTraits<char[N]> : FieldTraitsOf<Codec::Text, N> {};
+template <std::size_t N>
+struct FieldTraits<CountedText<N>> : FieldTraitsOf<Codec::CountedText, N> {};
+template <>
+struct FieldTraits<std::uint8_t> : FieldTraitsOf<Codec::Octet> {};
+template <std::size_t N>
+struct FieldTraits<ObjectIdentifier<N>> : FieldTraitsOf<Codec::ObjectIdentifier, N> {};
+
+template <class T>
+consteval Column column_of(std::size_t offset) {
+  return {.codec = FieldTraits<T>::codec,
+          .offset = static_cast<std::uint16_t>(offset),
+          .capacity = static_cast<std::uint16_t>(FieldTraits<T>::capacity)};
 }
 
-constexpr std::size_t size_of(const Field &field) {
-  switch (field.type) {
-    case FieldType::text:
-    case FieldType::octet:
-      return field.capacity;
-    case FieldType::int32:
-    case FieldType::uint32:
-    case FieldType::sub_identifiers:
-      return sizeof(std::uint32_t) * field.capacity;
-    case FieldType::uint64:
-    case FieldType::counter_words:
-      return sizeof(std::uint64_t);
+// The octets of a column's field, and what its address is a multiple of.
+struct FieldShape {
+  std::size_t size;
+  std::size_t alignment;
+};
+
+constexpr FieldShape shape_of(const Column &column) {
+  switch (column.codec) {
+    case Codec::Text:
+    case Codec::Octet:
+      return {column.capacity, 1};
+    case Codec::CountedText:
+      return {(column.capacity + std::size_t{3}) / 4 * 4 + 4, 4};
+    case Codec::ObjectIdentifier:
+      return {(column.capacity + std::size_t{1}) * 4, 4};
+    case Codec::Counter64:
+      return {8, alignof(std::uint64_t)};
+    case Codec::CounterWords:
+      return {8, 4};
+    default:
+      return {4, 4};
   }
-  return 0;
 }
 
+// What is wrong with a list of columns, null when nothing is: it names every field of `Row` but the index and the link,
+// in their order.
+template <class Row>
 constexpr const char *fault_of(std::span<const Column> columns) {
-  if (columns.empty()) {
-    return "a table needs a column";
+  const auto aligned = [](std::size_t offset, std::size_t alignment) {
+    return (offset + alignment - 1) / alignment * alignment;
+  };
+  std::size_t end = sizeof(std::uint32_t);  // of the index
+  for (const Column &column : columns) {
+    const FieldShape shape = shape_of(column);
+    if (column.offset != aligned(end, shape.alignment)) {
+      return "columns follow each other as the row's fields do, and leave none out";
+    }
+    end = column.offset + shape.size;
   }
-  for (std::size_t i = 0; i < columns.size(); ++i) {
-    const Column &column = columns[i];
-    const bool counted = column.codec == Codec::counted_text || column.codec == Codec::object_identifier;
-    if (!fits(column.codec, column.field.type)) {
-      return "a codec does not fit the type of its field";
-    }
-    if (column.field.type == FieldType::sub_identifiers && column.field.capacity > most_sub_identifiers) {
-      return "an object identifier is too long";
-    }
-    if (counted != (column.length_offset != 0)) {
-      return "a length field belongs to counted texts and object identifiers, and to nothing else";
-    }
-    if (i == 0) {
-      continue;
-    }
-    const Column &previous = columns[i - 1];
-    if (column.number != previous.number + 1) {
-      return "column numbers ascend without gaps";
-    }
-    if (column.field.offset < previous.field.offset + size_of(previous.field)) {
-      return "fields stand in the row in the order of their columns";
-    }
+  return layout_of<Row>().next == aligned(end, alignof(void *)) ? nullptr : "a column for each field up to the last";
+}
+
+// `columns`, or a compile-time error for a list that has a fault.
+template <class Row, std::size_t N>
+consteval std::array<Column, N> checked(const Column (&columns)[N]) {
+  if (const char *fault = fault_of<Row>(columns)) {
+    throw fault;  // NOLINT(misc-throw-by-value-catch-by-reference): the compiler reads it, nothing throws it
   }
-  return nullptr;
+  return std::to_array(columns);
 }
 
 }  // namespace tavo

@@ -13,13 +13,14 @@
 
 #include "core/zeroed.h"
 
+namespace tavo {
 namespace {
 
 constexpr int null_argument = -103;
 constexpr int conversion_failed = -108;
 
 // What enum_value returned last.
-constinit tavo::Zeroed<char[]> last_text;
+constinit Zeroed<char[]> last_text;
 
 }  // namespace
 
@@ -52,7 +53,7 @@ uint64_t htonll(uint64_t value) {
   return low << 4 | shifted;
 }
 
-const char *enum_value(int value, const tavo::EnumText *table) {
+const char *enum_value(int value, const EnumText *table) {
   while (table->text != nullptr && table->value != value) {
     ++table;
   }
@@ -63,3 +64,5 @@ const char *enum_value(int value, const tavo::EnumText *table) {
   last_text.reset(text);
   return text;
 }
+
+}  // namespace tavo

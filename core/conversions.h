@@ -13,8 +13,6 @@ struct EnumText {
   int value;
 };
 
-}  // namespace tavo
-
 #pragma GCC visibility push(default)
 extern "C" {
 
@@ -31,6 +29,8 @@ uint64_t htonll(uint64_t value);
 
 // "VALUE, TEXT" with the text that `table` has for the value, "(null)" when it has none. The module owns the result,
 // which is valid until the next call; null when there is no memory. Not for two threads at once.
-const char *enum_value(int value, const tavo::EnumText *table);
+const char *enum_value(int value, const EnumText *table);
 }
 #pragma GCC visibility pop
+
+}  // namespace tavo

@@ -3,13 +3,22 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "core/trace.h"
-
 namespace tavo {
 
-int Table::register_with(const TableHandlers &handlers) {
+int Table::start_up(Caller caller) {
+  if (description_.registration_token != nullptr) {
+    trace_under(description_.registration_token, caller, description_.name, "initializing table %s\n",
+                description_.name);
+  } else {
+    trace_entry(caller);
+  }
+  const int result = register_with_agent();
+  return description_.build == nullptr ? result : description_.build(0);
+}
+
+int Table::register_with_agent() {
   netsnmp_handler_registration *registration = netsnmp_create_handler_registration(
-      description_.name, handlers.handler, description_.root.data(), description_.root.size(), HANDLER_CAN_RONLY);
+      description_.name, entry_points_.handler, description_.root.data(), description_.root.size(), HANDLER_CAN_RONLY);
   auto *table_info = SNMP_MALLOC_TYPEDEF(netsnmp_table_registration_info);
   auto *iterator_info = SNMP_MALLOC_TYPEDEF(netsnmp_iterator_info);
   netsnmp_mib_handler *scope = netsnmp_create_handler("request_scope", enter_request_scope);
@@ -22,10 +31,10 @@ int Table::register_with(const TableHandlers &handlers) {
   }
 
   netsnmp_table_helper_add_indexes(table_info, ASN_UNSIGNED, 0);
-  table_info->min_column = description_.columns.front().number;
-  table_info->max_column = description_.columns.back().number;
-  iterator_info->get_first_data_point = handlers.first_row;
-  iterator_info->get_next_data_point = handlers.next_row;
+  table_info->min_column = first_column;
+  table_info->max_column = first_column + static_cast<unsigned int>(description_.columns.size()) - 1;
+  iterator_info->get_first_data_point = entry_points_.first_row;
+  iterator_info->get_next_data_point = entry_points_.next_row;
   iterator_info->table_reginfo = table_info;
   iterator_info->flags = NETSNMP_HANDLER_OWNS_IINFO;
   const int result = netsnmp_register_table_iterator(registration, iterator_info);
@@ -76,11 +85,11 @@ void Table::answer_one(netsnmp_agent_request_info *agent_request, netsnmp_reques
   // A wrong column counts before a missing row does. NOLINTNEXTLINE(bugprone-branch-clone)
   if (cell == nullptr) {
     netsnmp_set_request_error(agent_request, request, SNMP_NOSUCHINSTANCE);
-  } else if (cell->colnum < columns.front().number || cell->colnum > columns.back().number) {
+  } else if (cell->colnum < first_column || cell->colnum - first_column >= columns.size()) {
     netsnmp_set_request_error(agent_request, request, SNMP_NOSUCHOBJECT);
   } else if (row == nullptr) {
     netsnmp_set_request_error(agent_request, request, SNMP_NOSUCHINSTANCE);
-  } else if (!ColumnValue(columns[cell->colnum - columns.front().number], row).set(request->requestvb)) {
+  } else if (!ColumnValue(columns[cell->colnum - first_column], row).set(request->requestvb)) {
     netsnmp_set_request_error(agent_request, request, SNMP_ERR_GENERR);
   }
 }
@@ -93,8 +102,8 @@ void *Table::create(std::uint32_t index, const void *filled) {
   std::memcpy(row, filled, description_.row.size);
   std::memcpy(row, &index, sizeof index);
   for (const Column &column : description_.columns) {
-    if (column.codec == Codec::text) {
-      static_cast<char *>(row)[column.field.offset + column.field.capacity - 1] = '\0';
+    if (column.codec == Codec::Text) {
+      static_cast<char *>(row)[column.offset + column.capacity - 1] = '\0';
     }
   }
   rows_.push_front(row);
@@ -115,9 +124,9 @@ int Table::remove(void *row) {
   return guard.release();
 }
 
-void Table::trace_entry(const char *function, int line) const {
+void Table::trace_entry(Caller caller) const {
   if (description_.traces) {
-    trace(function, description_.name, line, "%s\n", function);
+    trace(caller, description_.name, "%s\n", caller.function);
   }
 }
 

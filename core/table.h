@@ -14,23 +14,63 @@
 
 #include "core/access_lock.h"
 #include "core/column.h"
+#include "core/oids.h"
 #include "core/row_list.h"
+#include "core/trace.h"
 
 namespace tavo {
 
-// What one table is. The index is one Unsigned32, column 1, which is not readable.
+// What makes the inventory refresh thread rebuild tables. All but Periodic are requests of other threads, which name
+// them by class number.
+enum class RefreshCause : std::uint8_t {
+  Fans,
+  PowerSupplies,
+  Memory,
+  Processors,
+  Storage,  // rebuilds the tables whose source is the storage snapshot; no rule names it
+  Adaptors,
+  Periodic,  // every 100 seconds
+};
+
+struct RefreshRule {
+  RefreshCause cause;
+  int place;           // among the tables that the cause rebuilds; those of one place follow the order of start-up
+  int only_first = 0;  // of Periodic: how many of its passes rebuild the table; 0: all of them
+};
+
+// What a table is built from.
+enum class TableSource : std::uint8_t {
+  Own,              // what its builder asks
+  StorageSnapshot,  // the storage snapshot, together with the other tables of this source, under the storage lock
+  SdCards,          // the SD-card service's answers, likewise
+};
+
+// What one table is: everything about it that the other tables do not share. The index is one Unsigned32, column 1,
+// which is not readable.
 struct TableDescription {
   const char *name;  // of the MIB object; also the source that traces name
   std::span<const oid> root;
-  ListLock lock;  // guards the rows
-  std::span<const Column> columns;
+  ListLock &lock;                   // guards the rows
+  std::span<const Column> columns;  // from first_column on
   RowLayout row;
+
+  // Builds the rows, with `refresh` 1 in place of those that stand. Its result is start-up's. Null for a table that
+  // stays empty at start-up.
+  int (*build)(int refresh) = nullptr;
+  TableSource source = TableSource::Own;
+  std::span<const RefreshRule> refresh = {};
+  const char *started = nullptr;  // logged once start-up has set the table up
+  void (*prepare)() = nullptr;    // runs before registration
+
   bool traces = true;              // registration, creation and removal of a row leave a trace when debugging is on
   bool keeps_registration = true;  // so that it can be de-registered
+  // The token under which registration is traced in a sentence instead of as the others'. Null: as the others'.
+  const char *registration_token = nullptr;
 };
 
-// The table's functions that net-snmp calls.
-struct TableHandlers {
+// The table's functions that start-up and net-snmp call.
+struct TableEntryPoints {
+  int (*init)();
   Netsnmp_Node_Handler *handler;
   Netsnmp_First_Data_Point *first_row;
   Netsnmp_Next_Data_Point *next_row;
@@ -48,16 +88,19 @@ struct TableHandlers {
 class Table {
  public:
   // `head`: the table's exported list head.
-  constexpr Table(const TableDescription &description, void *head)
-      : description_(description), lock_(description.lock), rows_(description.row, head) {}
+  constexpr Table(const TableDescription &description, const TableEntryPoints &entry_points, void *head)
+      : description_(description), entry_points_(entry_points), lock_(description.lock), rows_(description.row, head) {}
   Table(const Table &) = delete;
   Table &operator=(const Table &) = delete;
 
-  const ListLock &lock() const TAVO_LOCKING(lock_returned(lock_)) { return lock_; }
+  const TableDescription &description() const { return description_; }
+  const TableEntryPoints &entry_points() const { return entry_points_; }
+  ListLock &lock() const TAVO_LOCKING(lock_returned(lock_)) { return lock_; }
 
-  // Registers the table, read-only. Returns net-snmp's result: MIB_REGISTERED_OK, or a failure after which the table
-  // is not served.
-  int register_with(const TableHandlers &handlers);
+  // Registers the table, read-only, and builds its rows. The builder's result; without a builder net-snmp's for the
+  // registration: MIB_REGISTERED_OK, or a failure after which the table is not served.
+  int start_up(Caller caller = Caller::here());
+  int register_with_agent();
   // Takes the table away from the agent, under the lock. 0, or the lock's error, after which nothing has changed.
   int de_register();
 
@@ -81,20 +124,21 @@ class Table {
   RowList &rows() TAVO_LOCKING(requires_capability(lock_)) { return rows_; }
 
   // The trace that opens the table's entry points, for tables that trace.
-  void trace_entry(const char *function, int line) const;
+  void trace_entry(Caller caller = Caller::here()) const;
 
  private:
   class RequestScope;
 
   static Netsnmp_Node_Handler enter_request_scope;
 
-  // Takes the list lock for a walk. False when the walk cannot go on without it: only an ev lock is asked how it went.
+  // Takes the list lock for a walk. False when the walk cannot go on without it: only ev locks' results are checked.
   bool lock_for_walk() const TAVO_LOCKING(no_thread_safety_analysis) { return lock_.acquire() == 0 || !lock_.is_ev(); }
 
   void answer_one(netsnmp_agent_request_info *agent_request, netsnmp_request_info *request) const;
 
   const TableDescription &description_;
-  const ListLock lock_;
+  const TableEntryPoints entry_points_;
+  ListLock &lock_;
   RowList rows_ TAVO_LOCKING(guarded_by(lock_));
 
   // Touched by the agent's thread only.
@@ -102,5 +146,25 @@ class Table {
   RequestScope *scope_ = nullptr;  // the requests being answered
   bool walking_ = false;           // a walk outside a scope holds the lock
 };
+
+// Holds a table's lock while its builder runs, and first removes the rows when `refresh` is 1.
+class TAVO_LOCKING(scoped_lockable) Rebuild {
+ public:
+  Rebuild(Table &table, int refresh) TAVO_LOCKING(acquire_capability(table.lock())) : guard_(table.lock()) {
+    if (guard_.error() == 0 && refresh == 1) {
+      table.remove_all();
+    }
+  }
+  ~Rebuild() TAVO_LOCKING(release_capability()) {}
+
+  // 0, or why the lock could not be had, and then nothing was removed.
+  int error() const { return guard_.error(); }
+
+ private:
+  ListGuard guard_;
+};
+
+// Every table of the module, in the order of start-up (module/start_up.def).
+std::span<Table *const> all_tables();
 
 }  // namespace tavo

@@ -138,7 +138,7 @@ netsnmp_variable_list *Table::next_row(void **loop_context, void **row, netsnmp_
   }
   if (!walking_) {
     if (!lock_for_walk()) {
-      return index;  // unfilled: what a walk that lost its lock has always got
+      return index;  // unfilled: the historical result without the lock
     }
     walking_ = true;
   }

@@ -16,11 +16,12 @@ std::string_view without_leading_blanks(std::string_view text) {
 
 }  // namespace
 
-void format_text(char *to, std::size_t size, const char *format, ...) {
+bool format_text(char *to, std::size_t size, const char *format, ...) {
   va_list arguments;
   va_start(arguments, format);
-  std::vsnprintf(to, size, format, arguments);
+  const int length = std::vsnprintf(to, size, format, arguments);
   va_end(arguments);
+  return length >= 0 && static_cast<std::size_t>(length) < size;
 }
 
 std::optional<std::int32_t> take_number(std::string_view &text) {

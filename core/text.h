@@ -16,19 +16,13 @@ void copy_text(char (&to)[N], std::string_view text) {
   to[length] = '\0';
 }
 
-// The same for a text that carries its length, which does not count the NUL.
-template <std::size_t N>
-void copy_counted_text(char (&to)[N], std::int32_t &length, std::string_view text) {
-  copy_text(to, text);
-  length = static_cast<std::int32_t>(std::min(text.size(), N - 1));
-}
-
-// As printf. A function of its own for any size: the compiler must not warn of the cut, which is meant.
-[[gnu::format(printf, 3, 4)]] void format_text(char *to, std::size_t size, const char *format, ...);
+// As printf. Returns false when the text was cut off. Not inline, so that the compiler does not warn of a cut: it is
+// intended.
+[[gnu::format(printf, 3, 4)]] bool format_text(char *to, std::size_t size, const char *format, ...);
 
 template <std::size_t N, class... Args>
-void format_text(char (&to)[N], const char *format, Args... args) {
-  format_text(to, N, format, args...);
+bool format_text(char (&to)[N], const char *format, Args... args) {
+  return format_text(to, N, format, args...);
 }
 
 // Takes the decimal number that a text begins with, and the blanks before it, off the text. Empty, and the text left

@@ -9,12 +9,12 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 DOCUMENTS = sorted([*ROOT.glob("*.md"), *ROOT.glob("docs/*.md")])
 LINK = re.compile(r"\]\(([^)#]+)(?:#[^)]*)?\)")
 # What stands in backquotes and begins with a directory of the tree is a path in it; capitals stand for names.
-PATH = re.compile(r"`(?:\./)?((?:core|tables|threads|storage|platform|host|simulator|mibs|scripts|tests|bench|docs)/"
+PATH = re.compile(r"`(?:\./)?((?:core|sources|tables|refresh|threads|module|platform|host|simulator|mibs|scripts|tests|bench|docs)/"
                   r"[\w./-]*)[^`]*`")
 
 # Tables, columns, notifications and entry points: what begins so is defined in one of these.
 NAME = re.compile(r"\btavo[A-Z]\w*")
-DEFINITIONS = [path for place in ("mibs/*-MIB", "tables/*", "threads/*", "tests/exports.txt") for path in ROOT.glob(place)]
+DEFINITIONS = [path for place in ("mibs/*-MIB", "tables/*/*.*", "threads/*", "module/exports.txt") for path in ROOT.glob(place)]
 
 
 @pytest.fixture(scope="module")

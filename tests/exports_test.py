@@ -5,7 +5,7 @@ import pathlib
 import re
 import subprocess
 
-EXPECTED = pathlib.Path(__file__).with_name("exports.txt")
+EXPECTED = pathlib.Path(__file__).resolve().parent.parent / "module" / "exports.txt"
 
 
 def output_of(*command):

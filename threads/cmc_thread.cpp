@@ -18,13 +18,14 @@
 
 #include "core/background_thread.h"
 
+namespace tavo {
+
 pthread_mutex_t cmc_lock = PTHREAD_MUTEX_INITIALIZER;
 unsigned char *cmc_data_buffer = nullptr;
 int32_t transfer_data_len = 0;
 int32_t sock_fd = -1;
 int32_t data_fd = -1;
 
-namespace tavo {
 namespace {
 
 constexpr in_port_t port = 25678;
@@ -184,36 +185,35 @@ constexpr ThreadDescription description = {
 constinit BackgroundThread thread(description);
 
 }  // namespace
-}  // namespace tavo
 
 int create_cmc_thread(void) {
-  return tavo::thread.create(__func__, __LINE__);
+  return thread.create();
 }
 
 void stop_cmc_thread(void) {
-  tavo::thread.stop();
+  thread.stop();
 }
 
 int join_cmc_thread(void) {
-  tavo::thread.join();
+  thread.join();
   return 0;
 }
 
 void *cmc_thread(void *) {
-  tavo::run_thread(__func__, [] {
-    tavo::block_sigpipe();
+  run_thread(__func__, [] {
+    block_sigpipe();
     snmp_log(LOG_DEBUG, "CMCThread initiated\n");
-    if (!tavo::open_listener()) {
+    if (!open_listener()) {
       return;
     }
-    while (tavo::serve_one_event()) {
+    while (serve_one_event()) {
     }
   });
 }
 
 int send_to_cmc(void) {
-  const tavo::BlockGuard guard;
-  const int descriptor = tavo::connection();
+  const BlockGuard guard;
+  const int descriptor = connection();
   if (descriptor <= 0) {
     return 1;
   }
@@ -230,13 +230,13 @@ int send_to_cmc(void) {
 }
 
 int setup_tcp_keepalive(int *fd, int count, int idle, int interval, int enable) {
-  const std::array<tavo::KeepaliveOption, 4> options = {{
+  const std::array<KeepaliveOption, 4> options = {{
       {IPPROTO_TCP, TCP_KEEPCNT, count, "setsockopt failed with error to enable keep alive count: %s\n"},
       {IPPROTO_TCP, TCP_KEEPIDLE, idle, "setsockopt failed with error to enable keep alive idle time: %s\n"},
       {IPPROTO_TCP, TCP_KEEPINTVL, interval, "setsockopt failed with error to enable keep alive interval time: %s\n"},
       {SOL_SOCKET, SO_KEEPALIVE, enable, "setsockopt failed with error to enable keep alive timer: %s\n"},
   }};
-  for (const tavo::KeepaliveOption &option : options) {
+  for (const KeepaliveOption &option : options) {
     if (setsockopt(*fd, option.level, option.name, &option.value, sizeof option.value) != 0) {
       snmp_log(LOG_ERR, option.failure, std::strerror(errno));
       close(*fd);
@@ -246,3 +246,5 @@ int setup_tcp_keepalive(int *fd, int count, int idle, int interval, int enable) 
   }
   return 0;
 }
+
+}  // namespace tavo

@@ -7,6 +7,8 @@
 
 #include <cstdint>
 
+namespace tavo {
+
 #pragma GCC visibility push(default)
 extern "C" {
 
@@ -35,3 +37,5 @@ int send_to_cmc(void);
 int setup_tcp_keepalive(int *fd, int count, int idle, int interval, int enable);
 }
 #pragma GCC visibility pop
+
+}  // namespace tavo

@@ -13,10 +13,11 @@
 #include "core/trace.h"
 #include "core/zeroed.h"
 #include "platform/fault_engine.h"
-#include "tables/fault_database.h"
-#include "tables/tavoFaultTable.h"
-#include "tables/tavoFaultTable_traps.h"
+#include "tables/faults/fault_database.h"
+#include "tables/faults/tavoFaultTable.h"
+#include "tables/faults/tavoFaultTable_traps.h"
 
+namespace tavo {
 namespace {
 
 constexpr const char *source = "event_thread";
@@ -25,13 +26,13 @@ constexpr const char *source = "event_thread";
 constexpr int records_per_read = 1024;
 
 void free_fault_database() {
-  tavo::free_entity_nodes();
+  free_entity_nodes();
   std::free(fault_database);
   fault_database = nullptr;
   clear_fault_table_entries();
 }
 
-constexpr tavo::ThreadDescription description = {
+constexpr ThreadDescription description = {
     .start_routine = FE_thread,
     .source = source,
     .creating = "%s:Creating event thread\n",
@@ -42,7 +43,7 @@ constexpr tavo::ThreadDescription description = {
     .release_after_attributes = free_fault_database,
 };
 
-constinit tavo::BackgroundThread event_thread(description);
+constinit BackgroundThread event_thread(description);
 
 void apply(const std::byte *record) {
   PrintDataFromFE(record);
@@ -53,7 +54,7 @@ void apply(const std::byte *record) {
 void connect(int &connection, bool traces) {
   for (int error = connect_to_fe_broadcaster(&connection); error != 0; error = connect_to_fe_broadcaster(&connection)) {
     if (traces) {
-      tavo::trace("FE_thread", source, __LINE__, "Connection to FE broadcaster failed %0x, Reconnecting\n", error);
+      trace({"FE_thread", __LINE__}, source, "Connection to FE broadcaster failed %0x, Reconnecting\n", error);
     }
     sched_yield();
   }
@@ -88,12 +89,12 @@ void keep_table_in_step() {
 }  // namespace
 
 int create_FE_thread(void) {
-  fault_database = static_cast<tavo::EntityNode **>(std::calloc(1, sizeof(tavo::FaultBuckets)));
+  fault_database = static_cast<EntityNode **>(std::calloc(1, sizeof(FaultBuckets)));
   if (fault_database == nullptr) {
     snmp_log(LOG_DEBUG, "CREATE_EVENT_THREAD:Failed memory allocation\n");
     return -1;
   }
-  if (const int error = event_thread.create(__func__, __LINE__); error != 0) {
+  if (const int error = event_thread.create(); error != 0) {
     std::free(fault_database);
     fault_database = nullptr;
     return error;
@@ -111,13 +112,13 @@ int join_FE_thread(void) {
 }
 
 void *FE_thread(void *) {
-  tavo::run_thread(__func__, keep_table_in_step);
+  run_thread(__func__, keep_table_in_step);
 }
 
 int init_fault_tables(void) {
-  snmp_log(LOG_DEBUG, "Cleared %d event nodes\n", tavo::free_entity_nodes());
+  snmp_log(LOG_DEBUG, "Cleared %d event nodes\n", free_entity_nodes());
   clear_fault_table_entries();
-  const auto records = tavo::make_zeroed_octets(records_per_read, FAULT_RECORD_SIZE);
+  const auto records = make_zeroed_octets(records_per_read, FAULT_RECORD_SIZE);
   if (records == nullptr) {
     snmp_log(LOG_DEBUG, "INIT_EVENT_THREAD:Failed to allocate memory\n");
     return -1;
@@ -146,3 +147,5 @@ int FE_poll(int value) {
 }
 
 void PrintDataFromFE(const void *) {}
+
+}  // namespace tavo

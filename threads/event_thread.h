@@ -1,6 +1,8 @@
 // The fault event thread: loads the fault engine's active faults, then applies each change that its broadcaster sends.
 #pragma once
 
+namespace tavo {
+
 #pragma GCC visibility push(default)
 extern "C" {
 
@@ -24,3 +26,5 @@ int FE_poll(int value);
 void PrintDataFromFE(const void *record);
 }
 #pragma GCC visibility pop
+
+}  // namespace tavo

@@ -2,6 +2,8 @@
 // changes. It touches no table itself.
 #pragma once
 
+namespace tavo {
+
 #pragma GCC visibility push(default)
 extern "C" {
 
@@ -18,3 +20,5 @@ void stop_stor_thread(void);
 int join_stor_thread(void);
 }
 #pragma GCC visibility pop
+
+}  // namespace tavo

@@ -9,18 +9,12 @@
 #include <cstring>
 #include <string_view>
 
-#include "core/access_lock.h"
 #include "core/background_thread.h"
 #include "core/descriptor.h"
-#include "tables/tavoStorageVeltroCardTable.h"
-#include "tables/tavoStorageVeltroControllerTable.h"
-#include "tables/tavoStorageVeltroDriveTable.h"
-#include "tables/velt_info.h"
+#include "refresh/storage_reload.h"
 
 namespace tavo {
 namespace {
-
-constexpr ListLock storage_lock = ListLock::subagent(2);
 
 constexpr const char *thread_name = "velt_thread";
 constexpr std::string_view socket_path = "/tmp/snmp_velt_sock";
@@ -91,37 +85,28 @@ void serve_next_peer(Descriptor &listener) {
 }
 
 }  // namespace
-}  // namespace tavo
 
 int create_velt_thread(void) {
-  return tavo::thread.create(__func__, __LINE__);
+  return thread.create();
 }
 
 void *velt_thread(void *) {
-  tavo::run_thread(__func__, [] {
+  run_thread(__func__, [] {
     snmp_log(LOG_DEBUG, "Velt Thread initiated\n");
-    tavo::Descriptor listener = tavo::listen_at_socket_path();
-    while (tavo::thread.is_running()) {
-      tavo::serve_next_peer(listener);
+    Descriptor listener = listen_at_socket_path();
+    while (thread.is_running()) {
+      serve_next_peer(listener);
     }
   });
 }
 
 void stop_velt_thread(void) {
-  tavo::thread.stop();
+  thread.stop();
 }
 
 int join_velt_thread(void) {
-  tavo::thread.join();
+  thread.join();
   return 0;
 }
 
-int reinit_velt_table(int) {
-  const tavo::ListGuard guard(tavo::storage_lock);
-  snmp_log(LOG_DEBUG, "Got the trigger from VELT\n");
-  populate_velt();
-  initialize_velt_controller_table(1);
-  initialize_velt_card_table(1);
-  initialize_velt_drive_table(1);
-  return 1;
-}
+}  // namespace tavo

@@ -5,6 +5,8 @@
 // Connections are served one after the other.
 #pragma once
 
+namespace tavo {
+
 #pragma GCC visibility push(default)
 extern "C" {
 
@@ -20,9 +22,7 @@ void stop_velt_thread(void);
 
 // Waits for the thread to end. The socket's file stays behind; the next start replaces it. Always 0.
 int join_velt_thread(void);
-
-// Asks the SD-card service anew and rebuilds the controller, card and drive tables, all under subagent lock 2. Its
-// argument is not used: what stood is always removed. Always 1.
-int reinit_velt_table(int unused);
 }
 #pragma GCC visibility pop
+
+}  // namespace tavo

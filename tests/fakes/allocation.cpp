@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <mutex>
 
-namespace fakes {
+namespace tavo::fakes {
 namespace {
 
 std::mutex mutex;
@@ -55,7 +55,7 @@ void reset_allocations() {
   failing = false;
 }
 
-}  // namespace fakes
+}  // namespace tavo::fakes
 
 extern "C" {
 
@@ -63,10 +63,10 @@ void *__real_calloc(std::size_t count, std::size_t size);
 void *__real_reallocarray(void *memory, std::size_t count, std::size_t size);
 
 void *__wrap_calloc(std::size_t count, std::size_t size) {
-  return fakes::fails() ? nullptr : __real_calloc(count, size);
+  return tavo::fakes::fails() ? nullptr : __real_calloc(count, size);
 }
 
 void *__wrap_reallocarray(void *memory, std::size_t count, std::size_t size) {
-  return fakes::fails() ? nullptr : __real_reallocarray(memory, count, size);
+  return tavo::fakes::fails() ? nullptr : __real_reallocarray(memory, count, size);
 }
 }

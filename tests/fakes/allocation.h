@@ -4,7 +4,7 @@
 
 #include <limits>
 
-namespace fakes {
+namespace tavo::fakes {
 
 // The next `successes` allocations succeed, the `failures` after them return null with ENOMEM, then all succeed again.
 void fail_allocations(int successes, int failures = std::numeric_limits<int>::max());
@@ -14,4 +14,4 @@ int failed_allocations();
 
 void reset_allocations();
 
-}  // namespace fakes
+}  // namespace tavo::fakes

@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <utility>
 
-namespace fakes {
+namespace tavo::fakes {
 namespace {
 
 std::mutex mutex;
@@ -68,9 +68,9 @@ std::vector<timespec> FakeClock::deadlines() const {
   return waited;
 }
 
-}  // namespace fakes
+}  // namespace tavo::fakes
 
-using namespace fakes;
+using namespace tavo::fakes;
 
 extern "C" {
 

@@ -7,7 +7,7 @@
 #include <functional>
 #include <vector>
 
-namespace fakes {
+namespace tavo::fakes {
 
 // While it lives, time stands still at what the test has set, and moves only by what the module sleeps. A sleep records
 // its length and returns at once; a timed wait records its deadline and times out at once, but for those that are woken
@@ -35,4 +35,4 @@ class FakeClock {
   std::vector<timespec> deadlines() const;
 };
 
-}  // namespace fakes
+}  // namespace tavo::fakes

@@ -12,7 +12,7 @@
 #include <deque>
 #include <mutex>
 
-namespace fakes {
+namespace tavo::fakes {
 namespace {
 
 struct Heard {
@@ -138,9 +138,9 @@ void reset_fault_engine() {
   careless = 0;
 }
 
-}  // namespace fakes
+}  // namespace tavo::fakes
 
-using namespace fakes;
+using namespace tavo::fakes;
 
 int get_fe_table_count(void) {
   const std::scoped_lock lock(mutex);

@@ -9,7 +9,7 @@
 #include "platform/fault_engine.h"
 #include "tests/harness/record_writer.h"
 
-namespace fakes {
+namespace tavo::fakes {
 
 // One record, zeroed at first. Texts and integers stand at the offsets of platform/fault_engine.h.
 struct FaultRecord : RecordOctets<FaultRecord, FAULT_RECORD_SIZE> {
@@ -50,4 +50,4 @@ int careless_listens();
 
 void reset_fault_engine();
 
-}  // namespace fakes
+}  // namespace tavo::fakes

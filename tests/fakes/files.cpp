@@ -15,7 +15,7 @@
 #include <sstream>
 #include <stdexcept>
 
-namespace fakes {
+namespace tavo::fakes {
 namespace {
 
 std::mutex mutex;
@@ -99,9 +99,9 @@ void refuse_open(std::string_view path, int error) {
   refused.insert_or_assign(std::string(path), error);
 }
 
-}  // namespace fakes
+}  // namespace tavo::fakes
 
-using namespace fakes;
+using namespace tavo::fakes;
 
 extern "C" {
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-namespace fakes {
+namespace tavo::fakes {
 
 // While it lives, what the module opens or asks for there is looked up in an empty directory that goes away with
 // it. Other paths are not touched. One at a time.
@@ -32,4 +32,4 @@ int opens_of(std::string_view path);
 // From now on opening this path fails with `error`, though the file exists.
 void refuse_open(std::string_view path, int error);
 
-}  // namespace fakes
+}  // namespace tavo::fakes

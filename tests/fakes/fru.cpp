@@ -10,7 +10,7 @@
 
 #include "platform/fru.h"
 
-namespace fakes {
+namespace tavo::fakes {
 namespace {
 
 std::optional<BoardArea> board;
@@ -61,9 +61,9 @@ void reset_fru() {
   product_calls.clear();
 }
 
-}  // namespace fakes
+}  // namespace tavo::fakes
 
-using namespace fakes;
+using namespace tavo::fakes;
 
 int get_fru_board_area_from_id(int fru_id, void *area) {
   const auto octets = zeroed(area, FRU_BOARD_AREA_SIZE);

@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-namespace fakes {
+namespace tavo::fakes {
 
 // The board area: its texts, and no NUL behind one that fills its field. The calls fail until it is set.
 struct BoardArea {
@@ -27,4 +27,4 @@ std::vector<std::pair<int, int>> product_area_calls();
 
 void reset_fru();
 
-}  // namespace fakes
+}  // namespace tavo::fakes

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <mutex>
 
-namespace fakes {
+namespace tavo::fakes {
 namespace {
 
 std::mutex mutex;
@@ -63,9 +63,9 @@ void reset_inventory() {
   info_observer = nullptr;
 }
 
-}  // namespace fakes
+}  // namespace tavo::fakes
 
-using namespace fakes;
+using namespace tavo::fakes;
 
 int GetCPUItems(void *status, int size, const inventory_range *range, int *count) {
   const std::scoped_lock lock(mutex);

@@ -10,7 +10,7 @@
 #include "platform/inventory.h"
 #include "tests/harness/record_writer.h"
 
-namespace fakes {
+namespace tavo::fakes {
 
 struct InventoryCall {
   std::string function;
@@ -41,4 +41,4 @@ void on_processor_info(std::function<void()> observer);
 
 void reset_inventory();
 
-}  // namespace fakes
+}  // namespace tavo::fakes

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <utility>
 
-namespace fakes {
+namespace tavo::fakes {
 namespace {
 
 std::vector<MemoryCall> calls;
@@ -64,9 +64,9 @@ void reset_memory() {
   set_memory_results(0, 0, 0);
 }
 
-}  // namespace fakes
+}  // namespace tavo::fakes
 
-using namespace fakes;
+using namespace tavo::fakes;
 
 int GetMemoryItems(void *request, int size, const inventory_range *range, int *count) {
   record("GetMemoryItems", request, size, range);

@@ -9,7 +9,7 @@
 #include "platform/inventory.h"
 #include "tests/harness/record_writer.h"
 
-namespace fakes {
+namespace tavo::fakes {
 
 struct MemoryCall {
   std::string function;
@@ -43,4 +43,4 @@ void on_memory_call(std::function<void()> observer);
 
 void reset_memory();
 
-}  // namespace fakes
+}  // namespace tavo::fakes

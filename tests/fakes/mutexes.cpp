@@ -8,7 +8,7 @@
 #include <cstddef>
 #include <utility>
 
-namespace fakes {
+namespace tavo::fakes {
 namespace {
 
 // Of one thread: mutexes of the test's own, which come this way too, must go on working in all others.
@@ -87,9 +87,9 @@ std::vector<const void *> Destructions::so_far() const {
   return std::vector<const void *>(recorded.begin(), recorded.begin() + count);
 }
 
-}  // namespace fakes
+}  // namespace tavo::fakes
 
-using namespace fakes;
+using namespace tavo::fakes;
 
 extern "C" {
 

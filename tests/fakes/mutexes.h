@@ -5,7 +5,7 @@
 #include <functional>
 #include <vector>
 
-namespace fakes {
+namespace tavo::fakes {
 
 // After `successes` more, which are real, the calling thread's next pthread_mutex_lock, pthread_mutex_trylock or
 // pthread_mutex_unlock does nothing and returns `error`; later ones are real again. The fakes of the platform's
@@ -38,4 +38,4 @@ class Destructions {
   std::vector<const void *> so_far() const;
 };
 
-}  // namespace fakes
+}  // namespace tavo::fakes

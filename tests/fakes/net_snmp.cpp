@@ -10,7 +10,7 @@
 #include <span>
 #include <stdexcept>
 
-namespace fakes {
+namespace tavo::fakes {
 namespace {
 
 struct DebugCall {
@@ -215,9 +215,9 @@ void reset_net_snmp() {
   values_before_refusal.reset();
 }
 
-}  // namespace fakes
+}  // namespace tavo::fakes
 
-using namespace fakes;
+using namespace tavo::fakes;
 
 // The linker's --wrap sends the module's calls here.
 extern "C" {

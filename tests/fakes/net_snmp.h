@@ -14,7 +14,7 @@
 #include <string_view>
 #include <vector>
 
-namespace fakes {
+namespace tavo::fakes {
 
 struct LogLine {
   int priority;
@@ -106,4 +106,4 @@ void refuse_value(int successes);
 // Forgets every record, switches debugging off and makes every call succeed again.
 void reset_net_snmp();
 
-}  // namespace fakes
+}  // namespace tavo::fakes

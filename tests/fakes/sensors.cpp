@@ -8,7 +8,7 @@
 
 #include "platform/inventory.h"
 
-namespace fakes {
+namespace tavo::fakes {
 namespace {
 
 std::map<int, FakeSensor> sensors;
@@ -89,9 +89,9 @@ void reset_sensors() {
   threshold_calls.clear();
 }
 
-}  // namespace fakes
+}  // namespace tavo::fakes
 
-using namespace fakes;
+using namespace tavo::fakes;
 
 int IPMI_SensorGetSensorData(int sensor, std::uint32_t *output, void *record) {
   const std::span<std::byte> octets(static_cast<std::byte *>(record), SENSOR_RECORD_SIZE);

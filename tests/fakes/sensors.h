@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-namespace fakes {
+namespace tavo::fakes {
 
 // A sensor, by its number. There is none at first, and a number without a sensor fails to be read.
 struct FakeSensor {
@@ -37,4 +37,4 @@ void on_sensor_call(std::function<void()> observer);
 
 void reset_sensors();
 
-}  // namespace fakes
+}  // namespace tavo::fakes

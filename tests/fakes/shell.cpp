@@ -13,7 +13,7 @@
 
 #include "tests/fakes/files.h"
 
-namespace fakes {
+namespace tavo::fakes {
 namespace {
 
 struct Command {
@@ -98,9 +98,9 @@ std::vector<std::string> FakeShell::popen_commands() const {
   return texts(false);
 }
 
-}  // namespace fakes
+}  // namespace tavo::fakes
 
-using namespace fakes;
+using namespace tavo::fakes;
 
 extern "C" {
 

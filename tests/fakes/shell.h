@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace fakes {
+namespace tavo::fakes {
 
 // While it lives, commands are recorded and answered by the test, and no process is started. What a command prints goes
 // to the file behind its last " > ", or else to the module. A command that the test has not told prints nothing, which
@@ -31,4 +31,4 @@ class FakeShell {
   std::vector<std::string> popen_commands() const;
 };
 
-}  // namespace fakes
+}  // namespace tavo::fakes

@@ -5,7 +5,7 @@
 #include <condition_variable>
 #include <mutex>
 
-namespace fakes {
+namespace tavo::fakes {
 namespace {
 
 std::mutex mutex;
@@ -24,7 +24,7 @@ void reset_signals() {
   waits = 0;
 }
 
-}  // namespace fakes
+}  // namespace tavo::fakes
 
 extern "C" {
 
@@ -32,10 +32,10 @@ int __real_sigwait(const sigset_t *signals, int *signal);
 
 int __wrap_sigwait(const sigset_t *signals, int *signal) {
   {
-    const std::scoped_lock lock(fakes::mutex);
-    ++fakes::waits;
+    const std::scoped_lock lock(tavo::fakes::mutex);
+    ++tavo::fakes::waits;
   }
-  fakes::counted.notify_all();
+  tavo::fakes::counted.notify_all();
   return __real_sigwait(signals, signal);
 }
 }

@@ -3,7 +3,7 @@
 
 #include <chrono>
 
-namespace fakes {
+namespace tavo::fakes {
 
 // Waits until the module has gone to sigwait `times` times since the test began; false when `limit` passes first. A
 // signal that is sent now, and that all threads block, is taken there.
@@ -11,4 +11,4 @@ bool wait_for_sigwait(int times, std::chrono::seconds limit = std::chrono::secon
 
 void reset_signals();
 
-}  // namespace fakes
+}  // namespace tavo::fakes

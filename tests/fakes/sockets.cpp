@@ -17,7 +17,7 @@
 
 #include "tests/fakes/files.h"
 
-namespace fakes {
+namespace tavo::fakes {
 namespace {
 
 std::mutex mutex;
@@ -106,9 +106,9 @@ void reset_sockets() {
   opened.clear();
 }
 
-}  // namespace fakes
+}  // namespace tavo::fakes
 
-using namespace fakes;
+using namespace tavo::fakes;
 
 extern "C" {
 

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-namespace fakes {
+namespace tavo::fakes {
 
 // After `successes` more, which are real, the next call of `function` ("socket", "setsockopt", "bind", "listen",
 // "accept4", "select", "send", "recv") fails with `error`; later ones are real again.
@@ -45,4 +45,4 @@ bool wait_until_accepting(std::chrono::seconds limit = std::chrono::seconds(20))
 
 void reset_sockets();
 
-}  // namespace fakes
+}  // namespace tavo::fakes

@@ -8,7 +8,7 @@
 #include <mutex>
 #include <optional>
 
-namespace fakes {
+namespace tavo::fakes {
 namespace {
 
 std::mutex mutex;
@@ -93,9 +93,9 @@ void reset_storage_client() {
   results.clear();
 }
 
-}  // namespace fakes
+}  // namespace tavo::fakes
 
-using namespace fakes;
+using namespace tavo::fakes;
 
 void *se_open_storage_events(int first, int second) {
   const std::scoped_lock lock(mutex);

@@ -10,7 +10,7 @@
 #include "platform/storage_client.h"
 #include "tests/harness/record_writer.h"
 
-namespace fakes {
+namespace tavo::fakes {
 
 // Calls of se_open_storage_events and se_close_storage_events: "open 0 0", "close". Oldest first.
 std::vector<std::string> storage_stream_calls();
@@ -51,4 +51,4 @@ void set_velt_result(std::uint32_t kind, int result);
 
 void reset_storage_client();
 
-}  // namespace fakes
+}  // namespace tavo::fakes

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <mutex>
 
-namespace fakes {
+namespace tavo::fakes {
 namespace {
 
 std::mutex mutex;
@@ -51,9 +51,9 @@ void reset_threads() {
   join_error = 0;
 }
 
-}  // namespace fakes
+}  // namespace tavo::fakes
 
-using namespace fakes;
+using namespace tavo::fakes;
 
 extern "C" {
 

@@ -5,7 +5,7 @@
 
 #include <vector>
 
-namespace fakes {
+namespace tavo::fakes {
 
 struct CreatedThread {
   const pthread_attr_t *attributes;
@@ -32,4 +32,4 @@ void fail_thread_join(int error);
 // Back to real threads, and no records.
 void reset_threads();
 
-}  // namespace fakes
+}  // namespace tavo::fakes

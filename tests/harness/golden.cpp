@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-namespace fakes {
+namespace tavo::fakes {
 namespace {
 
 using testing::ElementsAreArray;
@@ -49,4 +49,4 @@ void expect_table(std::span<const oid> table, const std::vector<Cell> &cells) {
   }
 }
 
-}  // namespace fakes
+}  // namespace tavo::fakes

@@ -6,7 +6,7 @@
 
 #include "tests/harness/manager.h"
 
-namespace fakes {
+namespace tavo::fakes {
 
 struct Cell {
   oid column;
@@ -19,4 +19,4 @@ struct Cell {
 // the entry. The cells come in any order.
 void expect_table(std::span<const oid> table, const std::vector<Cell> &cells);
 
-}  // namespace fakes
+}  // namespace tavo::fakes

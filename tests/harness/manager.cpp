@@ -15,7 +15,7 @@
 extern "C" int handle_snmp_packet(int operation, netsnmp_session *session, int request_id, netsnmp_pdu *pdu,
                                   void *magic);
 
-namespace fakes {
+namespace tavo::fakes {
 namespace {
 
 // The agent listens on net-snmp's own in-process transport, the one through which a subagent asks itself.
@@ -152,4 +152,4 @@ Oid cell(std::span<const oid> table, oid column, oid index) {
   return name;
 }
 
-}  // namespace fakes
+}  // namespace tavo::fakes

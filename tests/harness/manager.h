@@ -10,7 +10,7 @@
 
 #include "tests/harness/value.h"
 
-namespace fakes {
+namespace tavo::fakes {
 
 struct Answer {
   Oid name;
@@ -43,4 +43,4 @@ std::vector<Answer> bulk_walk(std::span<const oid> root, int repetitions);
 // The name of a table's cell. `table`: the table's OID, without the entry.
 Oid cell(std::span<const oid> table, oid column, oid index);
 
-}  // namespace fakes
+}  // namespace tavo::fakes

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <string_view>
 
-namespace fakes {
+namespace tavo::fakes {
 
 // `Size` octets, zeroed at first. The writers throw std::out_of_range beyond the end, and return the record: `Record`,
 // which is made of this.
@@ -43,4 +43,4 @@ struct PlatformRecord : RecordOctets<PlatformRecord<Size>, Size> {
   }
 };
 
-}  // namespace fakes
+}  // namespace tavo::fakes

@@ -5,7 +5,7 @@
 #include <ostream>
 #include <stdexcept>
 
-namespace fakes {
+namespace tavo::fakes {
 namespace {
 
 // A varbind in memory: numbers and sub-identifiers are longs, a Counter64 is two of them.
@@ -122,4 +122,4 @@ Value value_of(const Varbind &varbind) {
   return {varbind.type, content_of(varbind.type, varbind.value)};
 }
 
-}  // namespace fakes
+}  // namespace tavo::fakes

@@ -14,7 +14,7 @@
 
 #include "tests/fakes/net_snmp.h"
 
-namespace fakes {
+namespace tavo::fakes {
 
 using Oid = std::vector<oid>;
 
@@ -43,4 +43,4 @@ Value value_of(const netsnmp_variable_list &varbind);
 // Of a varbind that was recorded from a notification.
 Value value_of(const Varbind &varbind);
 
-}  // namespace fakes
+}  // namespace tavo::fakes

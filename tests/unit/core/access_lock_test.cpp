@@ -19,9 +19,9 @@
 #include "tests/fakes/net_snmp.h"
 #include "tests/fixtures/module_fixture.h"
 
+namespace tavo {
 namespace {
 
-using tavo::ListLock;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -89,11 +89,11 @@ TEST_F(AccessLockTest, UnknownSubagentLocksDoNothingAndGiveZero) {
 TEST_F(AccessLockTest, TryOnAHeldSubagentLockIsBusyAndDoesNotCount) {
   ASSERT_EQ(acquire_sa_lock(1), 0);
   EXPECT_EQ(try_sa_lock(1), EBUSY);
-  EXPECT_EQ(ListLock::subagent(1).hold_count(), 1);
+  EXPECT_EQ(fault_list_lock.hold_count(), 1);
   EXPECT_EQ(release_sa_lock(1), 0);
-  EXPECT_EQ(ListLock::subagent(1).hold_count(), 0);
+  EXPECT_EQ(fault_list_lock.hold_count(), 0);
   EXPECT_EQ(try_sa_lock(1), 0);
-  EXPECT_EQ(ListLock::subagent(1).hold_count(), 1);
+  EXPECT_EQ(fault_list_lock.hold_count(), 1);
   EXPECT_EQ(release_sa_lock(1), 0);
 }
 
@@ -148,7 +148,7 @@ TEST_F(AccessLockTest, FailedCallsTraceTheirErrorAndKeepTheCount) {
   EXPECT_EQ(release_sa_lock(2), EPERM);
   fakes::fail_next_mutex_call(EINVAL);
   EXPECT_EQ(acquire_sa_lock(2), EINVAL);
-  EXPECT_EQ(ListLock::subagent(2).hold_count(), 1);
+  EXPECT_EQ(storage_lock.hold_count(), 1);
   const std::string thread = printed_thread();
   EXPECT_THAT(fakes::trace_texts(),
               ElementsAre("release_sa_lock:Err-1,Thread-" + thread + " failed to unlock sa mutex\n",
@@ -169,14 +169,14 @@ TEST_F(AccessLockTest, EvAndInventoryCallsHandOverTheMutexError) {
 }
 
 TEST_F(AccessLockTest, AnEvCallIsCountedWhateverItsMutexSays) {
-  const int before = ListLock::ev(5).hold_count();
+  const int before = ev_lock<5>.hold_count();
   fakes::fail_next_mutex_call(EINVAL);
   EXPECT_EQ(get_ev_lock(5), EINVAL);
-  EXPECT_EQ(ListLock::ev(5).hold_count(), before + 1);
+  EXPECT_EQ(ev_lock<5>.hold_count(), before + 1);
   EXPECT_FALSE(is_ev_held(5));
   fakes::fail_next_mutex_call(EPERM);
   EXPECT_EQ(release_ev_lock(5), EPERM);
-  EXPECT_EQ(ListLock::ev(5).hold_count(), before);
+  EXPECT_EQ(ev_lock<5>.hold_count(), before);
 }
 
 TEST_F(AccessLockTest, NothingIsTracedWhileDebuggingIsOff) {
@@ -223,17 +223,17 @@ TEST_F(AccessLockTest, UnknownEvClassesLockNothingAndGiveOne) {
 }
 
 TEST_F(AccessLockTest, ABusyEvTryIsCountedAllTheSame) {
-  const int before = ListLock::ev(41).hold_count();
+  const int before = ev_lock<41>.hold_count();
   ASSERT_EQ(get_ev_lock(41), 0);
-  EXPECT_EQ(ListLock::ev(41).hold_count(), before + 1);
+  EXPECT_EQ(ev_lock<41>.hold_count(), before + 1);
   EXPECT_EQ(get_ev_try_lock(41), EBUSY);
-  EXPECT_EQ(ListLock::ev(41).hold_count(), before + 2);
+  EXPECT_EQ(ev_lock<41>.hold_count(), before + 2);
   EXPECT_EQ(release_ev_lock(41), 0);
-  EXPECT_EQ(ListLock::ev(41).hold_count(), before + 1);
+  EXPECT_EQ(ev_lock<41>.hold_count(), before + 1);
   EXPECT_EQ(get_ev_try_lock(41), 0);
-  EXPECT_EQ(ListLock::ev(41).hold_count(), before + 2);
+  EXPECT_EQ(ev_lock<41>.hold_count(), before + 2);
   EXPECT_EQ(release_ev_lock(41), 0);
-  EXPECT_EQ(ListLock::ev(41).hold_count(), before + 1);
+  EXPECT_EQ(ev_lock<41>.hold_count(), before + 1);
 }
 
 // The mutex behind an ev class, learnt by asking for it.
@@ -307,31 +307,27 @@ TEST_F(AccessLockTest, ThreadWaitReallySleeps) {
   EXPECT_GE(std::chrono::system_clock::now() - start, std::chrono::seconds(1));
 }
 
-TEST_F(AccessLockTest, AListLockForwardsToItsFamily) {
-  constexpr ListLock storage = ListLock::subagent(2);
-  static_assert(!storage.is_ev());
+TEST_F(AccessLockTest, AListLockIsTheOneOfItsNumber) {
+  ListLock &storage = storage_lock;
+  EXPECT_FALSE(storage.is_ev());
   EXPECT_EQ(storage.acquire(), 0);
   EXPECT_TRUE(is_held(2));
   EXPECT_EQ(storage.release(), 0);
   EXPECT_FALSE(is_held(2));
 
-  constexpr ListLock processors = ListLock::ev(41);
-  static_assert(processors.is_ev());
+  ListLock &processors = ev_lock<41>;
+  EXPECT_TRUE(processors.is_ev());
   EXPECT_EQ(processors.acquire(), 0);
   EXPECT_TRUE(is_ev_held(41));
   EXPECT_EQ(processors.release(), 0);
   EXPECT_FALSE(is_ev_held(41));
-
-  constexpr ListLock unknown = ListLock::ev(7);
-  EXPECT_EQ(unknown.acquire(), 1);
-  EXPECT_EQ(unknown.release(), 1);
-  EXPECT_EQ(unknown.hold_count(), 0);
 }
 
 // A rebuild that follows a rebuild at once must not keep a request out, which would happen with a bare mutex: the
 // thread that has it takes it again before the one that waits has woken.
 TEST_F(AccessLockTest, WhoHasWaitedIsNextEvenWhenTheHolderAsksAgainAtOnce) {
-  for (const ListLock &lock : {ListLock::subagent(1), ListLock::ev(41)}) {
+  for (ListLock *const lock_of_family : {&fault_list_lock, &ev_lock<41>}) {
+    ListLock &lock = *lock_of_family;
     for (int round = 0; round < 20; ++round) {
       std::atomic<bool> waits = false;
       std::atomic<bool> entered = false;
@@ -357,7 +353,8 @@ TEST_F(AccessLockTest, WhoHasWaitedIsNextEvenWhenTheHolderAsksAgainAtOnce) {
 }
 
 TEST_F(AccessLockTest, ALockThatFailsLeavesTheNextOneItsTurn) {
-  for (const ListLock &lock : {ListLock::subagent(2), ListLock::ev(41)}) {
+  for (ListLock *const lock_of_family : {&storage_lock, &ev_lock<41>}) {
+    ListLock &lock = *lock_of_family;
     fakes::fail_next_mutex_call(EINVAL);
     EXPECT_EQ(lock.acquire(), EINVAL);
     EXPECT_EQ(on_another_thread([&] { return lock.acquire() == 0 ? lock.release() : -1; }), 0);
@@ -381,7 +378,8 @@ TEST_F(AccessLockTest, ManyThreadsShareALockWithoutLosingACount) {
     thread.join();
   }
   EXPECT_EQ(guarded, rounds * static_cast<int>(threads.size()));
-  EXPECT_EQ(ListLock::subagent(1).hold_count(), 0);
+  EXPECT_EQ(fault_list_lock.hold_count(), 0);
 }
 
 }  // namespace
+}  // namespace tavo

@@ -13,6 +13,7 @@
 #include "tests/fakes/threads.h"
 #include "tests/fixtures/module_fixture.h"
 
+namespace tavo {
 namespace {
 
 using fakes::LogLine;
@@ -43,7 +44,7 @@ void release_after() {
   }
 }
 
-constexpr tavo::ThreadDescription description = {
+constexpr ThreadDescription description = {
     .start_routine = work_until_stopped,
     .source = "sample_thread",
     .creating = "%s:Creating sample thread\n",
@@ -54,10 +55,10 @@ constexpr tavo::ThreadDescription description = {
     .release_before_attributes = release_before,
     .release_after_attributes = release_after,
 };
-constinit tavo::BackgroundThread sample(description);
+constinit BackgroundThread sample(description);
 
 void *work_until_stopped(void *argument) {
-  tavo::run_thread("work_until_stopped", [argument] {
+  run_thread("work_until_stopped", [argument] {
     if (argument != nullptr) {
       throw std::logic_error("a thread is given no argument");
     }
@@ -69,13 +70,13 @@ void *work_until_stopped(void *argument) {
 }
 
 void *fail_at_once(void *) {
-  tavo::run_thread("fail_at_once", [] { throw std::runtime_error("out of everything"); });
+  run_thread("fail_at_once", [] { throw std::runtime_error("out of everything"); });
 }
 
 std::atomic<bool> left_from_within = false;
 
 void *leave_from_within(void *) {
-  tavo::run_thread("leave_from_within", [] {
+  run_thread("leave_from_within", [] {
     struct Frame {
       ~Frame() { left_from_within = true; }
     };
@@ -88,7 +89,7 @@ class BackgroundThreadTest : public fakes::ModuleTest {};
 
 TEST_F(BackgroundThreadTest, RunsFromCreateToStop) {
   EXPECT_FALSE(sample.is_running());
-  ASSERT_EQ(sample.create("create_sample_thread", 12), 0);
+  ASSERT_EQ(sample.create({.function = "create_sample_thread", .line = 12}), 0);
   EXPECT_TRUE(sample.is_running());
   while (units_of_work < 100) {
     std::this_thread::yield();
@@ -104,7 +105,7 @@ TEST_F(BackgroundThreadTest, RunsFromCreateToStop) {
 
 TEST_F(BackgroundThreadTest, IsCreatedJoinableWithAttributesOfItsOwnAndNoArgument) {
   fakes::start_no_threads();
-  ASSERT_EQ(sample.create("create_sample_thread", 12), 0);
+  ASSERT_EQ(sample.create({.function = "create_sample_thread", .line = 12}), 0);
   const auto created = fakes::created_threads();
   ASSERT_EQ(created.size(), 1U);
   EXPECT_NE(created[0].attributes, nullptr);
@@ -117,7 +118,7 @@ TEST_F(BackgroundThreadTest, IsCreatedJoinableWithAttributesOfItsOwnAndNoArgumen
 
 TEST_F(BackgroundThreadTest, ItsAttributesAreDestroyedBetweenTheTwoReleases) {
   fakes::start_no_threads();
-  ASSERT_EQ(sample.create("create_sample_thread", 12), 0);
+  ASSERT_EQ(sample.create({.function = "create_sample_thread", .line = 12}), 0);
   const fakes::Destructions recorder;
   destructions = &recorder;
   sample.join();
@@ -129,7 +130,7 @@ TEST_F(BackgroundThreadTest, ItsAttributesAreDestroyedBetweenTheTwoReleases) {
 TEST_F(BackgroundThreadTest, CreationIsTracedWithTheNameOfItsFunction) {
   fakes::start_no_threads();
   fakes::set_debugging(true);
-  sample.create("create_sample_thread", 12);
+  sample.create({.function = "create_sample_thread", .line = 12});
   const auto traces = fakes::traces();
   ASSERT_EQ(traces.size(), 1U);
   EXPECT_EQ(traces[0].function, "create_sample_thread");
@@ -144,14 +145,14 @@ TEST_F(BackgroundThreadTest, CreationIsTracedWithTheNameOfItsFunction) {
 TEST_F(BackgroundThreadTest, AThreadThatCannotBeCreatedIsLogged) {
   fakes::set_debugging(true);
   fakes::fail_thread_creation(EAGAIN);
-  EXPECT_EQ(sample.create("create_sample_thread", 12), -1);
+  EXPECT_EQ(sample.create({.function = "create_sample_thread", .line = 12}), -1);
   EXPECT_THAT(fakes::log_lines(), ElementsAre(LogLine{LOG_DEBUG, "unable to create sample thread\n"}));
   EXPECT_THAT(fakes::trace_texts(), ElementsAre("create_sample_thread:Creating sample thread\n"));
 }
 
 TEST_F(BackgroundThreadTest, JoiningAThreadThatWasNeverCreatedFailsAndGoesOn) {
   fakes::fail_thread_creation(EAGAIN);
-  sample.create("create_sample_thread", 12);
+  sample.create({.function = "create_sample_thread", .line = 12});
   sample.join();
   EXPECT_THAT(fakes::joined_threads(), IsEmpty());
   EXPECT_THAT(fakes::log_texts(), ElementsAre("unable to create sample thread\n", "unable to join sample thread\n",
@@ -160,7 +161,7 @@ TEST_F(BackgroundThreadTest, JoiningAThreadThatWasNeverCreatedFailsAndGoesOn) {
 }
 
 TEST_F(BackgroundThreadTest, AFailedJoinIsLoggedAndTheRestIsDone) {
-  ASSERT_EQ(sample.create("create_sample_thread", 12), 0);
+  ASSERT_EQ(sample.create({.function = "create_sample_thread", .line = 12}), 0);
   fakes::fail_thread_join(EINVAL);
   sample.stop();
   sample.join();
@@ -171,7 +172,7 @@ TEST_F(BackgroundThreadTest, AFailedJoinIsLoggedAndTheRestIsDone) {
 
 TEST_F(BackgroundThreadTest, ASecondJoinFindsNoThread) {
   fakes::start_no_threads();
-  sample.create("create_sample_thread", 12);
+  sample.create({.function = "create_sample_thread", .line = 12});
   sample.join();
   sample.join();
   EXPECT_EQ(fakes::joined_threads().size(), 1U);
@@ -179,30 +180,30 @@ TEST_F(BackgroundThreadTest, ASecondJoinFindsNoThread) {
 }
 
 TEST_F(BackgroundThreadTest, NothingToReleaseIsNothingToDo) {
-  tavo::ThreadDescription bare = description;
+  ThreadDescription bare = description;
   bare.release_before_attributes = nullptr;
   bare.release_after_attributes = nullptr;
-  tavo::BackgroundThread thread(bare);
+  BackgroundThread thread(bare);
   fakes::start_no_threads();
-  thread.create("create_sample_thread", 12);
+  thread.create({.function = "create_sample_thread", .line = 12});
   thread.join();
   EXPECT_THAT(fakes::log_texts(), ElementsAre("SampleThread exited\n"));
 }
 
 TEST_F(BackgroundThreadTest, AnExceptionEndsTheThreadAndNotTheProcess) {
-  tavo::ThreadDescription failing = description;
+  ThreadDescription failing = description;
   failing.start_routine = fail_at_once;
-  tavo::BackgroundThread thread(failing);
-  ASSERT_EQ(thread.create("create_sample_thread", 12), 0);
+  BackgroundThread thread(failing);
+  ASSERT_EQ(thread.create({.function = "create_sample_thread", .line = 12}), 0);
   thread.join();
   EXPECT_EQ(fakes::log_lines()[0], (LogLine{LOG_ERR, "fail_at_once: out of everything\n"}));
 }
 
 TEST_F(BackgroundThreadTest, WorkThatLeavesByPthreadExitUnwindsAndEndsTheThreadAlone) {
-  tavo::ThreadDescription leaving = description;
+  ThreadDescription leaving = description;
   leaving.start_routine = leave_from_within;
-  tavo::BackgroundThread thread(leaving);
-  ASSERT_EQ(thread.create("create_sample_thread", 12), 0);
+  BackgroundThread thread(leaving);
+  ASSERT_EQ(thread.create({.function = "create_sample_thread", .line = 12}), 0);
   thread.join();
   EXPECT_TRUE(left_from_within);
   EXPECT_THAT(fakes::log_texts(), ElementsAre("released before the attributes\n", "released after the attributes\n",
@@ -210,3 +211,4 @@ TEST_F(BackgroundThreadTest, WorkThatLeavesByPthreadExitUnwindsAndEndsTheThreadA
 }
 
 }  // namespace
+}  // namespace tavo

@@ -10,6 +10,7 @@
 #include "tests/fakes/net_snmp.h"
 #include "tests/fixtures/module_fixture.h"
 
+namespace tavo {
 namespace {
 
 using testing::Each;
@@ -118,7 +119,7 @@ TEST(Htonll, IsTheKnownHalfSwap) {
   EXPECT_EQ(htonll(0x1000000000000000), 0U) << "nothing above bit 35 counts";
 }
 
-constexpr auto colours = std::to_array<tavo::EnumText>({
+constexpr auto colours = std::to_array<EnumText>({
     {.text = "red", .value = 1},
     {.text = "green", .value = -2},
     {.text = "also red", .value = 1},
@@ -136,7 +137,7 @@ TEST(EnumValue, ShowsAMissingValueAsTheLibraryShowsANullText) {
 }
 
 TEST(EnumValue, AnEmptyTableHasNoTexts) {
-  constexpr tavo::EnumText empty = {.text = nullptr, .value = 0};
+  constexpr EnumText empty = {.text = nullptr, .value = 0};
   EXPECT_STREQ(enum_value(0, &empty), "0, (null)");
 }
 
@@ -149,3 +150,4 @@ TEST(EnumValue, KeepsOnlyTheLastText) {
 }
 
 }  // namespace
+}  // namespace tavo

@@ -11,6 +11,7 @@
 #include "tests/fakes/mutexes.h"
 #include "tests/fixtures/module_fixture.h"
 
+namespace tavo {
 namespace {
 
 using testing::ElementsAre;
@@ -133,3 +134,4 @@ TEST_F(InventoryLockTest, DestroyInventoryResourceTakesTheConditionAndThenTheMut
 }
 
 }  // namespace
+}  // namespace tavo

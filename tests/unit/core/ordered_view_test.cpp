@@ -15,6 +15,7 @@
 #include "tests/fixtures/sample_table.h"
 #include "tests/harness/manager.h"
 
+namespace tavo {
 namespace {
 
 using fakes::Answer;
@@ -175,7 +176,7 @@ std::string listed_indexes() {
 
 class OrderedViewTest : public fakes::ModuleTest {
  protected:
-  OrderedViewTest() { ev_sample.table.register_with(ev_sample.handlers); }
+  OrderedViewTest() { ev_sample.table.register_with_agent(); }
   ~OrderedViewTest() override {
     remove_rows(ev_sample);
     ev_sample.table.de_register();
@@ -207,3 +208,4 @@ TEST_F(OrderedViewTest, AnyRequestToAnyListIsAnsweredAsAWalkOfTheFullListWould) 
 }
 
 }  // namespace
+}  // namespace tavo

@@ -8,9 +8,8 @@
 #include <string>
 #include <vector>
 
+namespace tavo {
 namespace {
-
-using tavo::Record;
 
 constexpr auto octets = std::to_array<std::byte>({
     std::byte{0x01},
@@ -89,3 +88,4 @@ TEST(Record, APartHasItsOwnOffsets) {
 }
 
 }  // namespace
+}  // namespace tavo

@@ -19,6 +19,7 @@
 #include "tests/fixtures/sample_table_fixture.h"
 #include "tests/harness/manager.h"
 
+namespace tavo {
 namespace {
 
 using fakes::add_row;
@@ -39,7 +40,7 @@ using testing::ElementsAre;
 class RequestTest : public fakes::SampleTableTest {
  protected:
   RequestTest() {
-    ev_sample.table.register_with(ev_sample.handlers);
+    ev_sample.table.register_with_agent();
     fakes::before_rows_are_read = [this] {
       ++reads_;
       locked_while_reading_ = locked_while_reading_ && is_locked(ev_sample);
@@ -107,7 +108,7 @@ TEST_F(RequestTest, ARebuildWaitsUntilTheRowHasBeenRead) {
   std::thread rebuild;
   fakes::before_rows_are_read = [&] {
     rebuild = std::thread([&] {
-      const tavo::ListGuard guard(ev_sample.table.lock());
+      const ListGuard guard(ev_sample.table.lock());
       ev_sample.table.remove_all();
       SampleRow fresh = {};
       fresh.level = 222;
@@ -130,7 +131,7 @@ TEST_F(RequestTest, ARebuildWaitsUntilTheRowHasBeenRead) {
 
 // Every row of a generation says which one it is of.
 void rebuild_rows(std::int32_t generation) {
-  const tavo::ListGuard guard(ev_sample.table.lock());
+  const ListGuard guard(ev_sample.table.lock());
   ev_sample.table.remove_all();
   SampleRow row = {};
   std::snprintf(row.name, sizeof row.name, "%d", generation);
@@ -193,7 +194,7 @@ TEST_F(RequestTest, WithoutItsEvLockARequestFindsNoRowAndReleasesNothing) {
 }
 
 TEST_F(RequestTest, ATableBehindASubagentLockIsServedTheSameWay) {
-  subagent_sample.table.register_with(subagent_sample.handlers);
+  subagent_sample.table.register_with_agent();
   add_row(subagent_sample, 1);
   add_row(subagent_sample, 2);
   bool locked = true;
@@ -209,7 +210,7 @@ TEST_F(RequestTest, ATableBehindASubagentLockIsServedTheSameWay) {
 }
 
 TEST_F(RequestTest, APduAcrossTwoTablesHoldsOneLockAtATime) {
-  subagent_sample.table.register_with(subagent_sample.handlers);
+  subagent_sample.table.register_with_agent();
   add_row(ev_sample, 1);
   add_row(subagent_sample, 1);
   int reads = 0;
@@ -230,7 +231,7 @@ TEST_F(RequestTest, APduAcrossTwoTablesHoldsOneLockAtATime) {
 }
 
 TEST_F(RequestTest, AWalkGoesFromOneTableIntoTheNext) {
-  subagent_sample.table.register_with(subagent_sample.handlers);
+  subagent_sample.table.register_with_agent();
   add_row(ev_sample, 1);
   add_row(subagent_sample, 4);
   EXPECT_EQ(fakes::get_next({cell(ev_root, 11, 1)}).answers.at(0), (Answer{cell(subagent_root, 2, 4), text("row-4")}));
@@ -244,29 +245,18 @@ TEST_F(RequestTest, AWalkGoesFromOneTableIntoTheNext) {
 
 // The rows that a request's walk offers.
 
-int next_rows_asked_for = 0;
-
-tavo::TableHandlers counting_handlers() {
-  tavo::TableHandlers handlers = ev_sample.handlers;
-  handlers.next_row = [](void **loop_context, void **row, netsnmp_variable_list *index, netsnmp_iterator_info *) {
-    ++next_rows_asked_for;
-    return ev_sample.table.next_row(loop_context, row, index);
-  };
-  return handlers;
-}
-
 // The next-row calls of one PDU.
 template <class Request>
 int next_rows_for(Request request) {
-  next_rows_asked_for = 0;
+  const int before = fakes::next_rows_asked_for;
   request();
-  return next_rows_asked_for;
+  return fakes::next_rows_asked_for - before;
 }
 
 class RequestCostTest : public fakes::SampleTableTest {};
 
 TEST_F(RequestCostTest, AVarbindCostsAtMostTwoNextRowsHoweverManyRowsThereAre) {
-  ev_sample.table.register_with(counting_handlers());
+  ev_sample.table.register_with_agent();
   std::uint32_t rows = 0;
   for (const std::uint32_t more : {1U, 7U, 24U, 224U}) {
     for (std::uint32_t i = 0; i < more; ++i) {
@@ -333,3 +323,4 @@ TEST_F(RequestTest, WithoutMemoryForTheOrderedViewTheWholeListIsOffered) {
 }
 
 }  // namespace
+}  // namespace tavo

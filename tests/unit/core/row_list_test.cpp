@@ -8,6 +8,7 @@
 #include "tests/fakes/allocation.h"
 #include "tests/fixtures/module_fixture.h"
 
+namespace tavo {
 namespace {
 
 using testing::ElementsAre;
@@ -42,7 +43,7 @@ class RowListTest : public fakes::ModuleTest {
   }
 
   std::vector<const void *> ordered() {
-    const tavo::RowPointers *rows = list_.ordered();
+    const RowPointers *rows = list_.ordered();
     EXPECT_NE(rows, nullptr);
     return rows == nullptr ? std::vector<const void *>{}
                            : std::vector<const void *>(rows->rows().begin(), rows->rows().end());
@@ -50,7 +51,7 @@ class RowListTest : public fakes::ModuleTest {
 
   // As a table's list, it lasts as long as the process.
   static inline Row *head_ = nullptr;
-  static inline constinit tavo::RowList list_{tavo::layout_of<Row>(), &head_};
+  static inline constinit RowList list_{layout_of<Row>(), &head_};
 };
 
 TEST_F(RowListTest, IsEmptyAtFirst) {
@@ -172,3 +173,4 @@ TEST_F(RowListTest, RunningOutOfMemoryLaterLeavesNoHalfOrder) {
 }
 
 }  // namespace
+}  // namespace tavo

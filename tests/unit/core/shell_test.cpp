@@ -15,6 +15,7 @@
 #include "tests/fakes/files.h"
 #include "tests/fixtures/module_fixture.h"
 
+namespace tavo {
 namespace {
 
 class ShellTest : public fakes::ModuleTest {
@@ -22,7 +23,7 @@ class ShellTest : public fakes::ModuleTest {
   static std::optional<std::string> first_line(const std::string &command, std::size_t longest = 127) {
     std::string out(longest + 1, '\x7f');
     const std::string untouched = out;
-    if (!tavo::first_line_of(command.c_str(), longest, out.data())) {
+    if (!first_line_of(command.c_str(), longest, out.data())) {
       EXPECT_EQ(out, untouched);
       return std::nullopt;
     }
@@ -135,7 +136,7 @@ TEST_F(ShellTest, LeavesNoDescriptorAndNoChildBehind) {
   const auto before = descriptors();
   first_line("yes");
   first_line("no-such-tool 2> /dev/null");
-  tavo::run_in_shell("true");
+  run_in_shell("true");
   EXPECT_EQ(descriptors(), before);
   EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1);
   EXPECT_EQ(errno, ECHILD);
@@ -151,12 +152,13 @@ TEST_F(ShellTest, ToolsDoNotInheritCloseOnExecDescriptors) {
 
 TEST_F(ShellTest, RunsACommandToItsEnd) {
   const std::string real = fakes::FakeFiles::real_path("/var/written");
-  tavo::run_in_shell(("echo written | tr a-z A-Z > " + real).c_str());
+  run_in_shell(("echo written | tr a-z A-Z > " + real).c_str());
   EXPECT_EQ(files.read("/var/written"), "WRITTEN\n");
 }
 
 TEST_F(ShellTest, RunsAMissingCommandWithoutHarm) {
-  tavo::run_in_shell("no-such-tool 2> /dev/null");
+  run_in_shell("no-such-tool 2> /dev/null");
 }
 
 }  // namespace
+}  // namespace tavo

@@ -10,6 +10,7 @@
 #include "tests/fixtures/sample_table_fixture.h"
 #include "tests/harness/value.h"
 
+namespace tavo {
 namespace {
 
 using fakes::add_row;
@@ -140,9 +141,10 @@ TEST_F(HandlerTest, WithoutARequestThereIsNothingToAnswer) {
 
 TEST_F(HandlerTest, TakesNoLock) {
   ask(add_row(ev_sample, 1), 2);
-  const tavo::ListGuard guard(ev_sample.table.lock());
+  const ListGuard guard(ev_sample.table.lock());
   EXPECT_EQ(answer(), SNMP_ERR_NOERROR);
   EXPECT_EQ(value(0), text("row-1"));
 }
 
 }  // namespace
+}  // namespace tavo

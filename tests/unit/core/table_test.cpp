@@ -13,6 +13,7 @@
 #include "tests/fixtures/sample_table_fixture.h"
 #include "tests/harness/manager.h"
 
+namespace tavo {
 namespace {
 
 using fakes::add_row;
@@ -38,7 +39,7 @@ std::vector<const SampleRow *> listed(const fakes::SampleTable &sample) {
 }
 
 void *create(std::uint32_t index, const SampleRow *filled) {
-  const tavo::ListGuard guard(ev_sample.table.lock());
+  const ListGuard guard(ev_sample.table.lock());
   return ev_sample.table.create(index, filled);
 }
 
@@ -72,11 +73,11 @@ TEST_F(TableTest, TheListIsInReverseOrderOfCreation) {
 TEST_F(TableTest, ATextThatFillsItsFieldLosesItsLastOctetToTheNul) {
   SampleRow filled = {};
   std::memset(filled.name, 'n', sizeof filled.name);
-  std::memset(filled.code, 'c', sizeof filled.code);  // counted, so it needs no NUL
+  std::memset(filled.code.text, 'c', sizeof filled.code.text);  // counted, so it needs no NUL
   const auto *row = static_cast<const SampleRow *>(create(1, &filled));
   ASSERT_NE(row, nullptr);
   EXPECT_STREQ(row->name, "nnnnnnnnnnnnnnn");
-  EXPECT_EQ(std::string_view(row->code, sizeof row->code), "cccccccc");
+  EXPECT_EQ(std::string_view(row->code.text, sizeof row->code.text), "cccccccc");
 }
 
 TEST_F(TableTest, NoRowIsMadeOfNothing) {
@@ -137,8 +138,8 @@ TEST_F(TableTest, RemovesAllRows) {
 
 TEST_F(TableTest, EntryPointsTraceTheirNamesInTablesThatTrace) {
   fakes::set_debugging(true);
-  ev_sample.table.trace_entry("evSampleTable_createEntry", 42);
-  subagent_sample.table.trace_entry("subagentSampleTable_createEntry", 43);
+  ev_sample.table.trace_entry({.function = "evSampleTable_createEntry", .line = 42});
+  subagent_sample.table.trace_entry({.function = "subagentSampleTable_createEntry", .line = 43});
   const auto traces = fakes::traces();
   ASSERT_EQ(traces.size(), 1U);
   EXPECT_EQ(traces[0].function, "evSampleTable_createEntry");
@@ -148,7 +149,7 @@ TEST_F(TableTest, EntryPointsTraceTheirNamesInTablesThatTrace) {
 }
 
 TEST_F(TableTest, NothingIsTracedWhileDebuggingIsOff) {
-  ev_sample.table.trace_entry("evSampleTable_createEntry", 42);
+  ev_sample.table.trace_entry({.function = "evSampleTable_createEntry", .line = 42});
   EXPECT_THAT(fakes::debug_messages(), IsEmpty());
 }
 
@@ -157,13 +158,13 @@ TEST_F(TableTest, NothingIsTracedWhileDebuggingIsOff) {
 TEST_F(TableTest, IsServedOnceRegistered) {
   add_row(ev_sample, 1);
   EXPECT_EQ(fakes::get({cell(ev_root, 2, 1)}).answers.at(0).value, fakes::no_such_object);
-  EXPECT_EQ(ev_sample.table.register_with(ev_sample.handlers), MIB_REGISTERED_OK);
+  EXPECT_EQ(ev_sample.table.register_with_agent(), MIB_REGISTERED_OK);
   EXPECT_EQ(fakes::get({cell(ev_root, 2, 1)}).answers.at(0).value, text("row-1"));
 }
 
 TEST_F(TableTest, ServesTheColumnsItDescribesAndNoOthers) {
   add_row(ev_sample, 1);
-  ev_sample.table.register_with(ev_sample.handlers);
+  ev_sample.table.register_with_agent();
   for (oid column = 2; column <= 11; ++column) {
     EXPECT_LT(fakes::get({cell(ev_root, column, 1)}).answers.at(0).value.type, SNMP_NOSUCHOBJECT) << column;
   }
@@ -174,7 +175,7 @@ TEST_F(TableTest, ServesTheColumnsItDescribesAndNoOthers) {
 }
 
 TEST_F(TableTest, AMissingRowIsNoSuchInstance) {
-  ev_sample.table.register_with(ev_sample.handlers);
+  ev_sample.table.register_with_agent();
   EXPECT_EQ(fakes::get({cell(ev_root, 2, 1)}).answers.at(0).value, fakes::no_such_instance);  // an empty table
   add_row(ev_sample, 1);
   add_row(ev_sample, 2);
@@ -184,7 +185,7 @@ TEST_F(TableTest, AMissingRowIsNoSuchInstance) {
 
 TEST_F(TableTest, IsReadOnly) {
   add_row(ev_sample, 1);
-  ev_sample.table.register_with(ev_sample.handlers);
+  ev_sample.table.register_with_agent();
   const fakes::Response response = fakes::set({cell(ev_root, 5, 1)}, 7);
   EXPECT_EQ(response.error_status, SNMP_ERR_NOTWRITABLE);
   EXPECT_EQ(ev_sample.head->level, 0);
@@ -193,7 +194,7 @@ TEST_F(TableTest, IsReadOnly) {
 
 TEST_F(TableTest, IsNoLongerServedOnceDeRegistered) {
   add_row(ev_sample, 1);
-  ev_sample.table.register_with(ev_sample.handlers);
+  ev_sample.table.register_with_agent();
   EXPECT_EQ(ev_sample.table.de_register(), 0);
   EXPECT_EQ(fakes::get({cell(ev_root, 2, 1)}).answers.at(0).value, fakes::no_such_object);
   EXPECT_FALSE(is_locked(ev_sample));
@@ -202,7 +203,7 @@ TEST_F(TableTest, IsNoLongerServedOnceDeRegistered) {
 
 TEST_F(TableTest, DeRegisteringTwiceOrWithoutRegistrationDoesNothing) {
   EXPECT_EQ(ev_sample.table.de_register(), 0);
-  ev_sample.table.register_with(ev_sample.handlers);
+  ev_sample.table.register_with_agent();
   EXPECT_EQ(ev_sample.table.de_register(), 0);
   EXPECT_EQ(ev_sample.table.de_register(), 0);
 }
@@ -210,7 +211,7 @@ TEST_F(TableTest, DeRegisteringTwiceOrWithoutRegistrationDoesNothing) {
 TEST_F(TableTest, CanBeRegisteredAgain) {
   add_row(ev_sample, 1);
   for (int i = 0; i < 3; ++i) {
-    EXPECT_EQ(ev_sample.table.register_with(ev_sample.handlers), MIB_REGISTERED_OK);
+    EXPECT_EQ(ev_sample.table.register_with_agent(), MIB_REGISTERED_OK);
     EXPECT_EQ(fakes::walk(ev_root).size(), 10U);
     EXPECT_EQ(ev_sample.table.de_register(), 0);
   }
@@ -218,14 +219,14 @@ TEST_F(TableTest, CanBeRegisteredAgain) {
 
 TEST_F(TableTest, WithoutTheLockItStaysRegistered) {
   add_row(ev_sample, 1);
-  ev_sample.table.register_with(ev_sample.handlers);
+  ev_sample.table.register_with_agent();
   fakes::fail_next_mutex_call(EINVAL);
   EXPECT_EQ(ev_sample.table.de_register(), EINVAL);
   EXPECT_EQ(fakes::walk(ev_root).size(), 10U);
 }
 
 TEST_F(TableTest, DeRegisteringGivesTheResultOfTheLocksRelease) {
-  ev_sample.table.register_with(ev_sample.handlers);
+  ev_sample.table.register_with_agent();
   fakes::fail_next_mutex_call(EPERM, 1);
   EXPECT_EQ(ev_sample.table.de_register(), EPERM);
   EXPECT_EQ(ev_sample.table.lock().release(), 0) << "it has not been released";
@@ -243,18 +244,18 @@ TEST_F(TableTest, RemovingARowGivesTheResultOfTheLocksRelease) {
 TEST_F(TableTest, WithoutMemoryItIsNotRegistered) {
   for (int successes = 0; successes < 2; ++successes) {
     fakes::fail_allocations(successes, 1);
-    EXPECT_EQ(ev_sample.table.register_with(ev_sample.handlers), MIB_REGISTRATION_FAILED) << successes;
+    EXPECT_EQ(ev_sample.table.register_with_agent(), MIB_REGISTRATION_FAILED) << successes;
     EXPECT_EQ(fakes::failed_allocations(), 1) << successes;
     fakes::reset_allocations();
   }
   EXPECT_EQ(ev_sample.table.de_register(), 0);
-  EXPECT_EQ(ev_sample.table.register_with(ev_sample.handlers), MIB_REGISTERED_OK);
+  EXPECT_EQ(ev_sample.table.register_with_agent(), MIB_REGISTERED_OK);
 }
 
 TEST_F(TableTest, ASecondRegistrationFailsAndTheFirstStays) {
   add_row(ev_sample, 1);
-  ASSERT_EQ(ev_sample.table.register_with(ev_sample.handlers), MIB_REGISTERED_OK);
-  EXPECT_EQ(ev_sample.table.register_with(ev_sample.handlers), MIB_DUPLICATE_REGISTRATION);
+  ASSERT_EQ(ev_sample.table.register_with_agent(), MIB_REGISTERED_OK);
+  EXPECT_EQ(ev_sample.table.register_with_agent(), MIB_DUPLICATE_REGISTRATION);
   EXPECT_EQ(fakes::walk(ev_root).size(), 10U);
   EXPECT_EQ(ev_sample.table.de_register(), 0);
   EXPECT_THAT(fakes::walk(ev_root), IsEmpty());
@@ -262,7 +263,7 @@ TEST_F(TableTest, ASecondRegistrationFailsAndTheFirstStays) {
 
 TEST_F(TableTest, ATableThatKeepsNoRegistrationStaysRegistered) {
   add_row(subagent_sample, 1);
-  ASSERT_EQ(subagent_sample.table.register_with(subagent_sample.handlers), MIB_REGISTERED_OK);
+  ASSERT_EQ(subagent_sample.table.register_with_agent(), MIB_REGISTERED_OK);
   EXPECT_EQ(subagent_sample.table.de_register(), 0);
   EXPECT_EQ(fakes::walk(subagent_root).size(), 10U);
   EXPECT_EQ(unregister_mib(const_cast<oid *>(subagent_root.data()), subagent_root.size()), MIB_UNREGISTERED_OK);
@@ -270,7 +271,7 @@ TEST_F(TableTest, ATableThatKeepsNoRegistrationStaysRegistered) {
 
 TEST_F(TableTest, AValueThatIsRefusedIsAGenErrAtItsPlaceInThePdu) {
   add_row(ev_sample, 1);
-  ev_sample.table.register_with(ev_sample.handlers);
+  ev_sample.table.register_with_agent();
   ASSERT_EQ(fakes::get({cell(ev_root, 2, 1)}).error_status, SNMP_ERR_NOERROR);  // starts the agent
   fakes::refuse_value(1);
   const fakes::Response response = fakes::get({cell(ev_root, 2, 1), cell(ev_root, 5, 1), cell(ev_root, 8, 1)});
@@ -281,3 +282,4 @@ TEST_F(TableTest, AValueThatIsRefusedIsAGenErrAtItsPlaceInThePdu) {
 }
 
 }  // namespace
+}  // namespace tavo

@@ -9,6 +9,7 @@
 #include "tests/fixtures/sample_table.h"
 #include "tests/fixtures/sample_table_fixture.h"
 
+namespace tavo {
 namespace {
 
 using fakes::add_row;
@@ -152,3 +153,4 @@ TEST_F(WalkTest, ASubagentLocksResultIsNotTested) {
 }
 
 }  // namespace
+}  // namespace tavo

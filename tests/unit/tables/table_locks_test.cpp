@@ -8,29 +8,30 @@
 #include <vector>
 
 #include "core/access_lock.h"
-#include "tables/tavoAdaptorUnitTable.h"
-#include "tables/tavoComputeBoardTable.h"
-#include "tables/tavoComputeMbPowerStatsTable.h"
-#include "tables/tavoComputeRackUnitMbTempStatsTable.h"
-#include "tables/tavoComputeRackUnitTable.h"
-#include "tables/tavoEquipmentFanTable.h"
-#include "tables/tavoEquipmentHealthLedTable.h"
-#include "tables/tavoEquipmentPsuTable.h"
-#include "tables/tavoFaultTable.h"
-#include "tables/tavoMemoryUnitEnvStatsTable.h"
-#include "tables/tavoMemoryUnitTable.h"
-#include "tables/tavoProcessorEnvStatsTable.h"
-#include "tables/tavoProcessorUnitTable.h"
-#include "tables/tavoStorageControllerTable.h"
-#include "tables/tavoStorageLocalDiskTable.h"
-#include "tables/tavoStorageLocalLunTable.h"
-#include "tables/tavoStorageRaidBatteryTable.h"
-#include "tables/tavoStorageVeltroCardTable.h"
-#include "tables/tavoStorageVeltroControllerTable.h"
-#include "tables/tavoStorageVeltroDriveTable.h"
+#include "tables/adaptors/tavoAdaptorUnitTable.h"
+#include "tables/compute/tavoComputeBoardTable.h"
+#include "tables/compute/tavoComputeMbPowerStatsTable.h"
+#include "tables/compute/tavoComputeRackUnitMbTempStatsTable.h"
+#include "tables/compute/tavoComputeRackUnitTable.h"
+#include "tables/equipment/tavoEquipmentFanTable.h"
+#include "tables/equipment/tavoEquipmentHealthLedTable.h"
+#include "tables/equipment/tavoEquipmentPsuTable.h"
+#include "tables/faults/tavoFaultTable.h"
+#include "tables/memory/tavoMemoryUnitEnvStatsTable.h"
+#include "tables/memory/tavoMemoryUnitTable.h"
+#include "tables/processors/tavoProcessorEnvStatsTable.h"
+#include "tables/processors/tavoProcessorUnitTable.h"
+#include "tables/sd_cards/tavoStorageVeltroCardTable.h"
+#include "tables/sd_cards/tavoStorageVeltroControllerTable.h"
+#include "tables/sd_cards/tavoStorageVeltroDriveTable.h"
+#include "tables/storage/tavoStorageControllerTable.h"
+#include "tables/storage/tavoStorageLocalDiskTable.h"
+#include "tables/storage/tavoStorageLocalLunTable.h"
+#include "tables/storage/tavoStorageRaidBatteryTable.h"
 #include "tests/fixtures/module_fixture.h"
 #include "tests/fixtures/sample_table.h"
 
+namespace tavo {
 namespace {
 
 using testing::ElementsAre;
@@ -189,3 +190,4 @@ TEST_P(TableLocksTest, AWalkHoldsTheTablesOwnLockAndNoOther) {
 }
 
 }  // namespace
+}  // namespace tavo

@@ -21,11 +21,11 @@
 #include "tests/harness/eventually.h"
 #include "threads/cmc_thread.h"
 
+namespace tavo {
 namespace {
 
 using fakes::CmcThreadTest;
 using fakes::LogLine;
-using tavo::eventually;
 using testing::ElementsAre;
 
 void expect_closed(int descriptor) {
@@ -216,3 +216,4 @@ TEST_F(CmcThreadTest, FailuresToCreateAndToJoinItAreLogged) {
 }
 
 }  // namespace
+}  // namespace tavo

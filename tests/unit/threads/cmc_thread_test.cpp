@@ -20,12 +20,12 @@
 #include "tests/fixtures/cmc_thread_fixture.h"
 #include "tests/harness/eventually.h"
 
+namespace tavo {
 namespace {
 
 using fakes::CmcThreadTest;
 using fakes::LogLine;
 using fakes::SocketOption;
-using tavo::eventually;
 using testing::ElementsAre;
 
 TEST_F(CmcThreadTest, APeerGetsTheBlockWhenItConnectsAndAfterEachMessage) {
@@ -243,3 +243,4 @@ TEST_F(CmcThreadTest, IsCreatedJoinableAndSaysSo) {
 }
 
 }  // namespace
+}  // namespace tavo

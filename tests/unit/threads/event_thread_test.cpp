@@ -7,15 +7,16 @@
 #include <utility>
 #include <vector>
 
-#include "tables/fault_database.h"
-#include "tables/tavoFaultTable.h"
-#include "tables/tavoFaultTable_traps.h"
+#include "tables/faults/fault_database.h"
+#include "tables/faults/tavoFaultTable.h"
+#include "tables/faults/tavoFaultTable_traps.h"
 #include "tests/fakes/allocation.h"
 #include "tests/fakes/clock.h"
 #include "tests/fakes/mutexes.h"
 #include "tests/fakes/threads.h"
 #include "tests/fixtures/fault_table_fixture.h"
 
+namespace tavo {
 namespace {
 
 using fakes::fault;
@@ -235,7 +236,7 @@ TEST_F(EventThreadTest, CreatesAJoinableThread) {
   EXPECT_EQ(fakes::traces()[0].source, "event_thread");
   EXPECT_EQ(fakes::traces()[0].text, "create_FE_thread:Creating event thread\n");
   ASSERT_NE(fault_database, nullptr);
-  EXPECT_THAT(std::vector(fault_database, fault_database + tavo::fault_bucket_count), Each(nullptr));
+  EXPECT_THAT(std::vector(fault_database, fault_database + fault_bucket_count), Each(nullptr));
   join_FE_thread();
 }
 
@@ -372,3 +373,4 @@ TEST_F(LoadTest, NotifiesOnlyWhileTheFlagIsOn) {
 }
 
 }  // namespace
+}  // namespace tavo

@@ -1,4 +1,4 @@
-#include "threads/inventory_refresh.h"
+#include "threads/inventory_thread.h"
 
 #include <gmock/gmock.h>
 
@@ -13,20 +13,20 @@
 #include <vector>
 
 #include "core/access_lock.h"
-#include "tables/tavoAdaptorUnitTable.h"
-#include "tables/tavoComputeMbPowerStatsTable.h"
-#include "tables/tavoComputeRackUnitMbTempStatsTable.h"
-#include "tables/tavoEquipmentFanTable.h"
-#include "tables/tavoEquipmentHealthLedTable.h"
-#include "tables/tavoEquipmentPsuTable.h"
-#include "tables/tavoMemoryUnitEnvStatsTable.h"
-#include "tables/tavoMemoryUnitTable.h"
-#include "tables/tavoProcessorEnvStatsTable.h"
-#include "tables/tavoProcessorUnitTable.h"
-#include "tables/tavoStorageControllerTable.h"
-#include "tables/tavoStorageLocalDiskTable.h"
-#include "tables/tavoStorageLocalLunTable.h"
-#include "tables/tavoStorageRaidBatteryTable.h"
+#include "tables/adaptors/tavoAdaptorUnitTable.h"
+#include "tables/compute/tavoComputeMbPowerStatsTable.h"
+#include "tables/compute/tavoComputeRackUnitMbTempStatsTable.h"
+#include "tables/equipment/tavoEquipmentFanTable.h"
+#include "tables/equipment/tavoEquipmentHealthLedTable.h"
+#include "tables/equipment/tavoEquipmentPsuTable.h"
+#include "tables/memory/tavoMemoryUnitEnvStatsTable.h"
+#include "tables/memory/tavoMemoryUnitTable.h"
+#include "tables/processors/tavoProcessorEnvStatsTable.h"
+#include "tables/processors/tavoProcessorUnitTable.h"
+#include "tables/storage/tavoStorageControllerTable.h"
+#include "tables/storage/tavoStorageLocalDiskTable.h"
+#include "tables/storage/tavoStorageLocalLunTable.h"
+#include "tables/storage/tavoStorageRaidBatteryTable.h"
 #include "tests/fakes/clock.h"
 #include "tests/fakes/files.h"
 #include "tests/fakes/mutexes.h"
@@ -37,10 +37,10 @@
 #include "tests/fixtures/module_fixture.h"
 #include "tests/fixtures/storage_snapshot.h"
 
+namespace tavo {
 namespace {
 
 using fakes::LogLine;
-using tavo::Inventory;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -282,3 +282,4 @@ TEST_F(InventoryThreadLifeTest, ARebuildTakesTheOldRowsAway) {
 }
 
 }  // namespace
+}  // namespace tavo

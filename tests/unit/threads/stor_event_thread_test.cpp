@@ -11,6 +11,7 @@
 #include "tests/fakes/threads.h"
 #include "tests/fixtures/module_fixture.h"
 
+namespace tavo {
 namespace {
 
 using fakes::LogLine;
@@ -140,3 +141,4 @@ TEST_F(StorEventThreadTest, AFailedJoinIsLoggedAndShutDownGoesOn) {
 }
 
 }  // namespace
+}  // namespace tavo

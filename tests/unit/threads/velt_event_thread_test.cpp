@@ -17,9 +17,10 @@
 
 #include "core/access_lock.h"
 #include "core/descriptor.h"
-#include "tables/tavoStorageVeltroCardTable.h"
-#include "tables/tavoStorageVeltroControllerTable.h"
-#include "tables/tavoStorageVeltroDriveTable.h"
+#include "refresh/storage_reload.h"
+#include "tables/sd_cards/tavoStorageVeltroCardTable.h"
+#include "tables/sd_cards/tavoStorageVeltroControllerTable.h"
+#include "tables/sd_cards/tavoStorageVeltroDriveTable.h"
 #include "tests/fakes/files.h"
 #include "tests/fakes/net_snmp.h"
 #include "tests/fakes/sockets.h"
@@ -27,6 +28,7 @@
 #include "tests/fakes/threads.h"
 #include "tests/fixtures/module_fixture.h"
 
+namespace tavo {
 namespace {
 
 using fakes::LogLine;
@@ -44,24 +46,24 @@ class VeltEventThreadTest : public fakes::ModuleTest {
   static void start() { ASSERT_EQ(create_velt_thread(), 0); }
 
   // A connection to the thread, which may not listen yet.
-  static tavo::Descriptor connect_to_thread() {
+  static Descriptor connect_to_thread() {
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
     fakes::FakeFiles::real_path(path).copy(address.sun_path, sizeof address.sun_path - 1);
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
     while (std::chrono::steady_clock::now() < deadline) {
-      tavo::Descriptor peer(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+      Descriptor peer(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
       if (connect(peer.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0) {
         return peer;
       }
       std::this_thread::yield();
     }
     ADD_FAILURE() << "nobody listens";
-    return tavo::Descriptor();
+    return Descriptor();
   }
 
   static void send_message(const std::string &message) {
-    const tavo::Descriptor peer = connect_to_thread();
+    const Descriptor peer = connect_to_thread();
     EXPECT_EQ(send(peer.get(), message.data(), message.size(), MSG_NOSIGNAL), static_cast<ssize_t>(message.size()));
   }
 
@@ -181,7 +183,7 @@ TEST_F(VeltEventThreadTest, AThousandConnectionsAreAThousandRebuilds) {
 TEST_F(VeltEventThreadTest, APeerThatSaysNothingHoldsNoLock) {
   start();
   {
-    const tavo::Descriptor silent = connect_to_thread();
+    const Descriptor silent = connect_to_thread();
     while (accepted() == 0) {
       std::this_thread::yield();
     }
@@ -343,7 +345,7 @@ TEST_F(VeltEventThreadTest, ARebuildReplacesEveryRowWhateverItsArgument) {
 
 TEST_F(VeltEventThreadTest, ARebuildTakesTheStorageLockTellsOfItsTriggerAndThenAsksTheService) {
   fakes::set_velt_result(VELT_REQUEST_CONTROLLER, -1);
-  const tavo::ListLock storage = tavo::ListLock::subagent(2);
+  ListLock &storage = storage_lock;
   std::vector<int> holds;
   std::vector<std::size_t> requests;
   fakes::on_log([&](const LogLine &) {
@@ -357,13 +359,13 @@ TEST_F(VeltEventThreadTest, ARebuildTakesTheStorageLockTellsOfItsTriggerAndThenA
 }
 
 TEST_F(VeltEventThreadTest, ThePeersConnectionIsClosedBeforeTheRebuild) {
-  tavo::Descriptor peer;
+  Descriptor peer;
   ssize_t received = 1;  // 0 is the end of the connection
   fakes::on_log([&](const LogLine &line) {
     if (line == triggered && peer) {
       char octet = 0;
       received = recv(peer.get(), &octet, 1, MSG_DONTWAIT);
-      peer = tavo::Descriptor();
+      peer = Descriptor();
     }
   });
   start();
@@ -389,3 +391,4 @@ TEST_F(VeltEventThreadTest, ARebuildReadsTheServiceAndThenBuildsInItsOrderUnderT
 }
 
 }  // namespace
+}  // namespace tavo

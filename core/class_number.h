@@ -1,0 +1,14 @@
+// Class numbers: what kind of object a fault record or a refresh request is about. The platform gives them out.
+#pragma once
+
+namespace tavo::class_number {
+
+inline constexpr int processor = 3;
+inline constexpr int memory = 8;
+inline constexpr int power_supply_fan = 10;
+inline constexpr int adaptor = 11;
+inline constexpr int memory_module = 25;
+inline constexpr int system_fan = 29;
+inline constexpr int storage = 208;
+
+}  // namespace tavo::class_number

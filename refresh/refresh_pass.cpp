@@ -1,0 +1,128 @@
+#include "refresh/refresh_pass.h"
+
+#include <unistd.h>
+
+#include <array>
+
+#include "core/access_lock.h"
+#include "core/class_number.h"
+#include "refresh/storage_reload.h"
+
+namespace tavo {
+namespace {
+
+// How one kind of request is served.
+struct Request {
+  RefreshCause cause;
+  int class_number;    // any that stands for the cause
+  const char *text;    // logged; null: nothing is
+  unsigned int pause;  // seconds, before the rebuilds
+  bool pauses_before_text;
+};
+
+constexpr auto requests_in_order = std::to_array<Request>({
+    {.cause = RefreshCause::Fans,
+     .class_number = class_number::system_fan,
+     .text = "FAN refresh requested\n",
+     .pause = 10,
+     .pauses_before_text = true},
+    {.cause = RefreshCause::PowerSupplies,
+     .class_number = class_number::power_supply_fan,
+     .text = "PSU refresh requested\n",
+     .pause = 10,
+     .pauses_before_text = false},
+    {.cause = RefreshCause::Memory,
+     .class_number = class_number::memory,
+     .text = "MEM refresh requested\n",
+     .pause = 0,
+     .pauses_before_text = false},
+    {.cause = RefreshCause::Processors,
+     .class_number = class_number::processor,
+     .text = "CPU refresh requested\n",
+     .pause = 0,
+     .pauses_before_text = false},
+    {.cause = RefreshCause::Storage,
+     .class_number = class_number::storage,
+     .text = nullptr,
+     .pause = 60,
+     .pauses_before_text = false},
+    {.cause = RefreshCause::Adaptors,
+     .class_number = class_number::adaptor,
+     .text = "ADAPTOR refresh requested\n",
+     .pause = 10,
+     .pauses_before_text = false},
+});
+
+void pause(const Request &request) {
+  if (request.pause > 0) {
+    ::sleep(request.pause);
+  }
+}
+
+void announce(const Request &request) {
+  if (request.pauses_before_text) {
+    pause(request);
+  }
+  if (request.text != nullptr) {
+    snmp_log(LOG_DEBUG, "%s", request.text);
+  }
+  if (!request.pauses_before_text) {
+    pause(request);
+  }
+}
+
+}  // namespace
+
+RefreshRequests RefreshRequests::take() {
+  RefreshRequests taken;
+  acquire_inventory_lock();
+  for (const Request &request : requests_in_order) {
+    if (check_inventory_status(request.class_number) != 0) {
+      taken.add(request.cause);
+    }
+  }
+  release_inventory_lock();
+  return taken;
+}
+
+void RefreshPass::serve(const RefreshRequests &requests) {
+  for (const Request &request : requests_in_order) {
+    if (!requests.has(request.cause)) {
+      continue;
+    }
+    announce(request);
+    if (request.cause == RefreshCause::Storage) {
+      reinit_stor_table(1);
+    } else {
+      rebuild_for(request.cause, 0);
+    }
+  }
+}
+
+void RefreshPass::refresh_periodically(int passes_before) {
+  rebuild_for(RefreshCause::Periodic, passes_before);
+}
+
+void RefreshPass::rebuild_for(RefreshCause cause, int passes_before) {
+  bool is_last_place = false;
+  for (int place = 1; !is_last_place; ++place) {
+    is_last_place = true;
+    for (std::size_t i = 0; i < tables_.size(); ++i) {
+      const TableDescription &table = tables_[i]->description();
+      for (const RefreshRule &rule : table.refresh) {
+        if (rule.cause != cause) {
+          continue;
+        }
+        if (rule.place > place) {
+          is_last_place = false;
+        } else if (rule.place == place && !rebuilt_.test(i) &&
+                   (rule.only_first == 0 || passes_before < rule.only_first)) {
+          rebuilt_.set(i);
+          table.build(1);
+        }
+      }
+    }
+  }
+}
+
+}  // namespace tavo

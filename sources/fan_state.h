@@ -1,0 +1,39 @@
+// What is known of each fan besides its sensors. The fault event thread writes it from fault records; the inventory
+// refresh thread reads it, and writes presence, when it builds the fan table.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+
+namespace tavo {
+
+// One octet for each fan. Two threads share it without a lock, so each octet is a relaxed atomic.
+template <std::size_t N>
+using FanOctets = std::atomic<std::uint8_t>[N];
+
+// A fan number comes from a record or a sensor and may lie beyond the array: such a fan keeps no state and reads as 0.
+template <std::size_t N>
+void store_fan(FanOctets<N> &fans, std::uint32_t fan, std::uint8_t value) {
+  if (fan < N) {
+    fans[fan].store(value, std::memory_order_relaxed);
+  }
+}
+
+template <std::size_t N>
+std::uint8_t load_fan(const FanOctets<N> &fans, std::uint32_t fan) {
+  return fan < N ? fans[fan].load(std::memory_order_relaxed) : std::uint8_t{0};
+}
+
+#pragma GCC visibility push(default)
+extern "C" {
+
+// Presence of each system fan: 10 present, 11 absent, 30 undetermined.
+extern FanOctets<14> sys_fan_prs;
+// Severity of each system fan's fault, 0 for none; then the same of the power supplies' fans.
+extern FanOctets<14> sys_fan_sev;
+extern FanOctets<4> ps_fan_sev;
+}
+#pragma GCC visibility pop
+
+}  // namespace tavo

@@ -1,0 +1,73 @@
+#include "tables/compute/tavoComputeRackUnitMbTempStatsTable.h"
+
+#include <array>
+#include <cstddef>
+#include <cstring>
+
+#include "core/text.h"
+#include "tables/compute/board_statistics.h"
+
+namespace tavo {
+namespace {
+
+using Row = MbTempStatsRow;
+
+constexpr auto root = table_root(9, 44);
+
+TAVO_COLUMNS(tavoComputeRackUnitMbTempStatsTable, Row, dn, rn, ambient, ambient_avg, ambient_max, ambient_min, front,
+             front_avg, front_max, front_min, intervals, iohub1, iohub1_avg, iohub1_max, iohub1_min, iohub2, iohub2_avg,
+             iohub2_max, iohub2_min, rear, rear_avg, rear_max, rear_min, suspect, thresholded, time_collected, update);
+
+constexpr auto refresh_rules = std::to_array<RefreshRule>({
+    {.cause = RefreshCause::Fans, .place = 2},
+    {.cause = RefreshCause::PowerSupplies, .place = 2},
+    {.cause = RefreshCause::Memory, .place = 3},
+    {.cause = RefreshCause::Processors, .place = 3},
+    {.cause = RefreshCause::Periodic, .place = 3},
+});
+
+constexpr TableDescription description = {
+    .name = "tavoComputeRackUnitMbTempStatsTable",
+    .root = root,
+    .lock = ev_lock<5>,
+    .columns = columns,
+    .row = layout_of<Row>(),
+    .build = initialize_computerackunitmb_tempstats,
+    .refresh = refresh_rules,
+    .started = "RackUnitMBTemp Init done\n",
+};
+
+}  // namespace
+
+TAVO_DEFINE_TABLE(tavoComputeRackUnitMbTempStatsTable, Row, description)
+
+namespace {
+
+constexpr auto keys = std::to_array<const char *>({"ambientTemp", "frontTemp", "iohub1Temp", "iohub2Temp", "rearTemp"});
+
+bool insert(const BoardSample &sample) {
+  Row row{};
+  copy_text(row.dn, "sys/rack-unit-1/board/temp-stats");
+  copy_text(row.rn, "temp-stats");
+  row.ambient = sample.readings[0];
+  row.front = sample.readings[1];
+  row.iohub1 = sample.readings[2];
+  row.iohub2 = sample.readings[3];
+  row.rear = sample.readings[4];
+  std::memcpy(row.time_collected, sample.collected, sizeof row.time_collected);
+  return tavoComputeRackUnitMbTempStatsTable_createEntry(1, &row) != nullptr;
+}
+
+constexpr BoardStatistics statistics = {.table = table, .keys = keys, .insert = insert};
+
+}  // namespace
+
+int initialize_computerackunitmb_tempstats(int reload) {
+  return build(statistics, reload);
+}
+
+int de_register_computerackunitmb_tempstats_table_handler(void) {
+  return table.de_register();
+}
+
+}  // namespace tavo

@@ -1,0 +1,283 @@
+#include "tables/faults/tavoFaultTable.h"
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <string_view>
+
+#include "core/class_number.h"
+#include "core/conversions.h"
+#include "core/marker.h"
+#include "core/record.h"
+#include "core/text.h"
+#include "platform/fault_engine.h"
+#include "sources/data_query.h"
+#include "sources/fan_state.h"
+#include "tables/faults/fault_database.h"
+#include "tables/faults/tavoFaultTable_traps.h"
+
+namespace tavo {
+namespace {
+
+using Row = FaultRow;
+
+constexpr auto root = table_root(1, 1);
+
+TAVO_COLUMNS(tavoFaultTable, Row, dn, rn, affected_id, affected_object, column_6, cause, column_8, code, first_time,
+             description, column_12, sequence, last_time, column_15, occurrences, severity, previous_severity,
+             code_again, severity_again, tag, column_22);
+
+constexpr const char *serial_number_marker = "/var/snmpSerialNoEnabled";
+
+// What heads the affected object's text in notifications; empty for nothing. Written at start-up only.
+constinit char serial_number[128] = "";
+
+void read_serial_number() {
+  std::memset(serial_number, 0, sizeof serial_number);
+  if (marker_exists(serial_number_marker)) {
+    getValueSN("fru", "Product Serial", ": ", serial_number);
+  }
+}
+
+constexpr TableDescription description = {
+    .name = "tavoFaultTable",
+    .root = root,
+    .lock = fault_list_lock,
+    .columns = columns,
+    .row = layout_of<Row>(),
+    .started = "Fault Init done\n",
+    .prepare = read_serial_number,
+    .keeps_registration = false,
+};
+
+}  // namespace
+
+TAVO_DEFINE_TABLE_WITH_OWN_ROWS(tavoFaultTable, Row, description)
+
+namespace {
+
+constexpr int failed = -1;
+constexpr int null_argument = -103;
+constexpr int row_not_listed = -106;
+
+void convert_time(const Record &fault, std::size_t offset, CountedText<32> &to) {
+  const time_t seconds = fault.i32(offset);
+  std::array<unsigned char, sizeof to.text> octets = {};
+  std::size_t count = octets.size();
+  if (convert_evsd_sel_time_to_snmp_time(&seconds, octets.data(), &count) == 0) {
+    std::memcpy(to.text, octets.data(), count);
+    to.length = static_cast<std::int32_t>(count);
+  }
+}
+
+void convert_affected_id(const Record &fault, Row &row) {
+  const std::uint32_t count = std::min<std::uint32_t>(fault.u32(FAULT_AFFECTED_OID_COUNT), FAULT_AFFECTED_OID_CAPACITY);
+  for (std::uint32_t i = 0; i < count; ++i) {
+    row.affected_id.sub_identifiers[i] = fault.u32(FAULT_AFFECTED_OID + i * sizeof(std::uint32_t));
+  }
+  row.affected_id.count = static_cast<std::int32_t>(count);
+}
+
+std::string_view affected_object_of(const Record &fault) {
+  return fault.text(FAULT_AFFECTED_OBJECT, FAULT_AFFECTED_OBJECT_SIZE);
+}
+
+void convert_affected_object(const Record &fault, Row &row) {
+  const std::string_view text = affected_object_of(fault);
+  if (serial_number[0] == '\0') {
+    row.affected_object.assign(text);
+    return;
+  }
+  format_text(row.affected_object.text, "[Serial No: %s] %.*s", serial_number, static_cast<int>(text.size()),
+              text.data());
+  row.affected_object.length = static_cast<std::int32_t>(std::strlen(row.affected_object.text));
+}
+
+int listed_count() TAVO_LOCKING(requires_capability(table.lock())) {
+  return static_cast<int>(table.rows().count());
+}
+
+// A listed row may be read at any time, so it gets its new content in one piece.
+void rewrite(Row &row, const Row &content) {
+  const ListGuard guard(table.lock());
+  row = content;
+}
+
+// Ends a row that has no node any more.
+void drop(Row *row, bool listed) {
+  if (listed) {
+    tavoFaultTable_removeEntry(row);
+    return;
+  }
+  snmp_log(LOG_DEBUG, "Clearing a Table_entry\n");
+  std::free(row);
+}
+
+}  // namespace
+
+std::span<const Column> fault_columns() {
+  return columns;
+}
+
+int getValueSN(const char *source, const char *key, const char *separator, char *out) {
+  const std::string_view of = key;
+  if (std::string_view(source) == "inventoryCPU" && (of == "CoreCount" || of == "ThreadCount" || of == "CoreEnabled")) {
+    return query_counted_value(source, key, separator, out) ? 1 : 0;
+  }
+  return query_value(source, key, separator, out) ? 1 : 0;
+}
+
+int convert_fe_to_fault_table_entry(const void *record, FaultRow *row) {
+  if (record == nullptr || row == nullptr) {
+    return null_argument;
+  }
+  const Record fault(record, FAULT_RECORD_SIZE);
+  row->index = fault.u32(FAULT_INDEX);
+  row->dn.assign(fault.text(FAULT_DN, FAULT_DN_SIZE));
+  row->rn.assign(fault.text(FAULT_RN, FAULT_RN_SIZE));
+  convert_affected_id(fault, *row);
+  convert_affected_object(fault, *row);
+  row->column_6 = 1;
+  row->cause = fault.i32(FAULT_CAUSE);
+  row->column_8.assign("unknown");
+  row->code = fault.i32(FAULT_CODE);
+  convert_time(fault, FAULT_FIRST_TIME, row->first_time);
+  convert_time(fault, FAULT_LAST_TIME, row->last_time);
+  row->description.assign(fault.text(FAULT_DESCRIPTION, FAULT_DESCRIPTION_SIZE));
+  row->column_12 = 6;
+  row->sequence = {.high = row->index, .low = 0};
+  row->column_15 = 0;
+  row->occurrences = {fault.u8(FAULT_OCCURRENCES)};
+  row->severity = fault.i32(FAULT_SEVERITY);
+  row->previous_severity = fault.u8(FAULT_PREVIOUS_SEVERITY);
+  row->code_again = row->code;
+  row->severity_again = row->severity;
+  row->tag = fault.u8(FAULT_TAG);
+  row->column_22 = 5;
+  return 0;
+}
+
+void update_fan_prs_and_sev(const void *record) {
+  if (record == nullptr) {
+    return;
+  }
+  const Record fault(record, FAULT_RECORD_SIZE);
+  const std::uint32_t fan = fault.u32(FAULT_UNIT_POSITION);
+  const std::uint32_t severity = fault.u32(FAULT_SEVERITY);
+  const auto severity_octet = static_cast<std::uint8_t>(severity);
+  if (fault.u32(FAULT_CLASS_CODE) != class_number::system_fan) {
+    store_fan(ps_fan_sev, fan, severity_octet);
+    return;
+  }
+  constexpr std::uint32_t fan_missing = 238;
+  store_fan(sys_fan_sev, fan, severity_octet);
+  store_fan(sys_fan_prs, fan, fault.u32(FAULT_CAUSE) == fan_missing && severity == 3 ? 11 : 10);
+}
+
+int populate_fault_table_from_fe(const void *record) {
+  if (record == nullptr) {
+    return failed;
+  }
+  const Record fault(record, FAULT_RECORD_SIZE);
+  const std::uint32_t class_code = fault.u32(FAULT_CLASS_CODE);
+  const std::uint32_t index = fault.u32(FAULT_INDEX);
+  if (class_code == class_number::system_fan || class_code == class_number::power_supply_fan) {
+    update_fan_prs_and_sev(record);
+  }
+
+  FaultRow *row = nullptr;
+  const int found = lookup_and_modify_fault_table(record, &row);
+  if (found == 0) {
+    return 0;
+  }
+  if (row == nullptr) {
+    snmp_log(LOG_DEBUG, "Failed to get Table entry for Fault Index\n");
+    return failed;
+  }
+  const bool listed = found == 1 || found == 3;
+  const bool active = found == 1 || found == 2;
+
+  FaultRow state = *row;
+  if (const int error = convert_fe_to_fault_table_entry(record, &state); error != 0) {
+    snmp_log(LOG_DEBUG, "failed to convert FE to fault table entry, event id: %0x\n", class_code);
+    delete_entity_node(record, row);
+    drop(row, listed);
+    return error;
+  }
+  if (needToSendTrapFlag == 1) {
+    send_fault_trap(index, &state);
+  }
+  if (!active) {
+    request_refresh(static_cast<int>(class_code));
+    delete_entity_node(record, row);
+    drop(row, listed);
+    return 0;
+  }
+
+  // Notifications carry the serial number, the table does not.
+  char affected_object[FAULT_AFFECTED_OBJECT_SIZE + 1];
+  copy_text(affected_object, affected_object_of(fault));
+  state.affected_object.assign(affected_object);
+  if (listed) {
+    rewrite(*row, state);
+  } else {
+    *row = state;
+  }
+  if (tavoFaultTable_createEntry(index, row, listed ? 1 : 0, static_cast<int>(class_code), affected_object) ==
+      nullptr) {
+    snmp_log(LOG_DEBUG,
+             listed ? "failed to create table entry for FaultIndex:%0x\n"
+                    : "Failed to create table entry for FaultIndex:%0x\n",
+             index);
+    return row_not_listed;
+  }
+  return 0;
+}
+
+FaultRow *tavoFaultTable_createEntry(uint32_t, FaultRow *row, int update, int class_code, const char *text) {
+  table.trace_entry();
+  if (row == nullptr) {
+    return nullptr;
+  }
+  {
+    const ListGuard guard(table.lock());
+    row->affected_object = {};
+    row->affected_object.assign(text == nullptr ? "" : text);
+    if (update == 0) {
+      table.rows().push_front(row);
+      snmp_log(LOG_DEBUG, "Added an entry, Total Fault entries:%d\n", listed_count());
+    } else {
+      snmp_log(LOG_DEBUG, "Updated an entry, Total Fault entries:%d\n", listed_count());
+    }
+  }
+  request_refresh(static_cast<int>(class_code));
+  return row;
+}
+
+int tavoFaultTable_removeEntry(FaultRow *row) {
+  table.trace_entry();
+  if (row == nullptr) {
+    return 0;
+  }
+  const ListGuard guard(table.lock());
+  if (guard.error() == 0 && table.rows().unlink(row)) {
+    std::free(row);
+    snmp_log(LOG_DEBUG, "Removed an entry, Total Fault entries:%d\n", listed_count());
+  }
+  return guard.error();
+}
+
+void tavoFaultTable_removeAllEntries(void) {
+  const ListGuard guard(table.lock());
+  snmp_log(LOG_DEBUG, "Removed %d fault entries\n", static_cast<int>(table.rows().clear()));
+}
+
+int clear_fault_table_entries(void) {
+  tavoFaultTable_removeAllEntries();
+  return 0;
+}
+
+}  // namespace tavo

@@ -1,0 +1,146 @@
+#include "tables/faults/tavoFaultTable_traps.h"
+
+#include <unistd.h>
+
+#include <array>
+#include <cstddef>
+#include <cstdio>
+#include <ctime>
+#include <iterator>
+#include <memory>
+#include <span>
+#include <utility>
+
+#include "core/conversions.h"
+#include "core/marker.h"
+#include "core/text.h"
+#include "core/trace.h"
+
+namespace tavo {
+
+int needToSendTrapFlag = 0;
+oid trap_version_id[9] = {1, 3, 6, 1, 4, 1, 61453, 1, 3301};
+
+namespace {
+
+using Row = FaultRow;
+
+constexpr const char *source = "tavoFaultTable";
+constexpr int null_argument = -103;
+constexpr const char *warm_start_marker = "/var/tvmcWarmStartup";
+
+constexpr auto trap_oid_name = std::to_array<oid>({1, 3, 6, 1, 6, 3, 1, 1, 4, 1, 0});  // snmpTrapOID.0
+constexpr auto fault_raised = below_server_root(0, 1);
+constexpr auto fault_cleared = below_server_root(0, 2);
+constexpr auto start_time_name = below_server_root(1, 1, 1, 1, 10, 0);
+
+// The index, which no GET can ask for, as a column.
+constexpr Column index_column = column_of<std::uint32_t>(offsetof(Row, index));
+
+// The other columns in a fault's notification, in the order in which they stand there.
+constexpr auto notified_columns = std::to_array<int>({11, 4, 5, 10, 14, 9, 22, 7, 20, 16, 13});
+
+struct FreeVarbinds {
+  void operator()(netsnmp_variable_list *list) const { snmp_free_varbind(list); }
+};
+using Varbinds = std::unique_ptr<netsnmp_variable_list, FreeVarbinds>;
+
+[[nodiscard]] bool append(netsnmp_variable_list **list, std::span<const oid> name, u_char type, const void *value,
+                          std::size_t size) {
+  return snmp_varlist_add_variable(list, name.data(), name.size(), type, value, size) != nullptr;
+}
+
+[[nodiscard]] bool append_column(netsnmp_variable_list **list, int number, const Column &column, std::uint32_t instance,
+                                 const Row &row) {
+  const auto name = below_server_root(1, 1, 1, 1, number, instance);
+  return ColumnValue(column, &row).append(list, name);
+}
+
+// Null when there is no memory.
+Varbinds fault_varbinds(std::uint32_t instance, const Row &row) {
+  const std::span<const oid> trap_oid = row.severity_again != 0 ? fault_raised : fault_cleared;
+  netsnmp_variable_list *list = nullptr;
+  bool complete = append(&list, trap_oid_name, ASN_OBJECT_ID, trap_oid.data(), trap_oid.size_bytes()) &&
+                  append_column(&list, 1, index_column, instance, row);
+  for (const int number : notified_columns) {
+    complete =
+        complete &&
+        append_column(&list, number, fault_columns()[static_cast<std::size_t>(number - first_column)], instance, row);
+  }
+  Varbinds varbinds(list);
+  return complete ? std::move(varbinds) : nullptr;
+}
+
+// The time is empty when it cannot be converted.
+void send_start_up_notification() {
+  const time_t now = time(nullptr);
+  std::array<unsigned char, 32> octets = {};
+  std::size_t length = octets.size();
+  if (convert_evsd_sel_time_to_snmp_time(&now, octets.data(), &length) != 0) {
+    length = 0;
+  }
+  netsnmp_variable_list *list = nullptr;
+  const bool complete = append(&list, start_time_name, ASN_OCTET_STR, octets.data(), length);
+  const Varbinds varbinds(list);
+  if (complete) {
+    send_enterprise_trap_vars(1, -1, trap_version_id, std::size(trap_version_id), varbinds.get());
+  }
+}
+
+}  // namespace
+
+int send_fault_trap(uint32_t instance, FaultRow *row) {
+  if (row == nullptr) {
+    trace(Caller::here(), source, "%s: Invalid args\n", __func__);
+    return null_argument;
+  }
+  const Varbinds varbinds = fault_varbinds(instance, *row);
+  if (varbinds == nullptr) {
+    return -1;
+  }
+  send_v3trap(varbinds.get(), "0x8000F00D0300002A6B7C8D01");
+  return 0;
+}
+
+int create_dummy_trap_entry(FaultRow *row) {
+  if (row == nullptr) {
+    trace(Caller::here(), source, "%s: Invalid args\n", __func__);
+    return null_argument;
+  }
+  row->dn.assign("sys/rack-unit-1/test-trap");
+  row->rn.assign("test-trap");
+  row->affected_object.assign("sys/rack-unit-1/test-entity");
+  row->column_6 = 1;
+  row->cause = 0;
+  row->column_8.assign("unknown");
+  row->code = 0;
+  row->description.assign("Test Fault");
+  row->column_12 = 6;
+  row->sequence = {.high = 1, .low = 0};
+  row->column_15 = 0;
+  row->occurrences = {1};
+  // Severity 0: managers know the test notification as a clear.
+  row->severity = 0;
+  row->previous_severity = 0;
+  row->code_again = 0;
+  row->severity_again = 0;
+  row->tag = 0;
+  row->column_22 = 5;
+  return 0;
+}
+
+void tvmc_Startup_Trap(void) {
+  if (marker_exists(warm_start_marker)) {
+    needToSendTrapFlag = 0;
+    return;
+  }
+  sleep(60);
+  send_start_up_notification();
+  if (std::FILE *marker = std::fopen(warm_start_marker, "we"); marker != nullptr) {
+    std::fclose(marker);
+  }
+  needToSendTrapFlag = 1;
+  sleep(1);
+}
+
+}  // namespace tavo

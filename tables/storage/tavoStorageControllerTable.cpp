@@ -1,0 +1,82 @@
+#include "tables/storage/tavoStorageControllerTable.h"
+
+#include <array>
+#include <cstddef>
+#include <string_view>
+
+#include "core/text.h"
+#include "core/zeroed.h"
+#include "sources/stor_info.h"
+#include "tables/storage/storage_names.h"
+
+namespace tavo {
+namespace {
+
+using Row = StorageControllerRow;
+
+constexpr auto root = table_root(45, 1);
+
+TAVO_COLUMNS(tavoStorageControllerTable, Row, dn, rn, id, description, column_6, column_7, column_8, location,
+             column_10, column_11, column_12, column_13, column_14, column_15, column_16, column_17, column_18,
+             column_19);
+
+constexpr TableDescription description = {
+    .name = "tavoStorageControllerTable",
+    .root = root,
+    .lock = storage_lock,
+    .columns = columns,
+    .row = layout_of<Row>(),
+    .build = initialize_controller_table,
+    .source = TableSource::StorageSnapshot,
+    .started = "StorageController Init done\n",
+};
+
+}  // namespace
+
+TAVO_DEFINE_TABLE(tavoStorageControllerTable, Row, description)
+
+namespace {
+
+template <std::size_t N>
+void copy_known_text(char (&to)[N], std::string_view text) {
+  copy_text(to, text.empty() ? "unknown" : text);
+}
+
+void fill(Row &row, const ControllerRecord &controller) {
+  const std::string_view location = controller.location();
+  row = {};
+  write_controller_dn(row.dn, location);
+  write_controller_rn(row.rn, location);
+  row.id = controller.u32(STOR_CONTROLLER_ID);
+  copy_known_text(row.description, controller.text(STOR_CONTROLLER_DESCRIPTION, STOR_CONTROLLER_DESCRIPTION_SIZE));
+  row.column_6 = controller.u32(STOR_CONTROLLER_FAULTY) != 0 ? 2 : 1;
+  row.column_7 = row.column_6;
+  copy_text(row.column_8, "unknown");
+  copy_text(row.location, location);
+  row.column_12 = 10;
+  copy_known_text(row.column_13, controller.text(STOR_CONTROLLER_COLUMN_13, STOR_TEXT_SIZE));
+  copy_known_text(row.column_14, controller.text(STOR_CONTROLLER_COLUMN_14, STOR_TEXT_SIZE));
+  row.column_16 = 1;
+  copy_known_text(row.column_17, controller.text(STOR_CONTROLLER_COLUMN_17, STOR_TEXT_SIZE));
+  copy_known_text(row.column_19, controller.text(STOR_CONTROLLER_COLUMN_19, STOR_LONG_TEXT_SIZE));
+}
+
+}  // namespace
+
+int initialize_controller_table(int refresh) {
+  if (refresh == 1) {
+    tavoStorageControllerTable_removeAllEntries();
+  }
+  const auto row = make_zeroed<StorageControllerRow>();
+  if (row == nullptr || head_stor_ptr == nullptr) {
+    return -1;
+  }
+  std::uint32_t index = 1;
+  for (const StorController *at = head_stor_ptr; at != nullptr; at = at->next) {
+    fill(*row, ControllerRecord(*at));
+    tavoStorageControllerTable_createEntry(index++, row.get());
+  }
+  return 1;
+}
+
+}  // namespace tavo

@@ -1,0 +1,187 @@
+#include "tables/compute/tavoComputeBoardTable.h"
+
+#include <gmock/gmock.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "core/access_lock.h"
+#include "tests/fakes/allocation.h"
+#include "tests/fakes/clock.h"
+#include "tests/fakes/fru.h"
+#include "tests/fakes/mutexes.h"
+#include "tests/fakes/net_snmp.h"
+#include "tests/fakes/shell.h"
+#include "tests/fixtures/module_fixture.h"
+#include "tests/harness/golden.h"
+
+namespace tavo {
+namespace {
+
+using fakes::gauge;
+using fakes::integer;
+using fakes::LogLine;
+using fakes::text;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+using Row = ComputeBoardRow;
+
+constexpr std::array<oid, 12> table = {1, 3, 6, 1, 4, 1, 61453, 4, 207, 1, 9, 6};
+
+Row *make_row() {
+  return static_cast<Row *>(std::calloc(1, sizeof(Row)));
+}
+
+class ComputeBoardTableTest : public fakes::ModuleTest {
+ protected:
+  ~ComputeBoardTableTest() override { tavoComputeBoardTable_removeAllEntries(); }
+
+  fakes::FakeClock clock;
+};
+
+TEST_F(ComputeBoardTableTest, ServesEveryColumn) {
+  fakes::set_board_area({.manufacturer = "Tavolo", .product_name = "BOARD-A", .serial = "SERIAL-0002"});
+  EXPECT_EQ(init_tavoComputeBoardTable(), 0);
+  fakes::expect_table(table, {{2, 1, text("sys/rack-unit-1/board")},
+                              {3, 1, text("board")},
+                              {4, 1, integer(100)},
+                              {5, 1, gauge(1)},
+                              {6, 1, text("BOARD-A")},
+                              {7, 1, integer(1)},
+                              {8, 1, integer(1)},
+                              {9, 1, integer(1)},
+                              {10, 1, integer(100)},
+                              {11, 1, integer(1)},
+                              {12, 1, integer(10)},
+                              {13, 1, text("")},
+                              {14, 1, text("SERIAL-0002")},
+                              {15, 1, integer(100)},
+                              {16, 1, text("Tavolo")},
+                              {17, 1, integer(100)}});
+  EXPECT_THAT(fakes::board_area_calls(), ElementsAre(0));
+  EXPECT_THAT(clock.sleeps(), IsEmpty());
+  EXPECT_EQ(de_register_ComputeBoard_table_handler(), 0);
+}
+
+TEST_F(ComputeBoardTableTest, TextsAreCutToThirtyOneCharacters) {
+  const std::string longest(32, 'x');
+  fakes::set_board_area({.manufacturer = longest, .product_name = longest, .serial = longest});
+  initialize_board_table();
+  EXPECT_EQ(tavoComputeBoardTable_head->model, std::string(31, 'x'));
+  EXPECT_EQ(tavoComputeBoardTable_head->serial, std::string(31, 'x'));
+  EXPECT_EQ(tavoComputeBoardTable_head->vendor, std::string(31, 'x'));
+}
+
+TEST_F(ComputeBoardTableTest, AnAreaThatCannotBeReadLeavesItsTextsEmptyAfterFiveTries) {
+  EXPECT_EQ(initialize_board_table(), 0);
+  ASSERT_NE(tavoComputeBoardTable_head, nullptr);
+  EXPECT_STREQ(tavoComputeBoardTable_head->model, "");
+  EXPECT_STREQ(tavoComputeBoardTable_head->serial, "");
+  EXPECT_STREQ(tavoComputeBoardTable_head->vendor, "");
+  EXPECT_EQ(tavoComputeBoardTable_head->presence, 10);
+  EXPECT_THAT(clock.sleeps(), ElementsAre(5, 5, 5, 5, 5));
+  ASSERT_THAT(fakes::log_lines(), SizeIs(15));
+  for (int i = 0; i < 15; i += 3) {
+    EXPECT_EQ(fakes::log_lines()[i], (LogLine{LOG_DEBUG, "SNMP:Failed Board Model\n"}));
+    EXPECT_EQ(fakes::log_lines()[i + 1], (LogLine{LOG_DEBUG, "SNMP:Failed Board Serial\n"}));
+    EXPECT_EQ(fakes::log_lines()[i + 2], (LogLine{LOG_DEBUG, "SNMP:Failed Board Vendor\n"}));
+  }
+}
+
+TEST_F(ComputeBoardTableTest, AnAreaThatComesLateEndsTheTries) {
+  fakes::set_board_area({.manufacturer = "Tavolo", .product_name = "BOARD-A", .serial = "SERIAL-0002"});
+  fakes::fail_board_area(2);
+  initialize_board_table();
+  EXPECT_STREQ(tavoComputeBoardTable_head->model, "BOARD-A");
+  EXPECT_THAT(clock.sleeps(), ElementsAre(5, 5));
+}
+
+// How many holds there are of all the locks that lists have.
+int held_locks() {
+  int held = 0;
+  for (const Table *each : all_tables()) {
+    held += each->lock().hold_count();
+  }
+  return held;
+}
+
+TEST_F(ComputeBoardTableTest, NoLockIsHeldWhileTheAreaIsAwaited) {
+  fakes::set_board_area({.manufacturer = "Tavolo", .product_name = "BOARD-A", .serial = "SERIAL-0002"});
+  fakes::fail_board_area(2);
+  std::vector<int> held;
+  fakes::on_log([&held](const LogLine &) { held.push_back(held_locks()); });
+  clock.on_sleep([&held](unsigned) { held.push_back(held_locks()); });
+  EXPECT_EQ(init_tavoComputeBoardTable(), 0);
+  EXPECT_THAT(held, ElementsAre(0, 0, 0, 0, 0, 0, 0, 0)) << "three lines and a pause for each failure";
+}
+
+TEST_F(ComputeBoardTableTest, IsNoLongerServedOnceDeRegistered) {
+  ASSERT_EQ(init_tavoComputeBoardTable(), 0);
+  ASSERT_THAT(fakes::walk(table), SizeIs(16));
+  EXPECT_EQ(de_register_ComputeBoard_table_handler(), 0);
+  EXPECT_THAT(fakes::walk(table), IsEmpty());
+  EXPECT_EQ(de_register_ComputeBoard_table_handler(), 0);
+}
+
+TEST_F(ComputeBoardTableTest, WithoutMemoryThereIsNoRow) {
+  fakes::fail_allocations(0, 1);
+  EXPECT_EQ(initialize_board_table(), -1);
+  EXPECT_EQ(tavoComputeBoardTable_head, nullptr);
+}
+
+TEST_F(ComputeBoardTableTest, WithoutItsLockTheRowIsFreedAndTheTableStaysEmpty) {
+  fakes::set_board_area({.manufacturer = "Tavolo", .product_name = "BOARD-A", .serial = "SERIAL-0002"});
+  fakes::fail_next_mutex_call(EINVAL);
+  EXPECT_EQ(initialize_board_table(), 0);
+  EXPECT_EQ(tavoComputeBoardTable_head, nullptr);
+}
+
+TEST_F(ComputeBoardTableTest, ARowGoesInFrontOfTheOneThatStands) {
+  Row *first = tavoComputeBoardTable_createEntry(make_row());
+  Row *second = tavoComputeBoardTable_createEntry(make_row());
+  EXPECT_EQ(tavoComputeBoardTable_head, second);
+  EXPECT_EQ(second->next, first);
+  EXPECT_EQ(tavoComputeBoardTable_createEntry(nullptr), nullptr);
+}
+
+TEST_F(ComputeBoardTableTest, ARowIsRemovedOnlyFromTheTableThatListsIt) {
+  Row *listed = tavoComputeBoardTable_createEntry(make_row());
+  Row stranger{};
+  EXPECT_EQ(tavoComputeBoardTable_removeEntry(&stranger), 0);
+  EXPECT_EQ(tavoComputeBoardTable_removeEntry(nullptr), 0);
+  EXPECT_EQ(tavoComputeBoardTable_head, listed);
+  EXPECT_EQ(tavoComputeBoardTable_removeEntry(listed), 0);
+  EXPECT_EQ(tavoComputeBoardTable_head, nullptr);
+}
+
+TEST_F(ComputeBoardTableTest, RegistrationLeavesNoTrace) {
+  fakes::set_debugging(true);
+  fakes::set_board_area({.manufacturer = "Tavolo", .product_name = "BOARD-A", .serial = "SERIAL-0002"});
+  init_tavoComputeBoardTable();
+  EXPECT_THAT(fakes::trace_texts(), IsEmpty());
+}
+
+TEST_F(ComputeBoardTableTest, ALookupRunsTheToolAndDropsTheNewline) {
+  fakes::FakeShell shell;
+  shell.prints("datactl get=UUID | flatkv | grep UUID|awk -F\": \" '{print $2}'", "42-43\nsecond\n");
+  char out[128] = {};
+  EXPECT_EQ(GetValueFromGDS("UUID", ": ", out), 1);
+  EXPECT_STREQ(out, "42-43");
+  EXPECT_EQ(GetValueFromGDS("pwState", ": ", out), 0) << "nothing printed";
+}
+
+TEST_F(ComputeBoardTableTest, AnyCommandsFirstLineCanBeHad) {
+  fakes::FakeShell shell;
+  shell.prints("uptime", std::string(200, 'x') + "\n");
+  char out[128] = {};
+  EXPECT_EQ(PipetoOutput("uptime", out), 1);
+  EXPECT_EQ(out, std::string(126, 'x')) << "127 characters are read, and the last one is dropped";
+  EXPECT_EQ(PipetoOutput("false", out), 0);
+}
+
+}  // namespace
+}  // namespace tavo

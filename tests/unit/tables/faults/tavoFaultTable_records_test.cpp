@@ -1,0 +1,394 @@
+// How records raise, update and clear faults.
+#include <gmock/gmock.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "core/access_lock.h"
+#include "tables/faults/fault_database.h"
+#include "tables/faults/tavoFaultTable.h"
+#include "tables/faults/tavoFaultTable_traps.h"
+#include "tests/fakes/allocation.h"
+#include "tests/fakes/mutexes.h"
+#include "tests/fixtures/fault_table_fixture.h"
+
+namespace tavo {
+namespace {
+
+using fakes::fault;
+using fakes::integer;
+using fakes::LogLine;
+using fakes::text;
+using testing::Each;
+using testing::ElementsAre;
+using testing::Field;
+using testing::IsEmpty;
+using testing::SizeIs;
+using namespace std::string_view_literals;
+
+bool takes_refresh_mark(int class_code) {
+  acquire_inventory_lock();
+  const int due = check_inventory_status(class_code);
+  release_inventory_lock();
+  return due == 1;
+}
+
+TEST_F(FaultTableTest, ARaiseMakesARow) {
+  start_up();
+  needToSendTrapFlag = 1;
+  apply(fault(3, 7, 5));
+  EXPECT_THAT(listed_indexes(), ElementsAre(7));
+  EXPECT_THAT(fakes::log_lines(), ElementsAre(LogLine{LOG_DEBUG, "Added an entry, Total Fault entries:1\n"}));
+  EXPECT_THAT(fakes::notifications(), SizeIs(1));
+  EXPECT_TRUE(takes_refresh_mark(3));
+}
+
+TEST_F(FaultTableTest, NewRowsStandInFront) {
+  apply(fault(3, 7, 5));
+  apply(fault(3, 9, 5));
+  apply(fault(3, 8, 5));
+  EXPECT_THAT(listed_indexes(), ElementsAre(8, 9, 7));
+}
+
+TEST_F(FaultTableTest, ARaiseOfAKnownFaultUpdatesItsRow) {
+  start_up();
+  needToSendTrapFlag = 1;
+  apply(fault(3, 7, 5));
+  const FaultRow *row = &only_row();
+  takes_refresh_mark(3);
+  fakes::reset_net_snmp();
+
+  apply(fault(3, 7, 4).text(FAULT_DESCRIPTION, "Changed\0"sv));
+  EXPECT_EQ(&only_row(), row) << "the row itself is updated";
+  EXPECT_EQ(read(17, 7), integer(4));
+  EXPECT_EQ(read(11, 7), text("Changed"));
+  EXPECT_THAT(fakes::log_lines(), ElementsAre(LogLine{LOG_DEBUG, "Updated an entry, Total Fault entries:1\n"}));
+  EXPECT_THAT(fakes::notifications(), SizeIs(1));
+  EXPECT_TRUE(takes_refresh_mark(3));
+}
+
+TEST_F(FaultTableTest, AClearOfAKnownFaultTakesItsRowAway) {
+  start_up();
+  needToSendTrapFlag = 1;
+  apply(fault(3, 7, 5));
+  takes_refresh_mark(3);
+  fakes::reset_net_snmp();
+
+  apply(fault(3, 7, 0));
+  EXPECT_THAT(listed_indexes(), IsEmpty());
+  EXPECT_THAT(fakes::log_texts(),
+              ElementsAre("Deleting FaultIndex 7: ", "Deleted\n", "Removed an entry, Total Fault entries:0\n"));
+  EXPECT_THAT(fakes::log_lines(), Each(Field(&LogLine::priority, LOG_DEBUG)));
+  EXPECT_THAT(fakes::notifications(), SizeIs(1));
+  EXPECT_TRUE(takes_refresh_mark(3));
+  EXPECT_EQ(read(2, 7), fakes::no_such_instance);
+}
+
+TEST_F(FaultTableTest, AClearOfAnUnknownFaultIsNotifiedAndLeavesNoRow) {
+  start_up();
+  needToSendTrapFlag = 1;
+  apply(fault(3, 7, 0));
+  EXPECT_THAT(listed_indexes(), IsEmpty());
+  EXPECT_THAT(fakes::log_texts(), ElementsAre("Deleting FaultIndex 7: ", "Deleted\n", "Clearing a Table_entry\n"));
+  EXPECT_THAT(fakes::notifications(), SizeIs(1));
+  EXPECT_TRUE(takes_refresh_mark(3));
+  EXPECT_EQ(fault_database[3], nullptr);
+}
+
+class ClearOrderTest : public FaultTableTest {
+ protected:
+  // Applies the record; what is logged, and "signalled" where the refresh thread is.
+  static std::vector<std::string> steps_of(const fakes::FaultRecord &record) {
+    std::vector<std::string> steps;
+    fakes::on_log([&](const LogLine &line) { steps.push_back(line.text); });
+    fakes::answer_next_signal([&] {
+      steps.emplace_back("signalled");
+      return 0;
+    });
+    apply(record);
+    fakes::reset_net_snmp();
+    return steps;
+  }
+};
+
+TEST_F(ClearOrderTest, TheRefreshThreadIsSignalledThenTheNodeGoesThenTheRow) {
+  apply(fault(3, 7, 5));
+  EXPECT_THAT(steps_of(fault(3, 7, 0)), ElementsAre("signalled", "Deleting FaultIndex 7: ", "Deleted\n",
+                                                    "Removed an entry, Total Fault entries:0\n"));
+}
+
+TEST_F(ClearOrderTest, AnUnknownFaultsRowGoesLastToo) {
+  EXPECT_THAT(steps_of(fault(3, 7, 0)),
+              ElementsAre("signalled", "Deleting FaultIndex 7: ", "Deleted\n", "Clearing a Table_entry\n"));
+}
+
+TEST_F(FaultTableTest, NothingIsNotifiedWhileTheFlagIsOff) {
+  for (const int flag : {0, 2}) {
+    needToSendTrapFlag = flag;
+    apply(fault(3, 7, 5));
+    apply(fault(3, 7, 4));
+    apply(fault(3, 7, 0));
+    apply(fault(3, 7, 0));
+  }
+  EXPECT_THAT(fakes::notifications(), IsEmpty());
+}
+
+TEST_F(FaultTableTest, TheRowShowsThePlainTextThatTheNotificationPrefixed) {
+  start_up_with_serial_number("SERIAL-0001");
+  needToSendTrapFlag = 1;
+  const std::string plain = "sys/rack-unit-1/board/cpu-1";
+  apply(fault(3, 7, 5));
+  EXPECT_EQ(notified_affected_object(), "[Serial No: SERIAL-0001] " + plain);
+  EXPECT_EQ(read(5, 7), text(plain));
+  apply(fault(3, 7, 4));
+  EXPECT_EQ(notified_affected_object(), "[Serial No: SERIAL-0001] " + plain);
+  EXPECT_EQ(read(5, 7), text(plain));
+  apply(fault(3, 7, 0));
+  EXPECT_EQ(notified_affected_object(), "[Serial No: SERIAL-0001] " + plain);
+}
+
+TEST_F(FaultTableTest, OneFaultIndexInTwoClassesIsTwoFaults) {
+  apply(fault(3, 7, 5));
+  apply(fault(8, 7, 4));
+  EXPECT_THAT(listed_indexes(), ElementsAre(7, 7));
+  apply(fault(3, 7, 0));
+  EXPECT_EQ(only_row().severity, 4);
+}
+
+TEST_F(FaultTableTest, ClassCodesAbove255AreClassesOfTheirOwn) {
+  start_up();
+  const std::vector<std::uint32_t> classes = {5, 261, 0x10005, 0xFFFFFF05};
+  for (std::size_t i = 0; i < classes.size(); ++i) {
+    apply(fault(classes[i], 7, static_cast<std::uint32_t>(i) + 1));
+  }
+  EXPECT_THAT(listed_indexes(), SizeIs(4));
+  apply(fault(261, 7, 9));
+  EXPECT_THAT(listed_indexes(), SizeIs(4)) << "an update of one of them";
+  for (const std::uint32_t class_code : classes) {
+    apply(fault(class_code, 7, 0));
+  }
+  EXPECT_THAT(listed_indexes(), IsEmpty());
+  EXPECT_EQ(fault_database[5], nullptr);
+}
+
+TEST_F(FaultTableTest, ANullRecordIsRefused) {
+  EXPECT_EQ(populate_fault_table_from_fe(nullptr), -1);
+  EXPECT_THAT(fakes::log_lines(), IsEmpty());
+}
+
+TEST_F(FaultTableTest, ARecordIsDroppedInSilenceWhenThereIsNoMemory) {
+  needToSendTrapFlag = 1;
+  for (const int successes : {0, 1}) {
+    fakes::fail_allocations(successes, 1);
+    apply(fault(3, 7, 5));
+    EXPECT_EQ(fakes::failed_allocations(), successes + 1);
+  }
+  EXPECT_THAT(listed_indexes(), IsEmpty());
+  EXPECT_EQ(fault_database[3], nullptr);
+  EXPECT_THAT(fakes::log_lines(), IsEmpty());
+  EXPECT_THAT(fakes::notifications(), IsEmpty());
+}
+
+TEST_F(FaultTableTest, WithoutADatabaseARecordIsDropped) {
+  EntityNode **const database = std::exchange(fault_database, nullptr);
+  apply(fault(3, 7, 5));
+  EXPECT_THAT(listed_indexes(), IsEmpty());
+  fault_database = database;
+}
+
+TEST_F(FaultTableTest, AnUpdateWaitsForAManagerThatReadsTheRow) {
+  apply(fault(3, 7, 5));
+  const FaultRow before = only_row();
+  needToSendTrapFlag = 1;
+  ASSERT_EQ(acquire_sa_lock(1), 0);  // as a request does from its first row to its end
+  std::thread engine([] { apply(fault(3, 7, 4).text(FAULT_DESCRIPTION, "Changed\0"sv)); });
+  EXPECT_TRUE(fakes::wait_for_notifications(1));
+  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(100);
+  bool untouched = true;
+  while (untouched && std::chrono::steady_clock::now() < end) {
+    untouched = std::memcmp(tavoFaultTable_head, &before, sizeof before) == 0;
+  }
+  EXPECT_TRUE(untouched);
+  release_sa_lock(1);
+  engine.join();
+  EXPECT_EQ(only_row().severity, 4);
+  EXPECT_STREQ(only_row().description.text, "Changed");
+}
+
+TEST_F(FaultTableTest, CreateListsARowWithItsPlainText) {
+  auto *row = static_cast<FaultRow *>(std::calloc(1, sizeof(FaultRow)));
+  row->index = 12;
+  std::fill(std::begin(row->affected_object.text), std::end(row->affected_object.text), 'x');
+  fakes::set_debugging(true);
+  EXPECT_EQ(tavoFaultTable_createEntry(99, row, 0, 11, "plain"), row);
+  const auto traces = fakes::traces();
+  EXPECT_EQ(traces.at(0).text, "tavoFaultTable_createEntry\n");
+  EXPECT_EQ(traces.at(0).source, "tavoFaultTable");
+  EXPECT_EQ(only_row().index, 12U) << "the row has its own index";
+  EXPECT_STREQ(only_row().affected_object.text, "plain");
+  EXPECT_EQ(only_row().affected_object.text[191], '\0') << "zeroed to its end";
+  EXPECT_EQ(only_row().affected_object.length, 5);
+  EXPECT_TRUE(takes_refresh_mark(11));
+}
+
+TEST_F(FaultTableTest, CreateTakesOneLockAfterTheOther) {
+  apply(fault(3, 7, 5));
+  // Held while the mark is set, the list's lock would show up as busy to the thread that holds the inventory lock.
+  acquire_inventory_lock();
+  std::thread engine([] { apply(fault(3, 7, 4)); });
+  ASSERT_TRUE(fakes::wait_for_log("Updated an entry, Total Fault entries:1\n"));
+  EXPECT_EQ(acquire_sa_lock(1), 0);
+  release_sa_lock(1);
+  release_inventory_lock();
+  engine.join();
+  EXPECT_EQ(fault_list_lock.hold_count(), 0);
+}
+
+TEST_F(FaultTableTest, CreateWithoutARowFails) {
+  EXPECT_EQ(tavoFaultTable_createEntry(1, nullptr, 0, 11, "plain"), nullptr);
+  EXPECT_EQ(tavoFaultTable_createEntry(1, nullptr, 1, 11, "plain"), nullptr);
+  EXPECT_THAT(fakes::log_lines(), IsEmpty());
+}
+
+TEST_F(FaultTableTest, RemoveTakesARowFromAnywhereInTheList) {
+  for (const std::uint32_t index : {1U, 2U, 3U}) {
+    apply(fault(3, index, 5));
+  }
+  free_entity_nodes();
+  fakes::reset_net_snmp();
+  EXPECT_EQ(tavoFaultTable_removeEntry(tavoFaultTable_head->next), 0);
+  EXPECT_THAT(listed_indexes(), ElementsAre(3, 1));
+  EXPECT_EQ(tavoFaultTable_removeEntry(tavoFaultTable_head), 0);
+  EXPECT_THAT(listed_indexes(), ElementsAre(1));
+  EXPECT_THAT(fakes::log_texts(),
+              ElementsAre("Removed an entry, Total Fault entries:2\n", "Removed an entry, Total Fault entries:1\n"));
+}
+
+TEST_F(FaultTableTest, RemoveTracesItsEntry) {
+  apply(fault(3, 1, 5));
+  free_entity_nodes();
+  fakes::set_debugging(true);
+  tavoFaultTable_removeEntry(tavoFaultTable_head);
+  const fakes::Trace entry = fakes::traces().at(0);
+  EXPECT_EQ(entry.function, "tavoFaultTable_removeEntry");
+  EXPECT_EQ(entry.source, "tavoFaultTable");
+  EXPECT_EQ(entry.text, "tavoFaultTable_removeEntry\n");
+}
+
+TEST_F(FaultTableTest, RemoveLeavesANullOrAStrangersRowAlone) {
+  apply(fault(3, 1, 5));
+  fakes::reset_net_snmp();
+  FaultRow stranger = {};
+  EXPECT_EQ(tavoFaultTable_removeEntry(nullptr), 0);
+  EXPECT_EQ(tavoFaultTable_removeEntry(&stranger), 0);
+  EXPECT_THAT(listed_indexes(), ElementsAre(1));
+  EXPECT_THAT(fakes::log_lines(), IsEmpty());
+}
+
+TEST_F(FaultTableTest, RemoveGivesBackTheErrorOfItsLock) {
+  apply(fault(3, 1, 5));
+  fakes::fail_next_mutex_call(EINVAL);
+  EXPECT_EQ(tavoFaultTable_removeEntry(tavoFaultTable_head), EINVAL);
+  EXPECT_THAT(listed_indexes(), ElementsAre(1));
+}
+
+TEST_F(FaultTableTest, ClearRemovesAndCountsEveryRow) {
+  for (const std::uint32_t index : {1U, 2U, 3U}) {
+    apply(fault(3, index, 5));
+  }
+  free_entity_nodes();
+  fakes::reset_net_snmp();
+  EXPECT_EQ(clear_fault_table_entries(), 0);
+  EXPECT_EQ(clear_fault_table_entries(), 0);
+  EXPECT_EQ(tavoFaultTable_head, nullptr);
+  EXPECT_THAT(fakes::log_lines(), ElementsAre(LogLine{LOG_DEBUG, "Removed 3 fault entries\n"},
+                                              LogLine{LOG_DEBUG, "Removed 0 fault entries\n"}));
+  apply(fault(3, 1, 5));
+  EXPECT_EQ(fakes::log_texts().back(), "Added an entry, Total Fault entries:1\n") << "the count went down accordingly";
+}
+
+using FaultDatabaseTest = FaultTableTest;
+
+TEST_F(FaultDatabaseTest, TellsRaiseUpdateAndClearApart) {
+  FaultRow *row = nullptr;
+  EXPECT_EQ(lookup_and_modify_fault_table(fault(3, 7, 5).data(), &row), 2);
+  const std::unique_ptr<FaultRow, decltype(&std::free)> owned(row, &std::free);
+  ASSERT_NE(row, nullptr);
+  FaultRow *again = nullptr;
+  EXPECT_EQ(lookup_and_modify_fault_table(fault(3, 7, 1).data(), &again), 1);
+  EXPECT_EQ(again, row);
+  EXPECT_EQ(lookup_and_modify_fault_table(fault(3, 7, 0).data(), &again), 3);
+  EXPECT_EQ(again, row);
+  delete_entity_node(fault(3, 7, 0).data(), row);
+  EXPECT_EQ(lookup_and_modify_fault_table(fault(3, 7, 0).data(), &again), 4);
+  ASSERT_NE(again, nullptr);
+  delete_entity_node(fault(3, 7, 0).data(), again);
+  std::free(again);
+}
+
+TEST_F(FaultDatabaseTest, WithoutMemoryThereIsNoRow) {
+  for (const int successes : {0, 1}) {
+    FaultRow stranger = {};
+    FaultRow *row = &stranger;
+    fakes::fail_allocations(successes, 1);
+    EXPECT_EQ(lookup_and_modify_fault_table(fault(3, 7, 5).data(), &row), 0);
+    EXPECT_EQ(row, nullptr);
+  }
+}
+
+TEST_F(FaultDatabaseTest, NewNodesStandAtTheHeadOfTheirBucket) {
+  apply(fault(3, 7, 5));
+  apply(fault(3, 8, 5));
+  ASSERT_NE(fault_database[3], nullptr);
+  EXPECT_EQ(fault_database[3]->row->index, 8U);
+  EXPECT_EQ(fault_database[3]->next->row->index, 7U);
+  EXPECT_EQ(fault_database[3]->next->next, nullptr);
+  EXPECT_EQ(fault_database[7], nullptr);
+}
+
+TEST_F(FaultDatabaseTest, DeleteFreesTheNodeAndNotTheRow) {
+  apply(fault(3, 7, 5));
+  apply(fault(3, 8, 5));
+  fakes::reset_net_snmp();
+  delete_entity_node(fault(3, 7, 5).data(), nullptr);
+  EXPECT_THAT(listed_indexes(), ElementsAre(8, 7));
+  EXPECT_EQ(fault_database[3]->next, nullptr);
+  delete_entity_node(fault(3, 7, 5).data(), nullptr);
+  EXPECT_THAT(fakes::log_lines(),
+              ElementsAre(LogLine{LOG_DEBUG, "Deleting FaultIndex 7: "}, LogLine{LOG_DEBUG, "Deleted\n"},
+                          LogLine{LOG_DEBUG, "Deleting FaultIndex 7: "}, LogLine{LOG_DEBUG, "Not found\n"}));
+}
+
+TEST_F(FaultDatabaseTest, AFaultIndexIsLoggedSigned) {
+  delete_entity_node(fault(3, 0xFFFFFFFF, 5).data(), nullptr);
+  EXPECT_EQ(fakes::log_texts().front(), "Deleting FaultIndex -1: ");
+}
+
+TEST_F(FaultDatabaseTest, ANodeIsZeroed) {
+  auto *node = static_cast<EntityNode *>(create_entity_node());
+  ASSERT_NE(node, nullptr);
+  EXPECT_EQ(node->row, nullptr);
+  EXPECT_EQ(node->next, nullptr);
+  std::free(node);
+  fakes::fail_allocations(0, 1);
+  EXPECT_EQ(create_entity_node(), nullptr);
+}
+
+TEST_F(FaultDatabaseTest, FreeingCountsEveryNodeOfEveryBucket) {
+  for (const std::uint32_t class_code : {0U, 3U, 255U, 511U}) {
+    apply(fault(class_code, 7, 5));
+  }
+  EXPECT_EQ(free_entity_nodes(), 4);
+  EXPECT_EQ(free_entity_nodes(), 0);
+  EXPECT_THAT(std::vector(fault_database, fault_database + fault_bucket_count), Each(nullptr));
+}
+
+}  // namespace
+}  // namespace tavo

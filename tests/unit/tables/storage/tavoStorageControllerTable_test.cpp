@@ -1,0 +1,150 @@
+#include "tables/storage/tavoStorageControllerTable.h"
+
+#include <gmock/gmock.h>
+
+#include <array>
+#include <string>
+
+#include "tests/fakes/allocation.h"
+#include "tests/fakes/net_snmp.h"
+#include "tests/fixtures/storage_tables_fixture.h"
+#include "tests/harness/golden.h"
+
+namespace tavo {
+namespace {
+
+using fakes::controller;
+using fakes::gauge;
+using fakes::integer;
+using fakes::rows;
+using fakes::text;
+using testing::Each;
+using testing::IsEmpty;
+
+constexpr std::array<oid, 12> table = {1, 3, 6, 1, 4, 1, 61453, 4, 207, 1, 45, 1};
+
+class StorageControllerTableTest : public fakes::StorageTableTest {};
+
+TEST_F(StorageControllerTableTest, ServesEveryColumnOfEveryController) {
+  init_tavoStorageControllerTable();
+  rebuild({controller("SLOT-4")
+               .number(STOR_CONTROLLER_ID, 0xFFFFFFFE)
+               .number(STOR_CONTROLLER_FAULTY, 7)
+               .text(STOR_CONTROLLER_DESCRIPTION, "Plug-in RAID controller")
+               .text(STOR_CONTROLLER_COLUMN_13, "fw 3.1")
+               .text(STOR_CONTROLLER_COLUMN_14, "SERIAL-0041")
+               .text(STOR_CONTROLLER_COLUMN_17, "Tavo")
+               .text(STOR_CONTROLLER_COLUMN_19, "HBA"),
+           controller("").number(STOR_CONTROLLER_ID, 5)});
+  fakes::expect_table(table, {
+                                 {2, 1, text("sys/rack-unit-1/board/storage-SAS-SLOT-4")},
+                                 {3, 1, text("storage-SAS-SLOT-4")},
+                                 {4, 1, gauge(0xFFFFFFFE)},
+                                 {5, 1, text("Plug-in RAID controller")},
+                                 {6, 1, integer(2)},
+                                 {7, 1, integer(2)},
+                                 {8, 1, text("unknown")},
+                                 {9, 1, text("SLOT-4")},
+                                 {10, 1, integer(0)},
+                                 {11, 1, integer(0)},
+                                 {12, 1, integer(10)},
+                                 {13, 1, text("fw 3.1")},
+                                 {14, 1, text("SERIAL-0041")},
+                                 {15, 1, integer(0)},
+                                 {16, 1, integer(1)},
+                                 {17, 1, text("Tavo")},
+                                 {18, 1, integer(0)},
+                                 {19, 1, text("HBA")},
+                                 {2, 2, text("sys/rack-unit-1/board/storage-SAS-SAS")},
+                                 {3, 2, text("storage-SAS-SAS")},
+                                 {4, 2, gauge(5)},
+                                 {5, 2, text("unknown")},
+                                 {6, 2, integer(1)},
+                                 {7, 2, integer(1)},
+                                 {8, 2, text("unknown")},
+                                 {9, 2, text("SAS")},
+                                 {10, 2, integer(0)},
+                                 {11, 2, integer(0)},
+                                 {12, 2, integer(10)},
+                                 {13, 2, text("unknown")},
+                                 {14, 2, text("unknown")},
+                                 {15, 2, integer(0)},
+                                 {16, 2, integer(1)},
+                                 {17, 2, text("unknown")},
+                                 {18, 2, integer(0)},
+                                 {19, 2, text("unknown")},
+                             });
+  const auto beside = fakes::get({fakes::cell(table, 1, 1), fakes::cell(table, 20, 1), fakes::cell(table, 2, 3)});
+  ASSERT_EQ(beside.answers.size(), 3U);
+  EXPECT_EQ(beside.answers[0].value, fakes::no_such_object);
+  EXPECT_EQ(beside.answers[1].value, fakes::no_such_object);
+  EXPECT_EQ(beside.answers[2].value, fakes::no_such_instance);
+}
+
+TEST_F(StorageControllerTableTest, RowsStandNewestFirst) {
+  rebuild({controller("A"), controller("B"), controller("C")});
+  ASSERT_EQ(rows(tavoStorageControllerTable_head), 3U);
+  EXPECT_EQ(tavoStorageControllerTable_head->index, 3U);
+  EXPECT_STREQ(tavoStorageControllerTable_head->location, "C");
+}
+
+TEST_F(StorageControllerTableTest, TheOnBoardControllerHasADoubledName) {
+  rebuild({controller("")});
+  EXPECT_STREQ(tavoStorageControllerTable_head->dn, "sys/rack-unit-1/board/storage-SAS-SAS");
+  EXPECT_STREQ(tavoStorageControllerTable_head->rn, "storage-SAS-SAS");
+}
+
+TEST_F(StorageControllerTableTest, TextsThatFillTheirFieldsAreCut) {
+  rebuild({controller(std::string(64, 'l'))
+               .text(STOR_CONTROLLER_DESCRIPTION, std::string(128, 'd'))
+               .text(STOR_CONTROLLER_COLUMN_13, std::string(32, 'm'))
+               .text(STOR_CONTROLLER_COLUMN_14, std::string(32, 'n'))
+               .text(STOR_CONTROLLER_COLUMN_17, std::string(32, 'q'))
+               .text(STOR_CONTROLLER_COLUMN_19, std::string(64, 's'))});
+  const auto &row = *tavoStorageControllerTable_head;
+  EXPECT_EQ(row.dn, "sys/rack-unit-1/board/storage-SAS-" + std::string(29, 'l')) << "63 characters";
+  EXPECT_EQ(row.rn, "storage-SAS-" + std::string(41, 'l')) << "53 characters";
+  EXPECT_EQ(row.description, std::string(63, 'd'));
+  EXPECT_EQ(row.location, std::string(57, 'l'));
+  EXPECT_EQ(row.column_13, std::string(32, 'm'));
+  EXPECT_EQ(row.column_14, std::string(32, 'n'));
+  EXPECT_EQ(row.column_17, std::string(32, 'q'));
+  EXPECT_EQ(row.column_19, std::string(63, 's'));
+}
+
+TEST_F(StorageControllerTableTest, AnyNonzeroFaultWordCounts) {
+  rebuild({controller("").number(STOR_CONTROLLER_FAULTY, 0x01000000)});
+  EXPECT_EQ(tavoStorageControllerTable_head->column_6, 2);
+  EXPECT_EQ(tavoStorageControllerTable_head->column_7, 2);
+}
+
+TEST_F(StorageControllerTableTest, TheBuilderAddsUnlessItIsToldToRefresh) {
+  load({controller("A"), controller("B")});
+  EXPECT_EQ(initialize_controller_table(0), 1);
+  EXPECT_EQ(initialize_controller_table(0), 1);
+  EXPECT_EQ(rows(tavoStorageControllerTable_head), 4U);
+  EXPECT_EQ(initialize_controller_table(1), 1);
+  EXPECT_EQ(rows(tavoStorageControllerTable_head), 2U);
+  free_stor_info(head_stor_ptr);
+}
+
+TEST_F(StorageControllerTableTest, WithoutASnapshotTheBuilderOnlyRemoves) {
+  rebuild({controller("A")});
+  EXPECT_EQ(initialize_controller_table(0), -1);
+  EXPECT_EQ(rows(tavoStorageControllerTable_head), 1U);
+  EXPECT_EQ(initialize_controller_table(1), -1);
+  EXPECT_EQ(rows(tavoStorageControllerTable_head), 0U);
+  EXPECT_THAT(fakes::log_lines(), IsEmpty());
+}
+
+TEST_F(StorageControllerTableTest, WithoutMemoryForTheScratchRowNothingIsAdded) {
+  load({controller("A")});
+  fakes::fail_allocations(0, 1);
+  EXPECT_EQ(initialize_controller_table(0), -1);
+  EXPECT_EQ(rows(tavoStorageControllerTable_head), 0U);
+  EXPECT_THAT(fakes::log_lines(), IsEmpty());
+  free_stor_info(head_stor_ptr);
+}
+
+}  // namespace
+}  // namespace tavo
