@@ -73,6 +73,12 @@ void answer_next_signal(std::function<int()> answer) {
   signal_answer = std::move(answer);
 }
 
+void reset_mutexes() {
+  next_error = 0;
+  lock_call = nullptr;
+  signal_answer = nullptr;
+}
+
 Destructions::Destructions() {
   recorded_count = 0;
   recording = true;

@@ -25,6 +25,9 @@ const void *last_signalled_condition();
 // The calling thread's next pthread_cond_signal calls `answer` instead and returns its result.
 void answer_next_signal(std::function<int()> answer);
 
+// Every call of the calling thread is real again.
+void reset_mutexes();
+
 // While it lives, pthread_mutex_destroy, pthread_cond_destroy and pthread_attr_destroy record what they are called with
 // and leave it as it is. One at a time.
 class Destructions {

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <mutex>
 
+#include "tests/harness/started_threads.h"
+
 namespace tavo::fakes {
 namespace {
 
@@ -24,6 +26,13 @@ std::vector<CreatedThread> created_threads() {
 std::vector<pthread_t> joined_threads() {
   const std::scoped_lock lock(mutex);
   return joined;
+}
+
+int unjoined_threads() {
+  const std::scoped_lock lock(mutex);
+  return static_cast<int>(std::ranges::count_if(created, [](const CreatedThread &thread) {
+    return thread.detach_state == PTHREAD_CREATE_JOINABLE && std::ranges::count(joined, thread.handle) == 0;
+  }));
 }
 
 void start_no_threads() {
@@ -68,6 +77,7 @@ int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attributes, v
     return creation_error;
   }
   if (starting) {
+    tavo::note_started_thread();
     if (const int error = __real_pthread_create(thread, attributes, start_routine, argument); error != 0) {
       return error;
     }
@@ -81,8 +91,11 @@ int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attributes, v
   if (attributes != nullptr) {
     pthread_attr_getdetachstate(attributes, &detach_state);
   }
-  created.push_back(
-      {.attributes = attributes, .detach_state = detach_state, .start_routine = start_routine, .argument = argument});
+  created.push_back({.handle = *thread,
+                     .attributes = attributes,
+                     .detach_state = detach_state,
+                     .start_routine = start_routine,
+                     .argument = argument});
   return 0;
 }
 

@@ -8,6 +8,7 @@
 namespace tavo::fakes {
 
 struct CreatedThread {
+  pthread_t handle;
   const pthread_attr_t *attributes;
   int detach_state;
   void *(*start_routine)(void *);
@@ -28,6 +29,9 @@ void fail_thread_creation(int error);
 
 // From now on pthread_join returns `error`. The thread is joined all the same, so that none outlives its test.
 void fail_thread_join(int error);
+
+// Threads that were created joinable and not joined, those that were never started among them.
+int unjoined_threads();
 
 // Back to real threads, and no records.
 void reset_threads();

@@ -6,10 +6,10 @@
 
 namespace tavo {
 
-// Polls until the condition holds; false when it does not within 20 seconds.
+// Polls until the condition holds; false when it does not within the limit.
 template <class Condition>
-bool eventually(Condition condition) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+bool eventually(Condition condition, std::chrono::seconds limit = std::chrono::seconds(20)) {
+  const auto deadline = std::chrono::steady_clock::now() + limit;
   for (;;) {
     // Looked at first: a condition that has come true while this thread got no processor has come in time.
     const bool late = std::chrono::steady_clock::now() > deadline;

@@ -18,6 +18,7 @@
 #include "tests/fakes/mutexes.h"
 #include "tests/fakes/net_snmp.h"
 #include "tests/fixtures/module_fixture.h"
+#include "tests/harness/threaded.h"
 
 namespace tavo {
 namespace {

@@ -12,6 +12,7 @@
 #include "tests/fakes/net_snmp.h"
 #include "tests/fakes/threads.h"
 #include "tests/fixtures/module_fixture.h"
+#include "tests/harness/threaded.h"
 
 namespace tavo {
 namespace {
@@ -85,7 +86,16 @@ void *leave_from_within(void *) {
   });
 }
 
-class BackgroundThreadTest : public fakes::ModuleTest {};
+class BackgroundThreadTest : public fakes::ModuleTest {
+ protected:
+  BackgroundThreadTest() {
+    sample.clear_run_flag();
+    units_of_work = 0;
+    left_from_within = false;
+    destroyed_before.clear();
+    destroyed_after.clear();
+  }
+};
 
 TEST_F(BackgroundThreadTest, RunsFromCreateToStop) {
   EXPECT_FALSE(sample.is_running());

@@ -10,6 +10,7 @@
 #include "core/access_lock.h"
 #include "tests/fakes/mutexes.h"
 #include "tests/fixtures/module_fixture.h"
+#include "tests/harness/threaded.h"
 
 namespace tavo {
 namespace {

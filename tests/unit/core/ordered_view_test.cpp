@@ -14,6 +14,7 @@
 #include "tests/fixtures/module_fixture.h"
 #include "tests/fixtures/sample_table.h"
 #include "tests/harness/manager.h"
+#include "tests/harness/threaded.h"
 
 namespace tavo {
 namespace {

@@ -14,6 +14,7 @@
 
 #include "tests/fakes/files.h"
 #include "tests/fixtures/module_fixture.h"
+#include "tests/harness/threaded.h"
 
 namespace tavo {
 namespace {

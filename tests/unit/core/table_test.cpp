@@ -12,6 +12,7 @@
 #include "tests/fixtures/sample_table.h"
 #include "tests/fixtures/sample_table_fixture.h"
 #include "tests/harness/manager.h"
+#include "tests/harness/threaded.h"
 
 namespace tavo {
 namespace {

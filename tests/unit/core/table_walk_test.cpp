@@ -8,6 +8,7 @@
 #include "tests/fakes/mutexes.h"
 #include "tests/fixtures/sample_table.h"
 #include "tests/fixtures/sample_table_fixture.h"
+#include "tests/harness/threaded.h"
 
 namespace tavo {
 namespace {

@@ -27,6 +27,7 @@
 
 #include "host/exit_status.h"
 #include "tests/harness/eventually.h"
+#include "tests/harness/threaded.h"
 
 namespace tavo {
 namespace {

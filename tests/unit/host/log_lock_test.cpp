@@ -16,6 +16,8 @@
 #include <thread>
 #include <vector>
 
+#include "tests/harness/threaded.h"
+
 namespace {
 
 using testing::IsEmpty;

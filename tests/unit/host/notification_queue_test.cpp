@@ -8,6 +8,8 @@
 #include <thread>
 #include <vector>
 
+#include "tests/harness/threaded.h"
+
 namespace tavo {
 namespace {
 

@@ -26,6 +26,7 @@
 #include "tables/storage/tavoStorageRaidBatteryTable.h"
 #include "tests/fakes/clock.h"
 #include "tests/fakes/files.h"
+#include "tests/fakes/mutexes.h"
 #include "tests/fakes/net_snmp.h"
 #include "tests/fakes/shell.h"
 #include "tests/fakes/signals.h"
@@ -33,6 +34,8 @@
 #include "tests/fakes/threads.h"
 #include "tests/fixtures/module_fixture.h"
 #include "tests/fixtures/storage_snapshot.h"
+#include "tests/harness/own_process.h"
+#include "tests/harness/threaded.h"
 #include "threads/event_thread.h"
 #include "threads/inventory_thread.h"
 #include "threads/stor_event_thread.h"
@@ -53,8 +56,10 @@ using testing::StartsWith;
 
 class StartUpTest : public fakes::ModuleTest {
  protected:
-  // The fault database lives as long as the thread.
-  ~StartUpTest() override { join_FE_thread(); }
+  ~StartUpTest() override {
+    const fakes::Destructions kept;  // the inventory lock
+    close_subagent_modules();
+  }
 
   // The lines that end a step, without what the steps themselves have to say of tools that are missing here.
   static std::vector<std::string> steps_done() {
@@ -91,6 +96,9 @@ TEST_F(StartUpTest, EveryStepIsLoggedInItsOrder) {
 
 // Nothing answers here: no tool, no sensor, no FRU area.
 TEST_F(StartUpTest, WithEveryToolMissingTheWaitsAreThoseOfTheTriesAndNoMore) {
+  if (tavo::ran_in_a_process_of_its_own()) {
+    return;
+  }
   fakes::start_no_threads();
   std::vector<std::pair<std::string, unsigned>> waits;  // of each step that waits, in seconds
   unsigned waited = 0;
@@ -212,8 +220,9 @@ class TestTrapThreadTest : public fakes::ModuleTest {
     sigset_t signals;
     sigemptyset(&signals);
     sigaddset(&signals, SIGUSR1);
-    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    pthread_sigmask(SIG_BLOCK, &signals, &mask_before_);
   }
+  ~TestTrapThreadTest() override { pthread_sigmask(SIG_SETMASK, &mask_before_, nullptr); }
 
   void start() {
     ASSERT_EQ(pthread_create(&test_trap_thread, nullptr, SendTestTrap, nullptr), 0);
@@ -221,9 +230,15 @@ class TestTrapThreadTest : public fakes::ModuleTest {
   }
 
   static void signal_thread() { pthread_kill(test_trap_thread, SIGUSR1); }
+
+ private:
+  sigset_t mask_before_ = {};
 };
 
 TEST_F(TestTrapThreadTest, EverySignalIsServedOnce) {
+  if (tavo::ran_in_a_process_of_its_own()) {
+    return;
+  }
   start();
   signal_thread();
   ASSERT_TRUE(fakes::wait_for_sigwait(2));
@@ -241,6 +256,9 @@ TEST_F(TestTrapThreadTest, EverySignalIsServedOnce) {
 }
 
 TEST_F(TestTrapThreadTest, EverySignalSendsTheSameTestNotificationAndTheOneAfterAStopALastOne) {
+  if (tavo::ran_in_a_process_of_its_own()) {
+    return;
+  }
   start();
   signal_thread();
   ASSERT_TRUE(fakes::wait_for_sigwait(2));
@@ -288,6 +306,7 @@ TEST_F(TestTrapThreadTest, AnEmptyHandleIsAFailedJoin) {
 using ShutDownTest = TestTrapThreadTest;
 
 TEST_F(ShutDownTest, JoinsEveryThreadInItsOrder) {
+  const fakes::Destructions kept;  // the inventory lock
   stop_test_trap_thread();
   start();
   const pthread_t started = test_trap_thread;
@@ -303,6 +322,10 @@ TEST_F(ShutDownTest, JoinsEveryThreadInItsOrder) {
 }
 
 TEST_F(ShutDownTest, WaitsForAThreadThatWasNotStopped) {
+  if (tavo::ran_in_a_process_of_its_own()) {
+    return;
+  }
+  const fakes::Destructions kept;  // the inventory lock
   start();
   std::atomic<bool> closed = false;
   std::thread daemon([&] {

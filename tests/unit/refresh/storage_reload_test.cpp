@@ -19,6 +19,7 @@
 #include "tests/fakes/net_snmp.h"
 #include "tests/fixtures/storage_tables_fixture.h"
 #include "tests/harness/eventually.h"
+#include "tests/harness/threaded.h"
 
 namespace tavo {
 namespace {

@@ -13,6 +13,7 @@
 #include "tests/fakes/net_snmp.h"
 #include "tests/fixtures/module_fixture.h"
 #include "tests/harness/eventually.h"
+#include "tests/harness/threaded.h"
 
 namespace tavo {
 namespace {

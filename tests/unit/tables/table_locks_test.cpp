@@ -30,6 +30,7 @@
 #include "tables/storage/tavoStorageRaidBatteryTable.h"
 #include "tests/fixtures/module_fixture.h"
 #include "tests/fixtures/sample_table.h"
+#include "tests/harness/threaded.h"
 
 namespace tavo {
 namespace {

@@ -19,6 +19,7 @@
 #include "tests/fakes/threads.h"
 #include "tests/fixtures/cmc_thread_fixture.h"
 #include "tests/harness/eventually.h"
+#include "tests/harness/threaded.h"
 #include "threads/cmc_thread.h"
 
 namespace tavo {

@@ -15,6 +15,7 @@
 #include "tests/fakes/mutexes.h"
 #include "tests/fakes/threads.h"
 #include "tests/fixtures/fault_table_fixture.h"
+#include "tests/harness/threaded.h"
 
 namespace tavo {
 namespace {

@@ -36,6 +36,7 @@
 #include "tests/fakes/threads.h"
 #include "tests/fixtures/module_fixture.h"
 #include "tests/fixtures/storage_snapshot.h"
+#include "tests/harness/threaded.h"
 
 namespace tavo {
 namespace {
@@ -44,7 +45,10 @@ using fakes::LogLine;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-class InventoryThreadTest : public fakes::ModuleTest {};
+class InventoryThreadTest : public fakes::ModuleTest {
+ protected:
+  const fakes::Destructions destroyed_;  // the inventory lock outlives the thread's end
+};
 
 TEST_F(InventoryThreadTest, IsCreatedJoinableAndSaysSo) {
   fakes::start_no_threads();
@@ -57,6 +61,7 @@ TEST_F(InventoryThreadTest, IsCreatedJoinableAndSaysSo) {
   EXPECT_EQ(fakes::traces()[0].function, "create_inventory_thread");
   EXPECT_EQ(fakes::traces()[0].source, "inventory_refresh.c");
   EXPECT_EQ(fakes::traces()[0].text, "create_inventory_thread: Creating Inventory thread\n");
+  join_inventory_thread();
 }
 
 TEST_F(InventoryThreadTest, AFailureToCreateItIsLogged) {
@@ -66,7 +71,6 @@ TEST_F(InventoryThreadTest, AFailureToCreateItIsLogged) {
 }
 
 TEST_F(InventoryThreadTest, StopAndJoinSaySoAndDestroyTheInventoryLock) {
-  const fakes::Destructions destroyed;
   fakes::start_no_threads();
   acquire_inventory_lock();
   signal_inventory_condition(8);
@@ -75,8 +79,8 @@ TEST_F(InventoryThreadTest, StopAndJoinSaySoAndDestroyTheInventoryLock) {
   stop_inventory_thread();
   EXPECT_EQ(join_inventory_thread(), 0);
   EXPECT_THAT(fakes::log_texts(), ElementsAre("Stopping InventoryThread\n", "InventoryThread exited\n"));
-  ASSERT_EQ(destroyed.so_far().size(), 3U) << "the condition, its mutex, the thread's attributes";
-  EXPECT_EQ(destroyed.so_far()[0], fakes::last_signalled_condition());
+  ASSERT_EQ(destroyed_.so_far().size(), 3U) << "the condition, its mutex, the thread's attributes";
+  EXPECT_EQ(destroyed_.so_far()[0], fakes::last_signalled_condition());
 }
 
 TEST_F(InventoryThreadTest, AFailedJoinIsLoggedAndTheRestIsDone) {

@@ -10,6 +10,7 @@
 #include "tests/fakes/storage_client.h"
 #include "tests/fakes/threads.h"
 #include "tests/fixtures/module_fixture.h"
+#include "tests/harness/threaded.h"
 
 namespace tavo {
 namespace {

@@ -18,6 +18,7 @@
 #include "tests/fakes/allocation.h"
 #include "tests/fakes/mutexes.h"
 #include "tests/fixtures/fault_table_fixture.h"
+#include "tests/harness/threaded.h"
 
 namespace tavo {
 namespace {

@@ -15,6 +15,7 @@
 #include "tests/fakes/net_snmp.h"
 #include "tests/fixtures/processor_table_fixture.h"
 #include "tests/harness/golden.h"
+#include "tests/harness/threaded.h"
 
 namespace tavo {
 namespace {

@@ -1,0 +1,39 @@
+#include "tests/fixtures/module_locks.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest-spi.h>
+
+#include "core/access_lock.h"
+#include "tests/fixtures/module_fixture.h"
+
+namespace tavo {
+namespace {
+
+class ModuleLocksTest : public fakes::ModuleTest {};
+
+TEST_F(ModuleLocksTest, ALockThatIsHeldFailsAndIsReleased) {
+  acquire_sa_lock(1);
+  get_ev_lock(41);
+  acquire_inventory_lock();
+  testing::TestPartResultArray failures;
+  {
+    const testing::ScopedFakeTestPartResultReporter reporter(&failures);
+    fakes::expect_all_locks_free();
+  }
+  ASSERT_EQ(failures.size(), 3);
+  EXPECT_STREQ(failures.GetTestPartResult(0).message(), "Failed\nThe test leaves the subagent lock 1 held.");
+  EXPECT_STREQ(failures.GetTestPartResult(1).message(), "Failed\nThe test leaves the ev lock 41 held.");
+  EXPECT_STREQ(failures.GetTestPartResult(2).message(), "Failed\nThe test leaves the inventory lock held.");
+  fakes::expect_all_locks_free();
+}
+
+TEST_F(ModuleLocksTest, ALockThatIsDestroyedFailsAndWorksAgain) {
+  destroy_ev_resource(5);
+  EXPECT_NONFATAL_FAILURE(fakes::expect_all_locks_free(), "destroys the ev lock 5");
+  EXPECT_EQ(get_ev_lock(5), 0);
+  EXPECT_EQ(release_ev_lock(5), 0);
+  fakes::expect_all_locks_free();
+}
+
+}  // namespace
+}  // namespace tavo

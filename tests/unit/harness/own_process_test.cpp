@@ -1,0 +1,57 @@
+#include "tests/harness/own_process.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest-spi.h>
+
+namespace tavo {
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+int tests_begun = 0;
+
+TEST(OwnProcessTest, StartsAnew) {
+  ++tests_begun;
+  if (ran_in_a_process_of_its_own()) {
+    return;
+  }
+  EXPECT_EQ(tests_begun, 1);
+}
+
+TEST(OwnProcessTest, SeesNothingOfTheTestsBefore) {
+  ++tests_begun;
+  if (ran_in_a_process_of_its_own()) {
+    return;
+  }
+  EXPECT_EQ(tests_begun, 1);
+}
+
+TEST(OwnProcessTest, AFailureThereIsAFailureHere) {
+  if (is_a_process_of_its_own()) {
+    ADD_FAILURE() << "said there";
+    return;
+  }
+  EXPECT_NONFATAL_FAILURE(EXPECT_TRUE(ran_in_a_process_of_its_own()), "said there");
+}
+
+TEST(OwnProcessTest, ACrashThereIsAFailureHere) {
+  if (is_a_process_of_its_own()) {
+    _exit(0);
+  }
+  EXPECT_NONFATAL_FAILURE(EXPECT_TRUE(ran_in_a_process_of_its_own()), "");
+}
+
+TEST(OwnProcessTest, ASkippedTestHasNotPassed) {
+  if (is_a_process_of_its_own()) {
+    GTEST_SKIP();
+  }
+  EXPECT_NONFATAL_FAILURE(EXPECT_TRUE(ran_in_a_process_of_its_own()), "");
+}
+
+TEST(OwnProcessTest, AnUnknownTestHasNotPassed) {
+  EXPECT_FALSE(run_in_a_process_of_its_own("OwnProcessTest.NoSuchTest").passed);
+}
+
+}  // namespace
+}  // namespace tavo
