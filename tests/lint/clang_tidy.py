@@ -1,8 +1,8 @@
 #!/usr/bin/python3
-"""clang_tidy.py SOURCE_DIR BUILD_DIR DIRECTORY...: fails when clang-tidy has something to say about a tracked C or C++
-source below these directories, or about the headers it includes.
+"""clang_tidy.py SOURCE_DIR BUILD_DIR DIRECTORY...: fails when clang-tidy reports anything in the tracked C and C++ sources
+below these directories, or in the headers that they include.
 
-A source takes seconds, so what was found clean is remembered in BUILD_DIR/tidy, under a digest of everything the result
+A source takes seconds, so clean ones are remembered in BUILD_DIR/tidy, under a digest of everything that the result
 depends on: the source and all that it includes, the compile command, .clang-tidy and clang-tidy's version.
 """
 
@@ -21,7 +21,7 @@ SKIPPED = 77
 
 
 def without_precompiled_header(command):
-    """g++'s precompiled headers are of no use to clang; the sources include what they need in any case."""
+    """clang cannot read g++'s precompiled headers, and the sources include what they need anyway."""
     while "-include" in command:
         at = command.index("-include")
         command = command[:at] + command[at + 2 :]
@@ -29,7 +29,7 @@ def without_precompiled_header(command):
 
 
 def read_files(build):
-    """What the compiler has read for each object file, by the object's name within the build tree."""
+    """The files that the compiler read for each object file, by the object's path in the build tree."""
     listing = subprocess.run(["ninja", "-C", build, "-t", "deps"], check=True, capture_output=True, text=True).stdout
     found = {}
     for block in listing.split("\n\n"):
@@ -39,7 +39,10 @@ def read_files(build):
 
 
 def commands(build):
-    """Compile command and files read of each source that is built, by its absolute path; leaves a copy for clang-tidy."""
+    """{absolute path of a source: (its compile command, the files that the compiler read)} for all sources built.
+
+    Writes the commands to BUILD_DIR/tidy as well, where clang-tidy looks for them.
+    """
     entries = json.loads((build / "compile_commands.json").read_text())
     for entry in entries:
         entry["arguments"] = without_precompiled_header(shlex.split(entry.pop("command")))
@@ -98,7 +101,7 @@ def main(source, build, directories):
             print("not compiled by this build:", path)
     paths = [path for path in paths if path in known]
     if not paths:
-        print("no source to check")
+        print("there is no source to check")
         return 1
     with concurrent.futures.ThreadPoolExecutor(JOBS) as pool:
         clean = list(pool.map(lambda path: is_clean(path, *known[path], settings, build), paths))
