@@ -1,5 +1,6 @@
-// A request that waits for a rebuild. Control line: "hold SECONDS" holds the lock that guards BASE.4.0 (always 42);
-// BASE.5.0 (always 43) needs no lock. "waiting" in the log: a request has reached the lock.
+// Makes requests wait, as during a table's rebuild. The order "hold SECONDS" holds the lock that guards BASE.4.0
+// (always 42); BASE.5.0 (always 43) needs no lock. Logs "holding" when it has the lock, and "waiting" before a request
+// takes it.
 #include <net-snmp/net-snmp-config.h>
 
 #include <net-snmp/net-snmp-includes.h>
@@ -12,6 +13,8 @@
 #include <mutex>
 
 #include "control.h"
+
+namespace tavo {
 
 namespace {
 
@@ -54,3 +57,5 @@ extern "C" int init_subagent_modules() {
   });
   return 0;
 }
+
+}  // namespace tavo

@@ -1,7 +1,9 @@
-// Needs a function that the platform's library provides, and says in the log what it returns.
+// Calls a function of the platform's library, and logs what it returns.
 #include <net-snmp/net-snmp-config.h>
 
 #include <net-snmp/net-snmp-includes.h>
+
+namespace tavo {
 
 extern "C" {
 
@@ -12,3 +14,5 @@ int init_subagent_modules() {
   return 0;
 }
 }
+
+}  // namespace tavo

@@ -1,5 +1,5 @@
-// Sends numbered notifications from a thread of its own, as fast as it can. Control lines: "send FIRST COUNT OCTETS";
-// "kinds" sends one of each kind that there is. Serves the number sent so far at BASE.1.0.
+// Sends notifications from a thread of its own. The order "send FIRST COUNT OCTETS" sends numbered ones as fast as it
+// can, each padded with that many octets; "kinds" sends one of each kind. Serves the number sent so far at BASE.1.0.
 #include <net-snmp/net-snmp-config.h>
 
 #include <net-snmp/net-snmp-includes.h>
@@ -11,6 +11,8 @@
 #include <sstream>
 
 #include "control.h"
+
+namespace tavo {
 
 namespace {
 
@@ -33,7 +35,7 @@ void send_notification(unsigned long number, std::size_t octets) {
   snmp_free_varbind(varbinds);
 }
 
-// Through both functions, with every type of value, and with a context and without.
+// Uses both sending functions and every type of value, with and without a context.
 void send_kinds() {
   const oid trap_oid[] = {1, 3, 6, 1, 6, 3, 1, 1, 4, 1, 0};
   const oid enterprise[] = {1, 3, 6, 1, 4, 1, 61453, 1, 3301};
@@ -92,3 +94,5 @@ extern "C" int init_subagent_modules() {
   });
   return 0;
 }
+
+}  // namespace tavo

@@ -1,6 +1,6 @@
-// The real module's processor table, rebuilt without pause by a thread of its own. The module's path is in the
-// environment variable REBUILT_MODULE; 32 processors stand in this library, each cell a function of its column and row.
-// Says in the log how many rebuilds there were and how many of them failed.
+// Loads the real module, whose path is in the environment variable REBUILT_MODULE, and rebuilds its processor table
+// without pause on a thread of its own. This library provides 32 processors, and each cell follows from its column and
+// row. At the close it logs how many rebuilds there were, and how many failed.
 #include <dlfcn.h>
 
 #include <net-snmp/net-snmp-config.h>
@@ -15,6 +15,8 @@
 #include <thread>
 
 #include "platform/inventory.h"
+
+namespace tavo {
 
 namespace {
 
@@ -64,7 +66,7 @@ int GetCPUInfo(void *, int size, const inventory_range *, void *records) {
 }
 
 int init_subagent_modules() {
-  // The module looks for the inventory among the names that everybody sees.
+  // Makes the inventory functions above visible to the module, which looks them up among the global names.
   Dl_info self;
   dladdr(reinterpret_cast<void *>(&GetCPUItems), &self);
   dlopen(self.dli_fname, RTLD_NOW | RTLD_NOLOAD | RTLD_GLOBAL);
@@ -92,3 +94,5 @@ int close_subagent_modules() {
 }
 }
 #pragma GCC visibility pop
+
+}  // namespace tavo

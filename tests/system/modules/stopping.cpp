@@ -1,5 +1,5 @@
-// Records how the daemon starts and stops a module: each call is a line in the log. With TEST_MODULE_STUCK set,
-// closing never ends, as when a thread waits for an event that does not come.
+// Logs how the daemon starts and stops a module, one line per call. With TEST_MODULE_STUCK set, the close never
+// returns, as when a thread waits for an event that does not come.
 #include <net-snmp/net-snmp-config.h>
 
 #include <net-snmp/net-snmp-includes.h>
@@ -10,6 +10,8 @@
 #include <atomic>
 #include <csignal>
 #include <cstdlib>
+
+namespace tavo {
 
 extern "C" {
 
@@ -61,3 +63,5 @@ int close_subagent_modules() {
   return 0;
 }
 }
+
+}  // namespace tavo

@@ -1,9 +1,11 @@
-// Runs shell commands from a thread, as the real module does. Control line: the command.
+// Runs shell commands on a thread, as the real module does. Each order is a command.
 #include <net-snmp/net-snmp-config.h>
 
 #include <net-snmp/net-snmp-includes.h>
 
 #include "control.h"
+
+namespace tavo {
 
 extern "C" int init_subagent_modules() {
   obey_control_lines([](const std::string &line) {
@@ -12,3 +14,5 @@ extern "C" int init_subagent_modules() {
   });
   return 0;
 }
+
+}  // namespace tavo
