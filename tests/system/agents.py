@@ -1,7 +1,7 @@
-"""The programs that system tests run, each as an object that starts, is waited for and stops.
+"""The programs that system tests run, each an object that starts the program, waits for it and stops it.
 
-The build tree under test is TAVO_BUILD_DIR (default: build/release). Programs are started in a directory of their own,
-on loopback ports found free, with net-snmp's persistent files kept inside that directory.
+TAVO_BUILD_DIR names the build tree under test (default: build/release). Programs listen on free loopback ports, and run
+in a directory of the test's own, which also holds net-snmp's persistent files.
 """
 
 import os
@@ -19,16 +19,16 @@ TEST_MODULES = BUILD / "test-modules"
 SNMPD = shutil.which("snmpd") or "/usr/sbin/snmpd"
 SNMPTRAPD = shutil.which("snmptrapd") or "/usr/sbin/snmptrapd"
 
-# Where the test modules of tests/system/modules serve.
+# The subtree that the modules in tests/system/modules serve.
 TEST_BASE = "1.3.6.1.4.1.61453.4.207.200"
 
-# Beyond the chassis link's port, and below those that the kernel gives to clients.
+# Above the chassis link's port, below those that the kernel gives to clients.
 PORTS = range(26_000, 32_000)
-_reservations = []  # abstract Unix sockets, which every test run of the machine sees
+_reservations = []  # abstract Unix sockets: every test run on the machine sees them
 
 
 def free_port(kind=socket.SOCK_DGRAM):
-    """A loopback port that nobody uses. It is this process's until that ends: test runs beside it pass it over."""
+    """A free loopback port, reserved until this process ends: other test runs skip it."""
     for port in random.sample(PORTS, len(PORTS)):
         reservation = socket.socket(socket.AF_UNIX)
         with socket.socket(socket.AF_INET, kind) as probe:
@@ -44,43 +44,44 @@ def free_port(kind=socket.SOCK_DGRAM):
 
 
 def wait_until(condition, timeout=60, what="condition"):
-    """Polls until condition() is true and returns its value; fails the test after `timeout` seconds."""
+    """Polls until condition() is true, and returns its value. Fails the test after `timeout` seconds."""
     deadline = time.monotonic() + timeout
     while True:
-        late = time.monotonic() > deadline  # read first: what holds by now is not too late because we are
+        # Read the clock before the condition: if we were held up, the condition may still have come true in time.
+        late = time.monotonic() > deadline
         value = condition()
         if value:
             return value
         if late:
-            raise AssertionError(f"not within {timeout} s: {what}")
+            raise AssertionError(f"{what}: not within {timeout} s")
         time.sleep(0.02)
 
 
 def wait_for_sigwait(pid, number):
-    """Waits until a thread of the process sits in sigwait() for a signal that all its threads block."""
+    """Waits until a thread of the process sits in sigwait() for this signal, which all its threads block."""
     def sits():
-        # Only there the kernel shows it as not blocked.
+        # The kernel shows a blocked signal as unblocked only while a thread waits for it.
         masks = re.findall(r"SigBlk:\s*(\w+)", "".join(
             status.read_text() for status in pathlib.Path(f"/proc/{pid}/task").glob("*/status")))
         return any(not int(mask, 16) & 1 << (number - 1) for mask in masks)
-    wait_until(sits, what=f"a thread that waits for signal {number}")
+    wait_until(sits, what=f"a thread waiting for signal {number}")
 
 
 def environment(directory, **extra):
-    """The environment for a net-snmp program: no MIB texts, persistent files inside `directory`."""
+    """The environment of a net-snmp program: no MIB modules, persistent files in `directory`."""
     return {**os.environ, "MIBS": "", "SNMP_PERSISTENT_DIR": str(directory), **extra}
 
 
 class Program:
-    """A running program whose output goes to a file."""
+    """A running program. Its output goes to NAME.log in `directory`."""
 
     def __init__(self, directory, name, command, **extra_environment):
         self.directory = pathlib.Path(directory)
         self.log_file = self.directory / f"{name}.log"
-        # A program started again goes on in the same file; what an earlier one wrote is not its log.
+        # A restarted program appends to the same file; log() returns only what this one wrote.
         self._log_start = self.log_file.stat().st_size if self.log_file.exists() else 0
         self.command = [str(word) for word in command]
-        # It must not outlive a test run that is killed.
+        # Ends the program when the test run is killed.
         bound_to_us = ["setpriv", "--pdeathsig", "TERM", "--", *self.command]
         with open(self.log_file, "ab") as log:
             self.process = subprocess.Popen(bound_to_us, stdin=subprocess.DEVNULL, stdout=log, stderr=log,
@@ -97,7 +98,7 @@ class Program:
         """Waits until the log holds `count` matches of the pattern."""
         def logged():
             if self.process.poll() is not None and len(re.findall(pattern, self.log())) < count:
-                raise AssertionError(f"{self.command[0]} left with {self.process.returncode}:\n{self.log()}")
+                raise AssertionError(f"{self.command[0]} exited with {self.process.returncode}:\n{self.log()}")
             return len(re.findall(pattern, self.log())) >= count
         wait_until(logged, timeout, f"{pattern!r} in {self.log_file}")
 
@@ -105,11 +106,11 @@ class Program:
         self.process.send_signal(number)
 
     def wait(self, timeout=60):
-        """The exit status, once the program has left by itself."""
+        """Waits until the program ends by itself. Returns its exit status."""
         return self.process.wait(timeout)
 
     def stop(self):
-        """Asks the program to stop, and makes it."""
+        """Ends the program, by force after 15 s. Returns its exit status."""
         if self.process.poll() is None:
             self.process.terminate()
             try:
@@ -125,14 +126,14 @@ class Program:
 
 
 class Master(Program):
-    """Debian's snmpd as AgentX master. `address` is where managers ask, `agentx` where subagents connect."""
+    """Debian's snmpd as AgentX master. Managers ask it at `address`, subagents connect to `agentx`."""
 
     def __init__(self, directory, configuration, udp_port=None, trap_destination=None):
         directory = pathlib.Path(directory)
         self.port = udp_port or free_port()
         self.address = f"127.0.0.1:{self.port}"
         self.agentx = f"unix:{directory}/agentx"
-        # snmpd removes the socket only when it stops in an orderly way.
+        # A killed snmpd leaves its socket behind.
         (directory / "agentx").unlink(missing_ok=True)
         text = pathlib.Path(configuration).read_text()
         text = re.sub(r"(?m)^agentXSocket .*$", f"agentXSocket {self.agentx}", text)
@@ -141,14 +142,15 @@ class Master(Program):
             text += f"trap2sink {trap_destination} public\n"
         file = directory / "master.conf"
         file.write_text(text)
-        super().__init__(directory, "snmpd", [SNMPD, "-f", "-C", "-c", file, "-I", "-smux", "-Lo", f"udp:{self.address}"])
+        super().__init__(directory, "snmpd",
+                         [SNMPD, "-f", "-C", "-c", file, "-I", "-smux", "-Lo", f"udp:{self.address}"])
         self.wait_for_log("NET-SNMP version")
 
 
 class Daemon(Program):
-    """snmp-subagentd. With `master` its subagent, otherwise an agent of its own at `address` (community public).
+    """snmp-subagentd: a subagent of `master`, or without one an agent of its own at `address`, community public.
 
-    Started ones are ready: the constructor waits for the readiness that the daemon reports to systemd.
+    Unless `ready` is false, the constructor returns once the daemon has reported to systemd that it is ready.
     """
 
     def __init__(self, directory, module=None, master=None, platforms=(), options=(), configuration="", ready=True,
@@ -170,7 +172,7 @@ class Daemon(Program):
         for library in platforms:
             command += ["--platform", library]
         command += options
-        # A test module reads its orders here.
+        # Test modules read their orders here.
         self.control = directory / "control"
         if not self.control.exists():
             os.mkfifo(self.control)
@@ -179,7 +181,7 @@ class Daemon(Program):
         self._notifications = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
         self._notifications.bind(str(notify))
         self._notifications.setblocking(False)
-        self.states = []  # what was reported to systemd, in order
+        self.states = []  # everything that the daemon has reported to systemd, in order
         super().__init__(directory, "subagentd", command, NOTIFY_SOCKET=str(notify),
                          TEST_MODULE_CONTROL=str(self.control), **extra_environment)
         if ready:
@@ -195,12 +197,12 @@ class Daemon(Program):
             except BlockingIOError:
                 pass
             if left and self.states.count(state) < count:
-                raise AssertionError(f"the daemon left with {self.process.returncode}:\n{self.log()}")
+                raise AssertionError(f"the daemon exited with {self.process.returncode}:\n{self.log()}")
             return self.states.count(state) >= count
         wait_until(reported, timeout, f"{state} from the daemon:\n{self.log()}")
 
     def order(self, line):
-        """Gives the test module one line."""
+        """Sends the test module one line."""
         with open(self.control, "w") as control:
             control.write(line + "\n")
 
@@ -212,9 +214,9 @@ class Daemon(Program):
 
 
 class TrapCollector(Program):
-    """snmptrapd: received() is one line of text per notification, in the order of arrival, snmpd's own included.
+    """snmptrapd. received() has one line per notification, in the order of arrival, including those of snmpd itself.
 
-    It listens on TCP, where nothing can be lost between the agent and it.
+    It listens on TCP, which loses nothing.
     """
 
     def __init__(self, directory):
@@ -228,25 +230,26 @@ class TrapCollector(Program):
         self.wait_for_log("NET-SNMP version")
 
     def wait_for_end_of_connections(self):
-        """Waits until all has arrived that senders sent who have left by now."""
+        """Waits until no sender is connected any more: everything they sent has then arrived."""
         port = self.destination.rpartition(":")[2]
         end, listening = f":{int(port):04X}", "0A"
 
         def only_listens():
             lines = [line.split() for line in pathlib.Path("/proc/net/tcp").read_text().splitlines()]
             return [state for _, local, _, state, *_ in lines if local.endswith(end)] == [listening]
-        wait_until(only_listens, what=f"no connection to {self.destination}")
+        wait_until(only_listens, what=f"the end of all connections to {self.destination}")
 
     def received(self):
         return [line for line in self.log().splitlines() if line.startswith("TRAP ")]
 
 
 def snmp(tool, address, *arguments, options=(), timeout=60, retries=0, check=True):
-    """Runs snmpget, snmpwalk and their like on a community-public agent; the lines that it prints, with numeric OIDs."""
-    command = [tool, "-v2c", "-c", "public", "-On", "-t", str(timeout), "-r", str(retries), *options, address, *arguments]
+    """Runs snmpget, snmpwalk or the like (community public, numeric OIDs). Returns the lines that it prints."""
+    command = [tool, "-v2c", "-c", "public", "-On", "-t", str(timeout), "-r", str(retries), *options, address,
+               *arguments]
     result = subprocess.run(command, capture_output=True, text=True, env={**os.environ, "MIBS": ""})
     if check and result.returncode != 0:
-        raise AssertionError(f"{' '.join(command)} left with {result.returncode}: {result.stdout}{result.stderr}")
+        raise AssertionError(f"{' '.join(command)} exited with {result.returncode}: {result.stdout}{result.stderr}")
     return result.stdout.splitlines()
 
 

@@ -1,4 +1,4 @@
-"""Fixtures for the system tests; the programs themselves are in agents.py."""
+"""Fixtures of the system tests. The programs that they start are in agents.py and server.py."""
 
 import shutil
 import sys
@@ -12,7 +12,7 @@ sys.path.insert(0, str(pathlib.Path(__file__).parent))
 
 @pytest.fixture
 def directory():
-    """A directory for one test, with a path short enough for Unix sockets. Its logs are printed when the test fails."""
+    """A directory for one test. Its path is short enough for Unix sockets."""
     path = pathlib.Path(tempfile.mkdtemp(prefix="tavo-"))
     yield path
     shutil.rmtree(path, ignore_errors=True)
@@ -20,7 +20,10 @@ def directory():
 
 @pytest.fixture
 def start(directory):
-    """start(Daemon, ...): starts a program of agents.py in the test's directory and stops it at the test's end."""
+    """start(Daemon, ...) starts a program in the test's directory. It is stopped when the test ends.
+
+    The ends of all logs are printed then; pytest shows them if the test fails.
+    """
     running = []
 
     def start_program(kind, *arguments, **settings):

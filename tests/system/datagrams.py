@@ -1,15 +1,16 @@
-"""Notifications as they come off the wire: a collector fast enough for a storm, and a reader of what it has collected."""
+"""Notifications as they come off the wire: a collector fast enough for a storm, and a decoder for what it collects."""
 
 import functools
 import socket
 import threading
 import time
 
-SEQUENCE, INTEGER, OCTETS, OID, NOTIFICATION = 0x30, 0x02, 0x04, 0x06, 0xA7
+INTEGER, OCTETS, OID, NOTIFICATION = 0x02, 0x04, 0x06, 0xA7
+SO_RCVBUFFORCE = 33  # like SO_RCVBUF, but exceeds the system's limit; the socket module does not have it
 
 
 def element(octets, at=0):
-    """Tag, content and end of the BER element at `at`."""
+    """Tag, content and end offset of the BER element at offset `at`."""
     tag, length, at = octets[at], octets[at + 1], at + 2
     if length & 0x80:
         count = length & 0x7F
@@ -18,13 +19,14 @@ def element(octets, at=0):
 
 
 def elements(octets):
+    """(tag, content) of each BER element."""
     at = 0
     while at < len(octets):
         tag, content, at = element(octets, at)
         yield tag, content
 
 
-@functools.cache  # a storm has few names and many notifications
+@functools.cache  # a storm repeats a few names in many notifications
 def oid(content):
     numbers, number = [], 0
     for octet in content:
@@ -37,7 +39,7 @@ def oid(content):
 
 
 def each_varbind(datagram):
-    """(name, value) of an SNMPv2c notification's varbinds; numbers as int, OIDs as text, all else as octets."""
+    """(name, value) of each varbind of an SNMPv2c notification: numbers as int, OIDs as text, strings as bytes."""
     _, message, _ = element(datagram)
     pdu = [content for tag, content in elements(message) if tag == NOTIFICATION][0]
     for _, varbind in elements(list(elements(pdu))[3][1]):
@@ -53,23 +55,23 @@ def each_varbind(datagram):
 
 
 def varbinds(datagram):
-    """Name -> value of an SNMPv2c notification."""
+    """{name: value} of an SNMPv2c notification."""
     return dict(each_varbind(datagram))
 
 
 class Collector:
-    """Takes datagrams as they come, with the time of each, and reads them later."""
+    """Receives datagrams on a thread of its own, and keeps them undecoded, with the time of each."""
 
-    room = 512 * 1024 * 1024
+    receive_buffer = 512 * 1024 * 1024
 
     def __init__(self):
         self._socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
         self._socket.bind(("127.0.0.1", 0))
         self._socket.settimeout(0.2)
         try:
-            self._socket.setsockopt(socket.SOL_SOCKET, 33, self.room)  # SO_RCVBUFFORCE: beyond the system's limit
+            self._socket.setsockopt(socket.SOL_SOCKET, SO_RCVBUFFORCE, self.receive_buffer)
         except PermissionError:
-            self._socket.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, self.room)
+            self._socket.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, self.receive_buffer)
         self.destination = "udp:127.0.0.1:%d" % self._socket.getsockname()[1]
         self.datagrams = []
         self.times = []

@@ -1,4 +1,4 @@
-"""Managers that walk a daemon's tables without end."""
+"""Managers that walk a daemon's tables again and again, beside what a test does."""
 
 import re
 import subprocess
@@ -8,10 +8,10 @@ from agents import environment
 
 
 class Managers:
-    """Several that walk a subtree again and again, each with a pause between its walks.
+    """Eight managers that walk a subtree until stop(), each with a pause of `pause` seconds between its walks.
 
-    Rows come and go under a walk, so what it shows is not compared. `last` is what every whole walk shows the last of:
-    the start of an OID's text. walks and values count; failures has the ends of those that broke off.
+    Rows come and go during a walk, so values are counted but not compared. A walk is complete when it shows an object
+    below the OID `last`. `failures` has the end of the output of each incomplete or failed walk.
     """
 
     count = 8

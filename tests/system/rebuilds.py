@@ -1,8 +1,8 @@
-"""The rebuilds that a daemon has made, read from its log, with the simulated time of each.
+"""Reads from a daemon's log which tables it has rebuilt, and when on its own clock.
 
-Most tables leave a trace for each row that they make. Where a table says nothing, something beside it speaks: a platform
-library in front of the simulator's (modules/rebuild_witness.cpp) for the fan and board tables, and for the rack unit a
-tool that never finds the server's description, which the module complains about once a rebuild.
+Most tables trace each row that they create. The fan and board tables do not: a platform library in front of the
+simulator's (modules/rebuild_witness.cpp) logs a call that each makes once per rebuild. Nor does the rack unit: here a
+tool never finds the server's description, so the module logs a failure once per rebuild.
 """
 
 import datetime
@@ -13,14 +13,14 @@ from typing import NamedTuple
 from agents import TEST_MODULES
 from server import SCENARIO, ServedDaemon, Server
 
-# What a pass rebuilds when it is time, in this order; the supplies take part in the first three only.
+# A periodic refresh rebuilds these tables in this order, then the supplies (only the first three times) and the LEDs.
 PERIODIC = ["memory", "memory temperatures", "processors", "processor temperatures", "rack unit", "board power",
             "board temperatures", "adaptors"]
 BOARD_STATISTICS = ["board power", "board temperatures"]
 STORAGE = ["controllers", "disks", "volumes", "batteries"]
 SUPPLY_REFRESHES = 3
 
-# Log line -> what it tells, and how many such lines one rebuild leaves on the server of `quiet_scenario`.
+# {log line: (its event, how many such lines one rebuild leaves on the server of quiet_scenario())}
 LINES = {
     "witness: the last sensor is read": ("fans", 1),
     "witness: the board area is read": ("board", 1),
@@ -51,10 +51,10 @@ class Event(NamedTuple):
 
 
 def timed_lines(log):
-    """(seconds of the daemon's clock, text) of every line, without the token of a trace. The daemon's zone is UTC.
+    """(seconds on the daemon's clock, text without a trace's token) of each line. The daemon must run in UTC.
 
-    A trace is written in two steps, token and text. Another thread, or a tool, may write between them, and what comes
-    last then stands on a line of its own, without token and perhaps without a time stamp: it has that of the line before.
+    net-snmp writes a trace in two steps, token and text. Another thread or a tool may write in between. The text then
+    has a line of its own, perhaps without a time stamp: it gets that of the line before.
     """
     time = None
     for line in log.splitlines():
@@ -66,12 +66,12 @@ def timed_lines(log):
 
 
 def events(daemon):
-    """Rebuilds and requests since the refresh thread has started, in order. A rebuild's time is that of its last row."""
-    told = [(time, *LINES[text]) for time, text in timed_lines(daemon.log()) if text in LINES]
+    """Requests and rebuilds in order since the refresh thread started. A rebuild's time is that of its last row."""
+    traced = [(time, *LINES[text]) for time, text in timed_lines(daemon.log()) if text in LINES]
     found = []
-    for (what, lines), run in itertools.groupby(told, key=lambda line: line[1:]):
+    for (what, lines), run in itertools.groupby(traced, key=lambda line: line[1:]):
         times = [time for time, *_ in run]
-        # The log may end within a rebuild; that one is not counted.
+        # A rebuild that is not finished at the end of the log does not count.
         found += [Event(time, what) for time in times[lines - 1::lines]]
     start = next((at for at, event in enumerate(found) if event.what == "start"), len(found))
     return found[start:]
@@ -82,13 +82,13 @@ def names(found):
 
 
 def periodic_refresh(number, without=()):
-    """What the periodic refresh of this number (from 1) rebuilds in a pass that has rebuilt `without` already."""
+    """What periodic refresh `number` (from 1) rebuilds, apart from the tables in `without`."""
     supplies = ["supplies"] if number <= SUPPLY_REFRESHES else []
     return [what for what in [*PERIODIC, *supplies, "leds"] if what not in without]
 
 
 def quiet_scenario(directory, drift=0):
-    """A server without faults: nothing asks for a refresh unless a test does."""
+    """Writes the scenario of a server without faults, so that only a test's own actions request refreshes."""
     text = SCENARIO.read_text()
     text = re.sub(r"(?ms)^faults:\n.*?(?=^\S)", "", text)
     text = re.sub(r"drift: \d+", f"drift: {drift}", text)
@@ -98,7 +98,7 @@ def quiet_scenario(directory, drift=0):
 
 
 class WatchedServer(Server):
-    """A quiet server whose tool does not find the server's description."""
+    """A quiet server on which datactl does not find the server's description."""
 
     def __init__(self, directory, drift=0):
         super().__init__(directory, scenario=quiet_scenario(directory, drift))
@@ -110,7 +110,7 @@ class WatchedServer(Server):
 
 
 class WatchedDaemon(ServedDaemon):
-    """A daemon whose log tells every rebuild, with time stamps of its own clock."""
+    """A daemon that logs every rebuild, with time stamps of its own clock."""
 
     def __init__(self, directory, server, speed, configuration="", **settings):
         super().__init__(directory, server, speed=speed, options=["-D", "snmp-subagentd"],

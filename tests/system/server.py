@@ -1,4 +1,4 @@
-"""The simulated server, booted in namespaces of its own, and the module's daemon on it."""
+"""The simulated server, booted in its own namespaces, and the daemon that runs on it with the real module."""
 
 import contextlib
 import os
@@ -13,7 +13,10 @@ BOOT = ROOT / "simulator/boot"
 MODULE = BUILD / "libsnmpextmibmodule.so"
 PLATFORM = BUILD / "libbmcsim.so"
 SCENARIO = ROOT / "simulator/scenarios/rack-server.yaml"
-SD_TRIGGER = "Got the trigger from VELT"  # in the log, once for each rebuild of the SD-card tables
+# Fault classes for which the simulator has no word.
+UNREFRESHED_CLASS = 4  # no table is rebuilt for it
+STORAGE_CLASS = 209  # 208 to 211 all mean storage
+SD_TRIGGER = "Got the trigger from VELT"  # logged once per rebuild of the SD-card tables
 
 
 def children_of(pid):
@@ -22,7 +25,7 @@ def children_of(pid):
 
 
 def descendant(pid, name):
-    """The living process of this name that `pid` has become or has started, None as long as there is none."""
+    """The id of the live process of this name: `pid` itself, or one that it has started. None if there is none yet."""
     try:
         comm, state = re.match(r"\d+ \((.*)\) (\w)", pathlib.Path(f"/proc/{pid}/stat").read_text()).groups()
         if comm == name[:15] and state != "Z":
@@ -33,54 +36,54 @@ def descendant(pid, name):
 
 
 def at_speed(speed):
-    """Words that run a command with a clock `speed` times as fast."""
+    """The words to put before a command so that its clock runs `speed` times as fast."""
     library = next(pathlib.Path("/usr/lib").glob("*/faketime/libfaketimeMT.so.1"))
     return ["env", f"LD_PRELOAD={library}", f"FAKETIME=+0 x{speed}"]
 
 
 class Server(Program):
-    """A booted server. A warm boot, unless it is told otherwise: the daemon then sends no start-up notification."""
+    """A booted server. Unless `cold`, the boot is warm, and the daemon sends no start-up notification."""
 
     def __init__(self, directory, scenario=SCENARIO, cold=False):
         self.state = pathlib.Path(directory) / "server"
         command = [BOOT, "--build", BUILD, "--bind", directory, "--state", self.state, "--scenario", scenario]
         super().__init__(directory, "server", [*command, *(["--cold"] if cold else []), "--", "sleep", "infinity"])
-        wait_until(lambda: self.process.poll() is None and self.run("bmcsim", "ctl", "ping", check=False).returncode == 0,
-                   what="the simulated server")
+        wait_until(lambda: self.process.poll() is None and
+                   self.run("bmcsim", "ctl", "ping", check=False).returncode == 0, what="the simulated server")
 
     def entered(self, *command):
-        """The command line that runs a command on the server."""
+        """The command line that runs `command` on the server."""
         return [BOOT, "--build", BUILD, "--enter", self.state, "--", *command]
 
     def run(self, *command, check=True):
         result = subprocess.run([str(word) for word in self.entered(*command)], capture_output=True, text=True)
         if check and result.returncode != 0:
-            raise AssertionError(f"{command} left with {result.returncode}: {result.stdout}{result.stderr}")
+            raise AssertionError(f"{command} exited with {result.returncode}: {result.stdout}{result.stderr}")
         return result
 
     def ctl(self, *words):
         return self.run("bmcsim", "ctl", *words).stdout
 
     def wait_for_listeners(self, count=1):
-        """Waits until so many daemons are told of faults and of storage events.
+        """Waits until `count` daemons listen for faults and for storage events.
 
-        A daemon that serves may not listen yet, and its table of faults is full before it does.
+        A daemon starts to listen some time after it is ready, and fills its fault table before.
         """
         listening = f"broadcaster: {count} listeners\nstorage events: {count} listeners\n"
         wait_until(lambda: self.ctl("show", "faults").endswith(listening), what=listening)
 
     def wait_for_sd_listener(self, daemon):
-        """Waits until the daemon is told of changes of the SD cards, which makes one rebuild of their tables."""
+        """Waits until the daemon listens for changes of the SD cards. Makes it rebuild their tables once."""
         wait_until(lambda: "1 of 1" in self.ctl("sd-trigger", "1"), what="the SD-card socket")
         daemon.wait_for_log(SD_TRIGGER)
 
     def kill_services(self):
-        """SIGKILL for bmcsim: the server's services vanish, its files stay."""
+        """Kills bmcsim: the server's services vanish, its files stay."""
         os.kill(descendant(self.pid, "bmcsim"), signal.SIGKILL)
         wait_until(lambda: descendant(self.pid, "bmcsim") is None, what="the end of bmcsim")
 
     def services(self, scenario=SCENARIO):
-        """The command line that brings the services up again, with a scenario of their own."""
+        """The command line that starts the services again, with another scenario if wanted."""
         return self.entered("bmcsim", "serve", scenario)
 
 
@@ -95,7 +98,7 @@ class ServedDaemon(Daemon):
     def pid(self):
         def found():
             if self.process.poll() is not None:
-                raise ProcessLookupError(f"the daemon left with {self.process.returncode}:\n{self.log()}")
+                raise ProcessLookupError(f"the daemon exited with {self.process.returncode}:\n{self.log()}")
             return descendant(self.process.pid, "snmp-subagentd")
         return wait_until(found, what="the daemon's process")
 
@@ -103,7 +106,7 @@ class ServedDaemon(Daemon):
         os.kill(self.pid, number)
 
     def stop(self):
-        # The program that entered the namespace does not pass signals on.
+        # The program that entered the namespaces does not forward signals.
         with contextlib.suppress(ProcessLookupError, subprocess.TimeoutExpired):
             self.signal(signal.SIGTERM)
             self.process.wait(60)

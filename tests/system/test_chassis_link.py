@@ -1,6 +1,7 @@
-"""The chassis link of the real module on the simulated server, as the chassis management controller sees it.
+"""The chassis link, as the chassis management controller sees it: what it gets when, and what happens to slow clients.
 
-Its port is fixed, so these tests run on a network of their own, and no other user of the port is in their way.
+The real module runs on the simulated server. The link's port is fixed, so these tests run in a network namespace of
+their own, where nobody else can hold the port.
 """
 
 import contextlib
@@ -27,18 +28,18 @@ PORT = 25678
 CLONE_NEWUSER, CLONE_NEWNET = 0x10000000, 0x40000000
 SIOCSIFFLAGS, IFF_UP = 0x8914, 1
 SPEED = 20
-# The daemon waits 5 s of its clock for the link's end, and then leaves without it: some of ours for a busy machine.
+# At stop the daemon gives the link 5 s of its clock and then leaves without it. A slow clock suits a busy machine.
 STOP_SPEED = 2
 
 BLOCK = b"the block\0\xff\n"
 LARGE_BLOCK = bytes((i * 31 >> 3) & 0xff for i in range(200_000))
-MODEL = f"{OBJECTS}.9.35.1.2.1"  # a cell that stands from the start
+RACK_UNIT_DN = f"{OBJECTS}.9.35.1.2.1"  # a cell that is there from the start
 SEND_ENDED = "Send (successful|failed)"
 
 
 @pytest.fixture(scope="module", autouse=True)
 def private_network():
-    """For this process and all that it starts from now on; system tests need no more than loopback."""
+    """A network namespace for this process and all that it starts from now on. Loopback is enough for these tests."""
     unshare = ctypes.CDLL(None, use_errno=True).unshare
     user, group = os.geteuid(), os.getegid()
     if user == 0:
@@ -49,13 +50,13 @@ def private_network():
             for name, line in (("setgroups", "deny"), ("uid_map", f"0 {user} 1"), ("gid_map", f"0 {group} 1")):
                 pathlib.Path("/proc/self", name).write_text(line)
     if failed:
-        pytest.skip(f"no network of one's own: {os.strerror(ctypes.get_errno())}")
+        pytest.skip(f"cannot create a network namespace: {os.strerror(ctypes.get_errno())}")
     with socket.socket() as any_socket:
         fcntl.ioctl(any_socket, SIOCSIFFLAGS, struct.pack("16sh22x", b"lo", IFF_UP))
 
 
 class LinkedDaemon(ServedDaemon):
-    """The daemon with a chassis block."""
+    """The daemon with a chassis block, and so with the chassis link."""
 
     def __init__(self, directory, server, block=BLOCK, speed=SPEED):
         self.block_file = pathlib.Path(directory) / "block"
@@ -63,7 +64,7 @@ class LinkedDaemon(ServedDaemon):
         super().__init__(directory, server, speed, options=["--chassis-block", self.block_file])
 
     def write_block(self, content):
-        """Puts the file in the place of whatever is there."""
+        """Replaces the block's file, or whatever is in its place, by a rename."""
         draft = self.block_file.with_suffix(".draft")
         draft.write_bytes(content)
         if self.block_file.is_dir():
@@ -71,26 +72,28 @@ class LinkedDaemon(ServedDaemon):
         draft.rename(self.block_file)
 
     def lines(self, pattern):
+        """How often the pattern is in the log."""
         return len(re.findall(pattern, self.log()))
 
     def hang_up(self):
-        """SIGHUP; returns when the daemon has taken it."""
+        """Sends SIGHUP and waits until the daemon has handled it."""
         taken = self.states.count("READY=1")
         self.signal(signal.SIGHUP)
         self.wait_for_state("READY=1", count=taken + 1)
 
     def replace_block(self, content):
+        """Has the daemon read a new block, and waits until it is in place."""
         replaced = self.lines("octets from .* now")
         self.write_block(content)
         self.hang_up()
         self.wait_for_log("octets from .* now", count=replaced + 1)
 
     def assert_it_answers(self):
-        assert snmpget(self.address, MODEL) == [f'.{MODEL} = STRING: "sys/rack-unit-1"']
+        assert snmpget(self.address, RACK_UNIT_DN) == [f'.{RACK_UNIT_DN} = STRING: "sys/rack-unit-1"']
 
 
 def connected(receive_buffer):
-    """A socket that has connected to the link, None while nobody listens."""
+    """A socket connected to the link, or None if nobody listens."""
     peer = socket.socket()
     if receive_buffer:
         peer.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, receive_buffer)
@@ -105,7 +108,7 @@ def connected(receive_buffer):
 
 @contextlib.contextmanager
 def client(receive_buffer=None):
-    """A connection to the link, perhaps still in its backlog. The link's thread may be about to open the port."""
+    """A connection to the link, perhaps still in its backlog. Waits for the link's thread to open the port."""
     with wait_until(lambda: connected(receive_buffer), what="the link's port") as peer:
         yield peer
 
@@ -120,29 +123,31 @@ def receive(peer, size):
 
 
 def receive_all(peer):
-    """What comes up to the end of the connection."""
+    """Everything that arrives until the link closes the connection."""
     return b"".join(iter(lambda: peer.recv(65536), b""))
 
 
 def reset(peer):
+    """Closes the connection with a reset instead of an orderly end."""
     peer.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
     peer.close()
 
 
-def send_stands_still(daemon, peer):
-    """Waits until the link can send no more to a peer that does not read. How many sends had ended before."""
+def wait_for_stuck_send(daemon, peer):
+    """Waits until the link cannot send any more to a peer that does not read. Returns how many sends ended before."""
     ended = daemon.lines(SEND_ENDED)
     arrived = [-1]
 
     def stands_still():
         arrived.append(struct.unpack("i", fcntl.ioctl(peer, termios.FIONREAD, bytes(4)))[0])
         return 0 < arrived[-1] == arrived[-2]
-    wait_until(stands_still, what="a send that stands still")
+    wait_until(stands_still, what="a stuck send")
     assert daemon.lines(SEND_ENDED) == ended
     return ended
 
 
 def resources(daemon):
+    """How many descriptors and how many threads the daemon has."""
     return [len(os.listdir(f"/proc/{daemon.pid}/{kind}")) for kind in ("fd", "task")]
 
 
@@ -163,7 +168,7 @@ class TestWhileItServes:
         yield running
         print(running.log()[-2000:])
 
-    def test_a_client_gets_the_block_when_it_connects_and_after_each_message(self, daemon):
+    def test_block_is_sent_on_connect_and_per_message(self, daemon):
         with client() as peer:
             assert receive(peer, len(BLOCK)) == BLOCK
             peer.sendall(b"again")
@@ -171,18 +176,19 @@ class TestWhileItServes:
             peer.shutdown(socket.SHUT_WR)
             assert receive_all(peer) == b""
 
-    def test_a_burst_of_three_thousand_octets_brings_at_most_three_whole_blocks_more(self, daemon):
+    def test_burst_is_answered_with_whole_blocks(self, daemon):
         with client() as peer:
             assert receive(peer, len(BLOCK)) == BLOCK
             peer.sendall(b"x" * 3000)
             peer.shutdown(socket.SHUT_WR)
             received = receive_all(peer)
+        # One block for each read, and a read takes at most 1,024 octets.
         assert received in (BLOCK, BLOCK * 2, BLOCK * 3)
 
-    def test_a_client_that_does_not_read_holds_up_neither_the_agent_nor_sighup(self, daemon):
+    def test_slow_reader_delays_neither_agent_nor_sighup(self, daemon):
         daemon.replace_block(LARGE_BLOCK)
         with client(receive_buffer=4096) as peer:
-            ended = send_stands_still(daemon, peer)
+            ended = wait_for_stuck_send(daemon, peer)
             daemon.assert_it_answers()
             replaced = daemon.lines("octets from .* now")
             for content in (b"overtaken", b"the newest"):
@@ -190,7 +196,7 @@ class TestWhileItServes:
                 daemon.hang_up()
                 daemon.assert_it_answers()
             assert daemon.lines("octets from .* now") == replaced
-            # It stands until we read: had the daemon waited for its end, it would wait still.
+            # The send is stuck until we read: a daemon that waits for it would not have got here.
             assert daemon.lines(SEND_ENDED) == ended
 
             assert receive(peer, len(LARGE_BLOCK)) == LARGE_BLOCK
@@ -199,7 +205,7 @@ class TestWhileItServes:
             peer.sendall(b"again")
             assert receive(peer, 10) == b"the newest"
 
-    def test_a_second_client_is_served_when_the_first_has_left(self, daemon):
+    def test_second_client_waits_for_the_first(self, daemon):
         with client() as first:
             assert receive(first, len(BLOCK)) == BLOCK
             with client() as second:
@@ -210,20 +216,20 @@ class TestWhileItServes:
                 second.settimeout(60)
                 assert receive(second, len(BLOCK)) == BLOCK
 
-    def test_a_reset_in_the_middle_of_a_send_ends_that_send_alone(self, daemon):
+    def test_reset_ends_only_its_own_send(self, daemon):
         daemon.replace_block(LARGE_BLOCK)
         failures = daemon.lines("Send failed\\.\\.\\.")
         with client(receive_buffer=4096) as peer:
             receive(peer, 1000)
-            send_stands_still(daemon, peer)
+            wait_for_stuck_send(daemon, peer)
             reset(peer)
         daemon.wait_for_log("Send failed\\.\\.\\.", count=failures + 1)
         with client() as peer:
             assert receive(peer, len(LARGE_BLOCK)) == LARGE_BLOCK
         daemon.assert_it_answers()
 
-    def test_ten_thousand_connections_leave_nothing_behind(self, daemon):
-        daemon.assert_it_answers()  # whatever the agent opens with its first answer is open
+    def test_ten_thousand_connections_leak_nothing(self, daemon):
+        daemon.assert_it_answers()  # opens whatever the agent opens with its first answer
         before = resources(daemon)
         begin = time.monotonic()
         for number in range(10_000):
@@ -232,12 +238,12 @@ class TestWhileItServes:
                 if number % 2:
                     reset(peer)
         print(f"10,000 connections in {time.monotonic() - begin:.1f} s")
-        # "No more than": a tool that a thread of the module ran may have been among them.
+        # There may be fewer: a tool that the module was running may have ended since.
         wait_until(lambda: all(now <= then for now, then in zip(resources(daemon), before)),
-                   what=f"{before} descriptors and threads again")
+                   what=f"at most {before} descriptors and threads")
 
     @pytest.mark.parametrize("trouble", ["absent", "a directory", "a FIFO", "too large"])
-    def test_a_file_that_cannot_be_read_again_leaves_the_block_with_a_warning(self, daemon, trouble):
+    def test_unreadable_file_keeps_the_block_and_warns(self, daemon, trouble):
         daemon.block_file.unlink()
         reason = "not a regular file"
         if trouble == "a directory":
@@ -258,7 +264,7 @@ class TestWhileItServes:
         with client() as peer:
             assert receive(peer, len(BLOCK)) == BLOCK
 
-    def test_of_an_empty_file_nothing_is_sent(self, daemon):
+    def test_nothing_is_sent_for_an_empty_file(self, daemon):
         daemon.replace_block(b"")
         sent = daemon.lines("Send successful")
         with client() as peer:
@@ -267,27 +273,27 @@ class TestWhileItServes:
             assert receive_all(peer) == b""
 
 
-def assert_the_link_ends_with(daemon):
-    """Other threads of the module may not end at all."""
+def assert_link_stops_with(daemon):
+    """Stops the daemon. The link's thread must end; other threads of the module may not."""
     daemon.signal(signal.SIGTERM)
     assert daemon.wait() == 0
     assert daemon.lines("Stopping CMCThread") == daemon.lines("CMCThread exited") == 1
 
 
 @pytest.mark.parametrize("state", ["no client", "an idle client", "a client that does not read"])
-def test_the_link_ends_with_the_daemon(start, state):
+def test_link_stops_with_the_daemon(start, state):
     daemon = start(LinkedDaemon, start(Server), LARGE_BLOCK, speed=STOP_SPEED)
     with contextlib.ExitStack() as clients:
         if state == "an idle client":
             receive(clients.enter_context(client()), len(LARGE_BLOCK))
         elif state == "a client that does not read":
-            send_stands_still(daemon, clients.enter_context(client(receive_buffer=4096)))
+            wait_for_stuck_send(daemon, clients.enter_context(client(receive_buffer=4096)))
             daemon.write_block(BLOCK)
             daemon.hang_up()
-        assert_the_link_ends_with(daemon)
+        assert_link_stops_with(daemon)
 
 
-def test_without_the_option_there_is_no_link(start):
+def test_no_link_without_the_option(start):
     daemon = start(ServedDaemon, start(Server), SPEED)
     assert connected(receive_buffer=None) is None
     daemon.signal(signal.SIGTERM)
@@ -295,13 +301,13 @@ def test_without_the_option_there_is_no_link(start):
     assert "CMC" not in daemon.log()
 
 
-def test_with_the_port_in_use_the_daemon_serves_without_the_link(start):
+def test_daemon_serves_without_the_link_if_port_in_use(start):
     with socket.socket() as taken:
-        taken.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)  # connections of earlier tests still fade away
+        taken.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)  # earlier tests' connections may be in TIME_WAIT
         taken.bind(("127.0.0.1", PORT))
         taken.listen()
         daemon = start(LinkedDaemon, start(Server), speed=STOP_SPEED)
         daemon.wait_for_log("bind failed")
         daemon.assert_it_answers()
         daemon.replace_block(b"for nobody")
-        assert_the_link_ends_with(daemon)
+        assert_link_stops_with(daemon)

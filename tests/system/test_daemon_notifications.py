@@ -1,4 +1,4 @@
-"""Notifications that a module's thread sends reach the managers: all of them, once, in order."""
+"""Notifications sent from a module's thread reach the managers: each of them, once, in order."""
 
 import os
 import re
@@ -13,6 +13,7 @@ NOTIFIER = TEST_MODULES / "notifier.so"
 
 
 def numbers(collector):
+    """The numbers of the notifications received, in the order of arrival."""
     return [int(number) for number in re.findall(rf"{re.escape(TEST_BASE)}\.2\.0 = Gauge32: (\d+)", collector.log())]
 
 
@@ -20,7 +21,7 @@ def wait_for_count(collector, count):
     wait_until(lambda: len(numbers(collector)) >= count, what=f"{count} notifications")
 
 
-def test_ten_thousand_at_full_speed_over_a_unix_socket_arrive_once_and_in_order(start):
+def test_ten_thousand_arrive_once_and_in_order(start):
     collector = start(TrapCollector)
     master = start(Master, MASTER_CONFIGURATION, trap_destination=collector.destination)
     daemon = start(Daemon, module=NOTIFIER, master=master)
@@ -32,14 +33,14 @@ def test_ten_thousand_at_full_speed_over_a_unix_socket_arrive_once_and_in_order(
     assert snmpget(daemon.address, f"{TEST_BASE}.1.0") == [f".{TEST_BASE}.1.0 = INTEGER: 10000"]
 
 
-def test_requests_are_answered_while_notifications_stream(start):
+def test_requests_are_answered_during_a_stream(start):
     collector = start(TrapCollector)
     master = start(Master, MASTER_CONFIGURATION, trap_destination=collector.destination)
     daemon = start(Daemon, module=NOTIFIER, master=master)
     ordered = answered = 0
     while answered <= 10:
         if len(numbers(collector)) == ordered:
-            assert ordered < 20_000, f"{answered} requests answered meanwhile"
+            assert ordered < 20_000, f"only {answered} requests answered meanwhile"
             daemon.order(f"send {ordered + 1} 5000 960")
             ordered += 5000
         snmpget(daemon.address, f"{TEST_BASE}.1.0")
@@ -48,7 +49,7 @@ def test_requests_are_answered_while_notifications_stream(start):
     print(f"{answered} requests answered while {ordered} notifications streamed")
 
 
-def test_notifications_sent_while_the_master_is_away_arrive_after_its_return(start):
+def test_absent_master_delays_but_loses_nothing(start):
     collector = start(TrapCollector)
     master = start(Master, MASTER_CONFIGURATION, trap_destination=collector.destination)
     daemon = start(Daemon, module=NOTIFIER, master=master)
@@ -63,7 +64,7 @@ def test_notifications_sent_while_the_master_is_away_arrive_after_its_return(sta
 
     returned = time.monotonic()
     start(Master, MASTER_CONFIGURATION, udp_port=master.port, trap_destination=collector.destination)
-    # A second or two; it is net-snmp's own 15 s that must not be waited for.
+    # It takes a second or two. net-snmp on its own would look for the master every 15 s.
     wait_until(lambda: snmpget(daemon.address, f"{TEST_BASE}.1.0") == [f".{TEST_BASE}.1.0 = INTEGER: 2005"], 12,
                "the daemon's return")
     print(f"back {time.monotonic() - returned:.2f} s after the master was started")
@@ -71,30 +72,30 @@ def test_notifications_sent_while_the_master_is_away_arrive_after_its_return(sta
     assert numbers(collector) == list(range(1, 2006))
 
 
-def test_nothing_is_lost_when_the_master_dies_in_the_middle_of_a_burst(start):
+def test_nothing_is_lost_if_master_dies_in_a_burst(start):
     collector = start(TrapCollector)
     master = start(Master, MASTER_CONFIGURATION, trap_destination=collector.destination)
     daemon = start(Daemon, module=NOTIFIER, master=master)
     ordered = seen_at_its_death = 0
-    while seen_at_its_death == ordered:  # again where all were through before we came to it
+    while seen_at_its_death == ordered:  # try again if all of them arrived before the kill
         daemon.order(f"send {ordered + 1} 5000 960")
         ordered += 5000
         wait_for_count(collector, ordered - 4800)
         master.kill()
-        # Two connections at a time could bring what the new master sends before the last of the old one.
+        # Otherwise the new master's first notifications could overtake the old one's last on another connection.
         collector.wait_for_end_of_connections()
         seen_at_its_death = len(set(numbers(collector)))
         master = start(Master, MASTER_CONFIGURATION, udp_port=master.port, trap_destination=collector.destination)
     wait_until(lambda: ordered in numbers(collector), what="the last notification")
     seen = numbers(collector)
-    # What the master passed on but had not acknowledged is sent again: at most one burst of 50.
+    # Notifications that the master forwarded but did not acknowledge are sent again: at most one burst of 50.
     print(f"{seen_at_its_death} of {ordered} when the master died, {len(seen) - len(set(seen))} sent again")
     assert set(seen) == set(range(1, ordered + 1))
     assert len(seen) - len(set(seen)) <= 50
     assert list(dict.fromkeys(seen)) == list(range(1, ordered + 1))
 
 
-def test_a_full_queue_drops_the_oldest_and_says_how_many(start):
+def test_full_queue_drops_the_oldest_and_logs_how_many(start):
     collector = start(TrapCollector)
     master = start(Master, MASTER_CONFIGURATION, trap_destination=collector.destination)
     daemon = start(Daemon, module=NOTIFIER, master=master, options=["--notification-limit", "100"])
@@ -108,7 +109,7 @@ def test_a_full_queue_drops_the_oldest_and_says_how_many(start):
     daemon.wait_for_log(r"notification queue full \(100\): \d+ dropped, 50 since the start")
 
 
-def test_notifications_still_arrive_after_the_configuration_was_read_again(start):
+def test_notifications_arrive_after_sighup(start):
     collector = start(TrapCollector)
     master = start(Master, MASTER_CONFIGURATION, trap_destination=collector.destination)
     daemon = start(Daemon, module=NOTIFIER, master=master)
@@ -120,7 +121,7 @@ def test_notifications_still_arrive_after_the_configuration_was_read_again(start
     assert numbers(collector) == list(range(1, 11))
 
 
-def test_a_stand_alone_agent_sends_to_its_own_destinations(start):
+def test_standalone_agent_sends_to_its_destinations(start):
     collector = start(TrapCollector)
     daemon = start(Daemon, module=NOTIFIER, configuration=f"trap2sink {collector.destination} public\n")
     daemon.order("send 1 1000 960")
@@ -128,15 +129,15 @@ def test_a_stand_alone_agent_sends_to_its_own_destinations(start):
     assert numbers(collector) == list(range(1, 1001))
 
 
-def test_every_kind_looks_on_the_wire_as_if_the_module_had_sent_it_itself(start, directory):
+def test_every_kind_matches_net_snmp_on_the_wire(start, directory):
     def without_times(collector):
-        wait_until(lambda: len(sent := of_the_module(collector)) == 4 and sent, what="four notifications")
-        return [re.sub(r"Timeticks: \(\d+\) [\d:.]+", "", line) for line in of_the_module(collector)]
+        wait_until(lambda: len(module_notifications(collector)) == 4, what="four notifications")
+        return [re.sub(r"Timeticks: \(\d+\) [\d:.]+", "", line) for line in module_notifications(collector)]
 
-    def of_the_module(collector):
+    def module_notifications(collector):
         return [line for line in collector.received() if "61453" in line]
 
-    # Debian's snmpd calls net-snmp's own functions, on the module's thread.
+    # In Debian's snmpd, the module's thread calls net-snmp's own functions.
     collector = start(TrapCollector)
     control = directory / "control"
     os.mkfifo(control)
@@ -163,12 +164,12 @@ def test_every_kind_looks_on_the_wire_as_if_the_module_had_sent_it_itself(start,
 
 
 def values(line):
-    """The values that matter in a collected notification; a master may put varbinds of its own around them."""
-    named = (rf"{TEST_BASE}.9.0", "1.3.6.1.6.3.1.1.4.1.0", "1.3.6.1.6.3.1.1.4.3.0")  # ours, the kind, the enterprise
-    return [re.findall(rf"\.{re.escape(oid)} = ([^\t]*)", line) for oid in named]
+    """The values to compare in a received notification. A master may add varbinds of its own around them."""
+    compared = (f"{TEST_BASE}.9.0", "1.3.6.1.6.3.1.1.4.1.0", "1.3.6.1.6.3.1.1.4.3.0")  # ours, snmpTrapOID, enterprise
+    return [re.findall(rf"\.{re.escape(oid)} = ([^\t]*)", line) for oid in compared]
 
 
-def test_a_stand_alone_agent_takes_a_new_destination_when_it_reads_its_configuration_again(start):
+def test_sighup_adds_a_new_destination(start):
     collector = start(TrapCollector)
     daemon = start(Daemon, module=NOTIFIER)
     file = daemon.directory / "subagentd.conf"

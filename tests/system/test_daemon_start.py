@@ -1,4 +1,4 @@
-"""What the daemon says and leaves with when it cannot start, and how it starts in the background."""
+"""The daemon's start: message and exit status when it fails, listening addresses, log options, going to background."""
 
 import os
 import pathlib
@@ -15,11 +15,12 @@ NOTIFIER = TEST_MODULES / "notifier.so"
 
 
 def run(directory, *arguments):
+    """Runs the daemon until its command returns."""
     return subprocess.run([DAEMON, *map(str, arguments)], capture_output=True, text=True, timeout=20,
                           env=environment(directory))
 
 
-def test_a_bad_option_is_named(directory):
+def test_bad_option_is_named(directory):
     result = run(directory, "-f", "--bogus")
     assert result.returncode == 2
     assert "--bogus" in result.stderr
@@ -27,31 +28,31 @@ def test_a_bad_option_is_named(directory):
 
 @pytest.mark.parametrize("arguments", [["-x", "unix:/nowhere", "--listen", "udp:127.0.0.1:1"], ["-c"],
                                        ["--notification-limit", "none"], ["-LQ"]], ids=str)
-def test_options_that_make_no_sense_are_refused(directory, arguments):
+def test_senseless_options_are_refused(directory, arguments):
     result = run(directory, "-f", "-C", *arguments)
     assert result.returncode == 2
     assert "snmp-subagentd: " in result.stderr
 
 
-def test_a_missing_configuration_file_is_named(directory):
+def test_missing_configuration_file_is_named(directory):
     result = run(directory, "-f", "-C", "-c", directory / "absent.conf", "--module", NOTIFIER)
     assert result.returncode == 3
     assert f"cannot read configuration file {directory}/absent.conf: No such file or directory" in result.stderr
 
 
-def test_a_missing_platform_library_is_named(directory):
+def test_missing_platform_library_is_named(directory):
     result = run(directory, "-f", "-C", "--platform", directory / "libabsent.so", "--module", NOTIFIER)
     assert result.returncode == 4
     assert f"cannot load platform library {directory}/libabsent.so" in result.stderr
 
 
-def test_a_missing_module_is_named(directory):
+def test_missing_module_is_named(directory):
     result = run(directory, "-f", "-C", "--module", directory / "absent.so")
     assert result.returncode == 5
     assert f"cannot load module {directory}/absent.so" in result.stderr
 
 
-def test_a_file_that_is_no_shared_object_is_no_module(directory):
+def test_module_must_be_a_shared_object(directory):
     text = directory / "text.so"
     text.write_text("not a shared object\n")
     result = run(directory, "-f", "-C", "--module", text)
@@ -59,29 +60,33 @@ def test_a_file_that_is_no_shared_object_is_no_module(directory):
     assert str(text) in result.stderr
 
 
-def test_a_symbol_that_no_platform_library_provides_is_named(directory):
+def test_missing_platform_symbol_is_named(directory):
     result = run(directory, "-f", "-C", "--module", TEST_MODULES / "needs_platform.so")
     assert result.returncode == 6
     assert "undefined symbol: tavo_test_platform_answer" in result.stderr
 
 
-def test_a_module_without_its_entry_point_is_refused(directory):
+def test_module_without_entry_point_is_refused(directory):
     result = run(directory, "-f", "-C", "--module", TEST_MODULES / "no_entry.so")
     assert result.returncode == 6
     assert "has no init_subagent_modules" in result.stderr
 
 
-def test_a_module_without_a_chassis_link_is_refused_when_there_is_a_block_for_it(directory):
+def test_block_needs_a_module_with_a_chassis_link(directory):
     (directory / "block").write_text("block")
     result = run(directory, "-f", "-C", "--module", NOTIFIER, "--chassis-block", directory / "block")
     assert result.returncode == 6
     assert f"module {NOTIFIER} has no create_cmc_thread" in result.stderr
 
 
-@pytest.mark.parametrize("trouble, reason", [("absent", "No such file or directory"), ("a directory", "not a regular file"),
-                                             ("a FIFO", "not a regular file"), ("endless", "not a regular file"),
-                                             ("too large", "larger than 16777216 octets")])
-def test_a_chassis_block_that_cannot_be_read_is_named(directory, trouble, reason):
+@pytest.mark.parametrize("trouble, reason", [
+    ("absent", "No such file or directory"),
+    ("a directory", "not a regular file"),
+    ("a FIFO", "not a regular file"),
+    ("endless", "not a regular file"),
+    ("too large", "larger than 16777216 octets"),
+])
+def test_unreadable_chassis_block_is_named(directory, trouble, reason):
     block = directory / "block"
     if trouble == "a directory":
         block.mkdir()
@@ -98,7 +103,7 @@ def test_a_chassis_block_that_cannot_be_read_is_named(directory, trouble, reason
     assert f"cannot read the chassis link's block {block}: {reason}" in result.stderr
 
 
-def test_a_port_in_use_is_named(directory):
+def test_port_in_use_is_named(directory):
     with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as taken:
         taken.bind(("127.0.0.1", 0))
         address = f"udp:127.0.0.1:{taken.getsockname()[1]}"
@@ -115,12 +120,12 @@ def test_help_and_version_go_to_standard_output(directory):
         assert result.stderr == ""
 
 
-def test_the_platform_library_provides_what_the_module_needs(start):
+def test_platform_library_serves_the_module(start):
     daemon = start(Daemon, module=TEST_MODULES / "needs_platform.so", platforms=[TEST_MODULES / "platform.so"])
     assert "the platform answers 4711" in daemon.log()
 
 
-def test_it_listens_on_every_address_given(start):
+def test_daemon_listens_on_every_address_given(start):
     second = f"127.0.0.1:{free_port()}"
     daemon = start(Daemon, module=NOTIFIER, options=["--listen", f"udp:{second}"])
     for address in (daemon.address, second):
@@ -145,7 +150,7 @@ def has_ended(pid):
         return True
 
 
-def test_in_the_background_it_returns_when_it_serves_and_keeps_a_process_id(directory):
+def test_background_start_returns_when_daemon_serves(directory):
     address = f"127.0.0.1:{free_port()}"
     configuration = directory / "daemon.conf"
     configuration.write_text("rocommunity public\n")
@@ -163,7 +168,7 @@ def test_in_the_background_it_returns_when_it_serves_and_keeps_a_process_id(dire
     assert not pid_file.exists()
 
 
-def test_in_the_background_a_failed_start_has_its_status(directory):
+def test_failed_background_start_returns_its_status(directory):
     result = run(directory, "-C", "-Lf", directory / "daemon.log", "--module", directory / "absent.so")
     assert result.returncode == 5
     assert "cannot load module" in result.stderr

@@ -1,4 +1,4 @@
-"""How the daemon stops a module, and what signals do."""
+"""The daemon's stop, and what it does on SIGTERM, SIGINT, SIGHUP, SIGUSR1 and SIGPIPE."""
 
 import os
 import re
@@ -11,45 +11,47 @@ from agents import ROOT, TEST_MODULES, Daemon, Master, wait_until
 
 MASTER_CONFIGURATION = ROOT / "host/snmpd-master.conf"
 STOPPING = TEST_MODULES / "stopping.so"
+TOOK_SIGUSR1 = f"test thread took signal {signal.SIGUSR1.value}"
 
 
 def calls(daemon):
+    """The module's functions that the daemon has called, in order."""
     return re.findall(r"called (\w+)", daemon.log())
 
 
 @pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGINT])
-def test_the_stop_functions_are_called_in_order_then_the_module_is_closed(start, number):
+def test_stop_functions_run_in_order_before_the_close(start, number):
     daemon = start(Daemon, module=STOPPING)
     daemon.wait_for_log("test thread waits")
     daemon.signal(number)
     assert daemon.wait() == 0
-    # stop_stor_thread is absent from this module, which is no reason to stumble.
+    # This module has no stop_stor_thread; the daemon skips it.
     assert calls(daemon) == ["init_subagent_modules", "stop_test_trap_thread", "stop_FE_thread",
                              "stop_inventory_thread", "stop_velt_thread", "close_subagent_modules"]
-    # The test thread looks at its flag only after a signal: the daemon sent it one.
-    assert daemon.log().count("test thread took signal 10") == 1
+    # The test thread checks its run flag only after a signal, so the daemon sends it one.
+    assert daemon.log().count(TOOK_SIGUSR1) == 1
     assert "joined the test thread" in daemon.log()
     daemon.wait_for_state("STOPPING=1")
 
 
 @pytest.mark.parametrize("behind_a_master", [False, True])
-def test_a_thread_that_never_ends_does_not_keep_the_daemon(start, behind_a_master):
+def test_stuck_thread_does_not_keep_the_daemon(start, behind_a_master):
     master = start(Master, MASTER_CONFIGURATION) if behind_a_master else None
     daemon = start(Daemon, module=STOPPING, master=master, options=["-p", "pid"], TEST_MODULE_STUCK="1")
     begin = time.monotonic()
     daemon.signal(signal.SIGTERM)
     assert daemon.wait() == 0
     seconds = time.monotonic() - begin
-    print(f"left after {seconds:.1f} s")
-    assert seconds > 4
+    print(f"exited after {seconds:.1f} s")
+    assert seconds > 4, "the module's threads have 5 s to end"
     assert "leaving without it" in daemon.log()
 
 
-def test_every_sigusr1_reaches_the_test_notification_thread(start):
+def test_every_sigusr1_reaches_the_test_thread(start):
     daemon = start(Daemon, module=STOPPING)
     for count in range(1, 4):
         daemon.signal(signal.SIGUSR1)
-        daemon.wait_for_log("test thread took signal 10", count=count)
+        daemon.wait_for_log(TOOK_SIGUSR1, count=count)
 
 
 def test_sigusr1_without_a_test_thread_is_harmless(start):
@@ -62,7 +64,7 @@ def test_sigusr1_without_a_test_thread_is_harmless(start):
 
 
 def test_sigusr1_is_blocked_in_every_thread(start):
-    # Not in the module with a test thread: while that waits for the signal, the kernel shows it as not blocked.
+    # A module without a test thread: while that thread waits for the signal, the kernel shows it as unblocked there.
     daemon = start(Daemon, module=TEST_MODULES / "notifier.so")
     masks = [int(re.search(r"SigBlk:\s*(\w+)", status.read_text()).group(1), 16)
              for status in (ROOT / f"/proc/{daemon.pid}/task").glob("*/status")]
@@ -76,11 +78,11 @@ def test_sighup_opens_the_log_file_again(start, directory):
     daemon.signal(signal.SIGHUP)
     daemon.wait_for_state("READY=1", count=2)
     daemon.order("send 1 1 1")
-    wait_until(lambda: (directory / "daemon.txt").exists() and "sent number 1" in (directory / "daemon.txt").read_text(),
-               what="a line in the new file")
+    new_log = directory / "daemon.txt"
+    wait_until(lambda: new_log.exists() and "sent number 1" in new_log.read_text(), what="a line in the new file")
 
 
-def test_sighup_while_the_master_is_away_leaves_one_session_after_its_return(start):
+def test_sighup_without_master_opens_one_session_later(start):
     master = start(Master, MASTER_CONFIGURATION)
     daemon = start(Daemon, module=STOPPING, master=master)
     master.kill()
@@ -91,34 +93,34 @@ def test_sighup_while_the_master_is_away_leaves_one_session_after_its_return(sta
     daemon.wait_for_log("AgentX subagent connected", count=2)
     daemon.signal(signal.SIGHUP)
     daemon.wait_for_state("READY=1", count=3)
-    second_session = "attempted to be re-opened"  # would come with the next look for a master, a second later
+    second_session = "attempted to be re-opened"  # would be logged when the daemon next looks for a master, after 1 s
     with pytest.raises(AssertionError, match="not within"):
         daemon.wait_for_log(second_session, timeout=2.5)
-    # A loop that had no time to look has had it when it has taken another signal.
+    # A busy loop may not have looked for a master yet. It has once it has handled another signal.
     daemon.signal(signal.SIGHUP)
     daemon.wait_for_state("READY=1", count=4)
     assert second_session not in daemon.log()
 
 
-def test_sigterm_ends_a_daemon_whose_log_nobody_reads(start, directory):
+def test_sigterm_ends_a_daemon_with_a_blocked_log(start, directory):
     reader, writer = os.pipe()
     daemon = start(Daemon, module=TEST_MODULES / "notifier.so", options=["-Lf", f"/proc/{os.getpid()}/fd/{writer}"])
     daemon.order("send 1 50000 1")
-    # The pipe is full when the number sent stands still.
-    sent = [-1]
-    def stands_still():
-        sent.append(os.path.getsize(daemon.log_file))
-        return sent[-1] == sent[-2] and sent[-1] > 60_000
-    wait_until(stands_still, what="a full pipe")
+    # Once the pipe is full, the other log stops growing.
+    sizes = [-1]
+    def pipe_is_full():
+        sizes.append(os.path.getsize(daemon.log_file))
+        return sizes[-1] == sizes[-2] and sizes[-1] > 60_000
+    wait_until(pipe_is_full, what="a full pipe")
     begin = time.monotonic()
     daemon.signal(signal.SIGTERM)
     assert daemon.wait() == 0
-    print(f"left after {time.monotonic() - begin:.1f} s")
+    print(f"exited after {time.monotonic() - begin:.1f} s")
     os.close(reader)
     os.close(writer)
 
 
-def test_a_vanished_master_does_not_kill_the_daemon(start):
+def test_vanished_master_does_not_kill_the_daemon(start):
     master = start(Master, MASTER_CONFIGURATION)
     daemon = start(Daemon, module=STOPPING, master=master)
     daemon.signal(signal.SIGPIPE)
@@ -130,7 +132,7 @@ def test_a_vanished_master_does_not_kill_the_daemon(start):
     assert daemon.wait() == 0
 
 
-def test_it_starts_without_a_master_and_connects_when_one_comes(start, directory):
+def test_daemon_connects_to_a_master_that_comes_late(start, directory):
     class Absent:
         address = None
         agentx = f"unix:{directory}/agentx"
@@ -140,5 +142,5 @@ def test_it_starts_without_a_master_and_connects_when_one_comes(start, directory
     start(Master, MASTER_CONFIGURATION)
     daemon.wait_for_log("AgentX subagent connected")
     print(f"connected after {time.monotonic() - begin:.1f} s")
-    assert time.monotonic() - begin < 12, "a second or two, not net-snmp's own 15 s"
+    assert time.monotonic() - begin < 12, "it takes a second or two; net-snmp on its own looks every 15 s"
     daemon.wait_for_state(f"STATUS=serving through {Absent.agentx}")

@@ -1,6 +1,6 @@
-"""A daemon's life in a hurry: hardware fails, goes and comes back, readings change, eight managers walk all the while.
+"""Endurance: while eight managers walk, hardware fails, leaves and comes back, and readings change. Nothing may leak.
 
-TAVO_ENDURANCE_MINUTES: how long, on the daemon's clock; by default 6 minutes.
+TAVO_ENDURANCE_MINUTES is the duration on the daemon's clock (default: 6).
 """
 
 import os
@@ -15,20 +15,21 @@ import pytest
 from agents import snmp, wait_until
 from datagrams import Collector
 from managers import Managers
-from oids import BASE, BOARD_POWER, DISK_PRESENCE, FAN_OPERABILITY, FAULT_TABLE, MEMORY_STATUS, MEMORY_TEMPERATURE, OBJECTS
-from server import ServedDaemon, Server
+from oids import (BASE, BOARD_POWER, DISK_PRESENCE, FAN_OPERABILITY, FAULT_TABLE, MEMORY_STATUS, MEMORY_TEMPERATURE,
+                  OBJECTS)
+from server import STORAGE_CLASS, UNREFRESHED_CLASS, ServedDaemon, Server
 from test_walk import cells
 
 MINUTES = float(os.environ.get("TAVO_ENDURANCE_MINUTES", "6"))
 SPEED = 20
-WARM_UP = 3  # minutes: the first periodic refresh and the first requests are over
-TURN = 6  # seconds of the daemon's clock between two changes
-MOST_BROKEN = 4  # at once, that the server is never in the same state twice
+WARM_UP = 3  # minutes until the first periodic refresh and the first requests are over
+TURN = 6  # seconds on the daemon's clock between two changes
+MOST_BROKEN = 4  # parts at once: enough for ever new combinations
 
 FAULT_SEVERITY = f"{FAULT_TABLE}.1.17"
 LED_COLOUR = f"{OBJECTS}.15.114.1"
 
-# What breaks something, and what mends it again. {number} is a fault index of the test's own.
+# Commands that break something, each with the command that mends it. {number} is an unused fault index.
 CHANGES = [
     ("fan fail FAN2_TACH1", "fan repair FAN2_TACH1"),
     ("fan remove FAN4_TACH2", "fan insert FAN4_TACH2"),
@@ -48,22 +49,22 @@ CHANGES = [
     ("server set low-voltage-memory=2", "server set low-voltage-memory=1"),
     ("processor set 1 temperature=71.5", "processor set 1 temperature=41.6"),
     *((f"fault raise {{number}} class={class_} severity=minor", "fault clear {number}")
-      for class_ in ("fan", "supply", "memory", "processor", "adapter", "4", "209")),
+      for class_ in ("fan", "supply", "memory", "processor", "adapter", UNREFRESHED_CLASS, STORAGE_CLASS)),
     *(("fault update 17 severity=major", "fault update 17 severity=critical") for _ in range(3)),
 ]
 
-# What the daemon logs as a warning or worse in good health.
+# Warnings and errors that a healthy daemon logs.
 EXPECTED_WARNINGS = [
-    "bad size for counter 64 (4)",  # once, when the module asks the library which size it takes
-    # net-snmp makes ready for a manager of SNMPv1, which nobody has asked for.
+    "bad size for counter 64 (4)",  # once, when the module asks net-snmp which size it takes
+    # net-snmp prepares each notification for SNMPv1 managers as well, though there are none.
     "send_trap: v1 traps can't carry Counter64 varbinds",
     "send_trap: failed to convert v2->v1 template PDU",
-    "velt_thread:recv() failed: Success",  # a change of an SD card is told by a connection that says nothing
+    "velt_thread:recv() failed: Success",  # an SD-card change is an empty connection, which is logged as a failure
 ]
 
 
 class Console:
-    """A shell on the server, so that a command costs no new namespace."""
+    """A shell on the server, so that commands need not enter its namespaces one by one."""
 
     def __init__(self, server):
         self._shell = subprocess.Popen([str(word) for word in server.entered("sh")], stdin=subprocess.PIPE,
@@ -75,7 +76,7 @@ class Console:
         lines = []
         while not (lines and lines[-1].startswith("status ")):
             line = self._shell.stdout.readline()
-            assert line, f"the shell has ended at {words}: {lines}"
+            assert line, f"the shell ended during {words}: {lines}"
             lines.append(line.rstrip("\n"))
         assert lines.pop() == "status 0", (words, lines)
         return "\n".join(lines)
@@ -86,7 +87,7 @@ class Console:
 
 
 class Changer:
-    """Breaks and mends at random, with a seed of its own, and counts the notifications that must follow."""
+    """Breaks and mends parts in a random order, always the same, and counts the notifications that must follow."""
 
     def __init__(self, console):
         self.changes = 0
@@ -96,9 +97,9 @@ class Changer:
         self._broken = []
 
     def _apply(self, words):
-        told = self._console.ctl(words)
+        output = self._console.ctl(words)
         self.changes += 1
-        self.notifications += len(re.findall(r"\bfault \d+ (?:raised|updated|cleared)", told))
+        self.notifications += len(re.findall(r"\bfault \d+ (?:raised|updated|cleared)", output))
 
     def turn(self):
         if len(self._broken) >= MOST_BROKEN or self._broken and self._random.random() < 0.4:
@@ -116,7 +117,7 @@ class Changer:
 
 
 class Footprint:
-    """What the daemon takes of the machine, sampled again and again."""
+    """The daemon's memory, descriptors and threads, sampled again and again."""
 
     def __init__(self, daemon):
         self._process = pathlib.Path(f"/proc/{daemon.pid}")
@@ -128,9 +129,9 @@ class Footprint:
                              len(list((self._process / "task").iterdir()))))
 
     def early_and_late(self):
-        """Of the first and the second half of the samples: the most memory, the fewest descriptors and threads.
+        """The most memory, fewest descriptors and fewest threads in the first half of the samples, and in the second.
 
-        Calls of the platform and pipes to tools open descriptors for a moment, so the fewest are those that stay.
+        Platform calls and pipes to tools open descriptors for a moment, so the fewest are those that stay open.
         """
         half = len(self.samples) // 2
         return [(max(kib for kib, _, _ in part), min(fds for _, fds, _ in part), min(tasks for _, _, tasks in part))
@@ -145,15 +146,15 @@ def column(daemon, oid):
 
 
 def shown_by_simulator(console, kind):
-    """What each part of a kind says of itself, as {field: value}."""
+    """{field: value} of each part of this kind."""
     return [dict(re.findall(r"([\w-]+)=(\"[^\"]*\"|\S+)", line)) for line in console.ctl(f"show {kind}").splitlines()]
 
 
 def settle(daemon, console):
-    """Leaves the server in a state that is not its first one, and waits until a whole periodic refresh has passed."""
+    """Changes the server for good, and waits until a whole periodic refresh has passed."""
     for words in ("fan fail FAN3_TACH2", "dimm fail DIMM_B1", "drive pull 4 1", "environment set power=211 drift=0"):
         console.ctl(words)
-    # LEDs come last in a pass: the second colour is seen at the end of one that began after all changes.
+    # LEDs come last in a pass. The pass that shows the second colour began after all changes.
     for colour in ("GREEN", "RED"):
         before = snmp("snmpbulkwalk", daemon.address, LED_COLOUR, timeout=30)
         console.ctl(f"led set LED_HLTH_STATUS color={colour}")
@@ -161,7 +162,7 @@ def settle(daemon, console):
                    "a periodic refresh")
 
 
-def assert_tables_tell_what_the_simulator_does(daemon, console):
+def assert_tables_match_the_simulator(daemon, console):
     severities = {"info": "1", "condition": "2", "warning": "3", "minor": "4", "major": "5", "critical": "6"}
     assert column(daemon, FAULT_SEVERITY) == {int(fault["index"]): severities[fault["severity"]]
                                               for fault in shown_by_simulator(console, "faults") if "index" in fault}
@@ -199,7 +200,7 @@ def console(server):
     console.close()
 
 
-def test_faults_pulls_and_eight_managers_leave_no_trace(start, directory, server, console, collector):
+def test_faults_pulls_and_walks_leak_nothing(start, directory, server, console, collector):
     errors = directory / "errors.log"
     daemon = start(ServedDaemon, server, SPEED, configuration=f"trap2sink {collector.destination} public\n",
                    options=["-LF", "0-4", errors])
@@ -216,7 +217,7 @@ def test_faults_pulls_and_eight_managers_leave_no_trace(start, directory, server
                 if time.monotonic() - began > WARM_UP * 60 / SPEED:
                     footprint.sample()
         changer.mend_all()
-        while len(footprint.samples) < 40:  # when the turns came late and left no time
+        while len(footprint.samples) < 40:  # late turns leave no time for samples
             time.sleep(0.05)
             footprint.sample()
     finally:
@@ -236,13 +237,13 @@ def test_faults_pulls_and_eight_managers_leave_no_trace(start, directory, server
     assert set(errors.read_text().splitlines()) <= set(EXPECTED_WARNINGS)
     assert late[1] <= early[1], "descriptors"
     assert late[2] <= early[2], "threads"
-    # Heaps settle with the largest mixture of requests and rebuilds that they have met. Rows that a refresh forgot to
-    # free would show in two hours: those of the memory tables alone are 10 KiB.
+    # A heap settles at the largest combination of requests and rebuilds so far. If a refresh leaked its rows, two hours
+    # would show it: those of the memory tables alone take 10 KiB.
     assert late[0] <= early[0] + 256
 
     settle(daemon, console)
-    assert_tables_tell_what_the_simulator_does(daemon, console)
+    assert_tables_match_the_simulator(daemon, console)
     old = whole_walk(daemon)
     assert daemon.stop() == 0
     fresh = start(ServedDaemon, server, SPEED)
-    wait_until(lambda: whole_walk(fresh) == old, 400 / SPEED, "a fresh daemon that shows the same")
+    wait_until(lambda: whole_walk(fresh) == old, 400 / SPEED, "the same walk from a fresh daemon")

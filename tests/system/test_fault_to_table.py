@@ -1,4 +1,4 @@
-"""From hardware that fails to the row that shows it: the notification, what is rebuilt for it and how often, the row."""
+"""From a hardware fault to its row: the notification that is sent, the tables that are rebuilt, the new values."""
 
 import re
 
@@ -6,6 +6,7 @@ import pytest
 
 from agents import TrapCollector, snmpget, wait_until
 from oids import DISK_PRESENCE, FAN_OPERABILITY, FAULT_TABLE, MEMORY_STATUS, OBJECTS, RAISED
+from server import STORAGE_CLASS
 from rebuilds import (BOARD_STATISTICS, STORAGE, WatchedDaemon, WatchedServer, events, names, periodic_refresh,
                       timed_lines)
 
@@ -16,11 +17,11 @@ PROCESSOR_STATE = f"{OBJECTS}.41.9.1.9"
 ADAPTOR_STATE = f"{OBJECTS}.3.85.1.12"
 DISK_NAME = f"{OBJECTS}.45.4.1.14"
 SPEED = 45
-STORAGE_WAIT = 60  # seconds: the controller is still writing its snapshot when it tells of a change
+STORAGE_WAIT = 60  # seconds after an event, in which the storage agent writes its snapshot
 
 
 class Watch:
-    """A watched server and daemon, and who gets their notifications. `faults` are there when the daemon starts."""
+    """A watched server, its daemon and a collector of notifications. `faults` are raised before the daemon starts."""
 
     def __init__(self, start, faults=()):
         self._start = start
@@ -35,23 +36,23 @@ class Watch:
                                   configuration=f"trap2sink {self.collector.destination} public\n")
         self.server.wait_for_listeners()
 
-    def first_pass_finds(self, faults):
-        """Whether so many faults were in the table a minute after the refresh thread's start."""
-        loaded = next(time for time, text in timed_lines(self.daemon.log()) if text.endswith(f"entries:{faults}"))
+    def first_pass_finds(self, count):
+        """Whether `count` faults were in the table before the first pass, a minute after the refresh thread's start."""
+        loaded = next(time for time, text in timed_lines(self.daemon.log()) if text.endswith(f"entries:{count}"))
         return loaded - events(self.daemon)[0].time < 59
 
     def has_received(self, fault):
         return any(RAISED in line and f"{FAULT_INDEX}.{fault} " in line for line in self.collector.received())
 
     def wait_for_notification(self, fault):
-        wait_until(lambda: self.has_received(fault), what=f"the notification of fault {fault}")
+        wait_until(lambda: self.has_received(fault), what=f"the notification for fault {fault}")
 
     def rebuilds_around(self, mark):
-        """Events from one periodic refresh to the next with the first `mark` among them, and the number of the latter."""
+        """The events of the refresh period that has the first `mark`, and the number of the refresh that ends it."""
         def refreshed_since():
             found = names(events(self.daemon))
             return mark in found and "leds" in found[found.index(mark):]
-        wait_until(refreshed_since, what=f"{mark}, and a periodic refresh behind it")
+        wait_until(refreshed_since, what=f"{mark}, and a periodic refresh after it")
         found = events(self.daemon)[1:]
         refreshes = [at for at, event in enumerate(found) if event.what == "leds"]
         marked = names(found).index(mark)
@@ -60,11 +61,13 @@ class Watch:
         return found[first:refreshes[number - 1] + 1], number
 
     def assert_rebuilt(self, rebuilt):
-        """`rebuilt` for the request, in a pass of its own or in one that refreshes periodically as well, and no more."""
+        """The request rebuilt these tables and no others, in a pass of its own or together with a periodic refresh."""
         found, number = self.rebuilds_around(rebuilt[0])
-        assert names(found) in [rebuilt + periodic_refresh(number), rebuilt + periodic_refresh(number, without=rebuilt)]
+        assert names(found) in [rebuilt + periodic_refresh(number),
+                                rebuilt + periodic_refresh(number, without=rebuilt)]
 
     def get(self, *oids):
+        """The values, as text."""
         return [re.sub(r'.* = (?:\w+: )?"?([^"]*)"?$', r"\1", line)
                 for line in snmpget(self.daemon.address, *oids)]
 
@@ -85,14 +88,15 @@ ADAPTORS = ["ADAPTOR request", "adaptors"]
     "command, fault, rebuilt, row, healthy, shown",
     [
         ("fan fail FAN2_TACH1", 29002, FANS, [f"{FAN_OPERABILITY}.3"], ["1"], ["3"]),
-        ("supply fail 1", 10001, SUPPLIES, [f"{SUPPLY_OPERABILITY}.1", f"{FAN_OPERABILITY}.14"], ["1", "1"], ["5", "3"]),
+        ("supply fail 1", 10001, SUPPLIES, [f"{SUPPLY_OPERABILITY}.1", f"{FAN_OPERABILITY}.14"], ["1", "1"],
+         ["5", "3"]),
         ("dimm fail DIMM_A1", 8001, MEMORY, [f"{MEMORY_OPERABILITY}.1", f"{MEMORY_STATUS}.1"], ["1", "Operable"],
          ["0", "Inoperable"]),
         ("processor disable 2", 3002, PROCESSORS, [f"{PROCESSOR_STATE}.2"], ["1"], ["2"]),
     ],
     ids=["fan", "supply", "memory", "processor"],
 )
-def test_a_part_that_fails_is_notified_and_shown(watch, command, fault, rebuilt, row, healthy, shown):
+def test_failed_part_is_notified_and_shown(watch, command, fault, rebuilt, row, healthy, shown):
     assert watch.get(*row) == healthy
     watch.server.ctl(*command.split())
     watch.wait_for_notification(fault)
@@ -100,7 +104,7 @@ def test_a_part_that_fails_is_notified_and_shown(watch, command, fault, rebuilt,
     assert watch.get(*row) == shown
 
 
-def test_an_adaptor_that_runs_hot_is_notified_and_shown(watch):
+def test_hot_adaptor_is_notified_and_shown(watch):
     assert watch.get(f"{ADAPTOR_STATE}.2") == ["1"]
     watch.server.ctl("adapter", "set", "2", "over-temperature=yes")
     watch.server.ctl("fault", "raise", "11002", "class=adapter", "unit=2", "severity=warning")
@@ -109,14 +113,14 @@ def test_an_adaptor_that_runs_hot_is_notified_and_shown(watch):
     assert watch.get(f"{ADAPTOR_STATE}.2") == ["8"]
 
 
-def test_a_pulled_disk_is_shown_after_a_minute(watch):
+def test_pulled_disk_is_shown_after_a_minute(watch):
     row = [f"{DISK_PRESENCE}.2", f"{DISK_NAME}.2"]
     assert watch.get(*row) == ["10", "DISK-B"]
     watch.server.ctl("drive", "pull", "4", "2")
     watch.assert_rebuilt(STORAGE)
     started, *found = events(watch.daemon)
     rebuilt = found[names(found).index(STORAGE[0])]
-    # The first pass, which can see the event, comes a minute after the start.
+    # The first pass can see the event. It comes a minute after the start.
     assert rebuilt.time - started.time >= 60 + STORAGE_WAIT - 1
     assert watch.get(*row) == ["11", ""]
 
@@ -126,14 +130,16 @@ def test_a_pulled_disk_is_shown_after_a_minute(watch):
     [
         (["1 class=fan", "2 class=supply"], [*FANS, "PSU request", "supplies"]),
         (["1 class=memory", "2 class=processor"], [*MEMORY, "CPU request", "processors", "processor temperatures"]),
-        (["1 class=adapter", "2 class=209", "3 class=processor", "4 class=memory", "5 class=supply", "6 class=fan"],
+        (["1 class=adapter", f"2 class={STORAGE_CLASS}", "3 class=processor", "4 class=memory", "5 class=supply",
+          "6 class=fan"],
          [*FANS, "PSU request", "supplies", "MEM request", "memory", "memory temperatures", "rack unit", "CPU request",
           "processors", "processor temperatures", *STORAGE, *ADAPTORS]),
     ],
     ids=["fan-and-supply", "memory-and-processor", "all"],
 )
-def test_several_kinds_in_one_pass_share_a_rebuild(start, faults, rebuilt):
-    # There from the start, so that the first pass finds them all; it comes little more than a second of ours later.
+def test_faults_seen_in_one_pass_share_rebuilds(start, faults, rebuilt):
+    # Raised before the daemon starts, so that the first pass finds all of them; it comes about a second later. A slow
+    # start is tried again.
     watch = Watch(start, faults)
     while not watch.first_pass_finds(len(faults)):
         watch.daemon.stop()

@@ -1,4 +1,4 @@
-"""Half an hour of a server's life in a minute: which tables are rebuilt when, and that the readings served move on."""
+"""Half an hour of periodic refreshes in under a minute: which tables are rebuilt when, and that the readings change."""
 
 import itertools
 import re
@@ -10,7 +10,7 @@ from agents import snmp, wait_until
 from oids import BOARD_POWER, MEMORY_TEMPERATURE, OBJECTS
 from rebuilds import SUPPLY_REFRESHES, WatchedDaemon, WatchedServer, events, names, periodic_refresh
 
-# Temperatures and power by table: the columns that hold a reading of the moment.
+# {table: its columns with current temperatures or power}
 READINGS = {
     "memory": [MEMORY_TEMPERATURE],
     "processors": [f"{OBJECTS}.41.2.1.10"],
@@ -19,13 +19,13 @@ READINGS = {
 }
 SPEED = 45
 MINUTES = 30
-# Time stamps are whole seconds, and a second that a busy machine takes is three quarters of a minute here: one pause at
-# least is hardly longer than it should be, and half of them are not much longer.
+# Time stamps are whole seconds, and a busy machine's delay of a second is 45 s on the daemon's clock. So the shortest
+# pause may be this much longer than it should be, and the median pause this much.
 SHORTEST_SLACK, MEDIAN_SLACK = SPEED / 2, 2 * SPEED
 
 
 def readings(address):
-    """The readings served, by table."""
+    """{table: all its readings}, as served."""
     return {table: [re.sub(r".* = \w+: ", "", line) for column in columns
                     for line in snmp("snmpbulkwalk", address, column, timeout=30)]
             for table, columns in READINGS.items()}
@@ -33,13 +33,13 @@ def readings(address):
 
 @pytest.fixture(scope="module")
 def directory(tmp_path_factory):
-    # Short enough for Unix sockets.
+    # A short name, because the path of a Unix socket has at most 107 characters.
     return tmp_path_factory.mktemp("r")
 
 
 @pytest.fixture(scope="module")
 def life(directory):
-    """Events of 30 minutes, when they ended, and what was served after each periodic refresh."""
+    """The events of 30 minutes, and the readings at the start and after each periodic refresh."""
     server = WatchedServer(directory, drift=1)
     daemon = None
     try:
@@ -61,7 +61,7 @@ def life(directory):
 
 
 def passes(found):
-    """The events between one refresh of the LEDs, which ends a pass, and the next."""
+    """The events of each pass. A refresh of the LEDs ends it."""
     pass_ = []
     for event in found[1:]:
         pass_.append(event)
@@ -79,7 +79,7 @@ def test_each_pass_rebuilds_its_tables_in_order(life):
     assert len(refreshes) > SUPPLY_REFRESHES
 
 
-def test_a_pass_comes_100_to_120_seconds_after_the_last(life):
+def test_pass_comes_100_to_120_s_after_the_last(life):
     found, _ = life
     refreshes = list(passes(found))
     ends = [found[0].time, *(refresh[-1].time for refresh in refreshes)]
@@ -88,7 +88,7 @@ def test_a_pass_comes_100_to_120_seconds_after_the_last(life):
     assert all(99 <= pause for pause in pauses)
     assert min(pauses) <= 121 + SHORTEST_SLACK
     assert statistics.median(pauses) <= 121 + MEDIAN_SLACK
-    # How long passes take depends on the machine; this is what follows for a table.
+    # How long a pass takes depends on the machine, so there is no upper limit for a single table.
     for what in periodic_refresh(len(refreshes)):
         times = [event.time for event in found if event.what == what]
         assert len(times) == len(refreshes), what
@@ -100,18 +100,18 @@ def test_fans_board_and_storage_are_left_alone(life):
     assert set(names(found)) == {"start", "supplies", *periodic_refresh(1)}
 
 
-def test_supplies_take_part_in_the_first_three_refreshes(life):
+def test_supplies_join_the_first_three_refreshes(life):
     found, _ = life
     assert names(found).count("supplies") == SUPPLY_REFRESHES
 
 
-def test_the_readings_served_move_on(life):
+def test_readings_change(life):
     _, shown = life
     for table in READINGS:
         values = [sample[table] for sample in shown]
         different = len(set(map(tuple, values)))
         print(f"{table}: {different} different of {len(values)}; first {values[0]}, last {values[-1]}")
         assert all(values), table
-        # A single reading may stand still or come back.
+        # Some readings stay the same, or return to an earlier value.
         assert different > len(values) / 4, table
     assert shown[0]["memory"] != shown[-1]["memory"]

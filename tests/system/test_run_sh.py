@@ -1,4 +1,4 @@
-"""./run.sh and simulator/boot, run as a person runs them."""
+"""./run.sh and simulator/boot, used as from a shell: options, output, exit status, and that nothing is left behind."""
 
 import fcntl
 import os
@@ -17,10 +17,10 @@ import pytest
 from agents import BUILD, ROOT, free_port, wait_until
 from oids import OBJECTS, PROCESSOR_DN
 
-# The daemon waits five seconds for the power supplies; where the clock is not what is tested, they are short ones.
+# The daemon waits five seconds of its clock for the power supplies. Tests that do not look at the clock speed it up.
 QUICK = ["--speed", "20"]
 
-# In the order of their OIDs.
+# All tables, in the order of their OIDs.
 TABLES = [
     "tavoFaultTable",
     "tavoAdaptorUnitTable",
@@ -43,7 +43,7 @@ TABLES = [
     "tavoStorageVeltroControllerTable",
     "tavoStorageVeltroDriveTable",
 ]
-# Table, column as it is printed, value in the first row.
+# (table, column as it is printed, value in the first row)
 FIRST_CELLS = [
     ("tavoAdaptorUnitTable", "Dn", "sys/rack-unit-1/adaptor-2"),
     ("tavoComputeBoardTable", "Model", "BOARD-A"),
@@ -81,13 +81,13 @@ def processes_with(text):
 
 
 def files_in_checkout():
-    """Those that nothing but run.sh could have made: builds and test runs have their own places."""
+    """All files but those that builds, test runs and git make."""
     ignored = {"build", "__pycache__", ".git", ".pytest_cache"}
     return {path for path in ROOT.rglob("*") if not ignored & set(path.relative_to(ROOT).parts)}
 
 
 class Terminal:
-    """./run.sh on a terminal of its own, as when a person types it."""
+    """./run.sh on a terminal of its own, as a person runs it."""
 
     def __init__(self, *arguments):
         self.output = ""
@@ -96,12 +96,12 @@ class Terminal:
             os.execv(ROOT / "run.sh", [str(ROOT / "run.sh"), *arguments])
 
     def read(self, timeout):
-        """Takes what is there; False at the end."""
+        """Reads what is there. False once run.sh has ended."""
         if not select.select([self.descriptor], [], [], timeout)[0]:
             return True
         try:
             chunk = os.read(self.descriptor, 4096)
-        except OSError:  # the terminal's last user has left
+        except OSError:  # the last process has closed the terminal
             chunk = b""
         self.output += chunk.decode(errors="replace")
         return bool(chunk)
@@ -109,7 +109,7 @@ class Terminal:
     def wait_for(self, text, timeout=60):
         deadline = time.monotonic() + timeout
         while text not in self.output:
-            assert self.read(0.2), f"run.sh left: {self.output}"
+            assert self.read(0.2), f"run.sh ended: {self.output}"
             assert time.monotonic() < deadline, f"no {text!r} in {self.output!r}"
 
     def wait(self, timeout=60):
@@ -128,14 +128,14 @@ def port():
 
 @pytest.fixture
 def serving(port):
-    """A server that is up, as a process that gets no terminal."""
-    process = subprocess.Popen([ROOT / "run.sh", *QUICK, "--port", port], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                               stderr=subprocess.STDOUT, text=True)
+    """A server that is up, as a process without a terminal."""
+    process = subprocess.Popen([ROOT / "run.sh", *QUICK, "--port", port], stdin=subprocess.DEVNULL,
+                               stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
     for line in process.stdout:
         if "Ctrl-C stops it" in line:
             break
     else:
-        pytest.fail(f"run.sh left with {process.wait(60)}")
+        pytest.fail(f"run.sh exited with {process.wait(60)}")
     yield process
     process.terminate()
     process.wait(60)
@@ -150,7 +150,7 @@ def assert_nothing_left(port):
         probe.bind(("127.0.0.1", int(port)))
 
 
-def test_once_prints_every_processor_with_its_columns_named(port):
+def test_once_prints_processors_with_named_columns(port):
     before = files_in_checkout()
     result = run("--once", "--port", port)
     assert result.stderr == ""
@@ -163,14 +163,14 @@ def test_once_prints_every_processor_with_its_columns_named(port):
     assert files_in_checkout() == before
 
 
-def test_once_names_everything_that_is_served(port):
+def test_once_names_all_tables_and_columns(port):
     output = run("--once", *QUICK, "--port", port).stdout
     assert "unnamed table" not in output
     assert not re.search(r"^column \d+ ", output, re.MULTILINE)
 
 
 def test_once_prints_every_table(serving, port):
-    # The agent answers before the table of faults is full, and an empty table is not printed.
+    # Empty tables are not printed, and the agent answers before the fault table is filled.
     wait_until(lambda: "broadcaster: 1 listeners" in run("--port", port, "--exec", "bmcsim ctl show faults").stdout,
                what="the faults")
     output = run("--once", "--port", port).stdout
@@ -183,17 +183,17 @@ def test_once_prints_every_table(serving, port):
     assert missing == []
 
 
-def test_once_keeps_to_the_width_of_the_terminal(port):
+def test_once_fits_the_width_of_the_terminal(port):
     output = run("--once", *QUICK, "--port", port, env={**os.environ, "COLUMNS": "100"}).stdout
     assert max(map(len, output.splitlines())) <= 100
 
 
-def test_exec_exits_with_the_commands_status(port):
+def test_exec_exits_with_the_command_status(port):
     assert run(*QUICK, "--port", port, "--exec", "exit 7").returncode == 7
     assert run(*QUICK, "--port", port, "--exec", "kill -KILL $$").returncode == 128 + signal.SIGKILL
 
 
-def test_exec_runs_on_a_server_of_its_own_when_none_is_up(port):
+def test_exec_boots_a_server_if_none_is_up(port):
     result = run(*QUICK, "--port", port, "--exec",
                  f"bmcsim ctl ping && snmpwalk -v2c -c public 127.0.0.1:{port} {PROCESSOR_DN}")
     assert result.returncode == 0
@@ -201,7 +201,7 @@ def test_exec_runs_on_a_server_of_its_own_when_none_is_up(port):
     assert_nothing_left(port)
 
 
-def test_exec_enters_the_server_that_is_up(serving, port):
+def test_exec_enters_a_running_server(serving, port):
     assert run("--port", port, "--exec", "echo here > /var/note").returncode == 0
     assert not os.path.exists("/var/note")
     result = run("--port", port, "--exec", "cat /var/note; pidof snmp-subagentd; exit 3")
@@ -209,22 +209,22 @@ def test_exec_enters_the_server_that_is_up(serving, port):
     assert re.fullmatch(r"here\n\d+\n", result.stdout)
 
 
-def test_exec_leaves_no_command_behind_when_it_is_killed(serving, port):
-    sleep = f"sleep 86399.{os.getpid()}"  # nobody else's
+def test_killed_exec_takes_its_command_along(serving, port):
+    sleep = f"sleep 86399.{os.getpid()}"  # unique on this machine
     command = subprocess.Popen([ROOT / "run.sh", "--port", port, "--exec", f"exec {sleep}"], stdin=subprocess.DEVNULL)
-    wait_until(lambda: f"{sleep} " in processes_with(sleep), what="the command runs")
+    wait_until(lambda: f"{sleep} " in processes_with(sleep), what="the command")
     command.terminate()
     command.wait(60)
-    wait_until(lambda: f"{sleep} " not in processes_with(sleep), what="the command is gone")
+    wait_until(lambda: f"{sleep} " not in processes_with(sleep), what="the end of the command")
 
 
-def test_once_shows_the_server_that_is_up(serving, port):
+def test_once_shows_a_running_server(serving, port):
     result = run("--once", "--port", port)
     assert result.returncode == 0
     assert "sys/rack-unit-1/board/cpu-1" in result.stdout
 
 
-def test_options_that_a_running_server_cannot_take_are_refused(serving, port):
+def test_boot_option_for_a_running_server_is_refused(serving, port):
     result = run("--port", port, "--cold", "--exec", "true")
     assert result.returncode == 2
     assert f"a server is up on port {port} already" in result.stderr
@@ -241,7 +241,7 @@ def test_servers_on_different_ports_run_side_by_side(serving):
     assert run(*QUICK, "--port", other, "--exec", "test ! -e /var/note && bmcsim ctl ping").returncode == 0
 
 
-def test_port_in_use_is_said(port):
+def test_port_in_use_is_named(port):
     with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as holder:
         holder.bind(("127.0.0.1", int(port)))
         result = run("--once", "--port", port)
@@ -260,7 +260,7 @@ def test_port_in_use_is_said(port):
         (["--port", "70000"], "not '70000'"),
     ],
 )
-def test_wrong_words_are_named(arguments, complaint):
+def test_wrong_options_are_named(arguments, complaint):
     result = run(*arguments)
     assert result.returncode == 2
     assert complaint in result.stderr
@@ -274,7 +274,7 @@ def test_help_names_every_option():
         assert re.search(rf"^  {option}\b", result.stdout, re.MULTILINE)
 
 
-def test_warm_boot_is_the_default_and_cold_leaves_the_marker_out(port):
+def test_boot_is_warm_unless_cold_is_asked_for(port):
     assert run(*QUICK, "--port", port, "--exec", "test -e /var/tvmcWarmStartup").returncode == 0
     assert run(*QUICK, "--port", port, "--cold", "--exec", "test ! -e /var/tvmcWarmStartup").returncode == 0
 
@@ -283,19 +283,19 @@ def test_agentx_puts_snmpd_in_front(port):
     result = run(*QUICK, "--port", port, "--agentx", "--exec",
                  f"snmpget -v2c -c public -Ovq 127.0.0.1:{port} .1.3.6.1.2.1.1.2.0 {PROCESSOR_DN}.1 && pidof snmpd")
     assert result.stderr == ""
-    # The first is the master's own: net-snmp's object identifier on Linux.
+    # sysObjectID is the master's own: net-snmp's identifier for Linux.
     assert re.fullmatch(r".*8072\.3\.2\.10\nsys/rack-unit-1/board/cpu-1\n\d+\n", result.stdout)
     assert_nothing_left(port)
 
 
-def test_speed_turns_the_daemons_clock(port):
-    # The seconds that the agent has been up, as it tells every manager that introduces itself by SNMPv3.
+def test_speed_sets_the_pace_of_the_daemons_clock(port):
+    # The agent's uptime in seconds, from the answer to an SNMPv3 manager's first packet.
     uptime = (f"snmpget -v3 -r 1 -l noAuthNoPriv -u nobody -Dlcd 127.0.0.1:{port} .1.3 2>&1 |"
               " sed -n 's/.*boots=1, time=//p' | tail -n 1")
     result = run("--port", port, "--speed", "50", "--exec",
                  f"start=$EPOCHREALTIME; until (( $({uptime}) > 100 )); do sleep 0.1; done; echo $start $EPOCHREALTIME")
     start, end = map(float, result.stdout.split())
-    assert end - start < 60  # those 100 s take 2, and some more on a busy machine
+    assert end - start < 60  # 100 s take 2 s, or somewhat more on a busy machine
 
 
 def test_interrupt_stops_everything(port):
@@ -307,8 +307,8 @@ def test_interrupt_stops_everything(port):
     assert_nothing_left(port)
 
 
-def test_interrupt_reaches_a_command_and_not_the_server(port):
-    """The command decides what Ctrl-C means; the server is there as long as the command is."""
+def test_interrupt_reaches_the_command_only(port):
+    """The command decides what Ctrl-C means. The server stays up until the command ends."""
     terminal = Terminal(*QUICK, "--port", port, "--exec",
                         "trap 'bmcsim ctl ping && echo still there; exit 9' INT; echo ready;"
                         "while :; do sleep 0.1; done")
@@ -326,7 +326,7 @@ def test_signal_stops_everything(serving, port, number):
     assert_nothing_left(port)
 
 
-def test_killed_launcher_takes_its_server_along(serving, port):
+def test_killed_run_sh_takes_its_server_along(serving, port):
     serving.kill()
     serving.wait(60)
     left_behind = BUILD / f"server-{port}"
@@ -337,8 +337,8 @@ def test_killed_launcher_takes_its_server_along(serving, port):
                 return True
             except BlockingIOError:
                 return False
-        wait_until(lock_is_free, what="the server's last process is gone")
-    # The kernel takes the last files of a server's first process, and only then the processes below it.
+        wait_until(lock_is_free, what="the end of the lock's holders")
+    # When a namespace's first process dies, the kernel closes its files before it kills the processes below it.
     wait_until(lambda: not processes_with(f"127.0.0.1:{port}"), what="the end of all its processes")
     assert run(*QUICK, "--port", port, "--exec", "true").returncode == 0
     assert not left_behind.exists()
@@ -353,10 +353,10 @@ def test_daemon_that_dies_is_reported(serving, port):
 
 def test_server_boots_for_an_ordinary_user():
     if os.geteuid() != 0:
-        pytest.skip("this is an ordinary user already: every other test shows it")
+        pytest.skip("this is an ordinary user already, so every other test covers it")
     nobody = ["setpriv", "--reuid", "65534", "--regid", "65534", "--clear-groups"]
     if subprocess.run([*nobody, "test", "-x", BUILD / "bmcsim"], check=False).returncode != 0:
-        pytest.skip(f"nobody may not read {ROOT}")
+        pytest.skip(f"user nobody cannot read {ROOT}")
     result = boot("--", "sh", "-c", "bmcsim ctl ping >/dev/null && touch /var/mine && id -u", prefix=nobody)
     assert (result.returncode, result.stdout) == (0, "0\n"), result.stderr
 
@@ -372,7 +372,7 @@ def test_checkout_below_tmp_stays_visible(directory):
     assert (result.returncode, result.stdout.split()) == (0, ["checkout", "kept"]), result.stderr
 
 
-def test_front_ends_and_the_machines_own_programs_are_in_the_path(port):
+def test_path_has_front_ends_and_local_programs(port):
     script = ("for name in datactl flatkv slotutil ipmitool; do test -x /usr/local/bin/$name || exit 1; done;"
               "ls /usr/local/bin")
     result = boot("--", "sh", "-c", script)
@@ -381,7 +381,7 @@ def test_front_ends_and_the_machines_own_programs_are_in_the_path(port):
     assert not os.path.exists("/usr/local/bin/datactl")
 
 
-def test_boot_says_when_namespaces_are_refused(directory):
+def test_boot_explains_refused_namespaces(directory):
     refusing = directory / "unshare"
     refusing.write_text("#!/bin/sh\necho 'unshare failed: Operation not permitted' >&2\nexit 1\n")
     refusing.chmod(0o755)

@@ -1,4 +1,4 @@
-"""The scripts around the build: what they install and when, and the words that they refuse."""
+"""scripts/install-packages, the options of test.sh, and the entry point of continuous integration."""
 
 import os
 import shutil
@@ -13,16 +13,16 @@ INSTALL = ROOT / "scripts/install-packages"
 
 @pytest.fixture
 def machine(directory):
-    """A machine made of a few programs; what is asked of apt-get is in the file `asked`."""
+    """A machine with a few programs only. The arguments of each apt-get call are a line in the file `apt_calls`."""
     programs = directory / "bin"
     programs.mkdir()
     for name in ["bash", "env", "mktemp", "rm", "cat"]:
         (programs / name).symlink_to(shutil.which(name))
 
     class Machine:
-        asked = directory / "asked"
+        apt_calls = directory / "apt-calls"
 
-        def program(self, name, body):
+        def add_program(self, name, body):
             (programs / name).write_text(f"#!/bin/bash\n{body}\n")
             (programs / name).chmod(0o755)
 
@@ -31,52 +31,52 @@ def machine(directory):
                                   check=False)
 
     machine = Machine()
-    machine.program("apt-get", f'echo "$*" >> {machine.asked}')
+    machine.add_program("apt-get", f'echo "$*" >> {machine.apt_calls}')
     return machine
 
 
-def test_nothing_is_asked_or_said_when_all_packages_are_there(machine):
-    machine.program("dpkg-query", 'for package in "${@:4}"; do echo "$package installed"; done')
+def test_nothing_is_done_if_all_packages_are_there(machine):
+    machine.add_program("dpkg-query", 'for package in "${@:4}"; do echo "$package installed"; done')
     result = machine.install("test")
     assert (result.returncode, result.stdout, result.stderr) == (0, "", "")
-    assert not machine.asked.exists()
+    assert not machine.apt_calls.exists()
 
 
-@pytest.mark.skipif(os.geteuid() != 0, reason="installing for others asks sudo, which is tested below")
-def test_only_what_is_missing_is_installed_and_named(machine):
-    machine.program("dpkg-query", 'for package in "${@:4}"; do case $package in cmake) ;; faketime) echo '
+@pytest.mark.skipif(os.geteuid() != 0, reason="an ordinary user needs sudo, which is tested below")
+def test_only_missing_packages_are_installed(machine):
+    machine.add_program("dpkg-query", 'for package in "${@:4}"; do case $package in cmake) ;; faketime) echo '
                     '"faketime config-files" ;; *) echo "$package installed" ;; esac; done; exit 1')
     result = machine.install("run")
     assert (result.returncode, result.stderr) == (0, "Installing cmake faketime\n")
-    update, install = machine.asked.read_text().splitlines()
+    update, install = machine.apt_calls.read_text().splitlines()
     assert update.endswith("update")
     assert install.endswith("install --yes --no-install-recommends cmake faketime")
 
 
-@pytest.mark.skipif(os.geteuid() != 0, reason="installing for others asks sudo, which is tested below")
-def test_failed_installation_shows_what_apt_said(machine):
-    machine.program("dpkg-query", "exit 1")
-    machine.program("apt-get", 'echo "no space left"; exit 100')
+@pytest.mark.skipif(os.geteuid() != 0, reason="an ordinary user needs sudo, which is tested below")
+def test_failed_installation_shows_apts_output(machine):
+    machine.add_program("dpkg-query", "exit 1")
+    machine.add_program("apt-get", 'echo "no space left"; exit 100')
     result = machine.install("run")
     assert result.returncode == 1
     assert "no space left" in result.stderr
     assert "Not all packages could be installed" in result.stderr
 
 
-def test_ordinary_user_without_sudo_is_told_what_to_do(machine, directory):
-    machine.program("dpkg-query", "exit 1")
+def test_user_without_sudo_is_shown_the_command(machine, directory):
+    machine.add_program("dpkg-query", "exit 1")
     directory.chmod(0o755)
     prefix = [shutil.which("setpriv"), "--reuid", "65534", "--clear-groups"] if os.geteuid() == 0 else []
     if prefix and subprocess.run([*prefix, "test", "-x", INSTALL], check=False).returncode != 0:
-        pytest.skip(f"nobody may not read {ROOT}")
+        pytest.skip(f"user nobody cannot read {ROOT}")
     result = machine.install("run", *prefix)
     assert result.returncode == 1
     assert "takes root or sudo" in result.stderr
     assert "apt-get install --no-install-recommends g++ cmake" in result.stderr
-    assert not machine.asked.exists()
+    assert not machine.apt_calls.exists()
 
 
-def test_machine_that_is_no_debian_is_told_what_is_needed(machine):
+def test_other_system_is_refused(machine):
     result = machine.install("run")
     assert result.returncode == 1
     assert "needs Debian 12" in result.stderr
@@ -87,12 +87,12 @@ def test_machine_that_is_no_debian_is_told_what_is_needed(machine):
     (["--preset"], "--preset takes"),
     (["--all"], "unknown option '--all'"),
 ])
-def test_wrong_words_to_test_sh_are_named(arguments, complaint):
+def test_wrong_options_of_test_sh_are_named(arguments, complaint):
     result = subprocess.run([ROOT / "test.sh", *arguments], capture_output=True, text=True, timeout=30, check=False)
     assert result.returncode == 2
     assert complaint in result.stderr
 
 
-def test_continuous_integration_runs_test_sh_and_nothing_else():
+def test_ci_runs_test_sh_and_nothing_else():
     lines = [line for line in (ROOT / ".ci/run").read_text().splitlines() if line and not line.startswith("#")]
     assert lines == ['exec "$(dirname "${BASH_SOURCE[0]}")/../test.sh"']

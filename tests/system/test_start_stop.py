@@ -1,6 +1,6 @@
-"""The daemon with the real module, started and stopped again and again: nothing is left behind.
+"""The daemon with the real module is started and stopped again and again: it stops in time and leaves nothing behind.
 
-TAVO_CYCLES: how often, by default 5 times.
+TAVO_CYCLES is the number of cycles (default: 5).
 """
 
 import os
@@ -16,47 +16,47 @@ from server import ServedDaemon, Server, children_of
 
 CYCLES = int(os.environ.get("TAVO_CYCLES", "5"))
 SPEED = 60
-LONGEST_STOP = 8  # seconds of the daemon's clock, as documented
-MARGIN = 5  # seconds of ours, for processes to end on a busy machine
+LONGEST_STOP = 8  # seconds on the daemon's clock, as documented
+MARGIN = 5  # seconds on the machine's clock, which may be busy
 
 
 def documented_files():
-    """The paths that the operators' page names."""
+    """The paths that docs/operations.md names."""
     return set(re.findall(r"`(/(?:var|tmp)/[^`]*)`", (ROOT / "docs/operations.md").read_text()))
 
 
 def files(server):
-    """What stands in the server's own directories. libfaketime, which makes the clock run fast, leaves its share of them."""
+    """Files and sockets in the server's own directories, without those of libfaketime, which speeds the clock up."""
     found = server.run("find", "/tmp", "/var", "/dev/shm", "-xdev", "(", "-type", "f", "-o", "-type", "s", ")").stdout
     return {path for path in found.splitlines() if "faketime" not in path}
 
 
 def ipc():
-    """System V shared memory, semaphores and queues: key and id of each."""
+    """(kind, key, id) of each System V shared memory segment, semaphore set and message queue."""
     return {(kind, *line.split()[:2]) for kind in ("shm", "sem", "msg")
             for line in pathlib.Path("/proc/sysvipc", kind).read_text().splitlines()[1:]}
 
 
 def processes(server):
-    """The ids of all that runs on the server. An ended one that nobody has waited for does not run any more."""
+    """The ids of all processes on the server, except for zombies."""
     def below(pid):
         own = set() if ") Z " in pathlib.Path(f"/proc/{pid}/stat").read_text() else {pid}
         return own.union(*(below(child) for child in children_of(pid)))
     try:
         return below(server.pid)
-    except (FileNotFoundError, ProcessLookupError):  # one has just ended
+    except (FileNotFoundError, ProcessLookupError):  # a process has just ended
         return processes(server)
 
 
 def cycle(directory, server, number):
-    """Starts and stops the daemon at one of three moments. Its exit status, and how long the stop took on its clock."""
+    """Starts the daemon, and stops it at one of three moments. Returns its exit status and the seconds that it took."""
     moment = number % 3
     daemon = ServedDaemon(directory, server, SPEED, ready=moment != 2)
     try:
         if moment == 0:
             assert len(snmp("snmpbulkwalk", daemon.address, BASE, timeout=30)) > 1000
         if moment == 2:
-            daemon.wait_for_log("Fault Init done")  # in the middle of the start
+            daemon.wait_for_log("Fault Init done")  # halfway through the start
         began = time.monotonic()
         daemon.signal(signal.SIGTERM)
         status = daemon.wait()
@@ -65,7 +65,7 @@ def cycle(directory, server, number):
         daemon.stop()
 
 
-def test_start_and_stop_again_and_again(start, directory):
+def test_repeated_start_and_stop_leave_nothing_behind(start, directory):
     server = start(Server)
     files_before, processes_before, ipc_before = files(server), processes(server), ipc()
     stops = []
@@ -74,7 +74,7 @@ def test_start_and_stop_again_and_again(start, directory):
         status, seconds = cycle(directory, server, number)
         assert status == 0, f"cycle {number}"
         stops.append(seconds)
-        # A tool that was running may take a moment more.
+        # A tool that was running may take a moment longer to end.
         wait_until(lambda: processes(server) <= processes_before, what=f"the end of all processes of cycle {number}")
     print(f"{CYCLES} cycles in {time.monotonic() - began:.0f} s; longest stop {max(stops):.2f} s, "
           f"{max(stops) * SPEED:.1f} s on the daemon's clock; the fifth longest {sorted(stops)[-5:][0]:.2f} s")

@@ -1,4 +1,4 @@
-"""The storage and SD-card tables on the simulated server: what is served, and what follows when the hardware changes."""
+"""The storage and SD-card tables on the simulated server: what they show, and how they follow the hardware."""
 
 import re
 import signal
@@ -26,18 +26,19 @@ SPEED = 20
 
 
 def walk(address, column):
-    """{index: value} of a column, {} when the table is empty."""
+    """{index: value} of a column; {} if the table is empty."""
     lines = snmp("snmpbulkwalk", address, column)
     cells = (re.match(r'\.[\d.]+\.(\d+) = (?:[\w-]+: (.*)|"")$', line) for line in lines)
     return {int(cell[1]): cell[2] or "" for cell in cells if cell}
 
 
 def texts(address, column):
+    """walk() without the quotation marks."""
     return {index: value.strip('"') for index, value in walk(address, column).items()}
 
 
 def tables_in_storage(address):
-    """How many rows each of the seven tables has, by its second column."""
+    """{table: how many rows it has} for the seven tables."""
     return {table: len(walk(address, f"{table}.2"))
             for table in (CONTROLLERS, DISKS, VOLUMES, BATTERIES, CARDS, SD_CONTROLLER, PARTITIONS)}
 
@@ -52,7 +53,7 @@ def daemon(start, server):
     return start(ServedDaemon, server, speed=SPEED)
 
 
-def test_controllers_share_slots_and_every_request_is_answered(daemon):
+def test_parts_are_named_by_controller_and_slot(daemon):
     assert texts(daemon.address, f"{CONTROLLERS}.2") == {
         1: "sys/rack-unit-1/board/storage-SAS-SAS",
         2: "sys/rack-unit-1/board/storage-SAS-SLOT-4",
@@ -61,7 +62,7 @@ def test_controllers_share_slots_and_every_request_is_answered(daemon):
     disks = texts(daemon.address, f"{DISKS}.2")
     assert disks[1] == "sys/rack-unit-1/board/storage-SAS-SLOT-4/pd-1"
     assert list(disks) == list(range(1, len(disks) + 1))
-    # The last volume keeps its number though the one before it is gone.
+    # The last volume keeps its number, although the one before it is gone.
     assert [name.split("-1/board/")[1] for name in texts(daemon.address, f"{VOLUMES}.2").values()] == [
         "storage-SAS-SAS/vd-0", "storage-SAS-SLOT-4/vd-0", "storage-SAS-SLOT-4/vd-2"]
 
@@ -72,7 +73,7 @@ def test_controllers_share_slots_and_every_request_is_answered(daemon):
     assert [re.findall(r"pd-\d", answer)[0] for answer in answers[::3]] == ["pd-3", "pd-1", "pd-2"]
 
 
-def test_the_whole_storage_subtree_is_walked_by_every_tool(daemon):
+def test_all_tools_walk_the_same_subtree(daemon):
     walked = snmp("snmpwalk", daemon.address, STORAGE)
     for repetitions in ("1", "10", "50"):
         assert snmp("snmpbulkwalk", daemon.address, f"-Cr{repetitions}", STORAGE) == walked
@@ -81,7 +82,7 @@ def test_the_whole_storage_subtree_is_walked_by_every_tool(daemon):
     assert tables == sorted(tables)
 
 
-def test_a_pulled_disk_becomes_a_placeholder_and_comes_back(daemon, server):
+def test_pulled_disk_becomes_a_placeholder(daemon, server):
     def slot_2():
         return [answer.split(" = ")[1] for answer in
                 snmpget(daemon.address, f"{DISKS}.9.2", f"{DISKS}.10.2", f"{DISKS}.14.2")]
@@ -90,13 +91,13 @@ def test_a_pulled_disk_becomes_a_placeholder_and_comes_back(daemon, server):
     before = slot_2()
     assert before[2] == 'STRING: "DISK-B"'
     server.ctl("drive", "pull", "4", "2")
-    # The snapshot is left alone for a minute, and the refresh thread looks every 20 seconds.
+    # The module leaves the snapshot alone for a minute, and its refresh thread looks every 20 seconds.
     wait_until(lambda: slot_2() == ["INTEGER: 6", "INTEGER: 11", '""'], what="a placeholder in slot 2")
     server.ctl("drive", "insert", "4", "2")
     wait_until(lambda: slot_2() == before, what="the disk in slot 2")
 
 
-def test_a_volume_a_battery_and_a_controller_that_change_are_seen(daemon, server):
+def test_changed_volume_battery_controller_are_shown(daemon, server):
     def cells():
         """The operability of the on-board volume and of the battery, and the third controller's name."""
         return [answer.split(" = ")[1] for answer in
@@ -109,24 +110,24 @@ def test_a_volume_a_battery_and_a_controller_that_change_are_seen(daemon, server
     server.ctl("battery", "fail", "4")
     server.ctl("controller", "add", "7", "location=SLOT-7")
     changed = ["INTEGER: 3", "INTEGER: 1", 'STRING: "sys/rack-unit-1/board/storage-SAS-SLOT-7"']
-    wait_until(lambda: cells() == changed, what="what has changed")
+    wait_until(lambda: cells() == changed, what="the changed cells")
     server.ctl("volume", "rebuild", "0", "0")
     server.ctl("battery", "repair", "4")
     server.ctl("controller", "remove", "7")
-    wait_until(lambda: cells() == before, what="what there was before")
+    wait_until(lambda: cells() == before, what="the cells as before")
 
 
-def test_a_burst_of_events_is_one_rebuild(start, server):
-    # Slow enough that the burst is over when the refresh thread looks for events, a minute after its start: of one that
-    # is not, the rest is rightly a second rebuild.
+def test_burst_of_events_is_one_rebuild(start, server):
+    # The refresh thread looks for events a minute after its start. The clock must be slow enough for the burst to be
+    # over by then: later events rightly cause a second rebuild.
     speed = 8
     daemon = start(ServedDaemon, server, speed=speed)
     server.wait_for_listeners()
-    # An unreadable snapshot leaves one line for each rebuild.
+    # Without a snapshot, each rebuild logs one line.
     server.ctl("snapshot", "missing")
     server.ctl("storage-event", "7", "1000")
     wait_until(lambda: walk(daemon.address, f"{DISKS}.2") == {}, what="a rebuild")
-    time.sleep(100 / speed)  # longer than a second rebuild would take to come
+    time.sleep(100 / speed)  # a second rebuild would come within this time
     assert daemon.log().count(f"Unable to open {SNAPSHOT}") == 1
 
 
@@ -145,7 +146,7 @@ def test_a_burst_of_events_is_one_rebuild(start, server):
     ],
     ids=["missing", "empty", "no-count", "no-record", "count-minus-1", "count-0", "fifo", "directory", "sparse"],
 )
-def test_a_damaged_snapshot_means_empty_tables_and_a_serving_agent(start, server, damage, message):
+def test_damaged_snapshot_only_empties_the_tables(start, server, damage, message):
     server.run("sh", "-c", damage)
     daemon = start(ServedDaemon, server, speed=SPEED)
     tables = tables_in_storage(daemon.address)
@@ -156,20 +157,21 @@ def test_a_damaged_snapshot_means_empty_tables_and_a_serving_agent(start, server
     assert complaints == ([message] if message else [])
 
 
-def test_a_count_that_promises_too_much_keeps_the_daemon_small(start, server):
+def test_huge_controller_count_costs_no_memory(start, server):
     server.ctl("snapshot", "count", "2147483647")
     daemon = start(ServedDaemon, server, speed=SPEED)
     daemon.wait_for_log(f"Unable to read ctrl from {SNAPSHOT} for index 3")
-    # At start-up what was read is shown: a later rebuild would empty the tables.
+    # At start-up the module shows the controllers that it could read. A later rebuild would empty the tables.
     assert len(walk(daemon.address, f"{CONTROLLERS}.2")) == 2
     assert daemon.resident_kib() < 100_000
 
 
 def rebuilds(daemon):
+    """How often the SD-card tables have been rebuilt."""
     return daemon.log().count(SD_TRIGGER)
 
 
-def test_a_pulled_card_a_changed_mode_and_a_changed_partition_are_seen_at_once(daemon, server):
+def test_sd_card_changes_are_shown_at_once(daemon, server):
     server.wait_for_sd_listener(daemon)
     before = rebuilds(daemon)
     assert texts(daemon.address, f"{CARDS}.3") == {1: "pd-SLOT-1", 2: "pd-SLOT-2"}
@@ -178,7 +180,7 @@ def test_a_pulled_card_a_changed_mode_and_a_changed_partition_are_seen_at_once(d
     server.ctl("sd-card", "insert", "1")
     wait_until(lambda: len(walk(daemon.address, f"{CARDS}.3")) == 2, what="two cards")
 
-    # The kind of partition 1 depends on the mode. There is no partition 3, and the index says so.
+    # The kind of partition 1 depends on the mode. There is no partition 3, and so no row 3.
     assert walk(daemon.address, f"{PARTITIONS}.8") == {1: "3", 2: "1", 4: "4"}
     server.ctl("sd-mode", "1")
     wait_until(lambda: walk(daemon.address, f"{PARTITIONS}.8")[1] == "0", what="the other mode")
@@ -188,19 +190,19 @@ def test_a_pulled_card_a_changed_mode_and_a_changed_partition_are_seen_at_once(d
     assert rebuilds(daemon) == before + 4
 
 
-def test_a_thousand_connections_are_a_thousand_rebuilds_while_the_tables_are_served(daemon, server):
+def test_each_connection_rebuilds_the_sd_card_tables(daemon, server):
     server.wait_for_sd_listener(daemon)
     before = rebuilds(daemon)
     expected = snmp("snmpbulkwalk", daemon.address, "-Cr50", STORAGE)
-    talkers = [subprocess.Popen([str(word) for word in server.entered("bmcsim", "ctl", "sd-trigger", "500", *text)],
+    clients = [subprocess.Popen([str(word) for word in server.entered("bmcsim", "ctl", "sd-trigger", "500", *text)],
                                 stdout=subprocess.PIPE, text=True)
                for text in ([], ["changed"])]
     walks = 0
-    while any(talker.poll() is None for talker in talkers):
+    while any(client.poll() is None for client in clients):
         assert snmp("snmpbulkwalk", daemon.address, "-Cr50", STORAGE) == expected
         walks += 1
-    for talker in talkers:
-        assert talker.communicate()[0].startswith("500 of 500 connections")
+    for client in clients:
+        assert client.communicate()[0].startswith("500 of 500 connections")
     daemon.wait_for_log(SD_TRIGGER, count=before + 1000)
     print(f"{walks} walks meanwhile")
     assert walks > 0
@@ -209,7 +211,7 @@ def test_a_thousand_connections_are_a_thousand_rebuilds_while_the_tables_are_ser
     assert daemon.log().count("velt_thread:recv() failed: Success\n") == before + 500
 
 
-def test_a_long_message_is_logged_up_to_1024_octets(daemon, server):
+def test_long_message_is_logged_up_to_1024_octets(daemon, server):
     server.wait_for_sd_listener(daemon)
     before = rebuilds(daemon)
     server.ctl("sd-trigger", "1", "a" * 1024 + "b" * 976)
@@ -218,15 +220,15 @@ def test_a_long_message_is_logged_up_to_1024_octets(daemon, server):
     assert "b" * 10 not in daemon.log()
 
 
-def test_a_peer_that_says_nothing_keeps_nobody_waiting(daemon, server):
+def test_silent_sd_client_keeps_nobody_waiting(daemon, server):
     server.wait_for_sd_listener(daemon)
     before = rebuilds(daemon)
     peer = subprocess.Popen([str(word) for word in server.entered(
         "python3", "-c",
-        f"import socket, sys; s = socket.socket(socket.AF_UNIX); s.connect('{SOCKET}'); print('connected', flush=True); "
-        "sys.stdin.read()")], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+        f"import socket, sys; s = socket.socket(socket.AF_UNIX); s.connect('{SOCKET}'); "
+        "print('connected', flush=True); sys.stdin.read()")], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
     assert peer.stdout.readline() == "connected\n"
-    # It says nothing until we let it go: whoever waited for it would get no answer.
+    # It is silent until we close its input. If requests waited for it, they would not be answered now.
     for _ in range(8):
         assert tables_in_storage(daemon.address)[CARDS] == 2
         assert rebuilds(daemon) == before
@@ -236,7 +238,7 @@ def test_a_peer_that_says_nothing_keeps_nobody_waiting(daemon, server):
     assert rebuilds(daemon) == before + 1
 
 
-def test_a_stale_file_in_the_sockets_place_is_replaced(start, server):
+def test_stale_file_in_the_sockets_place_is_replaced(start, server):
     server.run("sh", "-c", f"echo stale > {SOCKET}")
     daemon = start(ServedDaemon, server, speed=SPEED)
     server.wait_for_sd_listener(daemon)
@@ -244,15 +246,15 @@ def test_a_stale_file_in_the_sockets_place_is_replaced(start, server):
     daemon.wait_for_log("velt_thread: hello")
 
 
-def test_a_directory_in_the_sockets_place_costs_the_events_only(start, server):
+def test_directory_in_the_sockets_place_stops_no_table(start, server):
     server.run("mkdir", SOCKET)
     daemon = start(ServedDaemon, server, speed=SPEED)
     daemon.wait_for_log(r"velt_thread: bind\(\) failed: Address already in use")
     assert tables_in_storage(daemon.address)[CARDS] == 2
 
 
-def test_the_daemon_stops_though_its_storage_threads_wait(start, server):
-    # At a pace that leaves its loop seconds of ours to take the signal, before the daemon leaves all the same.
+def test_daemon_stops_while_storage_threads_wait(start, server):
+    # A slow clock: the daemon's loop gets seconds to handle the signal before a watcher thread ends the process.
     daemon = start(ServedDaemon, server, speed=2)
     daemon.signal(signal.SIGTERM)
     assert daemon.wait() == 0

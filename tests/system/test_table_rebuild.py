@@ -1,6 +1,6 @@
-"""A table that is rebuilt without pause while managers read it: every answer is whole and right.
+"""Managers walk a table that is rebuilt without pause: every walk is complete and every value right.
 
-TAVO_STRESS_SECONDS: how long the managers walk, by default 5 s.
+TAVO_STRESS_SECONDS is how long they walk (default: 5).
 """
 
 import os
@@ -17,7 +17,7 @@ SECONDS = float(os.environ.get("TAVO_STRESS_SECONDS", "5"))
 
 
 def column(number, row):
-    """The value of a cell as the test module's processors have it."""
+    """The value of a cell, from what modules/rebuilder.cpp says of its processors."""
     return {
         2: f'STRING: "sys/rack-unit-1/board/cpu-{row}"',
         3: f'STRING: "cpu-{row}"',
@@ -43,7 +43,7 @@ def column(number, row):
     }[number]
 
 
-def test_eight_managers_walk_a_table_that_is_rebuilt_without_pause(start):
+def test_walks_are_whole_while_table_is_rebuilt(start):
     wanted = [f".{TABLE}.1.{number}.{row} = {column(number, row)}"
               for number in range(2, 23) for row in range(1, PROCESSORS + 1)]
     daemon = start(Daemon, module=TEST_MODULES / "rebuilder.so", REBUILT_MODULE=str(BUILD / "libsnmpextmibmodule.so"))
@@ -60,7 +60,7 @@ def test_eight_managers_walk_a_table_that_is_rebuilt_without_pause(start):
                 return
             got = [line for line in lines if "No more variables left in this MIB View" not in line]
             if got != wanted:
-                wrong.append(sorted(set(got) ^ set(wanted)) or "the cells are in disorder")
+                wrong.append(sorted(set(got) ^ set(wanted)) or "the cells are in the wrong order")
             walks[manager] += 1
 
     managers = [threading.Thread(target=walk, args=(manager,)) for manager in range(MANAGERS)]

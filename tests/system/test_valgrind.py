@@ -1,4 +1,4 @@
-"""The daemon with the real module under valgrind's memcheck: nothing is leaked, nothing read or written amiss."""
+"""The daemon with the real module under valgrind's memcheck: no leak, no invalid read or write."""
 
 import re
 import shutil
@@ -13,7 +13,7 @@ SPEED = 12
 
 
 @pytest.mark.skipif(not shutil.which("valgrind"), reason="valgrind is not installed")
-def test_walks_a_fault_and_a_refresh_leave_memcheck_silent(start, directory):
+def test_walks_fault_and_refresh_are_memcheck_clean(start, directory):
     server = start(Server)
     report, pid_file = directory / "memcheck.log", directory / "pid"
     memcheck = ["valgrind", "--leak-check=full", "--show-leak-kinds=definite,indirect,possible", "--num-callers=30",
@@ -31,7 +31,7 @@ def test_walks_a_fault_and_a_refresh_leave_memcheck_silent(start, directory):
     server.wait_for_sd_listener(daemon)
     server.ctl("sd-card", "pull", "1")
     daemon.wait_for_log(SD_TRIGGER, count=2)
-    # Announced once at the start and once in a periodic refresh, where only the LEDs come after it.
+    # Logged once at the start and once in the periodic refresh, where only the LEDs come later.
     daemon.wait_for_log(r"InventoryPSUviaPMBUSDaemon\n", timeout=120, count=2)
     assert len(snmp("snmpwalk", daemon.address, BASE, timeout=120)) > 1000
     server.run("sh", "-c", f"kill $(cat {pid_file})")
