@@ -19,21 +19,35 @@ std::string usage(const Command &command) {
   return line;
 }
 
-template <class Matches, class Name>
-std::string names_of_commands(Matches matches, Name name) {
-  std::vector<std::string_view> names;
+// One word of every command that `matches`, each only once.
+template <class Matches>
+std::string words_of_commands(std::string_view Command::*word, Matches matches) {
+  std::vector<std::string_view> words;
   for (const auto commands : all_commands()) {
     for (const Command &command : commands) {
-      const std::string_view word = name(command);
-      if (matches(command) && std::ranges::find(names, word) == names.end()) {
-        names.push_back(word);
+      if (matches(command) && std::ranges::find(words, command.*word) == words.end()) {
+        words.push_back(command.*word);
       }
     }
   }
-  return listed(names);
+  return joined(words);
 }
 
-const Command &find_command(const std::vector<std::string> &words) {
+[[noreturn]] void refuse_object(const std::string &object) {
+  throw BadInput("unknown word '" + object + "'; expected one of " +
+                 words_of_commands(&Command::object, [](const Command &) { return true; }));
+}
+
+[[noreturn]] void refuse_verb(Words words) {
+  const std::string known =
+      words_of_commands(&Command::verb, [&](const Command &command) { return command.object == words[0]; });
+  if (words.size() == 1) {
+    throw BadInput("'" + words[0] + "' needs one of " + known);
+  }
+  throw BadInput("unknown word '" + words[1] + "' after '" + words[0] + "'; expected one of " + known);
+}
+
+const Command &find_command(Words words) {
   bool object_known = false;
   for (const auto commands : all_commands()) {
     for (const Command &command : commands) {
@@ -46,15 +60,20 @@ const Command &find_command(const std::vector<std::string> &words) {
     }
   }
   if (!object_known) {
-    throw BadInput("unknown word '" + words[0] + "'; known are " +
-                   names_of_commands([](const Command &) { return true; }, [](const Command &c) { return c.object; }));
+    refuse_object(words[0]);
   }
-  const std::string known = names_of_commands([&](const Command &c) { return c.object == words[0]; },
-                                              [](const Command &c) { return c.verb; });
-  if (words.size() == 1) {
-    throw BadInput("'" + words[0] + "' needs one of " + known);
+  refuse_verb(words);
+}
+
+std::size_t position_of(const std::vector<Part> &parts, std::string_view field, const std::string &wanted) {
+  std::vector<std::string> known(parts.size());
+  std::ranges::transform(parts, known.begin(),
+                         [&](const Part &part) { return part.written(*find_field(part.kind(), field)); });
+  const auto found = std::ranges::find(known, wanted);
+  if (found == known.end()) {
+    throw BadInput("there is no '" + wanted + "'; there are " + joined({known.begin(), known.end()}));
   }
-  throw BadInput("unknown word '" + words[1] + "' after '" + words[0] + "'; known are " + known);
+  return static_cast<std::size_t>(found - known.begin());
 }
 
 }  // namespace
@@ -65,49 +84,38 @@ std::string control(Machine &machine, const std::vector<std::string> &words) {
   }
   const Command &command = find_command(words);
   const Words arguments = Words(words).subspan(command.verb.empty() ? 1 : 2);
-  if (arguments.size() < command.least) {
-    throw BadInput("something is missing; the command is: " + usage(command));
+  if (arguments.size() < command.arity.least) {
+    throw BadInput("an argument is missing; usage: " + usage(command));
   }
-  if (arguments.size() > command.most) {
-    throw BadInput("'" + arguments[command.most] + "' is one word too many; the command is: " + usage(command));
+  if (arguments.size() > command.arity.most) {
+    throw BadInput("unexpected word '" + arguments[command.arity.most] + "'; usage: " + usage(command));
   }
   return command.run(machine, arguments);
 }
 
-std::string control_help(std::string_view object) {
+std::string control_help() {
   constexpr std::size_t column = 44;
   std::string help;
   for (const auto commands : all_commands()) {
     for (const Command &command : commands) {
-      if (object.empty() || command.object == object) {
-        std::string line = "  " + usage(command);
-        line.append(line.size() < column ? column - line.size() : 2, ' ');
-        help += line + std::string(command.help) + '\n';
+      std::string line = "  " + usage(command);
+      if (line.size() >= column) {
+        help += line + '\n';
+        line.clear();
       }
+      line.resize(column, ' ');
+      help += line + std::string(command.help) + '\n';
     }
   }
   return help;
 }
 
-std::size_t part_position(const std::vector<Part> &parts, std::string_view field, const std::string &wanted) {
-  std::vector<std::string> known;
-  known.reserve(parts.size());
-  for (const Part &part : parts) {
-    known.push_back(part.written(*std::ranges::find(part.kind().fields, field, &Field::name)));
-  }
-  const auto found = std::ranges::find(known, wanted);
-  if (found == known.end()) {
-    throw BadInput("there is no '" + wanted + "'; there are " + listed({known.begin(), known.end()}));
-  }
-  return static_cast<std::size_t>(found - known.begin());
+Part &find_part(std::vector<Part> &parts, std::string_view field, const std::string &wanted) {
+  return parts[position_of(parts, field, wanted)];
 }
 
-Part &find_numbered(std::vector<Part> &parts, const std::string &number) {
-  if (parts.empty()) {
-    throw BadInput("the server has none");
-  }
-  const auto position = parse_number(number, "number", 1, static_cast<std::int64_t>(parts.size()));
-  return parts[static_cast<std::size_t>(position - 1)];
+const Part &find_part(const std::vector<Part> &parts, std::string_view field, const std::string &wanted) {
+  return parts[position_of(parts, field, wanted)];
 }
 
 }  // namespace tavo::sim

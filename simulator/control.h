@@ -1,6 +1,7 @@
-// `bmcsim ctl`: what changes the simulated server while it runs.
+// `bmcsim ctl`: the commands that show and change the running server.
 #pragma once
 
+#include <cstddef>
 #include <span>
 #include <string>
 #include <string_view>
@@ -11,37 +12,49 @@
 namespace tavo::sim {
 
 using Words = std::span<const std::string>;
+using OwnSettings = std::vector<std::string>;  // settings that a command makes up itself
 
-// One command: an object and a verb (empty where the object says it all), then arguments.
+// How many arguments a command takes.
+struct Arity {
+  std::size_t least;
+  std::size_t most;
+};
+constexpr Arity exactly(std::size_t count) {
+  return {.least = count, .most = count};
+}
+constexpr Arity from_to(std::size_t least, std::size_t most) {
+  return {.least = least, .most = most};
+}
+constexpr Arity at_least(std::size_t least) {
+  return {.least = least, .most = SIZE_MAX};
+}
+
+// A command is an object, a verb (empty if the object alone names the command) and arguments.
 struct Command {
   std::string_view object;
-  std::string_view verb = {};
-  std::string_view arguments = {};  // as the help shows them
-  std::size_t least = 0;            // arguments that it needs
-  std::size_t most = 0;             // and that it takes
+  std::string_view verb;
+  std::string_view arguments;  // as the help shows them
+  Arity arity;
   std::string_view help;
-  std::string (*run)(Machine &machine, Words arguments);  // what is printed
+  std::string (*run)(Machine &machine, Words arguments);  // returns what to print
 };
-
-inline constexpr std::size_t any_number = SIZE_MAX;
 
 std::span<const Command> fault_commands();
 std::span<const Command> inventory_commands();
 std::span<const Command> storage_commands();
 std::span<const Command> machine_commands();
 
-// Runs the command that the words say. Throws BadInput that names the wrong word and the right ones.
+// Runs a command and returns what to print. Throws BadInput, which quotes the wrong word and lists the right ones.
 std::string control(Machine &machine, const std::vector<std::string> &words);
 
-// Every command with its help, or those of one object.
-std::string control_help(std::string_view object = "");
+// A line for every command.
+std::string control_help();
 
-// Finds a part by what a user calls it, or throws BadInput that lists what there is.
-std::size_t part_position(const std::vector<Part> &parts, std::string_view field, const std::string &wanted);
-inline Part &find_part(std::vector<Part> &parts, std::string_view field, const std::string &wanted) {
-  return parts[part_position(parts, field, wanted)];
-}
-// The same by position, from 1.
-Part &find_numbered(std::vector<Part> &parts, const std::string &number);
+// The part whose `field` reads `wanted`. Throws BadInput, which lists what there is.
+Part &find_part(std::vector<Part> &parts, std::string_view field, const std::string &wanted);
+const Part &find_part(const std::vector<Part> &parts, std::string_view field, const std::string &wanted);
+
+// A line for each active fault.
+std::string describe_faults(Machine &machine);
 
 }  // namespace tavo::sim

@@ -27,15 +27,9 @@ std::string update(Machine &machine, Words words) {
 }
 
 std::string clear(Machine &machine, Words words) {
-  std::optional<std::int64_t> class_code;
-  if (words.size() > 1) {
-    constexpr std::string_view prefix = "class=";
-    if (!words[1].starts_with(prefix)) {
-      throw BadInput("'" + words[1] + "' is not of the form class=CLASS");
-    }
-    Part probe(fault_kind);
-    probe.set("class", std::string_view(words[1]).substr(prefix.size()));
-    class_code = probe.number("class");
+  const auto class_code = class_in(words.subspan(1));
+  if (words.size() > 1 && !class_code) {
+    throw BadInput("'" + words[1] + "' is not of the form class=CLASS");
   }
   if (!machine.faults().clear(index_of(words[0]), class_code)) {
     throw BadInput("no active fault has the index " + words[0]);
@@ -44,11 +38,8 @@ std::string clear(Machine &machine, Words words) {
 }
 
 std::string list(Machine &machine, Words) {
-  std::string text;
-  for (const Part &fault : machine.faults().active()) {
-    text += describe(fault, "");
-  }
-  return text.empty() ? "no active faults\n" : text;
+  const std::string lines = describe_faults(machine);
+  return lines.empty() ? "no active faults\n" : lines;
 }
 
 std::string storm(Machine &machine, Words words) {
@@ -96,77 +87,39 @@ std::string accept(Machine &machine, Words) {
   return "the broadcaster accepts connections\n";
 }
 
-std::string fail_next(Machine &machine, Words words) {
+std::string refuse_next(Machine &machine, Words words) {
   const auto times = parse_number(words[0], "number of connections", 0, word_most);
   machine.faults().broadcaster().refuse_next(static_cast<std::size_t>(times));
   return "the broadcaster refuses the next " + words[0] + " connections\n";
 }
 
 constexpr auto commands = std::to_array<Command>({
-    {.object = "fault",
-     .verb = "raise",
-     .arguments = "INDEX class=CLASS [FIELD=VALUE ...]",
-     .least = 2,
-     .most = any_number,
-     .help = "raise a fault, or an active one again",
-     .run = raise},
-    {.object = "fault",
-     .verb = "update",
-     .arguments = "INDEX [class=CLASS] [FIELD=VALUE ...]",
-     .least = 1,
-     .most = any_number,
-     .help = "change an active fault",
-     .run = update},
-    {.object = "fault",
-     .verb = "clear",
-     .arguments = "INDEX [class=CLASS]",
-     .least = 1,
-     .most = 2,
-     .help = "clear an active fault",
-     .run = clear},
-    {.object = "fault", .verb = "list", .help = "show the active faults", .run = list},
-    {.object = "fault",
-     .verb = "storm",
-     .arguments = "RECORDS [INDEXES]",
-     .least = 1,
-     .most = 2,
-     .help = "raise, update and clear at random, as fast as it is taken",
-     .run = storm},
-    {.object = "fault",
-     .verb = "send",
-     .arguments = "INDEX [FIELD=VALUE ...]",
-     .least = 1,
-     .most = any_number,
-     .help = "broadcast a record as it is; the table stays",
-     .run = send},
-    {.object = "fault",
-     .verb = "send-file",
-     .arguments = "FILE",
-     .least = 1,
-     .most = 1,
-     .help = "broadcast the file's 960 octets",
-     .run = send_file},
-    {.object = "broadcaster", .verb = "close", .help = "drop every listener", .run = close},
-    {.object = "broadcaster",
-     .verb = "refuse",
-     .least = 0,
-     .most = 0,
-     .help = "turn new listeners away",
-     .run = refuse},
-    {.object = "broadcaster", .verb = "accept", .help = "take listeners again", .run = accept},
-    {.object = "broadcaster",
-     .verb = "fail",
-     .arguments = "N",
-     .least = 1,
-     .most = 1,
-     .help = "turn the next N listeners away",
-     .run = fail_next},
+    {"fault", "raise", "INDEX class=CLASS [FIELD=VALUE ...]", at_least(2), "raise a fault, or raise it again", raise},
+    {"fault", "update", "INDEX [class=CLASS] [FIELD=VALUE ...]", at_least(1), "change an active fault", update},
+    {"fault", "clear", "INDEX [class=CLASS]", from_to(1, 2), "clear an active fault", clear},
+    {"fault", "list", "", exactly(0), "show the active faults", list},
+    {"fault", "storm", "RECORDS [INDEXES]", from_to(1, 2), "raise, update and clear at random, as fast as possible",
+     storm},
+    {"fault", "send", "INDEX [FIELD=VALUE ...]", at_least(1), "broadcast a record only; no fault becomes active", send},
+    {"fault", "send-file", "FILE", exactly(1), "broadcast the file's 960 octets as a record", send_file},
+    {"broadcaster", "close", "", exactly(0), "drop every listener", close},
+    {"broadcaster", "refuse", "", exactly(0), "refuse new listeners", refuse},
+    {"broadcaster", "accept", "", exactly(0), "accept new listeners again", accept},
+    {"broadcaster", "fail", "N", exactly(1), "refuse the next N listeners", refuse_next},
 });
 
 }  // namespace
 
 std::span<const Command> fault_commands() {
   return commands;
+}
+
+std::string describe_faults(Machine &machine) {
+  std::string lines;
+  for (const Part &fault : machine.faults().active()) {
+    lines += describe(fault, "");
+  }
+  return lines;
 }
 
 }  // namespace tavo::sim

@@ -1,123 +1,136 @@
 #include <array>
 
+#include "simulator/class_code.h"
 #include "simulator/control.h"
 
 namespace tavo::sim {
 namespace {
 
-// The faults that the simulated hardware itself raises have an index made of class and unit, so that what raised them
-// can clear them.
-std::uint32_t own_index(std::int64_t class_code, std::int64_t unit) {
-  return static_cast<std::uint32_t>(class_code * 1000 + unit);
+// A piece of hardware, as its faults know it.
+struct Unit {
+  std::string name;
+  std::int64_t class_code;
+  std::int64_t number;
+};
+
+// The index of the fault that the simulator itself raises for a unit. One that follows from class and number, so that a
+// later command can clear the fault.
+std::uint32_t index_of_fault(const Unit &unit) {
+  return static_cast<std::uint32_t>(unit.class_code * 1000 + unit.number);
 }
 
-constexpr std::string_view cause_missing = "238";
-constexpr std::string_view cause_failed = "2";
-
-void raise_fault(Machine &machine, std::int64_t class_code, std::int64_t unit, std::string_view severity,
-                 std::string_view cause, const std::string &description) {
-  const std::vector<std::string> settings{"class=" + std::to_string(class_code), "unit=" + std::to_string(unit),
-                                          "severity=" + std::string(severity), "cause=" + std::string(cause),
-                                          "description=" + description};
-  machine.faults().raise(own_index(class_code, unit), settings);
+std::string raise_fault(Machine &machine, const Unit &unit, const std::string &severity, const std::string &cause,
+                        const std::string &description) {
+  const OwnSettings settings{"class=" + std::to_string(unit.class_code), "unit=" + std::to_string(unit.number),
+                             "severity=" + severity, "cause=" + cause, "description=" + description};
+  const std::uint32_t index = index_of_fault(unit);
+  machine.faults().raise(index, settings);
+  return ", fault " + std::to_string(index) + " raised\n";
 }
 
-std::string missing(Machine &machine, std::int64_t class_code, std::int64_t unit, const std::string &name) {
-  raise_fault(machine, class_code, unit, "warning", cause_missing, name + " is missing");
-  return name + " removed, fault " + std::to_string(own_index(class_code, unit)) + " raised\n";
+std::string removed(Machine &machine, const Unit &unit) {
+  constexpr const char *cause_missing = "238";
+  return unit.name + " removed" + raise_fault(machine, unit, "warning", cause_missing, unit.name + " is missing");
 }
 
-std::string failed(Machine &machine, std::int64_t class_code, std::int64_t unit, const std::string &name) {
-  raise_fault(machine, class_code, unit, "major", cause_failed, name + " has failed");
-  return name + " failed, fault " + std::to_string(own_index(class_code, unit)) + " raised\n";
+std::string failed(Machine &machine, const Unit &unit) {
+  constexpr const char *cause_failed = "2";
+  return unit.name + " failed" + raise_fault(machine, unit, "major", cause_failed, unit.name + " has failed");
 }
 
-std::string well(Machine &machine, std::int64_t class_code, std::int64_t unit, const std::string &name) {
-  const std::uint32_t index = own_index(class_code, unit);
-  const bool cleared = machine.faults().clear(index, class_code);
-  return name + " is well" + (cleared ? ", fault " + std::to_string(index) + " cleared" : "") + '\n';
+std::string restored(Machine &machine, const Unit &unit) {
+  const std::uint32_t index = index_of_fault(unit);
+  const bool cleared = machine.faults().clear(index, unit.class_code);
+  return unit.name + " restored" + (cleared ? ", fault " + std::to_string(index) + " cleared" : "") + '\n';
+}
+
+std::string changed(const std::string &name) {
+  return name + " changed\n";
+}
+
+// The position of a part that goes by its number, which counts from 1.
+std::size_t position_of(const std::vector<Part> &parts, const std::string &number) {
+  if (parts.empty()) {
+    throw BadInput("the server has none");
+  }
+  return static_cast<std::size_t>(parse_number(number, "number", 1, static_cast<std::int64_t>(parts.size()))) - 1;
 }
 
 // Processors, by number.
 
-std::int64_t number_of(const std::string &word) {
-  return parse_number(word, "number", 1, 1'000'000);
-}
-
-template <class Change>
-void change_processor(Machine &machine, const std::string &number, Change change) {
-  machine.change([&](Inventory &inventory) { change(find_numbered(inventory.processors, number)); });
+Unit change_processor(Machine &machine, const std::string &number, Settings settings) {
+  std::size_t position = 0;
+  machine.change([&](Inventory &inventory) {
+    position = position_of(inventory.processors, number);
+    apply_settings(inventory.processors[position], settings);
+  });
+  return {
+      .name = "processor " + number, .class_code = class_processor, .number = static_cast<std::int64_t>(position) + 1};
 }
 
 std::string remove_processor(Machine &machine, Words words) {
-  change_processor(machine, words[0], [](Part &part) { part.set("present", "no"); });
-  return missing(machine, class_processor, number_of(words[0]), "processor " + words[0]);
+  return removed(machine, change_processor(machine, words[0], OwnSettings{"present=no"}));
 }
 
 std::string insert_processor(Machine &machine, Words words) {
-  change_processor(machine, words[0], [](Part &part) { part.set("present", "yes"); });
-  return well(machine, class_processor, number_of(words[0]), "processor " + words[0]);
+  return restored(machine, change_processor(machine, words[0], OwnSettings{"present=yes"}));
 }
 
 std::string disable_processor(Machine &machine, Words words) {
-  change_processor(machine, words[0], [](Part &part) { part.set("status", "Disabled"); });
-  return failed(machine, class_processor, number_of(words[0]), "processor " + words[0]);
+  return failed(machine, change_processor(machine, words[0], OwnSettings{"status=Disabled"}));
 }
 
 std::string enable_processor(Machine &machine, Words words) {
-  change_processor(machine, words[0], [](Part &part) { part.set("status", "Enabled"); });
-  return well(machine, class_processor, number_of(words[0]), "processor " + words[0]);
+  return restored(machine, change_processor(machine, words[0], OwnSettings{"status=Enabled"}));
 }
 
 std::string set_processor(Machine &machine, Words words) {
-  change_processor(machine, words[0], [&](Part &part) { apply_settings(part, words.subspan(1)); });
-  return "processor " + words[0] + " changed\n";
+  return changed(change_processor(machine, words[0], words.subspan(1)).name);
 }
 
 // Memory modules, by name.
 
-std::int64_t change_dimm(Machine &machine, const std::string &name, std::string_view field, std::string_view value) {
+Unit change_dimm(Machine &machine, const std::string &name, Settings settings) {
   std::int64_t number = 0;
   machine.change([&](Inventory &inventory) {
-    Part &part = find_part(inventory.dimms, "name", name);
-    part.set(field, value);
-    number = part.number("number");
+    Part &dimm = find_part(inventory.dimms, "name", name);
+    apply_settings(dimm, settings);
+    number = dimm.number("number");
   });
-  return number;
+  return {.name = name, .class_code = class_memory, .number = number};
 }
 
 std::string remove_dimm(Machine &machine, Words words) {
-  return missing(machine, class_memory, change_dimm(machine, words[0], "present", "no"), words[0]);
+  return removed(machine, change_dimm(machine, words[0], OwnSettings{"present=no"}));
 }
 
 std::string insert_dimm(Machine &machine, Words words) {
-  return well(machine, class_memory, change_dimm(machine, words[0], "present", "yes"), words[0]);
+  return restored(machine, change_dimm(machine, words[0], OwnSettings{"present=yes"}));
 }
 
 std::string fail_dimm(Machine &machine, Words words) {
-  return failed(machine, class_memory, change_dimm(machine, words[0], "status", "Inoperable"), words[0]);
+  return failed(machine, change_dimm(machine, words[0], OwnSettings{"status=Inoperable"}));
 }
 
 std::string repair_dimm(Machine &machine, Words words) {
-  return well(machine, class_memory, change_dimm(machine, words[0], "status", "Operable"), words[0]);
+  return restored(machine, change_dimm(machine, words[0], OwnSettings{"status=Operable"}));
 }
 
 std::string set_dimm(Machine &machine, Words words) {
-  machine.change(
-      [&](Inventory &inventory) { apply_settings(find_part(inventory.dimms, "name", words[0]), words.subspan(1)); });
-  return words[0] + " changed\n";
+  return changed(change_dimm(machine, words[0], words.subspan(1)).name);
 }
 
-// Fans, by the name of their sensor.
+// Fans, by the name of a sensor.
 
-std::int64_t fan_unit(Machine &machine, const std::string &name) {
-  return machine.read([&](const Inventory &inventory) {
-    return inventory.sensors[part_position(inventory.sensors, "name", name)].number("fault-unit");
+Unit fan_with(Machine &machine, const std::string &sensor) {
+  return machine.read([&](const Inventory &inventory) -> Unit {
+    const std::int64_t number = find_part(inventory.sensors, "name", sensor).number("fault-unit");
+    return {.name = sensor, .class_code = class_fan, .number = number};
   });
 }
 
-// Every sensor of the fan's entity tells of its presence.
-void set_fan_presence(Machine &machine, const std::string &name, std::string_view presence) {
+// All the sensors of a fan tell whether it is there.
+Unit set_fan_presence(Machine &machine, const std::string &name, std::string_view presence) {
   machine.change([&](Inventory &inventory) {
     const Part fan = find_part(inventory.sensors, "name", name);
     for (Part &sensor : inventory.sensors) {
@@ -126,98 +139,101 @@ void set_fan_presence(Machine &machine, const std::string &name, std::string_vie
       }
     }
   });
+  return fan_with(machine, name);
 }
 
 std::string remove_fan(Machine &machine, Words words) {
-  set_fan_presence(machine, words[0], "absent");
-  return missing(machine, class_fan, fan_unit(machine, words[0]), words[0]);
+  return removed(machine, set_fan_presence(machine, words[0], "absent"));
 }
 
 std::string insert_fan(Machine &machine, Words words) {
-  set_fan_presence(machine, words[0], "present");
-  return well(machine, class_fan, fan_unit(machine, words[0]), words[0]);
+  return restored(machine, set_fan_presence(machine, words[0], "present"));
 }
 
 std::string fail_fan(Machine &machine, Words words) {
-  return failed(machine, class_fan, fan_unit(machine, words[0]), words[0]);
+  return failed(machine, fan_with(machine, words[0]));
 }
 
 std::string repair_fan(Machine &machine, Words words) {
-  return well(machine, class_fan, fan_unit(machine, words[0]), words[0]);
+  return restored(machine, fan_with(machine, words[0]));
 }
 
 std::string set_sensor(Machine &machine, Words words) {
   machine.change([&](Inventory &inventory) {
     apply_settings(find_part(inventory.sensors, "number", words[0]), words.subspan(1));
   });
-  return "sensor " + words[0] + " changed\n";
+  return changed("sensor " + words[0]);
 }
 
-// Power supplies, by number. Their own sensors tell of their presence too.
+// Power supplies, by number.
 
-template <class Change>
-void change_supply(Machine &machine, const std::string &number, Change change) {
+// A supply's own sensors tell whether it is there, too.
+Unit change_supply(Machine &machine, const std::string &number, Settings settings) {
+  std::size_t position = 0;
   machine.change([&](Inventory &inventory) {
-    Part &supply = find_numbered(inventory.supplies, number);
-    change(supply);
+    position = position_of(inventory.supplies, number);
+    Part &supply = inventory.supplies[position];
+    apply_settings(supply, settings);
     for (Part &sensor : inventory.sensors) {
       if (sensor.text("name").starts_with("PSU" + number + "_")) {
         sensor.set("presence", supply.flag("present") ? "present" : "absent");
       }
     }
   });
+  return {.name = "supply " + number, .class_code = class_supply, .number = static_cast<std::int64_t>(position) + 1};
 }
 
 std::string remove_supply(Machine &machine, Words words) {
-  change_supply(machine, words[0], [](Part &part) { part.set("present", "no"); });
-  return missing(machine, class_supply, number_of(words[0]), "supply " + words[0]);
+  return removed(machine, change_supply(machine, words[0], OwnSettings{"present=no"}));
 }
 
 std::string insert_supply(Machine &machine, Words words) {
-  change_supply(machine, words[0], [](Part &part) { part.set("present", "yes"); });
-  return well(machine, class_supply, number_of(words[0]), "supply " + words[0]);
+  return restored(machine, change_supply(machine, words[0], OwnSettings{"present=yes"}));
 }
 
 std::string fail_supply(Machine &machine, Words words) {
-  change_supply(machine, words[0], [](Part &part) { part.set_number("status", 0x0840); });
-  return failed(machine, class_supply, number_of(words[0]), "supply " + words[0]);
+  constexpr const char *off_and_power_not_good = "status=0x0840";  // two bits of the PMBus status word
+  return failed(machine, change_supply(machine, words[0], OwnSettings{off_and_power_not_good}));
 }
 
 std::string repair_supply(Machine &machine, Words words) {
-  change_supply(machine, words[0], [](Part &part) { part.set_number("status", 0); });
-  return well(machine, class_supply, number_of(words[0]), "supply " + words[0]);
+  return restored(machine, change_supply(machine, words[0], OwnSettings{"status=0"}));
 }
 
 std::string set_supply(Machine &machine, Words words) {
-  change_supply(machine, words[0], [&](Part &part) { apply_settings(part, words.subspan(1)); });
-  return "supply " + words[0] + " changed\n";
+  return changed(change_supply(machine, words[0], words.subspan(1)).name);
 }
 
 // Adapter cards, by slot.
 
-void change_adapter(Machine &machine, const std::string &slot, Words settings) {
-  machine.change([&](Inventory &inventory) { apply_settings(find_part(inventory.adapters, "slot", slot), settings); });
+Unit change_adapter(Machine &machine, const std::string &slot, Settings settings) {
+  std::int64_t number = 0;
+  machine.change([&](Inventory &inventory) {
+    Part &adapter = find_part(inventory.adapters, "slot", slot);
+    number = adapter.number("slot");
+    apply_settings(adapter, settings);
+  });
+  return {.name = "adapter " + slot, .class_code = class_adapter, .number = number};
 }
 
 std::string remove_adapter(Machine &machine, Words words) {
-  change_adapter(machine, words[0], std::array<std::string, 1>{"present=no"});
-  return missing(machine, class_adapter, number_of(words[0]), "adapter " + words[0]);
+  return removed(machine, change_adapter(machine, words[0], OwnSettings{"present=no"}));
 }
 
 std::string insert_adapter(Machine &machine, Words words) {
-  change_adapter(machine, words[0], std::array<std::string, 1>{"present=yes"});
-  return well(machine, class_adapter, number_of(words[0]), "adapter " + words[0]);
+  return restored(machine, change_adapter(machine, words[0], OwnSettings{"present=yes"}));
 }
 
 std::string set_adapter(Machine &machine, Words words) {
-  change_adapter(machine, words[0], words.subspan(1));
-  return "adapter " + words[0] + " changed\n";
+  return changed(change_adapter(machine, words[0], words.subspan(1)).name);
 }
+
+// What raises no faults.
 
 std::string set_led(Machine &machine, Words words) {
   machine.change(
       [&](Inventory &inventory) { apply_settings(find_part(inventory.leds, "name", words[0]), words.subspan(1)); });
-  return words[0] + " changed\n";
+  return changed(words[0]);
 }
 
 std::string power(Machine &machine, Words words) {
@@ -227,61 +243,44 @@ std::string power(Machine &machine, Words words) {
 
 std::string set_server(Machine &machine, Words words) {
   machine.change([&](Inventory &inventory) { apply_settings(inventory.server, words); });
-  return "server changed\n";
+  return changed("server");
 }
 
 std::string set_environment(Machine &machine, Words words) {
   machine.change([&](Inventory &inventory) { apply_settings(inventory.environment, words); });
-  return "environment changed\n";
-}
-
-using Run = std::string (*)(Machine &, Words);
-
-constexpr Command on_one(std::string_view object, std::string_view verb, std::string_view which, std::string_view help,
-                         Run run) {
-  return {.object = object, .verb = verb, .arguments = which, .least = 1, .most = 1, .help = help, .run = run};
-}
-
-constexpr Command setter(std::string_view object, std::string_view arguments, std::size_t least, std::string_view help,
-                         Run run) {
-  return {.object = object,
-          .verb = "set",
-          .arguments = arguments,
-          .least = least,
-          .most = any_number,
-          .help = help,
-          .run = run};
+  return changed("environment");
 }
 
 constexpr auto commands = std::to_array<Command>({
-    on_one("processor", "remove", "N", "take it out of its socket, and raise a fault", remove_processor),
-    on_one("processor", "insert", "N", "put it back, and clear the fault", insert_processor),
-    on_one("processor", "disable", "N", "its status becomes Disabled, with a fault", disable_processor),
-    on_one("processor", "enable", "N", "its status becomes Enabled, the fault is cleared", enable_processor),
-    setter("processor", "N FIELD=VALUE ...", 2, "change what it says of itself; no fault", set_processor),
-    on_one("dimm", "remove", "NAME", "pull a memory module, and raise a fault", remove_dimm),
-    on_one("dimm", "insert", "NAME", "put it back, and clear the fault", insert_dimm),
-    on_one("dimm", "fail", "NAME", "its status becomes Inoperable, with a fault", fail_dimm),
-    on_one("dimm", "repair", "NAME", "its status becomes Operable, the fault is cleared", repair_dimm),
-    setter("dimm", "NAME FIELD=VALUE ...", 2, "change what it says of itself; no fault", set_dimm),
-    on_one("fan", "remove", "SENSOR", "pull the fan with this sensor, and raise a fault", remove_fan),
-    on_one("fan", "insert", "SENSOR", "put it back, and clear the fault", insert_fan),
-    on_one("fan", "fail", "SENSOR", "raise a fault of the fan", fail_fan),
-    on_one("fan", "repair", "SENSOR", "clear it", repair_fan),
-    setter("sensor", "NUMBER FIELD=VALUE ...", 2, "change an IPMI sensor; no fault", set_sensor),
-    on_one("supply", "remove", "N", "pull a power supply, and raise a fault", remove_supply),
-    on_one("supply", "insert", "N", "put it back, and clear the fault", insert_supply),
-    on_one("supply", "fail", "N", "its status word becomes nonzero, with a fault", fail_supply),
-    on_one("supply", "repair", "N", "its status word becomes 0, the fault is cleared", repair_supply),
-    setter("supply", "N FIELD=VALUE ...", 2, "change what it says of itself; no fault", set_supply),
-    on_one("adapter", "remove", "SLOT", "pull an adapter card, and raise a fault", remove_adapter),
-    on_one("adapter", "insert", "SLOT", "put it back, and clear the fault", insert_adapter),
-    setter("adapter", "SLOT FIELD=VALUE ...", 2, "change what it says of itself; no fault", set_adapter),
-    setter("led", "NAME FIELD=VALUE ...", 2, "change an LED: state=ON|OFF|..., color=GREEN|...", set_led),
-    on_one("power", "", "on|off|NUMBER", "change the server's power state", power),
-    setter("server", "FIELD=VALUE ...", 1, "change what the server says of itself", set_server),
-    setter("environment", "FIELD=VALUE ...", 1, "change readings; drift=SECONDS lets them change themselves",
-           set_environment),
+    {"processor", "remove", "N", exactly(1), "remove a processor and raise a fault", remove_processor},
+    {"processor", "insert", "N", exactly(1), "put it back and clear the fault", insert_processor},
+    {"processor", "disable", "N", exactly(1), "set its status to Disabled and raise a fault", disable_processor},
+    {"processor", "enable", "N", exactly(1), "set its status to Enabled and clear the fault", enable_processor},
+    {"processor", "set", "N FIELD=VALUE ...", at_least(2), "change its fields and raise no fault", set_processor},
+    {"dimm", "remove", "NAME", exactly(1), "remove a memory module and raise a fault", remove_dimm},
+    {"dimm", "insert", "NAME", exactly(1), "put it back and clear the fault", insert_dimm},
+    {"dimm", "fail", "NAME", exactly(1), "set its status to Inoperable and raise a fault", fail_dimm},
+    {"dimm", "repair", "NAME", exactly(1), "set its status to Operable and clear the fault", repair_dimm},
+    {"dimm", "set", "NAME FIELD=VALUE ...", at_least(2), "change its fields and raise no fault", set_dimm},
+    {"fan", "remove", "SENSOR", exactly(1), "remove the fan with this sensor and raise a fault", remove_fan},
+    {"fan", "insert", "SENSOR", exactly(1), "put it back and clear the fault", insert_fan},
+    {"fan", "fail", "SENSOR", exactly(1), "raise a fault of this fan", fail_fan},
+    {"fan", "repair", "SENSOR", exactly(1), "clear that fault", repair_fan},
+    {"sensor", "set", "NUMBER FIELD=VALUE ...", at_least(2), "change an IPMI sensor's fields and raise no fault",
+     set_sensor},
+    {"supply", "remove", "N", exactly(1), "remove a power supply and raise a fault", remove_supply},
+    {"supply", "insert", "N", exactly(1), "put it back and clear the fault", insert_supply},
+    {"supply", "fail", "N", exactly(1), "set bits in its status word and raise a fault", fail_supply},
+    {"supply", "repair", "N", exactly(1), "set its status word to 0 and clear the fault", repair_supply},
+    {"supply", "set", "N FIELD=VALUE ...", at_least(2), "change its fields and raise no fault", set_supply},
+    {"adapter", "remove", "SLOT", exactly(1), "remove an adapter card and raise a fault", remove_adapter},
+    {"adapter", "insert", "SLOT", exactly(1), "put it back and clear the fault", insert_adapter},
+    {"adapter", "set", "SLOT FIELD=VALUE ...", at_least(2), "change its fields and raise no fault", set_adapter},
+    {"led", "set", "NAME FIELD=VALUE ...", at_least(2), "change an LED's state=ON|OFF|... or color=GREEN|...", set_led},
+    {"power", "", "on|off|NUMBER", exactly(1), "change the server's power state", power},
+    {"server", "set", "FIELD=VALUE ...", at_least(1), "change the server's own fields", set_server},
+    {"environment", "set", "FIELD=VALUE ...", at_least(1), "change readings; drift=SECONDS keeps them changing",
+     set_environment},
 });
 
 }  // namespace

@@ -51,11 +51,7 @@ constexpr auto groups = std::to_array<Group>({
 });
 
 std::string show_faults(Machine &machine) {
-  std::string text;
-  for (const Part &fault : machine.faults().active()) {
-    text += describe(fault, "");
-  }
-  return text + "broadcaster: " + std::to_string(machine.faults().broadcaster().followers()) +
+  return describe_faults(machine) + "broadcaster: " + std::to_string(machine.faults().broadcaster().followers()) +
          " listeners\nstorage events: " + std::to_string(machine.storage_events().followers()) + " listeners\n";
 }
 
@@ -73,7 +69,7 @@ std::string show(Machine &machine, Words words) {
     return text + show_faults(machine);
   }
   if (std::ranges::find(known, words[0]) == known.end()) {
-    throw BadInput("unknown word '" + words[0] + "' after 'show'; known are " + listed(known));
+    throw BadInput("unknown word '" + words[0] + "' after 'show'; expected one of " + joined(known));
   }
   return text;
 }
@@ -81,30 +77,36 @@ std::string show(Machine &machine, Words words) {
 struct ModeName {
   std::string_view name;
   ToolMode::Kind kind;
-  std::size_t arguments;
+  std::string_view argument = {};  // empty: the mode takes none
 };
 
 constexpr auto modes = std::to_array<ModeName>({
-    {.name = "ok", .kind = ToolMode::Kind::Works, .arguments = 0},
-    {.name = "missing", .kind = ToolMode::Kind::Missing, .arguments = 0},
-    {.name = "slow", .kind = ToolMode::Kind::Slow, .arguments = 1},
-    {.name = "silent", .kind = ToolMode::Kind::Silent, .arguments = 0},
-    {.name = "garbled", .kind = ToolMode::Kind::Garbled, .arguments = 0},
-    {.name = "prints", .kind = ToolMode::Kind::Prints, .arguments = 1},
+    {.name = "ok", .kind = ToolMode::Kind::Works},
+    {.name = "missing", .kind = ToolMode::Kind::Missing},
+    {.name = "slow", .kind = ToolMode::Kind::Slow, .argument = "SECONDS"},
+    {.name = "silent", .kind = ToolMode::Kind::Silent},
+    {.name = "garbled", .kind = ToolMode::Kind::Garbled},
+    {.name = "prints", .kind = ToolMode::Kind::Prints, .argument = "FILE"},
 });
+
+std::string mode_names() {
+  std::vector<std::string_view> names(modes.size());
+  std::ranges::transform(modes, names.begin(), &ModeName::name);
+  return joined(names);
+}
 
 std::string set_tool(Machine &machine, Words words) {
   if (std::ranges::find(tool_names, words[0]) == tool_names.end()) {
-    throw BadInput("unknown tool '" + words[0] + "'; known are " + listed({tool_names.begin(), tool_names.end()}));
+    throw BadInput("unknown tool '" + words[0] + "'; expected one of " +
+                   joined({tool_names.begin(), tool_names.end()}));
   }
   const auto found = std::ranges::find(modes, words[1], &ModeName::name);
   if (found == modes.end()) {
-    throw BadInput("unknown word '" + words[1] +
-                   "' after the tool; known are ok, missing, slow SECONDS, silent, garbled, "
-                   "prints FILE");
+    throw BadInput("unknown word '" + words[1] + "' after the tool; expected one of " + mode_names());
   }
-  if (words.size() - 2 != found->arguments) {
-    throw BadInput("'" + words[1] + "' takes " + std::to_string(found->arguments) + " words");
+  const std::size_t wanted = found->argument.empty() ? 0 : 1;
+  if (words.size() - 2 != wanted) {
+    throw BadInput("'" + words[1] + "' takes " + (wanted == 0 ? "no argument" : std::string(found->argument)));
   }
   ToolMode mode{.kind = found->kind, .seconds = 0, .file = ""};
   if (mode.kind == ToolMode::Kind::Slow) {
@@ -117,20 +119,11 @@ std::string set_tool(Machine &machine, Words words) {
 }
 
 constexpr auto commands = std::to_array<Command>({
-    {.object = "ping",
-     .help = "succeed when the simulator serves",
-     .run = [](Machine &, Words) -> std::string { return "bmcsim serves\n"; }},
-    {.object = "show",
-     .arguments = "[WHAT]",
-     .most = 1,
-     .help = "show the server, or one group of its parts",
-     .run = show},
-    {.object = "tool",
-     .arguments = "NAME ok|missing|slow SECONDS|silent|garbled|prints FILE",
-     .least = 2,
-     .most = 3,
-     .help = "make a query tool misbehave",
-     .run = set_tool},
+    {"ping", "", "", exactly(0), "succeed if the simulator serves",
+     [](Machine &, Words) -> std::string { return "bmcsim serves\n"; }},
+    {"show", "", "[WHAT]", from_to(0, 1), "show the whole server, or one group of its parts", show},
+    {"tool", "", "NAME ok|missing|slow SECONDS|silent|garbled|prints FILE", from_to(2, 3),
+     "make a query tool misbehave", set_tool},
 });
 
 }  // namespace

@@ -9,6 +9,9 @@
 #include <cerrno>
 #include <nlohmann/json.hpp>
 
+#include "simulator/protocol.h"
+#include "simulator/unix_socket.h"
+
 namespace tavo::sim {
 
 bool EventStream::admitted() {
@@ -34,29 +37,29 @@ void EventStream::serve(int fd) {
     follower->socket = fd;
   }
   if (send_frame(fd, {{"result", 0}})) {
-    follow(follower);
+    follow(*follower);
   }
   const std::lock_guard lock(mutex_);
   followers_.erase(follower);
   sent_.notify_all();
 }
 
-void EventStream::follow(std::list<Follower>::iterator follower) {
-  while (send_queued(*follower)) {
-    std::array<pollfd, 2> watched{{{.fd = follower->socket, .events = POLLIN | POLLRDHUP, .revents = 0},
-                                   {.fd = follower->wake.get(), .events = POLLIN, .revents = 0}}};
+void EventStream::follow(Follower &follower) {
+  while (send_queued(follower)) {
+    std::array<pollfd, 2> watched{{{.fd = follower.socket, .events = POLLIN | POLLRDHUP, .revents = 0},
+                                   {.fd = follower.wake.get(), .events = POLLIN, .revents = 0}}};
     if (poll(watched.data(), watched.size(), -1) < 0 && errno != EINTR) {
       return;
     }
     if (watched[0].revents != 0) {
-      return;  // a follower only listens: whatever it sends ends the connection, as its leaving does
+      return;  // the peer has left, or it has sent something, which followers must not do
     }
     eventfd_t count = 0;
-    eventfd_read(follower->wake.get(), &count);
+    eventfd_read(follower.wake.get(), &count);
   }
 }
 
-// False when the follower has left or was dropped.
+// False if the follower has left or was dropped.
 bool EventStream::send_queued(Follower &follower) {
   for (;;) {
     std::deque<Record> taken;

@@ -1,4 +1,4 @@
-// A stream of records that any number of connections follow: the fault broadcaster and the storage events.
+// A stream of records that any number of connections may follow: the fault broadcaster, or the storage events.
 #pragma once
 
 #include <condition_variable>
@@ -8,7 +8,7 @@
 #include <mutex>
 #include <vector>
 
-#include "simulator/unix_socket.h"
+#include "core/descriptor.h"
 
 namespace tavo::sim {
 
@@ -16,23 +16,24 @@ using Record = std::vector<std::byte>;
 
 class EventStream {
  public:
-  // Follows the stream on the calling thread until the peer leaves, the stream is closed or the socket is shut down.
-  // Answers with one frame first, {"result": 0} or the error number with which the connection is turned away; raw
-  // records follow. Whatever is published after that answer is sent.
+  // Sends the stream to a connection, on the calling thread, until the peer leaves, the stream drops it or the socket
+  // is shut down. First comes a frame: {"result": 0}, or an error number if the connection is refused. Then come raw
+  // records: all that are published once the frame is sent.
   void serve(int fd);
 
   // Queues the record for every follower. Never blocks.
   void publish(const Record &record);
 
-  // Waits until every follower's queue is short, or empty: what paces a storm by the slowest reader.
+  // Both wait for the slowest follower: until every queue is short, or until every record is sent.
   void wait_for_room() { wait_for_pending(queue_target); }
   void wait_until_taken() { wait_for_pending(0); }
 
-  // Drops every follower with whatever it has not been sent. How many there were.
+  // Drops every follower; what was not sent yet is lost. Returns how many there were.
   std::size_t close_all();
 
-  // Turns new followers away, until told otherwise or the given number of times.
+  // Refuses all new followers, or accepts them again.
   void refuse(bool always);
+  // Refuses the next `times` followers.
   void refuse_next(std::size_t times);
 
   std::size_t followers();
@@ -40,22 +41,22 @@ class EventStream {
  private:
   struct Follower {
     std::deque<Record> queue;
-    std::size_t pending = 0;  // queued, or taken from the queue and not sent yet
+    std::size_t pending = 0;  // records not sent yet, in the queue or already taken from it
     bool closed = false;
-    Descriptor wake;  // an eventfd
+    Descriptor wake;  // an eventfd: the queue or `closed` has changed
     int socket = -1;
   };
 
   static constexpr std::size_t queue_target = 256;  // records
 
   bool admitted();
-  void follow(std::list<Follower>::iterator follower);
+  void follow(Follower &follower);
   bool send_queued(Follower &follower);
   void wait_for_pending(std::size_t most);
 
   std::mutex mutex_;
   std::condition_variable sent_;  // a follower's pending count fell, or a follower left
-  // Guarded by mutex_; a follower's socket and wake do not change while it is listed.
+  // Guarded by mutex_. Each follower's own thread also reads its socket and wake, which never change, without it.
   std::list<Follower> followers_;
   bool refuse_always_ = false;
   std::size_t refuse_times_ = 0;

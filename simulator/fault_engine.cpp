@@ -4,14 +4,14 @@
 #include <array>
 #include <chrono>
 #include <ctime>
-#include <random>
 
+#include "simulator/class_code.h"
 #include "simulator/part_kinds.h"
 
 namespace tavo::sim {
 namespace {
 
-// What a fault of a class affects: the unit's number is appended to both.
+// What a fault of this class affects. The unit's number is appended to both.
 struct AffectedObject {
   std::int64_t class_code;
   std::string_view dn;
@@ -27,10 +27,11 @@ constexpr auto affected_objects = std::to_array<AffectedObject>({
     {.class_code = class_adapter, .dn = "sys/rack-unit-1/adaptor-", .oid = "1.3.6.1.4.1.61453.4.207.1.3.85.1.2."},
     {.class_code = class_fan, .dn = "sys/rack-unit-1/fan-", .oid = "1.3.6.1.4.1.61453.4.207.1.15.12.1.2."},
 });
+// For every other class.
 constexpr AffectedObject affected_rack_unit{
     .class_code = 0, .dn = "sys/rack-unit-", .oid = "1.3.6.1.4.1.61453.4.207.1.9.35.1.2."};
 
-void count_subids(Part &fault) {
+void count_sub_identifiers(Part &fault) {
   const std::string &oid = fault.text("affected-oid");
   if (fault.number("affected-oid-count") == 0 && !oid.empty()) {
     fault.set_number("affected-oid-count", std::ranges::count(oid, '.') + 1);
@@ -43,7 +44,7 @@ void fill_text(Part &fault, std::string_view field, const std::string &text) {
   }
 }
 
-// Gives every field that is still open a value that fits the fault's class.
+// Gives every field that is still empty a value that fits the fault's class.
 void complete(Part &fault) {
   const std::int64_t class_code = fault.number("class");
   const auto found = std::ranges::find(affected_objects, class_code, &AffectedObject::class_code);
@@ -56,7 +57,7 @@ void complete(Part &fault) {
   fill_text(fault, "dn", "sys/rack-unit-1/fault-" + index);
   fill_text(fault, "rn", "fault-" + index);
   fill_text(fault, "description", "Fault " + index);
-  count_subids(fault);
+  count_sub_identifiers(fault);
   for (const std::string_view time_field : {"first-time", "last-time"}) {
     if (fault.number(time_field) == 0) {
       fault.set_number(time_field, std::time(nullptr));
@@ -64,23 +65,28 @@ void complete(Part &fault) {
   }
 }
 
-void note_change(Part &changed, const Part &before) {
-  changed.set_number("previous-severity", before.number("severity") & 0xFF);
-  changed.set_number("last-time", std::time(nullptr));
+void mark_changed(Part &fault) {
+  fault.set_number("previous-severity", fault.number("severity") & 0xFF);
+  fault.set_number("last-time", std::time(nullptr));
 }
 
-std::optional<std::int64_t> class_among(std::span<const std::string> settings) {
-  Part probe(fault_kind);
-  for (const std::string &setting : settings) {
-    if (setting.starts_with("class=")) {
-      probe.set("class", std::string_view(setting).substr(6));
-      return probe.number("class");
-    }
-  }
-  return std::nullopt;
+void mark_raised_again(Part &fault) {
+  mark_changed(fault);
+  fault.set_number("occurrences", (fault.number("occurrences") + 1) & 0xFF);
 }
 
 }  // namespace
+
+std::optional<std::int64_t> class_in(Settings settings) {
+  constexpr std::string_view prefix = "class=";
+  const auto found = std::ranges::find_if(settings, [&](const std::string &word) { return word.starts_with(prefix); });
+  if (found == settings.end()) {
+    return std::nullopt;
+  }
+  Part probe(fault_kind);
+  probe.set("class", std::string_view(*found).substr(prefix.size()));
+  return probe.number("class");
+}
 
 FaultEngine::FaultEngine(const std::vector<Part> &active) : active_(active) {
   std::ranges::for_each(active_, complete);
@@ -118,32 +124,31 @@ std::vector<Part>::iterator FaultEngine::find_active(std::uint32_t index, std::o
   if (class_code) {
     return find(*class_code, index);
   }
-  const auto is_it = [&](const Part &fault) { return fault.number("index") == index; };
-  const auto found = std::ranges::find_if(active_, is_it);
-  if (found != active_.end() && std::find_if(found + 1, active_.end(), is_it) != active_.end()) {
-    throw BadInput("two active faults have the index " + std::to_string(index) + "; tell which with class=...");
+  const auto has_index = [&](const Part &fault) { return fault.number("index") == index; };
+  const auto found = std::ranges::find_if(active_, has_index);
+  if (found != active_.end() && std::find_if(found + 1, active_.end(), has_index) != active_.end()) {
+    throw BadInput("two active faults have the index " + std::to_string(index) + "; say which with class=...");
   }
   return found;
 }
 
-void FaultEngine::change(Part &fault, const Part &changed) {
+void FaultEngine::commit(Part &fault, const Part &changed) {
   fault = changed;
   broadcaster_.publish(fault.encoded());
 }
 
-void FaultEngine::raise(std::uint32_t index, std::span<const std::string> settings) {
-  const auto class_code = class_among(settings);
+void FaultEngine::raise(std::uint32_t index, Settings settings) {
+  const auto class_code = class_in(settings);
   if (!class_code) {
-    throw BadInput("a fault needs a class=...");
+    throw BadInput("a fault needs class=...");
   }
   const std::lock_guard lock(mutex_);
   const auto found = find(*class_code, index);
   if (found != active_.end()) {
     Part changed = *found;
-    note_change(changed, *found);
-    changed.set_number("occurrences", (found->number("occurrences") + 1) & 0xFF);
+    mark_raised_again(changed);
     apply_settings(changed, settings);
-    change(*found, changed);
+    commit(*found, changed);
     return;
   }
   Part fault = bare_fault(index, settings);
@@ -152,16 +157,16 @@ void FaultEngine::raise(std::uint32_t index, std::span<const std::string> settin
   active_.push_back(std::move(fault));
 }
 
-void FaultEngine::update(std::uint32_t index, std::span<const std::string> settings) {
+void FaultEngine::update(std::uint32_t index, Settings settings) {
   const std::lock_guard lock(mutex_);
-  const auto found = find_active(index, class_among(settings));
+  const auto found = find_active(index, class_in(settings));
   if (found == active_.end()) {
     throw BadInput("no active fault has the index " + std::to_string(index));
   }
   Part changed = *found;
-  note_change(changed, *found);
+  mark_changed(changed);
   apply_settings(changed, settings);
-  change(*found, changed);
+  commit(*found, changed);
 }
 
 bool FaultEngine::clear(std::uint32_t index, std::optional<std::int64_t> class_code) {
@@ -171,14 +176,14 @@ bool FaultEngine::clear(std::uint32_t index, std::optional<std::int64_t> class_c
     return false;
   }
   Part cleared = *found;
-  note_change(cleared, *found);
+  mark_changed(cleared);
   cleared.set_number("severity", 0);
-  change(*found, cleared);
+  commit(*found, cleared);
   active_.erase(found);
   return true;
 }
 
-Part FaultEngine::bare_fault(std::uint32_t index, std::span<const std::string> settings) {
+Part FaultEngine::bare_fault(std::uint32_t index, Settings settings) {
   Part fault(fault_kind);
   fault.set_number("index", index);
   apply_settings(fault, settings);
@@ -186,43 +191,48 @@ Part FaultEngine::bare_fault(std::uint32_t index, std::span<const std::string> s
 }
 
 StormResult FaultEngine::storm(std::size_t records, std::size_t indexes, const std::function<bool()> &stopped) {
-  constexpr std::int64_t first_index = 1'000'000;  // clear of what a scenario uses
+  constexpr std::int64_t first_index = 1'000'000;  // no scenario has indexes that high
   StormResult result;
-  std::minstd_rand random;  // always the same storm
+  std::minstd_rand random;  // unseeded: every storm is the same
   const auto began = std::chrono::steady_clock::now();
   for (std::size_t sequence = 1; sequence <= records && !stopped(); ++sequence) {
     broadcaster_.wait_for_room();
     const auto index = first_index + static_cast<std::int64_t>(random() % indexes);
     const std::lock_guard lock(mutex_);
-    const auto found = find(class_processor, index);
-    const bool known = found != active_.end();
-    Part fault = known ? *found : Part(fault_kind);
-    if (known) {
-      note_change(fault, *found);
-      fault.set_number("occurrences", (fault.number("occurrences") + 1) & 0xFF);
-    } else {
-      fault.set_number("index", index);
-      fault.set_number("class", class_processor);
-      complete(fault);
-    }
-    fault.set_number("code", static_cast<std::int64_t>(sequence));
-    const bool clears = known && random() % 2 == 0;
-    fault.set_number("severity", clears ? 0 : 1 + static_cast<std::int64_t>(random() % 6));
-    broadcaster_.publish(fault.encoded());
-    if (clears) {
-      active_.erase(found);
-      ++result.cleared;
-    } else if (known) {
-      *found = std::move(fault);
-      ++result.updated;
-    } else {
-      active_.push_back(std::move(fault));
-      ++result.raised;
-    }
+    add_to_storm(index, sequence, random, result);
   }
   broadcaster_.wait_until_taken();
   result.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count();
   return result;
+}
+
+void FaultEngine::add_to_storm(std::int64_t index, std::size_t sequence, std::minstd_rand &random,
+                               StormResult &result) {
+  constexpr unsigned highest_severity = 6;
+  const auto found = find(class_processor, index);
+  const bool known = found != active_.end();
+  Part fault = known ? *found : Part(fault_kind);
+  if (known) {
+    mark_raised_again(fault);
+  } else {
+    fault.set_number("index", index);
+    fault.set_number("class", class_processor);
+    complete(fault);
+  }
+  fault.set_number("code", static_cast<std::int64_t>(sequence));
+  const bool clears = known && random() % 2 == 0;
+  fault.set_number("severity", clears ? 0 : 1 + static_cast<std::int64_t>(random() % highest_severity));
+  broadcaster_.publish(fault.encoded());
+  if (clears) {
+    active_.erase(found);
+    ++result.cleared;
+  } else if (known) {
+    *found = std::move(fault);
+    ++result.updated;
+  } else {
+    active_.push_back(std::move(fault));
+    ++result.raised;
+  }
 }
 
 }  // namespace tavo::sim

@@ -1,16 +1,15 @@
 #include "simulator/front_ends.h"
 
-#include <unistd.h>
-
 #include <chrono>
-#include <ctime>
 #include <fstream>
 #include <iostream>
 #include <iterator>
 #include <nlohmann/json.hpp>
 #include <random>
+#include <thread>
 
 #include "simulator/machine.h"
+#include "simulator/protocol.h"
 #include "simulator/queries.h"
 #include "simulator/unix_socket.h"
 
@@ -19,11 +18,11 @@ namespace {
 
 using nlohmann::json;
 
-constexpr std::chrono::seconds tool_patience(30);
-constexpr int command_not_found = 127;
+constexpr std::chrono::seconds tool_time_limit(30);
+constexpr int command_not_found = 127;  // as a shell reports it
 
-std::optional<json> ask(const std::string &socket, const json &request, std::chrono::milliseconds patience) {
-  const Descriptor connection = connect_to(socket, patience);
+std::optional<json> ask(const std::string &socket, const json &request, std::chrono::milliseconds time_limit) {
+  const Descriptor connection = connect_to(socket, time_limit);
   if (!connection || !send_frame(connection.get(), request)) {
     return std::nullopt;
   }
@@ -34,8 +33,8 @@ std::string standard_input() {
   return {std::istreambuf_iterator<char>(std::cin), {}};
 }
 
-// Octets of every kind, NULs and line ends among them, always the same.
-void print_rubbish() {
+// Random octets, the same ones each time, NULs and line ends among them.
+void print_garbage() {
   constexpr int octets = 4096;
   std::minstd_rand random;
   for (int i = 0; i < octets; ++i) {
@@ -53,7 +52,7 @@ int print_file(const std::string &name, const std::string &tool) {
   return 0;
 }
 
-// Does what the tool does when nothing is wrong with it.
+// What the tool does if it is not made to misbehave.
 int work(const std::string &name, const json &reply) {
   if (name == "flatkv") {
     const auto lines = flattened(standard_input());
@@ -64,19 +63,18 @@ int work(const std::string &name, const json &reply) {
     std::cout << *lines;
     return 0;
   }
-  if (reply.contains("diagnostic")) {
-    std::cerr << reply.at("diagnostic").get<std::string>() << '\n';
+  const auto diagnostic = reply.at("diagnostic").get<std::string>();
+  if (!diagnostic.empty()) {
+    std::cerr << diagnostic << '\n';
   }
-  if (reply.contains("output")) {
-    std::cout << reply.at("output").get_ref<const std::string &>();
-  }
+  std::cout << reply.at("output").get_ref<const std::string &>();
   return reply.at("exit").get<int>();
 }
 
 }  // namespace
 
 int run_tool(const std::string &name, const std::vector<std::string> &words) {
-  const auto reply = ask(socket_path(), {{"call", "tool"}, {"name", name}, {"words", words}}, tool_patience);
+  const auto reply = ask(socket_path(), {{"call", call::tool}, {"name", name}, {"words", words}}, tool_time_limit);
   if (!reply || !reply->contains("mode")) {
     std::cerr << name << ": the simulator does not answer at " << socket_path() << '\n';
     return 1;
@@ -89,12 +87,12 @@ int run_tool(const std::string &name, const std::vector<std::string> &words) {
     case Silent:
       return 0;
     case Garbled:
-      print_rubbish();
+      print_garbage();
       return 0;
     case Prints:
       return print_file(reply->at("file").get<std::string>(), name);
     case Slow:
-      sleep(reply->at("delay").get<unsigned>());
+      std::this_thread::sleep_for(std::chrono::seconds(reply->at("delay").get<unsigned>()));
       return work(name, *reply);
     case Works:
       break;
@@ -104,12 +102,12 @@ int run_tool(const std::string &name, const std::vector<std::string> &words) {
 
 int run_control(const std::vector<std::string> &words, const std::string &socket, unsigned wait_seconds) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(wait_seconds);
-  // A storm or a slow listener may take its time, so the reply is waited for without a limit.
-  auto reply = ask(socket, {{"call", "control"}, {"words", words}}, no_time_limit);
+  // A storm takes as long as its slowest follower, so a reply may take any time.
+  const auto try_once = [&] { return ask(socket, {{"call", call::control}, {"words", words}}, no_time_limit); };
+  auto reply = try_once();
   while (!reply && std::chrono::steady_clock::now() < deadline) {
-    constexpr timespec pause{.tv_sec = 0, .tv_nsec = 20'000'000};
-    nanosleep(&pause, nullptr);
-    reply = ask(socket, {{"call", "control"}, {"words", words}}, no_time_limit);
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    reply = try_once();
   }
   if (!reply) {
     std::cerr << "bmcsim ctl: no simulator answers at " << socket << "; is 'bmcsim serve' running there?\n";

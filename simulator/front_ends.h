@@ -1,4 +1,4 @@
-// The programs that the simulated server's other software runs: clients of the simulator's socket.
+// The programs that are clients of the simulator: the query tools and `bmcsim ctl`.
 #pragma once
 
 #include <string>
@@ -6,10 +6,11 @@
 
 namespace tavo::sim {
 
-// datactl, flatkv, slotutil or ipmitool: bmcsim under another name. Returns the program's exit status.
+// Runs the query tool `name` (one of tool_names) with the words of its command line. Returns its exit status.
 int run_tool(const std::string &name, const std::vector<std::string> &words);
 
-// `bmcsim ctl WORDS...`; waits for the simulator to come up for as long as `wait_seconds` say.
+// Runs `bmcsim ctl WORDS...` against the simulator at `socket`, and waits up to `wait_seconds` for it to come up.
+// Returns the exit status: 0, 1 if no simulator answers, or 2 if the command is wrong.
 int run_control(const std::vector<std::string> &words, const std::string &socket, unsigned wait_seconds);
 
 }  // namespace tavo::sim

@@ -11,14 +11,14 @@ namespace tavo::sim {
 
 struct RaidController {
   Part part{controller_kind};
-  std::vector<Part> drives;   // at most STOR_DRIVE_CAPACITY, in the order of the snapshot
-  std::vector<Part> volumes;  // at most STOR_VOLUME_CAPACITY; their position is their number
+  std::vector<Part> drives;   // at most STOR_DRIVE_CAPACITY, in snapshot order
+  std::vector<Part> volumes;  // at most STOR_VOLUME_CAPACITY; a volume's number is its position, from 0
 };
 
 struct SdCards {
   Part controller{sd_controller_kind};
   std::vector<Part> cards;       // at most VELT_CARD_COUNT
-  std::vector<Part> partitions;  // at most VELT_PARTITION_COUNT; their position in the buffer is their number's
+  std::vector<Part> partitions;  // at most VELT_PARTITION_COUNT, in any order
 };
 
 struct Inventory {
@@ -27,15 +27,15 @@ struct Inventory {
   std::vector<Part> processors;  // in socket order
   std::vector<Part> dimms;       // in the inventory library's order
   std::vector<Part> sensors;
-  std::vector<Part> supplies;  // their position is their number
+  std::vector<Part> supplies;  // a supply's number is its position, from 1
   std::vector<Part> adapters;
   std::vector<Part> leds;
-  std::vector<Part> faults;  // active when the server starts
+  std::vector<Part> faults;  // those that are active when the server starts
   std::vector<RaidController> controllers;
   SdCards sd;
 };
 
-// Reads a scenario, a YAML file. Throws BadInput that names the file, the line, the part and what is wrong.
+// Reads a scenario, a YAML file. Throws BadInput, which names the file, the line, the part and the mistake.
 Inventory load_scenario(const std::filesystem::path &file);
 
 }  // namespace tavo::sim

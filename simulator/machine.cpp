@@ -4,20 +4,22 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <random>
 
 #include "platform/storage_client.h"
+#include "simulator/little_endian.h"
+#include "simulator/unix_socket.h"
 
 namespace tavo::sim {
 namespace {
 
-// A step of at most `most` up or down, to a tenth; never below 0.
+// Moves a reading up or down, by at most `most`, and keeps it above 0. A reading of 0 stays: the server lacks it.
 void step(Part &part, std::string_view field, double most, std::minstd_rand &random) {
   const double now = std::strtod(part.text(field).c_str(), nullptr);
   if (now == 0) {
-    return;  // a reading that the server does not have
+    return;
   }
-  const double next = std::fmax(0.1, now + std::uniform_real_distribution(-most, most)(random));
+  constexpr double least = 0.1;
+  const double next = std::fmax(least, now + std::uniform_real_distribution(-most, most)(random));
   std::array<char, 32> text{};
   std::snprintf(text.data(), text.size(), "%.1f", next);
   part.set(field, text.data());
@@ -38,7 +40,8 @@ void Machine::damage_snapshot(const SnapshotDamage &damage) {
 
 ToolMode Machine::tool(const std::string &name) {
   const std::lock_guard lock(mutex_);
-  return tools_[name];
+  const auto found = tools_.find(name);
+  return found != tools_.end() ? found->second : ToolMode{};
 }
 
 void Machine::set_tool(const std::string &name, const ToolMode &mode) {
@@ -48,9 +51,7 @@ void Machine::set_tool(const std::string &name, const ToolMode &mode) {
 
 void Machine::send_storage_event(std::uint32_t type) {
   Record event(STORAGE_EVENT_SIZE);
-  for (std::size_t i = 0; i < 4; ++i) {
-    event[STORAGE_EVENT_TYPE + i] = static_cast<std::byte>(type >> (8 * i));
-  }
+  put_little_endian(std::span(event).subspan(STORAGE_EVENT_TYPE, sizeof type), type);
   storage_events_.publish(event);
 }
 
@@ -61,26 +62,25 @@ bool Machine::announce_sd_change(const std::string &text) const {
   return connection && send_all(connection.get(), std::as_bytes(std::span(text)));
 }
 
-void Machine::drift(unsigned seconds_passed) {
+void Machine::drift(unsigned seconds) {
   const std::lock_guard lock(mutex_);
   const std::int64_t interval = inventory_.environment.number("drift");
-  since_drift_ = interval > 0 ? since_drift_ + seconds_passed : 0;
-  if (interval <= 0 || since_drift_ < interval) {
+  seconds_since_drift_ = interval > 0 ? seconds_since_drift_ + seconds : 0;
+  if (interval <= 0 || seconds_since_drift_ < interval) {
     return;
   }
-  since_drift_ = 0;
-  static std::minstd_rand random;
-  step(inventory_.environment, "power", 4, random);
-  step(inventory_.environment, "current", 0.1, random);
-  step(inventory_.environment, "voltage", 0.1, random);
+  seconds_since_drift_ = 0;
+  step(inventory_.environment, "power", 4, random_);
+  step(inventory_.environment, "current", 0.1, random_);
+  step(inventory_.environment, "voltage", 0.1, random_);
   for (const std::string_view reading : {"ambient", "front", "iohub1", "iohub2", "rear"}) {
-    step(inventory_.environment, reading, 0.6, random);
+    step(inventory_.environment, reading, 0.6, random_);
   }
   for (Part &processor : inventory_.processors) {
-    step(processor, "temperature", 1, random);
+    step(processor, "temperature", 1, random_);
   }
   for (Part &dimm : inventory_.dimms) {
-    step(dimm, "temperature", 0.6, random);
+    step(dimm, "temperature", 0.6, random_);
   }
 }
 

@@ -3,13 +3,12 @@
 
 #include <array>
 #include <atomic>
-#include <filesystem>
 #include <map>
 #include <mutex>
+#include <random>
 #include <string>
 #include <string_view>
 #include <utility>
-#include <vector>
 
 #include "simulator/event_stream.h"
 #include "simulator/fault_engine.h"
@@ -18,7 +17,7 @@
 
 namespace tavo::sim {
 
-// How a front end behaves.
+// How a query tool behaves.
 struct ToolMode {
   enum class Kind { Works, Missing, Slow, Silent, Garbled, Prints };
   Kind kind = Kind::Works;
@@ -30,14 +29,14 @@ inline constexpr auto tool_names = std::to_array<std::string_view>({"datactl", "
 
 // Where the simulated server meets its file system.
 struct Surroundings {
-  std::filesystem::path var = "/var";
-  std::string sd_socket = "/tmp/snmp_velt_sock";  // listened to by whoever wants to know of SD-card changes
+  std::string var = "/var";                       // the directory of the platform's files
+  std::string sd_socket = "/tmp/snmp_velt_sock";  // where the daemon listens for SD-card changes
 };
 
 // Thread safe.
 class Machine {
  public:
-  // Writes the platform's files.
+  // Also writes the platform's files.
   Machine(Inventory inventory, Surroundings surroundings);
 
   template <class Use>
@@ -46,8 +45,8 @@ class Machine {
     return use(std::as_const(inventory_));
   }
 
-  // Changes the inventory and writes the files anew. When `change` throws, its changes so far stand and the files do
-  // not.
+  // Changes the inventory and writes the files again. If `change` throws, what it has changed so far stays, and the
+  // files are not written.
   template <class Change>
   void change(Change change) {
     const std::lock_guard lock(mutex_);
@@ -64,28 +63,31 @@ class Machine {
   EventStream &storage_events() { return storage_events_; }
   void send_storage_event(std::uint32_t type);
 
-  // Connects to the SD-card socket, sends a line and closes, as the SD-card service does after a change. False when
+  // Connects to the SD-card socket, sends `text` and closes, as the SD-card service does after a change. False if
   // nobody listens.
   bool announce_sd_change(const std::string &text) const;
   const std::string &sd_socket() const { return surroundings_.sd_socket; }
 
-  // Moves every reading a little when the environment's drift says that it is time. Called about once a second.
-  void drift(unsigned seconds_passed);
+  // Moves every reading a little if the environment's drift says that it is time. Called about once a second with the
+  // seconds since the last call.
+  void drift(unsigned seconds);
 
-  // What waits inside the machine ends early after this.
+  // Ends storms and other long commands early.
   void stop() { stopping_ = true; }
   bool stopping() const { return stopping_; }
 
  private:
-  void write_files() { write_platform_files(inventory_, damage_, surroundings_.var); }  // with mutex_ held
+  // With mutex_ held.
+  void write_files() { write_platform_files(inventory_, damage_, surroundings_.var); }
 
   const Surroundings surroundings_;
   std::mutex mutex_;
   // Guarded by mutex_.
   Inventory inventory_;
   SnapshotDamage damage_;
-  std::map<std::string, ToolMode> tools_;
-  unsigned since_drift_ = 0;  // seconds
+  std::map<std::string, ToolMode> tools_;  // without an entry, a tool works
+  unsigned seconds_since_drift_ = 0;
+  std::minstd_rand random_;
 
   FaultEngine faults_;
   EventStream storage_events_;

@@ -6,9 +6,11 @@
 #include <csignal>
 #include <filesystem>
 #include <iostream>
+#include <optional>
 
 #include "simulator/control.h"
 #include "simulator/front_ends.h"
+#include "simulator/protocol.h"
 #include "simulator/service.h"
 
 namespace tavo::sim {
@@ -17,13 +19,12 @@ namespace {
 struct ServeOptions {
   std::string scenario;
   std::string socket = socket_path();
-  std::string var = "/var";
-  std::string sd_socket = "/tmp/snmp_velt_sock";
-  int ready_fd = -1;
-  std::int64_t drift = -1;  // below 0: what the scenario says
+  Surroundings surroundings;
+  int ready_fd = -1;              // negative: none
+  std::optional<unsigned> drift;  // seconds; nothing: what the scenario says
 };
 
-// SIGTERM and SIGINT, as a descriptor; blocked before the first thread starts.
+// A descriptor for SIGTERM and SIGINT. Blocks both, so it must be called before the first thread starts.
 Descriptor stop_signals() {
   sigset_t signals;
   sigemptyset(&signals);
@@ -36,43 +37,47 @@ Descriptor stop_signals() {
 int serve(const ServeOptions &options) {
   const Descriptor stop = stop_signals();
   Inventory inventory = load_scenario(options.scenario);
-  if (options.drift >= 0) {
-    inventory.environment.set_number("drift", options.drift);
+  if (options.drift) {
+    inventory.environment.set_number("drift", *options.drift);
   }
-  Machine machine(std::move(inventory), {.var = options.var, .sd_socket = options.sd_socket});
+  Machine machine(std::move(inventory), options.surroundings);
   Service service(machine, options.socket);
   std::cout << "bmcsim: serving " << options.scenario << " on " << options.socket << std::endl;
   if (options.ready_fd >= 0) {
     const Descriptor ready(options.ready_fd);
     if (write(ready.get(), "\n", 1) != 1) {
-      std::cerr << "bmcsim: nobody reads descriptor " << options.ready_fd << '\n';
+      std::cerr << "bmcsim: cannot write to descriptor " << options.ready_fd << '\n';
     }
   }
   service.run(stop.get());
   return 0;
 }
 
-int run(int argc, char **argv) {
-  CLI::App app{"A simulated rack server: its management controller's services, files and tools.", "bmcsim"};
+int run_bmcsim(int argc, char **argv) {
+  CLI::App app{"Simulates a rack server's management controller: its services, files and tools.", "bmcsim"};
   app.require_subcommand(1);
 
   ServeOptions options;
-  CLI::App *serve_command = app.add_subcommand("serve", "Be the server that a scenario describes, until SIGTERM");
+  CLI::App *serve_command =
+      app.add_subcommand("serve", "Simulate the server that a scenario describes, until SIGTERM or SIGINT");
   serve_command->add_option("scenario", options.scenario, "a YAML file")->required();
-  serve_command->add_option("--socket", options.socket, "where to listen")->capture_default_str();
-  serve_command->add_option("--var", options.var, "where the platform's files go")->capture_default_str();
-  serve_command->add_option("--sd-socket", options.sd_socket, "whom to tell of SD-card changes")->capture_default_str();
-  serve_command->add_option("--drift", options.drift, "seconds between changes of the readings; 0: they stand still");
-  serve_command->add_option("--ready-fd", options.ready_fd, "a descriptor that gets one line when all is served");
+  serve_command->add_option("--socket", options.socket, "Unix socket to listen on")->capture_default_str();
+  serve_command->add_option("--var", options.surroundings.var, "directory for the platform's files")
+      ->capture_default_str();
+  serve_command
+      ->add_option("--sd-socket", options.surroundings.sd_socket, "socket on which to announce SD-card changes")
+      ->capture_default_str();
+  serve_command->add_option("--drift", options.drift, "seconds between changes of the readings; 0: no changes");
+  serve_command->add_option("--ready-fd", options.ready_fd, "descriptor to write a line to when the server is up");
 
   std::string socket = socket_path();
   unsigned wait_seconds = 0;
   std::vector<std::string> words;
-  CLI::App *control_command = app.add_subcommand("ctl", "Change or show the server while it runs");
-  control_command->add_option("--socket", socket, "where the simulator listens")->capture_default_str();
-  control_command->add_option("--wait", wait_seconds, "seconds to wait for the simulator to come up");
-  control_command->add_option("command", words, "see below");
-  control_command->footer("\nCommands:\n" + control_help());
+  CLI::App *control_command = app.add_subcommand("ctl", "Show or change the running server");
+  control_command->add_option("--socket", socket, "Unix socket of the simulator")->capture_default_str();
+  control_command->add_option("--wait", wait_seconds, "how many seconds to wait for the simulator to come up");
+  control_command->add_option("command", words, "one of the commands below");
+  control_command->footer("Commands:\n" + control_help());
   control_command->positionals_at_end();
 
   CLI11_PARSE(app, argc, argv);
@@ -82,18 +87,22 @@ int run(int argc, char **argv) {
   return run_control(words, socket, wait_seconds);
 }
 
-}  // namespace
-}  // namespace tavo::sim
-
-int main(int argc, char **argv) {
+int run_program(int argc, char **argv) {
   try {
     const std::string name = std::filesystem::path(argv[0]).filename();
-    if (std::ranges::find(tavo::sim::tool_names, name) != tavo::sim::tool_names.end()) {
-      return tavo::sim::run_tool(name, {argv + 1, argv + argc});
+    if (std::ranges::find(tool_names, name) != tool_names.end()) {
+      return run_tool(name, {argv + 1, argv + argc});
     }
-    return tavo::sim::run(argc, argv);
+    return run_bmcsim(argc, argv);
   } catch (const std::exception &error) {
     std::cerr << "bmcsim: " << error.what() << '\n';
     return 1;
   }
+}
+
+}  // namespace
+}  // namespace tavo::sim
+
+int main(int argc, char **argv) {
+  return tavo::sim::run_program(argc, argv);
 }

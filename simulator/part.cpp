@@ -5,6 +5,8 @@
 #include <cstring>
 #include <limits>
 
+#include "simulator/little_endian.h"
+
 namespace tavo::sim {
 namespace {
 
@@ -38,6 +40,14 @@ std::span<const NamedNumber> names_of(const Field &field) {
   return field.type == FieldType::Flag ? std::span<const NamedNumber>(flag_names) : field.names;
 }
 
+// The names of fields, or of named numbers.
+template <class Named>
+std::vector<std::string_view> names_in(std::span<const Named> list) {
+  std::vector<std::string_view> names(list.size());
+  std::ranges::transform(list, names.begin(), &Named::name);
+  return names;
+}
+
 std::int64_t read_number(const Field &field, std::string_view written) {
   if (written.empty()) {
     return 0;
@@ -54,26 +64,22 @@ std::int64_t read_number(const Field &field, std::string_view written) {
     if (names.empty()) {
       throw;
     }
-    std::vector<std::string_view> known;
-    for (const NamedNumber &name : names) {
-      known.push_back(name.name);
-    }
-    throw BadInput(std::string(error.what()) + ", or one of " + listed(known));
+    throw BadInput(std::string(error.what()) + ", or one of " + joined(names_in(names)));
   }
 }
 
 std::vector<std::uint32_t> read_object_id(const Field &field, std::string_view written) {
-  std::vector<std::uint32_t> subids;
+  std::vector<std::uint32_t> sub_identifiers;
   while (!written.empty()) {
     const std::size_t dot = written.find('.');
-    subids.push_back(static_cast<std::uint32_t>(
+    sub_identifiers.push_back(static_cast<std::uint32_t>(
         parse_number(written.substr(0, dot), field.name, 0, std::numeric_limits<std::uint32_t>::max())));
     if (dot == std::string_view::npos) {
       break;
     }
     written.remove_prefix(dot + 1);
   }
-  return subids;
+  return sub_identifiers;
 }
 
 std::string read_text(const Field &field, std::string_view written) {
@@ -96,14 +102,24 @@ std::string read_text(const Field &field, std::string_view written) {
   return std::string(written);
 }
 
-// Little-endian, as on the controller, whatever this machine is.
-void put(std::span<std::byte> record, std::size_t offset, std::uint64_t value, std::size_t octets) {
-  for (std::size_t i = 0; i < octets; ++i) {
-    record[offset + i] = static_cast<std::byte>(value >> (8 * i));
+// The size of a number of this type in a record.
+std::size_t octets_of(FieldType type) {
+  switch (type) {
+    case FieldType::Octet:
+      return 1;
+    case FieldType::Long:
+      return 8;
+    default:
+      return 4;
   }
 }
 
 }  // namespace
+
+const Field *find_field(const PartKind &kind, std::string_view name) {
+  const auto found = std::ranges::find(kind.fields, name, &Field::name);
+  return found != kind.fields.end() ? &*found : nullptr;
+}
 
 Part::Part(const PartKind &kind) : kind_(&kind) {
   values_.reserve(kind.fields.size());
@@ -117,11 +133,11 @@ Part::Part(const PartKind &kind) : kind_(&kind) {
 }
 
 std::size_t Part::position(std::string_view field) const {
-  const auto found = std::ranges::find(kind_->fields, field, &Field::name);
-  if (found == kind_->fields.end()) {
+  const Field *found = find_field(*kind_, field);
+  if (found == nullptr) {
     throw std::logic_error(std::string(kind_->name) + " has no field " + std::string(field));
   }
-  return static_cast<std::size_t>(found - kind_->fields.begin());
+  return static_cast<std::size_t>(found - kind_->fields.data());
 }
 
 std::int64_t Part::number(std::string_view field) const {
@@ -133,20 +149,16 @@ const std::string &Part::text(std::string_view field) const {
 }
 
 void Part::set(std::string_view field, std::string_view value) {
-  const auto found = std::ranges::find(kind_->fields, field, &Field::name);
-  if (found == kind_->fields.end()) {
-    std::vector<std::string_view> known;
-    for (const Field &each : kind_->fields) {
-      known.push_back(each.name);
-    }
+  const Field *found = find_field(*kind_, field);
+  if (found == nullptr) {
     throw BadInput("a " + std::string(kind_->name) + " has no field '" + std::string(field) + "'; it has " +
-                   listed(known));
+                   joined(names_in(kind_->fields)));
   }
-  Value &place = values_[static_cast<std::size_t>(found - kind_->fields.begin())];
+  Value &kept = values_[position(field)];
   if (is_text(found->type)) {
-    place = read_text(*found, value);
+    kept = read_text(*found, value);
   } else {
-    place = read_number(*found, value);
+    kept = read_number(*found, value);
   }
 }
 
@@ -173,15 +185,15 @@ void Part::encode(std::span<std::byte> record) const {
     }
     if (field.type == FieldType::ObjectId) {
       std::size_t offset = field.offset;
-      for (const std::uint32_t subid : read_object_id(field, std::get<std::string>(values_[i]))) {
-        put(record, offset, subid, sizeof subid);
-        offset += sizeof subid;
+      for (const std::uint32_t sub_identifier : read_object_id(field, std::get<std::string>(values_[i]))) {
+        put_little_endian(record.subspan(offset, sizeof sub_identifier), sub_identifier);
+        offset += sizeof sub_identifier;
       }
     } else if (const auto *text = std::get_if<std::string>(&values_[i])) {
       std::memcpy(record.data() + field.offset, text->data(), std::min(text->size(), field.size));
     } else {
-      const std::size_t octets = field.type == FieldType::Octet ? 1 : field.type == FieldType::Long ? 8 : 4;
-      put(record, field.offset, static_cast<std::uint64_t>(std::get<std::int64_t>(values_[i])), octets);
+      put_little_endian(record.subspan(field.offset, octets_of(field.type)),
+                        static_cast<std::uint64_t>(std::get<std::int64_t>(values_[i])));
     }
   }
 }
@@ -192,7 +204,7 @@ std::vector<std::byte> Part::encoded() const {
   return record;
 }
 
-void apply_settings(Part &part, std::span<const std::string> settings) {
+void apply_settings(Part &part, Settings settings) {
   Part changed = part;
   for (const std::string &setting : settings) {
     const std::size_t equals = setting.find('=');
@@ -224,7 +236,7 @@ std::string describe(const Part &part, std::string_view label) {
   return line + '\n';
 }
 
-std::string listed(const std::vector<std::string_view> &names) {
+std::string joined(const std::vector<std::string_view> &names) {
   std::string all;
   for (const std::string_view name : names) {
     all += all.empty() ? "" : ", ";

@@ -1,5 +1,5 @@
-// Parts of the simulated server, described by data: what fields a kind of part has, how they are written in a scenario
-// and on the command line, and where they stand in the platform's binary records.
+// Parts of the simulated server, described by data: which fields a kind of part has, how a scenario or a command
+// writes them, and where they stand in the platform's binary records.
 #pragma once
 
 #include <cstddef>
@@ -13,21 +13,21 @@
 
 namespace tavo::sim {
 
-// What a user wrote is wrong; the text names the word and says what would be right.
+// The user wrote something wrong. The message quotes the word and lists what would be right.
 class BadInput : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
 enum class FieldType {
-  Text,     // at most `size` octets
-  Decimal,  // a number with an optional fraction, kept as it was written; never part of a record
+  Text,     // at most `size` octets, on one line
+  Decimal,  // a number with an optional fraction, kept as written; cannot be part of a record
   Octet,    // uint8
   Word,     // uint32
   Integer,  // int32
   Long,     // uint64, up to 2^63 - 1
-  Flag,     // "yes" or "no", kept as 1 or 0
-  ObjectId  // "1.3.6.1.4.1", up to `size` octets of 32-bit sub-identifiers
+  Flag,     // "yes" or "no", kept as 1 or 0; a 32-bit word in a record
+  ObjectId  // "1.3.6.1.4.1"; in a record 32-bit sub-identifiers, at most `size` octets of them
 };
 
 // A name that may be written in place of a number.
@@ -41,41 +41,45 @@ inline constexpr std::size_t not_in_record = SIZE_MAX;
 struct Field {
   std::string_view name;
   FieldType type = FieldType::Text;
-  std::size_t offset = not_in_record;
-  std::size_t size = 64;           // texts and object identifiers only
-  bool required = false;           // a scenario must give it
-  std::string_view fallback = {};  // the value when a scenario does not; empty is 0 or no text
+  std::size_t offset = not_in_record;  // octets from the start of the record
+  std::size_t size = 64;               // octets; texts and object identifiers only
+  bool required = false;               // a scenario must give it
+  std::string_view fallback = {};      // the value when a scenario does not; empty: 0, or an empty text
   std::span<const NamedNumber> names = {};
 };
 
 struct PartKind {
   std::string_view name;
   std::span<const Field> fields;
-  std::size_t record_size = 0;  // 0: the kind has no binary record
+  std::size_t record_size = 0;  // octets; 0: the kind has no binary record
 };
+
+// The field of that name, or null.
+const Field *find_field(const PartKind &kind, std::string_view name);
 
 // One part: a value for each field of its kind.
 class Part {
  public:
-  // Every field at its fallback. The kind must outlive the part.
+  // Every field gets its fallback. The kind must outlive the part.
   explicit Part(const PartKind &kind);
 
   const PartKind &kind() const { return *kind_; }
 
-  // The number of an integer field, the text of a text field. A name that the kind lacks is a programming error
-  // (std::logic_error).
+  // The value of a number, text or flag field. A field that the kind lacks, or that is of another type, is a
+  // programming error and throws.
   std::int64_t number(std::string_view field) const;
   const std::string &text(std::string_view field) const;
   bool flag(std::string_view field) const { return number(field) != 0; }
 
-  // Sets a field from what a user wrote. Throws BadInput for an unknown field or a value that does not fit.
+  // Sets a field from what a user wrote. Throws BadInput if the field is unknown or the value does not fit.
   void set(std::string_view field, std::string_view value);
+  // Sets a number field without checking its range.
   void set_number(std::string_view field, std::int64_t value);
 
-  // As it would be written: names in place of numbers where there are any.
+  // The value as a user would write it: a name in place of a number where the field has one.
   std::string written(const Field &field) const;
 
-  // Puts every field that has an offset where it belongs. `record` has at least the kind's record size.
+  // Writes every field that has an offset into `record`, which has room for the kind's record size and is zeroed.
   void encode(std::span<std::byte> record) const;
   std::vector<std::byte> encoded() const;
 
@@ -85,19 +89,23 @@ class Part {
   std::size_t position(std::string_view field) const;
 
   const PartKind *kind_;
-  std::vector<Value> values_;
+  std::vector<Value> values_;  // in the order of the kind's fields
 };
 
-// Sets several fields from words of the form field=value, all of them or, when one is wrong, none.
-void apply_settings(Part &part, std::span<const std::string> settings);
+// Words of the form "field=value".
+using Settings = std::span<const std::string>;
 
-// One line: "kind label: field=value field=value ...".
+// Applies all the settings or, if one of them is wrong, throws BadInput and applies none.
+void apply_settings(Part &part, Settings settings);
+
+// One line: "kind label: field=value field=value ...\n". Empty texts are left out.
 std::string describe(const Part &part, std::string_view label);
 
-// "a, b, c", for the errors that list what would have been right.
-std::string listed(const std::vector<std::string_view> &names);
+// "a, b, c", for messages that list what would have been right.
+std::string joined(const std::vector<std::string_view> &names);
 
-// The whole of `text` as a number; throws BadInput that names `what` otherwise.
+// The whole of `text` as a decimal or, after "0x", a hexadecimal number. Throws BadInput, which names `what`, if `text`
+// is not a number or is out of range.
 std::int64_t parse_number(std::string_view text, std::string_view what, std::int64_t least, std::int64_t most);
 
 }  // namespace tavo::sim

@@ -5,6 +5,8 @@
 #include "platform/fault_engine.h"
 #include "platform/fru.h"
 #include "platform/inventory.h"
+#include "simulator/class_code.h"
+#include "simulator/completion_code.h"
 
 namespace tavo::sim {
 namespace {
@@ -35,14 +37,12 @@ constexpr auto environment_fields = std::to_array<Field>({
     {.name = "power", .type = Decimal, .fallback = "0"},    // W
     {.name = "current", .type = Decimal, .fallback = "0"},  // A
     {.name = "voltage", .type = Decimal, .fallback = "0"},  // V
-    {.name = "ambient", .type = Decimal, .fallback = "0"},  // this and what follows: degrees Celsius
+    {.name = "ambient", .type = Decimal, .fallback = "0"},  // degrees Celsius, like the rest
     {.name = "front", .type = Decimal, .fallback = "0"},
     {.name = "iohub1", .type = Decimal, .fallback = "0"},
     {.name = "iohub2", .type = Decimal, .fallback = "0"},
     {.name = "rear", .type = Decimal, .fallback = "0"},
-    {.name = "drift",
-     .type = Integer,
-     .fallback = "0"},  // seconds between changes of the readings; 0: they stand still
+    {.name = "drift", .type = Integer, .fallback = "0"},  // seconds between changes of the readings; 0: no changes
 });
 
 constexpr auto processor_fields = std::to_array<Field>({
@@ -62,7 +62,7 @@ constexpr auto processor_fields = std::to_array<Field>({
 
 constexpr auto dimm_fields = std::to_array<Field>({
     {.name = "name", .offset = MEMORY_NAME, .size = MEMORY_NAME_SIZE, .required = true},
-    {.name = "number", .type = Integer},  // 0: the inventory knows no number for it
+    {.name = "number", .type = Integer},  // 0: the inventory library knows no number for it
     {.name = "capacity", .offset = MEMORY_CAPACITY, .size = MEMORY_CAPACITY_SIZE},
     {.name = "speed", .offset = MEMORY_SPEED, .size = MEMORY_SPEED_SIZE},
     {.name = "location", .offset = MEMORY_LOCATION, .size = MEMORY_LOCATION_SIZE},
@@ -79,9 +79,10 @@ constexpr auto entity_names = std::to_array<NamedNumber>(
     {{.name = "power-supply", .number = ENTITY_POWER_SUPPLY}, {.name = "fan", .number = ENTITY_FAN}});
 constexpr auto sensor_type_names = std::to_array<NamedNumber>(
     {{.name = "fan", .number = SENSOR_TYPE_FAN}, {.name = "presence", .number = SENSOR_TYPE_ENTITY_PRESENCE}});
-// What a sensor says of its entity, as an IPMI completion code.
-constexpr auto presence_names = std::to_array<NamedNumber>(
-    {{.name = "present", .number = 0}, {.name = "absent", .number = 0xE0}, {.name = "unknown", .number = 0xFF}});
+// The completion code with which a sensor answers whether its entity is present.
+constexpr auto presence_names = std::to_array<NamedNumber>({{.name = "present", .number = completed},
+                                                            {.name = "absent", .number = entity_absent},
+                                                            {.name = "unknown", .number = unspecified_error}});
 
 constexpr auto sensor_fields = std::to_array<Field>({
     {.name = "number", .type = Octet, .required = true},
@@ -90,16 +91,16 @@ constexpr auto sensor_fields = std::to_array<Field>({
     {.name = "instance", .type = Word, .offset = SENSOR_ENTITY_INSTANCE, .required = true},
     {.name = "type", .type = Word, .offset = SENSOR_TYPE, .required = true, .names = sensor_type_names},
     {.name = "presence", .type = Octet, .fallback = "present", .names = presence_names},
-    {.name = "fault-unit", .type = Word},  // the unit position of this fan's faults
+    {.name = "fault-unit", .type = Word},  // the unit position in this fan's faults
     {.name = "readable", .type = Flag, .fallback = "yes"},
 });
 
 constexpr auto supply_fields = std::to_array<Field>({
-    {.name = "model", .size = 32},
-    {.name = "revision", .size = 8},
+    {.name = "model", .size = supply_model_size},
+    {.name = "revision", .size = supply_revision_size},
     {.name = "serial", .size = FRU_TEXT_SIZE - 1},
     {.name = "serial-readable", .type = Flag, .fallback = "yes"},
-    {.name = "status", .type = Integer, .fallback = "0"},            // the PMBus status word; 0 is no fault
+    {.name = "status", .type = Integer, .fallback = "0"},            // the PMBus status word; 0: no fault
     {.name = "input-power", .type = Integer, .fallback = "0"},       // W
     {.name = "output-power-max", .type = Integer, .fallback = "0"},  // W
     {.name = "power", .type = Integer, .fallback = "on", .names = power_names},

@@ -1,4 +1,4 @@
-// Every kind of part of the simulated server.
+// Every kind of part that the simulated server has.
 #pragma once
 
 #include "simulator/part.h"
@@ -15,7 +15,7 @@ extern const PartKind adapter_kind;
 extern const PartKind led_kind;
 extern const PartKind fault_kind;
 
-extern const PartKind controller_kind;  // RAID controller with its battery
+extern const PartKind controller_kind;  // a RAID controller and its battery
 extern const PartKind drive_kind;
 extern const PartKind volume_kind;
 
@@ -23,11 +23,8 @@ extern const PartKind sd_controller_kind;
 extern const PartKind sd_card_kind;
 extern const PartKind sd_partition_kind;
 
-// Class codes of the fault engine that the simulator itself uses.
-inline constexpr std::int64_t class_processor = 3;
-inline constexpr std::int64_t class_memory = 8;
-inline constexpr std::int64_t class_supply = 10;
-inline constexpr std::int64_t class_adapter = 11;
-inline constexpr std::int64_t class_fan = 29;
+// The sizes of a power supply's text files, in octets.
+inline constexpr std::size_t supply_model_size = 32;
+inline constexpr std::size_t supply_revision_size = 8;
 
 }  // namespace tavo::sim

@@ -9,15 +9,16 @@
 #include <string>
 #include <system_error>
 
+#include "core/descriptor.h"
 #include "platform/storage_snapshot.h"
-#include "simulator/unix_socket.h"
+#include "simulator/little_endian.h"
 
 namespace tavo::sim {
 namespace {
 
 namespace fs = std::filesystem;
 
-// A reader sees the old file or the new one, never a part.
+// A reader sees the old file or the new one, and never a part of either.
 void replace_file(const fs::path &path, std::span<const std::byte> content) {
   const fs::path fresh = path.string() + ".new";
   const Descriptor file(open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
@@ -36,9 +37,7 @@ void replace_file(const fs::path &path, std::span<const std::byte> content) {
 template <std::size_t Size>
 void replace_with_integer(const fs::path &path, std::int64_t number) {
   std::array<std::byte, Size> octets{};
-  for (std::size_t i = 0; i < Size; ++i) {
-    octets[i] = static_cast<std::byte>(static_cast<std::uint64_t>(number) >> (8 * i));
-  }
+  put_little_endian(octets, static_cast<std::uint64_t>(number));
   replace_file(path, octets);
 }
 
@@ -51,7 +50,7 @@ void replace_with_text(const fs::path &path, const std::string &text, std::size_
 void write_supplies(const std::vector<Part> &supplies, const fs::path &pmbus) {
   for (std::size_t i = 0; i < supplies.size(); ++i) {
     const Part &supply = supplies[i];
-    const fs::path directory = pmbus / ("ps" + std::to_string(i));
+    const fs::path directory = pmbus / ("ps" + std::to_string(i));  // these names count from 0
     if (!supply.flag("present")) {
       fs::remove_all(directory);
       continue;
@@ -59,23 +58,21 @@ void write_supplies(const std::vector<Part> &supplies, const fs::path &pmbus) {
     fs::create_directories(directory);
     replace_with_integer<2>(directory / "pin", supply.number("input-power"));
     replace_with_integer<2>(directory / "poutmax", supply.number("output-power-max"));
-    replace_with_text(directory / "rev", supply.text("revision"), 8);
-    replace_with_text(directory / "model", supply.text("model"), 32);
+    replace_with_text(directory / "rev", supply.text("revision"), supply_revision_size);
+    replace_with_text(directory / "model", supply.text("model"), supply_model_size);
     replace_with_integer<2>(directory / "status", supply.number("status"));
   }
   replace_with_integer<4>(pmbus / "num_psu", static_cast<std::int64_t>(supplies.size()));
 }
 
-void append(std::vector<std::byte> &file, std::uint32_t word) {
-  for (int i = 0; i < 4; ++i) {
-    file.push_back(static_cast<std::byte>(word >> (8 * i)));
-  }
+void put_word(std::span<std::byte> record, std::size_t offset, std::uint32_t word) {
+  put_little_endian(record.subspan(offset, sizeof word), word);
 }
 
-void put_word(std::span<std::byte> record, std::size_t offset, std::uint32_t word) {
-  for (std::size_t i = 0; i < 4; ++i) {
-    record[offset + i] = static_cast<std::byte>(word >> (8 * i));
-  }
+// Writes a drive or a volume into the controller's list that begins at `offset`.
+void encode_item(const Part &item, std::span<std::byte> record, std::size_t offset, std::size_t position) {
+  const std::size_t size = item.kind().record_size;
+  item.encode(record.subspan(offset + position * size, size));
 }
 
 void encode_controller(const RaidController &controller, std::span<std::byte> record) {
@@ -86,16 +83,24 @@ void encode_controller(const RaidController &controller, std::span<std::byte> re
   std::uint32_t drives = 0;
   for (const Part &drive : controller.drives) {
     if (drive.flag("present")) {
-      drive.encode(record.subspan(STOR_CONTROLLER_DRIVES + drives++ * std::size_t{STOR_DRIVE_SIZE}, STOR_DRIVE_SIZE));
+      encode_item(drive, record, STOR_CONTROLLER_DRIVES, drives++);
     }
   }
   put_word(record, STOR_CONTROLLER_DRIVE_COUNT, drives);
   std::uint32_t volumes = 0;
   for (const Part &volume : controller.volumes) {
-    volume.encode(
-        record.subspan(STOR_CONTROLLER_VOLUMES + volumes++ * std::size_t{STOR_VOLUME_SIZE}, STOR_VOLUME_SIZE));
+    encode_item(volume, record, STOR_CONTROLLER_VOLUMES, volumes++);
   }
   put_word(record, STOR_CONTROLLER_VOLUME_COUNT, volumes);
+}
+
+std::vector<std::byte> storage_snapshot(const std::vector<RaidController> &controllers) {
+  std::vector<std::byte> file(STOR_CONTROLLER_RECORDS + controllers.size() * STOR_CONTROLLER_SIZE);
+  put_word(file, STOR_CONTROLLER_COUNT, static_cast<std::uint32_t>(controllers.size()));
+  for (std::size_t i = 0; i < controllers.size(); ++i) {
+    encode_controller(controllers[i], std::span(file).subspan(STOR_CONTROLLER_RECORDS + i * STOR_CONTROLLER_SIZE));
+  }
+  return file;
 }
 
 void write_snapshot(const std::vector<RaidController> &controllers, const SnapshotDamage &damage,
@@ -123,20 +128,9 @@ void write_snapshot(const std::vector<RaidController> &controllers, const Snapsh
 
 }  // namespace
 
-std::vector<std::byte> storage_snapshot(const std::vector<RaidController> &controllers) {
-  std::vector<std::byte> file;
-  append(file, static_cast<std::uint32_t>(controllers.size()));
-  for (const RaidController &controller : controllers) {
-    const std::size_t start = file.size();
-    file.resize(start + STOR_CONTROLLER_SIZE);
-    encode_controller(controller, std::span(file).subspan(start));
-  }
-  return file;
-}
-
 void write_platform_files(const Inventory &inventory, const SnapshotDamage &damage, const fs::path &var) {
   const fs::path pmbus = var / "pmbus";
-  const fs::path dimms = var / "vessa" / "dimms";
+  const fs::path dimms = var / "vessa/dimms";
   fs::create_directories(pmbus);
   fs::create_directories(dimms);
   write_supplies(inventory.supplies, pmbus);

@@ -8,7 +8,7 @@
 namespace tavo::sim {
 namespace {
 
-using nlohmann::ordered_json;  // readers depend on the order of the fields
+using nlohmann::ordered_json;  // readers rely on the order of the fields
 
 std::string time_collected() {
   const std::time_t now = std::time(nullptr);
@@ -19,9 +19,9 @@ std::string time_collected() {
   return {text.data(), length};
 }
 
-// One object for each part that is present; `fill` gets the part and its position from 1.
+// One object for each part that is present. `fill` makes it from the part and its position, from 1.
 template <class Fill>
-ordered_json units(const std::vector<Part> &parts, Fill fill) {
+ordered_json list_present(const std::vector<Part> &parts, Fill fill) {
   ordered_json list = ordered_json::array();
   for (std::size_t i = 0; i < parts.size(); ++i) {
     if (parts[i].flag("present")) {
@@ -32,7 +32,7 @@ ordered_json units(const std::vector<Part> &parts, Fill fill) {
 }
 
 ordered_json processors(const Inventory &inventory) {
-  return units(inventory.processors, [](const Part &part, std::size_t number) {
+  return list_present(inventory.processors, [](const Part &part, std::size_t number) {
     return ordered_json{{"id", number},
                         {"SocketDesignation", part.text("socket")},
                         {"Model", part.text("model")},
@@ -66,7 +66,7 @@ ordered_json supplies(const Inventory &inventory) {
 }
 
 ordered_json adapters(const Inventory &inventory) {
-  return units(inventory.adapters, [](const Part &part, std::size_t) {
+  return list_present(inventory.adapters, [](const Part &part, std::size_t) {
     return ordered_json{
         {"slot-number", part.number("slot")},     {"product-id", part.text("product-id")},
         {"i2cLogicalBus", part.text("i2c-bus")},  {"serial-number", part.text("serial")},
@@ -74,7 +74,7 @@ ordered_json adapters(const Inventory &inventory) {
   });
 }
 
-// The images of the card in one slot; the running one is the one that was started.
+// The firmware images of the card in this slot; nothing if the slot is empty.
 std::optional<ordered_json> adapter_firmware(const Inventory &inventory, std::string_view slot) {
   for (const Part &part : inventory.adapters) {
     if (part.flag("present") && std::to_string(part.number("slot")) == slot) {
@@ -99,12 +99,24 @@ ordered_json leds(const Inventory &inventory) {
   return list;
 }
 
-ordered_json temperatures(const std::vector<Part> &parts) {
+// `number_of` gives a part's id from the part and its position.
+template <class NumberOf>
+ordered_json temperatures(const std::vector<Part> &parts, NumberOf number_of) {
   const std::string now = time_collected();
-  return units(parts, [&](const Part &part, std::size_t number) {
-    const std::int64_t own = &part.kind() == &dimm_kind ? part.number("number") : 0;
-    const std::int64_t id = own != 0 ? own : static_cast<std::int64_t>(number);
-    return ordered_json{{"id", id}, {"temperature", part.text("temperature")}, {"timeCollected", now}};
+  return list_present(parts, [&](const Part &part, std::size_t position) {
+    return ordered_json{
+        {"id", number_of(part, position)}, {"temperature", part.text("temperature")}, {"timeCollected", now}};
+  });
+}
+
+ordered_json processor_temperatures(const Inventory &inventory) {
+  return temperatures(inventory.processors, [](const Part &, std::size_t position) { return position; });
+}
+
+ordered_json memory_temperatures(const Inventory &inventory) {
+  return temperatures(inventory.dimms, [](const Part &dimm, std::size_t position) {
+    const std::int64_t number = dimm.number("number");
+    return number != 0 ? number : static_cast<std::int64_t>(position);
   });
 }
 
@@ -148,8 +160,8 @@ constexpr auto queries = std::to_array<Query>({
     {.key = "tavPowerStates", .answer = supplies},
     {.key = "adapter", .answer = adapters},
     {.key = "externalLEDs", .answer = leds},
-    {.key = "memoryStats", .answer = [](const Inventory &i) { return temperatures(i.dimms); }},
-    {.key = "processorStats", .answer = [](const Inventory &i) { return temperatures(i.processors); }},
+    {.key = "memoryStats", .answer = memory_temperatures},
+    {.key = "processorStats", .answer = processor_temperatures},
     {.key = "motherboardStats", .answer = board_readings},
     {.key = "platformSkuType",
      .answer = [](const Inventory &i) -> ordered_json {
@@ -157,8 +169,9 @@ constexpr auto queries = std::to_array<Query>({
      }},
 });
 
-constexpr std::string_view firmware_key = "adapterFW[";
+constexpr std::string_view firmware_key = "adapterFW[";  // then a slot and "]"
 
+// Appends a line for each field of `value`. An element of a list goes by the list's name.
 void flatten(const ordered_json &value, const std::string &name, std::string &lines) {
   if (value.is_object()) {
     for (const auto &[key, member] : value.items()) {

@@ -10,12 +10,13 @@
 
 namespace tavo::sim {
 
-// What `datactl get=KEY` prints, JSON; nothing for an unknown key.
+// What `datactl get=KEY` prints: JSON. Nothing if the key is unknown.
 std::optional<std::string> query(const Inventory &inventory, std::string_view key);
+// Every key, with a placeholder where a key contains a slot number.
 std::vector<std::string_view> query_keys();
 
-// What `flatkv` makes of it: one line a field, a blank, the name, a colon, a blank and the value. The fields of several
-// units follow each other. Nothing when `json` is not JSON.
+// What `flatkv` prints for that JSON: " name: value" for each field, on a line of its own. The lines of several units
+// follow each other. Nothing if `json` is not JSON.
 std::optional<std::string> flattened(std::string_view json);
 
 // What `slotutil -L` prints: the adapter cards.

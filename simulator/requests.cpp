@@ -7,7 +7,9 @@
 #include "platform/fru.h"
 #include "platform/inventory.h"
 #include "platform/storage_client.h"
+#include "simulator/completion_code.h"
 #include "simulator/control.h"
+#include "simulator/protocol.h"
 #include "simulator/queries.h"
 
 namespace tavo::sim {
@@ -15,8 +17,9 @@ namespace {
 
 using nlohmann::json;
 
-constexpr int no_such_thing = 0xCB;  // IPMI: requested sensor, data or record not present
-constexpr int cannot_tell = 0xFF;    // IPMI: unspecified error
+json refused() {
+  return {{"result", no_such_record}};
+}
 
 json binary(const Record &record) {
   const auto *octets = reinterpret_cast<const std::uint8_t *>(record.data());
@@ -44,10 +47,11 @@ json dimm_number(Machine &machine, const json &request) {
         return {{"result", 0}, {"number", dimm.number("number")}};
       }
     }
-    return {{"result", no_such_thing}};
+    return refused();
   });
 }
 
+// Null if there is no such sensor or it cannot be read.
 const Part *find_sensor(const Inventory &inventory, std::int64_t number) {
   const auto found =
       std::ranges::find_if(inventory.sensors, [&](const Part &s) { return s.number("number") == number; });
@@ -58,7 +62,7 @@ json sensor(Machine &machine, const json &request) {
   return machine.read([&](const Inventory &inventory) -> json {
     const Part *found = find_sensor(inventory, request.at("number").get<std::int64_t>());
     if (found == nullptr) {
-      return {{"result", no_such_thing}};
+      return refused();
     }
     return {{"result", 0}, {"record", binary(found->encoded())}};
   });
@@ -67,7 +71,7 @@ json sensor(Machine &machine, const json &request) {
 json presence(Machine &machine, const json &request) {
   return machine.read([&](const Inventory &inventory) -> json {
     const Part *found = find_sensor(inventory, request.at("number").get<std::int64_t>());
-    return {{"result", 0}, {"code", found != nullptr ? found->number("presence") : cannot_tell}};
+    return {{"result", 0}, {"code", found != nullptr ? found->number("presence") : unspecified_error}};
   });
 }
 
@@ -79,7 +83,7 @@ void put_text(Record &area, std::size_t offset, const std::string &text) {
 json fru_board(Machine &machine, const json &request) {
   return machine.read([&](const Inventory &inventory) -> json {
     if (request.at("id") != FRU_ID_BOARD || !inventory.server.flag("board-readable")) {
-      return {{"result", no_such_thing}};
+      return refused();
     }
     Record area(FRU_BOARD_AREA_SIZE);
     put_text(area, FRU_BOARD_MANUFACTURER, inventory.server.text("board-manufacturer"));
@@ -94,11 +98,11 @@ json fru_product(Machine &machine, const json &request) {
     const auto instance = request.at("instance").get<std::int64_t>();
     if (request.at("type") != FRU_TYPE_POWER_SUPPLY || instance < 1 ||
         instance > static_cast<std::int64_t>(inventory.supplies.size())) {
-      return {{"result", no_such_thing}};
+      return refused();
     }
     const Part &supply = inventory.supplies[static_cast<std::size_t>(instance - 1)];
     if (!supply.flag("present") || !supply.flag("serial-readable")) {
-      return {{"result", no_such_thing}};
+      return refused();
     }
     Record area(FRU_PRODUCT_AREA_SIZE);
     put_text(area, FRU_PRODUCT_SERIAL, supply.text("serial"));
@@ -110,114 +114,131 @@ json fault_records(Machine &machine, const json &request) {
   const auto start = request.at("start").get<std::int64_t>();
   const auto count = request.at("count").get<std::int64_t>();
   if (start < 0 || count < 0) {
-    return {{"result", no_such_thing}};
+    return refused();
   }
   const auto records = machine.faults().records(static_cast<std::size_t>(start), static_cast<std::size_t>(count));
   if (!records) {
-    return {{"result", no_such_thing}};
+    return refused();
   }
   return {{"result", 0}, {"records", binary(*records)}};
 }
 
-// Entry i of the buffer is the part whose place() is i + 1.
-Record buffer_of(const std::vector<Part> &parts, std::size_t size, auto place) {
-  Record buffer(size);
-  for (std::size_t i = 0; i < parts.size(); ++i) {
-    const PartKind &kind = parts[i].kind();
-    if (parts[i].flag("present")) {
-      parts[i].encode(std::span(buffer).subspan((place(parts[i], i) - 1) * kind.record_size, kind.record_size));
-    }
+void encode_entry(Record &buffer, std::size_t position, const Part &part) {
+  const std::size_t size = part.kind().record_size;
+  if (part.flag("present")) {
+    part.encode(std::span(buffer).subspan(position * size, size));
   }
-  return buffer;
 }
 
-json velt(Machine &machine, const json &request) {
+// The buffer that a request of this kind asks for; nothing if the kind is unknown.
+std::optional<Record> sd_buffer(const SdCards &sd, std::uint32_t kind) {
+  switch (kind) {
+    case VELT_REQUEST_CONTROLLER:
+      return sd.controller.encoded();
+    case VELT_REQUEST_CARDS: {
+      Record cards(VELT_CARDS_SIZE);
+      for (std::size_t i = 0; i < sd.cards.size(); ++i) {
+        encode_entry(cards, i, sd.cards[i]);
+      }
+      return cards;
+    }
+    case VELT_REQUEST_PARTITIONS: {
+      Record partitions(VELT_PARTITIONS_SIZE);
+      for (const Part &partition : sd.partitions) {
+        encode_entry(partitions, static_cast<std::size_t>(partition.number("number") - 1), partition);
+      }
+      return partitions;
+    }
+    default:
+      return std::nullopt;
+  }
+}
+
+json sd_cards(Machine &machine, const json &request) {
+  constexpr const char *only_controller = "Veltro-0";
   const auto kind = request.at("kind").get<std::uint32_t>();
   return machine.read([&](const Inventory &inventory) -> json {
-    const SdCards &sd = inventory.sd;
-    if (request.at("controller") != "Veltro-0" || !sd.controller.flag("present")) {
-      return {{"result", no_such_thing}};
+    if (request.at("controller") != only_controller || !inventory.sd.controller.flag("present")) {
+      return refused();
     }
-    switch (kind) {
-      case VELT_REQUEST_CONTROLLER:
-        return {{"result", 0}, {"record", binary(sd.controller.encoded())}};
-      case VELT_REQUEST_CARDS:
-        return {{"result", 0},
-                {"record",
-                 binary(buffer_of(sd.cards, VELT_CARDS_SIZE, [](const Part &, std::size_t i) { return i + 1; }))}};
-      case VELT_REQUEST_PARTITIONS:
-        return {{"result", 0},
-                {"record", binary(buffer_of(sd.partitions, VELT_PARTITIONS_SIZE, [](const Part &part, auto) {
-                   return static_cast<std::size_t>(part.number("number"));
-                 }))}};
-      default:
-        return {{"result", no_such_thing}};
+    const auto buffer = sd_buffer(inventory.sd, kind);
+    if (!buffer) {
+      return refused();
     }
+    return {{"result", 0}, {"record", binary(*buffer)}};
   });
 }
 
-// What a front end has to do: print `output` and `diagnostic` after `delay` seconds, and exit with `exit`.
+// What a query tool prints; nothing if it does not know the words. flatkv reads its own standard input and needs
+// nothing from the simulator.
+std::optional<std::string> tool_output(const Inventory &inventory, const std::string &name,
+                                       const std::vector<std::string> &words) {
+  constexpr std::string_view get = "get=";
+  if (name == "datactl" && words.size() == 1 && words[0].starts_with(get)) {
+    return query(inventory, std::string_view(words[0]).substr(get.size()));
+  }
+  if (name == "slotutil" && words == std::vector<std::string>{"-L"}) {
+    return adapter_list(inventory);
+  }
+  if (name == "ipmitool" && words == std::vector<std::string>{"-I", "bmc", "fru"}) {
+    return fru_list(inventory);
+  }
+  return name == "flatkv" ? std::optional<std::string>("") : std::nullopt;
+}
+
+std::string tool_usage(const std::string &name) {
+  if (name == "datactl") {
+    return "usage: datactl get=KEY, where KEY is " + joined(query_keys());
+  }
+  return name == "slotutil" ? "usage: slotutil -L" : "usage: ipmitool -I bmc fru";
+}
+
+// What a query tool has to do: behave as `mode` says, with `delay` or `file`, print `output` and `diagnostic`, and exit
+// with `exit`.
 json tool(Machine &machine, const json &request) {
   const auto name = request.at("name").get<std::string>();
   const auto words = request.at("words").get<std::vector<std::string>>();
   const ToolMode mode = machine.tool(name);
-  json reply{{"result", 0}, {"mode", static_cast<int>(mode.kind)}, {"delay", mode.seconds}, {"file", mode.file}};
-  reply["exit"] = 0;
-  machine.read([&](const Inventory &inventory) {
-    if (name == "datactl") {
-      constexpr std::string_view get = "get=";
-      const bool asks = words.size() == 1 && words[0].starts_with(get);
-      const auto output = asks ? query(inventory, std::string_view(words[0]).substr(get.size())) : std::nullopt;
-      reply["output"] = output.value_or("");
-      if (!output) {
-        reply["exit"] = 1;
-        reply["diagnostic"] = "usage: datactl get=KEY, where KEY is " + listed(query_keys());
-      }
-    } else if (name == "slotutil" && words == std::vector<std::string>{"-L"}) {
-      reply["output"] = adapter_list(inventory);
-    } else if (name == "ipmitool" && words == std::vector<std::string>{"-I", "bmc", "fru"}) {
-      reply["output"] = fru_list(inventory);
-    } else if (name != "flatkv") {
-      reply["exit"] = 1;
-      reply["diagnostic"] = name == "slotutil" ? "usage: slotutil -L" : "usage: ipmitool -I bmc fru";
-    }
-  });
-  return reply;
+  const auto output = machine.read([&](const Inventory &inventory) { return tool_output(inventory, name, words); });
+  return {
+      {"result", 0},           {"mode", static_cast<int>(mode.kind)}, {"delay", mode.seconds},
+      {"file", mode.file},     {"output", output.value_or("")},       {"diagnostic", output ? "" : tool_usage(name)},
+      {"exit", output ? 0 : 1}};
 }
 
 struct Request {
-  std::string_view call;
+  std::string_view name;
   json (*answer)(Machine &, const json &);
 };
 
 constexpr auto requests = std::to_array<Request>({
-    {.call = "ping",
+    {.name = call::ping,
      .answer = [](Machine &, const json &) -> json {
        return {{"result", 0}};
      }},
-    {.call = "processors",
+    {.name = call::processors,
      .answer =
          [](Machine &machine, const json &) {
            return machine.read([](const Inventory &inventory) { return present_records(inventory.processors); });
          }},
-    {.call = "dimms",
+    {.name = call::dimms,
      .answer =
          [](Machine &machine, const json &) {
            return machine.read([](const Inventory &inventory) { return present_records(inventory.dimms); });
          }},
-    {.call = "dimm-number", .answer = dimm_number},
-    {.call = "sensor", .answer = sensor},
-    {.call = "presence", .answer = presence},
-    {.call = "fru-board", .answer = fru_board},
-    {.call = "fru-product", .answer = fru_product},
-    {.call = "fault-count",
+    {.name = call::dimm_number, .answer = dimm_number},
+    {.name = call::sensor, .answer = sensor},
+    {.name = call::presence, .answer = presence},
+    {.name = call::fru_board, .answer = fru_board},
+    {.name = call::fru_product, .answer = fru_product},
+    {.name = call::fault_count,
      .answer = [](Machine &machine, const json &) -> json {
        return {{"result", 0}, {"count", machine.faults().count()}};
      }},
-    {.call = "faults", .answer = fault_records},
-    {.call = "velt", .answer = velt},
-    {.call = "tool", .answer = tool},
-    {.call = "control",
+    {.name = call::faults, .answer = fault_records},
+    {.name = call::sd_cards, .answer = sd_cards},
+    {.name = call::tool, .answer = tool},
+    {.name = call::control,
      .answer = [](Machine &machine, const json &request) -> json {
        return {{"result", 0}, {"output", control(machine, request.at("words").get<std::vector<std::string>>())}};
      }},
@@ -227,10 +248,10 @@ constexpr auto requests = std::to_array<Request>({
 
 json answer(Machine &machine, const json &request) {
   try {
-    const auto &call = request.at("call").get_ref<const std::string &>();
-    const auto found = std::ranges::find(requests, call, &Request::call);
+    const auto &name = request.at("call").get_ref<const std::string &>();
+    const auto found = std::ranges::find(requests, name, &Request::name);
     if (found == requests.end()) {
-      return {{"error", "unknown call '" + call + "'"}};
+      return {{"error", "unknown call '" + name + "'"}};
     }
     return found->answer(machine, request);
   } catch (const std::exception &error) {

@@ -1,4 +1,5 @@
-// Answers to what libbmcsim.so, the front ends and `bmcsim ctl` ask.
+// The answers to what libbmcsim.so, the query tools and `bmcsim ctl` ask. The calls that follow a stream are not among
+// them.
 #pragma once
 
 #include <nlohmann/json_fwd.hpp>
@@ -7,12 +8,8 @@
 
 namespace tavo::sim {
 
-// Requests that turn their connection into a stream of records.
-inline constexpr const char *follow_faults = "follow-faults";
-inline constexpr const char *follow_storage_events = "follow-storage-events";
-
-// {"result": 0, ...} for a request that succeeded, {"result": n} with a nonzero number for one that the platform
-// refuses, {"error": "..."} for one that makes no sense.
+// {"result": 0, ...} if the request succeeded, {"result": N} with another number if the platform refuses it, and
+// {"error": "..."} if it makes no sense.
 nlohmann::json answer(Machine &machine, const nlohmann::json &request);
 
 }  // namespace tavo::sim

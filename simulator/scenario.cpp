@@ -12,10 +12,10 @@
 namespace tavo::sim {
 namespace {
 
-// Where in the scenario something stands, for error messages.
+// What is being read, for error messages.
 struct Place {
   std::string file;
-  std::string part;  // "processors[1]"
+  std::string part;  // "processors[1]"; empty: the whole scenario
 
   Place within(std::string_view key) const {
     return {.file = file, .part = part.empty() ? std::string(key) : part + '.' + std::string(key)};
@@ -34,8 +34,8 @@ struct KeyReader {
   ReadKey read;
 };
 
-// Calls the reader of each key of a mapping; refuses what is no mapping, unknown keys and keys given twice. Keys
-// without a reader of their own go to `otherwise`, if there is one.
+// Calls each key's reader; a key without one goes to `otherwise`. Refuses anything but a mapping, keys that nobody
+// reads and keys given twice.
 void read_mapping(const YAML::Node &node, const Place &place, const std::vector<KeyReader> &readers,
                   const std::function<bool(const std::string &key, const YAML::Node &value)> &otherwise = nullptr) {
   if (!node.IsMap()) {
@@ -56,12 +56,12 @@ void read_mapping(const YAML::Node &node, const Place &place, const std::vector<
     } else if (!otherwise || !otherwise(key, entry.second)) {
       std::vector<std::string_view> known(readers.size());
       std::ranges::transform(readers, known.begin(), &KeyReader::key);
-      fail(place, entry.first.Mark(), "unknown key '" + key + "'; known are " + listed(known));
+      fail(place, entry.first.Mark(), "unknown key '" + key + "'; expected one of " + joined(known));
     }
   }
 }
 
-// Reads the part's fields, and through `readers` the keys that are no fields of it.
+// Reads a part from a mapping of its fields. `readers` read the keys that are not fields.
 void read_part(Part &part, const YAML::Node &node, const Place &place, const std::vector<KeyReader> &readers = {}) {
   std::set<std::string> given;
   read_mapping(node, place, readers, [&](const std::string &key, const YAML::Node &value) {
@@ -94,8 +94,7 @@ void read_sequence(const YAML::Node &node, const Place &place,
   }
 }
 
-// Reads a list of parts. `identity` names the fields that together must differ from part to part; `most` is how many
-// fit.
+// Reads a list of at most `most` parts. No two of them may have the same values in all the fields of `identity`.
 void read_parts(std::vector<Part> &parts, const PartKind &kind, const YAML::Node &node, const Place &place,
                 const std::vector<std::string_view> &identity, std::size_t most) {
   std::set<std::string> identities;
@@ -107,8 +106,7 @@ void read_parts(std::vector<Part> &parts, const PartKind &kind, const YAML::Node
     read_part(part, item, where);
     std::string words;
     for (const std::string_view field : identity) {
-      const auto found = std::ranges::find(kind.fields, field, &Field::name);
-      words += ' ' + std::string(field) + ' ' + part.written(*found);
+      words += ' ' + std::string(field) + ' ' + part.written(*find_field(kind, field));
     }
     if (!identity.empty() && !identities.insert(words).second) {
       fail(where, item.Mark(), "there is already a " + std::string(kind.name) + " with" + words);
@@ -118,7 +116,11 @@ void read_parts(std::vector<Part> &parts, const PartKind &kind, const YAML::Node
 }
 
 constexpr std::size_t no_limit = SIZE_MAX;
-constexpr std::size_t sensor_limit = 256;
+constexpr std::size_t sensor_limit = 256;  // a sensor number is an octet
+
+KeyReader part_reader(std::string_view key, Part &part) {
+  return {.key = key, .read = [&part](const auto &node, const auto &place) { read_part(part, node, place); }};
+}
 
 KeyReader parts_reader(std::string_view key, std::vector<Part> &parts, const PartKind &kind,
                        std::vector<std::string_view> identity, std::size_t most = no_limit) {
@@ -147,33 +149,23 @@ void read_controllers(std::vector<RaidController> &controllers, const YAML::Node
 void read_sd_cards(SdCards &sd, const YAML::Node &node, const Place &place) {
   sd.controller.set_number("present", 1);
   read_mapping(node, place,
-               {{.key = "controller",
-                 .read = [&](const auto &value, const auto &where) { read_part(sd.controller, value, where); }},
+               {part_reader("controller", sd.controller),
                 parts_reader("cards", sd.cards, sd_card_kind, {"slot"}, VELT_CARD_COUNT),
                 parts_reader("partitions", sd.partitions, sd_partition_kind, {"number"}, VELT_PARTITION_COUNT)});
   for (const Part &partition : sd.partitions) {
     if (partition.number("number") < 1 || partition.number("number") > VELT_PARTITION_COUNT) {
-      fail(place, node.Mark(), "a partition's number is 1 to " + std::to_string(VELT_PARTITION_COUNT));
+      fail(place, node.Mark(), "a partition's number is from 1 to " + std::to_string(VELT_PARTITION_COUNT));
     }
   }
 }
 
 Inventory read_inventory(const YAML::Node &root, const Place &place) {
   Inventory inventory;
-  inventory.sd.controller.set_number("present", 0);
-  bool has_server = false;
-  const auto one = [](Part &part) {
-    return [&part](const YAML::Node &node, const Place &where) { read_part(part, node, where); };
-  };
+  inventory.sd.controller.set_number("present", 0);  // until the scenario has SD cards
   read_mapping(
       root, place,
-      {{.key = "server",
-        .read =
-            [&](const YAML::Node &node, const Place &where) {
-              has_server = true;
-              read_part(inventory.server, node, where);
-            }},
-       {.key = "environment", .read = one(inventory.environment)},
+      {part_reader("server", inventory.server),
+       part_reader("environment", inventory.environment),
        parts_reader("processors", inventory.processors, processor_kind, {"socket"}),
        parts_reader("dimms", inventory.dimms, dimm_kind, {"name"}),
        parts_reader("sensors", inventory.sensors, sensor_kind, {"number"}, sensor_limit),
@@ -185,7 +177,7 @@ Inventory read_inventory(const YAML::Node &root, const Place &place) {
         .read = [&](const auto &node, const auto &where) { read_controllers(inventory.controllers, node, where); }},
        {.key = "sd-cards",
         .read = [&](const auto &node, const auto &where) { read_sd_cards(inventory.sd, node, where); }}});
-  if (!has_server) {
+  if (!root["server"]) {
     fail(place, root.Mark(), "'server' is missing");
   }
   return inventory;

@@ -4,7 +4,6 @@
 #include <poll.h>
 #include <sys/file.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <array>
@@ -15,7 +14,9 @@
 #include <nlohmann/json.hpp>
 #include <system_error>
 
+#include "simulator/protocol.h"
 #include "simulator/requests.h"
+#include "simulator/unix_socket.h"
 
 namespace tavo::sim {
 namespace {
@@ -24,7 +25,7 @@ namespace {
   throw std::system_error(errno, std::generic_category(), what);
 }
 
-// A lock file beside the socket tells a socket file that a killed simulator left from one that is served.
+// A killed simulator leaves its socket file behind. The lock on the file beside it tells whether anybody serves it.
 Descriptor lock_path(const std::string &path) {
   const std::string name = path + ".lock";
   Descriptor lock(open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
@@ -40,22 +41,6 @@ Descriptor lock_path(const std::string &path) {
   return lock;
 }
 
-Descriptor listen_at(const std::string &path) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  if (path.size() >= sizeof address.sun_path) {
-    throw BadInput(path + ": too long for the path of a socket");
-  }
-  path.copy(address.sun_path, path.size());
-  Descriptor listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  unlink(path.c_str());
-  if (!listener || bind(listener.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0 ||
-      listen(listener.get(), SOMAXCONN) != 0) {
-    fail(path);
-  }
-  return listener;
-}
-
 }  // namespace
 
 Service::Service(Machine &machine, std::string path) : machine_(machine), path_(std::move(path)) {
@@ -65,6 +50,9 @@ Service::Service(Machine &machine, std::string path) : machine_(machine), path_(
   }
   lock_ = lock_path(path_);
   listener_ = listen_at(path_);
+  if (!listener_) {
+    fail(path_);
+  }
 }
 
 Service::~Service() {
@@ -79,12 +67,12 @@ Service::~Service() {
 }
 
 void Service::run(int stop) {
-  constexpr int second = 1000;  // ms
+  constexpr int drift_interval = 1000;  // ms
   auto last_drift = std::chrono::steady_clock::now();
   for (;;) {
     std::array<pollfd, 2> watched{
         {{.fd = stop, .events = POLLIN, .revents = 0}, {.fd = listener_.get(), .events = POLLIN, .revents = 0}}};
-    poll(watched.data(), watched.size(), second);
+    poll(watched.data(), watched.size(), drift_interval);
     if (watched[0].revents != 0) {
       return;
     }
@@ -103,8 +91,8 @@ void Service::run(int stop) {
 void Service::accept_one() {
   Descriptor socket(accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
   if (!socket) {
-    constexpr timespec pause{.tv_sec = 0, .tv_nsec = 10'000'000};
-    nanosleep(&pause, nullptr);  // out of descriptors: others will end
+    // Out of descriptors: other connections will end.
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
     return;
   }
   if (connections_.size() >= connection_limit) {
@@ -120,20 +108,20 @@ void Service::serve(Connection &connection) {
   try {
     serve_requests(fd);
   } catch (const std::exception &error) {
-    std::cerr << "bmcsim: a connection ended: " << error.what() << '\n';
+    std::cerr << "bmcsim: a connection failed: " << error.what() << '\n';
   }
-  shutdown(fd, SHUT_RDWR);  // the peer need not wait until the descriptor is closed
+  shutdown(fd, SHUT_RDWR);  // tells the peer at once; the descriptor is closed later
   connection.ended = true;
 }
 
 void Service::serve_requests(int fd) {
   while (const auto request = receive_frame(fd, request_limit)) {
-    const std::string call = request->contains("call") && request->at("call").is_string() ? request->at("call") : "";
-    if (call == follow_faults) {
+    const std::string name = request->contains("call") && request->at("call").is_string() ? request->at("call") : "";
+    if (name == call::follow_faults) {
       machine_.faults().broadcaster().serve(fd);
       break;
     }
-    if (call == follow_storage_events) {
+    if (name == call::follow_storage_events) {
       machine_.storage_events().serve(fd);
       break;
     }

@@ -1,4 +1,4 @@
-// The simulator's socket: one thread a connection, so that no client waits for another.
+// The simulator's socket: one thread per connection, so that no client waits for another.
 #pragma once
 
 #include <atomic>
@@ -7,21 +7,21 @@
 #include <string>
 #include <thread>
 
+#include "core/descriptor.h"
 #include "simulator/machine.h"
-#include "simulator/unix_socket.h"
 
 namespace tavo::sim {
 
 class Service {
  public:
-  // Listens at `path`; makes its directory, and takes over a socket file that nobody serves any more. Throws
-  // std::system_error, or BadInput when another simulator serves there.
+  // Listens at `path`. Makes its directory, and replaces the socket file of a simulator that was killed. Throws
+  // std::system_error, or BadInput if another simulator serves there.
   Service(Machine &machine, std::string path);
   ~Service();
   Service(const Service &) = delete;
   Service &operator=(const Service &) = delete;
 
-  // Serves until `stop` (a descriptor) is readable, then ends every connection and removes the socket file.
+  // Serves until the descriptor `stop` is readable. The destructor ends the connections and removes the socket file.
   void run(int stop);
 
  private:
@@ -40,9 +40,9 @@ class Service {
 
   Machine &machine_;
   const std::string path_;
-  Descriptor lock_;  // held by flock as long as the socket is served
+  Descriptor lock_;  // the file beside the socket, locked while the socket is served
   Descriptor listener_;
-  std::list<Connection> connections_;  // touched by the thread in run() only, its sockets and flags aside
+  std::list<Connection> connections_;  // changed only by the thread in run()
 };
 
 }  // namespace tavo::sim

@@ -67,7 +67,8 @@ constexpr auto volume_fields = std::to_array<Field>({
     {.name = "blocks", .type = Long, .offset = STOR_VOLUME_COLUMN_13},
 });
 
-// The SD-card service's fields are named after the columns that show them: column-22 is column 22 of the part's table.
+// The SD-card service's fields are named after the table columns that show them: a card's column-22 is column 22 of the
+// table of cards.
 constexpr auto sd_controller_fields = std::to_array<Field>({
     {.name = "column-4", .type = Integer, .offset = VELT_CONTROLLER_COLUMN_4},
     {.name = "column-5", .type = Integer, .offset = VELT_CONTROLLER_COLUMN_5},
@@ -99,14 +100,14 @@ constexpr auto sd_card_fields = std::to_array<Field>({
     {.name = "column-10", .type = Word, .offset = VELT_CARD_COLUMN_10},
     {.name = "column-11", .offset = VELT_CARD_COLUMN_11, .size = text_32},
     {.name = "column-12", .offset = VELT_CARD_COLUMN_12, .size = text_32},
-    {.name = "column-13", .offset = VELT_CARD_COLUMN_13, .size = 72},
+    {.name = "column-13", .offset = VELT_CARD_COLUMN_13, .size = VELT_CARD_COLUMN_20 - VELT_CARD_COLUMN_13},
     {.name = "column-15", .offset = VELT_CARD_COLUMN_15, .size = text_32},
     {.name = "column-19", .type = Word, .offset = VELT_CARD_COLUMN_19},
     {.name = "column-20", .offset = VELT_CARD_COLUMN_20, .size = text_32},
     {.name = "column-21", .offset = VELT_CARD_COLUMN_21, .size = text_32},
     {.name = "column-22", .type = Long, .offset = VELT_CARD_COLUMN_22},
     {.name = "column-23", .type = Word, .offset = VELT_CARD_COLUMN_23},
-    {.name = "column-24", .offset = VELT_CARD_COLUMN_24, .size = 40},
+    {.name = "column-24", .offset = VELT_CARD_COLUMN_24, .size = VELT_CARD_COLUMN_28 - VELT_CARD_COLUMN_24},
     {.name = "column-25", .type = Integer, .offset = VELT_CARD_COLUMN_25},
     {.name = "column-26", .type = Word, .offset = VELT_CARD_COLUMN_26},
     {.name = "column-27", .type = Integer, .offset = VELT_CARD_COLUMN_27},

@@ -5,42 +5,71 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
-#include <cstdlib>
-#include <nlohmann/json.hpp>
-#include <vector>
+#include <optional>
+#include <utility>
 
 namespace tavo::sim {
+namespace {
 
-std::string socket_path() {
-  const char *path = std::getenv("BMCSIM_SOCKET");
-  return path != nullptr && *path != '\0' ? path : default_socket_path;
-}
-
-Descriptor connect_to(const std::string &path, std::chrono::milliseconds time_limit) {
+// Nothing, with errno set, if the path is too long for a socket.
+std::optional<sockaddr_un> address_of(const std::string &path) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   if (path.size() >= sizeof address.sun_path) {
     errno = ENAMETOOLONG;
-    return {};
+    return std::nullopt;
   }
   path.copy(address.sun_path, path.size());
-  Descriptor connection(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  if (!connection) {
-    return {};
-  }
+  return address;
+}
+
+const sockaddr *generic(const sockaddr_un &address) {
+  return reinterpret_cast<const sockaddr *>(&address);
+}
+
+// Closes the socket and leaves errno alone.
+Descriptor failed(Descriptor socket) {
+  const int reason = errno;
+  socket = Descriptor();
+  errno = reason;
+  return {};
+}
+
+void limit_time(int fd, std::chrono::milliseconds time_limit) {
   const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(time_limit);
   const timeval limit{.tv_sec = seconds.count(),
                       .tv_usec = std::chrono::duration_cast<std::chrono::microseconds>(time_limit - seconds).count()};
-  setsockopt(connection.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
-  setsockopt(connection.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
-  if (connect(connection.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
-    const int reason = errno;
-    connection = Descriptor();
-    errno = reason;
+  setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+  setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+}
+
+}  // namespace
+
+Descriptor connect_to(const std::string &path, std::chrono::milliseconds time_limit) {
+  const auto address = address_of(path);
+  Descriptor connection(address ? socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0) : -1);
+  if (!connection) {
+    return {};
+  }
+  limit_time(connection.get(), time_limit);
+  if (connect(connection.get(), generic(*address), sizeof *address) != 0) {
+    return failed(std::move(connection));
   }
   return connection;
+}
+
+Descriptor listen_at(const std::string &path) {
+  const auto address = address_of(path);
+  Descriptor listener(address ? socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0) : -1);
+  if (!listener) {
+    return {};
+  }
+  unlink(path.c_str());
+  if (bind(listener.get(), generic(*address), sizeof *address) != 0 || listen(listener.get(), SOMAXCONN) != 0) {
+    return failed(std::move(listener));
+  }
+  return listener;
 }
 
 bool send_all(int fd, std::span<const std::byte> octets) {
@@ -69,39 +98,6 @@ bool receive_all(int fd, std::span<std::byte> octets) {
     octets = octets.subspan(static_cast<std::size_t>(received));
   }
   return true;
-}
-
-bool send_frame(int fd, const nlohmann::json &message) {
-  std::vector<std::uint8_t> frame(4);
-  nlohmann::json::to_cbor(message, frame);
-  const std::size_t length = frame.size() - 4;
-  for (std::size_t i = 0; i < 4; ++i) {
-    frame[i] = static_cast<std::uint8_t>(length >> (8 * i));
-  }
-  return send_all(fd, std::as_bytes(std::span(frame)));
-}
-
-std::optional<nlohmann::json> receive_frame(int fd, std::size_t limit) {
-  std::array<std::byte, 4> header{};
-  if (!receive_all(fd, header)) {
-    return std::nullopt;
-  }
-  std::size_t length = 0;
-  for (std::size_t i = 0; i < 4; ++i) {
-    length |= std::to_integer<std::size_t>(header[i]) << (8 * i);
-  }
-  if (length > limit) {
-    return std::nullopt;
-  }
-  std::vector<std::uint8_t> body(length);
-  if (!receive_all(fd, std::as_writable_bytes(std::span(body)))) {
-    return std::nullopt;
-  }
-  auto message = nlohmann::json::from_cbor(body, true, false);
-  if (!message.is_object()) {
-    return std::nullopt;
-  }
-  return message;
 }
 
 }  // namespace tavo::sim

@@ -1,4 +1,4 @@
-// The program itself: how it starts, ends and comes back, and its front ends.
+// The program itself: how it starts, ends and restarts, and its query tools.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/wait.h>
@@ -29,7 +29,7 @@ class Program : public testing::Test {
     std::filesystem::remove_all(directory_);
   }
 
-  // Starts `bmcsim serve` and waits for the line on its descriptor for readiness.
+  // Starts `bmcsim serve` and waits for the line that says that it is ready.
   void serve() {
     std::array<int, 2> ready{};
     ASSERT_EQ(pipe2(ready.data(), 0), 0);
@@ -50,7 +50,7 @@ class Program : public testing::Test {
     close(ready[0]);
   }
 
-  // The program's wait status.
+  // Ends the program and returns its wait status.
   int end(int signal) {
     int status = -1;
     if (child_ > 0) {
@@ -94,7 +94,7 @@ TEST_F(Program, ServesUntilSigterm) {
   EXPECT_THAT(control("ping").output, HasSubstr("no simulator answers at " + socket_));
 }
 
-TEST_F(Program, ComesBackOnTheSocketThatAKilledOneLeft) {
+TEST_F(Program, TakesOverTheSocketOfAKilledOne) {
   serve();
   end(SIGKILL);
   EXPECT_TRUE(std::filesystem::exists(socket_));
@@ -102,7 +102,7 @@ TEST_F(Program, ComesBackOnTheSocketThatAKilledOneLeft) {
   EXPECT_EQ(control("ping").status, 0);
 }
 
-TEST_F(Program, RefusesASocketThatIsServed) {
+TEST_F(Program, RefusesASocketThatIsInUse) {
   serve();
   const Outcome second = run(std::string(BMCSIM_PROGRAM) + " serve " RACK_SERVER " --var " + directory_.string());
   EXPECT_EQ(second.status, 1);
@@ -110,20 +110,20 @@ TEST_F(Program, RefusesASocketThatIsServed) {
   EXPECT_EQ(control("ping").status, 0);
 }
 
-TEST_F(Program, SaysWhatIsWrongWithAScenario) {
+TEST_F(Program, ReportsAnUnusableScenario) {
   const Outcome outcome = run(std::string(BMCSIM_PROGRAM) + " serve /nonexistent.yaml");
   EXPECT_EQ(outcome.status, 1);
   EXPECT_EQ(outcome.output, "bmcsim: /nonexistent.yaml: cannot be read\n");
 }
 
-TEST_F(Program, ControlErrorsAreOnStandardErrorWithStatus2) {
+TEST_F(Program, WrongControlWordsExitWithStatus2) {
   serve();
   const Outcome outcome = control("fault rise 7 class=fan");
   EXPECT_EQ(outcome.status, 2);
   EXPECT_THAT(outcome.output, HasSubstr("bmcsim ctl: unknown word 'rise' after 'fault'"));
 }
 
-TEST_F(Program, FrontEndsPrintWhatTheModulesPipelinesRead) {
+TEST_F(Program, ToolsPrintWhatTheModulesPipelinesRead) {
   serve();
   EXPECT_EQ(run("datactl get=pwState | flatkv").output, " pwState: 1\n");
   EXPECT_EQ(run("slotutil -L  | grep \"slot-number\" | wc -l").output, "3\n");
@@ -145,7 +145,7 @@ TEST_F(Program, FrontEndsPrintWhatTheModulesPipelinesRead) {
   EXPECT_THAT(unknown.output, HasSubstr("usage: datactl get=KEY, where KEY is inventoryCPU"));
 }
 
-TEST_F(Program, FrontEndsFailAsTheyAreTold) {
+TEST_F(Program, ToolsMisbehaveAsTheyAreTold) {
   serve();
   control("tool datactl missing");
   EXPECT_EQ(run("datactl get=pwState 2>/dev/null").output, "");
@@ -168,7 +168,7 @@ TEST_F(Program, FrontEndsFailAsTheyAreTold) {
   EXPECT_EQ(run("datactl get=pwState | flatkv 2>/dev/null").output, "");
 }
 
-TEST_F(Program, FrontEndsSayThatTheSimulatorIsAway) {
+TEST_F(Program, ToolsReportThatTheSimulatorIsAway) {
   const Outcome outcome = run("datactl get=pwState");
   EXPECT_EQ(outcome.status, 1);
   EXPECT_THAT(outcome.output, HasSubstr("datactl: the simulator does not answer at " + socket_));

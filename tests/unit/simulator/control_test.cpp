@@ -15,7 +15,6 @@ namespace {
 
 using testing::AllOf;
 using testing::HasSubstr;
-using testing::Not;
 using testing::ThrowsMessage;
 
 class Control : public ServedScenario {
@@ -30,37 +29,37 @@ class Control : public ServedScenario {
   }
   bool file_exists(const std::string &name) const { return std::filesystem::exists(directory_ / "var" / name); }
 
-  // The first octets of drive `position` of the second controller.
+  // The second controller's drive at a position, within the snapshot.
   static const char *drive(const std::string &snapshot, std::size_t position) {
     return snapshot.data() + STOR_CONTROLLER_RECORDS + STOR_CONTROLLER_SIZE + STOR_CONTROLLER_DRIVES +
            position * STOR_DRIVE_SIZE;
   }
 };
 
-TEST_F(Control, ErrorsNameTheWrongWordAndTheRightOnes) {
+TEST_F(Control, ErrorsQuoteTheWrongWordAndListTheRightOnes) {
   EXPECT_THAT(running("falt list"),
               ThrowsMessage<BadInput>(AllOf(HasSubstr("'falt'"), HasSubstr("ping, show, tool, fault"))));
   EXPECT_THAT(running("fault lst"),
               ThrowsMessage<BadInput>(AllOf(HasSubstr("'lst' after 'fault'"), HasSubstr("raise, update"))));
   EXPECT_THAT(running("fault"), ThrowsMessage<BadInput>(HasSubstr("'fault' needs one of raise")));
   EXPECT_THAT(running("fault storm"), ThrowsMessage<BadInput>(HasSubstr("fault storm RECORDS [INDEXES]")));
-  EXPECT_THAT(running("fault list all"), ThrowsMessage<BadInput>(HasSubstr("'all' is one word too many")));
+  EXPECT_THAT(running("fault list all"), ThrowsMessage<BadInput>(HasSubstr("unexpected word 'all'")));
   EXPECT_THAT(running("processor remove 3"), ThrowsMessage<BadInput>(HasSubstr("'3' is not a number from 1 to 2")));
   EXPECT_THAT(running("dimm remove DIMM_Z9"), ThrowsMessage<BadInput>(HasSubstr("no 'DIMM_Z9'; there are DIMM_A1")));
   EXPECT_THAT(running("drive pull 9 1"), ThrowsMessage<BadInput>(HasSubstr("no controller '9'; there are 0, 4")));
   EXPECT_THAT(running("show prozessors"), ThrowsMessage<BadInput>(HasSubstr("'prozessors' after 'show'")));
   EXPECT_THAT(running("tool awk ok"), ThrowsMessage<BadInput>(HasSubstr("unknown tool 'awk'")));
   EXPECT_THAT(running("tool datactl broken"), ThrowsMessage<BadInput>(HasSubstr("'broken' after the tool")));
-  EXPECT_THAT(running("tool datactl slow"), ThrowsMessage<BadInput>(HasSubstr("'slow' takes 1 words")));
+  EXPECT_THAT(running("tool datactl slow"), ThrowsMessage<BadInput>(HasSubstr("'slow' takes SECONDS")));
+  EXPECT_THAT(running("tool datactl silent 3"), ThrowsMessage<BadInput>(HasSubstr("'silent' takes no argument")));
   EXPECT_THAT(running(""), ThrowsMessage<BadInput>(HasSubstr("a command is missing")));
 }
 
 TEST_F(Control, HelpHasALineForEveryCommand) {
   EXPECT_THAT(control_help(), AllOf(HasSubstr("  fault raise INDEX class=CLASS"), HasSubstr("  sd-mode N")));
-  EXPECT_THAT(control_help("fault"), Not(HasSubstr("sd-mode")));
 }
 
-TEST_F(Control, ShowTellsWhatChanged) {
+TEST_F(Control, ShowPrintsChangedFields) {
   control_words("processor set 1 speed=1200");
   EXPECT_THAT(control_words("show processors"), AllOf(HasSubstr("processor 1: socket=CPU1"), HasSubstr("speed=1200")));
   EXPECT_THAT(control_words("show"),
@@ -73,7 +72,7 @@ TEST_F(Control, FailedChangeChangesNothing) {
   EXPECT_EQ(integer_at<std::int32_t>(file("stor_info_data").data(), 0), 2);
 }
 
-TEST_F(Control, PowerSuppliesAreWhatTheFilesSay) {
+TEST_F(Control, PowerSuppliesHaveTheirFiles) {
   EXPECT_EQ(file("pmbus/num_psu"), std::string("\x02\x00\x00\x00", 4));
   EXPECT_EQ(file("pmbus/ps0/status"), std::string(2, '\0'));
   EXPECT_EQ(file("pmbus/ps0/pin"), std::string("\x68\x00", 2));
@@ -95,7 +94,7 @@ TEST_F(Control, MemoryVoltageFileFollowsTheServer) {
   EXPECT_EQ(file("vessa/dimms/low_voltage_support"), "3\n");
 }
 
-TEST_F(Control, SnapshotHoldsControllersDrivesVolumesAndBatteries) {
+TEST_F(Control, SnapshotHoldsControllersDrivesAndVolumes) {
   const std::string snapshot = file("stor_info_data");
   ASSERT_EQ(snapshot.size(), 4U + 2 * STOR_CONTROLLER_SIZE);
   const char *second = snapshot.data() + STOR_CONTROLLER_RECORDS + STOR_CONTROLLER_SIZE;
@@ -114,7 +113,7 @@ TEST_F(Control, SnapshotHoldsControllersDrivesVolumesAndBatteries) {
   EXPECT_EQ(integer_at<std::uint64_t>(volume, STOR_VOLUME_COLUMN_8), 512U);
 }
 
-TEST_F(Control, StorageChangesStandInTheSnapshot) {
+TEST_F(Control, StorageChangesReachTheSnapshot) {
   control_words("drive pull 4 1");
   control_words("volume degrade 4 2");
   control_words("battery fail 4");
@@ -130,7 +129,7 @@ TEST_F(Control, StorageChangesStandInTheSnapshot) {
   EXPECT_EQ(file("stor_info_data").size(), 4U + 2 * STOR_CONTROLLER_SIZE);
 }
 
-TEST_F(Control, SnapshotIsDamagedAndRepaired) {
+TEST_F(Control, SnapshotCanBeDamagedAndRepaired) {
   control_words("snapshot missing");
   EXPECT_FALSE(file_exists("stor_info_data"));
   control_words("snapshot empty");
@@ -144,7 +143,7 @@ TEST_F(Control, SnapshotIsDamagedAndRepaired) {
   EXPECT_EQ(integer_at<std::int32_t>(file("stor_info_data").data(), 0), 2);
 }
 
-TEST_F(Control, SdCardChangeIsAnnouncedAtTheSocket) {
+TEST_F(Control, SdCardChangeIsAnnouncedOnTheSocket) {
   EXPECT_THAT(control_words("sd-card pull 1"), HasSubstr("nobody listens"));
   const std::string path = directory_ / "sd-socket";
   const Descriptor listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
@@ -165,7 +164,7 @@ TEST_F(Control, SdCardChangeIsAnnouncedAtTheSocket) {
   EXPECT_EQ(recv(silent.get(), text.data(), text.size(), 0), 0);
 }
 
-TEST_F(Control, ReadingsDriftOnlyWhenTold) {
+TEST_F(Control, ReadingsDriftOnlyAtTheGivenInterval) {
   const std::string still = control_words("show environment");
   machine_->drift(2000);
   EXPECT_EQ(control_words("show environment"), still);

@@ -10,6 +10,7 @@
 
 #include "platform/fault_engine.h"
 #include "served_scenario.h"
+#include "simulator/class_code.h"
 
 namespace tavo::sim {
 namespace {
@@ -23,9 +24,10 @@ class Faults : public ServedScenario {
     return [this, words] { control_words(words); };
   }
 
-  // The number of records that come until the simulator closes the connection.
+  // Follows the records until the simulator closes the connection. Returns the code of each index that is then active,
+  // and collects all codes.
   static std::map<std::uint32_t, std::uint32_t> apply_all(int connection, std::set<std::uint32_t> &codes) {
-    std::map<std::uint32_t, std::uint32_t> active;  // index to code
+    std::map<std::uint32_t, std::uint32_t> active;
     std::array<char, FAULT_RECORD_SIZE> record{};
     while (listen_to_fe_broadcaster(&connection, record.data()) > 0) {
       const auto index = integer_at<std::uint32_t>(record.data(), FAULT_INDEX);
@@ -53,7 +55,7 @@ TEST_F(Faults, RaiseFillsInWhatFitsTheClass) {
   EXPECT_THAT(fault.number("first-time"), testing::AllOf(testing::Ge(before), testing::Le(time(nullptr))));
 }
 
-TEST_F(Faults, RaisedAgainItIsTheSameFault) {
+TEST_F(Faults, RaisingAgainChangesTheSameFault) {
   control_words("fault raise 7 class=fan severity=minor");
   control_words("fault raise 7 class=fan severity=critical");
   EXPECT_EQ(machine_->faults().count(), 5U);
@@ -66,14 +68,14 @@ TEST_F(Faults, OneIndexInTwoClassesIsTwoFaults) {
   control_words("fault raise 7 class=fan");
   control_words("fault raise 7 class=supply");
   EXPECT_EQ(machine_->faults().count(), 6U);
-  EXPECT_THAT(running("fault clear 7"), ThrowsMessage<BadInput>(HasSubstr("tell which with class=...")));
+  EXPECT_THAT(running("fault clear 7"), ThrowsMessage<BadInput>(HasSubstr("say which with class=...")));
   control_words("fault clear 7 class=fan");
-  EXPECT_EQ(machine_->faults().active().back().number("class"), 10);
+  EXPECT_EQ(machine_->faults().active().back().number("class"), class_supply);
 }
 
-TEST_F(Faults, WrongWordsAreNamed) {
+TEST_F(Faults, ErrorsQuoteTheWrongWord) {
   EXPECT_THAT(running("fault raise seven class=fan"), ThrowsMessage<BadInput>(HasSubstr("'seven' is not a number")));
-  EXPECT_THAT(running("fault raise 7 unit=3"), ThrowsMessage<BadInput>(HasSubstr("needs a class=")));
+  EXPECT_THAT(running("fault raise 7 unit=3"), ThrowsMessage<BadInput>(HasSubstr("needs class=")));
   EXPECT_THAT(running("fault raise 7 class=fam"), ThrowsMessage<BadInput>(HasSubstr("'fam' is not a number")));
   EXPECT_THAT(running("fault raise 7 class=fan major"),
               ThrowsMessage<BadInput>(HasSubstr("'major' is not of the form")));
@@ -83,7 +85,7 @@ TEST_F(Faults, WrongWordsAreNamed) {
   EXPECT_EQ(machine_->faults().count(), 4U);
 }
 
-TEST_F(Faults, RecordSentAsItIsLeavesTheTableAlone) {
+TEST_F(Faults, SentRecordLeavesTheTableAlone) {
   int connection = -1;
   ASSERT_EQ(connect_to_fe_broadcaster(&connection), 0);
   control_words("fault send 7 class=4000 unit=77 affected-oid-count=4000000000 first-time=-5");
@@ -96,7 +98,7 @@ TEST_F(Faults, RecordSentAsItIsLeavesTheTableAlone) {
   close(connection);
 }
 
-TEST_F(Faults, StormLosesAndDoublesNothingAndEndsAsTheTableSays) {
+TEST_F(Faults, StormSendsEachChangeOnce) {
   constexpr std::size_t records = 20'000;
   int connection = -1;
   ASSERT_EQ(connect_to_fe_broadcaster(&connection), 0);
@@ -123,9 +125,9 @@ TEST_F(Faults, StormLosesAndDoublesNothingAndEndsAsTheTableSays) {
   EXPECT_LE(active.size(), 1000U);
 }
 
-// A listener that reads nothing holds the storm up; the table stays readable, and the storm ends with the listener.
-TEST_F(Faults, StormWaitsForASlowListenerAndBlocksNobodyElse) {
-  constexpr std::int64_t records = 100'000;  // more than the sockets and the queue hold
+// A listener that reads nothing holds up the storm but not the table's readers. When it leaves, the storm goes on.
+TEST_F(Faults, SlowListenerHoldsUpTheStormOnly) {
+  constexpr std::int64_t records = 100'000;  // more than sockets and queue can hold
   int connection = -1;
   ASSERT_EQ(connect_to_fe_broadcaster(&connection), 0);
   std::thread storm([&] { machine_->faults().storm(records, 1000, [] { return false; }); });
@@ -146,7 +148,7 @@ TEST_F(Faults, StormWaitsForASlowListenerAndBlocksNobodyElse) {
   storm.join();
 }
 
-TEST_F(Faults, HardwareThatFailsRaisesAndWhatIsRepairedClears) {
+TEST_F(Faults, HardwareRaisesAndClearsItsFaults) {
   EXPECT_THAT(control_words("processor disable 2"), HasSubstr("fault 3002 raised"));
   EXPECT_THAT(control_words("processor enable 2"), HasSubstr("fault 3002 cleared"));
   EXPECT_THAT(control_words("fan remove FAN2_TACH1"), HasSubstr("fault 29002 raised"));

@@ -4,6 +4,7 @@
 
 #include "platform/fault_engine.h"
 #include "served_scenario.h"
+#include "simulator/class_code.h"
 #include "simulator/part_kinds.h"
 
 namespace tavo::sim {
@@ -12,7 +13,7 @@ namespace {
 using testing::HasSubstr;
 using testing::ThrowsMessage;
 
-TEST(Part, PutsEveryFieldAtItsOffset) {
+TEST(Part, EncodesEveryFieldAtItsOffset) {
   Part fault(fault_kind);
   const std::vector<std::string> settings{"index=7",         "class=fan",        "unit=4",
                                           "severity=major",  "affected=sys/fan", "affected-oid=1.3.6.4294967295",
@@ -22,7 +23,7 @@ TEST(Part, PutsEveryFieldAtItsOffset) {
   const auto record = fault.encoded();
   ASSERT_EQ(record.size(), FAULT_RECORD_SIZE);
   EXPECT_EQ(integer_at<std::uint32_t>(record.data(), FAULT_INDEX), 7U);
-  EXPECT_EQ(integer_at<std::uint32_t>(record.data(), FAULT_CLASS_CODE), 29U);
+  EXPECT_EQ(integer_at<std::uint32_t>(record.data(), FAULT_CLASS_CODE), class_fan);
   EXPECT_EQ(integer_at<std::uint32_t>(record.data(), FAULT_UNIT_POSITION), 4U);
   EXPECT_EQ(integer_at<std::uint32_t>(record.data(), FAULT_SEVERITY), 5U);
   EXPECT_EQ(integer_at<std::int32_t>(record.data(), FAULT_FIRST_TIME), -1);
@@ -34,7 +35,7 @@ TEST(Part, PutsEveryFieldAtItsOffset) {
   EXPECT_EQ(text_at(record.data(), FAULT_DESCRIPTION, FAULT_DESCRIPTION_SIZE), "Slow");
 }
 
-TEST(Part, TextMayFillItsFieldAndLeavesNoRoomForANul) {
+TEST(Part, TextMayFillItsWholeField) {
   Part fault(fault_kind);
   fault.set("rn", std::string(FAULT_RN_SIZE, 'x'));
   const auto record = fault.encoded();
@@ -43,7 +44,7 @@ TEST(Part, TextMayFillItsFieldAndLeavesNoRoomForANul) {
               ThrowsMessage<BadInput>(HasSubstr("longer than 32 octets")));
 }
 
-TEST(Part, RefusesWhatDoesNotFitAndSaysWhatWould) {
+TEST(Part, RefusesWhatDoesNotFitAndSaysWhatDoes) {
   Part fault(fault_kind);
   EXPECT_THAT([&] { fault.set("severty", "major"); }, ThrowsMessage<BadInput>(HasSubstr("has no field 'severty'")));
   EXPECT_THAT([&] { fault.set("severity", "mjor"); }, ThrowsMessage<BadInput>(HasSubstr("or one of cleared, info")));
@@ -56,7 +57,7 @@ TEST(Part, RefusesWhatDoesNotFitAndSaysWhatWould) {
               ThrowsMessage<BadInput>(HasSubstr("not a decimal number")));
 }
 
-TEST(Part, SettingsAreAppliedAllOrNone) {
+TEST(Part, AppliesAllSettingsOrNone) {
   Part fault(fault_kind);
   const std::vector<std::string> settings{"unit=3", "severity=none"};
   EXPECT_THROW(apply_settings(fault, settings), BadInput);

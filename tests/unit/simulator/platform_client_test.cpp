@@ -1,4 +1,4 @@
-// libbmcsim.so, as the module calls it, against a simulator served in this process.
+// libbmcsim.so, called as the module calls it, with a simulator served in this process.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/socket.h>
@@ -33,7 +33,7 @@ class PlatformClient : public ServedScenario {
     return connection;
   }
 
-  // The fields that tell records apart; -1 for each when nothing was received.
+  // Enough of a record to recognise it. Both are -1 if nothing was received.
   struct Change {
     std::int64_t index = -1;
     std::int64_t severity = -1;
@@ -48,7 +48,7 @@ class PlatformClient : public ServedScenario {
   }
 };
 
-TEST_F(PlatformClient, ProcessorRecordsSayWhatTheScenarioSays) {
+TEST_F(PlatformClient, ProcessorRecordsMatchTheScenario) {
   std::uint32_t status = 0;
   ASSERT_EQ(processor_count(), 2);
   std::array<char, 2 * PROCESSOR_RECORD_SIZE> records{};
@@ -65,7 +65,7 @@ TEST_F(PlatformClient, ProcessorRecordsSayWhatTheScenarioSays) {
   EXPECT_EQ(integer_at<std::int32_t>(second, PROCESSOR_CORES), 8);
 }
 
-TEST_F(PlatformClient, NeverWritesMoreThanTheCallerHasRoomFor) {
+TEST_F(PlatformClient, NeverWritesBeyondTheCallersBuffer) {
   std::uint32_t status = 0;
   std::array<char, 2 * PROCESSOR_RECORD_SIZE> records;
   records.fill('#');
@@ -106,7 +106,7 @@ TEST_F(PlatformClient, FailedMemoryModuleIsInoperable) {
   EXPECT_EQ(GetMemorySummary(&request, summary.size(), nullptr, summary.data()), 0);
 }
 
-TEST_F(PlatformClient, SensorsAndTheirPresence) {
+TEST_F(PlatformClient, SensorsReportTheirPresence) {
   std::uint32_t output = 7;
   std::array<char, SENSOR_RECORD_SIZE> record{};
   ASSERT_EQ(IPMI_SensorGetSensorData(4, &output, record.data()), 0);
@@ -128,7 +128,7 @@ TEST_F(PlatformClient, SensorsAndTheirPresence) {
   EXPECT_EQ(IPMI_Thresh_Sensor_CheckPresence(tachometer.data()), 0);
 }
 
-TEST_F(PlatformClient, FruAreas) {
+TEST_F(PlatformClient, FruAreasMatchTheScenario) {
   std::array<char, FRU_BOARD_AREA_SIZE> board{};
   ASSERT_EQ(get_fru_board_area_from_id(FRU_ID_BOARD, board.data()), 0);
   EXPECT_EQ(text_at(board.data(), FRU_BOARD_MANUFACTURER, FRU_TEXT_SIZE), "Tavolo Systems Inc");
@@ -146,7 +146,7 @@ TEST_F(PlatformClient, FruAreas) {
   EXPECT_NE(get_fru_board_area_from_id(FRU_ID_BOARD, board.data()), 0);
 }
 
-TEST_F(PlatformClient, SdCardBuffers) {
+TEST_F(PlatformClient, SdBuffersMatchTheScenario) {
   velt_request request{.kind = VELT_REQUEST_CARDS,
                        .count = 1,
                        .words = {},
@@ -164,7 +164,7 @@ TEST_F(PlatformClient, SdCardBuffers) {
 
   std::array<char, VELT_PARTITIONS_SIZE> partitions{};
   request.kind = VELT_REQUEST_PARTITIONS;
-  EXPECT_NE(veltutil_mgnt(&request), 0) << "the buffer has the cards' size";
+  EXPECT_NE(veltutil_mgnt(&request), 0) << "buffer of the wrong size";
   request.buffer = partitions.data();
   request.buffer_size = partitions.size();
   ASSERT_EQ(veltutil_mgnt(&request), 0);
@@ -175,7 +175,7 @@ TEST_F(PlatformClient, SdCardBuffers) {
   EXPECT_NE(veltutil_mgnt(&request), 0);
 }
 
-TEST_F(PlatformClient, FaultTable) {
+TEST_F(PlatformClient, FaultTableMatchesTheScenario) {
   ASSERT_EQ(get_fe_table_count(), 4);
   std::array<char, 4 * FAULT_RECORD_SIZE> records{};
   ASSERT_EQ(get_fe_table(records.data(), 0, 4), 0);
@@ -204,7 +204,7 @@ TEST_F(PlatformClient, BroadcasterSendsEveryChangeInOrder) {
   close(connection);
 }
 
-TEST_F(PlatformClient, ClosedBroadcasterIsToldByZero) {
+TEST_F(PlatformClient, ClosedBroadcasterReturnsZero) {
   int connection = connect_broadcaster();
   std::array<char, FAULT_RECORD_SIZE> record{};
   EXPECT_EQ(control_words("broadcaster close"), "1 connections closed\n");
@@ -212,7 +212,7 @@ TEST_F(PlatformClient, ClosedBroadcasterIsToldByZero) {
   close(connection);
 }
 
-TEST_F(PlatformClient, RefusedConnectionIsToldByAnErrorNumber) {
+TEST_F(PlatformClient, RefusedConnectionReturnsAnErrorNumber) {
   int connection = -5;
   control_words("broadcaster fail 2");
   EXPECT_EQ(connect_to_fe_broadcaster(&connection), ECONNREFUSED);
@@ -265,7 +265,7 @@ TEST_F(PlatformClient, StorageEventsArriveWithTheirType) {
   EXPECT_TRUE(eventually([&] { return machine_->storage_events().followers() == 0; }));
 }
 
-TEST_F(PlatformClient, StorageServiceThatIsAwayGivesEventsOfNoType) {
+TEST_F(PlatformClient, AbsentStorageServiceGivesEmptyEvents) {
   void *events = se_open_storage_events(0, 0);
   stop();
   EXPECT_EQ(integer_at<std::uint32_t>(se_get_next_storage_event(events), STORAGE_EVENT_TYPE), 0U);
@@ -279,7 +279,7 @@ TEST_F(PlatformClient, StorageServiceThatIsAwayGivesEventsOfNoType) {
   se_close_storage_events(events);
 }
 
-TEST_F(PlatformClient, EveryCallFailsWhileTheSimulatorIsAwayAndWorksAfterwards) {
+TEST_F(PlatformClient, CallsFailOnlyWhileTheSimulatorIsAway) {
   int connection = connect_broadcaster();
   stop();
   std::array<char, FAULT_RECORD_SIZE> record{};
@@ -314,7 +314,7 @@ TEST_F(PlatformClient, EveryCallFailsWhileTheSimulatorIsAwayAndWorksAfterwards) 
 }
 
 // A socket that accepts and never answers.
-TEST_F(PlatformClient, SimulatorThatHangsFailsACallWithinSeconds) {
+TEST_F(PlatformClient, HangingSimulatorFailsTheCallInTime) {
   const std::string path = directory_ / "hangs";
   const Descriptor listener(socket(AF_UNIX, SOCK_STREAM, 0));
   sockaddr_un address{};
@@ -328,7 +328,7 @@ TEST_F(PlatformClient, SimulatorThatHangsFailsACallWithinSeconds) {
   EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(60));
 }
 
-TEST_F(PlatformClient, ManyThreadsAtOnce) {
+TEST_F(PlatformClient, ServesManyThreadsAtOnce) {
   std::atomic<int> right = 0;
   {
     std::vector<std::jthread> threads;

@@ -5,19 +5,20 @@
 #include <nlohmann/json.hpp>
 
 #include "served_scenario.h"
-#include "simulator/requests.h"
+#include "simulator/protocol.h"
+#include "simulator/unix_socket.h"
 
 namespace tavo::sim {
 namespace {
 
 using nlohmann::json;
 
-constexpr std::chrono::seconds patience(60);
+constexpr std::chrono::seconds time_limit(60);
 
 class Protocol : public ServedScenario {
  protected:
   Descriptor connect() const {
-    Descriptor connection = connect_to(socket_, patience);
+    Descriptor connection = connect_to(socket_, time_limit);
     EXPECT_TRUE(connection);
     return connection;
   }
@@ -27,14 +28,14 @@ class Protocol : public ServedScenario {
     return receive_frame(connection.get(), reply_limit);
   }
 
-  // Nothing comes any more, and not because time is up.
+  // The connection has ended, rather than run into its time limit.
   static bool is_closed_by_the_server(const Descriptor &connection) {
     std::byte octet{};
     const ssize_t got = recv(connection.get(), &octet, 1, 0);
     return got == 0 || (got < 0 && errno == ECONNRESET);
   }
 
-  // Sends the octets, says that no more come, and expects the server to close without a reply.
+  // Sends the octets, shuts down its side and expects the server to close without a reply.
   void expect_closed_after(std::string_view octets) {
     const Descriptor connection = connect();
     send_all(connection.get(), std::as_bytes(std::span(octets)));
@@ -58,14 +59,14 @@ std::string frame_of(const json &message) {
   return frame + std::string(body.begin(), body.end());
 }
 
-TEST_F(Protocol, SeveralRequestsOnOneConnection) {
+TEST_F(Protocol, OneConnectionCarriesSeveralRequests) {
   const Descriptor connection = connect();
   EXPECT_EQ(ask(connection, {{"call", "ping"}}).value().at("result"), 0);
   EXPECT_EQ(ask(connection, {{"call", "processors"}}).value().at("count"), 2);
   EXPECT_EQ(ask(connection, {{"call", "fault-count"}}).value().at("count"), 4);
 }
 
-TEST_F(Protocol, FrameCutOffAnywhereEndsTheConnectionOnly) {
+TEST_F(Protocol, TruncatedFrameEndsOnlyItsConnection) {
   const std::string whole = frame_of({{"call", "ping"}});
   for (std::size_t length = 0; length < whole.size(); ++length) {
     expect_closed_after(std::string_view(whole).substr(0, length));
@@ -73,17 +74,17 @@ TEST_F(Protocol, FrameCutOffAnywhereEndsTheConnectionOnly) {
   expect_still_serving();
 }
 
-TEST_F(Protocol, GarbageEndsTheConnectionOnly) {
-  expect_closed_after(std::string(64, '\xff'));                                           // length of 4 GiB
+TEST_F(Protocol, GarbageEndsOnlyItsConnection) {
+  expect_closed_after(std::string(64, '\xff'));                                           // a length of 4 GiB
   expect_closed_after(std::string("\x01\x20\x00\x00", 4) + std::string(0x2001, 'x'));     // one octet too long
-  expect_closed_after(std::string("\x04\x00\x00\x00\xff\xff\xff\xff", 8));                // no CBOR
-  expect_closed_after(std::string("\x00\x00\x00\x00", 4));                                // nothing
-  expect_closed_after(std::string("\x00\x20\x00\x00", 4) + std::string(0x2000, '\x81'));  // arrays in arrays in arrays
-  expect_closed_after(frame_of(json::array({1, 2})));                                     // no object
+  expect_closed_after(std::string("\x04\x00\x00\x00\xff\xff\xff\xff", 8));                // not CBOR
+  expect_closed_after(std::string("\x00\x00\x00\x00", 4));                                // empty
+  expect_closed_after(std::string("\x00\x20\x00\x00", 4) + std::string(0x2000, '\x81'));  // nested arrays
+  expect_closed_after(frame_of(json::array({1, 2})));                                     // not an object
   expect_still_serving();
 }
 
-TEST_F(Protocol, FlippedOctetsNeverStopTheServer) {
+TEST_F(Protocol, CorruptedOctetsNeverStopTheServer) {
   const std::string whole = frame_of({{"call", "faults"}, {"start", 0}, {"count", 2}});
   for (std::size_t i = 4; i < whole.size(); ++i) {
     std::string flipped = whole;
@@ -96,7 +97,7 @@ TEST_F(Protocol, FlippedOctetsNeverStopTheServer) {
   expect_still_serving();
 }
 
-TEST_F(Protocol, SenselessRequestsAreAnsweredWithAnError) {
+TEST_F(Protocol, SenselessRequestsGetAnError) {
   for (const json &request :
        {json{{"call", "nonsense"}}, json{{"call", 5}}, json{{"cal", "ping"}}, json{{"call", "sensor"}},
         json{{"call", "sensor"}, {"number", "five"}}, json{{"call", "control"}, {"words", {1, 2}}}}) {
@@ -106,16 +107,16 @@ TEST_F(Protocol, SenselessRequestsAreAnsweredWithAnError) {
   }
 }
 
-TEST_F(Protocol, ClientThatSaysNothingKeepsNobodyWaiting) {
+TEST_F(Protocol, SilentClientDelaysNobody) {
   const Descriptor silent = connect();
   const Descriptor half = connect();
   send_all(half.get(), std::as_bytes(std::span(std::string_view("\x10", 1))));
   expect_still_serving();
 }
 
-TEST_F(Protocol, FollowerThatSpeaksIsDropped) {
+TEST_F(Protocol, FollowerThatSendsIsDropped) {
   const Descriptor follower = connect();
-  EXPECT_EQ(ask(follower, {{"call", follow_faults}}).value().at("result"), 0);
+  EXPECT_EQ(ask(follower, {{"call", call::follow_faults}}).value().at("result"), 0);
   send_frame(follower.get(), {{"call", "ping"}});
   EXPECT_TRUE(is_closed_by_the_server(follower));
   EXPECT_TRUE(eventually([&] { return machine_->faults().broadcaster().followers() == 0; }));

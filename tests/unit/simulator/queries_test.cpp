@@ -15,27 +15,27 @@ class Queries : public testing::Test {
   Inventory inventory_ = load_scenario(RACK_SERVER);
 };
 
-TEST(Flatkv, OneFieldALineBlankNameColonBlankValue) {
+TEST(Flatkv, PrintsOneFieldPerLine) {
   EXPECT_EQ(flattened(R"({"pwState": 1})"), " pwState: 1\n");
   EXPECT_EQ(flattened(R"({"a": "two words", "b": {"c": 2.5, "d": true}})"), " a: two words\n c: 2.5\n d: true\n");
 }
 
-TEST(Flatkv, FieldsOfSeveralUnitsFollowEachOther) {
+TEST(Flatkv, PrintsUnitsOneAfterAnother) {
   EXPECT_EQ(flattened(R"([{"id": 1, "x": "a"}, {"id": 2, "x": "b"}])"), " id: 1\n x: a\n id: 2\n x: b\n");
   EXPECT_EQ(flattened(R"({"fan": [1, 2]})"), " fan: 1\n fan: 2\n");
 }
 
-TEST(Flatkv, WhatIsNotJsonIsRefused) {
+TEST(Flatkv, RefusesWhatIsNotJson) {
   EXPECT_EQ(flattened("pwState: 1"), std::nullopt);
   EXPECT_EQ(flattened(""), std::nullopt);
 }
 
-TEST_F(Queries, ProcessorsInSocketOrder) {
+TEST_F(Queries, ProcessorsComeInSocketOrder) {
   EXPECT_THAT(lines("inventoryCPU"), testing::StartsWith(" id: 1\n SocketDesignation: CPU1\n"));
   EXPECT_THAT(lines("inventoryCPU"), HasSubstr(" CoreCount: 8\n CoreEnabled: 6\n ThreadCount: 12\n"));
 }
 
-TEST_F(Queries, PartsThatAreAbsentAreNotListed) {
+TEST_F(Queries, AbsentPartsAreNotListed) {
   inventory_.processors[0].set("present", "no");
   EXPECT_THAT(lines("inventoryCPU"), Not(HasSubstr(" id: 1\n")));
   EXPECT_THAT(lines("memoryStats"), Not(HasSubstr(" id: 3\n")));  // slot A3 is empty
@@ -47,13 +47,13 @@ TEST_F(Queries, AbsentSupplyIsListedAsMissing) {
   EXPECT_THAT(lines("tavPowerStates"), HasSubstr(" id: 2\n presence: missing\n"));
 }
 
-TEST_F(Queries, RunningImageStandsBeforeItsState) {
+TEST_F(Queries, ImageVersionPrecedesItsState) {
   EXPECT_EQ(lines("adapterFW[2]"),
             " image-version: 2.0.1\n image-state: STARTUP, RUNNING\n image-version: 1.9.0\n image-state: BACKUP\n");
   EXPECT_EQ(query(inventory_, "adapterFW[9]"), std::nullopt);
 }
 
-TEST_F(Queries, EveryKeyAnswersAndOthersDoNot) {
+TEST_F(Queries, EveryKeyAndNoOtherIsAnswered) {
   for (const std::string_view key : query_keys()) {
     if (!key.starts_with("adapterFW")) {
       EXPECT_THAT(lines(key), testing::MatchesRegex("( [A-Za-z0-9-]+: [^\n]*\n)+")) << key;
@@ -62,7 +62,7 @@ TEST_F(Queries, EveryKeyAnswersAndOthersDoNot) {
   EXPECT_EQ(query(inventory_, "inventoryGPU"), std::nullopt);
 }
 
-TEST_F(Queries, TimeStampHasTheFormThatReadersParse) {
+TEST_F(Queries, TimestampHasTheFormThatReadersParse) {
   EXPECT_THAT(lines("motherboardStats"), HasSubstr(" consumedPower: 187.5\n"));
   EXPECT_THAT(lines("motherboardStats"),
               testing::ContainsRegex(" timeCollected: [0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\n"));

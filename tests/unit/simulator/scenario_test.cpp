@@ -5,6 +5,7 @@
 #include <fstream>
 
 #include "served_scenario.h"
+#include "simulator/class_code.h"
 #include "simulator/inventory.h"
 
 namespace tavo::sim {
@@ -15,8 +16,8 @@ using testing::EndsWith;
 using testing::HasSubstr;
 using testing::ThrowsMessage;
 
-constexpr const char *server =
-    "server: {description: a, product-name: b, product-id: c, serial: d, uuid: e}\n";  // what every scenario needs
+// What every scenario needs: one line.
+constexpr const char *server = "server: {description: a, product-name: b, product-id: c, serial: d, uuid: e}\n";
 
 class ScenarioFile : public testing::Test {
  protected:
@@ -71,7 +72,7 @@ TEST_F(ScenarioFile, ErrorsNameFileLinePartAndKey) {
               ThrowsMessage<BadInput>(HasSubstr("'socket' must be a single value")));
 }
 
-TEST_F(ScenarioFile, WhatIsMissingOrGivenTwiceIsRefused) {
+TEST_F(ScenarioFile, MissingAndDuplicateKeysAreRefused) {
   EXPECT_THAT(loading("processors: []\n"), ThrowsMessage<BadInput>(HasSubstr("'server' is missing")));
   EXPECT_THAT(loading(""), ThrowsMessage<BadInput>(HasSubstr("expected a mapping")));
   EXPECT_THAT(loading(std::string(server) + "leds: []\nleds: []\n"),
@@ -83,23 +84,23 @@ TEST_F(ScenarioFile, WhatIsMissingOrGivenTwiceIsRefused) {
   EXPECT_THAT([] { load_scenario("/nonexistent.yaml"); }, ThrowsMessage<BadInput>(HasSubstr("cannot be read")));
 }
 
-TEST_F(ScenarioFile, BrokenYamlIsRefusedWithItsLine) {
+TEST_F(ScenarioFile, YamlErrorsNameTheLine) {
   EXPECT_THAT(loading(std::string(server) + "processors:\n  - {socket: CPU1\n"),
               ThrowsMessage<BadInput>(HasSubstr("test.yaml:")));
 }
 
-TEST_F(ScenarioFile, MoreThanFitsIsRefused) {
+TEST_F(ScenarioFile, MorePartsThanFitAreRefused) {
   std::string text = std::string(server) + "sd-cards:\n  cards:\n";
   for (int slot = 1; slot <= 3; ++slot) {
     text += "    - {slot: " + std::to_string(slot) + "}\n";
   }
   EXPECT_THAT(loading(text), ThrowsMessage<BadInput>(HasSubstr("sd-cards.cards[2]: no more than 2 fit")));
   EXPECT_THAT(loading(std::string(server) + "sd-cards:\n  partitions:\n    - {number: 6, name: x}\n"),
-              ThrowsMessage<BadInput>(HasSubstr("a partition's number is 1 to 5")));
+              ThrowsMessage<BadInput>(HasSubstr("a partition's number is from 1 to 5")));
 }
 
-// A scenario cut off anywhere is either a smaller scenario or an error that names the file.
-TEST_F(ScenarioFile, CutOffAnywhereNeverEndsInAnythingButAnErrorOrAScenario) {
+// Cut off anywhere, a scenario either loads or throws an error that names the file.
+TEST_F(ScenarioFile, TruncatedScenarioLoadsOrIsRefused) {
   std::ifstream whole(RACK_SERVER);
   const std::string text{std::istreambuf_iterator<char>(whole), {}};
   for (std::size_t length = 0; length < text.size(); length += 97) {

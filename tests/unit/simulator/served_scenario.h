@@ -1,4 +1,4 @@
-// The rack server, served in this process at a socket of its own.
+// The rack server of the scenario that ships, served in this process on a socket of its own.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -36,7 +36,7 @@ class ServedScenario : public testing::Test {
   std::thread thread_;
 };
 
-// A directory that nobody else has; the caller removes it.
+// Makes an empty directory, which the caller removes.
 std::filesystem::path make_directory();
 
 // A field of a binary record.
