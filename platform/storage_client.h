@@ -1,25 +1,25 @@
 /* The storage client library: the stream of storage events, and the SD-card controller's inventory.
  *
- * Integers are in the machine's byte order, 32 bits unless another width is given; texts end with a NUL or with their
- * field. Read and write fields with memcpy at the offsets below, never through a cast. */
+ * Integers are in the machine's byte order and have 32 bits unless a comment says otherwise. A text ends with a NUL or
+ * with its field. Read and write fields with memcpy at the offsets below, never through a cast. */
 #pragma once
 
 #include <stdint.h>
 
-/* Offsets within a storage event. What follows the type belongs to the library. */
+/* Offsets within a storage event. What follows the type is the library's own. */
 enum {
   STORAGE_EVENT_TYPE = 4, /* uint32: one of the types below, or another */
-  STORAGE_EVENT_SIZE = 8  /* octets that every event has */
+  STORAGE_EVENT_SIZE = 8  /* the smallest size of an event, in octets */
 };
 
 enum {
-  STORAGE_EVENT_NONE = 0,                 /* nothing happened; tells that the storage service is away */
-  STORAGE_EVENT_CONFIGURATION_CHANGED = 7 /* drives, volumes or controllers changed: read the snapshot again */
+  STORAGE_EVENT_NONE = 0,                 /* no event: the storage service is away */
+  STORAGE_EVENT_CONFIGURATION_CHANGED = 7 /* drives, volumes or controllers changed; the snapshot must be read again */
 };
 
-/* What veltutil_mgnt can be asked for, and the buffer that it fills. */
+/* What veltutil_mgnt can be asked for, and the sizes of the buffers that it fills, in octets. */
 enum {
-  VELT_REQUEST_CONTROLLER = 1, /* VELT_CONTROLLER_SIZE octets: one controller */
+  VELT_REQUEST_CONTROLLER = 1, /* one controller */
   VELT_REQUEST_CARDS = 2,      /* VELT_CARD_COUNT cards back to back */
   VELT_REQUEST_PARTITIONS = 3, /* VELT_PARTITION_COUNT partitions back to back */
   VELT_CONTROLLER_SIZE = 216,
@@ -31,8 +31,9 @@ enum {
   VELT_PARTITIONS_SIZE = 940
 };
 
-/* Offsets within the SD-card controller's buffer: a number is the column of tavoStorageVeltroControllerTable that shows
- * the field. Texts have 32 octets unless the next field leaves less or more room. */
+/* Offsets within the SD-card controller's record. The number in a name is the column of
+ * tavoStorageVeltroControllerTable that shows the field. Here and below, a text has 32 octets unless a comment says
+ * otherwise. */
 enum {
   VELT_CONTROLLER_COLUMN_4 = 4,
   VELT_CONTROLLER_COLUMN_5 = 8,
@@ -49,13 +50,13 @@ enum {
   VELT_CONTROLLER_COLUMN_28 = 168,
   VELT_CONTROLLER_COLUMN_31 = 172, /* text */
   VELT_CONTROLLER_COLUMN_43 = 204,
-  VELT_CONTROLLER_MODE = 208, /* column 45; partitions are classified by it too */
+  VELT_CONTROLLER_MODE = 208, /* column 45; also decides the kind of some partitions */
   VELT_CONTROLLER_COLUMN_30 = 212
 };
 
-/* Offsets within a card: a number is the column of tavoStorageVeltroCardTable. */
+/* Offsets within a card's record. The number in a name is a column of tavoStorageVeltroCardTable. */
 enum {
-  VELT_CARD_SLOT = 0, /* int32: 1 or 2; 0 when no card is there */
+  VELT_CARD_SLOT = 0, /* int32: 1 or 2; 0 if no card is there */
   VELT_CARD_COLUMN_4 = 4,
   VELT_CARD_COLUMN_9 = 8,
   VELT_CARD_COLUMN_27 = 12,
@@ -83,9 +84,9 @@ enum {
   VELT_CARD_COLUMN_25 = 500
 };
 
-/* Offsets within a partition: a number is the column of tavoStorageVeltroDriveTable. */
+/* Offsets within a partition's record. The number in a name is a column of tavoStorageVeltroDriveTable. */
 enum {
-  VELT_PARTITION_NUMBER = 0, /* int32: 1 to 5; 0 when the entry is empty */
+  VELT_PARTITION_NUMBER = 0, /* int32: 1 to 5; 0 if the entry is empty */
   VELT_PARTITION_COLUMN_4 = 4,
   VELT_PARTITION_NAME = 12,       /* text */
   VELT_PARTITION_COLUMN_12 = 44,  /* uint64 */
@@ -101,14 +102,14 @@ enum {
   VELT_PARTITION_COLUMN_24 = 184
 };
 
-/* One question to the SD-card service. */
+/* A request to the SD-card service. */
 struct velt_request {
   uint32_t kind;        /* VELT_REQUEST_... */
-  uint32_t count;       /* controllers asked for: 1 */
+  uint32_t count;       /* how many controllers: 1 */
   uint32_t words[4];    /* zero */
   char controller[32];  /* "Veltro-0" */
   void *buffer;         /* filled on success */
-  uint32_t buffer_size; /* octets: the size that belongs to the kind */
+  uint32_t buffer_size; /* octets: the size for this kind */
 };
 
 #ifdef __cplusplus
@@ -116,20 +117,21 @@ extern "C" {
 #endif
 #pragma GCC visibility push(default)
 
-/* Opens the event stream. The two arguments are 0. Null only when memory is short: a storage service that is away is
- * waited for in se_get_next_storage_event. */
+/* Opens the event stream. Both arguments are 0. Returns null only if memory runs out: if the storage service is away,
+ * the stream opens all the same. */
 void *se_open_storage_events(int, int);
 
-/* Waits for the next event and returns its record, STORAGE_EVENT_SIZE octets or more. Never null. The record belongs to
- * the stream and stands until the next call. While the storage service is away, an event of type STORAGE_EVENT_NONE
- * comes about once a second. */
+/* Waits for the next event and returns its record, STORAGE_EVENT_SIZE octets or more, and never null. The record
+ * belongs to the stream and is valid until the next call. While the storage service is away, an event of type
+ * STORAGE_EVENT_NONE arrives about once a second. */
 void *se_get_next_storage_event(void *handle);
 
-/* Closes the stream; null does nothing. */
+/* Closes the stream. Does nothing if `handle` is null. */
 void se_close_storage_events(void *handle);
 
-/* Asks the SD-card service. 0 on success, and the buffer is filled; otherwise nonzero (unknown kind or controller, a
- * buffer of the wrong size, no controller fitted, or the service cannot be reached) and the buffer is untouched. */
+/* Sends a request to the SD-card service. Returns 0 and fills the buffer, or returns nonzero and leaves it alone: if
+ * the kind or the controller is unknown, the buffer has the wrong size, no controller is fitted, or the service cannot
+ * be reached. */
 int veltutil_mgnt(struct velt_request *request);
 
 #pragma GCC visibility pop

@@ -1,25 +1,25 @@
-/* "/var/stor_info_data", which the storage agent writes: a snapshot of every RAID controller.
+/* The storage agent's snapshot of every RAID controller, /var/stor_info_data.
  *
- * The file is a signed 32-bit count of controllers, then that many controller records back to back. Integers are in the
- * controller's byte order (little-endian) and not all of them are aligned; texts end with a NUL or with their field,
- * and an empty text means "not known". Read and write fields with memcpy at the offsets below. The writer replaces the
- * file by renaming a whole new one over it. */
+ * The file is a signed 32-bit count of controllers, then that many controller records back to back. Integers are
+ * little-endian, and not all of them are aligned. A text ends with a NUL or with its field; an empty text means "not
+ * known". Read and write fields with memcpy at the offsets below. The writer renames a complete new file over the old
+ * one. */
 #pragma once
 
 /* The file. */
 enum { STOR_CONTROLLER_COUNT = 0, STOR_CONTROLLER_RECORDS = 4, STOR_CONTROLLER_SIZE = 56272 };
 
-/* Offsets within a controller record. What is not named here is the writer's own. */
+/* Offsets within a controller record. The rest of the record is the writer's own. */
 enum {
   STOR_CONTROLLER_ID = 0,       /* uint32 */
-  STOR_CONTROLLER_MODE = 4,     /* uint32: 0, 1, 3 and 6 have no drives of their own to show */
+  STOR_CONTROLLER_MODE = 4,     /* uint32: with 0, 1, 3 or 6, the controller shows no drives of its own */
   STOR_CONTROLLER_LOCATION = 8, /* text, 64 octets; empty: the on-board SAS controller */
   STOR_CONTROLLER_LOCATION_SIZE = 64,
-  STOR_CONTROLLER_FAULTY = 92,       /* uint32: nonzero when the controller has a fault */
-  STOR_CONTROLLER_COLUMN_17 = 104,   /* text, 32 octets; a number is the column of tavoStorageControllerTable */
+  STOR_CONTROLLER_FAULTY = 92,       /* uint32: nonzero if the controller has a fault */
+  STOR_CONTROLLER_COLUMN_17 = 104,   /* text, 32 octets; a column of tavoStorageControllerTable, as below */
   STOR_CONTROLLER_DESCRIPTION = 136, /* text, 128 octets */
   STOR_CONTROLLER_DESCRIPTION_SIZE = 128,
-  STOR_CONTROLLER_WORD_232 = 232,     /* uint32 inside the description: a slot number where there are no drives */
+  STOR_CONTROLLER_WORD_232 = 232,     /* uint32 inside the description: a slot number if there are no drives */
   STOR_CONTROLLER_COLUMN_14 = 264,    /* text, 32 octets */
   STOR_CONTROLLER_COLUMN_19 = 296,    /* text, 64 octets */
   STOR_CONTROLLER_COLUMN_13 = 360,    /* text, 32 octets */
@@ -32,11 +32,11 @@ enum {
   STOR_VOLUME_SIZE = 24,
   STOR_VOLUME_CAPACITY = 64,
   STOR_BATTERY_TYPE = 56252,    /* uint32: 0 to 8 */
-  STOR_BATTERY_PRESENT = 56264, /* uint32: exactly 1 when a battery is fitted */
-  STOR_BATTERY_STATE = 56268    /* uint32: 1 when it is operable */
+  STOR_BATTERY_PRESENT = 56264, /* uint32: exactly 1 if a battery is fitted */
+  STOR_BATTERY_STATE = 56268    /* uint32: 1 if it is operable */
 };
 
-/* Offsets within a drive. A number is the column of tavoStorageLocalDiskTable. */
+/* Offsets within a drive's record. The number in a name is a column of tavoStorageLocalDiskTable. */
 enum {
   STOR_DRIVE_STATE = 0,          /* uint32 */
   STOR_DRIVE_SLOT = 4,           /* uint32, from 1 */
@@ -45,18 +45,18 @@ enum {
   STOR_DRIVE_COLUMN_19 = 32,     /* uint32 */
   STOR_DRIVE_CAPACITY_WORD = 36, /* uint64: the drive's size, column 8 */
   STOR_DRIVE_COLUMN_13 = 44,     /* uint64 */
-  STOR_DRIVE_NAME = 84,          /* text, column 14; empty: the drive does not count as present */
+  STOR_DRIVE_NAME = 84,          /* text, column 14; empty: the drive is not present */
   STOR_DRIVE_COLUMN_11 = 148,    /* text */
   STOR_DRIVE_COLUMN_12 = 180     /* text */
 };
 
-/* Offsets within a volume. A number is the column of tavoStorageLocalLunTable. */
+/* Offsets within a volume's record. The number in a name is a column of tavoStorageLocalLunTable. */
 enum {
   STOR_VOLUME_TYPE = 0,      /* uint32 */
-  STOR_VOLUME_COLUMN_13 = 4, /* uint64, two words, low word first; not aligned */
-  STOR_VOLUME_STATE = 12,    /* uint32: 0 when the entry holds no volume */
+  STOR_VOLUME_COLUMN_13 = 4, /* uint64; not aligned */
+  STOR_VOLUME_STATE = 12,    /* uint32: 0 if the entry holds no volume */
   STOR_VOLUME_COLUMN_8 = 16  /* uint64 */
 };
 
-/* Octets of the texts whose size has no name of its own: the long size is that of column 19 of the controllers. */
+/* The sizes of the texts above that have no size of their own, in octets. Only a controller's column 19 is long. */
 enum { STOR_TEXT_SIZE = 32, STOR_LONG_TEXT_SIZE = 64 };

@@ -1,6 +1,6 @@
-/* The test-notification thread's handle. The daemon that loads the module defines it, starts the thread and sends it
- * SIGUSR1; the module only joins the thread. A daemon without such a thread does not define the handle: the module
- * imports it weakly and tests its address. */
+/* The handle of the thread that sends test notifications. The daemon that loads the module defines it, starts the
+ * thread and sends it SIGUSR1; the module only joins the thread. A daemon without such a thread leaves the handle
+ * undefined, so the module imports it weakly and checks its address. */
 #pragma once
 
 #include <pthread.h>
