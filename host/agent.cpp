@@ -7,39 +7,53 @@
 #include <net-snmp/agent/net-snmp-agent-includes.h>
 #include <unistd.h>
 
-#include <CLI/StringTools.hpp>
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <string>
+#include <string_view>
 #include <vector>
 
-extern "C" int subagent_startup(int major, int minor, void *server, void *client);  // net-snmp installs no header
+#include "host/name.h"
 
 namespace tavo {
+
+extern "C" int subagent_startup(int major, int minor, void *server, void *client);  // no installed header declares it
+
 namespace {
 
-// A lost master is looked for this often, which bounds how long the daemon stays away after the master is back. The
-// configuration may say otherwise (agentXPingInterval).
+// How often the daemon looks for a lost master, and so about how long it stays away once the master is back. The
+// configuration can change it (agentXPingInterval).
 constexpr int ping_seconds = 1;
 
-// Where a file lies, whatever directory the daemon has moved to when it is opened again after SIGHUP.
+// SIGHUP opens files again, when the daemon may have changed to another directory.
 std::string absolute(const std::string &file) {
   return std::filesystem::absolute(file);
+}
+
+std::string join(const std::vector<std::string> &words, std::string_view separator) {
+  std::string joined;
+  for (const std::string &word : words) {
+    if (!joined.empty()) {
+      joined += separator;
+    }
+    joined += word;
+  }
+  return joined;
 }
 
 void apply_log_option(std::vector<std::string> words) {
   if (words.size() > 1 && (words[0] == "f" || words[0] == "F")) {
     words.back() = absolute(words.back());
   }
-  // net-snmp takes the option's letter apart from the words behind it, which it reads where getopt() stands.
+  // net-snmp expects the words after the option's letter where getopt() stands.
   std::vector<char *> arguments(words.size() + 1, nullptr);
   std::transform(words.begin(), words.end(), arguments.begin(), [](std::string &word) { return word.data(); });
   optind = 1;
   if (snmp_log_options(arguments[0], static_cast<int>(words.size()), arguments.data()) != 0) {
-    throw StartFailure(ExitStatus::usage, "wrong log option -L" + CLI::detail::join(words, " "));
+    throw StartFailure(ExitStatus::Usage, "wrong log option -L" + join(words, " "));
   }
 }
 
@@ -52,7 +66,7 @@ void set_up_logging(const Options &options) {
   if (options.log.empty() && options.foreground) {
     snmp_enable_stderrlog();
   } else if (options.log.empty()) {
-    snmp_enable_syslog_ident(agent_name, LOG_DAEMON);
+    snmp_enable_syslog_ident(daemon_name, LOG_DAEMON);
   }
   if (options.debug_tokens) {
     std::string tokens = options.debug_tokens->empty() ? "ALL" : *options.debug_tokens;
@@ -67,7 +81,7 @@ void open_agent(const Options &options, const std::function<void()> &before_conf
   for (const std::string &file : options.configuration_files) {
     configuration_files.push_back(absolute(file));
     if (access(file.c_str(), R_OK) != 0) {
-      throw StartFailure(ExitStatus::configuration,
+      throw StartFailure(ExitStatus::Configuration,
                          "cannot read configuration file " + file + ": " + std::strerror(errno));
     }
   }
@@ -76,35 +90,33 @@ void open_agent(const Options &options, const std::function<void()> &before_conf
     netsnmp_ds_set_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_X_SOCKET, options.agentx_address.c_str());
   }
   if (options.stand_alone()) {
-    netsnmp_ds_set_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_PORTS,
-                          CLI::detail::join(options.listen, ",").c_str());
+    netsnmp_ds_set_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_PORTS, join(options.listen, ",").c_str());
   }
   if (options.skip_default_configuration) {
     netsnmp_ds_set_boolean(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_DONT_READ_CONFIGS, 1);
   }
   if (!configuration_files.empty()) {
-    netsnmp_ds_set_string(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_OPTIONALCONFIG,
-                          CLI::detail::join(configuration_files, ",").c_str());
+    netsnmp_ds_set_string(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_OPTIONALCONFIG, join(configuration_files, ",").c_str());
   }
-  // The agent answers in numbers. Loading MIB texts would cost memory and, where they are absent, hundreds of log
-  // lines.
+  // The agent needs no MIB texts. They cost memory where they are installed, and hundreds of log lines where they are
+  // not.
   setenv("MIBS", "", 0);
-  // SMUX, an old forerunner of AgentX, would open a port that nobody asked for.
+  // SMUX, a predecessor of AgentX, would open a port that nobody asked for.
   std::string without_smux = "-smux";
   add_to_init_list(without_smux.data());
   SOCK_STARTUP;
-  if (init_agent(agent_name) != 0) {
-    throw StartFailure(ExitStatus::failure, "net-snmp's agent cannot be initialised");
+  if (init_agent(daemon_name) != 0) {
+    throw StartFailure(ExitStatus::Failure, "net-snmp's agent cannot be set up");
   }
-  // init_agent() has set its own defaults by now.
+  // After init_agent(), which sets its own default.
   netsnmp_ds_set_int(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_AGENTX_PING_INTERVAL, ping_seconds);
   before_configuration();
-  init_snmp(agent_name);
-  // Every reading of the configuration would open a session again: beside one that exists, or beside the attempts to
-  // find a lost master, which then never end.
+  init_snmp(daemon_name);
+  // Otherwise each reload of the configuration opens another session: beside the one that exists, or beside the search
+  // for a lost master, which then never ends.
   snmp_unregister_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_POST_READ_CONFIG, subagent_startup, nullptr, 0);
   if (options.stand_alone() && init_master_agent() != 0) {
-    throw StartFailure(ExitStatus::address, "cannot listen on " + CLI::detail::join(options.listen, ", ") +
+    throw StartFailure(ExitStatus::Address, "cannot listen on " + join(options.listen, ", ") +
                                                 " (in use, or not an address of this machine)");
   }
 }

@@ -1,4 +1,4 @@
-// net-snmp's agent, set up from the daemon's options: stand-alone, or a subagent of an AgentX master.
+// Sets up net-snmp's agent from the daemon's options: stand-alone, or a subagent of an AgentX master.
 #pragma once
 
 #include <functional>
@@ -7,14 +7,12 @@
 
 namespace tavo {
 
-inline constexpr const char *agent_name = "snmp-subagentd";  // also names the configuration file
-
-// Where the log goes and what is traced. Before anything else of net-snmp. Throws StartFailure on a wrong -L.
+// Applies -L and -D. Call it before anything else of net-snmp. Throws StartFailure on a wrong -L.
 void set_up_logging(const Options &options);
 
-// Opens the agent: reads the configuration, then opens the listening addresses, or the session to the AgentX master
-// (which may be absent: net-snmp keeps trying). `before_configuration` runs when the agent exists and nothing is open.
-// Throws StartFailure when a configuration file cannot be read or an address cannot be opened.
+// Opens the agent: reads the configuration, then opens the listening addresses or the session to the AgentX master. The
+// master may be absent: net-snmp keeps trying. `before_configuration` runs once the agent exists, before anything is
+// opened. Throws StartFailure when a configuration file cannot be read or an address cannot be opened.
 void open_agent(const Options &options, const std::function<void()> &before_configuration);
 
 }  // namespace tavo

@@ -18,21 +18,21 @@ namespace tavo {
 Background::Background() : to_parent_(-1) {
   std::array<int, 2> channel{};
   if (pipe2(channel.data(), O_CLOEXEC) != 0) {
-    throw StartFailure(ExitStatus::failure, std::string("cannot create a pipe: ") + std::strerror(errno));
+    throw StartFailure(ExitStatus::Failure, std::string("cannot create a pipe: ") + std::strerror(errno));
   }
   const pid_t child = fork();
   if (child < 0) {
-    throw StartFailure(ExitStatus::failure, std::string("cannot fork: ") + std::strerror(errno));
+    throw StartFailure(ExitStatus::Failure, std::string("cannot fork: ") + std::strerror(errno));
   }
   if (child > 0) {
     close(channel[1]);
     char served = 0;
     if (read(channel[0], &served, 1) == 1) {
-      _exit(static_cast<int>(ExitStatus::ok));
+      _exit(static_cast<int>(ExitStatus::Ok));
     }
     int status = 0;
     waitpid(child, &status, 0);
-    _exit(WIFEXITED(status) ? WEXITSTATUS(status) : static_cast<int>(ExitStatus::failure));
+    _exit(WIFEXITED(status) ? WEXITSTATUS(status) : static_cast<int>(ExitStatus::Failure));
   }
   close(channel[0]);
   to_parent_ = channel[1];
@@ -59,7 +59,7 @@ PidFile::PidFile(const std::string &path) {
   std::ofstream file(path);
   file << getpid() << '\n';
   if (!file.flush()) {
-    throw StartFailure(ExitStatus::failure, "cannot write the process id to " + path);
+    throw StartFailure(ExitStatus::Failure, "cannot write the process id to " + path);
   }
   path_ = std::filesystem::absolute(path);
 }

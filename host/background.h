@@ -5,21 +5,21 @@
 
 namespace tavo {
 
-// Forks. The parent waits until the child says that it serves, or has failed, and leaves with 0 or the child's status;
-// only the child returns from the constructor. To be constructed before any thread exists. Throws StartFailure.
+// Forks. Only the child returns from the constructor. The parent waits until the child serves or fails, then exits with
+// 0 or with the child's status. Construct it before any thread exists. Throws StartFailure.
 class Background {
  public:
   Background();
-  // The child serves: lets the parent leave and gives its terminal and directory back. `keep_output`: standard output
-  // and error are where the log goes.
+  // The child serves: the parent exits, and the child lets go of the terminal and of the working directory.
+  // `keep_output`: the log goes to standard output or error, so these stay as they are.
   void ready(bool keep_output);
 
  private:
   int to_parent_;
 };
 
-// Holds the process id while it exists; removed at the end, unless `path` is empty and there is no file at all. Throws
-// StartFailure when it cannot be written.
+// Writes the process id to a file and removes the file in the end. An empty `path` means no file. Throws StartFailure
+// when the file cannot be written.
 class PidFile {
  public:
   explicit PidFile(const std::string &path);

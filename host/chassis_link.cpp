@@ -25,7 +25,7 @@
 namespace tavo {
 namespace {
 
-// How long the replacing thread waits for a send to end before it looks again at what it is asked for.
+// How long the replacer waits for a send to end before it looks for new requests.
 constexpr long slice = 50'000'000;  // ns
 constexpr long second = 1'000'000'000;
 
@@ -33,7 +33,7 @@ constexpr long second = 1'000'000'000;
   throw std::runtime_error("cannot read the chassis link's block " + path + ": " + reason);
 }
 
-// Reads no more than the largest block and one octet, however fast the file grows. Throws std::runtime_error.
+// Reads at most one octet more than the largest block, even if the file keeps growing. Throws std::runtime_error.
 std::vector<unsigned char> read_block(const std::string &path) {
   const Descriptor file = open_for_reading(path.c_str());
   struct stat status {};
@@ -61,8 +61,8 @@ std::vector<unsigned char> read_block(const std::string &path) {
   refuse(path, "larger than " + std::to_string(ChassisLink::largest_block) + " octets");
 }
 
-// By the time of day, since ThreadSanitizer does not know pthread_mutex_clocklock. A clock that is set back makes one
-// slice longer, no more: the lock still comes when the send ends, and a stop ends the send.
+// Uses the time of day because ThreadSanitizer does not know pthread_mutex_clocklock. A clock that is set back only
+// lengthens one slice: the wait still ends with the send, and a stop cuts the send off.
 bool locked_within_slice(pthread_mutex_t *mutex) {
   timespec end{};
   clock_gettime(CLOCK_REALTIME, &end);
@@ -88,7 +88,7 @@ ChassisLink::ChassisLink(const ChassisLinkExports &exports, const std::string &f
     replace_block(block);
     pthread_mutex_unlock(exports_.lock);
   } catch (const std::runtime_error &error) {
-    throw StartFailure(ExitStatus::configuration, error.what());
+    throw StartFailure(ExitStatus::Configuration, error.what());
   }
 }
 
@@ -97,7 +97,7 @@ ChassisLink::~ChassisLink() {
     replacer_.request_stop();
     replacer_.join();
   }
-  // After close() the lock is free. Without it, a send may hold the lock, to a peer that was accepted a moment ago.
+  // After close() the lock is free. Without close(), a send to a peer that was just accepted may still take it.
   do {
     wake();
   } while (!locked_within_slice(exports_.lock));
@@ -108,15 +108,15 @@ ChassisLink::~ChassisLink() {
 
 void ChassisLink::start() {
   snmp_log(LOG_INFO, "the chassis link sends %zu octets from %s\n", block_.size(), file_.c_str());
-  // The link's thread last: where a start fails, nothing runs that could only be ended by close().
+  // The link's thread comes last: if a start fails, nothing runs yet that only close() could end.
   try {
     replacer_ = std::jthread([this](const std::stop_token &stop) { replace_blocks(stop); });
   } catch (const std::system_error &error) {
-    throw StartFailure(ExitStatus::failure,
+    throw StartFailure(ExitStatus::Failure,
                        std::string("cannot create the thread that replaces the chassis link's block: ") + error.what());
   }
   if (exports_.create_thread() != 0) {
-    throw StartFailure(ExitStatus::failure, "cannot create the chassis link's thread");
+    throw StartFailure(ExitStatus::Failure, "cannot create the chassis link's thread");
   }
 }
 
@@ -141,22 +141,22 @@ void ChassisLink::close() {
   replacer_.join();
 }
 
-// A content that waits for a send to end gives way to a newer one.
+// Newer content replaces pending content.
 void ChassisLink::replace_blocks(const std::stop_token &stop) {
   std::vector<unsigned char> next;
-  bool waits = false;
+  bool pending = false;
   while (!stop.stop_requested()) {
-    if (take_reload_request(stop, !waits)) {
+    if (take_reload_request(stop, !pending)) {
       try {
         next = read_block(file_);
-        waits = true;
+        pending = true;
       } catch (const std::exception &error) {
         snmp_log(LOG_WARNING, "%s; the block stays as it was\n", error.what());
       }
     }
-    if (waits && replaced_within_slice(next)) {
+    if (pending && replaced_within_slice(next)) {
       next = {};
-      waits = false;
+      pending = false;
     }
   }
 }
@@ -180,7 +180,7 @@ bool ChassisLink::replaced_within_slice(std::vector<unsigned char> &next) {
   }
   pthread_mutex_unlock(exports_.lock);
   if (newest) {
-    // True as well when the link's thread has ended, since its port was taken.
+    // The block changes even if the link's thread has ended because its port was taken.
     snmp_log(LOG_INFO, "the chassis link's block is %zu octets from %s now\n", size, file_.c_str());
   }
   return newest;
@@ -191,7 +191,7 @@ bool ChassisLink::reload_is_requested() {
   return reload_requested_;
 }
 
-// The caller holds the lock. `block` is the former one afterwards.
+// The caller holds the lock. Leaves the previous block in `block`.
 void ChassisLink::replace_block(std::vector<unsigned char> &block) {
   block_.swap(block);
   *exports_.block = block_.data();

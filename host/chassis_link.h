@@ -1,52 +1,53 @@
-// The block of octets that the module's chassis link hands to the chassis management controller, kept from a file, and
-// the link's start and stop.
+// The chassis link as the daemon runs it: reads the block of octets that the module hands to the chassis management
+// controller from a file, and starts and stops the link.
 #pragma once
-
-#include <pthread.h>
 
 #include <condition_variable>
 #include <cstddef>
-#include <cstdint>
 #include <mutex>
 #include <stop_token>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "threads/cmc_thread.h"
+
 namespace tavo {
 
-// What a module with a chassis link exports; none is null.
+// What a module with a chassis link exports. No pointer is null.
 struct ChassisLinkExports {
-  int (*create_thread)();
-  void (*stop_thread)();
-  int (*join_thread)();
-  pthread_mutex_t *lock;  // guards the next two; a send holds it for as long as the peer takes to read
-  unsigned char **block;
-  int32_t *block_size;  // octets
-  int32_t *listener;    // these two descriptors belong to the link's thread; -1 while there is none
-  int32_t *connection;
+  decltype(create_cmc_thread) *create_thread;
+  decltype(stop_cmc_thread) *stop_thread;
+  decltype(join_cmc_thread) *join_thread;
+  decltype(cmc_lock) *lock;  // guards the next two; a send holds it for as long as the peer takes to read
+  decltype(cmc_data_buffer) *block;
+  decltype(transfer_data_len) *block_size;  // octets
+  decltype(sock_fd) *listener;              // the link's thread owns both descriptors; -1 means none
+  decltype(data_fd) *connection;
 };
 
 class ChassisLink {
  public:
-  // Octets. Three such blocks are in memory when a newer content overtakes one that waits for a send.
+  // Octets. Up to three blocks of this size are in memory: the one being sent, the pending one, and a newer one.
   static constexpr std::size_t largest_block = 16 << 20;
 
-  // Gives the module the content of `file` as the block; nothing runs yet. Throws StartFailure when it cannot be read.
+  // Gives the content of `file` to the module as the block, and starts nothing. Throws StartFailure when the file
+  // cannot be read.
   ChassisLink(const ChassisLinkExports &exports, const std::string &file);
-  // Takes the block back. Where the link's thread has not been waited for, ends what it sends.
+  // Takes the block back. Cuts off a send that is under way if nobody has joined the link's thread.
   ~ChassisLink();
   ChassisLink(const ChassisLink &) = delete;
   ChassisLink &operator=(const ChassisLink &) = delete;
 
-  // Starts the thread that replaces the block, then the module's, which opens the port. Throws StartFailure.
+  // Starts the thread that replaces the block, then the module's thread, which opens the port. Throws StartFailure.
   void start();
-  // Has the file read again and the block replaced as soon as no send holds it, on a thread of its own. Does not wait.
+  // Returns at once. A thread of its own reads the file again and replaces the block once no send holds it.
   void reload();
 
-  // The stop: ask_to_stop() once, then wake() again and again until close(), on another thread, has returned.
+  // To stop: call ask_to_stop() once, then wake() repeatedly until close() returns on another thread.
   void ask_to_stop();
-  // Ends what the link's thread waits for or sends to. Once is not enough: it may have accepted a peer a moment ago.
+  // Shuts down the sockets that the link's thread waits for or sends on. Once is not enough: the thread may just have
+  // accepted another peer.
   void wake() const;
   // Waits for both threads to end.
   void close();

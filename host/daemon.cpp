@@ -22,6 +22,7 @@
 #include "host/chassis_link.h"
 #include "host/descriptors.h"
 #include "host/module.h"
+#include "host/name.h"
 #include "host/notification_path.h"
 #include "host/signals.h"
 
@@ -30,9 +31,12 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// How long a stop waits for the module's threads, and then for the notifications still queued.
+// How long a stop waits for the module's threads, and then for the notifications still queued. If the whole stop takes
+// longer than the last limit, the loop itself is stuck, most likely in a request that waits for a table to be rebuilt.
 constexpr auto threads_limit = std::chrono::seconds(5);
 constexpr auto notifications_limit = std::chrono::seconds(1);
+constexpr auto stop_limit = std::chrono::seconds(8);
+static_assert(stop_limit > threads_limit + notifications_limit);
 
 void serve_one_turn() {
   agent_check_and_process(1);
@@ -42,7 +46,7 @@ void wake_only(int /*descriptor*/, void *event) {
   static_cast<const EventDescriptor *>(event)->clear();
 }
 
-// agent_check_and_process() has no time limit of its own: while a deadline runs, an alarm ends its waiting.
+// agent_check_and_process() has no time limit. An alarm ends its wait ten times a second while a deadline runs.
 class Ticking {
  public:
   Ticking() : alarm_(snmp_alarm_register_hr({.tv_sec = 0, .tv_usec = 100'000}, SA_REPEAT, tick, nullptr)) {}
@@ -68,7 +72,7 @@ void report_link(const Options &options, bool up) {
   const std::string state = (up ? "serving through " : "waiting for ") + master;
   sd_notify(0, ("STATUS=" + state).c_str());
   if (up) {
-    // Its socket is close-on-exec already; the transport may have opened more.
+    // The session's socket is close-on-exec already, but its transport may have opened other files.
     close_descriptors_on_exec();
   }
 }
@@ -82,8 +86,8 @@ void reload() {
   sd_notify(0, "READY=1");
 }
 
-// Stops the module while the loop still turns: a thread that is about to end may send a last notification, and a
-// request may hold what a thread waits for. True when every thread has ended.
+// Stops the module while the loop keeps turning: a thread may send a last notification before it ends, or wait for a
+// lock that a request holds. True when every thread has ended.
 bool stop_module(Module &module, ChassisLink *link) {
   module.ask_threads_to_stop();
   if (link != nullptr) {
@@ -93,7 +97,7 @@ bool stop_module(Module &module, ChassisLink *link) {
   const auto closed = std::make_shared<std::atomic<bool>>(false);
   std::thread closer([&module, link, closed] {
     if (link != nullptr) {
-      link->close();  // first: it ends soon, while the module's other threads may not end at all
+      link->close();  // first, because the link ends soon and the module's other threads may never end
     }
     module.close();
     *closed = true;
@@ -116,12 +120,12 @@ bool stop_module(Module &module, ChassisLink *link) {
 
 [[noreturn]] void leave_without_threads(const PidFile &pid_file) {
   pid_file.remove();
-  // Not exit(): destructors would pull down what the remaining threads stand on.
-  _exit(static_cast<int>(ExitStatus::ok));
+  // Not exit(), which would destroy what the remaining threads still use.
+  _exit(static_cast<int>(ExitStatus::Ok));
 }
 
-// On the watcher's thread, when the loop is stuck. What it is stuck in may be the log (standard output is a pipe that
-// nobody reads any more), so the last line gets half a second and a thread of its own.
+// Called on the watcher's thread when the loop is stuck. It may be stuck in the log (standard output may be a full pipe
+// that nobody reads), so the last line is written by a thread of its own and gets half a second.
 [[noreturn]] void leave_overdue(const PidFile &pid_file) {
   std::packaged_task<void()> log([] { snmp_log(LOG_WARNING, "still busy, leaving all the same\n"); });
   const std::future<void> logged = log.get_future();
@@ -160,7 +164,7 @@ ExitStatus run_daemon(const Options &options) {
     background.emplace();
   }
   const PidFile pid_file(options.pid_file);
-  Signals signals([&pid_file] { leave_overdue(pid_file); });
+  Signals signals(stop_limit, [&pid_file] { leave_overdue(pid_file); });
 
   for (const std::string &library : options.platforms) {
     load_platform_library(library);
@@ -180,7 +184,7 @@ ExitStatus run_daemon(const Options &options) {
     link->start();
   }
 
-  snmp_log(LOG_INFO, "%s " SUBAGENTD_VERSION " serves\n", agent_name);
+  snmp_log(LOG_INFO, "%s " SUBAGENTD_VERSION " serves\n", daemon_name);
   sd_notify(0, "READY=1");
   if (background) {
     background->ready(options.logs_to_output());
@@ -193,9 +197,9 @@ ExitStatus run_daemon(const Options &options) {
     snmp_log(LOG_INFO, "a thread of the module is still blocked, leaving without it\n");
     leave_without_threads(pid_file);
   }
-  path.reset();  // before net-snmp frees its callbacks, arguments included
-  snmp_shutdown(agent_name);
-  return ExitStatus::ok;
+  path.reset();  // before net-snmp frees the callbacks and their arguments
+  snmp_shutdown(daemon_name);
+  return ExitStatus::Ok;
 }
 
 }  // namespace tavo

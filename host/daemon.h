@@ -1,4 +1,4 @@
-// The daemon itself: owns the agent's thread, from loading the module to leaving.
+// The daemon itself: owns the agent's thread from loading the module to the exit.
 #pragma once
 
 #include "host/exit_status.h"
@@ -6,8 +6,8 @@
 
 namespace tavo {
 
-// Serves until a signal asks it to stop. Returns when every thread has ended; when one cannot be made to, leaves the
-// process from within, with the same status. Throws StartFailure while starting.
+// Serves until a signal stops it, then returns once every thread has ended. If a thread does not end, exits the process
+// itself, with the same status. Throws StartFailure while starting.
 ExitStatus run_daemon(const Options &options);
 
 }  // namespace tavo

@@ -31,13 +31,10 @@ void close_descriptors_on_exec() {
   }
 }
 
-}  // namespace tavo
-
-#pragma GCC visibility push(default)
 extern "C" {
 
 int socket(int domain, int type, int protocol) noexcept {
-  static auto *const original = tavo::next_definition<int(int, int, int)>("socket");
+  static auto *const original = next_definition<int(int, int, int)>("socket");
   return original(domain, type | SOCK_CLOEXEC, protocol);
 }
 
@@ -45,4 +42,5 @@ int accept(int listener, sockaddr *address, socklen_t *length) {
   return accept4(listener, address, length, SOCK_CLOEXEC);
 }
 }
-#pragma GCC visibility pop
+
+}  // namespace tavo

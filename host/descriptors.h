@@ -1,11 +1,11 @@
-// Descriptors stay inside the daemon. The module runs tools through the shell; a tool that hangs would otherwise keep
-// the AgentX session or a listening port open after the daemon has gone.
+// Keeps descriptors inside the daemon. The module runs tools through the shell: one that hangs must not keep the AgentX
+// session or a listening port open after the daemon has gone.
 #pragma once
 
 namespace tavo {
 
-// Marks every open descriptor above the standard three close-on-exec. For files that libraries opened; sockets are
-// born that way (the daemon stands in front of socket() and accept()).
+// Marks every open descriptor above the standard three close-on-exec, for the files that libraries open. Sockets are
+// created that way already: the daemon replaces socket() and accept().
 void close_descriptors_on_exec();
 
 }  // namespace tavo

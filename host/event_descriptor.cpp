@@ -13,7 +13,7 @@ EventDescriptor::EventDescriptor() : descriptor_(eventfd(0, EFD_CLOEXEC | EFD_NO
   }
 }
 
-// Neither call can fail in a way that matters: a full counter is readable, an empty one is clear.
+// Both calls can only fail with EAGAIN, which is harmless: a full counter is readable, an empty one is clear.
 void EventDescriptor::signal() const noexcept {
   const int saved = errno;
   [[maybe_unused]] const int result = eventfd_write(get(), 1);

@@ -1,4 +1,4 @@
-// A descriptor that becomes readable when someone asks for attention: how a thread wakes the agent's select().
+// A descriptor that becomes readable on a signal from another thread. Threads use it to wake the agent's select().
 #pragma once
 
 #include "core/descriptor.h"
@@ -7,11 +7,11 @@ namespace tavo {
 
 class EventDescriptor {
  public:
-  // Throws std::system_error when the system has no descriptor left.
+  // Throws std::system_error when the process is out of descriptors.
   EventDescriptor();
 
   int get() const { return descriptor_.get(); }
-  // Any thread and any signal handler.
+  // Safe in any thread and in a signal handler.
   void signal() const noexcept;
   void clear() const noexcept;
 

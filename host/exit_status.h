@@ -1,5 +1,5 @@
-// What snmp-subagentd leaves with. The numbers are part of its interface: init scripts and tests tell the cases apart
-// by them.
+// The exit statuses of snmp-subagentd. The numbers are part of its interface: init scripts and tests tell failures
+// apart by them.
 #pragma once
 
 #include <stdexcept>
@@ -8,17 +8,17 @@
 namespace tavo {
 
 enum class ExitStatus : int {
-  ok = 0,             // asked to stop, or -h or -v
-  failure = 1,        // the system refused something basic: a thread, a descriptor, a fork
-  usage = 2,          // bad command line
-  configuration = 3,  // a file given with -c or --chassis-block cannot be read
-  platform = 4,       // a platform library cannot be loaded
-  module = 5,         // the module cannot be loaded
-  symbol = 6,         // something that the module needs or must offer is missing
-  address = 7,        // a listening address cannot be opened
+  Ok = 0,             // stopped on request, or -h or -v
+  Failure = 1,        // the system refused something basic: a thread, a descriptor, a fork
+  Usage = 2,          // bad command line
+  Configuration = 3,  // a file named with -c or --chassis-block cannot be read
+  Platform = 4,       // a platform library cannot be loaded
+  Module = 5,         // the module cannot be loaded
+  Symbol = 6,         // the module needs a symbol that nobody defines, or lacks one that the daemon needs
+  Address = 7,        // a listening address cannot be opened
 };
 
-// Ends the start of the daemon: `what()` is the line for the user.
+// Ends the start of the daemon. `what()` is the line printed for the user.
 class StartFailure : public std::runtime_error {
  public:
   StartFailure(ExitStatus status, const std::string &message) : std::runtime_error(message), status_(status) {}

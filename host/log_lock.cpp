@@ -1,6 +1,6 @@
-// The agent's log, for several threads. net-snmp's log handlers and debug tokens know no locking, and the module logs
-// and traces from all its threads, so the daemon stands in front of the three functions and lets one thread in at a
-// time. The library's own calls pass through here too.
+// Serialises the agent's log. net-snmp's log handlers and debug tokens have no lock, and the module logs and traces
+// from all its threads, so the daemon replaces the three functions and lets one thread in at a time. The library's own
+// calls come through here too.
 #include <net-snmp/net-snmp-config.h>
 
 #include <net-snmp/net-snmp-includes.h>
@@ -16,7 +16,7 @@
 namespace tavo {
 namespace {
 
-// Recursive: a log handler that fails reports that through the log. Never destroyed: threads may outlive main().
+// Recursive, because a log handler that fails logs its failure. Never destroyed, because threads may outlive main().
 std::recursive_mutex &log_mutex() {
   static auto *mutex = new std::recursive_mutex;
   return *mutex;
@@ -44,9 +44,7 @@ void debug_one_at_a_time(DebugFunction *original, const char *token, const char 
 }
 
 }  // namespace
-}  // namespace tavo
 
-#pragma GCC visibility push(default)
 extern "C" {
 
 int snmp_log(int priority, const char *format, ...) {
@@ -54,7 +52,7 @@ int snmp_log(int priority, const char *format, ...) {
   va_start(arguments, format);
   int result = 0;
   {
-    const std::lock_guard lock(tavo::log_mutex());
+    const std::lock_guard lock(log_mutex());
     result = snmp_vlog(priority, format, arguments);
   }
   va_end(arguments);
@@ -62,19 +60,20 @@ int snmp_log(int priority, const char *format, ...) {
 }
 
 void debugmsg(const char *token, const char *format, ...) {
-  static auto *const original = tavo::next_definition<tavo::DebugFunction>("debugmsg");
+  static auto *const original = next_definition<DebugFunction>("debugmsg");
   std::va_list arguments;
   va_start(arguments, format);
-  tavo::debug_one_at_a_time(original, token, format, arguments);
+  debug_one_at_a_time(original, token, format, arguments);
   va_end(arguments);
 }
 
 void debugmsgtoken(const char *token, const char *format, ...) {
-  static auto *const original = tavo::next_definition<tavo::DebugFunction>("debugmsgtoken");
+  static auto *const original = next_definition<DebugFunction>("debugmsgtoken");
   std::va_list arguments;
   va_start(arguments, format);
-  tavo::debug_one_at_a_time(original, token, format, arguments);
+  debug_one_at_a_time(original, token, format, arguments);
   va_end(arguments);
 }
 }
-#pragma GCC visibility pop
+
+}  // namespace tavo

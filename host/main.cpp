@@ -3,23 +3,32 @@
 #include <exception>
 
 #include "host/daemon.h"
+#include "host/name.h"
 #include "host/options.h"
 
-int main(int argc, char **argv) {
-  using tavo::ExitStatus;
-  ExitStatus status = ExitStatus::failure;
+namespace tavo {
+namespace {
+
+ExitStatus run(int argc, const char *const *argv) {
   try {
-    const tavo::CommandLine command_line = tavo::parse_command_line(argc, argv);
+    const CommandLine command_line = parse_command_line(argc, argv);
     if (command_line.leave) {
-      std::fputs(command_line.text.c_str(), *command_line.leave == ExitStatus::ok ? stdout : stderr);
-      return static_cast<int>(*command_line.leave);
+      std::fputs(command_line.text.c_str(), *command_line.leave == ExitStatus::Ok ? stdout : stderr);
+      return *command_line.leave;
     }
-    status = tavo::run_daemon(command_line.options);
-  } catch (const tavo::StartFailure &failure) {
-    std::fprintf(stderr, "snmp-subagentd: %s\n", failure.what());
-    status = failure.status();
+    return run_daemon(command_line.options);
+  } catch (const StartFailure &failure) {
+    std::fprintf(stderr, "%s: %s\n", daemon_name, failure.what());
+    return failure.status();
   } catch (const std::exception &error) {
-    std::fprintf(stderr, "snmp-subagentd: %s\n", error.what());
+    std::fprintf(stderr, "%s: %s\n", daemon_name, error.what());
+    return ExitStatus::Failure;
   }
-  return static_cast<int>(status);
+}
+
+}  // namespace
+}  // namespace tavo
+
+int main(int argc, char **argv) {
+  return static_cast<int>(tavo::run(argc, argv));
 }

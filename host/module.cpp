@@ -12,25 +12,26 @@
 
 #include "core/descriptor.h"
 #include "host/exit_status.h"
-
-#pragma GCC visibility push(default)
-extern "C" {
-// The module joins this thread; the daemon owns it. Zero while there is none.
-extern pthread_t test_trap_thread;
-pthread_t test_trap_thread = 0;
-}
-#pragma GCC visibility pop
+#include "platform/test_trap.h"
 
 namespace tavo {
+
+// The module joins this thread. Zero while the daemon has not started it.
+extern "C" {
+pthread_t test_trap_thread = 0;
+}
+
 namespace {
 
-// A module may have any of its threads or none; the functions of those it lacks are not called.
+constexpr const char *velt_stop_function = "stop_velt_thread";
+
+// All are of one type. A module may lack any of its threads, and their functions with them.
 constexpr auto stop_functions = std::to_array<const char *>({
     "stop_test_trap_thread",
     "stop_FE_thread",
     "stop_inventory_thread",
     "stop_stor_thread",
-    "stop_velt_thread",
+    velt_stop_function,
 });
 
 constexpr const char *velt_socket_path = "/tmp/snmp_velt_sock";
@@ -41,11 +42,11 @@ void *load(const std::string &path, int visibility, ExitStatus missing, const ch
   }
   const std::string_view reason = dlerror();
   const bool lacks_symbol = reason.find("undefined symbol") != std::string_view::npos;
-  throw StartFailure(lacks_symbol ? ExitStatus::symbol : missing,
+  throw StartFailure(lacks_symbol ? ExitStatus::Symbol : missing,
                      "cannot load " + std::string(what) + " " + path + ": " + std::string(reason));
 }
 
-// The SD-card event thread sleeps until a peer connects to its socket; it looks at its run flag after each.
+// The SD-card event thread sleeps until a peer connects to its socket, and checks its run flag after each connection.
 void wake_velt_thread() {
   const Descriptor peer(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
   if (!peer) {
@@ -60,54 +61,54 @@ void wake_velt_thread() {
 }  // namespace
 
 void load_platform_library(const std::string &path) {
-  load(path, RTLD_GLOBAL, ExitStatus::platform, "platform library");
+  load(path, RTLD_GLOBAL, ExitStatus::Platform, "platform library");
 }
 
 Module::Module(const std::string &path)
     : path_(path),
-      library_(load(path, RTLD_LOCAL, ExitStatus::module, "module")),
-      init_(require<int()>("init_subagent_modules")) {}
+      library_(load(path, RTLD_LOCAL, ExitStatus::Module, "module")),
+      init_(require<decltype(init_subagent_modules)>("init_subagent_modules")) {}
 
 void Module::start() {
   init_();
-  if (auto *body = find<void *(void *)>("SendTestTrap")) {
+  if (auto *body = find<decltype(SendTestTrap)>("SendTestTrap")) {
     if (pthread_create(&test_trap_thread, nullptr, body, nullptr) != 0) {
-      throw StartFailure(ExitStatus::failure, "cannot create the test-notification thread");
+      throw StartFailure(ExitStatus::Failure, "cannot create the test-notification thread");
     }
   }
 }
 
 void Module::ask_threads_to_stop() {
   for (const char *name : stop_functions) {
-    if (auto *stop = find<void()>(name)) {
+    if (auto *stop = find<decltype(stop_test_trap_thread)>(name)) {
       stop();
     }
   }
-  // That thread sees its flag after one more signal, which waits for it should it be busy.
+  // The thread checks its flag after one more signal. If the thread is busy, the signal stays pending.
   if (test_trap_thread != 0) {
     pthread_kill(test_trap_thread, SIGUSR1);
   }
-  if (find<void()>("stop_velt_thread") != nullptr) {
+  if (find<void()>(velt_stop_function) != nullptr) {
     wake_velt_thread();
   }
 }
 
 void Module::close() {
-  if (auto *close_modules = find<int()>("close_subagent_modules")) {
+  if (auto *close_modules = find<decltype(close_subagent_modules)>("close_subagent_modules")) {
     close_modules();
   }
 }
 
 ChassisLinkExports Module::chassis_link() const {
   return {
-      .create_thread = require<int()>("create_cmc_thread"),
-      .stop_thread = require<void()>("stop_cmc_thread"),
-      .join_thread = require<int()>("join_cmc_thread"),
-      .lock = require<pthread_mutex_t>("cmc_lock"),
-      .block = require<unsigned char *>("cmc_data_buffer"),
-      .block_size = require<int32_t>("transfer_data_len"),
-      .listener = require<int32_t>("sock_fd"),
-      .connection = require<int32_t>("data_fd"),
+      .create_thread = require<decltype(create_cmc_thread)>("create_cmc_thread"),
+      .stop_thread = require<decltype(stop_cmc_thread)>("stop_cmc_thread"),
+      .join_thread = require<decltype(join_cmc_thread)>("join_cmc_thread"),
+      .lock = require<decltype(cmc_lock)>("cmc_lock"),
+      .block = require<decltype(cmc_data_buffer)>("cmc_data_buffer"),
+      .block_size = require<decltype(transfer_data_len)>("transfer_data_len"),
+      .listener = require<decltype(sock_fd)>("sock_fd"),
+      .connection = require<decltype(data_fd)>("data_fd"),
   };
 }
 
@@ -121,7 +122,7 @@ Symbol *Module::require(const char *name) const {
   if (auto *symbol = find<Symbol>(name)) {
     return symbol;
   }
-  throw StartFailure(ExitStatus::symbol, "module " + path_ + " has no " + name);
+  throw StartFailure(ExitStatus::Symbol, "module " + path_ + " has no " + name);
 }
 
 }  // namespace tavo

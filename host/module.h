@@ -1,31 +1,31 @@
-// Loading of the platform's libraries and of the extension MIB module, and what the daemon calls in the module.
+// Loads the platform's libraries and the extension MIB module, and calls the module.
 #pragma once
 
 #include <string>
 
+#include "core/module.h"
 #include "host/chassis_link.h"
 
 namespace tavo {
 
-// Makes a platform library's functions visible to the module. It stays loaded. Throws StartFailure.
+// Loads a platform library, never to be unloaded, and makes its functions visible to the module. Throws StartFailure.
 void load_platform_library(const std::string &path);
 
 class Module {
  public:
-  // Loads the shared object; nothing of it runs yet but its static initialisers. It is never unloaded: its threads may
-  // outlive every attempt to join them. Throws StartFailure when the file, a symbol that it needs, or
-  // init_subagent_modules is missing.
+  // Loads the shared object and runs only its static initialisers. It is never unloaded, because the daemon may fail to
+  // join its threads. Throws StartFailure when the file, a symbol that it needs or init_subagent_modules is missing.
   explicit Module(const std::string &path);
 
   // Registers the tables and starts the module's threads, then starts the test-notification thread if the module has
   // one. Throws StartFailure when that thread cannot be created.
   void start();
-  // Clears the run flag of each thread that this module has, and wakes those that can be woken from outside.
+  // Clears the run flag of each thread that the module has, and wakes those threads that can be woken from outside.
   void ask_threads_to_stop();
-  // Joins the threads: blocks for as long as one of them does.
+  // Joins the threads: blocks until the last one ends.
   void close();
 
-  // The chassis link, which the module leaves to the daemon. Throws StartFailure when a part of it is missing.
+  // The chassis link, which the daemon starts and stops. Throws StartFailure when a part of it is missing.
   ChassisLinkExports chassis_link() const;
 
  private:
@@ -36,7 +36,7 @@ class Module {
 
   const std::string path_;
   void *library_;
-  int (*init_)();
+  decltype(init_subagent_modules) *init_;
 };
 
 }  // namespace tavo

@@ -7,7 +7,7 @@
 namespace tavo {
 namespace {
 
-// What precedes each varbind's sub-identifiers (32 bits each) and value octets.
+// Followed by the sub-identifiers, 32 bits each, and the octets of the value.
 struct VarbindHeader {
   std::uint32_t value_size;
   std::uint16_t name_length;
@@ -47,7 +47,7 @@ PackedVarbinds::PackedVarbinds(const netsnmp_variable_list *list) {
 VarbindList PackedVarbinds::unpack() const {
   netsnmp_variable_list *list = nullptr;
   std::array<oid, MAX_OID_LEN> name{};
-  std::vector<std::byte> value;  // net-snmp reads numbers and identifiers from it in place, so it must be aligned
+  std::vector<std::byte> value;  // aligned, because net-snmp reads numbers and identifiers in place
   for (std::span<const std::byte> rest(octets_); !rest.empty();) {
     VarbindHeader header{};
     std::memcpy(&header, take(rest, sizeof header).data(), sizeof header);

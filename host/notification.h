@@ -1,4 +1,4 @@
-// A notification as a module's thread handed it over, kept until the agent's loop can send it.
+// A notification as a module thread submitted it, kept until the agent's loop can send it.
 #pragma once
 
 #include <net-snmp/net-snmp-config.h>
@@ -19,13 +19,13 @@ struct VarbindListDeleter {
 };
 using VarbindList = std::unique_ptr<netsnmp_variable_list, VarbindListDeleter>;
 
-// A varbind list packed into one block. net-snmp's own list takes some 450 octets a varbind and an allocation each,
-// which a full queue would multiply by hundreds of thousands; packed, a fault notification takes about 1.3 KiB.
+// A varbind list packed into one block. net-snmp's own list takes about 450 octets and an allocation for each varbind,
+// and a full queue holds some 200,000 of them; packed, a fault notification takes about 1.3 KiB.
 class PackedVarbinds {
  public:
   explicit PackedVarbinds(const netsnmp_variable_list *list);
 
-  // The list again: same names, types and values. Null when it was empty or net-snmp refuses a varbind.
+  // A list with the same names, types and values. Null when the original was empty or net-snmp refuses a varbind.
   VarbindList unpack() const;
   bool empty() const { return octets_.empty(); }
 
@@ -33,9 +33,9 @@ class PackedVarbinds {
   std::vector<std::byte> octets_;
 };
 
-// The two ways in which the module sends.
+// The arguments of one of the two calls by which the module sends.
 struct Notification {
-  // Arguments of send_enterprise_trap_vars beside the varbinds.
+  // What send_enterprise_trap_vars takes besides the varbinds.
   struct Enterprise {
     int trap;
     int specific;
@@ -43,8 +43,8 @@ struct Notification {
   };
 
   PackedVarbinds varbinds;
-  std::optional<Enterprise> enterprise;  // absent: send_v3trap
-  std::optional<std::string> context;    // send_v3trap's second argument, absent when null
+  std::optional<Enterprise> enterprise;  // absent for send_v3trap
+  std::optional<std::string> context;    // send_v3trap's second argument; absent when null
 };
 
 }  // namespace tavo

@@ -17,24 +17,24 @@
 namespace tavo {
 namespace {
 
-constexpr int agentx_notify = 12;  // net-snmp installs no header with it
-// How long a master may take to acknowledge. net-snmp's own answer to silence is to send again after a second, and a
-// slow master would pass the same notification on twice.
+constexpr int agentx_notify = 12;  // no installed header defines it
+// How long a master may take to acknowledge. By default net-snmp sends again after a second, and a slow master then
+// passes the same notification on twice.
 constexpr long answer_seconds = 60;
 
-std::atomic<NotificationPath *> present_path = nullptr;
+std::atomic<NotificationPath *> current_path = nullptr;
 
-// What happened at the AgentX session while the loop handed a notification to net-snmp. Only the loop's thread.
+// What happened at the AgentX session while net-snmp sent a notification. Only the loop's thread uses it.
 struct AgentxAttempt {
   enum Outcome {
-    discarded,  // net-snmp found something wrong with the notification itself
-    sent,       // `request` numbers it
-    socket_broken,
+    Discarded,  // net-snmp refused the notification itself
+    Sent,       // as number `request`
+    SocketBroken,
   };
-  Outcome outcome = discarded;
+  Outcome outcome = Discarded;
   int request = 0;
 };
-AgentxAttempt *present_attempt = nullptr;
+AgentxAttempt *current_attempt = nullptr;
 
 int notify_answered(int operation, netsnmp_session * /*session*/, int request, netsnmp_pdu *answer, void * /*magic*/) {
   if (operation == NETSNMP_CALLBACK_OP_TIMED_OUT) {
@@ -42,9 +42,9 @@ int notify_answered(int operation, netsnmp_session * /*session*/, int request, n
   } else if (operation == NETSNMP_CALLBACK_OP_RECEIVED_MESSAGE && answer->errstat != 0) {
     snmp_log(LOG_WARNING, "the AgentX master refused a notification (error %ld)\n", answer->errstat);
   } else if (operation != NETSNMP_CALLBACK_OP_RECEIVED_MESSAGE) {
-    return 1;  // the session is ending, and link_down() follows
+    return 1;  // the session is ending; link_down() follows
   }
-  if (NotificationPath *path = present_path.load()) {
+  if (NotificationPath *path = current_path.load()) {
     path->queue().answered(request);
   }
   return 1;
@@ -68,10 +68,11 @@ void queue_is_readable(int /*descriptor*/, void *queue) {
   static_cast<NotificationQueue *>(queue)->turn();
 }
 
-// Called on the module's threads. A notification that finds no memory is counted as lost, as one that finds no room.
+// Called on the module's threads. Without memory for a copy, the notification counts as dropped, as when the queue is
+// full.
 template <class Make>
 void push_from_module(Make make) noexcept {
-  NotificationPath *path = present_path.load();
+  NotificationPath *path = current_path.load();
   if (path == nullptr) {
     return;
   }
@@ -88,11 +89,11 @@ NotificationPath::NotificationPath(std::size_t limit, bool agentx, LinkChanged l
     : agentx_(agentx),
       link_changed_(std::move(link_changed)),
       queue_(limit, [this](const Notification &notification) { return transmit(notification); }) {
-  present_path = this;
+  current_path = this;
 }
 
 NotificationPath::~NotificationPath() {
-  present_path = nullptr;
+  current_path = nullptr;
   unregister_readfd(queue_.descriptor());
   for (const int minor : {SNMPD_CALLBACK_INDEX_START, SNMPD_CALLBACK_INDEX_STOP}) {
     snmp_unregister_callback(SNMP_CALLBACK_APPLICATION, minor, session_changed, this, 1);
@@ -110,7 +111,7 @@ void NotificationPath::attach() {
   }
 }
 
-// net-snmp's subagent announces its session to the index allocation, and nowhere else.
+// net-snmp reports the opening and closing of the AgentX session only through these callbacks of its index allocation.
 int NotificationPath::session_changed(int /*major*/, int minor, void * /*session*/, void *self) {
   auto *path = static_cast<NotificationPath *>(self);
   const bool up = minor == SNMPD_CALLBACK_INDEX_START;
@@ -125,32 +126,29 @@ int NotificationPath::session_changed(int /*major*/, int minor, void * /*session
 
 Transmission NotificationPath::transmit(const Notification &notification) const {
   AgentxAttempt attempt;
-  present_attempt = &attempt;
+  current_attempt = &attempt;
   send_now(notification);
-  present_attempt = nullptr;
+  current_attempt = nullptr;
   switch (attempt.outcome) {
-    case AgentxAttempt::sent:
-      return {.outcome = Transmission::awaiting_answer, .request = attempt.request};
-    case AgentxAttempt::socket_broken:
-      return {.outcome = Transmission::link_broken};
-    case AgentxAttempt::discarded:
+    case AgentxAttempt::Sent:
+      return {.outcome = Transmission::AwaitingAnswer, .request = attempt.request};
+    case AgentxAttempt::SocketBroken:
+      return {.outcome = Transmission::LinkBroken};
+    case AgentxAttempt::Discarded:
       if (agentx_) {
-        snmp_log(LOG_ERR, "a notification was not acceptable to the AgentX session\n");
+        snmp_log(LOG_ERR, "net-snmp refused to send a notification to the AgentX master\n");
       }
       break;
   }
-  return {.outcome = Transmission::finished};
+  return {.outcome = Transmission::Finished};
 }
 
-}  // namespace tavo
-
-#pragma GCC visibility push(default)
 extern "C" {
 
-// What the module calls. The varbinds stay the caller's.
+// What the module calls. The caller keeps its varbinds.
 void send_v3trap(netsnmp_variable_list *vars, const char *context) {
-  tavo::push_from_module([&] {
-    tavo::Notification notification{.varbinds = tavo::PackedVarbinds(vars), .enterprise = {}, .context = {}};
+  push_from_module([&] {
+    Notification notification{.varbinds = PackedVarbinds(vars), .enterprise = {}, .context = {}};
     if (context != nullptr) {
       notification.context = context;
     }
@@ -160,33 +158,34 @@ void send_v3trap(netsnmp_variable_list *vars, const char *context) {
 
 void send_enterprise_trap_vars(int trap, int specific, const oid *enterprise, int enterprise_length,
                                netsnmp_variable_list *vars) {
-  tavo::push_from_module([&] {
-    return tavo::Notification{
-        .varbinds = tavo::PackedVarbinds(vars),
+  push_from_module([&] {
+    return Notification{
+        .varbinds = PackedVarbinds(vars),
         .enterprise = {{trap, specific, {enterprise, enterprise + enterprise_length}}},
         .context = {},
     };
   });
 }
 
-// Where net-snmp's notification code hands an AgentX notification to the session: the one place that shows whether it
-// left and under which number the master will acknowledge it.
+// net-snmp's notification code sends an AgentX notification through this call. Only here can the daemon see whether it
+// was sent, and under which number the master will acknowledge it.
 int snmp_async_send(netsnmp_session *session, netsnmp_pdu *pdu, netsnmp_callback callback, void *magic) {
-  static auto *const original = tavo::next_definition<decltype(::snmp_async_send)>("snmp_async_send");
-  tavo::AgentxAttempt *attempt = tavo::present_attempt;
-  if (attempt == nullptr || pdu->command != tavo::agentx_notify) {
+  static auto *const original = next_definition<decltype(::snmp_async_send)>("snmp_async_send");
+  AgentxAttempt *attempt = current_attempt;
+  if (attempt == nullptr || pdu->command != agentx_notify) {
     return original(session, pdu, callback, magic);
   }
   pdu->flags |= UCD_MSG_FLAG_PDU_TIMEOUT;
-  pdu->time = tavo::answer_seconds;
-  const int request = original(session, pdu, tavo::notify_answered, nullptr);
-  using enum tavo::AgentxAttempt::Outcome;
+  pdu->time = answer_seconds;
+  const int request = original(session, pdu, notify_answered, nullptr);
+  using enum AgentxAttempt::Outcome;
   if (request != 0) {
-    *attempt = {.outcome = sent, .request = request};
+    *attempt = {.outcome = Sent, .request = request};
   } else {
-    attempt->outcome = session->s_snmp_errno == SNMPERR_BAD_SENDTO ? socket_broken : discarded;
+    attempt->outcome = session->s_snmp_errno == SNMPERR_BAD_SENDTO ? SocketBroken : Discarded;
   }
   return request;
 }
 }
-#pragma GCC visibility pop
+
+}  // namespace tavo

@@ -1,4 +1,4 @@
-// The way of a notification from a module's thread through the agent's loop to the managers, or to the AgentX master.
+// Takes notifications from the module's threads through the agent's loop to the managers or the AgentX master.
 #pragma once
 
 #include <cstddef>
@@ -8,8 +8,8 @@
 
 namespace tavo {
 
-// Exactly one exists while the module is loaded; the daemon's exported send_v3trap and send_enterprise_trap_vars push
-// into it. Constructed, attached and destroyed on the loop's thread.
+// At most one exists at a time; the daemon's own send_v3trap and send_enterprise_trap_vars push into it, and drop what
+// they are given while there is none. Construct, attach and destroy it on the loop's thread.
 class NotificationPath {
  public:
   // Called on the loop's thread when the AgentX session opens (true) or ends (false).
@@ -20,7 +20,8 @@ class NotificationPath {
   NotificationPath(const NotificationPath &) = delete;
   NotificationPath &operator=(const NotificationPath &) = delete;
 
-  // Joins the agent's loop. After init_agent(), before init_snmp(), which may already open the session.
+  // Hooks the queue into the agent's loop. Call it after init_agent() and before init_snmp(), which may already open
+  // the session.
   void attach();
 
   NotificationQueue &queue() { return queue_; }

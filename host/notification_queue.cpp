@@ -6,9 +6,8 @@
 
 namespace tavo {
 
-NotificationQueue::NotificationQueue(std::size_t limit, Transmit transmit,
-                                     std::chrono::steady_clock::duration longest_standstill)
-    : limit_(limit), transmit_(std::move(transmit)), patience_(longest_standstill) {}
+NotificationQueue::NotificationQueue(std::size_t limit, Transmit transmit, std::chrono::steady_clock::duration patience)
+    : limit_(limit), transmit_(std::move(transmit)), patience_(patience) {}
 
 void NotificationQueue::push(Notification notification) {
   {
@@ -28,14 +27,14 @@ void NotificationQueue::push(Notification notification) {
 
 void NotificationQueue::wait_for_room(std::unique_lock<std::mutex> &lock) {
   if (std::this_thread::get_id() == loop_) {
-    return;  // nobody else would make room
+    return;  // only the loop makes room
   }
   while (waiting_.size() >= limit_ && link_is_up_) {
-    const auto given_up = standstill_began_ + patience_;
-    if (std::chrono::steady_clock::now() >= given_up) {
+    const auto deadline = standstill_began_ + patience_;
+    if (std::chrono::steady_clock::now() >= deadline) {
       return;
     }
-    room_.wait_until(lock, given_up);
+    room_.wait_until(lock, deadline);
   }
 }
 
@@ -53,14 +52,14 @@ void NotificationQueue::turn() {
       return;
     }
     const Transmission result = transmit_(*front);
-    if (result.outcome == Transmission::link_broken) {
+    if (result.outcome == Transmission::LinkBroken) {
       const std::lock_guard lock(mutex_);
       link_is_up_ = false;
       room_.notify_all();
       waiting_.push_front(*std::move(front));
       return;
     }
-    if (result.outcome == Transmission::awaiting_answer) {
+    if (result.outcome == Transmission::AwaitingAnswer) {
       in_flight_.push_back({result.request, *std::move(front)});
     }
   }
@@ -125,7 +124,7 @@ std::optional<Notification> NotificationQueue::take_front() {
 
 void NotificationQueue::report_drops() {
   const std::size_t total = dropped();
-  // One line when the loss begins and one for the rest when sending is possible again, not one per notification.
+  // One line for the first loss, and one for the rest once sending is possible again, instead of one a notification.
   if (total == reported_drops_ || (reported_drops_ != 0 && !link_is_up_)) {
     return;
   }

@@ -1,7 +1,7 @@
-// Where notifications wait for the agent's loop.
+// Holds notifications until the agent's loop sends them.
 //
-// net-snmp is not made for several threads: a notification sent in one while the agent serves requests in another is
-// sent twice, lost, or ends the agent. So the module's threads push here, and only the loop sends.
+// net-snmp is not thread-safe: a notification sent on one thread while the agent serves requests on another is sent
+// twice, gets lost or crashes the agent. So the module's threads push here, and only the loop sends.
 #pragma once
 
 #include <atomic>
@@ -18,12 +18,12 @@
 
 namespace tavo {
 
-// What became of an attempt to send.
+// The outcome of an attempt to send.
 struct Transmission {
   enum Outcome {
-    finished,         // gone, or refused for good: nothing more to do
-    awaiting_answer,  // the AgentX master will answer request number `request`
-    link_broken,      // not sent: there is no session
+    Finished,        // sent, or refused for good
+    AwaitingAnswer,  // the AgentX master will answer request number `request`
+    LinkBroken,      // not sent: there is no session
   };
   Outcome outcome;
   int request = 0;
@@ -31,40 +31,40 @@ struct Transmission {
 
 class NotificationQueue {
  public:
-  // At most this many are sent in one turn of the loop and at most this many are unanswered. Both sides of an AgentX
-  // session write blockingly: sent in one burst over a Unix socket, some 220 notifications stop master and subagent
-  // for good, each waiting for the other to read.
+  // The most that one turn of the loop sends, and the most that may be unanswered. Both ends of an AgentX session block
+  // when they write: about 220 notifications in one burst over a Unix socket stop master and subagent for good, each
+  // waiting for the other to read.
   static constexpr std::size_t burst = 50;
 
-  // How long a full queue may stand still before it is taken for stuck. A request may wait some 25 s for a table that
-  // is being rebuilt, and the loop with it.
-  static constexpr std::chrono::seconds patience{30};
+  // How long a full queue may make no progress before it counts as stuck. A request may wait about 25 s for a table
+  // that is being rebuilt, and the loop waits with it.
+  static constexpr std::chrono::seconds default_patience{30};
 
   using Transmit = std::function<Transmission(const Notification &)>;
 
-  // Constructed on the thread of the agent's loop. `limit` bounds what waits. The link is down at first.
+  // Construct it on the thread of the agent's loop. `limit` bounds how many wait. The link starts down.
   NotificationQueue(std::size_t limit, Transmit transmit,
-                    std::chrono::steady_clock::duration longest_standstill = patience);
+                    std::chrono::steady_clock::duration patience = default_patience);
 
-  // Any thread. While the queue is full and moves, a thread other than the loop's waits for room, so that a burst of
-  // notifications is paced and not thinned out. While the link is down, or the queue is stuck, nobody waits and the
-  // oldest is dropped, since the newest tells the present state.
+  // Any thread. If the queue is full but moving, a thread other than the loop's waits for room, so a burst is slowed
+  // down and nothing is lost. If the link is down or the queue is stuck, nobody waits and the oldest notification is
+  // dropped, because the newest ones show the current state.
   void push(Notification notification);
-  // Any thread: one that could not even be copied.
+  // Any thread. Counts a notification as dropped because it could not be copied.
   void count_lost() noexcept;
 
-  // The rest belongs to the thread of the agent's loop.
+  // Everything below belongs to the thread of the agent's loop.
 
   // Readable when turn() has something to do.
   int descriptor() const { return wake_.get(); }
   void turn();
-  // The master answered, or will not.
+  // The master answered, or no longer will.
   void answered(int request);
   void link_up();
-  // What was sent but not answered goes back to the front, in order: a master that died may not have seen it.
+  // Puts unanswered notifications back at the front, in order: a master that died may not have seen them.
   void link_down();
   bool linked() const { return link_is_up_; }
-  // Nothing waits and nothing is unanswered.
+  // Nothing waits, and nothing is unanswered.
   bool idle() const;
   std::size_t waiting() const;
   // Dropped since the start.
@@ -88,16 +88,16 @@ class NotificationQueue {
   const EventDescriptor wake_;
 
   mutable std::mutex mutex_;
-  std::condition_variable room_;  // one was taken from the front, or the link went down
+  std::condition_variable room_;  // signalled when the queue shrinks or the link goes down
   // Guarded by mutex_.
   std::deque<Notification> waiting_;
   std::size_t dropped_ = 0;
-  // Since when nothing has been taken although something waits; of no meaning while nothing does.
+  // When a notification was last taken, or when the first one started to wait. Meaningless while the queue is empty.
   std::chrono::steady_clock::time_point standstill_began_ = std::chrono::steady_clock::now();
 
   std::atomic<bool> link_is_up_ = false;  // written by the loop's thread
 
-  // Only the loop's thread.
+  // Used by the loop's thread only.
   std::deque<InFlight> in_flight_;
   std::size_t reported_drops_ = 0;
 };

@@ -8,18 +8,20 @@
 #include <algorithm>
 #include <string_view>
 
+#include "host/name.h"
+
 namespace tavo {
 namespace {
 
 constexpr const char *closing_lines =
-    "Log options (-L) are net-snmp's: -Le (stderr), -Lo (stdout), -Lf FILE, -Ls FACILITY, and the capitals that\n"
-    "take a level first: -LO 7, -LF 0-6 FILE.\n"
-    "Signals: SIGTERM and SIGINT stop, SIGHUP reads the configuration and the chassis block again,\n"
+    "Log options (-L) are net-snmp's: -Le (stderr), -Lo (stdout), -Lf FILE, -Ls FACILITY; capital letters take a\n"
+    "level first: -LO 7, -LF 0-6 FILE.\n"
+    "Signals: SIGTERM and SIGINT stop the daemon, SIGHUP reloads the configuration and the chassis block,\n"
     "SIGUSR1 sends a test notification.\n"
-    "Exit status: 0 stopped on request, 1 system failure, 2 bad option, 3 configuration or chassis block missing,\n"
-    "4 platform library missing, 5 module missing, 6 symbol missing, 7 listening address cannot be opened.";
+    "Exit status: 0 stopped on request, 1 system failure, 2 bad option, 3 configuration or chassis block unreadable,\n"
+    "4 platform library missing, 5 module missing, 6 symbol missing, 7 cannot listen on an address.";
 
-// CLI11 marks the start of each further -L with an empty word.
+// CLI11 puts an empty word in front of each further -L.
 std::vector<std::vector<std::string>> split_occurrences(const std::vector<std::string> &words) {
   std::vector<std::vector<std::string>> occurrences;
   bool starts = true;
@@ -37,14 +39,14 @@ std::vector<std::vector<std::string>> split_occurrences(const std::vector<std::s
   return occurrences;
 }
 
-// Options whose words need a second look.
-struct Words {
+// Options that need more than CLI11's own conversion.
+struct RawOptions {
   std::vector<std::string> log;
-  std::vector<std::string> debug;
+  std::string debug;
   CLI::Option *debug_option = nullptr;
 };
 
-void add_options(CLI::App &app, Options &options, Words &words) {
+void add_options(CLI::App &app, Options &options, RawOptions &raw) {
   app.add_flag("-f", options.foreground, "Stay in the foreground");
   CLI::Option *agentx =
       app.add_option("-x", options.agentx_address, "Address of the AgentX master")->type_name("ADDRESS");
@@ -54,32 +56,33 @@ void add_options(CLI::App &app, Options &options, Words &words) {
       ->expected(1)
       ->take_all()
       ->delimiter(',');
-  app.add_option("-L", words.log, "Where to log, see below")
+  app.add_option("-L", raw.log, "Where to log; see below")
       ->type_name("OPTION")
       ->expected(1, 3)
       ->take_all()
       ->inject_separator();
-  words.debug_option = app.add_option("-D", words.debug, "Trace these tokens (all of them when none is named)")
-                           ->type_name("TOKEN,...")
-                           ->expected(0, 1)
-                           ->take_all();
+  raw.debug_option = app.add_option("-D", raw.debug, "Trace these tokens, or all without any")
+                         ->type_name("TOKEN,...")
+                         ->expected(0, 1)
+                         ->join(',');
   app.add_option("-p", options.pid_file, "Write the process id to this file")->type_name("FILE");
   app.add_option("--module", options.module, "The module to load")->capture_default_str()->type_name("PATH");
   app.add_option("--platform", options.platforms, "Platform library to load before the module (repeatable)")
       ->type_name("LIB")
       ->expected(1)
       ->take_all();
-  app.add_option("--listen", options.listen, "Be an agent of its own on this address (repeatable)")
+  app.add_option("--listen", options.listen, "Run stand-alone and listen on this address (repeatable)")
       ->type_name("ADDRESS")
       ->expected(1)
       ->take_all()
       ->excludes(agentx);
-  app.add_option("--notification-limit", options.notification_limit, "Notifications kept while they cannot be sent")
+  app.add_option("--notification-limit", options.notification_limit,
+                 "How many notifications to keep while they cannot be sent")
       ->capture_default_str()
       ->type_name("COUNT")
       ->check(CLI::Range(std::size_t{1}, std::size_t{1'000'000}));
   app.add_option("--chassis-block", options.chassis_block,
-                 "Start the chassis link (TCP port 25678) and send it this file's content")
+                 "Start the chassis link (TCP port 25678), which sends this file's content")
       ->type_name("FILE")
       ->check([](const std::string &file) { return std::string(file.empty() ? "a file name is needed" : ""); });
 }
@@ -95,34 +98,34 @@ bool Options::logs_to_output() const {
 CommandLine parse_command_line(int argc, const char *const *argv) {
   CommandLine result;
   Options &options = result.options;
-  Words words;
+  RawOptions raw;
 
   CLI::App app(
-      "The SNMP subagent of the management controller: loads the extension MIB module and serves it, as an AgentX\n"
-      "subagent of the system's SNMP agent or, with --listen, as an agent of its own.",
-      "snmp-subagentd");
+      "The SNMP subagent of the management controller. Loads the extension MIB module and serves it as an AgentX\n"
+      "subagent of the system's SNMP agent or, with --listen, as a stand-alone agent.",
+      daemon_name);
   app.footer(closing_lines);
-  app.set_help_flag("-h,--help", "Print this and leave");
+  app.set_help_flag("-h,--help", "Print this help");
   app.set_version_flag("-v,--version",
-                       "snmp-subagentd " SUBAGENTD_VERSION " (net-snmp " + std::string(netsnmp_get_version()) + ")",
-                       "Print the version and leave");
-  add_options(app, options, words);
+                       std::string(daemon_name) + " " SUBAGENTD_VERSION " (net-snmp " + netsnmp_get_version() + ")",
+                       "Print the version");
+  add_options(app, options, raw);
 
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp &) {
-    result.leave = ExitStatus::ok;
+    result.leave = ExitStatus::Ok;
     result.text = app.help();
   } catch (const CLI::CallForVersion &version) {
-    result.leave = ExitStatus::ok;
+    result.leave = ExitStatus::Ok;
     result.text = version.what() + std::string("\n");
   } catch (const CLI::ParseError &error) {
-    result.leave = ExitStatus::usage;
-    result.text = std::string("snmp-subagentd: ") + error.what() + "\nTry 'snmp-subagentd -h'.\n";
+    result.leave = ExitStatus::Usage;
+    result.text = std::string(daemon_name) + ": " + error.what() + "\nTry '" + daemon_name + " -h'.\n";
   }
-  options.log = split_occurrences(words.log);
-  if (words.debug_option->count() > 0) {
-    options.debug_tokens = CLI::detail::join(words.debug, ",");
+  options.log = split_occurrences(raw.log);
+  if (raw.debug_option->count() > 0) {
+    options.debug_tokens = raw.debug;
   }
   return result;
 }

@@ -1,4 +1,4 @@
-// The command line: snmpd's own letters where snmpd has them, long options for what is ours.
+// The command line: snmpd's letters for the options that snmpd has, long options for the daemon's own.
 #pragma once
 
 #include <cstddef>
@@ -14,23 +14,22 @@ struct Options {
   bool foreground = false;                        // -f
   bool skip_default_configuration = false;        // -C
   std::vector<std::string> configuration_files;   // -c, in the order given
-  std::vector<std::vector<std::string>> log;      // one element per -L: its letter, then the words after it
-  std::optional<std::string> debug_tokens;        // -D; empty text: everything
-  std::string pid_file;                           // -p; empty: none
-  std::string agentx_address;                     // -x; empty: net-snmp's default
-  std::vector<std::string> listen;                // --listen; empty: an AgentX subagent
-  std::vector<std::string> platforms;             // --platform, loaded in this order
+  std::vector<std::vector<std::string>> log;      // -L; for each, its letter and the words after it
+  std::optional<std::string> debug_tokens;        // -D; empty text means all tokens
+  std::string pid_file;                           // -p; empty means none
+  std::string agentx_address;                     // -x; empty means net-snmp's default
+  std::vector<std::string> listen;                // --listen; empty means an AgentX subagent
+  std::vector<std::string> platforms;             // --platform, in loading order
   std::string module = "libsnmpextmibmodule.so";  // --module
   std::size_t notification_limit = 16384;         // --notification-limit
-  std::string chassis_block;                      // --chassis-block; empty: no chassis link
+  std::string chassis_block;                      // --chassis-block; empty means no chassis link
 
   bool stand_alone() const { return !listen.empty(); }
-  // Whether an -L names standard output or error.
+  // Whether an -L names standard output or standard error.
   bool logs_to_output() const;
 };
 
-// The parsed options, or, when the command line asks for nothing more (-h, -v) or is wrong, the text to print and the
-// status to leave with.
+// The parsed options. For -h, -v and a bad command line, the text to print and the exit status instead.
 struct CommandLine {
   Options options;
   std::optional<ExitStatus> leave;

@@ -18,13 +18,9 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// A stop takes at most 5 s for the module's threads and 1 s for the last notifications. Beyond this the loop itself is
-// stuck, most likely in a request that waits for a table being rebuilt.
-constexpr auto longest_stop = std::chrono::seconds(8);
-
 constexpr unsigned char watcher_must_end = 0;
 
-// Signal numbers, one octet each, on their way from the handler to the watcher.
+// Carries signal numbers, one octet each, from the handler to the watcher.
 std::array<int, 2> channel = {-1, -1};
 
 void pass_on(int signal_number) {
@@ -45,7 +41,8 @@ void handle(int signal_number, void (*handler)(int)) {
 
 }  // namespace
 
-Signals::Signals(std::function<void()> leave_at_once) : leave_at_once_(std::move(leave_at_once)) {
+Signals::Signals(std::chrono::seconds longest_stop, std::function<void()> leave_at_once)
+    : longest_stop_(longest_stop), leave_at_once_(std::move(leave_at_once)) {
   if (pipe2(channel.data(), O_CLOEXEC | O_NONBLOCK) != 0) {
     throw std::system_error(errno, std::generic_category(), "pipe");
   }
@@ -54,7 +51,7 @@ Signals::Signals(std::function<void()> leave_at_once) : leave_at_once_(std::move
   sigaddset(&test_signal, SIGUSR1);
   pthread_sigmask(SIG_BLOCK, &test_signal, nullptr);
   watcher_ = std::thread([this] { watch(); });
-  // An empty handler, not SIG_IGN, which the module's shell commands would inherit.
+  // An empty handler instead of SIG_IGN, which the module's shell commands would inherit.
   handle(SIGPIPE, ignore);
   for (const int signal_number : {SIGTERM, SIGINT, SIGHUP}) {
     handle(signal_number, pass_on);
@@ -96,7 +93,7 @@ void Signals::watch() {
     } else if (stop_requested_.exchange(true)) {
       leave_at_once_();
     } else {
-      deadline = Clock::now() + longest_stop;
+      deadline = Clock::now() + longest_stop_;
     }
     changed_.signal();
   }

@@ -1,8 +1,9 @@
-// What the daemon does about signals. SIGUSR1 belongs to the test-notification thread, which waits for it with
-// sigwait(): it is blocked in every thread. SIGTERM, SIGINT and SIGHUP set what the loop looks at, and wake it.
+// The daemon's signal handling. SIGTERM, SIGINT and SIGHUP set flags and wake the loop, which reads them. SIGUSR1
+// belongs to the test-notification thread, which waits for it in sigwait(), so it is blocked in every thread.
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <thread>
 
@@ -12,23 +13,24 @@ namespace tavo {
 
 class Signals {
  public:
-  // To be constructed before any other thread exists, so that all inherit the mask. `leave_at_once` ends the process;
-  // it is called on a thread of its own when the stop that a signal asked for is not over in time, or when a second
-  // such signal comes. Throws std::system_error.
-  explicit Signals(std::function<void()> leave_at_once);
+  // Construct it before any other thread exists, so that all threads inherit the mask. `leave_at_once` must end the
+  // process: a thread of its own calls it when shutdown takes longer than `longest_stop`, or when a second SIGTERM or
+  // SIGINT arrives. Throws std::system_error.
+  Signals(std::chrono::seconds longest_stop, std::function<void()> leave_at_once);
   ~Signals();
   Signals(const Signals &) = delete;
   Signals &operator=(const Signals &) = delete;
 
   bool stop_requested() const { return stop_requested_; }
-  // True once for each SIGHUP, or for several that came together.
+  // True once for each SIGHUP; several that arrive together count as one.
   bool take_reload() { return reload_requested_.exchange(false); }
-  // Readable when one of the two may have changed.
+  // Readable when either may have changed.
   const EventDescriptor &changed() const { return changed_; }
 
  private:
   void watch();
 
+  const std::chrono::seconds longest_stop_;
   const std::function<void()> leave_at_once_;
   const EventDescriptor changed_;
   std::atomic<bool> stop_requested_ = false;

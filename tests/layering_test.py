@@ -16,7 +16,7 @@ BELOW = {
     "refresh": {"core", "sources", "platform", "tables"},
     "threads": {"core", "sources", "platform", "tables", "refresh"},
     "module": {"core", "sources", "platform", "tables", "refresh", "threads"},
-    "host": {"core", "platform", "module"},
+    "host": {"core", "platform", "threads", "module"},
     "simulator": {"core", "platform"},
 }
 

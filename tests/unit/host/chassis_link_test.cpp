@@ -36,7 +36,7 @@ using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-// What a module exports, and what became of its thread.
+// What a module exports, and how often its thread was created, stopped and joined.
 struct FakeModule {
   int created = 0;
   int stopped = 0;
@@ -51,7 +51,7 @@ struct FakeModule {
 
 FakeModule *module = nullptr;
 
-// The lines logged, level first.
+// Records log lines, each with its level in front.
 class Log {
  public:
   Log() {
@@ -112,7 +112,7 @@ class ChassisLinkTest : public testing::Test {
     };
   }
 
-  // By renaming, so that a reader sees one content or the other.
+  // Renames a draft into place, so that a reader sees either the old content or the new one.
   void write(const std::string &content) const {
     const auto draft = directory_ / "draft";
     std::ofstream(draft, std::ios::binary) << content;
@@ -130,19 +130,19 @@ class ChassisLinkTest : public testing::Test {
     return eventually([&] { return block() == content; });
   }
 
-  // Waits until a file has been read to its end since the last call.
+  // Waits until a file in the directory has been read and closed since the last call.
   bool file_is_read() const {
     pollfd readable{.fd = reads_, .events = POLLIN, .revents = 0};
     std::array<char, 4096> events{};
     return poll(&readable, 1, 10'000) == 1 && read(reads_, events.data(), events.size()) > 0;
   }
 
-  // What the user is told when the link cannot be made.
+  // The message for a link that cannot be constructed.
   std::string refusal() {
     try {
       const ChassisLink link(exports(), file_);
     } catch (const StartFailure &failure) {
-      EXPECT_EQ(failure.status(), ExitStatus::configuration);
+      EXPECT_EQ(failure.status(), ExitStatus::Configuration);
       return failure.what();
     }
     return "";
@@ -160,7 +160,7 @@ class ChassisLinkTest : public testing::Test {
   const Log log_;
 };
 
-TEST_F(ChassisLinkTest, TheModuleHasTheBlockBeforeItsThreadStartsAndNotAfterTheLink) {
+TEST_F(ChassisLinkTest, TheModuleHasTheBlockAsLongAsTheLinkExists) {
   const std::string content("\0a block\n\xff", 10);
   write(content);
   {
@@ -177,7 +177,7 @@ TEST_F(ChassisLinkTest, TheModuleHasTheBlockBeforeItsThreadStartsAndNotAfterTheL
   EXPECT_EQ(fake_.block_size, 0);
 }
 
-TEST_F(ChassisLinkTest, ALinkThatIsNotStartedIsNotStoppedEither) {
+TEST_F(ChassisLinkTest, ALinkThatWasNotStartedIsNotStopped) {
   write("block");
   { const ChassisLink link(exports(), file_); }
   EXPECT_EQ(fake_.stopped + fake_.joined, 0);
@@ -190,7 +190,7 @@ TEST_F(ChassisLinkTest, AnEmptyFileIsABlockOfNoOctets) {
   EXPECT_EQ(fake_.block_size, 0);
 }
 
-TEST_F(ChassisLinkTest, AFileThatIsNoneIsRefusedByName) {
+TEST_F(ChassisLinkTest, WhatIsNotARegularFileIsRefusedByName) {
   EXPECT_THAT(refusal(), AllOf(HasSubstr(file_), HasSubstr("No such file or directory")));
   std::filesystem::create_directory(file_);
   EXPECT_THAT(refusal(), AllOf(HasSubstr(file_), HasSubstr("not a regular file")));
@@ -199,7 +199,7 @@ TEST_F(ChassisLinkTest, AFileThatIsNoneIsRefusedByName) {
   EXPECT_THAT(refusal(), AllOf(HasSubstr(file_), HasSubstr("not a regular file")));
 }
 
-TEST_F(ChassisLinkTest, ABlockMayHaveSixteenMebibytesAndNotOneOctetMore) {
+TEST_F(ChassisLinkTest, ABlockMayHaveSixteenMebibytesAndNoMore) {
   write("");
   std::filesystem::resize_file(file_, ChassisLink::largest_block);
   {
@@ -210,21 +210,21 @@ TEST_F(ChassisLinkTest, ABlockMayHaveSixteenMebibytesAndNotOneOctetMore) {
   EXPECT_THAT(refusal(), AllOf(HasSubstr(file_), HasSubstr("larger than 16777216 octets")));
 }
 
-TEST_F(ChassisLinkTest, AThreadThatCannotBeCreatedEndsTheStart) {
+TEST_F(ChassisLinkTest, TheStartFailsWhenAThreadCannotBeCreated) {
   write("block");
   fake_.create_result = -1;
   ChassisLink link(exports(), file_);
   EXPECT_THROW(link.start(), StartFailure);
 }
 
-TEST_F(ChassisLinkTest, WithoutAThreadToReplaceTheBlockTheLinksThreadIsNotCreatedEither) {
+TEST_F(ChassisLinkTest, WithoutAReplacerTheLinksThreadIsNotCreated) {
   write("block");
   ChassisLink link(exports(), file_);
   pthread_attr_t attributes;
   ASSERT_EQ(pthread_getattr_default_np(&attributes), 0);
   std::size_t stack_size = 0;
   pthread_attr_getstacksize(&attributes, &stack_size);
-  pthread_attr_setstacksize(&attributes, std::size_t{1} << 47);  // more than there are addresses
+  pthread_attr_setstacksize(&attributes, std::size_t{1} << 47);  // larger than the address space
   pthread_setattr_default_np(&attributes);
   EXPECT_THROW(link.start(), StartFailure);
   pthread_attr_setstacksize(&attributes, stack_size);
@@ -233,7 +233,7 @@ TEST_F(ChassisLinkTest, WithoutAThreadToReplaceTheBlockTheLinksThreadIsNotCreate
   EXPECT_EQ(fake_.created, 0);
 }
 
-TEST_F(ChassisLinkTest, ReloadingReplacesTheBlockAndSaysSo) {
+TEST_F(ChassisLinkTest, AReloadReplacesTheBlockAndLogsIt) {
   write("first");
   ChassisLink link(exports(), file_);
   link.start();
@@ -250,7 +250,7 @@ TEST_F(ChassisLinkTest, ReloadingReplacesTheBlockAndSaysSo) {
                                         "6 the chassis link's block is 5" + from + " now\n"));
 }
 
-TEST_F(ChassisLinkTest, AFileThatCannotBeReadAgainLeavesTheBlockWithAWarning) {
+TEST_F(ChassisLinkTest, AnUnreadableFileLeavesTheBlockAndLogsAWarning) {
   write("first");
   ChassisLink link(exports(), file_);
   link.start();
@@ -279,7 +279,7 @@ class ChassisLinkUnderASendTest : public ChassisLinkTest {
 
   void end_send() { pthread_mutex_unlock(&fake_.lock); }
 
-  // Has the daemon read a new content, which has to wait for the send.
+  // Makes the link read new content, which then waits for the send to end.
   void reload(const char *content) {
     write(content);
     link_->reload();
@@ -291,7 +291,7 @@ class ChassisLinkUnderASendTest : public ChassisLinkTest {
   std::optional<ChassisLink> link_;
 };
 
-TEST_F(ChassisLinkUnderASendTest, TheBlockIsReplacedAfterwardsByTheNewestContent) {
+TEST_F(ChassisLinkUnderASendTest, TheNewestContentReplacesTheBlockAfterwards) {
   for (const char *content : {"second", "third", "fourth"}) {
     reload(content);
   }
@@ -299,10 +299,10 @@ TEST_F(ChassisLinkUnderASendTest, TheBlockIsReplacedAfterwardsByTheNewestContent
   end_send();
   EXPECT_TRUE(becomes("fourth"));
   stop(*link_);
-  EXPECT_EQ(log_.lines().size(), 2U) << "those in between were never the block";
+  EXPECT_EQ(log_.lines().size(), 2U) << "the contents in between never became the block";
 }
 
-TEST_F(ChassisLinkUnderASendTest, AFileThatVanishesAfterItsContentWasReadChangesNothing) {
+TEST_F(ChassisLinkUnderASendTest, AFileRemovedAfterItWasReadChangesNothing) {
   reload("second");
   std::filesystem::remove(file_);
   link_->reload();
@@ -312,17 +312,17 @@ TEST_F(ChassisLinkUnderASendTest, AFileThatVanishesAfterItsContentWasReadChanges
   stop(*link_);
 }
 
-TEST_F(ChassisLinkUnderASendTest, TheStopDoesNotWaitForIt) {
+TEST_F(ChassisLinkUnderASendTest, TheStopDoesNotWaitForTheSend) {
   reload("second");
   stop(*link_);
   EXPECT_EQ(block_being_sent(), "first");
   end_send();
 }
 
-TEST_F(ChassisLinkTest, WakingEndsWhatIsSentAndWhatIsAwaited) {
+TEST_F(ChassisLinkTest, WakingShutsBothSocketsDown) {
   write("block");
   ChassisLink link(exports(), file_);
-  link.wake();  // no descriptor yet, no harm
+  link.wake();  // harmless without a descriptor
   std::array<int, 2> first{};
   std::array<int, 2> second{};
   ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, first.data()), 0);
@@ -341,9 +341,9 @@ TEST_F(ChassisLinkTest, WakingEndsWhatIsSentAndWhatIsAwaited) {
   fake_.listener = fake_.connection = -1;
 }
 
-// As when the daemon's start fails after the link's: nobody has waited for the link's thread, which accepts a peer just
-// when it is woken, and sends to it.
-TEST_F(ChassisLinkTest, TheEndOfTheLinkEndsASendThatBeginsMeanwhile) {
+// The daemon's start may fail after the link has started. Nobody has joined the link's thread then, and it may accept a
+// peer and send to it just as it is woken.
+TEST_F(ChassisLinkTest, DestructionCutsOffASendThatJustBegins) {
   write("block");
   std::array<int, 2> listener{};
   std::array<int, 2> connection{};

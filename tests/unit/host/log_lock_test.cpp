@@ -1,4 +1,4 @@
-// The daemon's snmp_log, debugmsg and debugmsgtoken, called by several threads at once.
+// Several threads call the daemon's snmp_log, debugmsg and debugmsgtoken at once.
 #include <net-snmp/net-snmp-config.h>
 
 #include <net-snmp/net-snmp-includes.h>
@@ -18,6 +18,7 @@
 
 #include "tests/harness/threaded.h"
 
+namespace tavo {
 namespace {
 
 using testing::IsEmpty;
@@ -26,13 +27,13 @@ constexpr int threads = 4;
 constexpr int rounds = 500;
 constexpr const char *token = "log_lock_test";
 
-// Locks nothing, as net-snmp's own log handlers lock nothing: only the daemon's functions keep the threads apart here.
+// Unlocked on purpose, like net-snmp's own log handlers: only the daemon's functions keep the threads apart.
 std::vector<std::string> lines;
 bool answers_itself = false;
 
 int record_line(netsnmp_log_handler *, int, const char *text) {
   lines.emplace_back();
-  std::this_thread::yield();  // another thread that can come in does
+  std::this_thread::yield();  // gives another thread the chance to interfere
   lines.back() = text;
   if (answers_itself && std::string_view(text).starts_with("log")) {
     snmp_log(LOG_INFO, "heard %s", text);
@@ -55,7 +56,7 @@ class LogLockTest : public testing::Test {
     netsnmp_remove_loghandler(handler_);
   }
 
-  // Calls `round` with the number of the thread and of the round, on all threads at once.
+  // Calls `round` on all threads at once, with the number of the thread and of the round.
   static void on_all_threads(const std::function<void(int thread, int round)> &round) {
     std::array<std::thread, threads> running;
     std::latch start(threads);
@@ -76,7 +77,7 @@ class LogLockTest : public testing::Test {
   netsnmp_log_handler *handler_;
 };
 
-// Long enough, now and then, not to fit the buffers that net-snmp and the daemon have at hand.
+// One in ten overflows the fixed buffers of net-snmp and the daemon.
 std::string filling(int thread, int round) {
   return std::string(round % 10 == 0 ? 3000 : 30, static_cast<char>('a' + thread));
 }
@@ -90,7 +91,8 @@ void log_line(int thread, int round) {
   snmp_log(LOG_INFO, "log %d %d %s\n", thread, round, filling(thread, round).c_str());
 }
 
-// The lines that were recorded and not expected or the other way round, with how many more there are than should be.
+// The lines that were recorded more or less often than expected, each with its surplus (negative when lines are
+// missing).
 std::map<std::string, int> difference(const std::vector<std::string> &expected) {
   std::map<std::string, int> counts;
   for (const std::string &text : lines) {
@@ -115,7 +117,7 @@ std::vector<std::string> lines_of_all(const std::vector<const char *> &kinds) {
   return expected;
 }
 
-TEST_F(LogLockTest, LinesAndTracesOfSeveralThreadsArriveWholeAndOnceEach) {
+TEST_F(LogLockTest, LinesAndTracesArriveWholeAndOnceEach) {
   on_all_threads([](int thread, int round) {
     log_line(thread, round);
     debugmsgtoken(token, "trace %d %d %s\n", thread, round, filling(thread, round).c_str());
@@ -143,8 +145,9 @@ TEST_F(LogLockTest, ALogHandlerMayLogItself) {
   on_all_threads(log_line);
   EXPECT_THAT(difference(lines_of_all({"log", "heard log"})), IsEmpty());
   for (std::size_t i = 0; i + 1 < lines.size(); i += 2) {
-    ASSERT_EQ(lines[i + 1], "heard " + lines[i]) << "nobody comes between a line and what its handler says";
+    ASSERT_EQ(lines[i + 1], "heard " + lines[i]) << "another thread came between a line and what its handler logs";
   }
 }
 
 }  // namespace
+}  // namespace tavo

@@ -31,18 +31,18 @@ bool readable(const NotificationQueue &queue) {
   return poll(&descriptor, 1, 0) == 1;
 }
 
-// A link that takes what it is given. Each transmission is a request numbered like its notification.
+// A link that accepts every notification. The request has the number of the notification.
 struct Link {
   Transmission operator()(const Notification &notification) {
     const int number = std::stoi(*notification.context);
     if (number == broken_at) {
-      return {.outcome = Transmission::link_broken};
+      return {.outcome = Transmission::LinkBroken};
     }
     sent.push_back(number);
     return {.outcome = outcome, .request = number};
   }
 
-  Transmission::Outcome outcome = Transmission::finished;
+  Transmission::Outcome outcome = Transmission::Finished;
   int broken_at = -1;
   std::vector<int> sent;
 };
@@ -85,7 +85,7 @@ TEST_F(NotificationQueueTest, APushWakesTheLoop) {
   EXPECT_TRUE(readable(queue));
 }
 
-TEST_F(NotificationQueueTest, SendsAtMostOneBurstInATurnAndAsksForAnother) {
+TEST_F(NotificationQueueTest, SendsOneBurstInATurnAndAsksForAnother) {
   queue.link_up();
   push(1, 120);
   queue.turn();
@@ -98,13 +98,13 @@ TEST_F(NotificationQueueTest, SendsAtMostOneBurstInATurnAndAsksForAnother) {
 }
 
 TEST_F(NotificationQueueTest, HoldsBackWhileOneBurstIsUnanswered) {
-  link.outcome = Transmission::awaiting_answer;
+  link.outcome = Transmission::AwaitingAnswer;
   queue.link_up();
   push(1, 60);
   queue.turn();
   queue.turn();
   EXPECT_EQ(link.sent, range(1, 50));
-  EXPECT_FALSE(readable(queue)) << "nothing to do until an answer comes: the loop must not spin";
+  EXPECT_FALSE(readable(queue)) << "the loop must not spin while it waits for an answer";
   queue.answered(1);
   queue.answered(2);
   EXPECT_TRUE(readable(queue));
@@ -113,7 +113,7 @@ TEST_F(NotificationQueueTest, HoldsBackWhileOneBurstIsUnanswered) {
 }
 
 TEST_F(NotificationQueueTest, IsIdleOnlyWhenEverythingIsAnswered) {
-  link.outcome = Transmission::awaiting_answer;
+  link.outcome = Transmission::AwaitingAnswer;
   queue.link_up();
   push(1, 2);
   queue.turn();
@@ -125,7 +125,7 @@ TEST_F(NotificationQueueTest, IsIdleOnlyWhenEverythingIsAnswered) {
 
 class FullQueueTest : public NotificationQueueTest {
  protected:
-  // Pushes 1 to `count` on a thread of the module's.
+  // Pushes 1 to `count` on another thread, as the module does.
   std::thread pusher(int count) {
     return std::thread([this, count] { push(1, count); });
   }
@@ -175,7 +175,7 @@ TEST_F(FullQueueTest, WaitingEndsWhenTheLinkGoesDown) {
   EXPECT_EQ(small_.dropped(), 5U);
 }
 
-TEST_F(FullQueueTest, AQueueThatStandsStillIsNotWaitedForLong) {
+TEST_F(FullQueueTest, NobodyWaitsLongForAQueueThatStandsStill) {
   impatient_.link_up();
   std::thread([this] {
     for (const int number : range(1, 15)) {
@@ -185,7 +185,7 @@ TEST_F(FullQueueTest, AQueueThatStandsStillIsNotWaitedForLong) {
   EXPECT_EQ(impatient_.dropped(), 5U);
 }
 
-TEST_F(FullQueueTest, ASilenceBeforeABurstIsNoStandstill) {
+TEST_F(FullQueueTest, ASilenceBeforeABurstIsNotAStandstill) {
   constexpr auto patience = std::chrono::milliseconds(100);
   NotificationQueue rested{10, [this](const Notification &notification) { return link(notification); }, patience};
   rested.link_up();
@@ -196,11 +196,11 @@ TEST_F(FullQueueTest, ASilenceBeforeABurstIsNoStandstill) {
       rested.push(numbered(number));
     }
   }).join();
-  EXPECT_GE(std::chrono::steady_clock::now() - begin, patience) << "the eleventh has to wait for room";
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, patience) << "the eleventh must wait for room";
 }
 
 TEST_F(NotificationQueueTest, AnAnswerToAnUnknownRequestChangesNothing) {
-  link.outcome = Transmission::awaiting_answer;
+  link.outcome = Transmission::AwaitingAnswer;
   queue.link_up();
   push(1, 1);
   queue.turn();
@@ -209,8 +209,8 @@ TEST_F(NotificationQueueTest, AnAnswerToAnUnknownRequestChangesNothing) {
   EXPECT_FALSE(readable(queue));
 }
 
-TEST_F(NotificationQueueTest, UnansweredOnesAreSentAgainInOrderAfterTheLinkWasDown) {
-  link.outcome = Transmission::awaiting_answer;
+TEST_F(NotificationQueueTest, UnansweredOnesAreSentAgainInOrder) {
+  link.outcome = Transmission::AwaitingAnswer;
   queue.link_up();
   push(1, 5);
   queue.turn();
@@ -225,8 +225,8 @@ TEST_F(NotificationQueueTest, UnansweredOnesAreSentAgainInOrderAfterTheLinkWasDo
   EXPECT_THAT(link.sent, ElementsAre(2, 4, 5, 6));
 }
 
-TEST_F(NotificationQueueTest, WhatABrokenLinkRefusedKeepsItsPlace) {
-  link.outcome = Transmission::awaiting_answer;
+TEST_F(NotificationQueueTest, ANotificationKeepsItsPlaceWhenTheLinkBreaks) {
+  link.outcome = Transmission::AwaitingAnswer;
   link.broken_at = 3;
   queue.link_up();
   push(1, 4);
@@ -234,7 +234,7 @@ TEST_F(NotificationQueueTest, WhatABrokenLinkRefusedKeepsItsPlace) {
   EXPECT_THAT(link.sent, ElementsAre(1, 2));
   EXPECT_FALSE(queue.linked());
   queue.turn();
-  EXPECT_THAT(link.sent, ElementsAre(1, 2)) << "a broken link is left alone until it is up again";
+  EXPECT_THAT(link.sent, ElementsAre(1, 2)) << "a broken link is not used until it is up again";
   link.broken_at = -1;
   queue.link_down();
   link.sent.clear();
@@ -254,13 +254,13 @@ TEST_F(NotificationQueueTest, BeyondTheLimitTheOldestIsDroppedAndCounted) {
   EXPECT_EQ(link.sent, range(4, 1000));
 }
 
-TEST_F(NotificationQueueTest, OneThatCouldNotBeCopiedIsCounted) {
+TEST_F(NotificationQueueTest, ANotificationThatCannotBeCopiedIsCounted) {
   queue.count_lost();
   EXPECT_EQ(queue.dropped(), 1U);
 }
 
 // Run under ThreadSanitizer too.
-TEST(NotificationQueueThreads, SeveralThreadsPushWhileTheLoopSendsAndEachKeepsItsOrder) {
+TEST(NotificationQueueThreads, EachThreadsNotificationsKeepTheirOrder) {
   constexpr int threads = 4;
   constexpr int each = 5000;
   constexpr std::size_t all = std::size_t{threads} * each;
@@ -268,7 +268,7 @@ TEST(NotificationQueueThreads, SeveralThreadsPushWhileTheLoopSendsAndEachKeepsIt
   NotificationQueue queue(all, [&](const Notification &notification) {
     const int number = std::stoi(*notification.context);
     received[static_cast<std::size_t>(number / each)].push_back(number % each);
-    return Transmission{.outcome = Transmission::finished};
+    return Transmission{.outcome = Transmission::Finished};
   });
   std::vector<std::thread> producers;
   producers.reserve(threads);

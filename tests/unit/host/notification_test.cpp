@@ -37,7 +37,7 @@ void expect_equal(const netsnmp_variable_list *one, const netsnmp_variable_list 
   EXPECT_EQ(one, other) << "the lists differ in length";
 }
 
-TEST_F(PackedVarbindsTest, EveryTypeOfAFaultNotificationComesBackAsItWas) {
+TEST_F(PackedVarbindsTest, EveryTypeInAFaultNotificationIsPreserved) {
   const long negative = -5;
   const unsigned long large = 4'294'967'295;
   const counter64 wide{.high = 1, .low = 4'294'967'295};
@@ -56,7 +56,7 @@ TEST_F(PackedVarbindsTest, EveryTypeOfAFaultNotificationComesBackAsItWas) {
   expect_equal(packed.unpack().get(), list_.get());
 }
 
-TEST_F(PackedVarbindsTest, LongTextsAndOctetsOfEveryValueComeBack) {
+TEST_F(PackedVarbindsTest, LongTextsAndAllOctetsArePreserved) {
   std::string octets(4000, '\0');
   for (std::size_t i = 0; i < octets.size(); ++i) {
     octets[i] = static_cast<char>(i);
@@ -75,7 +75,7 @@ TEST_F(PackedVarbindsTest, TheCopyOutlivesTheCallersList) {
   EXPECT_EQ(std::string_view(reinterpret_cast<const char *>(unpacked->val.string), unpacked->val_len), "kept");
 }
 
-TEST_F(PackedVarbindsTest, NoVarbindsAreNoVarbinds) {
+TEST_F(PackedVarbindsTest, AnEmptyListStaysEmpty) {
   const PackedVarbinds packed(nullptr);
   EXPECT_TRUE(packed.empty());
   EXPECT_EQ(packed.unpack(), nullptr);
@@ -84,7 +84,7 @@ TEST_F(PackedVarbindsTest, NoVarbindsAreNoVarbinds) {
 TEST_F(PackedVarbindsTest, AVarbindThatNetSnmpRefusesMakesNoList) {
   add(ASN_OCTET_STR, "good", 4);
   add(ASN_OCTET_STR, "bad", 3);
-  list_->next_variable->type = ASN_COUNTER64;  // 3 octets are none
+  list_->next_variable->type = ASN_COUNTER64;  // which 3 octets cannot be
   const PackedVarbinds packed(list_.get());
   EXPECT_FALSE(packed.empty());
   EXPECT_EQ(packed.unpack(), nullptr);

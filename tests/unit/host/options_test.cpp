@@ -17,7 +17,7 @@ CommandLine parse(std::vector<const char *> arguments) {
   return parse_command_line(static_cast<int>(arguments.size()), arguments.data());
 }
 
-TEST(OptionsTest, WithoutArgumentsItIsABackgroundSubagentWithTheDefaultModule) {
+TEST(OptionsTest, TheDefaultIsABackgroundSubagent) {
   const CommandLine line = parse({});
   ASSERT_FALSE(line.leave);
   EXPECT_FALSE(line.options.foreground);
@@ -27,7 +27,7 @@ TEST(OptionsTest, WithoutArgumentsItIsABackgroundSubagentWithTheDefaultModule) {
   EXPECT_FALSE(line.options.debug_tokens);
 }
 
-TEST(OptionsTest, TakesSnmpdsLetters) {
+TEST(OptionsTest, AcceptsTheLettersOfSnmpd) {
   const CommandLine line =
       parse({"-f", "-C", "-c", "a.conf", "-x", "unix:/run/agentx", "-p", "/run/pid", "-Dtrap,ssl"});
   ASSERT_FALSE(line.leave) << line.text;
@@ -51,7 +51,7 @@ TEST(OptionsTest, TracingWithoutTokensMeansAllOfThem) {
   EXPECT_EQ(parse({"-D", "-f"}).options.debug_tokens, "");
 }
 
-TEST(OptionsTest, LogOptionsKeepTheWordsThatBelongToThem) {
+TEST(OptionsTest, LogOptionsKeepTheirWords) {
   const CommandLine line = parse({"-Lo", "-LO", "7", "-Lf", "a.log", "-LF", "0-6", "b.log", "-f"});
   ASSERT_FALSE(line.leave) << line.text;
   EXPECT_THAT(line.options.log, ElementsAre(ElementsAre("o"), ElementsAre("O", "7"), ElementsAre("f", "a.log"),
@@ -76,18 +76,18 @@ TEST(OptionsTest, PlatformLibrariesAndAddressesKeepTheirOrder) {
   EXPECT_TRUE(line.options.stand_alone());
 }
 
-TEST(OptionsTest, TheChassisLinkIsStartedOnlyWithABlock) {
+TEST(OptionsTest, TheChassisLinkNeedsABlock) {
   EXPECT_EQ(parse({"-f"}).options.chassis_block, "");
   EXPECT_EQ(parse({"-f", "--chassis-block", "/var/block"}).options.chassis_block, "/var/block");
-  EXPECT_EQ(parse({"--chassis-block", ""}).leave, ExitStatus::usage);
-  EXPECT_EQ(parse({"--chassis-block"}).leave, ExitStatus::usage);
+  EXPECT_EQ(parse({"--chassis-block", ""}).leave, ExitStatus::Usage);
+  EXPECT_EQ(parse({"--chassis-block"}).leave, ExitStatus::Usage);
 }
 
 TEST(OptionsTest, ConfigurationFilesMayBeListedOrRepeated) {
   EXPECT_THAT(parse({"-c", "a,b", "-c", "c"}).options.configuration_files, ElementsAre("a", "b", "c"));
 }
 
-TEST(OptionsTest, SaysWhatIsWrongAndLeavesWithTheUsageStatus) {
+TEST(OptionsTest, ABadOptionIsNamedAndHasTheUsageStatus) {
   for (const auto &[arguments, named] : std::vector<std::pair<std::vector<const char *>, const char *>>{
            {{"--bogus"}, "--bogus"},
            {{"stray"}, "stray"},
@@ -95,14 +95,14 @@ TEST(OptionsTest, SaysWhatIsWrongAndLeavesWithTheUsageStatus) {
            {{"--notification-limit", "0"}, "--notification-limit"},
            {{"-x", "a", "--listen", "b"}, "-x"}}) {
     const CommandLine line = parse(arguments);
-    EXPECT_EQ(line.leave, ExitStatus::usage) << named;
+    EXPECT_EQ(line.leave, ExitStatus::Usage) << named;
     EXPECT_THAT(line.text, HasSubstr(named));
   }
 }
 
 TEST(OptionsTest, HelpAndVersionAreNoErrors) {
-  EXPECT_EQ(parse({"-h"}).leave, ExitStatus::ok);
-  EXPECT_EQ(parse({"-v"}).leave, ExitStatus::ok);
+  EXPECT_EQ(parse({"-h"}).leave, ExitStatus::Ok);
+  EXPECT_EQ(parse({"-v"}).leave, ExitStatus::Ok);
 }
 
 }  // namespace
