@@ -1,9 +1,9 @@
 #!/usr/bin/python3
-"""notification_bench.py [RECORDS]: how fast a fault becomes a notification, on the simulated server with the real daemon.
+"""notification_bench.py [RECORDS]: how fast a fault becomes a notification, with the real daemon on a simulated server.
 
-Rate: a storm of records (default 100,000) over 1,000 indexes, from the first record to the last datagram, with nobody else
-asking and with eight managers walking the fault table. Time: 2,000 single changes, each from the moment at which the fault
-engine is told of it to the arrival of its datagram at the manager.
+Rate: a storm of records (default 100,000) over 1,000 indexes, from the first record to the last datagram. Measured once
+without other requests and once while eight managers walk the fault table. Delay: 2,000 single changes, each from the
+moment the fault engine gets it until the manager receives its datagram.
 """
 
 import os
@@ -31,7 +31,7 @@ CHANGES = 2000
 
 
 def cbor(value):
-    """The few kinds of CBOR that a request to the simulator is made of."""
+    """Encodes the few kinds of CBOR that a request to the simulator uses."""
     def head(major, count):
         return bytes([major << 5 | count]) if count < 24 else bytes([major << 5 | 24, count])
 
@@ -43,7 +43,7 @@ def cbor(value):
 
 
 class Engine:
-    """A connection to the simulator that stays open: no process is started for a change."""
+    """An open connection to the simulator: a change starts no process."""
 
     def __init__(self, path):
         self._socket = socket.socket(socket.AF_UNIX)
@@ -68,8 +68,8 @@ def measure_times(engine, manager):
         times.append(1e6 * (time.monotonic() - begin))
         engine.wait_for_reply()
     times.sort()
-    print(f"one change: median {statistics.median(times):.0f} us, 99 of 100 within {times[CHANGES * 99 // 100]:.0f} us, "
-          f"longest {times[-1]:.0f} us")
+    print(f"one change: median {statistics.median(times):.0f} us, "
+          f"99 of 100 within {times[CHANGES * 99 // 100]:.0f} us, longest {times[-1]:.0f} us")
 
 
 def measure_rate(server, daemon, collector, records, managers, directory):
@@ -93,9 +93,9 @@ def measure_rate(server, daemon, collector, records, managers, directory):
             seconds = collector.times[before + records - 1] - begin
         finally:
             stopping.set()
-    walks = sum(walker.result() for walker in walkers)  # a walk that failed fails the bench
-    print(f"storm, {managers} managers walking: {records} records notified in {seconds:.2f} s, {records / seconds:.0f} a second"
-          + (f"; {walks} walks" if managers else ""))
+    walks = sum(walker.result() for walker in walkers)  # raises if a walk failed
+    rate = f"{records} notifications in {seconds:.2f} s, {records / seconds:.0f} a second"
+    print(f"storm with {managers} managers walking: {rate}" + (f"; {walks} walks" if managers else ""))
 
 
 def main():
@@ -108,7 +108,8 @@ def main():
     try:
         server = Server(directory)
         running.append(server)
-        daemon = ServedDaemon(directory, server, configuration=f"trap2sink 127.0.0.1:{manager.getsockname()[1]} public\n")
+        destination = f"127.0.0.1:{manager.getsockname()[1]}"
+        daemon = ServedDaemon(directory, server, configuration=f"trap2sink {destination} public\n")
         running.append(daemon)
         daemon.wait_for_log("Total Fault entries:4")
         measure_times(Engine(os.environ["BMCSIM_SOCKET"]), manager)

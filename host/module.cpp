@@ -13,6 +13,7 @@
 #include "core/descriptor.h"
 #include "host/exit_status.h"
 #include "platform/test_trap.h"
+#include "threads/test_trap_thread.h"
 
 namespace tavo {
 

@@ -3,8 +3,8 @@
 
 #include <string>
 
-#include "core/module.h"
 #include "host/chassis_link.h"
+#include "module/start_up.h"
 
 namespace tavo {
 

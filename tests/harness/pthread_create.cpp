@@ -10,7 +10,7 @@ int __real_pthread_create(pthread_t *thread, const pthread_attr_t *attributes, v
 
 int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*start_routine)(void *),
                           void *argument) {
-  note_started_thread();
+  tavo::note_started_thread();
   return __real_pthread_create(thread, attributes, start_routine, argument);
 }
 }
