@@ -1,24 +1,25 @@
 #!/bin/bash
-# Builds the module and serves it on a simulated server. See --help.
+# Builds the module and serves the tables of a simulated server. See --help.
 set -euo pipefail
 
 usage() {
   cat <<'TEXT'
 usage: ./run.sh [OPTION]...
 
-Installs what is missing, builds, boots a simulated rack server and serves its tables on udp:127.0.0.1:10161, community
-public, until Ctrl-C. It starts as after a restart of the daemon on a controller that has long been up.
+Installs missing packages, builds, boots a simulated rack server, and serves its tables on udp:127.0.0.1:10161,
+community public, until Ctrl-C. The start is warm: the daemon sends no start-up notification.
 
-  --once            walk everything, print it and leave
-  --exec 'COMMAND'  run a shell command on the server and exit with its status: on the one that is up, or else on one
-                    booted for the command. bmcsim and the net-snmp tools are in its path
+  --once            print all tables and exit
+  --exec 'COMMAND'  run a shell command on the server that is up, or else on one booted for it, and exit with its
+                    status; bmcsim and the net-snmp tools are in its path
   --agentx          put Debian's snmpd in front, as AgentX master
-  --speed N         let the daemon's clock run N times as fast
-  --cold            boot the controller cold: the daemon announces it by a notification after a minute
+  --speed N         run the daemon's clock N times as fast
+  --cold            start cold: the daemon sends a start-up notification after a minute
   --port N          serve on this UDP port; servers on different ports can run side by side
-  --scenario FILE   what the server is made of (default: simulator/scenarios/rack-server.yaml)
-  --in-place        where namespaces are refused: use (and litter) this machine's own /var, /tmp and /usr/local/bin
-  --help            this text
+  --scenario FILE   describe the server with this file (default: simulator/scenarios/rack-server.yaml)
+  --in-place        do without namespaces, where they are refused: use (and litter) this machine's own /var, /tmp and
+                    /usr/local/bin
+  --help            show this text
 TEXT
 }
 
@@ -59,20 +60,22 @@ while [[ $# -gt 0 ]]; do
 done
 state=$build/server-$port
 
+# Whether some program holds the UDP port, on the loopback or on any address.
 in_use() {
-  # Local address and port, in hexadecimal; 0 is any address.
+  # The second field is the local address and port in hexadecimal. An address of zeros is any address.
   awk -v port="$(printf %04X "$port")" '
     $2 == "0100007F:" port || $2 ~ "^0+:" port "$" { found = 1 }
     END { exit !found }' /proc/net/udp /proc/net/udp6
 }
 
+# Whether a server is up on the port. A server locks its state file; a killed one leaves the file, but not the lock.
 running() {
   [[ -s $state ]] && ! flock --nonblock "$state" true
 }
 
 if running; then
   [[ $mode == serve || ${#boot_options[@]} -eq 0 && ${#agent_options[@]} -eq 0 ]] ||
-    fail "a server is up on port $port already, booted as it is; stop it, or boot another with --port"
+    fail "a server is up on port $port already, booted with other options; stop it, or boot another with --port"
   case $mode in
     exec) exec "$root/simulator/boot" --build "$build" --enter "$state" -- \
       env MIBS=ALL MIBDIRS="$root/mibs:$root/mibs/base" bash -c "$command" ;;

@@ -1,5 +1,5 @@
 #!/bin/bash
-# Builds and tests. See --help.
+# Builds and runs the tests. See --help.
 set -euo pipefail
 
 usage() {
@@ -7,12 +7,12 @@ usage() {
 usage: ./test.sh [NAME]...
        ./test.sh --preset PRESET [NAME]...
 
-Installs what is missing, builds, and runs all tests: those of the optimised build as it ships (system, simulator, format
-and MIB tests), then the unit tests as clang compiles them, which checks the lock annotations: under AddressSanitizer with
-UndefinedBehaviorSanitizer, and those that have threads under ThreadSanitizer.
+Installs missing packages, builds, and runs all tests: the system, simulator, MIB and lint tests in the optimised build,
+then the unit tests in two builds by clang, which check the lock annotations: all of them under AddressSanitizer and
+UndefinedBehaviorSanitizer, and those with threads under ThreadSanitizer.
 
-With NAMEs only the tests of the optimised build whose names match one of them (regular expressions; ctest -N lists the
-names), with --preset those of that build: release, asan, tsan or clang.
+With NAMEs, runs only the tests in the optimised build whose names match one of these regular expressions (ctest -N
+lists the names). With --preset, runs the tests of that build instead: release, asan, tsan or clang.
 TEXT
 }
 
@@ -50,14 +50,16 @@ count_unit_tests() {
     /^\[  FAILED  \] .* \([0-9]+ ms\)$/ && !seen[$4]++ { ++bad }
     END { count_program(); print passed + 0, failed + 0 }' "$1"
 }
-# run_tests PRESET [CTEST OPTION]...: tests that pass are not listed; build/PRESET-tests.log has everything.
+
+# run_tests PRESET [CTEST OPTION]... adds to the counts. It prints no test that passes; build/PRESET-tests.log has all.
 run_tests() {
-  local log=build/$1-tests.log status=0 closing
-  # More tests than cores: most of the long ones wait for a program.
+  local log=build/$1-tests.log summary
+  # Three tests per core: most of the long ones wait for a program.
   ctest --preset "$@" --parallel "$((3 * $(nproc)))" --no-label-summary --no-tests=error 2>&1 | tee "$log" |
-    grep --line-buffered -vE '^ *(Start +[0-9]+:|[0-9]+/[0-9]+ Test +#[0-9]+: .* Passed )|^$' || status=$?
-  closing=$(grep -oE '[0-9]+ tests? failed out of [0-9]+' "$log" || true)
-  if [[ ! $closing =~ ^([0-9]+).*\ ([0-9]+)$ ]]; then
+    grep --line-buffered -vE '^ *(Start +[0-9]+:|[0-9]+/[0-9]+ Test +#[0-9]+: .* Passed )|^$' || true
+  summary=$(grep -oE '[0-9]+ tests? failed out of [0-9]+' "$log" || true)
+  # ctest prints no summary if it ran no test.
+  if [[ ! $summary =~ ^([0-9]+).*\ ([0-9]+)$ ]]; then
     failed=$((failed + 1))
     return
   fi

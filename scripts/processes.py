@@ -1,7 +1,7 @@
-"""Running programs from scripts that have to clear up afterwards, whatever ends them.
+"""Runs programs for scripts that must clean up after themselves, whatever ends them.
 
-Importing this blocks the signals that end a script, for it and for the scripts that it starts: they are looked at where
-the script waits, so none is lost and none cuts the clearing up short. A command run in the foreground gets them back.
+Importing this blocks the signals that end a script, in it and in the scripts that it starts. A script handles them only
+where it waits, so no signal is lost, and none interrupts the clean-up. Commands in the foreground get them unblocked.
 """
 
 import os
@@ -14,7 +14,7 @@ _ordinary_mask = signal.pthread_sigmask(signal.SIG_BLOCK, ENDING | {signal.SIGCH
 
 
 class Ended(Exception):
-    """A signal asks the script to end. As the exit status it is 128 and the signal's number."""
+    """A signal asks the script to end. `status` is the exit status for it: 128 plus the signal's number."""
 
     def __init__(self, number):
         super().__init__(f"ended by signal {number}")
@@ -22,27 +22,26 @@ class Ended(Exception):
 
 
 def pause(seconds):
-    """Sleeps; a signal that ends the script is raised as Ended."""
+    """Sleeps. Raises Ended when a signal asks the script to end."""
     info = signal.sigtimedwait(ENDING, seconds)
     if info is not None:
         raise Ended(info.si_signo)
 
 
-def _back_to_ordinary():
-    # What is in force between here and the new program is the default: the signal ends the child, as it should.
+def _restore_signals():
+    # In the child, before it runs the program. The default action makes a signal end the child meanwhile, as it should.
     for number in ENDING:
         signal.signal(number, signal.SIG_DFL)
     signal.pthread_sigmask(signal.SIG_SETMASK, _ordinary_mask)
 
 
 def start(command, **settings):
-    """Starts a program that serves others, in a session of its own: a terminal's Ctrl-C must not take it away before
-    those that use it."""
-    return subprocess.Popen(command, start_new_session=True, preexec_fn=_back_to_ordinary, **settings)
+    """Starts a server program. It gets a session of its own, so that Ctrl-C does not end it before its users."""
+    return subprocess.Popen(command, start_new_session=True, preexec_fn=_restore_signals, **settings)
 
 
 def stop(process, patience):
-    """Asks a program to end and makes it after `patience` seconds."""
+    """Asks a program to end, and kills it after `patience` seconds."""
     process.terminate()
     try:
         process.wait(patience)
@@ -52,18 +51,18 @@ def stop(process, patience):
 
 
 def exit_status(process):
-    """As a shell tells it."""
+    """The exit status as a shell reports it."""
     return process.returncode if process.returncode >= 0 else 128 - process.returncode
 
 
 def run(command, signal_child=os.kill, ordinary=True):
-    """Runs a command as in the foreground: terminal, standard input and Ctrl-C are its own. Returns its exit status.
+    """Runs a command in the foreground, with the terminal, standard input and Ctrl-C. Returns its exit status.
 
-    Signals that ask this script to end end the command, by signal_child(pid, number). On a terminal that sends its
-    Ctrl-C to both, the command alone decides what it means. ordinary=False hands the command blocked signals, for a
-    script that waits for them as this one does.
+    A signal that asks this script to end is passed on as SIGTERM with signal_child(pid, number). Ctrl-C on a terminal
+    is not: it reaches the command anyway, which decides what it means. ordinary=False leaves the signals blocked, for a
+    command that is a script with this module.
     """
-    process = subprocess.Popen(command, preexec_fn=_back_to_ordinary if ordinary else None)
+    process = subprocess.Popen(command, preexec_fn=_restore_signals if ordinary else None)
     on_terminal = os.isatty(sys.stdin.fileno())
     while process.poll() is None:
         number = signal.sigwait(ENDING | {signal.SIGCHLD})
