@@ -1,6 +1,6 @@
 #!/usr/bin/python3
-"""clang_tidy.py SOURCE_DIR BUILD_DIR DIRECTORY...: fails when clang-tidy reports anything in the tracked C and C++ sources
-below these directories, or in the headers that they include.
+"""clang_tidy.py SOURCE_DIR BUILD_DIR DIRECTORY...: fails when clang-tidy reports anything in the tracked C and C++
+sources below these directories, or in the headers that they include.
 
 A source takes seconds, so clean ones are remembered in BUILD_DIR/tidy, under a digest of everything that the result
 depends on: the source and all that it includes, the compile command, .clang-tidy and clang-tidy's version.

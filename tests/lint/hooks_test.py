@@ -1,4 +1,5 @@
-"""The git hooks in .githooks refuse what the lint tests would, and messages without the form that CONTRIBUTING.md asks for."""
+"""The git hooks in .githooks refuse misshapen or misspelt changes, and messages without the form that CONTRIBUTING.md
+asks for."""
 
 import os
 import pathlib
@@ -10,16 +11,16 @@ import pytest
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 FORMATTED = "int answer() {\n  return 42;\n}\n"
 MISSHAPEN = "int answer( ) { return 42; }\n"
-MISSPELT = "The module rec" + "ieves records.\n"  # in two pieces, for the sake of this file's own check
+MISSPELT = "The module rec" + "ieves records.\n"  # in two pieces, because this file's spelling is checked, too
 
 
 class Repository:
-    """A new repository with this one's hooks and settings, in which commit() is as in a fresh clone."""
+    """A new repository with this one's hooks and settings."""
 
     def __init__(self, directory):
         self.directory = directory
         self._environment = {**os.environ, "GIT_CONFIG_GLOBAL": "/dev/null", "GIT_CONFIG_SYSTEM": "/dev/null"}
-        # A hook that runs these tests has told git where its own repository is.
+        # A hook that runs these tests has set these, and git would use the hook's repository.
         for name in ("GIT_DIR", "GIT_INDEX_FILE", "GIT_WORK_TREE", "GIT_PREFIX"):
             self._environment.pop(name, None)
         self.git("init", "--quiet")
@@ -42,7 +43,7 @@ class Repository:
         self.git("add", name)
 
     def commit(self, message="Add a file"):
-        """Whether git took it, and what the hooks said."""
+        """Whether git accepted the commit, and what the hooks printed."""
         result = self.git("commit", "--quiet", "--message", message, check=False)
         return result.returncode == 0, result.stdout + result.stderr
 
