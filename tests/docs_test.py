@@ -1,4 +1,4 @@
-"""The documents' links lead somewhere, and the paths and the names that they show are there."""
+"""Links in the documents lead somewhere, and the paths and names that the documents mention exist."""
 
 import pathlib
 import re
@@ -8,11 +8,12 @@ import pytest
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 DOCUMENTS = sorted([*ROOT.glob("*.md"), *ROOT.glob("docs/*.md")])
 LINK = re.compile(r"\]\(([^)#]+)(?:#[^)]*)?\)")
-# What stands in backquotes and begins with a directory of the tree is a path in it; capitals stand for names.
-PATH = re.compile(r"`(?:\./)?((?:core|sources|tables|refresh|threads|module|platform|host|simulator|mibs|scripts|tests|bench|docs)/"
+# Text in backquotes that begins with a directory of the tree is a path. Capitals in it are placeholders.
+PATH = re.compile(r"`(?:\./)?((?:core|sources|tables|refresh|threads|module|platform|host|simulator|mibs|scripts|"
+                  r"tests|bench|docs)/"
                   r"[\w./-]*)[^`]*`")
 
-# Tables, columns, notifications and entry points: what begins so is defined in one of these.
+# Names of tables, columns, notifications and entry points, and the files that define them.
 NAME = re.compile(r"\btavo[A-Z]\w*")
 DEFINITIONS = [path for place in ("mibs/*-MIB", "tables/*/*.*", "threads/*", "module/exports.txt") for path in ROOT.glob(place)]
 

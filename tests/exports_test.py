@@ -1,4 +1,4 @@
-"""The built module exports the names in exports.txt, each of its kind (D data, F function), and no others."""
+"""The built module exports exactly the names in exports.txt, each of the kind given there (D data, F function)."""
 
 import os
 import pathlib
@@ -41,7 +41,7 @@ def test_nothing_else_is_exported():
 
 
 def test_only_trap_version_id_is_also_in_net_snmp():
-    # It is loaded first, so whoever looks such a name up finds net-snmp's; the module binds its own when it is linked.
+    # net-snmp is loaded first, so a lookup of the shared name finds net-snmp's. The module itself is linked to its own.
     module = os.environ["MODULE"]
     libraries = re.findall(r"libnetsnmp(?:agent)?\.so\S* => (/\S+)", output_of("ldd", module))
     assert len(libraries) == 2, libraries
