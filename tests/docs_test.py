@@ -10,12 +10,12 @@ DOCUMENTS = sorted([*ROOT.glob("*.md"), *ROOT.glob("docs/*.md")])
 LINK = re.compile(r"\]\(([^)#]+)(?:#[^)]*)?\)")
 # Text in backquotes that begins with a directory of the tree is a path. Capitals in it are placeholders.
 PATH = re.compile(r"`(?:\./)?((?:core|sources|tables|refresh|threads|module|platform|host|simulator|mibs|scripts|"
-                  r"tests|bench|docs)/"
-                  r"[\w./-]*)[^`]*`")
+                  r"tests|bench|docs)/[\w./-]*)[^`]*`")
 
 # Names of tables, columns, notifications and entry points, and the files that define them.
 NAME = re.compile(r"\btavo[A-Z]\w*")
-DEFINITIONS = [path for place in ("mibs/*-MIB", "tables/*/*.*", "threads/*", "module/exports.txt") for path in ROOT.glob(place)]
+DEFINITIONS = [path for place in ("mibs/*-MIB", "tables/*/*.*", "threads/*", "module/exports.txt")
+               for path in ROOT.glob(place)]
 
 
 @pytest.fixture(scope="module")
