@@ -63,7 +63,7 @@
                              .next_row = T##_get_next_data_point},                                               \
                             &T##_head);                                                                          \
   namespace {                                                                                                    \
-  constexpr Table &table = T##_table;                                                                            \
+  [[maybe_unused]] constexpr Table &table = T##_table;                                                           \
   }                                                                                                              \
   int init_##T(void) {                                                                                           \
     if ((description).prepare != nullptr) {                                                                      \

@@ -18,9 +18,11 @@
 
 #include "core/table.h"
 
-// The strings that TAVO_COLUMNS leaves in the section of this name, with NULs between them.
+// The strings that TAVO_COLUMNS leaves in the section of this name, with NULs between them. The linker defines both
+// symbols. NOLINTBEGIN(readability-identifier-naming)
 extern "C" const char __start_tavo_columns[];
 extern "C" const char __stop_tavo_columns[];
+// NOLINTEND(readability-identifier-naming)
 
 namespace tavo {
 namespace {

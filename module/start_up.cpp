@@ -15,11 +15,11 @@
 
 namespace tavo {
 
-#define TABLE(name) extern Table name##_table;
-#define STEP(call, text)
+#define TAVO_TABLE(name) extern Table name##_table;
+#define TAVO_STEP(call, text)
 #include "module/start_up.def"
-#undef TABLE
-#undef STEP
+#undef TAVO_TABLE
+#undef TAVO_STEP
 
 namespace {
 
@@ -47,19 +47,19 @@ struct Step {
 };
 
 constexpr Step start_up[] = {
-#define TABLE(name) {.table = &name##_table},
-#define STEP(function, message) {.call = [] { static_cast<void>(function()); }, .text = message},
+#define TAVO_TABLE(name) {.table = &name##_table},
+#define TAVO_STEP(function, message) {.call = [] { static_cast<void>((function)()); }, .text = (message)},
 #include "module/start_up.def"
-#undef TABLE
-#undef STEP
+#undef TAVO_TABLE
+#undef TAVO_STEP
 };
 
 constexpr Table *tables[] = {
-#define TABLE(name) &name##_table,
-#define STEP(call, text)
+#define TAVO_TABLE(name) &name##_table,
+#define TAVO_STEP(call, text)
 #include "module/start_up.def"
-#undef TABLE
-#undef STEP
+#undef TAVO_TABLE
+#undef TAVO_STEP
 };
 
 constexpr int (*shut_down[])() = {

@@ -29,15 +29,14 @@ struct EquipmentPsuRow {
 };
 
 // Offsets within what is kept of a supply. Nothing is aligned.
-enum PowerSupplyField : std::size_t {
-  power_supply_fault = 0,      // 1 octet: 0 good, 1 faulty
-  power_supply_input = 1,      // 2 octets as the daemon wrote them; 0 when unreadable
-  power_supply_max_power = 5,  // 2 octets as the daemon wrote them; 0xFF each when unreadable
-  power_supply_revision = 9,   // text of 8 octets and a NUL
-  power_supply_name = 18,      // text of at most 63 octets and a NUL
-  power_supply_model = 82,     // text of 32 octets, NUL or not
-  power_supply_size = 178,
-};
+inline constexpr std::size_t power_supply_fault = 0;  // 1 octet: 0 good, 1 faulty
+inline constexpr std::size_t power_supply_input = 1;  // 2 octets as the daemon wrote them; 0 when unreadable
+inline constexpr std::size_t power_supply_max_power =
+    5;                                                   // 2 octets as the daemon wrote them; 0xFF each when unreadable
+inline constexpr std::size_t power_supply_revision = 9;  // text of 8 octets and a NUL
+inline constexpr std::size_t power_supply_name = 18;     // text of at most 63 octets and a NUL
+inline constexpr std::size_t power_supply_model = 82;    // text of 32 octets, NUL or not
+inline constexpr std::size_t power_supply_size = 178;
 inline constexpr std::size_t most_power_supplies = 10;
 
 TAVO_DECLARE_TABLE(tavoEquipmentPsuTable, EquipmentPsuRow)
