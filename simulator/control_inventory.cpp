@@ -6,15 +6,15 @@
 namespace tavo::sim {
 namespace {
 
-// A piece of hardware, as its faults know it.
+// A piece of hardware: its name in messages, and the class and the unit number of its faults.
 struct Unit {
   std::string name;
   std::int64_t class_code;
   std::int64_t number;
 };
 
-// The index of the fault that the simulator itself raises for a unit. One that follows from class and number, so that a
-// later command can clear the fault.
+// The index of the fault that the simulator itself raises for a unit. It follows from the class and the number, so that
+// a later command can clear the fault.
 std::uint32_t index_of_fault(const Unit &unit) {
   return static_cast<std::uint32_t>(unit.class_code * 1000 + unit.number);
 }
@@ -228,7 +228,7 @@ std::string set_adapter(Machine &machine, Words words) {
   return changed(change_adapter(machine, words[0], words.subspan(1)).name);
 }
 
-// What raises no faults.
+// LEDs, power and readings, which raise no faults.
 
 std::string set_led(Machine &machine, Words words) {
   machine.change(

@@ -55,7 +55,7 @@ class EventStream {
   void wait_for_pending(std::size_t most);
 
   std::mutex mutex_;
-  std::condition_variable sent_;  // a follower's pending count fell, or a follower left
+  std::condition_variable sent_;  // a follower's pending count has fallen, or a follower has left
   // Guarded by mutex_. Each follower's own thread also reads its socket and wake, which never change, without it.
   std::list<Follower> followers_;
   bool refuse_always_ = false;

@@ -12,7 +12,8 @@
 namespace tavo::sim {
 namespace {
 
-// Moves a reading up or down, by at most `most`, and keeps it above 0. A reading of 0 stays: the server lacks it.
+// Moves a reading up or down by at most `most`, but not below 0.1. A reading of 0 is one that the server lacks, and
+// stays.
 void step(Part &part, std::string_view field, double most, std::minstd_rand &random) {
   const double now = std::strtod(part.text(field).c_str(), nullptr);
   if (now == 0) {

@@ -64,7 +64,7 @@ std::int64_t read_number(const Field &field, std::string_view written) {
     if (names.empty()) {
       throw;
     }
-    throw BadInput(std::string(error.what()) + ", or one of " + joined(names_in(names)));
+    throw BadInput(std::string(error.what()) + " or one of " + joined(names_in(names)));
   }
 }
 

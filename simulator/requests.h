@@ -1,5 +1,4 @@
-// The answers to what libbmcsim.so, the query tools and `bmcsim ctl` ask. The calls that follow a stream are not among
-// them.
+// Replies to every call but those that follow a stream.
 #pragma once
 
 #include <nlohmann/json_fwd.hpp>

@@ -56,7 +56,13 @@ TEST_F(Control, ErrorsQuoteTheWrongWordAndListTheRightOnes) {
 }
 
 TEST_F(Control, HelpHasALineForEveryCommand) {
-  EXPECT_THAT(control_help(), AllOf(HasSubstr("  fault raise INDEX class=CLASS"), HasSubstr("  sd-mode N")));
+  const std::string help = control_help();
+  for (const auto commands : {machine_commands(), fault_commands(), inventory_commands(), storage_commands()}) {
+    for (const Command &command : commands) {
+      EXPECT_THAT(help, AllOf(HasSubstr(command.object), HasSubstr(command.verb), HasSubstr(command.help)));
+    }
+  }
+  EXPECT_THAT(help, HasSubstr("\n  sd-mode N                                 change the SD-card controller's mode\n"));
 }
 
 TEST_F(Control, ShowPrintsChangedFields) {
