@@ -303,8 +303,8 @@ TEST_F(PlatformClient, CallsFailOnlyWhileTheSimulatorIsAway) {
   EXPECT_NE(IPMI_SensorGetSensorData(0, &word, record.data()), 0);
   EXPECT_EQ(IPMI_Thresh_Sensor_CheckPresence(sensor.data()), 0xFF);
   EXPECT_NE(IPMI_Discrete_CheckPresence(sensor.data()), 0);
-  EXPECT_NE(get_fru_board_area_from_id(0, record.data()), 0);
-  EXPECT_NE(get_fru_product_area_from_type_instance(10, 1, record.data()), 0);
+  EXPECT_NE(get_fru_board_area_from_id(FRU_ID_BOARD, record.data()), 0);
+  EXPECT_NE(get_fru_product_area_from_type_instance(FRU_TYPE_POWER_SUPPLY, 1, record.data()), 0);
   EXPECT_NE(veltutil_mgnt(&request), 0);
   EXPECT_EQ(get_fe_table_count(), 0);
   EXPECT_EQ(get_fe_table(record.data(), 0, 1), -1);
