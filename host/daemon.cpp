@@ -25,6 +25,7 @@
 #include "host/name.h"
 #include "host/notification_path.h"
 #include "host/signals.h"
+#include "host/tools.h"
 
 namespace tavo {
 namespace {
@@ -164,7 +165,11 @@ ExitStatus run_daemon(const Options &options) {
     background.emplace();
   }
   const PidFile pid_file(options.pid_file);
-  Signals signals(stop_limit, [&pid_file] { leave_overdue(pid_file); });
+  // Never destroyed: a thread of the module that cannot be joined may still wait for a tool.
+  ToolRunner &tools = *new ToolRunner(options.tool_timeout);
+  // The tools are killed at once and not when the loop gets to it, because the loop itself may wait for one.
+  Signals signals(stop_limit, {.stop_begins = [&tools] { tools.stop(); },
+                               .leave_at_once = [&pid_file] { leave_overdue(pid_file); }});
 
   for (const std::string &library : options.platforms) {
     load_platform_library(library);

@@ -44,6 +44,7 @@ struct RawOptions {
   std::vector<std::string> log;
   std::string debug;
   CLI::Option *debug_option = nullptr;
+  long tool_timeout = Options().tool_timeout.count();
 };
 
 void add_options(CLI::App &app, Options &options, RawOptions &raw) {
@@ -81,6 +82,11 @@ void add_options(CLI::App &app, Options &options, RawOptions &raw) {
       ->capture_default_str()
       ->type_name("COUNT")
       ->check(CLI::Range(std::size_t{1}, std::size_t{1'000'000}));
+  app.add_option("--tool-timeout", raw.tool_timeout, "Kill the module's tools after this many seconds, 0 for never")
+      ->capture_default_str()
+      ->type_name("SECONDS")
+      ->take_last()
+      ->check(CLI::Range(0L, 1'000'000L));
   app.add_option("--chassis-block", options.chassis_block,
                  "Start the chassis link (TCP port 25678), which sends this file's content")
       ->type_name("FILE")
@@ -124,6 +130,7 @@ CommandLine parse_command_line(int argc, const char *const *argv) {
     result.text = std::string(daemon_name) + ": " + error.what() + "\nTry '" + daemon_name + " -h'.\n";
   }
   options.log = split_occurrences(raw.log);
+  options.tool_timeout = std::chrono::seconds(raw.tool_timeout);
   if (raw.debug_option->count() > 0) {
     options.debug_tokens = raw.debug;
   }

@@ -1,6 +1,7 @@
 // The command line: snmpd's letters for the options that snmpd has, long options for the daemon's own.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <optional>
 #include <string>
@@ -22,6 +23,7 @@ struct Options {
   std::vector<std::string> platforms;             // --platform, in loading order
   std::string module = "libsnmpextmibmodule.so";  // --module
   std::size_t notification_limit = 16384;         // --notification-limit
+  std::chrono::seconds tool_timeout{30};          // --tool-timeout; 0 means none
   std::string chassis_block;                      // --chassis-block; empty means no chassis link
 
   bool stand_alone() const { return !listen.empty(); }

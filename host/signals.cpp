@@ -41,8 +41,8 @@ void handle(int signal_number, void (*handler)(int)) {
 
 }  // namespace
 
-Signals::Signals(std::chrono::seconds longest_stop, std::function<void()> leave_at_once)
-    : longest_stop_(longest_stop), leave_at_once_(std::move(leave_at_once)) {
+Signals::Signals(std::chrono::seconds longest_stop, Reactions reactions)
+    : longest_stop_(longest_stop), reactions_(std::move(reactions)) {
   if (pipe2(channel.data(), O_CLOEXEC | O_NONBLOCK) != 0) {
     throw std::system_error(errno, std::generic_category(), "pipe");
   }
@@ -53,6 +53,8 @@ Signals::Signals(std::chrono::seconds longest_stop, std::function<void()> leave_
   watcher_ = std::thread([this] { watch(); });
   // An empty handler instead of SIG_IGN, which the module's shell commands would inherit.
   handle(SIGPIPE, ignore);
+  // If the daemon inherits SIGCHLD as ignored, the kernel reaps its tools and their statuses are lost.
+  handle(SIGCHLD, SIG_DFL);
   for (const int signal_number : {SIGTERM, SIGINT, SIGHUP}) {
     handle(signal_number, pass_on);
   }
@@ -76,7 +78,7 @@ void Signals::watch() {
     const auto left = deadline ? std::chrono::ceil<std::chrono::milliseconds>(*deadline - Clock::now())
                                : std::chrono::milliseconds(-1);
     if (deadline && (left.count() <= 0 || poll(&readable, 1, static_cast<int>(left.count())) == 0)) {
-      leave_at_once_();
+      reactions_.leave_at_once();
     }
     if (!deadline) {
       poll(&readable, 1, -1);
@@ -91,9 +93,10 @@ void Signals::watch() {
     if (signal_number == SIGHUP) {
       reload_requested_ = true;
     } else if (stop_requested_.exchange(true)) {
-      leave_at_once_();
+      reactions_.leave_at_once();
     } else {
       deadline = Clock::now() + longest_stop_;
+      reactions_.stop_begins();
     }
     changed_.signal();
   }

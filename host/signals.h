@@ -13,10 +13,15 @@ namespace tavo {
 
 class Signals {
  public:
-  // Construct it before any other thread exists, so that all threads inherit the mask. `leave_at_once` must end the
-  // process: a thread of its own calls it when shutdown takes longer than `longest_stop`, or when a second SIGTERM or
-  // SIGINT arrives. Throws std::system_error.
-  Signals(std::chrono::seconds longest_stop, std::function<void()> leave_at_once);
+  // What a thread of its own calls.
+  struct Reactions {
+    std::function<void()> stop_begins;    // on the first SIGTERM or SIGINT; must not wait
+    std::function<void()> leave_at_once;  // must end the process: on the second, or when the stop overruns
+  };
+
+  // Construct it before any thread of the module exists, so that all of them inherit the mask. The stop overruns when
+  // it takes longer than `longest_stop`. Throws std::system_error.
+  Signals(std::chrono::seconds longest_stop, Reactions reactions);
   ~Signals();
   Signals(const Signals &) = delete;
   Signals &operator=(const Signals &) = delete;
@@ -31,7 +36,7 @@ class Signals {
   void watch();
 
   const std::chrono::seconds longest_stop_;
-  const std::function<void()> leave_at_once_;
+  const Reactions reactions_;
   const EventDescriptor changed_;
   std::atomic<bool> stop_requested_ = false;
   std::atomic<bool> reload_requested_ = false;

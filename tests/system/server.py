@@ -92,6 +92,8 @@ class ServedDaemon(Daemon):
 
     def __init__(self, directory, server, speed=None, platforms=(PLATFORM,), **settings):
         program = [*server.entered(), *(at_speed(speed) if speed else []), BUILD / "snmp-subagentd"]
+        if speed:  # the tools themselves run no faster
+            program += ["--tool-timeout", 30 * speed]
         super().__init__(directory, module=MODULE, platforms=platforms, program=program, **settings)
 
     @property

@@ -18,7 +18,8 @@ def test_walks_fault_and_refresh_are_memcheck_clean(start, directory):
     report, pid_file = directory / "memcheck.log", directory / "pid"
     memcheck = ["valgrind", "--leak-check=full", "--show-leak-kinds=definite,indirect,possible", "--num-callers=30",
                 f"--suppressions={ROOT}/tests/valgrind.supp", f"--log-file={report}"]
-    daemon = start(Daemon, module=MODULE, platforms=[PLATFORM], timeout=120, options=["-p", pid_file],
+    daemon = start(Daemon, module=MODULE, platforms=[PLATFORM], timeout=120,
+                   options=["-p", pid_file, "--tool-timeout", 30 * SPEED],
                    program=[*server.entered(), *at_speed(SPEED), *memcheck, BUILD / "snmp-subagentd"])
     server.wait_for_listeners()
     for options in (["-Cr1"], ["-Cr50"]):

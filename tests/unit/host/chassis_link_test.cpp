@@ -1,9 +1,5 @@
 #include "host/chassis_link.h"
 
-#include <net-snmp/net-snmp-config.h>
-
-#include <net-snmp/net-snmp-includes.h>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -19,7 +15,6 @@
 #include <filesystem>
 #include <fstream>
 #include <future>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
@@ -28,6 +23,7 @@
 #include "host/exit_status.h"
 #include "tests/harness/eventually.h"
 #include "tests/harness/threaded.h"
+#include "tests/unit/host/recorded_log.h"
 
 namespace tavo {
 namespace {
@@ -50,38 +46,6 @@ struct FakeModule {
 };
 
 FakeModule *module = nullptr;
-
-// Records log lines, each with its level in front.
-class Log {
- public:
-  Log() {
-    netsnmp_register_loghandler(NETSNMP_LOGHANDLER_CALLBACK, LOG_DEBUG);
-    snmp_register_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_LOGGING, take, this);
-  }
-  ~Log() {
-    snmp_unregister_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_LOGGING, take, this, 1);
-    snmp_disable_log();
-  }
-  Log(const Log &) = delete;
-  Log &operator=(const Log &) = delete;
-
-  std::vector<std::string> lines() const {
-    const std::lock_guard lock(mutex_);
-    return lines_;
-  }
-
- private:
-  static int take(int /*major*/, int /*minor*/, void *message, void *self) {
-    const auto *line = static_cast<const snmp_log_message *>(message);
-    auto *log = static_cast<Log *>(self);
-    const std::lock_guard lock(log->mutex_);
-    log->lines_.push_back(std::to_string(line->priority) + " " + line->msg);
-    return 0;
-  }
-
-  mutable std::mutex mutex_;
-  std::vector<std::string> lines_;
-};
 
 class ChassisLinkTest : public testing::Test {
  protected:
@@ -157,7 +121,7 @@ class ChassisLinkTest : public testing::Test {
   std::filesystem::path directory_;
   std::filesystem::path file_;
   int reads_;
-  const Log log_;
+  const RecordedLog log_;
 };
 
 TEST_F(ChassisLinkTest, TheModuleHasTheBlockAsLongAsTheLinkExists) {

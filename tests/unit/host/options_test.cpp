@@ -83,6 +83,12 @@ TEST(OptionsTest, TheChassisLinkNeedsABlock) {
   EXPECT_EQ(parse({"--chassis-block"}).leave, ExitStatus::Usage);
 }
 
+TEST(OptionsTest, TheToolTimeoutIsInSeconds) {
+  EXPECT_EQ(parse({}).options.tool_timeout, std::chrono::seconds(30));
+  EXPECT_EQ(parse({"--tool-timeout", "90"}).options.tool_timeout, std::chrono::seconds(90));
+  EXPECT_EQ(parse({"--tool-timeout", "90", "--tool-timeout", "0"}).options.tool_timeout, std::chrono::seconds(0));
+}
+
 TEST(OptionsTest, ConfigurationFilesMayBeListedOrRepeated) {
   EXPECT_THAT(parse({"-c", "a,b", "-c", "c"}).options.configuration_files, ElementsAre("a", "b", "c"));
 }
@@ -93,6 +99,8 @@ TEST(OptionsTest, ABadOptionIsNamedAndHasTheUsageStatus) {
            {{"stray"}, "stray"},
            {{"-x"}, "-x"},
            {{"--notification-limit", "0"}, "--notification-limit"},
+           {{"--tool-timeout", "-1"}, "--tool-timeout"},
+           {{"--tool-timeout", "soon"}, "--tool-timeout"},
            {{"-x", "a", "--listen", "b"}, "-x"}}) {
     const CommandLine line = parse(arguments);
     EXPECT_EQ(line.leave, ExitStatus::Usage) << named;
