@@ -41,18 +41,33 @@ inline Descriptor open_for_reading(const char *path) {
   return Descriptor(::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
 }
 
-// Reads the octets that a file begins with, as many as `to` holds. How many there were; -1 when the file cannot be
-// opened or read.
-inline ssize_t read_beginning(const char *path, std::span<std::byte> to) {
-  const Descriptor file = open_for_reading(path);
-  if (!file) {
-    return -1;
-  }
+// read(), which a signal does not interrupt.
+inline ssize_t read_some(const Descriptor &file, std::span<std::byte> to) {
   ssize_t got;
   do {
     got = ::read(file.get(), to.data(), to.size());
   } while (got < 0 && errno == EINTR);
   return got;
+}
+
+// Reads on until `to` is full, the file ends or a read fails. How many octets were read.
+inline std::size_t read_up_to(const Descriptor &file, std::span<std::byte> to) {
+  std::size_t filled = 0;
+  while (filled < to.size()) {
+    const ssize_t got = read_some(file, to.subspan(filled));
+    if (got <= 0) {
+      break;
+    }
+    filled += static_cast<std::size_t>(got);
+  }
+  return filled;
+}
+
+// Reads the octets that a file begins with, as many as `to` holds. How many there were; -1 when the file cannot be
+// opened or read.
+inline ssize_t read_beginning(const char *path, std::span<std::byte> to) {
+  const Descriptor file = open_for_reading(path);
+  return file ? read_some(file, to) : -1;
 }
 
 }  // namespace tavo

@@ -31,8 +31,8 @@ int build(const EnvironmentStatistics &statistics, int reload) {
     return -1;
   }
 
-  const Needle id("id", ": ");
-  const Needle temperature("temperature", ": ");
+  Dump::Search ids(*dump, Needle("id", ": "));
+  Dump::Search temperatures(*dump, Needle("temperature", ": "));
   char value[dump_value_size];
   EnvironmentSample sample{};
   // Every row carries the time stamp of the dump's first record.
@@ -42,8 +42,8 @@ int build(const EnvironmentStatistics &statistics, int reload) {
   const int count = dump->count(Needle("id", ":"));
   for (int n = 1; n <= count; ++n) {
     sample.row = static_cast<std::uint32_t>(n);
-    sample.has_id = dump->value(id, n, sample.id);
-    sample.temperature = dump->value(temperature, n, value) ? whole_reading(value) : 0;
+    sample.has_id = ids.value(n, sample.id);
+    sample.temperature = temperatures.value(n, value) ? whole_reading(value) : 0;
     if (!statistics.insert(sample)) {
       return -1;
     }

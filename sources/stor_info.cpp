@@ -5,11 +5,9 @@
 #include <net-snmp/net-snmp-includes.h>
 
 #include <arpa/inet.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstring>
 #include <iterator>
 #include <mutex>
@@ -28,17 +26,7 @@ namespace {
 
 // False when the file ends, or cannot be read, before `to` is full.
 bool read_whole(const Descriptor &file, std::span<std::byte> to) {
-  while (!to.empty()) {
-    const ssize_t count = read(file.get(), to.data(), to.size());
-    if (count < 0 && errno == EINTR) {
-      continue;
-    }
-    if (count <= 0) {
-      return false;
-    }
-    to = to.subspan(static_cast<std::size_t>(count));
-  }
-  return true;
+  return read_up_to(file, to) == to.size();
 }
 
 // `count`, a signed word of the record, or what the array that it counts has room for.

@@ -207,7 +207,7 @@ TEST_P(EnvironmentStatisticsTest, AReloadWithoutADumpLeavesNoRow) {
 
 TEST_P(EnvironmentStatisticsTest, WithoutMemoryTheRowsMadeSoFarStay) {
   dump(unit("1", "41") + unit("2", "42"));
-  fakes::fail_allocations(1, 1);
+  fakes::fail_allocations(2, 1);  // the dump's text and a row, then another row
   EXPECT_EQ(GetParam().build(0), -1);
   EXPECT_THAT(GetParam().temperatures(), ElementsAre(41));
 }

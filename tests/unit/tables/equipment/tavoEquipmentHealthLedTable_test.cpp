@@ -179,7 +179,7 @@ TEST_F(HealthLedTableTest, ADumpThatCannotBeReadIsAnEmptyTable) {
 
 TEST_F(HealthLedTableTest, WithoutMemoryTheBuildFails) {
   shell.prints(command, power_led + led("LED_HLTH_STATUS", ""));
-  fakes::fail_allocations(0);
+  fakes::fail_allocations(1);  // the dump's text, then the row
   EXPECT_EQ(initialize_health_led_table(0), -1);
 }
 
