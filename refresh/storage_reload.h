@@ -12,9 +12,9 @@ extern "C" {
 // them whatever `refresh` is. Always 1.
 int reinit_stor_table(int refresh);
 
-// Asks the SD-card service anew and rebuilds the SD-card tables. Its argument is not used: what stood is always
-// removed. Always 1.
-int reinit_velt_table(int unused);
+// Asks the SD-card service anew and rebuilds the SD-card tables. `refresh` is not used: the old rows always go.
+// Always 1.
+int reinit_velt_table(int refresh);
 }
 #pragma GCC visibility pop
 

@@ -265,13 +265,10 @@ std::uint32_t add_row(const Sensor &sensor, std::uint32_t row_number, Row &row) 
 
 }  // namespace
 
-void initialize_fan_table(int mode) {
-  const ListGuard guard(table.lock());
-  if (guard.error() != 0) {
+void initialize_fan_table(int refresh) {
+  const Rebuild rebuild(table, refresh);
+  if (rebuild.error() != 0) {
     return;
-  }
-  if (mode == 1) {
-    tavoEquipmentFanTable_removeAllEntries();
   }
   note_entities_present();
   const auto row = make_zeroed<EquipmentFanRow>();

@@ -39,9 +39,9 @@ extern "C" {
 // build, else 0.
 extern std::uint8_t FAN_PRSNT_ARR[256];
 extern std::uint8_t PSU_FAN_PRSNT_ARR[256];
-// Builds the rows from the sensors, taking ev lock 12, and writes sys_fan_prs; with `mode` 1 it first removes those
+// Builds the rows from the sensors, taking ev lock 12, and writes sys_fan_prs; with `refresh` 1 it first removes those
 // that stand. Without the lock nothing is done; the first sensor that cannot be read ends the table.
-void initialize_fan_table(int mode);
+void initialize_fan_table(int refresh);
 }
 #pragma GCC visibility pop
 

@@ -114,13 +114,10 @@ bool add_row(std::uint32_t index, Dump &dump, int n) {
 
 }  // namespace
 
-int initialize_health_led_table(int reload) {
-  const ListGuard guard(table.lock());
-  if (guard.error() != 0) {
+int initialize_health_led_table(int refresh) {
+  const Rebuild rebuild(table, refresh);
+  if (rebuild.error() != 0) {
     return 0;
-  }
-  if (reload == 1) {
-    tavoEquipmentHealthLedTable_removeAllEntries();
   }
   write_dump();
   Dump dump(dump_path);

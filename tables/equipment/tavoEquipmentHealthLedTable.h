@@ -25,9 +25,9 @@ TAVO_DECLARE_TABLE(tavoEquipmentHealthLedTable, HealthLedRow)
 #pragma GCC visibility push(default)
 extern "C" {
 
-// Builds the rows from the external LEDs' dump, taking ev lock 105; with `reload` 1 it first removes those that stand.
+// Builds the rows from the external LEDs' dump, taking ev lock 105; with `refresh` 1 it first removes those that stand.
 // 0, also when the lock cannot be had or the dump cannot be read; -1 when memory is short.
-int initialize_health_led_table(int reload);
+int initialize_health_led_table(int refresh);
 
 // Lookups in "/var/LedInv". Each writes a text and a NUL to `out`, which holds 128 octets, and returns 1; or it returns
 // 0, and `out` is as it was.

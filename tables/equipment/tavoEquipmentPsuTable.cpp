@@ -217,19 +217,16 @@ bool fill_from_tool(Row &row, Dump &dump, int n, int &supply) {
 
 }  // namespace
 
-int initialize_psu_table(int mode) {
-  const ListGuard guard(table.lock());
-  if (guard.error() != 0) {
+int initialize_psu_table(int refresh) {
+  const Rebuild rebuild(table, refresh);
+  if (rebuild.error() != 0) {
     return 1;
-  }
-  if (mode == 1) {
-    tavoEquipmentPsuTable_removeAllEntries();
   }
   const auto row = make_zeroed<EquipmentPsuRow>();
   if (row == nullptr) {
     return -1;
   }
-  return InventoryPSUviaPMBUSDaemon(row.get(), mode) == 0 ? 1 : -1;
+  return InventoryPSUviaPMBUSDaemon(row.get(), refresh) == 0 ? 1 : -1;
 }
 
 int InventoryPSUviaPMBUSDaemon(EquipmentPsuRow *scratch, int) {

@@ -47,14 +47,14 @@ extern "C" {
 // What the last build read of supplies 1 to 10.
 extern std::byte m_pwrsupply[most_power_supplies][power_supply_size];
 // Builds the rows from the PMBus daemon's files, taking ev lock 56 and sleeping 5 s under it, so that the files can
-// settle; with `mode` 1 it first removes those that stand. 1 on success, and also when the lock cannot be had and
+// settle; with `refresh` 1 it first removes those that stand. 1 on success, and also when the lock cannot be had and
 // nothing was done; -1 on failure.
-int initialize_psu_table(int mode);
-// The builder's work, under its caller's lock. `scratch` is a row of the caller's to work on; `mode` changes nothing.
+int initialize_psu_table(int refresh);
+// The builder's work, under its caller's lock. `scratch` is a row to work on; the second argument is not used.
 // 0; -1 when the number of supplies cannot be read; otherwise what the last read brought that was too short: 1 to 3
 // octets of the number, or the octets of the last present supply's model, -1 when that could not be opened. In the last
 // two cases the rows stand all the same. Reports its progress on standard output.
-int InventoryPSUviaPMBUSDaemon(EquipmentPsuRow *scratch, int mode);
+int InventoryPSUviaPMBUSDaemon(EquipmentPsuRow *scratch, int);
 // The same rows from the query tool, for a controller without the PMBus daemon; only supplies that are equipped get
 // one, and its index is a running number. 0; -1 when the tool brings nothing three times, 5 s apart.
 int InventoryPSUviaMCTools(EquipmentPsuRow *scratch);
