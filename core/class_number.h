@@ -1,4 +1,5 @@
-// Class numbers: what kind of object a fault record or a refresh request is about. The platform gives them out.
+// Class numbers: the kind of object that a fault record or a refresh request is about. The platform assigns them.
+// The numbers of the ev locks are not among them: they stand for tables (core/access_lock.h).
 #pragma once
 
 namespace tavo::class_number {

@@ -188,7 +188,7 @@ TEST_F(StorRebuildTest, ReadsRemovesAndFreesWhileItHoldsTheStorageLock) {
 
 TEST_F(StorRebuildTest, WaitsForAWalkThatHoldsTheStorageLock) {
   write_snapshot({full_controller()});
-  ASSERT_EQ(acquire_sa_lock(2), 0);
+  ASSERT_EQ(storage_lock.acquire(), 0);
   const void *const storage_mutex = fakes::last_tried_mutex();
   std::atomic<bool> waits = false;
   // The fakes lock mutexes of their own.
@@ -205,7 +205,7 @@ TEST_F(StorRebuildTest, WaitsForAWalkThatHoldsTheStorageLock) {
   EXPECT_TRUE(eventually([&] { return waits.load(); }));
   EXPECT_THAT(table_sizes(), ElementsAre(0, 0, 0, 0));
   EXPECT_EQ(fakes::opens_of(path), 0) << "the snapshot is read under the lock, too";
-  release_sa_lock(2);
+  storage_lock.release();
   refresh.join();
   EXPECT_THAT(table_sizes(), ElementsAre(1, 4, 1, 1));
 }

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "core/access_lock.h"
+#include "core/class_number.h"
 #include "tables/adaptors/tavoAdaptorUnitTable.h"
 #include "tables/compute/tavoComputeMbPowerStatsTable.h"
 #include "tables/compute/tavoComputeRackUnitMbTempStatsTable.h"
@@ -73,7 +74,7 @@ TEST_F(InventoryThreadTest, AFailureToCreateItIsLogged) {
 TEST_F(InventoryThreadTest, StopAndJoinSaySoAndDestroyTheInventoryLock) {
   fakes::start_no_threads();
   acquire_inventory_lock();
-  signal_inventory_condition(8);
+  signal_inventory_condition(class_number::memory);
   release_inventory_lock();
   create_inventory_thread();
   stop_inventory_thread();
@@ -117,6 +118,18 @@ class InventoryThreadLifeTest : public fakes::ModuleTest {
     release_inventory_lock();
   }
 
+  static void raise_all_but_storage() {
+    for (const int code : {class_number::system_fan, class_number::power_supply_fan, class_number::memory,
+                           class_number::processor, class_number::adaptor}) {
+      raise(code);
+    }
+  }
+
+  static void raise_everything() {
+    raise_all_but_storage();
+    raise(class_number::storage);
+  }
+
   // Runs the thread until it sleeps for the first time at or after `end`, and calls `at_sleep` at each sleep.
   void run_until(time_t end, const std::function<void(unsigned seconds)> &at_sleep) {
     bool stopped = false;
@@ -142,15 +155,15 @@ class InventoryThreadLifeTest : public fakes::ModuleTest {
 };
 
 TEST_F(InventoryThreadLifeTest, RequestsAreLookedForWhenMoreThanTenSecondsHavePassed) {
-  run_until(110, [](unsigned) { raise(8); });
+  run_until(110, [](unsigned) { raise(class_number::memory); });
   EXPECT_THAT(memory_served, ElementsAre(60, 80, 100));
 }
 
 TEST_F(InventoryThreadLifeTest, TheTenSecondsCountFromTheEndOfTheLastPass) {
   run_until(120, [](unsigned seconds) {
-    raise(8);
+    raise(class_number::memory);
     if (seconds == 60) {
-      raise(11);  // with a sleep of its own
+      raise(class_number::adaptor);  // with a sleep of its own
     }
   });
   EXPECT_THAT(memory_served, ElementsAre(60, 90, 110));
@@ -178,9 +191,7 @@ TEST_F(InventoryThreadLifeTest, ThePeriodicRefreshComesWhenMoreThanAHundredSecon
 TEST_F(InventoryThreadLifeTest, EveryRequestRaisedInTheFirstMinuteIsServedInTheFirstPass) {
   run_until(60, [this](unsigned) {
     if (elapsed() == 0) {
-      for (const int code : {29, 10, 8, 3, 208, 11}) {
-        raise(code);
-      }
+      raise_everything();
     }
   });
   EXPECT_THAT(clock.sleeps(), ElementsAre(60, 10, 10, 5, 60, 10, 10))
@@ -192,9 +203,7 @@ TEST_F(InventoryThreadLifeTest, EveryRequestRaisedInTheFirstMinuteIsServedInTheF
 TEST_F(InventoryThreadLifeTest, AllItsLinesAreForDebugging) {
   run_until(60, [](unsigned seconds) {
     if (seconds == 60) {
-      for (const int code : {29, 10, 8, 3, 11}) {
-        raise(code);
-      }
+      raise_all_but_storage();
     }
   });
   std::vector<LogLine> lines = fakes::log_lines();
@@ -209,7 +218,7 @@ TEST_F(InventoryThreadLifeTest, AllItsLinesAreForDebugging) {
 }
 
 TEST_F(InventoryThreadLifeTest, AStopInTheFirstMinuteEndsTheThreadWithoutAPass) {
-  raise(8);
+  raise(class_number::memory);
   run_until(0, [](unsigned) {});
   EXPECT_THAT(fakes::log_texts(),
               ElementsAre("InventoryThread initiated\n", "Stopping InventoryThread\n", "InventoryThread exited\n"));
@@ -221,7 +230,7 @@ TEST_F(InventoryThreadLifeTest, TheInventoryLockIsFreeDuringARebuild) {
   std::promise<void> rebuilding;
   const std::future<void> raised = std::async(std::launch::async, [begun = rebuilding.get_future()] {
     if (begun.wait_for(std::chrono::seconds(60)) == std::future_status::ready) {
-      raise(8);
+      raise(class_number::memory);
     }
   });
   bool free = false;
@@ -232,7 +241,7 @@ TEST_F(InventoryThreadLifeTest, TheInventoryLockIsFreeDuringARebuild) {
     }
     return " id: 1\n";
   });
-  raise(8);
+  raise(class_number::memory);
   run_until(90, [](unsigned) {});
   EXPECT_TRUE(free);
   EXPECT_THAT(memory_served, ElementsAre(60, 80)) << "what is asked for during a pass is served in the next";
@@ -273,9 +282,7 @@ TEST_F(InventoryThreadLifeTest, ARebuildTakesTheOldRowsAway) {
   leave_stale_row("adaptors", tavoAdaptorUnitTable_head, tavoAdaptorUnitTable_createEntry);
   leave_stale_row("LEDs", tavoEquipmentHealthLedTable_head, tavoEquipmentHealthLedTable_createEntry);
   files.write("/var/stor_info_data", fakes::snapshot({fakes::controller("A")}));
-  for (const int code : {29, 10, 8, 3, 208, 11}) {
-    raise(code);
-  }
+  raise_everything();
   for (const Table &table : tables) {
     EXPECT_TRUE(table.has_stale_row()) << table.name;
   }

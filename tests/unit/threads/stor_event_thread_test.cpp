@@ -5,6 +5,7 @@
 #include <cerrno>
 
 #include "core/access_lock.h"
+#include "core/class_number.h"
 #include "tests/fakes/clock.h"
 #include "tests/fakes/net_snmp.h"
 #include "tests/fakes/storage_client.h"
@@ -26,7 +27,7 @@ class StorEventThreadTest : public fakes::ModuleTest {
 
   static int refreshes_due() {
     acquire_inventory_lock();
-    const int due = check_inventory_status(208);
+    const int due = check_inventory_status(class_number::storage);
     release_inventory_lock();
     return due;
   }

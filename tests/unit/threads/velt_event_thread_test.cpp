@@ -189,8 +189,8 @@ TEST_F(VeltEventThreadTest, APeerThatSaysNothingHoldsNoLock) {
       std::this_thread::yield();
     }
     for (int i = 0; i < 1000; ++i) {
-      ASSERT_EQ(try_sa_lock(2), 0) << "the tables must stay walkable";
-      release_sa_lock(2);
+      ASSERT_EQ(storage_lock.try_acquire(), 0) << "the tables must stay walkable";
+      storage_lock.release();
     }
     EXPECT_THAT(fakes::log_lines(), ElementsAre(initiated));
   }
@@ -281,9 +281,9 @@ TEST_F(VeltEventThreadTest, WhenItCannotAcceptTheThreadClosesItsSocketAndEnds) {
 }
 
 TEST_F(VeltEventThreadTest, AThreadThatFailedLeavesTheTablesAsTheyWere) {
-  acquire_sa_lock(2);
+  storage_lock.acquire();
   initialize_velt_controller_table(1);
-  release_sa_lock(2);
+  storage_lock.release();
   fakes::fail_next_socket_call("accept4", EMFILE);
   log_of_a_failed_thread();
   EXPECT_EQ(rows(tavoStorageVeltroControllerTable_head), 1U);
@@ -340,8 +340,8 @@ TEST_F(VeltEventThreadTest, ARebuildReplacesEveryRowWhateverItsArgument) {
     EXPECT_EQ(rows(tavoStorageVeltroCardTable_head), 2U);
     EXPECT_EQ(rows(tavoStorageVeltroDriveTable_head), 1U);
   }
-  EXPECT_EQ(try_sa_lock(2), 0) << "the lock is given back";
-  release_sa_lock(2);
+  EXPECT_EQ(storage_lock.try_acquire(), 0) << "the lock is given back";
+  storage_lock.release();
 }
 
 TEST_F(VeltEventThreadTest, ARebuildTakesTheStorageLockTellsOfItsTriggerAndThenAsksTheService) {

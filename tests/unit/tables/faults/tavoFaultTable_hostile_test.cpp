@@ -10,6 +10,7 @@
 #include <memory>
 #include <random>
 
+#include "core/class_number.h"
 #include "tables/faults/fault_database.h"
 #include "tables/faults/tavoFaultTable.h"
 #include "tables/faults/tavoFaultTable_traps.h"
@@ -80,7 +81,7 @@ class HostileRecordTest : public FaultTableTest {
 
 TEST_F(HostileRecordTest, EveryBitFlipped) {
   for (std::size_t bit = 0; bit < 8 * FAULT_RECORD_SIZE; ++bit) {
-    FaultRecord record = fault(29, 7, 3);
+    FaultRecord record = fault(class_number::system_fan, 7, 3);
     record.octets[bit / 8] ^= std::byte{1} << (bit % 8);
     expect_a_whole_life(record, bit % 8 == 7);  // a request takes far longer than all the rest
     ASSERT_FALSE(HasFailure()) << "bit " << bit;
@@ -90,7 +91,7 @@ TEST_F(HostileRecordTest, EveryBitFlipped) {
 TEST_F(HostileRecordTest, EndingAtEveryOctet) {
   for (std::size_t length = 0; length < FAULT_RECORD_SIZE; ++length) {
     for (const std::byte filler : {std::byte{0}, std::byte{0xFF}}) {
-      FaultRecord record = fault(10, 7, 3);
+      FaultRecord record = fault(class_number::power_supply_fan, 7, 3);
       std::fill(record.octets.begin() + static_cast<std::ptrdiff_t>(length), record.octets.end(), filler);
       expect_a_whole_life(record);
       ASSERT_FALSE(HasFailure()) << "length " << length;

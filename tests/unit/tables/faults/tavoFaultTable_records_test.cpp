@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "core/access_lock.h"
+#include "core/class_number.h"
 #include "tables/faults/fault_database.h"
 #include "tables/faults/tavoFaultTable.h"
 #include "tables/faults/tavoFaultTable_traps.h"
@@ -44,11 +45,11 @@ bool takes_refresh_mark(int class_code) {
 TEST_F(FaultTableTest, ARaiseMakesARow) {
   start_up();
   needToSendTrapFlag = 1;
-  apply(fault(3, 7, 5));
+  apply(fault(class_number::processor, 7, 5));
   EXPECT_THAT(listed_indexes(), ElementsAre(7));
   EXPECT_THAT(fakes::log_lines(), ElementsAre(LogLine{LOG_DEBUG, "Added an entry, Total Fault entries:1\n"}));
   EXPECT_THAT(fakes::notifications(), SizeIs(1));
-  EXPECT_TRUE(takes_refresh_mark(3));
+  EXPECT_TRUE(takes_refresh_mark(class_number::processor));
 }
 
 TEST_F(FaultTableTest, NewRowsStandInFront) {
@@ -61,45 +62,45 @@ TEST_F(FaultTableTest, NewRowsStandInFront) {
 TEST_F(FaultTableTest, ARaiseOfAKnownFaultUpdatesItsRow) {
   start_up();
   needToSendTrapFlag = 1;
-  apply(fault(3, 7, 5));
+  apply(fault(class_number::processor, 7, 5));
   const FaultRow *row = &only_row();
-  takes_refresh_mark(3);
+  takes_refresh_mark(class_number::processor);
   fakes::reset_net_snmp();
 
-  apply(fault(3, 7, 4).text(FAULT_DESCRIPTION, "Changed\0"sv));
+  apply(fault(class_number::processor, 7, 4).text(FAULT_DESCRIPTION, "Changed\0"sv));
   EXPECT_EQ(&only_row(), row) << "the row itself is updated";
   EXPECT_EQ(read(17, 7), integer(4));
   EXPECT_EQ(read(11, 7), text("Changed"));
   EXPECT_THAT(fakes::log_lines(), ElementsAre(LogLine{LOG_DEBUG, "Updated an entry, Total Fault entries:1\n"}));
   EXPECT_THAT(fakes::notifications(), SizeIs(1));
-  EXPECT_TRUE(takes_refresh_mark(3));
+  EXPECT_TRUE(takes_refresh_mark(class_number::processor));
 }
 
 TEST_F(FaultTableTest, AClearOfAKnownFaultTakesItsRowAway) {
   start_up();
   needToSendTrapFlag = 1;
-  apply(fault(3, 7, 5));
-  takes_refresh_mark(3);
+  apply(fault(class_number::processor, 7, 5));
+  takes_refresh_mark(class_number::processor);
   fakes::reset_net_snmp();
 
-  apply(fault(3, 7, 0));
+  apply(fault(class_number::processor, 7, 0));
   EXPECT_THAT(listed_indexes(), IsEmpty());
   EXPECT_THAT(fakes::log_texts(),
               ElementsAre("Deleting FaultIndex 7: ", "Deleted\n", "Removed an entry, Total Fault entries:0\n"));
   EXPECT_THAT(fakes::log_lines(), Each(Field(&LogLine::priority, LOG_DEBUG)));
   EXPECT_THAT(fakes::notifications(), SizeIs(1));
-  EXPECT_TRUE(takes_refresh_mark(3));
+  EXPECT_TRUE(takes_refresh_mark(class_number::processor));
   EXPECT_EQ(read(2, 7), fakes::no_such_instance);
 }
 
 TEST_F(FaultTableTest, AClearOfAnUnknownFaultIsNotifiedAndLeavesNoRow) {
   start_up();
   needToSendTrapFlag = 1;
-  apply(fault(3, 7, 0));
+  apply(fault(class_number::processor, 7, 0));
   EXPECT_THAT(listed_indexes(), IsEmpty());
   EXPECT_THAT(fakes::log_texts(), ElementsAre("Deleting FaultIndex 7: ", "Deleted\n", "Clearing a Table_entry\n"));
   EXPECT_THAT(fakes::notifications(), SizeIs(1));
-  EXPECT_TRUE(takes_refresh_mark(3));
+  EXPECT_TRUE(takes_refresh_mark(class_number::processor));
   EXPECT_EQ(fault_database[3], nullptr);
 }
 
@@ -208,7 +209,7 @@ TEST_F(FaultTableTest, AnUpdateWaitsForAManagerThatReadsTheRow) {
   apply(fault(3, 7, 5));
   const FaultRow before = only_row();
   needToSendTrapFlag = 1;
-  ASSERT_EQ(acquire_sa_lock(1), 0);  // as a request does from its first row to its end
+  ASSERT_EQ(fault_list_lock.acquire(), 0);  // as a request does from its first row to its end
   std::thread engine([] { apply(fault(3, 7, 4).text(FAULT_DESCRIPTION, "Changed\0"sv)); });
   EXPECT_TRUE(fakes::wait_for_notifications(1));
   const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(100);
@@ -217,7 +218,7 @@ TEST_F(FaultTableTest, AnUpdateWaitsForAManagerThatReadsTheRow) {
     untouched = std::memcmp(tavoFaultTable_head, &before, sizeof before) == 0;
   }
   EXPECT_TRUE(untouched);
-  release_sa_lock(1);
+  fault_list_lock.release();
   engine.join();
   EXPECT_EQ(only_row().severity, 4);
   EXPECT_STREQ(only_row().description.text, "Changed");
@@ -228,7 +229,7 @@ TEST_F(FaultTableTest, CreateListsARowWithItsPlainText) {
   row->index = 12;
   std::fill(std::begin(row->affected_object.text), std::end(row->affected_object.text), 'x');
   fakes::set_debugging(true);
-  EXPECT_EQ(tavoFaultTable_createEntry(99, row, 0, 11, "plain"), row);
+  EXPECT_EQ(tavoFaultTable_createEntry(99, row, 0, class_number::adaptor, "plain"), row);
   const auto traces = fakes::traces();
   EXPECT_EQ(traces.at(0).text, "tavoFaultTable_createEntry\n");
   EXPECT_EQ(traces.at(0).source, "tavoFaultTable");
@@ -236,7 +237,7 @@ TEST_F(FaultTableTest, CreateListsARowWithItsPlainText) {
   EXPECT_STREQ(only_row().affected_object.text, "plain");
   EXPECT_EQ(only_row().affected_object.text[191], '\0') << "zeroed to its end";
   EXPECT_EQ(only_row().affected_object.length, 5);
-  EXPECT_TRUE(takes_refresh_mark(11));
+  EXPECT_TRUE(takes_refresh_mark(class_number::adaptor));
 }
 
 TEST_F(FaultTableTest, CreateTakesOneLockAfterTheOther) {
@@ -245,16 +246,16 @@ TEST_F(FaultTableTest, CreateTakesOneLockAfterTheOther) {
   acquire_inventory_lock();
   std::thread engine([] { apply(fault(3, 7, 4)); });
   ASSERT_TRUE(fakes::wait_for_log("Updated an entry, Total Fault entries:1\n"));
-  EXPECT_EQ(acquire_sa_lock(1), 0);
-  release_sa_lock(1);
+  EXPECT_EQ(fault_list_lock.acquire(), 0);
+  fault_list_lock.release();
   release_inventory_lock();
   engine.join();
   EXPECT_EQ(fault_list_lock.hold_count(), 0);
 }
 
 TEST_F(FaultTableTest, CreateWithoutARowFails) {
-  EXPECT_EQ(tavoFaultTable_createEntry(1, nullptr, 0, 11, "plain"), nullptr);
-  EXPECT_EQ(tavoFaultTable_createEntry(1, nullptr, 1, 11, "plain"), nullptr);
+  EXPECT_EQ(tavoFaultTable_createEntry(1, nullptr, 0, class_number::adaptor, "plain"), nullptr);
+  EXPECT_EQ(tavoFaultTable_createEntry(1, nullptr, 1, class_number::adaptor, "plain"), nullptr);
   EXPECT_THAT(fakes::log_lines(), IsEmpty());
 }
 

@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 
+#include "core/class_number.h"
 #include "sources/fan_state.h"
 #include "tests/fixtures/fault_table_fixture.h"
 
@@ -261,36 +262,37 @@ TEST_F(FaultTableTest, QueriesAskForAValueOrForACountOfTheProcessorsOnes) {
 
 class FanStateTest : public FaultTableTest {
  protected:
-  static fakes::FaultRecord fan_fault(std::uint32_t class_code, std::uint32_t fan, std::uint32_t severity,
-                                      std::uint32_t cause) {
-    return fault(class_code, 1, severity).number(FAULT_UNIT_POSITION, fan).number(FAULT_CAUSE, cause);
+  static fakes::FaultRecord fan_fault(int class_code, std::uint32_t fan, std::uint32_t severity, std::uint32_t cause) {
+    return fault(static_cast<std::uint32_t>(class_code), 1, severity)
+        .number(FAULT_UNIT_POSITION, fan)
+        .number(FAULT_CAUSE, cause);
   }
 };
 
 TEST_F(FanStateTest, ASystemFansFaultSetsItsSeverityAndPresence) {
-  apply(fan_fault(29, 13, 5, 17));
+  apply(fan_fault(class_number::system_fan, 13, 5, 17));
   EXPECT_EQ(sys_fan_sev[13], 5);
   EXPECT_EQ(sys_fan_prs[13], 10);
-  apply(fan_fault(29, 13, 3, 238));
+  apply(fan_fault(class_number::system_fan, 13, 3, 238));
   EXPECT_EQ(sys_fan_sev[13], 3);
   EXPECT_EQ(sys_fan_prs[13], 11);
-  apply(fan_fault(29, 13, 4, 238));
+  apply(fan_fault(class_number::system_fan, 13, 4, 238));
   EXPECT_EQ(sys_fan_prs[13], 10) << "missing is told by cause and severity together";
-  apply(fan_fault(29, 13, 0, 238));
+  apply(fan_fault(class_number::system_fan, 13, 0, 238));
   EXPECT_EQ(sys_fan_sev[13], 0);
   EXPECT_EQ(sys_fan_prs[13], 10);
   EXPECT_EQ(ps_fan_sev[0], 0);
 }
 
 TEST_F(FanStateTest, APowerSupplyFansFaultSetsTheLowOctetOfItsSeverity) {
-  apply(fan_fault(10, 3, 0x1205, 238));
+  apply(fan_fault(class_number::power_supply_fan, 3, 0x1205, 238));
   EXPECT_EQ(ps_fan_sev[3], 5);
   EXPECT_EQ(sys_fan_sev[3], 0);
   EXPECT_EQ(sys_fan_prs[3], 0);
 }
 
 TEST_F(FanStateTest, OtherClassesLeaveFansAlone) {
-  apply(fan_fault(3, 1, 5, 238));
+  apply(fan_fault(class_number::processor, 1, 5, 238));
   EXPECT_EQ(sys_fan_sev[1], 0);
   EXPECT_EQ(ps_fan_sev[1], 0);
 }
@@ -298,9 +300,9 @@ TEST_F(FanStateTest, OtherClassesLeaveFansAlone) {
 TEST_F(FanStateTest, AFanBeyondTheArraysIsServedAndNotNoted) {
   start_up();
   std::uint32_t index = 0;
-  for (const std::uint32_t class_code : {10U, 29U}) {
+  for (const int class_code : {class_number::power_supply_fan, class_number::system_fan}) {
     for (const std::uint32_t fan : {4U, 14U, 255U, 0x7FFFFFFFU, 0xFFFFFFFFU}) {
-      if (class_code == 29 && fan == 4) {
+      if (class_code == class_number::system_fan && fan == 4) {
         continue;
       }
       apply(fan_fault(class_code, fan, 3, 238).number(FAULT_INDEX, ++index));
