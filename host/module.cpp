@@ -12,6 +12,7 @@
 
 #include "core/descriptor.h"
 #include "host/exit_status.h"
+#include "platform/storage_client.h"
 #include "platform/test_trap.h"
 #include "threads/test_trap_thread.h"
 
@@ -35,8 +36,6 @@ constexpr auto stop_functions = std::to_array<const char *>({
     velt_stop_function,
 });
 
-constexpr const char *velt_socket_path = "/tmp/snmp_velt_sock";
-
 void *load(const std::string &path, int visibility, ExitStatus missing, const char *what) {
   if (void *library = dlopen(path.c_str(), RTLD_NOW | visibility)) {
     return library;
@@ -55,7 +54,7 @@ void wake_velt_thread() {
   }
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
-  std::strncpy(address.sun_path, velt_socket_path, sizeof address.sun_path - 1);
+  std::strncpy(address.sun_path, VELT_SOCKET_PATH, sizeof address.sun_path - 1);
   [[maybe_unused]] const int result = connect(peer.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address);
 }
 

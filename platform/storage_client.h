@@ -1,4 +1,5 @@
-/* The storage client library: the stream of storage events, and the SD-card controller's inventory.
+/* The storage client library: the stream of storage events, and the SD-card controller's inventory. Also where the
+ * SD-card service tells the module that this inventory has changed.
  *
  * Integers are in the machine's byte order and have 32 bits unless a comment says otherwise. A text ends with a NUL or
  * with its field. Read and write fields with memcpy at the offsets below, never through a cast. */
@@ -101,6 +102,10 @@ enum {
   VELT_PARTITION_COLUMN_25 = 180,
   VELT_PARTITION_COLUMN_24 = 184
 };
+
+/* The Unix stream socket on which the module listens for changes of the SD cards. The service connects to it after each
+ * change; what it sends has no meaning. */
+static const char VELT_SOCKET_PATH[] = "/tmp/snmp_velt_sock";
 
 /* A request to the SD-card service. */
 struct velt_request {

@@ -10,6 +10,7 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/storage_client.h"
 #include "simulator/event_stream.h"
 #include "simulator/fault_engine.h"
 #include "simulator/inventory.h"
@@ -29,8 +30,8 @@ inline constexpr auto tool_names = std::to_array<std::string_view>({"datactl", "
 
 // Where the simulated server meets its file system.
 struct Surroundings {
-  std::string var = "/var";                       // the directory of the platform's files
-  std::string sd_socket = "/tmp/snmp_velt_sock";  // where the daemon listens for SD-card changes
+  std::string var = "/var";                  // the directory of the platform's files
+  std::string sd_socket = VELT_SOCKET_PATH;  // where the module listens for SD-card changes
 };
 
 // Thread safe.

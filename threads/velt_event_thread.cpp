@@ -7,17 +7,16 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <string_view>
 
 #include "core/background_thread.h"
 #include "core/descriptor.h"
+#include "platform/storage_client.h"
 #include "refresh/storage_reload.h"
 
 namespace tavo {
 namespace {
 
 constexpr const char *thread_name = "velt_thread";
-constexpr std::string_view socket_path = "/tmp/snmp_velt_sock";
 constexpr int backlog = 20;
 constexpr std::size_t longest_message = 1024;  // octets
 
@@ -47,7 +46,8 @@ Descriptor listen_at_socket_path() {
   }
   sockaddr_un address = {};
   address.sun_family = AF_UNIX;
-  socket_path.copy(address.sun_path, sizeof address.sun_path - 1);
+  static_assert(sizeof VELT_SOCKET_PATH <= sizeof address.sun_path);
+  std::strcpy(address.sun_path, VELT_SOCKET_PATH);
   unlink(address.sun_path);
   if (bind(listener.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
     const int error = errno;

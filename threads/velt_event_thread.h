@@ -1,8 +1,8 @@
-// The SD-card event thread: rebuilds the three SD-card tables whenever the SD-card service connects to the socket
-// "/tmp/snmp_velt_sock".
+// The SD-card event thread: rebuilds the three SD-card tables whenever the SD-card service connects to its socket
+// (VELT_SOCKET_PATH).
 //
 // What a peer sends, at most 1024 octets of text, is logged and means nothing: the connection itself is the message.
-// Connections are served one after the other.
+// Connections are served one at a time.
 #pragma once
 
 namespace tavo {

@@ -17,6 +17,7 @@
 
 #include "core/access_lock.h"
 #include "core/descriptor.h"
+#include "platform/storage_client.h"
 #include "refresh/storage_reload.h"
 #include "tables/sd_cards/tavoStorageVeltroCardTable.h"
 #include "tables/sd_cards/tavoStorageVeltroControllerTable.h"
@@ -37,8 +38,6 @@ using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr const char *path = "/tmp/snmp_velt_sock";
-
 const LogLine initiated = {LOG_DEBUG, "Velt Thread initiated\n"};
 const LogLine triggered = {LOG_DEBUG, "Got the trigger from VELT\n"};
 
@@ -50,7 +49,7 @@ class VeltEventThreadTest : public fakes::ModuleTest {
   static Descriptor connect_to_thread() {
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
-    fakes::FakeFiles::real_path(path).copy(address.sun_path, sizeof address.sun_path - 1);
+    fakes::FakeFiles::real_path(VELT_SOCKET_PATH).copy(address.sun_path, sizeof address.sun_path - 1);
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
     while (std::chrono::steady_clock::now() < deadline) {
       Descriptor peer(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
@@ -199,7 +198,7 @@ TEST_F(VeltEventThreadTest, APeerThatSaysNothingHoldsNoLock) {
 }
 
 TEST_F(VeltEventThreadTest, AStaleFileAtThePathDoesNotPreventBinding) {
-  files_.write(path, "stale");
+  files_.write(VELT_SOCKET_PATH, "stale");
   start();
   send_message("x");
   EXPECT_TRUE(wait_for_rebuilds(1));
@@ -213,7 +212,7 @@ TEST_F(VeltEventThreadTest, TheSocketStaysBehindAndTheNextStartReplacesIt) {
     ASSERT_TRUE(wait_for_rebuilds(2 * i + 1));
     stop_and_join();
     struct stat left;
-    ASSERT_EQ(stat(fakes::FakeFiles::real_path(path).c_str(), &left), 0);
+    ASSERT_EQ(stat(fakes::FakeFiles::real_path(VELT_SOCKET_PATH).c_str(), &left), 0);
     EXPECT_TRUE(S_ISSOCK(left.st_mode));
   }
 }
@@ -226,7 +225,7 @@ TEST_F(VeltEventThreadTest, TheWholeAddressIsBoundAndTwentyMayWait) {
   sockaddr_un expected;
   std::memset(&expected, 0, sizeof expected);
   expected.sun_family = AF_UNIX;
-  std::strcpy(expected.sun_path, path);
+  std::strcpy(expected.sun_path, VELT_SOCKET_PATH);
   ASSERT_EQ(bound[0].octets.size(), 110U);
   EXPECT_EQ(std::memcmp(bound[0].octets.data(), &expected, sizeof expected), 0);
   EXPECT_THAT(fakes::backlogs(), ElementsAre(20));
@@ -261,7 +260,7 @@ TEST_F(VeltEventThreadTest, WhenItCannotBindTheThreadClosesItsSocketAndEnds) {
 }
 
 TEST_F(VeltEventThreadTest, ADirectoryAtThePathPreventsBinding) {
-  files_.make_directory(path);
+  files_.make_directory(VELT_SOCKET_PATH);
   EXPECT_THAT(log_of_a_failed_thread(),
               ElementsAre(initiated, LogLine{LOG_ERR, "velt_thread: bind() failed: Address already in use\n"}));
 }
