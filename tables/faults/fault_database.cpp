@@ -12,7 +12,7 @@ EntityNode **fault_database = nullptr;
 
 namespace {
 
-// The link that leads to the record's node: the null link at the end of its chain when there is no such node.
+// The link that leads to the record's node, or the null link at the end of the chain if there is no such node.
 EntityNode **find_link(const Record &fault) {
   const std::uint32_t class_code = fault.u32(FAULT_CLASS_CODE);
   const std::uint32_t index = fault.u32(FAULT_INDEX);
@@ -43,21 +43,21 @@ int free_entity_nodes() {
 int lookup_and_modify_fault_table(const void *record, FaultRow **row) {
   *row = nullptr;
   if (record == nullptr || fault_database == nullptr) {
-    return 0;
+    return FaultDropped;
   }
   const Record fault(record, FAULT_RECORD_SIZE);
   const bool clears = fault.u32(FAULT_SEVERITY) == 0;
   if (const EntityNode *known = *find_link(fault); known != nullptr) {
     *row = known->row;
-    return clears ? 3 : 1;
+    return clears ? FaultCleared : FaultUpdated;
   }
 
   Zeroed<EntityNode> node(static_cast<EntityNode *>(create_entity_node()));
   Zeroed<FaultRow> fresh = make_zeroed<FaultRow>();
   if (node == nullptr || fresh == nullptr) {
-    return 0;
+    return FaultDropped;
   }
-  // The node is found by its row's index, so the row has it from the start.
+  // A node is found by its row's index, so the row needs its index from the start.
   fresh->index = fault.u32(FAULT_INDEX);
   const std::uint32_t class_code = fault.u32(FAULT_CLASS_CODE);
   EntityNode *&bucket = fault_database[class_code % fault_bucket_count];
@@ -65,7 +65,7 @@ int lookup_and_modify_fault_table(const void *record, FaultRow **row) {
   node->row = *row = fresh.release();
   node->next = bucket;
   bucket = node.release();
-  return clears ? 4 : 2;
+  return clears ? UnknownFaultCleared : FaultRaised;
 }
 
 void delete_entity_node(const void *record, FaultRow *) {

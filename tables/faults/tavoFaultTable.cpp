@@ -32,13 +32,18 @@ TAVO_COLUMNS(tavoFaultTable, Row, dn, rn, affected_id, affected_object, column_6
 
 constexpr const char *serial_number_marker = "/var/snmpSerialNoEnabled";
 
-// What heads the affected object's text in notifications; empty for nothing. Written at start-up only.
-constinit char serial_number[128] = "";
+// "[Serial No: SERIAL-NUMBER] ", which begins the affected object's text in notifications, or nothing. Written only at
+// start-up.
+constinit char serial_number_prefix[144] = "";
 
 void read_serial_number() {
-  std::memset(serial_number, 0, sizeof serial_number);
+  char serial_number[128] = "";
+  serial_number_prefix[0] = '\0';
   if (marker_exists(serial_number_marker)) {
     getValueSN("fru", "Product Serial", ": ", serial_number);
+  }
+  if (serial_number[0] != '\0') {
+    format_text(serial_number_prefix, "[Serial No: %s] ", serial_number);
   }
 }
 
@@ -63,16 +68,6 @@ constexpr int failed = -1;
 constexpr int null_argument = -103;
 constexpr int row_not_listed = -106;
 
-void convert_time(const Record &fault, std::size_t offset, CountedText<32> &to) {
-  const time_t seconds = fault.i32(offset);
-  std::array<unsigned char, sizeof to.text> octets = {};
-  std::size_t count = octets.size();
-  if (convert_evsd_sel_time_to_snmp_time(&seconds, octets.data(), &count) == 0) {
-    std::memcpy(to.text, octets.data(), count);
-    to.length = static_cast<std::int32_t>(count);
-  }
-}
-
 void convert_affected_id(const Record &fault, Row &row) {
   const std::uint32_t count = std::min<std::uint32_t>(fault.u32(FAULT_AFFECTED_OID_COUNT), FAULT_AFFECTED_OID_CAPACITY);
   for (std::uint32_t i = 0; i < count; ++i) {
@@ -86,27 +81,23 @@ std::string_view affected_object_of(const Record &fault) {
 }
 
 void convert_affected_object(const Record &fault, Row &row) {
-  const std::string_view text = affected_object_of(fault);
-  if (serial_number[0] == '\0') {
-    row.affected_object.assign(text);
-    return;
-  }
-  format_text(row.affected_object.text, "[Serial No: %s] %.*s", serial_number, static_cast<int>(text.size()),
-              text.data());
-  row.affected_object.length = static_cast<std::int32_t>(std::strlen(row.affected_object.text));
+  const std::string_view object = affected_object_of(fault);
+  char text[sizeof row.affected_object.text];
+  format_text(text, "%s%.*s", serial_number_prefix, static_cast<int>(object.size()), object.data());
+  row.affected_object.assign(text);
 }
 
 int listed_count() TAVO_LOCKING(requires_capability(table.lock())) {
   return static_cast<int>(table.rows().count());
 }
 
-// A listed row may be read at any time, so it gets its new content in one piece.
+// Gives a listed row its new content in one piece, since a request may read it at any time.
 void rewrite(Row &row, const Row &content) {
   const ListGuard guard(table.lock());
   row = content;
 }
 
-// Ends a row that has no node any more.
+// Ends a row whose node is gone.
 void drop(Row *row, bool listed) {
   if (listed) {
     tavoFaultTable_removeEntry(row);
@@ -116,10 +107,39 @@ void drop(Row *row, bool listed) {
   std::free(row);
 }
 
+// Shows an active fault in the table, in `row`. 0, or row_not_listed.
+int show(const Record &fault, Row *row, bool listed, Row content) {
+  // Only notifications carry the serial number.
+  content.affected_object.assign(affected_object_of(fault));
+  if (listed) {
+    rewrite(*row, content);
+  } else {
+    *row = content;
+  }
+  if (tavoFaultTable_createEntry(content.index, row, listed ? 1 : 0, fault.i32(FAULT_CLASS_CODE),
+                                 content.affected_object.text) != nullptr) {
+    return 0;
+  }
+  snmp_log(LOG_DEBUG,
+           listed ? "failed to create table entry for FaultIndex:%0x\n"
+                  : "Failed to create table entry for FaultIndex:%0x\n",
+           content.index);
+  return row_not_listed;
+}
+
 }  // namespace
 
 std::span<const Column> fault_columns() {
   return columns;
+}
+
+void assign_time(DateAndTime &to, std::time_t seconds) {
+  std::array<unsigned char, sizeof to.text> octets = {};
+  std::size_t count = octets.size();
+  if (convert_evsd_sel_time_to_snmp_time(&seconds, octets.data(), &count) == 0) {
+    std::memcpy(to.text, octets.data(), count);
+    to.length = static_cast<std::int32_t>(count);
+  }
 }
 
 int getValueSN(const char *source, const char *key, const char *separator, char *out) {
@@ -144,8 +164,8 @@ int convert_fe_to_fault_table_entry(const void *record, FaultRow *row) {
   row->cause = fault.i32(FAULT_CAUSE);
   row->column_8.assign("unknown");
   row->code = fault.i32(FAULT_CODE);
-  convert_time(fault, FAULT_FIRST_TIME, row->first_time);
-  convert_time(fault, FAULT_LAST_TIME, row->last_time);
+  assign_time(row->first_time, fault.i32(FAULT_FIRST_TIME));
+  assign_time(row->last_time, fault.i32(FAULT_LAST_TIME));
   row->description.assign(fault.text(FAULT_DESCRIPTION, FAULT_DESCRIPTION_SIZE));
   row->column_12 = 6;
   row->sequence = {.high = row->index, .low = 0};
@@ -182,58 +202,38 @@ int populate_fault_table_from_fe(const void *record) {
     return failed;
   }
   const Record fault(record, FAULT_RECORD_SIZE);
-  const std::uint32_t class_code = fault.u32(FAULT_CLASS_CODE);
-  const std::uint32_t index = fault.u32(FAULT_INDEX);
+  const std::int32_t class_code = fault.i32(FAULT_CLASS_CODE);
   if (class_code == class_number::system_fan || class_code == class_number::power_supply_fan) {
     update_fan_prs_and_sev(record);
   }
 
   FaultRow *row = nullptr;
   const int found = lookup_and_modify_fault_table(record, &row);
-  if (found == 0) {
+  if (found == FaultDropped) {
     return 0;
   }
   if (row == nullptr) {
     snmp_log(LOG_DEBUG, "Failed to get Table entry for Fault Index\n");
     return failed;
   }
-  const bool listed = found == 1 || found == 3;
-  const bool active = found == 1 || found == 2;
+  const bool listed = found == FaultUpdated || found == FaultCleared;
 
-  FaultRow state = *row;
-  if (const int error = convert_fe_to_fault_table_entry(record, &state); error != 0) {
+  FaultRow content = *row;
+  if (const int error = convert_fe_to_fault_table_entry(record, &content); error != 0) {
     snmp_log(LOG_DEBUG, "failed to convert FE to fault table entry, event id: %0x\n", class_code);
     delete_entity_node(record, row);
     drop(row, listed);
     return error;
   }
   if (needToSendTrapFlag == 1) {
-    send_fault_trap(index, &state);
+    send_fault_trap(content.index, &content);
   }
-  if (!active) {
-    request_refresh(static_cast<int>(class_code));
-    delete_entity_node(record, row);
-    drop(row, listed);
-    return 0;
+  if (found == FaultRaised || found == FaultUpdated) {
+    return show(fault, row, listed, content);
   }
-
-  // Notifications carry the serial number, the table does not.
-  char affected_object[FAULT_AFFECTED_OBJECT_SIZE + 1];
-  copy_text(affected_object, affected_object_of(fault));
-  state.affected_object.assign(affected_object);
-  if (listed) {
-    rewrite(*row, state);
-  } else {
-    *row = state;
-  }
-  if (tavoFaultTable_createEntry(index, row, listed ? 1 : 0, static_cast<int>(class_code), affected_object) ==
-      nullptr) {
-    snmp_log(LOG_DEBUG,
-             listed ? "failed to create table entry for FaultIndex:%0x\n"
-                    : "Failed to create table entry for FaultIndex:%0x\n",
-             index);
-    return row_not_listed;
-  }
+  request_refresh(class_code);
+  delete_entity_node(record, row);
+  drop(row, listed);
   return 0;
 }
 
@@ -253,7 +253,7 @@ FaultRow *tavoFaultTable_createEntry(uint32_t, FaultRow *row, int update, int cl
       snmp_log(LOG_DEBUG, "Updated an entry, Total Fault entries:%d\n", listed_count());
     }
   }
-  request_refresh(static_cast<int>(class_code));
+  request_refresh(class_code);
   return row;
 }
 

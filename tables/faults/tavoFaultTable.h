@@ -1,13 +1,17 @@
-// tavoFaultTable: the controller's active faults. A record of the fault engine raises, updates or clears one fault,
-// and each sends a notification before the table changes.
+// tavoFaultTable: the controller's active faults. Each record of the fault engine raises, updates or clears one fault,
+// and sends a notification before the table changes.
 #pragma once
 
 #include <cstdint>
+#include <ctime>
 #include <span>
 
 #include "core/table_entry_points.h"
 
 namespace tavo {
+
+// 8 octets in the controller's local time, or empty (see convert_evsd_sel_time_to_snmp_time).
+using DateAndTime = CountedText<32>;
 
 struct FaultRow {
   std::uint32_t index;  // the fault index
@@ -19,12 +23,12 @@ struct FaultRow {
   std::int32_t cause;
   CountedText<32> column_8;  // always "unknown"
   std::int32_t code;
-  CountedText<32> first_time;  // DateAndTime
+  DateAndTime first_time;
   CountedText<192> description;
   std::int32_t column_12;  // always 6
-  CounterWords sequence;
-  CountedText<32> last_time;  // DateAndTime
-  std::int32_t column_15;     // always 0
+  CounterWords sequence;   // the fault index in the high word, 0 in the low one
+  DateAndTime last_time;
+  std::int32_t column_15;  // always 0
   Counter32 occurrences;
   std::int32_t severity;
   std::int32_t previous_severity;
@@ -38,36 +42,42 @@ struct FaultRow {
 // The table's columns, from first_column on.
 std::span<const Column> fault_columns();
 
-// While the fault event thread runs it alone changes the rows, and what applies records below is its own. The daemon's
-// thread starts the table up before that thread and clears it once the thread is joined. Start-up reads the server's
-// serial number where the controller asks for it (a marker file); the table stays empty until the thread fills it.
-// tavoFaultTable_removeAllEntries takes the lock, unlike the other tables' functions of that name.
+// Converts `seconds` since 1970, or leaves `to` alone if they cannot be converted.
+void assign_time(DateAndTime &to, std::time_t seconds);
+
+// Start-up registers an empty table and, if the marker file asks for it, reads the server's serial number. The fault
+// event thread then fills the table; while it runs, it alone changes the rows and calls the functions below. Before it
+// starts and after it is joined, they are the daemon's thread's to call.
+//
+// tavoFaultTable_removeAllEntries takes the lock itself, unlike the other tables' functions of that name. The table
+// cannot be de-registered.
 TAVO_DECLARE_TABLE_WITH_OWN_ROWS(tavoFaultTable, FaultRow)
 
 #pragma GCC visibility push(default)
 extern "C" {
 
-// Runs one query of the platform and copies the first line that it prints, and a NUL, to `out`: 128 octets that
-// the caller has zeroed. 1, or 0 when there is no such line.
+// Runs one of the platform's queries and copies the first line that it prints, with a NUL, to `out`: 128 octets that
+// the caller has zeroed. 1, or 0 if there is no such line.
 int getValueSN(const char *source, const char *key, const char *separator, char *out);
 
-// Applies one record of the fault engine: notification, table, refresh mark. 0, also for a record that is dropped for
-// want of memory; -1 for a null record; -106 when the row cannot be listed.
+// Applies one record of the fault engine: notification, table, refresh mark. 0, even if the record is dropped because
+// memory is short; -1 for a null record; -106 if the row cannot be listed.
 int populate_fault_table_from_fe(const void *record);
 
-// Fills every column of `row` from a record; a time that cannot be converted leaves its column as it was. The affected
-// object's text is headed by the serial number when there is one. 0, or -103 when an argument is null.
+// Fills every column of `row` from a record; a time that cannot be converted leaves its column as it was. If there is a
+// serial number, the affected object's text begins with it. 0, or -103 if an argument is null.
 int convert_fe_to_fault_table_entry(const void *record, FaultRow *row);
 
-// Notes a fan's fault, or that it is gone. Class 29 is a system fan, any other a power supply's fan.
+// Records the severity of a fan's fault, 0 if the fault is cleared, and a system fan's presence. A record whose class
+// is not class_number::system_fan is taken to be about a power supply's fan.
 void update_fan_prs_and_sev(const void *record);
 
-// Gives `row` the affected object's `text` as it stands, lists it (`update` 0) or takes it as listed already (1), and
-// marks what the class code stands for as due for a refresh. Takes subagent lock 1, then the inventory lock. `index` is
-// not used: the row has its own. Returns the row; null for a null row.
+// Gives `row` the affected object's `text` as it is, adds the row to the list if `update` is 0, and marks what the
+// class code stands for as due for a refresh. Takes the table's lock, then the inventory lock. `index` is not used: the
+// row has its own. Returns the row; null for a null row.
 FaultRow *tavoFaultTable_createEntry(uint32_t index, FaultRow *row, int update, int class_code, const char *text);
 
-// Empties the table, taking subagent lock 1. Always 0.
+// Calls tavoFaultTable_removeAllEntries. Always 0.
 int clear_fault_table_entries(void);
 }
 #pragma GCC visibility pop

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdio>
@@ -11,9 +12,7 @@
 #include <span>
 #include <utility>
 
-#include "core/conversions.h"
 #include "core/marker.h"
-#include "core/text.h"
 #include "core/trace.h"
 
 namespace tavo {
@@ -34,11 +33,37 @@ constexpr auto fault_raised = below_server_root(0, 1);
 constexpr auto fault_cleared = below_server_root(0, 2);
 constexpr auto start_time_name = below_server_root(1, 1, 1, 1, 10, 0);
 
-// The index, which no GET can ask for, as a column.
-constexpr Column index_column = column_of<std::uint32_t>(offsetof(Row, index));
+// What a fault's notification carries after snmpTrapOID, in this order: fields of its row, each sent as its column. To
+// add a varbind, add a line here, and list its object in mibs/TAVO-FAULT-MIB and docs/notifications.md.
+constexpr auto notified_fields = std::to_array<std::size_t>({
+    offsetof(Row, index),
+    offsetof(Row, description),
+    offsetof(Row, affected_id),
+    offsetof(Row, affected_object),
+    offsetof(Row, first_time),
+    offsetof(Row, last_time),
+    offsetof(Row, code),
+    offsetof(Row, column_22),
+    offsetof(Row, cause),
+    offsetof(Row, severity_again),
+    offsetof(Row, occurrences),
+    offsetof(Row, sequence),
+});
 
-// The other columns in a fault's notification, in the order in which they stand there.
-constexpr auto notified_columns = std::to_array<int>({11, 4, 5, 10, 14, 9, 22, 7, 20, 16, 13});
+struct NumberedColumn {
+  std::size_t number;
+  Column column;
+};
+
+// The column that shows a field of the row. The index has one here, too, although no GET can read it.
+NumberedColumn column_showing(std::size_t field) {
+  if (field == offsetof(Row, index)) {
+    return {.number = 1, .column = column_of<decltype(Row::index)>(offsetof(Row, index))};
+  }
+  const std::span<const Column> columns = fault_columns();
+  const auto found = std::ranges::find(columns, field, &Column::offset);
+  return {.number = first_column + static_cast<std::size_t>(found - columns.begin()), .column = *found};
+}
 
 struct FreeVarbinds {
   void operator()(netsnmp_variable_list *list) const { snmp_free_varbind(list); }
@@ -50,37 +75,30 @@ using Varbinds = std::unique_ptr<netsnmp_variable_list, FreeVarbinds>;
   return snmp_varlist_add_variable(list, name.data(), name.size(), type, value, size) != nullptr;
 }
 
-[[nodiscard]] bool append_column(netsnmp_variable_list **list, int number, const Column &column, std::uint32_t instance,
-                                 const Row &row) {
-  const auto name = below_server_root(1, 1, 1, 1, number, instance);
-  return ColumnValue(column, &row).append(list, name);
+[[nodiscard]] bool append_field(netsnmp_variable_list **list, std::size_t field, std::uint32_t instance,
+                                const Row &row) {
+  const auto [number, column] = column_showing(field);
+  return ColumnValue(column, &row).append(list, below_server_root(1, 1, 1, 1, number, instance));
 }
 
-// Null when there is no memory.
+// Null if memory is short.
 Varbinds fault_varbinds(std::uint32_t instance, const Row &row) {
   const std::span<const oid> trap_oid = row.severity_again != 0 ? fault_raised : fault_cleared;
   netsnmp_variable_list *list = nullptr;
-  bool complete = append(&list, trap_oid_name, ASN_OBJECT_ID, trap_oid.data(), trap_oid.size_bytes()) &&
-                  append_column(&list, 1, index_column, instance, row);
-  for (const int number : notified_columns) {
-    complete =
-        complete &&
-        append_column(&list, number, fault_columns()[static_cast<std::size_t>(number - first_column)], instance, row);
+  bool complete = append(&list, trap_oid_name, ASN_OBJECT_ID, trap_oid.data(), trap_oid.size_bytes());
+  for (const std::size_t field : notified_fields) {
+    complete = complete && append_field(&list, field, instance, row);
   }
   Varbinds varbinds(list);
   return complete ? std::move(varbinds) : nullptr;
 }
 
-// The time is empty when it cannot be converted.
+// The time is sent empty if it cannot be converted.
 void send_start_up_notification() {
-  const time_t now = time(nullptr);
-  std::array<unsigned char, 32> octets = {};
-  std::size_t length = octets.size();
-  if (convert_evsd_sel_time_to_snmp_time(&now, octets.data(), &length) != 0) {
-    length = 0;
-  }
+  DateAndTime now = {};
+  assign_time(now, std::time(nullptr));
   netsnmp_variable_list *list = nullptr;
-  const bool complete = append(&list, start_time_name, ASN_OCTET_STR, octets.data(), length);
+  const bool complete = append(&list, start_time_name, ASN_OCTET_STR, now.text, static_cast<std::size_t>(now.length));
   const Varbinds varbinds(list);
   if (complete) {
     send_enterprise_trap_vars(1, -1, trap_version_id, std::size(trap_version_id), varbinds.get());
@@ -119,7 +137,7 @@ int create_dummy_trap_entry(FaultRow *row) {
   row->sequence = {.high = 1, .low = 0};
   row->column_15 = 0;
   row->occurrences = {1};
-  // Severity 0: managers know the test notification as a clear.
+  // Severity 0 makes the test notification a clear, which is what managers expect.
   row->severity = 0;
   row->previous_severity = 0;
   row->code_again = 0;
