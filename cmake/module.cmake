@@ -30,7 +30,7 @@ add_custom_command(
   OUTPUT ${CMAKE_BINARY_DIR}/exports.checked
   COMMAND ${CMAKE_SOURCE_DIR}/module/check-exports ${exports_list} $<TARGET_OBJECTS:module_objects>
   COMMAND ${CMAKE_COMMAND} -E touch ${CMAKE_BINARY_DIR}/exports.checked
-  DEPENDS module_objects ${exports_list} ${CMAKE_SOURCE_DIR}/module/check-exports
+  DEPENDS $<TARGET_OBJECTS:module_objects> ${exports_list} ${CMAKE_SOURCE_DIR}/module/check-exports
   COMMAND_EXPAND_LISTS VERBATIM)
 
 # What the tables are, as JSON, for the tools, tests and documents that need to know: build/PRESET/tables.json. The
@@ -41,5 +41,8 @@ target_link_options(describe_tables PRIVATE -no-pie -Wl,--unresolved-symbols=ign
 add_custom_command(
   OUTPUT ${CMAKE_BINARY_DIR}/tables.json
   COMMAND describe_tables ${CMAKE_BINARY_DIR}/tables.json
+  DEPENDS describe_tables
   VERBATIM)
 add_custom_target(module_descriptions ALL DEPENDS ${CMAKE_BINARY_DIR}/tables.json ${CMAKE_BINARY_DIR}/exports.checked)
+# No module without these checks, whichever target is built.
+add_dependencies(snmpextmibmodule module_descriptions)
