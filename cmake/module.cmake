@@ -6,6 +6,10 @@ add_library(module_objects OBJECT ${module_sources} module/start_up.cpp)
 set_target_properties(module_objects PROPERTIES CXX_VISIBILITY_PRESET hidden
                                                 VISIBILITY_INLINES_HIDDEN ON)
 target_compile_options(module_objects PRIVATE -ffunction-sections -fdata-sections)
+# Requests run through core/ alone. The rest waits for the platform, and a controller has little flash.
+list(FILTER module_sources EXCLUDE REGEX "/core/")
+set_source_files_properties(${module_sources} module/start_up.cpp PROPERTIES
+                            COMPILE_OPTIONS $<$<NOT:$<CONFIG:Debug>>:-Os>)
 target_link_libraries(module_objects PUBLIC netsnmpagent netsnmp Threads::Threads)
 
 # module/exports.txt is the one list of what the module exports: the linker's version script is written from it.
