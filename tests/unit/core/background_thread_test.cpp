@@ -113,7 +113,7 @@ TEST_F(BackgroundThreadTest, RunsFromCreateToStop) {
                   LogLine{LOG_DEBUG, "released after the attributes\n"}, LogLine{LOG_DEBUG, "SampleThread exited\n"}));
 }
 
-TEST_F(BackgroundThreadTest, IsCreatedJoinableWithAttributesOfItsOwnAndNoArgument) {
+TEST_F(BackgroundThreadTest, IsCreatedJoinableWithItsOwnAttributesAndNoArgument) {
   fakes::start_no_threads();
   ASSERT_EQ(sample.create({.function = "create_sample_thread", .line = 12}), 0);
   const auto created = fakes::created_threads();
@@ -209,7 +209,7 @@ TEST_F(BackgroundThreadTest, AnExceptionEndsTheThreadAndNotTheProcess) {
   EXPECT_EQ(fakes::log_lines()[0], (LogLine{LOG_ERR, "fail_at_once: out of everything\n"}));
 }
 
-TEST_F(BackgroundThreadTest, WorkThatLeavesByPthreadExitUnwindsAndEndsTheThreadAlone) {
+TEST_F(BackgroundThreadTest, WorkThatCallsPthreadExitEndsItsThreadAlone) {
   ThreadDescription leaving = description;
   leaving.start_routine = leave_from_within;
   BackgroundThread thread(leaving);

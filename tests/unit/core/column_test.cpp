@@ -148,7 +148,7 @@ TEST_F(ColumnTest, ACounter64OfTwoWordsPutsTheHighOneFirst) {
   EXPECT_EQ(encoded(fakes::sample_column::sequence), (Octets{0x46, 8, 1, 2, 3, 4, 0xA5, 6, 7, 8}));
 }
 
-TEST_F(ColumnTest, ACounter64OfFourOctetsIsAProperOneWhereNetSnmpRefusesFour) {
+TEST_F(ColumnTest, AFourOctetCounter64IsWidenedWhereNetSnmpRefusesIt) {
   for (const std::uint32_t number : {0U, 1U, 0xFFFFFFFFU}) {
     row_.uptime = {number};
     EXPECT_EQ(value(fakes::sample_column::uptime), fakes::counter64(number));

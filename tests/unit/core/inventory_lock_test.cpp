@@ -97,7 +97,7 @@ TEST_F(RefreshMarkTest, TheConditionIsSignalledBeforeTheMarkIsSet) {
   EXPECT_EQ(check_inventory_status(29), 1);
 }
 
-TEST_F(RefreshMarkTest, ASignalThatFailsGivesItsErrorAndTheMarkIsSetAllTheSame) {
+TEST_F(RefreshMarkTest, AFailedSignalGivesItsErrorAndSetsTheMark) {
   fakes::answer_next_signal([] { return EINVAL; });
   EXPECT_EQ(signal_inventory_condition(29), EINVAL);
   EXPECT_EQ(check_inventory_status(29), 1);
@@ -124,7 +124,7 @@ TEST_F(InventoryLockTest, AWaiterIsWokenAndFindsTheMark) {
   EXPECT_EQ(due, 1);
 }
 
-TEST_F(InventoryLockTest, DestroyInventoryResourceTakesTheConditionAndThenTheMutex) {
+TEST_F(InventoryLockTest, DestroysTheConditionAndThenTheMutex) {
   acquire_inventory_lock();
   const void *const inventory_mutex = fakes::last_locked_mutex();
   signal_inventory_condition(0);

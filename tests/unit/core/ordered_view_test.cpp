@@ -184,7 +184,7 @@ class OrderedViewTest : public fakes::ModuleTest {
   }
 };
 
-TEST_F(OrderedViewTest, AnyRequestToAnyListIsAnsweredAsAWalkOfTheFullListWould) {
+TEST_F(OrderedViewTest, AnyRequestIsAnsweredAsByAWalkOfTheFullList) {
   const std::uint32_t first_seed = std::random_device()();
   constexpr std::uint32_t lists = 300;
   constexpr int requests_to_each_list = 25;

@@ -63,7 +63,7 @@ class RequestTest : public fakes::SampleTableTest {
   bool locked_while_reading_ = true;
 };
 
-TEST_F(RequestTest, TwoHundredGetsOfOneCellAndThenWalksLeaveTheLockFree) {
+TEST_F(RequestTest, TwoHundredGetsAndThenWalksLeaveTheLockFree) {
   for (std::uint32_t index = 1; index <= 5; ++index) {
     add_row(ev_sample, index, static_cast<int>(index));
   }
@@ -154,7 +154,7 @@ std::vector<long> generations(const fakes::Response &response) {
   return found;
 }
 
-TEST_F(RequestTest, BesideRebuildAfterRebuildEveryAnswerIsOfOneGeneration) {
+TEST_F(RequestTest, AnswersDuringRebuildsAreOfOneGenerationEach) {
   fakes::before_rows_are_read = nullptr;
   rebuild_rows(1);
   std::atomic<bool> stopped = false;
@@ -186,7 +186,7 @@ TEST_F(RequestTest, AnEmptyTableAnswersAndLeavesTheLockFree) {
   EXPECT_FALSE(is_locked(ev_sample));
 }
 
-TEST_F(RequestTest, WithoutItsEvLockARequestFindsNoRowAndReleasesNothing) {
+TEST_F(RequestTest, WithoutItsEvLockARequestFindsNoRow) {
   add_row(ev_sample, 1);
   EXPECT_EQ(fakes::get({cell(ev_root, 2, 2)}).answers.at(0).value, fakes::no_such_instance);  // starts the agent
   fakes::fail_next_mutex_call(EINVAL);
@@ -257,7 +257,7 @@ int next_rows_for(Request request) {
 
 class RequestCostTest : public fakes::SampleTableTest {};
 
-TEST_F(RequestCostTest, AVarbindCostsAtMostTwoNextRowsHoweverManyRowsThereAre) {
+TEST_F(RequestCostTest, AVarbindCostsAtMostTwoNextRowsInAnyTable) {
   ev_sample.table.register_with_agent();
   std::uint32_t rows = 0;
   for (const std::uint32_t more : {1U, 7U, 24U, 224U}) {
@@ -278,7 +278,7 @@ TEST_F(RequestCostTest, AVarbindCostsAtMostTwoNextRowsHoweverManyRowsThereAre) {
   }
 }
 
-TEST_F(RequestTest, OfSeveralRowsWithOneIndexTheFirstInTheListIsServedEverywhere) {
+TEST_F(RequestTest, OfRowsThatShareAnIndexTheFirstListedIsServed) {
   add_row(ev_sample, 1, 10);
   add_row(ev_sample, 2, 20);
   add_row(ev_sample, 2, 21);
@@ -304,7 +304,7 @@ TEST_F(RequestTest, ChangesBetweenRequestsAreSeen) {
   EXPECT_EQ(fakes::get({cell(ev_root, 2, 1)}).answers.at(0).value, fakes::no_such_instance);
 }
 
-TEST_F(RequestTest, WithoutMemoryForTheOrderedViewTheWholeListIsOffered) {
+TEST_F(RequestTest, WithoutMemoryForTheOrderTheWholeListIsOffered) {
   if (ran_in_a_process_of_its_own()) {
     return;
   }

@@ -70,7 +70,7 @@ TEST_F(HandlerTest, AnswersEveryRequestOfTheList) {
   EXPECT_EQ(value(2), fakes::integer(11));
 }
 
-TEST_F(HandlerTest, ARowlessOrInfolessRequestIsNoSuchInstanceAndTheOthersAreAnswered) {
+TEST_F(HandlerTest, ARequestWithoutARowOrInfoIsNoSuchInstanceAlone) {
   SampleRow *one = add_row(ev_sample, 1);
   ask(nullptr, 2);
   ask(one, 0);
@@ -97,7 +97,7 @@ TEST_F(HandlerTest, AColumnOutOfRangeIsNoSuchObjectWithOrWithoutARow) {
   EXPECT_EQ(value(4), text("row-1"));
 }
 
-TEST_F(HandlerTest, AValueThatIsRefusedIsAGenErrAndTheOthersAreAnswered) {
+TEST_F(HandlerTest, ARefusedValueIsAGenErrAndTheOthersAreAnswered) {
   SampleRow *one = add_row(ev_sample, 1, 11);
   ask(one, 2);
   ask(one, 2);

@@ -95,7 +95,7 @@ TEST_F(StartUpTest, EveryStepIsLoggedInItsOrder) {
 }
 
 // Nothing answers here: no tool, no sensor, no FRU area.
-TEST_F(StartUpTest, WithEveryToolMissingTheWaitsAreThoseOfTheTriesAndNoMore) {
+TEST_F(StartUpTest, WithoutAnyToolTheOnlyWaitsAreThoseOfTheTries) {
   if (tavo::ran_in_a_process_of_its_own()) {
     return;
   }
@@ -118,7 +118,7 @@ TEST_F(StartUpTest, WithEveryToolMissingTheWaitsAreThoseOfTheTriesAndNoMore) {
 }
 
 // The missing snapshot and the service's failure make the reading of both heard.
-TEST_F(StartUpTest, TheStorageLockIsHeldFromTheSnapshotsReadingToTheLastSdCardTable) {
+TEST_F(StartUpTest, TheStorageLockIsHeldFromSnapshotToLastSdCardTable) {
   fakes::start_no_threads();
   fakes::set_debugging(true);
   fakes::set_velt_result(VELT_REQUEST_CONTROLLER, -1);
@@ -164,7 +164,7 @@ TEST_F(StartUpTest, ASnapshotIsServedAndFreed) {
   EXPECT_NE(tavoStorageControllerTable_head->next, nullptr);
 }
 
-TEST_F(StartUpTest, WithoutASnapshotTheStorageTablesAreEmptyAndTheStartUpGoesOn) {
+TEST_F(StartUpTest, WithoutASnapshotTheStorageTablesStayEmpty) {
   fakes::start_no_threads();
   init_subagent_modules();
   EXPECT_EQ(head_stor_ptr, nullptr);
@@ -255,7 +255,7 @@ TEST_F(TestTrapThreadTest, EverySignalIsServedOnce) {
   EXPECT_THAT(fakes::log_lines(), Each(Field(&LogLine::priority, LOG_DEBUG)));
 }
 
-TEST_F(TestTrapThreadTest, EverySignalSendsTheSameTestNotificationAndTheOneAfterAStopALastOne) {
+TEST_F(TestTrapThreadTest, EverySignalSendsTheSameTestNotification) {
   if (tavo::ran_in_a_process_of_its_own()) {
     return;
   }

@@ -88,7 +88,7 @@ TEST_F(StorRebuildTest, AFileThatCountsNoneEmptiesTheTablesWithoutAMessage) {
   EXPECT_THAT(fakes::log_lines(), IsEmpty());
 }
 
-TEST_F(StorRebuildTest, AFileThatLacksARecordEmptiesTheTablesThoughOneWasRead) {
+TEST_F(StorRebuildTest, AFileThatLacksARecordEmptiesTheTables) {
   rebuild({full_controller()});
   files_.write(path, fakes::snapshot(2, {full_controller()}));
   expect_emptied();

@@ -173,7 +173,7 @@ TEST_P(EnvironmentStatisticsTest, ALongIdIsCutOffWithTheName) {
   EXPECT_THAT(GetParam().dns(), ElementsAre((GetParam().prefix + std::string(300, 'x')).substr(0, 63)));
 }
 
-TEST_P(EnvironmentStatisticsTest, ADumpThatCannotBeReadIsTriedFiveTimesWithAPauseAfterEach) {
+TEST_P(EnvironmentStatisticsTest, AnUnreadableDumpIsTriedFiveTimesWithPauses) {
   EXPECT_EQ(GetParam().build(0), -1);
   EXPECT_THAT(shell.system_commands(), testing::AllOf(SizeIs(5), Each(GetParam().command)));
   EXPECT_THAT(clock.sleeps(), ElementsAre(5, 5, 5, 5, 5));

@@ -62,7 +62,7 @@ std::vector<std::size_t> word_offsets() {
   return offsets;
 }
 
-TEST_F(HostToNetworkTest, Every32BitIntegerIsInNetworkOrderAndNothingElseChanges) {
+TEST_F(HostToNetworkTest, Converts32BitIntegersAndNothingElse) {
   std::vector<unsigned char> expected = numbered();
   for (const std::size_t offset : word_offsets()) {
     std::uint32_t word;

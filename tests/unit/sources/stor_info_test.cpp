@@ -96,7 +96,7 @@ TEST_F(StorInfoTest, AFileThatMayNotBeOpenedIsLogged) {
   EXPECT_THAT(fakes::log_lines(), ElementsAre(cannot_open()));
 }
 
-TEST_F(StorInfoTest, AFileWithoutAWholeCountIsLoggedAndLeavesTheHeadAlone) {
+TEST_F(StorInfoTest, AFileWithoutAWholeCountIsLoggedAndKeepsTheHead) {
   auto *const untouched = reinterpret_cast<StorController *>(&files_);
   for (std::size_t length = 0; length < 4; ++length) {
     fakes::reset_net_snmp();

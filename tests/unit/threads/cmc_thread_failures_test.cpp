@@ -118,7 +118,7 @@ TEST_F(CmcThreadTest, AFailedAcceptEndsTheThread) {
   close(peer);
 }
 
-TEST_F(CmcThreadTest, AFailedWaitForThePeersMessageClosesTheConnectionToo) {
+TEST_F(CmcThreadTest, AFailedWaitForAMessageClosesTheConnectionToo) {
   set_block("block");
   fakes::fail_next_socket_call("select", ENOMEM, 1);
   ASSERT_EQ(create_cmc_thread(), 0);
@@ -159,7 +159,7 @@ class TakenDescriptors {
   std::vector<int> taken_;
 };
 
-TEST_F(CmcThreadTest, AConnectionThatCannotBeWaitedForIsRefusedAndTheNextIsServed) {
+TEST_F(CmcThreadTest, AConnectionBeyondSelectIsRefusedAndTheNextServed) {
   set_block("block");
   start();
   ASSERT_TRUE(eventually([] { return std::atomic_ref(sock_fd).load() != -1; }));

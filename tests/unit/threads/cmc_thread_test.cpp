@@ -62,7 +62,7 @@ TEST_F(CmcThreadTest, ALargeBlockArrivesWhole) {
   close(peer);
 }
 
-TEST_F(CmcThreadTest, ABurstOfThreeThousandOctetsIsAnsweredAtMostThreeTimes) {
+TEST_F(CmcThreadTest, ABurstOf3000OctetsIsAnsweredAtMostThreeTimes) {
   set_block("b");
   start();
   const int peer = connect_client();

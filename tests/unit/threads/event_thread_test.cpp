@@ -163,7 +163,7 @@ TEST_F(EventThreadTest, ConnectFailuresAreSilentWhileDebuggingIsOff) {
   EXPECT_THAT(fakes::log_texts(), Each(Not(HasSubstr("Connection"))));
 }
 
-TEST_F(EventThreadTest, ABroadcasterThatClosesIsConnectedAgainAndAllFaultsAreLoadedAnew) {
+TEST_F(EventThreadTest, AClosedBroadcasterIsReconnectedAndFaultsReloaded) {
   fakes::set_active_faults({fault(3, 7, 5), fault(3, 8, 5)});
   start_warm();
   tell(fault(8, 9, 3));
@@ -268,7 +268,7 @@ TEST_F(EventThreadTest, AFailedJoinIsLoggedAndTheRestIsFreed) {
   EXPECT_EQ(tavoFaultTable_head, nullptr);
 }
 
-TEST_F(EventThreadTest, AJoinDestroysTheThreadsAttributesBeforeItFreesTheDatabase) {
+TEST_F(EventThreadTest, AJoinDestroysAttributesBeforeItFreesTheDatabase) {
   fakes::start_no_threads();
   create_FE_thread();
   const fakes::Destructions destructions;

@@ -154,7 +154,7 @@ class InventoryThreadLifeTest : public fakes::ModuleTest {
   std::vector<time_t> memory_served;
 };
 
-TEST_F(InventoryThreadLifeTest, RequestsAreLookedForWhenMoreThanTenSecondsHavePassed) {
+TEST_F(InventoryThreadLifeTest, LooksForRequestsAfterMoreThanTenSeconds) {
   run_until(110, [](unsigned) { raise(class_number::memory); });
   EXPECT_THAT(memory_served, ElementsAre(60, 80, 100));
 }
@@ -169,7 +169,7 @@ TEST_F(InventoryThreadLifeTest, TheTenSecondsCountFromTheEndOfTheLastPass) {
   EXPECT_THAT(memory_served, ElementsAre(60, 90, 110));
 }
 
-TEST_F(InventoryThreadLifeTest, ThePeriodicRefreshComesWhenMoreThanAHundredSecondsHavePassedSinceTheLastEnded) {
+TEST_F(InventoryThreadLifeTest, ThePeriodicRefreshComesAfterMoreThan100Seconds) {
   std::vector<time_t> leds;
   std::vector<time_t> supplies;
   shell.answers("/usr/local/bin/datactl get=externalLEDs | /usr/local/bin/flatkv > /var/LedInv", [&](int) {
@@ -188,7 +188,7 @@ TEST_F(InventoryThreadLifeTest, ThePeriodicRefreshComesWhenMoreThanAHundredSecon
   EXPECT_EQ(fakes::opens_of("/var/stor_info_data"), 0) << "storage only on request";
 }
 
-TEST_F(InventoryThreadLifeTest, EveryRequestRaisedInTheFirstMinuteIsServedInTheFirstPass) {
+TEST_F(InventoryThreadLifeTest, RequestsOfTheFirstMinuteAreServedInTheFirstPass) {
   run_until(60, [this](unsigned) {
     if (elapsed() == 0) {
       raise_everything();

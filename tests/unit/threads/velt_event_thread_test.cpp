@@ -115,7 +115,7 @@ TEST_F(VeltEventThreadTest, AMessageIsLoggedAndTheTablesAreRebuiltOnce) {
   EXPECT_EQ(fakes::velt_requests().size(), 6U) << "three for each connection";
 }
 
-TEST_F(VeltEventThreadTest, AConnectionWithoutDataLogsAFailureAndRebuildsAllTheSame) {
+TEST_F(VeltEventThreadTest, AnEmptyConnectionLogsAFailureAndRebuilds) {
   start();
   connect_to_thread();
   ASSERT_TRUE(wait_for_rebuilds(1));
@@ -124,7 +124,7 @@ TEST_F(VeltEventThreadTest, AConnectionWithoutDataLogsAFailureAndRebuildsAllTheS
   stop_and_join();
 }
 
-TEST_F(VeltEventThreadTest, AFailedReceiveIsLoggedWithItsErrorAndRebuildsAllTheSame) {
+TEST_F(VeltEventThreadTest, AFailedReceiveIsLoggedAndRebuilds) {
   start();
   fakes::fail_next_socket_call("recv", ECONNRESET);
   connect_to_thread();
@@ -289,7 +289,7 @@ TEST_F(VeltEventThreadTest, AThreadThatFailedLeavesTheTablesAsTheyWere) {
   EXPECT_THAT(fakes::velt_requests(), IsEmpty());
 }
 
-TEST_F(VeltEventThreadTest, AStopBeforeTheThreadListensEndsItWithoutAConnection) {
+TEST_F(VeltEventThreadTest, AStopBeforeItListensEndsItWithoutAConnection) {
   fakes::start_no_threads();
   start();
   stop_velt_thread();
@@ -343,7 +343,7 @@ TEST_F(VeltEventThreadTest, ARebuildReplacesEveryRowWhateverItsArgument) {
   storage_lock.release();
 }
 
-TEST_F(VeltEventThreadTest, ARebuildTakesTheStorageLockTellsOfItsTriggerAndThenAsksTheService) {
+TEST_F(VeltEventThreadTest, ARebuildLocksThenLogsThenAsksTheService) {
   fakes::set_velt_result(VELT_REQUEST_CONTROLLER, -1);
   ListLock &storage = storage_lock;
   std::vector<int> holds;
@@ -376,7 +376,7 @@ TEST_F(VeltEventThreadTest, ThePeersConnectionIsClosedBeforeTheRebuild) {
   stop_and_join();
 }
 
-TEST_F(VeltEventThreadTest, ARebuildReadsTheServiceAndThenBuildsInItsOrderUnderTheStorageLock) {
+TEST_F(VeltEventThreadTest, ARebuildBuildsInItsOrderUnderTheStorageLock) {
   fakes::set_velt_cards({fakes::VeltCard().number(VELT_CARD_SLOT, 1), fakes::VeltCard()});
   fakes::set_velt_partitions({fakes::VeltPartition().number(VELT_PARTITION_NUMBER, 1)});
   fakes::set_debugging(true);

@@ -141,7 +141,7 @@ TEST_F(BoardStatisticsTest, WithoutADumpTheRowIsMadeAllTheSameAfterFiveTries) {
       << "the key that was waited for is not complained of";
 }
 
-TEST_F(BoardStatisticsTest, WithoutADumpTheTemperaturesAreTriedFiveTimesAndMissedOneByOne) {
+TEST_F(BoardStatisticsTest, WithoutADumpEachTemperatureIsMissedAfterFiveTries) {
   EXPECT_EQ(initialize_computerackunitmb_tempstats(0), 0);
   ASSERT_NE(tavoComputeRackUnitMbTempStatsTable_head, nullptr);
   EXPECT_STREQ(tavoComputeRackUnitMbTempStatsTable_head->dn, "sys/rack-unit-1/board/temp-stats");

@@ -76,7 +76,7 @@ TEST_F(ComputeBoardTableTest, TextsAreCutToThirtyOneCharacters) {
   EXPECT_EQ(tavoComputeBoardTable_head->vendor, std::string(31, 'x'));
 }
 
-TEST_F(ComputeBoardTableTest, AnAreaThatCannotBeReadLeavesItsTextsEmptyAfterFiveTries) {
+TEST_F(ComputeBoardTableTest, AnUnreadableAreaLeavesTextsEmptyAfterFiveTries) {
   EXPECT_EQ(initialize_board_table(), 0);
   ASSERT_NE(tavoComputeBoardTable_head, nullptr);
   EXPECT_STREQ(tavoComputeBoardTable_head->model, "");

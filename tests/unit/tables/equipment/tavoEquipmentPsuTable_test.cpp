@@ -140,7 +140,7 @@ TEST_F(EquipmentPsuTableTest, ANumberFileThatIsADirectoryCannotBeRead) {
   EXPECT_EQ(rebuild(-1), "InventoryPSUviaPMBUSDaemon\nInventoryPSUviaPMBUSDaemon(-1)\n");
 }
 
-TEST_F(EquipmentPsuTableTest, AnUnreadableModelOfTheLastPresentSupplyIsTheResultThoughTheRowsStand) {
+TEST_F(EquipmentPsuTableTest, TheLastSupplysUnreadableModelIsTheResult) {
   count(3);
   supply(0);
   supply(1);

@@ -120,7 +120,7 @@ class ClearOrderTest : public FaultTableTest {
   }
 };
 
-TEST_F(ClearOrderTest, TheRefreshThreadIsSignalledThenTheNodeGoesThenTheRow) {
+TEST_F(ClearOrderTest, SignalsTheRefreshThreadThenFreesNodeAndRow) {
   apply(fault(3, 7, 5));
   EXPECT_THAT(steps_of(fault(3, 7, 0)), ElementsAre("signalled", "Deleting FaultIndex 7: ", "Deleted\n",
                                                     "Removed an entry, Total Fault entries:0\n"));

@@ -217,7 +217,7 @@ TEST_F(FaultTableTest, ASerialNumberThatCannotBeReadIsNone) {
   EXPECT_STREQ(row.affected_object.text, "sys/rack-unit-1/board/cpu-1");
 }
 
-TEST_F(FaultTableTest, ASecondStartUpWithoutTheMarkerForgetsTheSerialNumber) {
+TEST_F(FaultTableTest, ANextStartWithoutTheMarkerForgetsTheSerialNumber) {
   start_up_with_serial_number("SERIAL-0001");
   files_.remove("/var/snmpSerialNoEnabled");
   init_tavoFaultTable();
@@ -226,7 +226,7 @@ TEST_F(FaultTableTest, ASecondStartUpWithoutTheMarkerForgetsTheSerialNumber) {
   EXPECT_STREQ(row.affected_object.text, "sys/rack-unit-1/board/cpu-1");
 }
 
-TEST_F(FaultTableTest, ASecondStartUpWhoseQueryFailsForgetsTheSerialNumber) {
+TEST_F(FaultTableTest, AFailedQueryAtTheNextStartForgetsTheSerialNumber) {
   start_up_with_serial_number("SERIAL-0001");
   shell_.answers(serial_number_query, [](int) { return std::nullopt; });
   init_tavoFaultTable();

@@ -184,7 +184,7 @@ class StartUpNotificationTest : public FaultTableTest {
   fakes::FakeClock clock_{1'700'000'000};
 };
 
-TEST_F(StartUpNotificationTest, AColdStartSendsOneMarksTheBootAndTurnsNotificationsOn) {
+TEST_F(StartUpNotificationTest, AColdStartSendsOneAndTurnsNotificationsOn) {
   tvmc_Startup_Trap();
   const auto sent = fakes::notifications();
   ASSERT_THAT(sent, SizeIs(1));

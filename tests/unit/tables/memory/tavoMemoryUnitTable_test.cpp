@@ -157,7 +157,7 @@ TEST_F(MemoryUnitTableTest, AsksTheInventoryForAllModulesAtOnce) {
                           MemoryCall{.function = "GetMemorySummary", .request = 0, .size = 280, .range = {}}));
 }
 
-TEST_F(MemoryUnitTableTest, CapacityCountsMegabytesAndOnlyTheExactUnitMultiplies) {
+TEST_F(MemoryUnitTableTest, CapacityIsInMegabytesAndOnlyGbMultiplies) {
   const std::vector<std::pair<std::string, std::uint32_t>> capacities = {
       {"8 GB", 8192}, {"8192 MB", 8192},   {"8 Gb", 8},     {"8 gb", 8}, {"8GB", 8192},
       {"8 GBs", 8},   {"8 GB left", 8192}, {"8", 8},        {"", 0},     {"none", 0},

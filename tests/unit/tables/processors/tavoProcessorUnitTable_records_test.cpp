@@ -90,7 +90,7 @@ TEST_F(ProcessorUnitTableTest, EachTextStandsAtItsOffsetAndInItsFieldAlone) {
   }
 }
 
-TEST_F(ProcessorUnitTableTest, AnArchitectureOrAStatusThatFillsItsFieldIsNotReadBeyondIt) {
+TEST_F(ProcessorUnitTableTest, ATextThatFillsItsFieldIsNotReadBeyondIt) {
   // The architecture's field ends where the thread count begins; the status is the record's last field.
   fakes::ProcessorRecord record;
   std::ranges::fill(record.octets.begin() + 128, record.octets.begin() + 176, std::byte{'a'});

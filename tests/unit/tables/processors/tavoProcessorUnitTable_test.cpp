@@ -233,7 +233,7 @@ TEST_F(ProcessorBuildFailureTest, TheLockCannotBeHad) {
   EXPECT_THAT(listed_indexes(), ElementsAre(2, 1));
 }
 
-TEST_F(ProcessorUnitTableTest, RecordsThatWereAnnouncedButNotDeliveredAreRowsOfNothing) {
+TEST_F(ProcessorUnitTableTest, RecordsAnnouncedButNotDeliveredAreEmptyRows) {
   fakes::set_processors({xeon()});
   fakes::set_processor_count(2);
   EXPECT_EQ(initialize_processor_table(1), 0);

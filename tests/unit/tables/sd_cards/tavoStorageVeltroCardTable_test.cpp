@@ -181,7 +181,7 @@ TEST_F(StorageVeltroCardTableTest, TheBuilderAddsUnlessItIsToldToRefresh) {
   EXPECT_EQ(tavoStorageVeltroCardTable_head->next, stood_before);
 }
 
-TEST_F(StorageVeltroCardTableTest, TheBuilderPrintsTheSizesAndGivesOneWithOrWithoutMemory) {
+TEST_F(StorageVeltroCardTableTest, PrintsTheSizesAndGivesOneEvenWithoutMemory) {
   rebuild_with(full_card(), full_card());
   for (const int successes : {0, 1}) {
     testing::internal::CaptureStdout();

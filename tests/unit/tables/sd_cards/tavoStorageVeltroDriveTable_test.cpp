@@ -236,7 +236,7 @@ TEST_F(StorageVeltroDriveTableTest, TheBuilderAddsUnlessItIsToldToRefresh) {
   EXPECT_EQ(tavoStorageVeltroDriveTable_head->next, stood_before);
 }
 
-TEST_F(StorageVeltroDriveTableTest, TheBuilderPrintsTheSizesAndGivesOneWithOrWithoutMemory) {
+TEST_F(StorageVeltroDriveTableTest, PrintsTheSizesAndGivesOneEvenWithoutMemory) {
   rebuild_with({numbered(1), numbered(2)});
   for (const int successes : {0, 1}) {
     testing::internal::CaptureStdout();

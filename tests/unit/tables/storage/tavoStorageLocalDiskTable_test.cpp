@@ -123,7 +123,7 @@ TEST_F(StorageLocalDiskTableTest, ServesEveryColumnOfEverySlot) {
   EXPECT_EQ(beside.answers[2].value, fakes::no_such_instance);
 }
 
-TEST_F(StorageLocalDiskTableTest, OfTwoControllersThatShareSlotNumbersTheLaterOneIsServed) {
+TEST_F(StorageLocalDiskTableTest, OfControllersThatShareSlotsTheLaterOneIsServed) {
   init_tavoStorageLocalDiskTable();
   set_slot_count("3");
   rebuild({controller("", {full_drive(1), full_drive(2)}), controller("SLOT-4", {full_drive(1), full_drive(3)})});
@@ -132,7 +132,7 @@ TEST_F(StorageLocalDiskTableTest, OfTwoControllersThatShareSlotNumbersTheLaterOn
       table, cells_of_full_drive(1, "SLOT-4") + cells_of_placeholder(2, "SLOT-4") + cells_of_full_drive(3, "SLOT-4"));
 }
 
-TEST_F(StorageLocalDiskTableTest, OnePduWithSeveralDisksIsAnsweredThoughTheirIndexesRepeat) {
+TEST_F(StorageLocalDiskTableTest, APduWithRepeatedDiskIndexesIsAnswered) {
   init_tavoStorageLocalDiskTable();
   rebuild({controller("", {full_drive(1), full_drive(2), full_drive(3), full_drive(4)}),
            controller("SLOT-4", {full_drive(1), full_drive(2), full_drive(3), full_drive(4)})});
@@ -260,7 +260,7 @@ std::vector<std::string> slots_with_drives(int drives) {
 }
 
 // The record's arrays are full, so that every count shows up in the rows.
-TEST_F(StorageLocalDiskTableTest, EveryFlippedOctetOfTheCountsGivesAsManyAsTheRecordHolds) {
+TEST_F(StorageLocalDiskTableTest, AFlippedOctetOfTheCountsGivesNoMoreThanThereAre) {
   set_slot_count("256");
   std::vector<StorDrive> drives;
   for (std::uint32_t slot = 1; slot <= 256; ++slot) {
