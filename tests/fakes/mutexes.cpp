@@ -11,9 +11,10 @@
 namespace tavo::fakes {
 namespace {
 
-// Of one thread: mutexes of the test's own, which come this way too, must go on working in all others.
+// Per thread: the test's own mutexes pass through here too, and must keep working in all other threads.
 thread_local int next_error = 0;
 thread_local int successes_left = 0;
+thread_local const void *failing_mutex = nullptr;  // null: any
 thread_local const void *locked = nullptr;
 thread_local const void *tried = nullptr;
 thread_local const void *signalled = nullptr;
@@ -24,17 +25,18 @@ thread_local std::function<int()> signal_answer;
 // does not see locks then.
 std::atomic<bool> recording = false;
 std::atomic<std::size_t> recorded_count = 0;
-std::array<std::atomic<const void *>, 64> recorded;  // the first so many
+std::array<std::atomic<const void *>, 64> recorded;  // any more are only counted
 
-// What the call that is being made is to return instead of being made; 0 for a real one.
-int error_of_this_call() {
-  if (next_error == 0 || successes_left-- > 0) {
+// The error that this call returns instead of being made; 0 for a real call.
+int error_of_this_call(const void *mutex) {
+  const bool meant = failing_mutex == nullptr || failing_mutex == mutex;
+  if (next_error == 0 || !meant || successes_left-- > 0) {
     return 0;
   }
   return std::exchange(next_error, 0);
 }
 
-// False when nobody records.
+// False when nothing is being recorded.
 bool record_destruction(const void *object) {
   if (!recording) {
     return false;
@@ -49,8 +51,13 @@ bool record_destruction(const void *object) {
 }  // namespace
 
 void fail_next_mutex_call(int error, int successes) {
+  fail_next_call_with(nullptr, error, successes);
+}
+
+void fail_next_call_with(const void *mutex, int error, int successes) {
   next_error = error;
   successes_left = successes;
+  failing_mutex = mutex;
 }
 
 const void *last_locked_mutex() {
@@ -112,18 +119,18 @@ int __wrap_pthread_mutex_lock(pthread_mutex_t *object) {
   if (const auto call = std::exchange(lock_call, nullptr)) {
     call();
   }
-  const int error = error_of_this_call();
+  const int error = error_of_this_call(object);
   return error == 0 ? __real_pthread_mutex_lock(object) : error;
 }
 
 int __wrap_pthread_mutex_trylock(pthread_mutex_t *object) {
   tried = object;
-  const int error = error_of_this_call();
+  const int error = error_of_this_call(object);
   return error == 0 ? __real_pthread_mutex_trylock(object) : error;
 }
 
 int __wrap_pthread_mutex_unlock(pthread_mutex_t *object) {
-  const int error = error_of_this_call();
+  const int error = error_of_this_call(object);
   return error == 0 ? __real_pthread_mutex_unlock(object) : error;
 }
 

@@ -1,5 +1,5 @@
-// Between the module and its mutexes, conditions and thread attributes: makes a call fail, tells which mutex was asked
-// for and when one is about to be waited for, answers a signal, and records what is destroyed.
+// Intercepts the module's calls on mutexes, conditions and thread attributes: can make a call fail, reports which mutex
+// was locked and when a thread is about to wait for one, answers a signal, and records what is destroyed.
 #pragma once
 
 #include <functional>
@@ -8,15 +8,18 @@
 namespace tavo::fakes {
 
 // After `successes` more, which are real, the calling thread's next pthread_mutex_lock, pthread_mutex_trylock or
-// pthread_mutex_unlock does nothing and returns `error`; later ones are real again. The fakes of the platform's
-// functions lock and unlock a mutex, too. 0 takes a failure back.
+// pthread_mutex_unlock does nothing and returns `error`; later ones are real again. Calls that the fakes make count
+// too. An error of 0 cancels a failure that has not happened yet.
 void fail_next_mutex_call(int error, int successes = 0);
+
+// The same for calls on this mutex alone: calls on other mutexes are real and do not count.
+void fail_next_call_with(const void *mutex, int error, int successes = 0);
 
 // The mutex of the calling thread's last pthread_mutex_lock and of its last pthread_mutex_trylock.
 const void *last_locked_mutex();
 const void *last_tried_mutex();
 
-// Called by the calling thread within its next pthread_mutex_lock, right before it waits.
+// The calling thread calls this within its next pthread_mutex_lock, right before it waits.
 void before_next_mutex_lock(std::function<void()> call);
 
 // The condition of the calling thread's last pthread_cond_signal.
@@ -28,8 +31,8 @@ void answer_next_signal(std::function<int()> answer);
 // Every call of the calling thread is real again.
 void reset_mutexes();
 
-// While it lives, pthread_mutex_destroy, pthread_cond_destroy and pthread_attr_destroy record what they are called with
-// and leave it as it is. One at a time.
+// While it lives, pthread_mutex_destroy, pthread_cond_destroy and pthread_attr_destroy only record their argument. One
+// at a time.
 class Destructions {
  public:
   Destructions();

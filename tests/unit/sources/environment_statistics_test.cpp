@@ -4,10 +4,7 @@
 #include <gmock/gmock.h>
 
 #include <array>
-#include <cerrno>
 #include <cstdint>
-#include <cstdlib>
-#include <ctime>
 #include <functional>
 #include <ostream>
 #include <string>
@@ -18,7 +15,6 @@
 #include "tests/fakes/allocation.h"
 #include "tests/fakes/clock.h"
 #include "tests/fakes/files.h"
-#include "tests/fakes/mutexes.h"
 #include "tests/fakes/net_snmp.h"
 #include "tests/fakes/shell.h"
 #include "tests/fixtures/module_fixture.h"
@@ -38,7 +34,7 @@ using testing::SizeIs;
 constexpr std::array<oid, 12> memory_oid = {1, 3, 6, 1, 4, 1, 61453, 4, 207, 1, 30, 12};
 constexpr std::array<oid, 12> processor_oid = {1, 3, 6, 1, 4, 1, 61453, 4, 207, 1, 41, 2};
 
-// What the two tables have in common, so that each rule is tested on both.
+// What both tables share, so that each rule is tested on both.
 struct Case {
   const char *name;
   const char *command;
@@ -47,7 +43,6 @@ struct Case {
   const char *suffix;
   const char *rn;
   int (*build)(int);
-  void (*remove_all)();
   std::function<std::vector<std::uint32_t>()> indices;
   std::function<std::vector<std::string>()> dns;
   std::function<std::vector<std::string>()> rns;
@@ -77,7 +72,6 @@ const std::array<Case, 2> cases = {{
      .suffix = "/dimm-env-stats",
      .rn = "dimm_env_stats",
      .build = initialize_memoryunit_envstats,
-     .remove_all = tavoMemoryUnitEnvStatsTable_removeAllEntries,
      .indices = [] { return each(tavoMemoryUnitEnvStatsTable_head, &MemoryUnitEnvStatsRow::index); },
      .dns = [] { return each(tavoMemoryUnitEnvStatsTable_head, &MemoryUnitEnvStatsRow::dn); },
      .rns = [] { return each(tavoMemoryUnitEnvStatsTable_head, &MemoryUnitEnvStatsRow::rn); },
@@ -90,7 +84,6 @@ const std::array<Case, 2> cases = {{
      .suffix = "/env-stats",
      .rn = "env_stats",
      .build = initialize_processor_envstats,
-     .remove_all = tavoProcessorEnvStatsTable_removeAllEntries,
      .indices = [] { return each(tavoProcessorEnvStatsTable_head, &ProcessorEnvStatsRow::index); },
      .dns = [] { return each(tavoProcessorEnvStatsTable_head, &ProcessorEnvStatsRow::dn); },
      .rns = [] { return each(tavoProcessorEnvStatsTable_head, &ProcessorEnvStatsRow::rn); },
@@ -105,12 +98,6 @@ std::string unit(const std::string &id, const std::string &temperature,
 
 class EnvironmentStatisticsTest : public fakes::ModuleTest, public testing::WithParamInterface<Case> {
  protected:
-  EnvironmentStatisticsTest() {
-    setenv("TZ", "UTC", 1);
-    tzset();
-  }
-  ~EnvironmentStatisticsTest() override { GetParam().remove_all(); }
-
   void dump(const std::string &content) { shell.prints(GetParam().command, content); }
   static std::string dn(const std::string &id) { return GetParam().prefix + id + GetParam().suffix; }
 
@@ -187,16 +174,6 @@ TEST_P(EnvironmentStatisticsTest, ADumpThatComesLateEndsTheTries) {
   EXPECT_THAT(GetParam().temperatures(), ElementsAre(41));
 }
 
-TEST_P(EnvironmentStatisticsTest, AReloadReplacesTheRowsAndAFirstBuildAddsToThem) {
-  dump(unit("1", "41"));
-  GetParam().build(0);
-  dump(unit("2", "42"));
-  GetParam().build(1);
-  EXPECT_THAT(GetParam().temperatures(), ElementsAre(42));
-  GetParam().build(0);
-  EXPECT_THAT(GetParam().temperatures(), ElementsAre(42, 42));
-}
-
 TEST_P(EnvironmentStatisticsTest, AReloadWithoutADumpLeavesNoRow) {
   dump(unit("1", "41"));
   GetParam().build(0);
@@ -210,12 +187,6 @@ TEST_P(EnvironmentStatisticsTest, WithoutMemoryTheRowsMadeSoFarStay) {
   fakes::fail_allocations(2, 1);  // the dump's text and a row, then another row
   EXPECT_EQ(GetParam().build(0), -1);
   EXPECT_THAT(GetParam().temperatures(), ElementsAre(41));
-}
-
-TEST_P(EnvironmentStatisticsTest, WithoutItsLockNothingIsDone) {
-  fakes::fail_next_mutex_call(EINVAL);
-  EXPECT_EQ(GetParam().build(1), 0);
-  EXPECT_THAT(shell.commands(), IsEmpty());
 }
 
 TEST_P(EnvironmentStatisticsTest, TheLockIsHeldWhileTheToolRunsAndFreeAfterwards) {
@@ -242,11 +213,6 @@ TEST_P(EnvironmentStatisticsTest, TheLockIsFreeAfterAFailure) {
 
 class EnvironmentStatisticsTablesTest : public fakes::ModuleTest {
  protected:
-  EnvironmentStatisticsTablesTest() {
-    setenv("TZ", "UTC", 1);
-    tzset();
-  }
-
   fakes::FakeClock clock;
   fakes::FakeFiles files;
   fakes::FakeShell shell;

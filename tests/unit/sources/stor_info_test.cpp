@@ -47,8 +47,6 @@ LogLine no_memory() {
 class StorInfoTest : public fakes::ModuleTest {
  protected:
   StorInfoTest() { head_stor_ptr = nullptr; }
-  ~StorInfoTest() override { free_stor_info(head_stor_ptr); }
-
   static std::vector<std::string> locations() {
     std::vector<std::string> list;
     for (const auto *at = head_stor_ptr; at != nullptr; at = at->next) {
@@ -144,7 +142,7 @@ TEST_F(StorInfoTest, ACountOfTwoThousandMillionReadsWhatIsThere) {
   EXPECT_THAT(fakes::log_lines(), ElementsAre(no_record(3)));
 }
 
-// Every length at which something begins or ends, and lengths spread over the rest of the file: 200 and more.
+// Every length at which a part of the file begins or ends, and lengths spread over the rest: at least 200.
 std::set<std::size_t> truncations(std::size_t whole) {
   std::set<std::size_t> lengths;
   for (const std::size_t record : {std::size_t{4}, std::size_t{4} + STOR_CONTROLLER_SIZE}) {

@@ -19,12 +19,9 @@ namespace {
 using fakes::LogLine;
 using testing::Each;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 class StorEventThreadTest : public fakes::ModuleTest {
  protected:
-  StorEventThreadTest() { refreshes_due(); }
-
   static int refreshes_due() {
     acquire_inventory_lock();
     const int due = check_inventory_status(class_number::storage);

@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 
 #include <array>
-#include <cerrno>
 #include <climits>
 #include <string>
 #include <vector>
@@ -12,7 +11,6 @@
 #include "tests/fakes/allocation.h"
 #include "tests/fakes/clock.h"
 #include "tests/fakes/files.h"
-#include "tests/fakes/mutexes.h"
 #include "tests/fakes/net_snmp.h"
 #include "tests/fakes/shell.h"
 #include "tests/fixtures/module_fixture.h"
@@ -50,8 +48,6 @@ std::string card(const std::string &slot, const std::string &overtemperature) {
 
 class AdaptorUnitTableTest : public fakes::ModuleTest {
  protected:
-  ~AdaptorUnitTableTest() override { tavoAdaptorUnitTable_removeAllEntries(); }
-
   void cards(int count, const std::string &dump) {
     shell.prints(count_command, std::to_string(count) + "\n");
     shell.prints(dump_command, dump);
@@ -232,45 +228,11 @@ TEST_F(AdaptorUnitTableTest, TheCacheIsLoadedOnceUntilABuildWantsItAnew) {
   EXPECT_THAT(shell.system_commands(), SizeIs(2));
 }
 
-TEST_F(AdaptorUnitTableTest, AReloadReplacesTheRows) {
-  cards(1, card("2", "no"));
-  shell.prints(firmware_command(2), "4.1\n");
-  shell.prints(firmware_command(3), "4.1\n");
-  initialize_adaptorunit_table(0);
-  cards(1, card("3", "no"));
-  initialize_adaptorunit_table(1);
-  EXPECT_EQ(tavoAdaptorUnitTable_head->index, 3U);
-  EXPECT_EQ(tavoAdaptorUnitTable_head->next, nullptr);
-}
-
-TEST_F(AdaptorUnitTableTest, OnlyReloadOneRemovesTheRowsThatStand) {
-  cards(1, card("2", "no"));
-  shell.prints(firmware_command(2), "4.1\n");
-  initialize_adaptorunit_table(0);
-  for (const int reload : {0, 2}) {
-    const Row *standing = tavoAdaptorUnitTable_head;
-    EXPECT_EQ(initialize_adaptorunit_table(reload), 0);
-    EXPECT_EQ(tavoAdaptorUnitTable_head->next, standing) << reload;
-  }
-}
-
 TEST_F(AdaptorUnitTableTest, WithoutMemoryNothingIsBuilt) {
   cards(1, card("2", "no"));
   fakes::fail_allocations(0, 1);
   EXPECT_EQ(initialize_adaptorunit_table(1), -1);
   EXPECT_THAT(shell.commands(), IsEmpty());
-}
-
-TEST_F(AdaptorUnitTableTest, WithoutMemoryAReloadLeavesNoRow) {
-  cards(1, card("2", "no"));
-  initialize_adaptorunit_table(0);
-  ASSERT_NE(tavoAdaptorUnitTable_head, nullptr);
-  fakes::fail_allocations(0, 1);
-  EXPECT_EQ(initialize_adaptorunit_table(0), -1);
-  EXPECT_NE(tavoAdaptorUnitTable_head, nullptr);
-  fakes::fail_allocations(0, 1);
-  EXPECT_EQ(initialize_adaptorunit_table(1), -1);
-  EXPECT_EQ(tavoAdaptorUnitTable_head, nullptr);
 }
 
 TEST_F(AdaptorUnitTableTest, TheLockIsHeldWhileTheToolsRunAndBetweenTheTries) {
@@ -292,21 +254,6 @@ TEST_F(AdaptorUnitTableTest, TheLockIsHeldWhileTheToolsRunAndBetweenTheTries) {
   EXPECT_EQ(initialize_adaptorunit_table(1), 0);
   EXPECT_THAT(held, testing::AllOf(SizeIs(7), Each(1))) << "five commands and two pauses";
   EXPECT_EQ(lock.hold_count(), 0);
-}
-
-TEST_F(AdaptorUnitTableTest, IsNoLongerServedOnceDeRegistered) {
-  cards(1, card("2", "no"));
-  ASSERT_EQ(init_tavoAdaptorUnitTable(), 0);
-  ASSERT_THAT(fakes::walk(table), SizeIs(25));
-  EXPECT_EQ(de_register_adaptor_table_handler(), 0);
-  EXPECT_THAT(fakes::walk(table), IsEmpty());
-  EXPECT_EQ(de_register_adaptor_table_handler(), 0);
-}
-
-TEST_F(AdaptorUnitTableTest, WithoutItsLockNothingIsDone) {
-  fakes::fail_next_mutex_call(EINVAL);
-  EXPECT_EQ(initialize_adaptorunit_table(1), 0);
-  EXPECT_THAT(shell.commands(), IsEmpty());
 }
 
 class AdaptorsFromRubbishTest : public AdaptorUnitTableTest, public testing::WithParamInterface<fakes::Rubbish> {

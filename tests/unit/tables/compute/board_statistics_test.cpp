@@ -4,18 +4,13 @@
 #include <gmock/gmock.h>
 
 #include <array>
-#include <cerrno>
-#include <cstdlib>
-#include <ctime>
 #include <string>
 #include <vector>
 
 #include "tables/compute/tavoComputeMbPowerStatsTable.h"
 #include "tables/compute/tavoComputeRackUnitMbTempStatsTable.h"
-#include "tests/fakes/allocation.h"
 #include "tests/fakes/clock.h"
 #include "tests/fakes/files.h"
-#include "tests/fakes/mutexes.h"
 #include "tests/fakes/net_snmp.h"
 #include "tests/fakes/shell.h"
 #include "tests/fixtures/module_fixture.h"
@@ -46,15 +41,6 @@ const std::string time_collected = "\x07\xEA\x0B\x0F\x0C\x22\x07";
 
 class BoardStatisticsTest : public fakes::ModuleTest {
  protected:
-  BoardStatisticsTest() {
-    setenv("TZ", "UTC", 1);
-    tzset();
-  }
-  ~BoardStatisticsTest() override {
-    tavoComputeMbPowerStatsTable_removeAllEntries();
-    tavoComputeRackUnitMbTempStatsTable_removeAllEntries();
-  }
-
   void dump(const std::string &content) { shell.prints(command, content); }
 
   fakes::FakeClock clock;
@@ -161,34 +147,6 @@ TEST_F(BoardStatisticsTest, ADumpThatComesLateEndsTheTries) {
   EXPECT_EQ(tavoComputeMbPowerStatsTable_head->consumed_power, 188);
   EXPECT_THAT(clock.sleeps(), ElementsAre(5, 5, 5));
   EXPECT_THAT(shell.system_commands(), SizeIs(4));
-}
-
-TEST_F(BoardStatisticsTest, AReloadReplacesTheRow) {
-  dump(power);
-  initialize_computemb_powerstats(0);
-  dump(" consumedPower: 200\n");
-  initialize_computemb_powerstats(1);
-  EXPECT_EQ(tavoComputeMbPowerStatsTable_head->consumed_power, 200);
-  EXPECT_EQ(tavoComputeMbPowerStatsTable_head->next, nullptr);
-}
-
-TEST_F(BoardStatisticsTest, WithoutMemoryThereIsNoRow) {
-  dump(power);
-  fakes::fail_allocations(0);
-  EXPECT_EQ(initialize_computemb_powerstats(1), -1);
-  EXPECT_EQ(tavoComputeMbPowerStatsTable_head, nullptr);
-  EXPECT_EQ(ev_lock<4>.hold_count(), 0);
-  EXPECT_EQ(initialize_computerackunitmb_tempstats(1), -1);
-  EXPECT_EQ(tavoComputeRackUnitMbTempStatsTable_head, nullptr);
-  EXPECT_EQ(ev_lock<5>.hold_count(), 0);
-}
-
-TEST_F(BoardStatisticsTest, WithoutItsLockNothingIsDone) {
-  fakes::fail_next_mutex_call(EINVAL);
-  EXPECT_EQ(initialize_computemb_powerstats(1), 0);
-  fakes::fail_next_mutex_call(EINVAL);
-  EXPECT_EQ(initialize_computerackunitmb_tempstats(1), 0);
-  EXPECT_THAT(shell.commands(), IsEmpty());
 }
 
 TEST_F(BoardStatisticsTest, EachTableHasItsOwnLock) {

@@ -38,8 +38,6 @@ Row *make_row() {
 
 class ComputeBoardTableTest : public fakes::ModuleTest {
  protected:
-  ~ComputeBoardTableTest() override { tavoComputeBoardTable_removeAllEntries(); }
-
   fakes::FakeClock clock;
 };
 
@@ -100,7 +98,7 @@ TEST_F(ComputeBoardTableTest, AnAreaThatComesLateEndsTheTries) {
   EXPECT_THAT(clock.sleeps(), ElementsAre(5, 5));
 }
 
-// How many holds there are of all the locks that lists have.
+// The holder counts of all list locks, added up.
 int held_locks() {
   int held = 0;
   for (const Table *each : all_tables()) {
@@ -117,14 +115,6 @@ TEST_F(ComputeBoardTableTest, NoLockIsHeldWhileTheAreaIsAwaited) {
   clock.on_sleep([&held](unsigned) { held.push_back(held_locks()); });
   EXPECT_EQ(init_tavoComputeBoardTable(), 0);
   EXPECT_THAT(held, ElementsAre(0, 0, 0, 0, 0, 0, 0, 0)) << "three lines and a pause for each failure";
-}
-
-TEST_F(ComputeBoardTableTest, IsNoLongerServedOnceDeRegistered) {
-  ASSERT_EQ(init_tavoComputeBoardTable(), 0);
-  ASSERT_THAT(fakes::walk(table), SizeIs(16));
-  EXPECT_EQ(de_register_ComputeBoard_table_handler(), 0);
-  EXPECT_THAT(fakes::walk(table), IsEmpty());
-  EXPECT_EQ(de_register_ComputeBoard_table_handler(), 0);
 }
 
 TEST_F(ComputeBoardTableTest, WithoutMemoryThereIsNoRow) {
@@ -146,23 +136,6 @@ TEST_F(ComputeBoardTableTest, ARowGoesInFrontOfTheOneThatStands) {
   EXPECT_EQ(tavoComputeBoardTable_head, second);
   EXPECT_EQ(second->next, first);
   EXPECT_EQ(tavoComputeBoardTable_createEntry(nullptr), nullptr);
-}
-
-TEST_F(ComputeBoardTableTest, ARowIsRemovedOnlyFromTheTableThatListsIt) {
-  Row *listed = tavoComputeBoardTable_createEntry(make_row());
-  Row stranger{};
-  EXPECT_EQ(tavoComputeBoardTable_removeEntry(&stranger), 0);
-  EXPECT_EQ(tavoComputeBoardTable_removeEntry(nullptr), 0);
-  EXPECT_EQ(tavoComputeBoardTable_head, listed);
-  EXPECT_EQ(tavoComputeBoardTable_removeEntry(listed), 0);
-  EXPECT_EQ(tavoComputeBoardTable_head, nullptr);
-}
-
-TEST_F(ComputeBoardTableTest, RegistrationLeavesNoTrace) {
-  fakes::set_debugging(true);
-  fakes::set_board_area({.manufacturer = "Tavolo", .product_name = "BOARD-A", .serial = "SERIAL-0002"});
-  init_tavoComputeBoardTable();
-  EXPECT_THAT(fakes::trace_texts(), IsEmpty());
 }
 
 TEST_F(ComputeBoardTableTest, ALookupRunsTheToolAndDropsTheNewline) {

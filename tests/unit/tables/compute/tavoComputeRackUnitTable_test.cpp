@@ -4,17 +4,14 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <climits>
 #include <cstddef>
 #include <string>
 #include <vector>
 
 #include "core/access_lock.h"
-#include "tests/fakes/allocation.h"
 #include "tests/fakes/clock.h"
 #include "tests/fakes/files.h"
-#include "tests/fakes/mutexes.h"
 #include "tests/fakes/net_snmp.h"
 #include "tests/fakes/shell.h"
 #include "tests/fixtures/module_fixture.h"
@@ -66,7 +63,6 @@ class RackUnitTableTest : public fakes::ModuleTest {
     shell.prints(memory_command, memory);
     files.write("/var/vessa/dimms/low_voltage_support", "1\n");
   }
-  ~RackUnitTableTest() override { tavoComputeRackUnitTable_removeAllEntries(); }
 
   const Row &build(int mode = 1) {
     EXPECT_EQ(initialize_rackunit_table(mode), 0);
@@ -301,48 +297,6 @@ TEST_F(RackUnitTableTest, TheLockIsHeldWhileTheToolsRunAndBetweenTheTries) {
   build();
   EXPECT_THAT(held, testing::AllOf(SizeIs(1 + 5 + 1 + 1 + 6 + 1 + 9), Each(1))) << "fifteen commands and nine pauses";
   EXPECT_EQ(lock.hold_count(), 0);
-}
-
-TEST_F(RackUnitTableTest, RegistrationLeavesNoTrace) {
-  fakes::set_debugging(true);
-  ASSERT_EQ(init_tavoComputeRackUnitTable(), 0);
-  EXPECT_THAT(fakes::trace_texts(), IsEmpty());
-}
-
-TEST_F(RackUnitTableTest, IsNoLongerServedOnceDeRegistered) {
-  ASSERT_EQ(init_tavoComputeRackUnitTable(), 0);
-  ASSERT_THAT(fakes::walk(table), SizeIs(55));
-  EXPECT_EQ(de_register_ComputeRackUnit_table_handler(), 0);
-  EXPECT_THAT(fakes::walk(table), IsEmpty());
-  EXPECT_EQ(de_register_ComputeRackUnit_table_handler(), 0);
-}
-
-TEST_F(RackUnitTableTest, ThereIsOnlyOneRow) {
-  build(0);
-  build(0);
-  EXPECT_EQ(tavoComputeRackUnitTable_head->next, nullptr);
-}
-
-TEST_F(RackUnitTableTest, ARowIsRemovedOnlyWhenItIsTheOneListed) {
-  build();
-  Row stranger{};
-  EXPECT_EQ(tavoComputeRackUnitTable_removeEntry(&stranger), 0);
-  EXPECT_NE(tavoComputeRackUnitTable_head, nullptr);
-  EXPECT_EQ(tavoComputeRackUnitTable_removeEntry(tavoComputeRackUnitTable_head), 0);
-  EXPECT_EQ(tavoComputeRackUnitTable_head, nullptr);
-}
-
-TEST_F(RackUnitTableTest, WithoutMemoryTheRowIsGoneAfterAReload) {
-  build();
-  fakes::fail_allocations(0);
-  EXPECT_EQ(initialize_rackunit_table(1), -1);
-  EXPECT_EQ(tavoComputeRackUnitTable_head, nullptr);
-}
-
-TEST_F(RackUnitTableTest, WithoutItsLockNothingIsDone) {
-  fakes::fail_next_mutex_call(EINVAL);
-  EXPECT_EQ(initialize_rackunit_table(1), 0);
-  EXPECT_THAT(shell.commands(), IsEmpty());
 }
 
 TEST_F(RackUnitTableTest, SumsAndCountsComeFromOneDump) {

@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 
 #include <array>
-#include <cerrno>
 #include <cstring>
 #include <numeric>
 #include <vector>
@@ -11,8 +10,6 @@
 #include "core/access_lock.h"
 #include "sources/fan_state.h"
 #include "tests/fakes/allocation.h"
-#include "tests/fakes/mutexes.h"
-#include "tests/fakes/net_snmp.h"
 #include "tests/fakes/sensors.h"
 #include "tests/fixtures/fan_table_fixture.h"
 #include "tests/harness/golden.h"
@@ -228,29 +225,6 @@ TEST_F(EquipmentFanTableTest, EveryBuildClearsThePresencesAndKeepsTheFaultState)
   EXPECT_EQ(load_fan(ps_fan_sev, 3), 2);
 }
 
-TEST_F(EquipmentFanTableTest, OnlyModeOneRemovesTheRowsThatStand) {
-  set_sensor(0, {fan_entity, 1, fan_sensor, "FAN1_SPEED"});
-  EXPECT_EQ(rebuilt().size(), 1U);
-  initialize_fan_table(0);
-  ASSERT_NE(tavoEquipmentFanTable_head, nullptr);
-  EXPECT_NE(tavoEquipmentFanTable_head->next, nullptr);
-  EXPECT_EQ(rebuilt().size(), 1U);
-}
-
-TEST_F(EquipmentFanTableTest, WithoutTheLockNothingIsDone) {
-  set_sensor(0, {fan_entity, 1, fan_sensor, "FAN1_SPEED"});
-  rebuilt();
-  const auto reads = fakes::sensor_reads().size();
-  fakes::fail_next_mutex_call(EDEADLK);
-  initialize_fan_table(1);
-  EXPECT_EQ(fakes::sensor_reads().size(), reads);
-  ASSERT_NE(tavoEquipmentFanTable_head, nullptr);
-  fakes::fail_next_mutex_call(EDEADLK);
-  EXPECT_EQ(tavoEquipmentFanTable_removeEntry(tavoEquipmentFanTable_head), EDEADLK);
-  EXPECT_EQ(tavoEquipmentFanTable_removeEntry(tavoEquipmentFanTable_head), 0);
-  EXPECT_EQ(tavoEquipmentFanTable_head, nullptr);
-}
-
 TEST_F(EquipmentFanTableTest, TheLockIsHeldWhileTheSensorsAreRead) {
   ListLock &lock = ev_lock<12>;
   set_sensor(0, {fan_entity, 1, presence_sensor, "FAN1_PRS"});
@@ -283,18 +257,6 @@ TEST_F(EquipmentFanTableTest, ARowWithoutMemoryIsLeftOut) {
   const std::vector<Row> rows = rebuilt();
   ASSERT_EQ(rows.size(), 1U);
   EXPECT_EQ(rows[0].index, 2U);
-}
-
-TEST_F(EquipmentFanTableTest, SaysNothing) {
-  set_sensor(0, {fan_entity, 1, fan_sensor, "FAN1_SPEED"});
-  fakes::set_debugging(true);
-  ASSERT_EQ(init_tavoEquipmentFanTable(), 0);
-  tavoEquipmentFanTable_removeEntry(tavoEquipmentFanTable_head);
-  fakes::set_debugging(false);
-  for (const fakes::Trace &trace : fakes::traces()) {
-    EXPECT_NE(trace.source, "tavoEquipmentFanTable") << trace.function;
-  }
-  EXPECT_THAT(fakes::log_lines(), IsEmpty());
 }
 
 }  // namespace

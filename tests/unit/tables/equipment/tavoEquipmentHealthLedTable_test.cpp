@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 
 #include <array>
-#include <cerrno>
 #include <climits>
 #include <string>
 #include <vector>
@@ -11,7 +10,6 @@
 #include "core/access_lock.h"
 #include "tests/fakes/allocation.h"
 #include "tests/fakes/files.h"
-#include "tests/fakes/mutexes.h"
 #include "tests/fakes/net_snmp.h"
 #include "tests/fakes/shell.h"
 #include "tests/fixtures/module_fixture.h"
@@ -37,8 +35,6 @@ const std::string power_led = led("LED_POWER", " ledState: ON\n ledColor: GREEN\
 
 class HealthLedTableTest : public fakes::ModuleTest {
  protected:
-  ~HealthLedTableTest() override { tavoEquipmentHealthLedTable_removeAllEntries(); }
-
   // A build from a dump whose second record is the health LED's.
   const HealthLedRow *build(const std::string &rest) {
     shell.prints(command, power_led + led("LED_HLTH_STATUS", rest));
@@ -145,16 +141,6 @@ TEST_F(HealthLedTableTest, AnIdWithoutANameGivesNoRow) {
   EXPECT_EQ(tavoEquipmentHealthLedTable_head->next, nullptr);
 }
 
-TEST_F(HealthLedTableTest, OnlyReloadOneRemovesTheRowsThatStand) {
-  const HealthLedRow *standing = build(" ledState: ON\n");
-  for (const int reload : {0, 2}) {
-    EXPECT_EQ(initialize_health_led_table(reload), 0);
-    EXPECT_EQ(tavoEquipmentHealthLedTable_head->next, standing) << reload;
-    standing = tavoEquipmentHealthLedTable_head;
-  }
-  EXPECT_EQ(build(" ledState: ON\n")->next, nullptr);
-}
-
 TEST_F(HealthLedTableTest, TheLockIsHeldFromTheToolsRunToTheLastRow) {
   ListLock &lock = ev_lock<105>;
   std::vector<int> held;
@@ -181,12 +167,6 @@ TEST_F(HealthLedTableTest, WithoutMemoryTheBuildFails) {
   shell.prints(command, power_led + led("LED_HLTH_STATUS", ""));
   fakes::fail_allocations(1);  // the dump's text, then the row
   EXPECT_EQ(initialize_health_led_table(0), -1);
-}
-
-TEST_F(HealthLedTableTest, WithoutItsLockNothingIsDone) {
-  fakes::fail_next_mutex_call(EINVAL);
-  EXPECT_EQ(initialize_health_led_table(1), 0);
-  EXPECT_THAT(shell.commands(), IsEmpty());
 }
 
 TEST_F(HealthLedTableTest, CountingRunsTheToolAtEveryCall) {

@@ -149,7 +149,7 @@ TEST_P(SupplyFilesOfRubbishTest, ASupplysFilesGiveTheirFirstOctets) {
   file(0, "rev", output);
   file(0, "model", output);
   const bool whole = output.size() >= 32;
-  const int result = whole || output.empty() ? 1 : -1;  // a model file of nothing is not a failure
+  const int result = whole || output.empty() ? 1 : -1;  // an empty model file is not a failure
   const std::vector<Row> found = rebuilt(result);
   ASSERT_EQ(found.size(), 1U);
   const bool numeric = output.starts_with('7');

@@ -12,7 +12,6 @@
 #include "tests/fakes/clock.h"
 #include "tests/fakes/files.h"
 #include "tests/fakes/fru.h"
-#include "tests/fakes/mutexes.h"
 #include "tests/fakes/net_snmp.h"
 #include "tests/fixtures/psu_table_fixture.h"
 #include "tests/harness/golden.h"
@@ -206,31 +205,6 @@ TEST_F(EquipmentPsuTableTest, TheLockIsHeldFromTheWaitToTheLastRow) {
   EXPECT_EQ(lock.hold_count(), 0);
 }
 
-TEST_F(EquipmentPsuTableTest, OnlyModeOneRemovesTheRowsThatStand) {
-  count(1);
-  supply(0);
-  rebuild(1);
-  testing::internal::CaptureStdout();
-  EXPECT_EQ(initialize_psu_table(0), 1);
-  testing::internal::GetCapturedStdout();
-  EXPECT_EQ(rows().size(), 2U);
-  EXPECT_EQ(rebuilt().size(), 1U);
-}
-
-TEST_F(EquipmentPsuTableTest, WithoutTheLockNothingIsDone) {
-  count(1);
-  supply(0);
-  rebuild(1);
-  fakes::fail_next_mutex_call(EDEADLK);
-  EXPECT_EQ(initialize_psu_table(1), 1);
-  EXPECT_EQ(clock.sleeps().size(), 1U);
-  EXPECT_EQ(rows().size(), 1U);
-  fakes::fail_next_mutex_call(EDEADLK);
-  EXPECT_EQ(tavoEquipmentPsuTable_removeEntry(tavoEquipmentPsuTable_head), EDEADLK);
-  EXPECT_EQ(tavoEquipmentPsuTable_removeEntry(tavoEquipmentPsuTable_head), 0);
-  EXPECT_THAT(rows(), IsEmpty());
-}
-
 TEST_F(EquipmentPsuTableTest, WithoutMemoryTheBuildFails) {
   count(2);
   supply(0);
@@ -241,25 +215,6 @@ TEST_F(EquipmentPsuTableTest, WithoutMemoryTheBuildFails) {
   rebuild(1);
   ASSERT_EQ(rows().size(), 1U);
   EXPECT_EQ(rows()[0].index, 2U);
-}
-
-TEST_F(EquipmentPsuTableTest, TracesItsEntryPointsWhenDebugging) {
-  count(1);
-  fakes::set_debugging(true);
-  testing::internal::CaptureStdout();
-  init_tavoEquipmentPsuTable();
-  testing::internal::GetCapturedStdout();
-  tavoEquipmentPsuTable_removeEntry(tavoEquipmentPsuTable_head);
-  fakes::set_debugging(false);
-  std::vector<std::string> functions;
-  for (const fakes::Trace &trace : fakes::traces()) {
-    if (trace.source == "tavoEquipmentPsuTable") {
-      functions.push_back(trace.function);
-    }
-  }
-  EXPECT_THAT(functions, ElementsAre("initialize_table_tavoEquipmentPsuTable", "tavoEquipmentPsuTable_createEntry",
-                                     "tavoEquipmentPsuTable_removeEntry"));
-  EXPECT_THAT(fakes::log_lines(), IsEmpty());
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// The query tool's way to the supplies' rows.
+// The supplies' rows from the query tool.
 #include "tables/equipment/tavoEquipmentPsuTable.h"
 
 #include <gmock/gmock.h>

@@ -1,6 +1,5 @@
-// Records as no fault engine should send them: whatever they hold, the fault is notified, listed, served and cleared,
-// and nothing outside the record is read. Each record stands in memory of its own, where AddressSanitizer sees its
-// ends.
+// Malformed records: whatever they hold, the fault is notified, listed, served and cleared, and nothing outside the
+// record is read. Each record has its own memory, where AddressSanitizer sees its ends.
 #include <gmock/gmock.h>
 
 #include <algorithm>
@@ -44,7 +43,7 @@ class HostileRecordTest : public FaultTableTest {
     ASSERT_EQ(populate_fault_table_from_fe(copy.get()), 0);
   }
 
-  // Raises, updates and clears the fault that the record tells and, if wanted, asks for all of it while it is there.
+  // Raises, updates and clears the record's fault and, if `ask`, reads its whole row in between.
   static void expect_a_whole_life(FaultRecord record, bool ask = true) {
     fakes::reset_net_snmp();
     const std::uint32_t severity = word(record, FAULT_SEVERITY);

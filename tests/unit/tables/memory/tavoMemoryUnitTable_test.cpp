@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 
 #include <array>
-#include <cerrno>
 #include <climits>
 #include <string>
 #include <vector>
@@ -12,7 +11,6 @@
 #include "platform/inventory.h"
 #include "tests/fakes/allocation.h"
 #include "tests/fakes/memory_modules.h"
-#include "tests/fakes/mutexes.h"
 #include "tests/fakes/net_snmp.h"
 #include "tests/fixtures/module_fixture.h"
 #include "tests/harness/golden.h"
@@ -33,11 +31,6 @@ constexpr std::array<oid, 12> table = {1, 3, 6, 1, 4, 1, 61453, 4, 207, 1, 30, 1
 
 class MemoryUnitTableTest : public fakes::ModuleTest {
  protected:
-  ~MemoryUnitTableTest() override {
-    tavoMemoryUnitTable_removeAllEntries();
-    de_register_mem_table_handler();
-  }
-
   // The row that a rebuild makes of one module.
   static Row row_of(const MemoryRecord &module) {
     fakes::set_memory_modules({module});
@@ -136,17 +129,6 @@ TEST_F(MemoryUnitTableTest, ServesEveryColumnOfEveryModule) {
                              });
 }
 
-TEST_F(MemoryUnitTableTest, AColumnOutsideTheRangeAndARowThatIsNotThereAreToldApart) {
-  fakes::set_memory_modules({operable()});
-  ASSERT_EQ(init_tavoMemoryUnitTable(), 0);
-  const auto answers =
-      fakes::get({fakes::cell(table, 1, 1), fakes::cell(table, 30, 1), fakes::cell(table, 2, 2)}).answers;
-  ASSERT_EQ(answers.size(), 3U);
-  EXPECT_EQ(answers[0].value, fakes::no_such_object);
-  EXPECT_EQ(answers[1].value, fakes::no_such_object);
-  EXPECT_EQ(answers[2].value, fakes::no_such_instance);
-}
-
 TEST_F(MemoryUnitTableTest, AsksTheInventoryForAllModulesAtOnce) {
   fakes::set_memory_modules({operable(), operable(), operable()});
   ASSERT_EQ(initialize_memory_table(0), 0);
@@ -218,16 +200,6 @@ TEST_F(MemoryUnitTableTest, TheListHoldsTheLastModuleFirst) {
   EXPECT_THAT(indexes_in_list(), ElementsAre(3, 2, 1));
 }
 
-TEST_F(MemoryUnitTableTest, OnlyModeOneRemovesTheRowsThatStand) {
-  fakes::set_memory_modules({operable(), operable()});
-  ASSERT_EQ(initialize_memory_table(0), 0);
-  fakes::set_memory_modules({operable()});
-  EXPECT_EQ(initialize_memory_table(2), 0);
-  EXPECT_THAT(indexes_in_list(), ElementsAre(1, 2, 1));
-  EXPECT_EQ(initialize_memory_table(1), 0);
-  EXPECT_THAT(indexes_in_list(), ElementsAre(1));
-}
-
 TEST_F(MemoryUnitTableTest, NoModulesGiveAnEmptyTableAndAFailure) {
   EXPECT_EQ(initialize_memory_table(0), -1);
   EXPECT_EQ(tavoMemoryUnitTable_head, nullptr);
@@ -284,22 +256,6 @@ TEST_F(MemoryUnitTableTest, ARowWithoutMemoryIsLeftOut) {
   EXPECT_THAT(indexes_in_list(), ElementsAre(3, 1));
 }
 
-TEST_F(MemoryUnitTableTest, WithoutTheLockNothingIsDone) {
-  fakes::set_memory_modules({operable()});
-  ASSERT_EQ(initialize_memory_table(0), 0);
-  const auto calls = fakes::memory_calls().size();
-  fakes::fail_next_mutex_call(EDEADLK);
-  EXPECT_EQ(initialize_memory_table(1), EDEADLK);
-  EXPECT_EQ(fakes::memory_calls().size(), calls);
-  EXPECT_THAT(indexes_in_list(), ElementsAre(1));
-
-  fakes::fail_next_mutex_call(EDEADLK);
-  EXPECT_EQ(de_register_mem_table_handler(), EDEADLK);
-  fakes::fail_next_mutex_call(EDEADLK);
-  EXPECT_EQ(tavoMemoryUnitTable_removeEntry(tavoMemoryUnitTable_head), EDEADLK);
-  EXPECT_THAT(indexes_in_list(), ElementsAre(1));
-}
-
 TEST_F(MemoryUnitTableTest, TheLockIsHeldFromTheInventorysCountToTheLastRow) {
   ListLock &lock = ev_lock<30>;
   fakes::set_memory_modules({operable(), operable()});
@@ -346,43 +302,6 @@ TEST_F(MemoryUnitTableTest, EveryOctetOfADetailRecordIsSafe) {
     damaged.octets[at] = ~damaged.octets[at];
     EXPECT_EQ(row_of(damaged).index, 1U);
   }
-}
-
-TEST_F(MemoryUnitTableTest, RemovesOneRowByItsAddress) {
-  fakes::set_memory_modules({operable(), operable(), operable()});
-  ASSERT_EQ(initialize_memory_table(0), 0);
-  EXPECT_EQ(tavoMemoryUnitTable_removeEntry(tavoMemoryUnitTable_head->next), 0);
-  EXPECT_THAT(indexes_in_list(), ElementsAre(3, 1));
-  EXPECT_EQ(tavoMemoryUnitTable_removeEntry(nullptr), 0);
-  Row stranger = {};
-  EXPECT_EQ(tavoMemoryUnitTable_removeEntry(&stranger), 0);
-  EXPECT_THAT(indexes_in_list(), ElementsAre(3, 1));
-}
-
-TEST_F(MemoryUnitTableTest, TracesItsEntryPointsWhenDebugging) {
-  fakes::set_memory_modules({operable()});
-  fakes::set_debugging(true);
-  ASSERT_EQ(init_tavoMemoryUnitTable(), 0);
-  ASSERT_EQ(tavoMemoryUnitTable_removeEntry(tavoMemoryUnitTable_head), 0);
-  fakes::set_debugging(false);
-  std::vector<std::string> functions;
-  for (const fakes::Trace &trace : fakes::traces()) {
-    if (trace.source == "tavoMemoryUnitTable") {
-      functions.push_back(trace.function);
-      EXPECT_EQ(trace.text, trace.function + "\n");
-    }
-  }
-  EXPECT_THAT(functions, ElementsAre("initialize_table_tavoMemoryUnitTable", "tavoMemoryUnitTable_createEntry",
-                                     "tavoMemoryUnitTable_removeEntry"));
-  EXPECT_THAT(fakes::log_lines(), IsEmpty());
-}
-
-TEST_F(MemoryUnitTableTest, IsNoLongerServedOnceDeRegistered) {
-  fakes::set_memory_modules({operable()});
-  ASSERT_EQ(init_tavoMemoryUnitTable(), 0);
-  EXPECT_EQ(de_register_mem_table_handler(), 0);
-  EXPECT_THAT(fakes::walk(table), IsEmpty());
-  EXPECT_EQ(de_register_mem_table_handler(), 0);
 }
 
 }  // namespace

@@ -2,16 +2,13 @@
 
 #include <gmock/gmock.h>
 
-#include <cerrno>
 #include <limits>
 #include <utility>
 #include <vector>
 
-#include "core/access_lock.h"
 #include "platform/inventory.h"
 #include "tests/fakes/allocation.h"
 #include "tests/fakes/inventory.h"
-#include "tests/fakes/mutexes.h"
 #include "tests/fakes/net_snmp.h"
 #include "tests/fixtures/processor_table_fixture.h"
 #include "tests/harness/golden.h"
@@ -79,8 +76,6 @@ TEST_F(ProcessorUnitTableTest, ServesEveryColumnOfEveryProcessor) {
                              });
 }
 
-// The builder.
-
 TEST_F(ProcessorUnitTableTest, AsksTheInventoryForTheCountAndThenForAllRecords) {
   fakes::set_processors({xeon(), xeon()});
   EXPECT_EQ(initialize_processor_table(0), 0);
@@ -108,44 +103,7 @@ TEST_F(ProcessorUnitTableTest, TheLockIsHeldFromTheInventorysRecordsToTheLastRow
   EXPECT_FALSE(is_locked());
 }
 
-TEST_F(ProcessorUnitTableTest, ARefreshReplacesTheRows) {
-  fakes::set_processors({xeon(), xeon()});
-  ASSERT_EQ(initialize_processor_table(0), 0);
-  fakes::set_processors({xeon().text(PROCESSOR_MODEL, "Model 9")});
-  EXPECT_EQ(initialize_processor_table(1), 0);
-  EXPECT_THAT(listed_indexes(), ElementsAre(1));
-  EXPECT_STREQ(tavoProcessorUnitTable_head->model, "Model 9");
-}
-
-TEST_F(ProcessorUnitTableTest, WithoutARefreshRowsAreAdded) {
-  fakes::set_processors({xeon(), xeon()});
-  for (const int refresh : {0, 2, -1}) {  // only 1 asks for a refresh
-    EXPECT_EQ(initialize_processor_table(refresh), 0);
-  }
-  EXPECT_THAT(listed_indexes(), ElementsAre(2, 1, 2, 1, 2, 1));
-}
-
-TEST_F(ProcessorUnitTableTest, BuildingTracesNothingButTheRows) {
-  fakes::set_processors({xeon()});
-  fakes::set_debugging(true);
-  EXPECT_EQ(initialize_processor_table(0), 0);
-  EXPECT_THAT(fakes::trace_texts(), ElementsAre("tavoProcessorUnitTable_createEntry\n"));
-}
-
-TEST_F(ProcessorUnitTableTest, EntryPointsAreTraced) {
-  fakes::set_debugging(true);
-  EXPECT_EQ(initialize_table_tavoProcessorUnitTable(), -1);
-  EXPECT_EQ(tavoProcessorUnitTable_removeEntry(nullptr), 0);
-  tavoProcessorUnitTable_removeAllEntries();
-  EXPECT_THAT(fakes::trace_texts(),
-              ElementsAre("initialize_table_tavoProcessorUnitTable\n", "tavoProcessorUnitTable_removeEntry\n"));
-  for (const fakes::Trace &trace : fakes::traces()) {
-    EXPECT_EQ(trace.source, "tavoProcessorUnitTable");
-    EXPECT_EQ(trace.function + "\n", trace.text);
-  }
-}
-
-// A build that fails leaves the table as it was, or empty when it was to be refreshed, and the lock free.
+// A build that fails leaves the rows alone, or removes them on a refresh, and leaves the lock free.
 class ProcessorBuildFailureTest : public ProcessorUnitTableTest {
  protected:
   void SetUp() override {
@@ -204,11 +162,6 @@ TEST_F(ProcessorBuildFailureTest, TheInventoryFailsToDeliver) {
   expect_failure();
 }
 
-TEST_F(ProcessorBuildFailureTest, ThereIsNoMemoryForTheScratchRow) {
-  fakes::fail_allocations(0);
-  expect_failure();
-}
-
 TEST_F(ProcessorBuildFailureTest, ThereIsNoMemoryForTheRecords) {
   fakes::fail_allocations(1, 1);
   EXPECT_EQ(initialize_processor_table(0), -1);
@@ -227,12 +180,6 @@ TEST_F(ProcessorBuildFailureTest, ThereIsNoMemoryForOneOfTheRows) {
   EXPECT_THAT(listed_indexes(), ElementsAre(2)) << "the others are served";
 }
 
-TEST_F(ProcessorBuildFailureTest, TheLockCannotBeHad) {
-  fakes::fail_next_mutex_call(EINVAL, 2);  // behind those of the inventory's fake
-  EXPECT_EQ(initialize_processor_table(1), EINVAL);
-  EXPECT_THAT(listed_indexes(), ElementsAre(2, 1));
-}
-
 TEST_F(ProcessorUnitTableTest, RecordsAnnouncedButNotDeliveredAreEmptyRows) {
   fakes::set_processors({xeon()});
   fakes::set_processor_count(2);
@@ -241,8 +188,6 @@ TEST_F(ProcessorUnitTableTest, RecordsAnnouncedButNotDeliveredAreEmptyRows) {
   EXPECT_STREQ(tavoProcessorUnitTable_head->model, "");
   EXPECT_EQ(tavoProcessorUnitTable_head->presence, 11);
 }
-
-// As the agent serves it.
 
 TEST_F(ProcessorUnitTableTest, OneEnabledXeon) {
   fakes::set_processors({xeon()});
@@ -263,19 +208,6 @@ TEST_F(ProcessorUnitTableTest, OneEnabledXeon) {
   EXPECT_EQ(fakes::walk(table).size(), 21U);
 }
 
-TEST_F(ProcessorUnitTableTest, AnUnknownColumnIsNoSuchObject) {
-  fakes::set_processors({xeon()});
-  ASSERT_EQ(init_tavoProcessorUnitTable(), 0);
-  EXPECT_EQ(get(23, 1), fakes::no_such_object);
-  EXPECT_EQ(get(1, 1), fakes::no_such_object);
-}
-
-TEST_F(ProcessorUnitTableTest, AMissingRowIsNoSuchInstance) {
-  fakes::set_processors({xeon(), xeon()});
-  ASSERT_EQ(init_tavoProcessorUnitTable(), 0);
-  EXPECT_EQ(get(2, 9), fakes::no_such_instance);
-}
-
 TEST_F(ProcessorUnitTableTest, AnEmptyTableIsRegisteredAllTheSame) {
   EXPECT_EQ(init_tavoProcessorUnitTable(), -1);
   EXPECT_EQ(get(2, 1), fakes::no_such_instance);
@@ -292,34 +224,6 @@ TEST_F(ProcessorUnitTableTest, TwoHundredGetsOfOneCellLeaveTheLockFree) {
     ASSERT_EQ(get(3, 1), text("cpu-1"));
     ASSERT_FALSE(is_locked());
   }
-}
-
-TEST_F(ProcessorUnitTableTest, IsNoLongerServedOnceDeRegistered) {
-  fakes::set_processors({xeon()});
-  ASSERT_EQ(init_tavoProcessorUnitTable(), 0);
-  EXPECT_EQ(de_register_Processor_table_handler(), 0);
-  EXPECT_EQ(get(2, 1), fakes::no_such_object);
-  EXPECT_EQ(de_register_Processor_table_handler(), 0);
-}
-
-TEST_F(ProcessorUnitTableTest, DeRegisteringGivesTheLocksErrors) {
-  fakes::set_processors({xeon()});
-  ASSERT_EQ(init_tavoProcessorUnitTable(), 0);
-  fakes::fail_next_mutex_call(EINVAL);
-  EXPECT_EQ(de_register_Processor_table_handler(), EINVAL);
-  EXPECT_EQ(get(3, 1), text("cpu-1"));
-  fakes::fail_next_mutex_call(EPERM, 1);
-  EXPECT_EQ(de_register_Processor_table_handler(), EPERM);
-  EXPECT_EQ(release_ev_lock(41), 0) << "it has not been released";
-  EXPECT_EQ(get(3, 1), fakes::no_such_object);
-}
-
-TEST_F(ProcessorUnitTableTest, ARowIsRemovedUnderTheLock) {
-  fakes::set_processors({xeon(), xeon(), xeon()});
-  ASSERT_EQ(initialize_processor_table(0), 0);
-  EXPECT_EQ(tavoProcessorUnitTable_removeEntry(tavoProcessorUnitTable_head->next), 0);
-  EXPECT_THAT(listed_indexes(), ElementsAre(3, 1));
-  EXPECT_FALSE(is_locked());
 }
 
 }  // namespace

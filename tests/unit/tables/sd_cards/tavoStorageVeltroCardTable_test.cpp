@@ -171,16 +171,6 @@ TEST_F(StorageVeltroCardTableTest, AServiceThatFailsLeavesNoRows) {
   EXPECT_EQ(tavoStorageVeltroCardTable_head, nullptr);
 }
 
-TEST_F(StorageVeltroCardTableTest, TheBuilderAddsUnlessItIsToldToRefresh) {
-  rebuild_with(full_card(), VeltCard());
-  const auto *const stood_before = tavoStorageVeltroCardTable_head;
-  testing::internal::CaptureStdout();
-  EXPECT_EQ(initialize_velt_card_table(0), 1);
-  testing::internal::GetCapturedStdout();
-  ASSERT_NE(tavoStorageVeltroCardTable_head, stood_before);
-  EXPECT_EQ(tavoStorageVeltroCardTable_head->next, stood_before);
-}
-
 TEST_F(StorageVeltroCardTableTest, PrintsTheSizesAndGivesOneEvenWithoutMemory) {
   rebuild_with(full_card(), full_card());
   for (const int successes : {0, 1}) {

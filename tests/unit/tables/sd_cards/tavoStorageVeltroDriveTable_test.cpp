@@ -226,16 +226,6 @@ TEST_F(StorageVeltroDriveTableTest, AServiceThatFailsLeavesNoRows) {
   EXPECT_EQ(tavoStorageVeltroDriveTable_head, nullptr);
 }
 
-TEST_F(StorageVeltroDriveTableTest, TheBuilderAddsUnlessItIsToldToRefresh) {
-  rebuild_with({numbered(1)});
-  const auto *const stood_before = tavoStorageVeltroDriveTable_head;
-  testing::internal::CaptureStdout();
-  EXPECT_EQ(initialize_velt_drive_table(0), 1);
-  testing::internal::GetCapturedStdout();
-  ASSERT_NE(tavoStorageVeltroDriveTable_head, stood_before);
-  EXPECT_EQ(tavoStorageVeltroDriveTable_head->next, stood_before);
-}
-
 TEST_F(StorageVeltroDriveTableTest, PrintsTheSizesAndGivesOneEvenWithoutMemory) {
   rebuild_with({numbered(1), numbered(2)});
   for (const int successes : {0, 1}) {

@@ -5,8 +5,6 @@
 #include <array>
 #include <string>
 
-#include "tests/fakes/allocation.h"
-#include "tests/fakes/net_snmp.h"
 #include "tests/fixtures/storage_tables_fixture.h"
 #include "tests/harness/golden.h"
 
@@ -18,8 +16,6 @@ using fakes::gauge;
 using fakes::integer;
 using fakes::rows;
 using fakes::text;
-using testing::Each;
-using testing::IsEmpty;
 
 constexpr std::array<oid, 12> table = {1, 3, 6, 1, 4, 1, 61453, 4, 207, 1, 45, 1};
 
@@ -116,34 +112,6 @@ TEST_F(StorageControllerTableTest, AnyNonzeroFaultWordCounts) {
   rebuild({controller("").number(STOR_CONTROLLER_FAULTY, 0x01000000)});
   EXPECT_EQ(tavoStorageControllerTable_head->column_6, 2);
   EXPECT_EQ(tavoStorageControllerTable_head->column_7, 2);
-}
-
-TEST_F(StorageControllerTableTest, TheBuilderAddsUnlessItIsToldToRefresh) {
-  load({controller("A"), controller("B")});
-  EXPECT_EQ(initialize_controller_table(0), 1);
-  EXPECT_EQ(initialize_controller_table(0), 1);
-  EXPECT_EQ(rows(tavoStorageControllerTable_head), 4U);
-  EXPECT_EQ(initialize_controller_table(1), 1);
-  EXPECT_EQ(rows(tavoStorageControllerTable_head), 2U);
-  free_stor_info(head_stor_ptr);
-}
-
-TEST_F(StorageControllerTableTest, WithoutASnapshotTheBuilderOnlyRemoves) {
-  rebuild({controller("A")});
-  EXPECT_EQ(initialize_controller_table(0), -1);
-  EXPECT_EQ(rows(tavoStorageControllerTable_head), 1U);
-  EXPECT_EQ(initialize_controller_table(1), -1);
-  EXPECT_EQ(rows(tavoStorageControllerTable_head), 0U);
-  EXPECT_THAT(fakes::log_lines(), IsEmpty());
-}
-
-TEST_F(StorageControllerTableTest, WithoutMemoryForTheScratchRowNothingIsAdded) {
-  load({controller("A")});
-  fakes::fail_allocations(0, 1);
-  EXPECT_EQ(initialize_controller_table(0), -1);
-  EXPECT_EQ(rows(tavoStorageControllerTable_head), 0U);
-  EXPECT_THAT(fakes::log_lines(), IsEmpty());
-  free_stor_info(head_stor_ptr);
 }
 
 }  // namespace

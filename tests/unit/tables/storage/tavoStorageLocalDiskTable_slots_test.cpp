@@ -17,7 +17,7 @@ class SlotCountTest : public fakes::StorageTableTest {
  protected:
   static constexpr int untouched = -7;
 
-  // What getNumOfHDD makes of a dump.
+  // getNumOfHDD's result for a dump.
   int count_in(const std::string &dump, const char *key = "hdd:", const char *suffix = "") {
     shell_.prints(slot_count_query, dump);
     value_ = untouched;

@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "tables/storage/tavoStorageLocalLunTable.h"
-#include "tests/fakes/allocation.h"
 #include "tests/fakes/net_snmp.h"
 #include "tests/fixtures/storage_tables_fixture.h"
 #include "tests/harness/golden.h"
@@ -33,7 +32,7 @@ constexpr std::array<oid, 12> table = {1, 3, 6, 1, 4, 1, 61453, 4, 207, 1, 45, 4
 
 class StorageLocalDiskTableTest : public fakes::StorageTableTest {
  protected:
-  // The slots in the order in which their rows were made, a placeholder as "-" and its number.
+  // The slots in the order in which their rows were made; "-" and the number for a placeholder.
   static std::vector<std::string> slots() {
     std::vector<std::string> list;
     for (const auto *row = tavoStorageLocalDiskTable_head; row != nullptr; row = row->next) {
@@ -250,7 +249,7 @@ TEST_F(StorageLocalDiskTableTest, MoreDrivesThanTheRecordHoldsAreNotBelieved) {
   EXPECT_EQ(slots().front(), "-1") << "a negative count is none";
 }
 
-// Slots 1 to 256 of which the first `drives` have their drive.
+// A controller with 256 slots, the first `drives` with a drive.
 std::vector<std::string> slots_with_drives(int drives) {
   std::vector<std::string> list;
   for (int slot = 1; slot <= 256; ++slot) {
@@ -259,7 +258,7 @@ std::vector<std::string> slots_with_drives(int drives) {
   return list;
 }
 
-// The record's arrays are full, so that every count shows up in the rows.
+// The record's arrays are full, so that each count shows in the rows.
 TEST_F(StorageLocalDiskTableTest, AFlippedOctetOfTheCountsGivesNoMoreThanThereAre) {
   set_slot_count("256");
   std::vector<StorDrive> drives;
@@ -350,21 +349,6 @@ TEST_F(StorageLocalDiskTableTest, TextsThatFillTheirFieldsAreKeptWhole) {
   EXPECT_EQ(row.column_11, std::string(32, 'a'));
   EXPECT_EQ(row.column_12, std::string(32, 'b'));
   EXPECT_EQ(row.dn, "sys/rack-unit-1/board/storage-SAS-" + std::string(29, 'l')) << "63 characters";
-}
-
-TEST_F(StorageLocalDiskTableTest, WithoutASnapshotOrMemoryNothingIsAdded) {
-  EXPECT_EQ(initialize_local_disk_table(0), -1);
-  load({controller("", {drive_in(1)})});
-  fakes::fail_allocations(0, 1);
-  EXPECT_EQ(initialize_local_disk_table(0), -1);
-  EXPECT_EQ(rows(tavoStorageLocalDiskTable_head), 0U);
-  EXPECT_EQ(initialize_local_disk_table(0), 1);
-  EXPECT_EQ(initialize_local_disk_table(0), 1);
-  EXPECT_EQ(rows(tavoStorageLocalDiskTable_head), 8U);
-  EXPECT_EQ(initialize_local_disk_table(1), 1);
-  EXPECT_EQ(rows(tavoStorageLocalDiskTable_head), 4U);
-  EXPECT_THAT(fakes::log_lines(), IsEmpty());
-  free_stor_info(head_stor_ptr);
 }
 
 }  // namespace
