@@ -12,7 +12,7 @@ std::mutex mutex;
 int successes_left = 0;
 int failures_left = 0;
 int failed = 0;
-// Read without the mutex, which would order the module's threads for ThreadSanitizer and so hide their races from it.
+// Read without the mutex: locking it would order the module's threads and hide their races from ThreadSanitizer.
 std::atomic<bool> failing = false;
 
 bool fails() {

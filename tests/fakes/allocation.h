@@ -1,5 +1,5 @@
-// Makes the module's own calloc and reallocarray calls fail. Allocations inside the C, C++ and net-snmp
-// libraries go on.
+// Makes the module's own calloc and reallocarray calls fail. Allocations inside the C, C++ and net-snmp libraries
+// always succeed.
 #pragma once
 
 #include <limits>

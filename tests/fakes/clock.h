@@ -10,7 +10,7 @@
 namespace tavo::fakes {
 
 // While it lives, time stands still at what the test has set, and moves only by what the module sleeps. A sleep records
-// its length and returns at once; a timed wait records its deadline and times out at once, but for those that are woken
+// its length and returns at once; a timed wait records its deadline and times out at once, unless it is woken
 // early. One at a time.
 class FakeClock {
  public:

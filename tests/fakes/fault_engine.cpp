@@ -170,7 +170,7 @@ int connect_to_fe_broadcaster(int *connection) {
     connect_errors.pop_front();
     return error;
   }
-  // Far from the lowest free number, which the next descriptor that anybody opens would take again.
+  // Not the lowest free number: the next descriptor opened anywhere would reuse it once this one is closed.
   const int opened = eventfd(0, EFD_CLOEXEC);
   *connection = fcntl(opened, F_DUPFD_CLOEXEC, 500 + static_cast<int>(connections.size()));
   close(opened);
@@ -193,7 +193,7 @@ int listen_to_fe_broadcaster(int *connection, void *record) {
   if (heard.result > 0) {
     std::memcpy(record, heard.record.data(), FAULT_RECORD_SIZE);
   } else {
-    // What it holds then does not count.
+    // The caller must not use the record then.
     std::memset(record, 0xA5, FAULT_RECORD_SIZE);
     if (heard.error != 0) {
       errno = heard.error;

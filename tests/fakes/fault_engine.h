@@ -1,4 +1,4 @@
-// The fault engine as the tests want it: every call is recorded, what it answers is the test's own script.
+// A fake of the fault engine: records every call and answers from the test's script.
 #pragma once
 
 #include <cstdint>
@@ -22,10 +22,10 @@ struct FaultRecord : RecordOctets<FaultRecord, FAULT_RECORD_SIZE> {
 FaultRecord fault(std::uint32_t class_code, std::uint32_t index, std::uint32_t severity);
 
 // Every call so far, oldest first: "get_fe_table_count", "get_fe_table 0 3", "connect_to_fe_broadcaster",
-// "listen_to_fe_broadcaster". A listen call stands there as soon as it waits.
+// "listen_to_fe_broadcaster". A listen call is listed as soon as it waits.
 std::vector<std::string> fault_engine_calls();
 
-// Waits until the thread listens with nothing left to hear; false when 20 seconds pass first.
+// Waits until the thread has taken all broadcasts and listens again; false when 20 seconds pass first.
 bool wait_until_listening();
 
 // The active faults. None at first.
@@ -35,17 +35,17 @@ void set_active_fault_count(std::optional<int> count);
 
 // The next connects give these results instead of 0, one each.
 void refuse_connects(std::vector<int> errors);
-// What the connection held when the first connect was tried.
+// The value of the connection argument at the first connect.
 int connection_before_the_first();
-// Whether the descriptor that the `number`th successful connect gave, from 1, is still open.
+// Whether the descriptor of the `number`th successful connect, counted from 1, is still open.
 bool connection_is_open(int number);
 
-// What listen_to_fe_broadcaster tells next, in turn. Without anything to tell it waits.
+// The next results of listen_to_fe_broadcaster, in this order. It waits while there are none.
 void broadcast(const FaultRecord &record);
-// A result of 0 or below, with errno; 0 leaves errno as it is, as a read does that finds the end.
+// A result of 0 or below, with errno. An error of 0 leaves errno alone, like a read at the end of a file.
 void broadcast_result(int result, int error);
 
-// Listen calls that were handed a record that was not all zero, or a connection that was not the last one given.
+// How many listen calls passed a record that was not all zero, or a connection other than the last one returned.
 int careless_listens();
 
 void reset_fault_engine();

@@ -23,7 +23,7 @@ std::string root;  // empty: no FakeFiles
 std::map<std::string, int, std::less<>> opens;
 std::map<std::string, int, std::less<>> refused;
 
-// Counts the open. Nonzero: the error that it fails with.
+// Counts the call. The error that it fails with, or 0.
 int note_open(const char *path) {
   const std::scoped_lock lock(mutex);
   ++opens[path];

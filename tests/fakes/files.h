@@ -1,5 +1,4 @@
-// The platform's files as the tests want them: paths under /var, and those of the module's own in /tmp, lead to a
-// directory of the test's own.
+// Redirects the module's paths under /var, and its own in /tmp, to a directory of the test.
 #pragma once
 
 #include <string>
@@ -7,8 +6,8 @@
 
 namespace tavo::fakes {
 
-// While it lives, what the module opens or asks for there is looked up in an empty directory that goes away with
-// it. Other paths are not touched. One at a time.
+// While it lives, the module finds those paths in a directory that is empty at first and is removed with it. Other
+// paths are not redirected. One at a time.
 class FakeFiles {
  public:
   FakeFiles();
@@ -16,7 +15,7 @@ class FakeFiles {
   FakeFiles(const FakeFiles &) = delete;
   FakeFiles &operator=(const FakeFiles &) = delete;
 
-  // Where a path of the module's really leads.
+  // The real path behind a path of the module.
   static std::string real_path(std::string_view path);
 
   // All take paths as the module knows them.
@@ -26,7 +25,7 @@ class FakeFiles {
   std::string read(std::string_view path) const;
 };
 
-// How many opens of the path have been asked for since the FakeFiles was made.
+// How often the module has tried to open the path since the FakeFiles was made.
 int opens_of(std::string_view path);
 
 // From now on opening this path fails with `error`, though the file exists.

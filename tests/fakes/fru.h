@@ -1,4 +1,4 @@
-// The FRU library as the tests want it.
+// A fake of the FRU library: records every call and answers what the test has set.
 #pragma once
 
 #include <string>
@@ -7,20 +7,20 @@
 
 namespace tavo::fakes {
 
-// The board area: its texts, and no NUL behind one that fills its field. The calls fail until it is set.
+// The texts of the board area; one that fills its field has no NUL. Calls fail until the area is set.
 struct BoardArea {
   std::string manufacturer;
   std::string product_name;
   std::string serial;
 };
 void set_board_area(BoardArea area);
-// The next calls fail, however the area is set.
+// The next calls fail although the area is set.
 void fail_board_area(int calls);
 
 // The serial number in the product area of an instance of a type; without one, the call fails.
 void set_product_serial(int type, int instance, std::string serial);
 
-// What the calls were asked for, oldest first: FRU ids; types and instances. A call whose area was not zeroed throws
+// The arguments of the calls, oldest first: FRU ids; types and instances. A call with an area that is not zeroed throws
 // std::logic_error.
 std::vector<int> board_area_calls();
 std::vector<std::pair<int, int>> product_area_calls();

@@ -1,4 +1,4 @@
-// The platform inventory library as the tests want it: every call is recorded, results are the test's own.
+// A fake of the platform inventory library's processor calls: records every call and answers what the test has set.
 #pragma once
 
 #include <cstdint>
@@ -26,7 +26,7 @@ std::vector<InventoryCall> inventory_calls();
 // One processor, zeroed at first. Texts and integers stand at the offsets of platform/inventory.h.
 using ProcessorRecord = PlatformRecord<PROCESSOR_RECORD_SIZE>;
 
-// The processors there are: GetCPUItems counts them, GetCPUInfo copies as many as fit. None at first.
+// The server's processors: GetCPUItems counts them, GetCPUInfo copies as many as fit. None at first.
 void set_processors(std::vector<ProcessorRecord> processors);
 
 // What GetCPUItems says instead of the number of processors; empty: that number.

@@ -1,4 +1,4 @@
-// The platform inventory library's memory modules as the tests want them.
+// A fake of the platform inventory library's memory calls: records every call and answers what the test has set.
 #pragma once
 
 #include <functional>
@@ -29,7 +29,7 @@ struct MemoryRecord : RecordOctets<MemoryRecord, MEMORY_RECORD_SIZE> {
   MemoryRecord &numbered(int number);
 };
 
-// The modules there are: GetMemoryItems counts them, GetMemoryDetail copies as many as fit. None at first.
+// The server's modules: GetMemoryItems counts them, GetMemoryDetail copies as many as fit. None at first.
 void set_memory_modules(std::vector<MemoryRecord> modules);
 
 // What GetMemoryItems says instead of the number of modules; empty: that number.

@@ -1,6 +1,6 @@
-// Stands between the module and net-snmp's logging, tracing, sending and setting of values: what the module logs,
-// traces and sends is recorded and goes no further. Calls that net-snmp makes inside itself are not touched; what it
-// logs is recorded apart.
+// Intercepts the module's calls of net-snmp that log, trace, send and set values: what the module logs, traces and
+// sends is recorded and goes no further. Calls inside net-snmp are not intercepted; what it logs is recorded
+// separately.
 #pragma once
 
 #include <net-snmp/net-snmp-config.h>
@@ -37,7 +37,7 @@ std::vector<LogLine> library_log_lines();
 // Waits until the module has logged exactly `text` `times` times; false when `limit` passes first.
 bool wait_for_log(std::string_view text, int times = 1, std::chrono::seconds limit = std::chrono::seconds(20));
 
-// What snmp_get_do_debugging answers the module. Off at first.
+// The result of the module's snmp_get_do_debugging. Off at first.
 void set_debugging(bool on);
 
 // One message of the module: sent through debugmsgtoken and then, with the same format, through debugmsg.
@@ -95,11 +95,11 @@ bool wait_for_notifications(std::size_t count, std::chrono::seconds limit = std:
 // Called at each notification, before it is recorded, by the thread that sends it.
 void on_notification(std::function<void()> observer);
 
-// From now on netsnmp_dateandtime_set_buf_from_vars writes its octets as ever and returns `error`; 0 makes it real
+// From now on netsnmp_dateandtime_set_buf_from_vars writes its octets as usual but returns `error`; 0 makes it real
 // again.
 void set_date_and_time_result(int error);
 
-// The calling thread's next snmp_set_var_typed_value after `successes` more is refused, as for want of memory: the
+// The calling thread's next snmp_set_var_typed_value after `successes` more fails, as without memory: the
 // varbind stays as it is.
 void refuse_value(int successes);
 

@@ -27,7 +27,7 @@ std::vector<Command> run;
 std::map<std::string, std::function<std::optional<std::string>(int)>> outputs;
 std::set<FILE *> streams;
 
-// Records the command. What it prints; empty: it cannot be run.
+// Records the command and returns what it prints; empty when it cannot be run.
 std::optional<std::string> answer(bool by_system, const char *command) {
   std::function<std::optional<std::string>(int)> output;
   int call = 0;

@@ -9,8 +9,8 @@
 namespace tavo::fakes {
 
 // While it lives, commands are recorded and answered by the test, and no process is started. What a command prints goes
-// to the file behind its last " > ", or else to the module. A command that the test has not told prints nothing, which
-// is also what a missing tool looks like: the shell makes the file, and it is empty. One at a time.
+// to the file behind its last " > ", or else to the module. A command that the test has set no output for prints
+// nothing, just like a missing tool: the shell makes the file, and it stays empty. One at a time.
 class FakeShell {
  public:
   FakeShell();
@@ -26,7 +26,7 @@ class FakeShell {
 
   // Every command so far, oldest first.
   std::vector<std::string> commands() const;
-  // Those of one call alone.
+  // Only those run with system, or with popen.
   std::vector<std::string> system_commands() const;
   std::vector<std::string> popen_commands() const;
 };

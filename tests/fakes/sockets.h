@@ -1,5 +1,5 @@
-// Stands between the module and its sockets: calls can be made to fail, and a Unix-domain address leads to the file
-// that fakes/files.h has for it.
+// Intercepts the module's socket calls: they can be made to fail, and a Unix-domain address leads to the path that
+// fakes/files.h redirects it to.
 #pragma once
 
 #include <chrono>
@@ -17,12 +17,12 @@ void fail_next_socket_call(std::string_view function, int error, int successes =
 // What the module has passed, oldest first.
 struct BoundAddress {
   unsigned short family;
-  std::vector<std::byte> octets;  // of the whole address, as long as its length said
+  std::vector<std::byte> octets;  // as many as the length argument says
 };
 std::vector<BoundAddress> bound_addresses();
 std::vector<int> backlogs();
 
-// Options of one integer, those whose setting was made to fail among them.
+// Integer options that were set, including those whose call was made to fail.
 struct SocketOption {
   int descriptor;
   int level;
@@ -32,7 +32,7 @@ struct SocketOption {
 };
 std::vector<SocketOption> socket_options();
 
-// Descriptors got from socket and accept4, oldest first; the test's own are among those of socket.
+// Descriptors returned by socket and accept4, oldest first, including the sockets that the test itself opens.
 struct OpenedSocket {
   std::string function;
   int descriptor;

@@ -104,7 +104,7 @@ void *se_open_storage_events(int first, int second) {
 }
 
 void *se_get_next_storage_event(void *handle) {
-  // Stands until the next call, as the library's own does; one reader only.
+  // Valid until the next call, as in the library; one reader only.
   static std::array<std::byte, STORAGE_EVENT_SIZE> record;
   std::unique_lock lock(mutex);
   if (handle != &stream) {

@@ -1,5 +1,5 @@
-// The storage client library as the tests want it: storage events that they send, an SD-card service that answers what
-// they set.
+// A fake of the storage client library: delivers the storage events that the test sends and answers SD-card requests
+// with what the test has set.
 #pragma once
 
 #include <array>

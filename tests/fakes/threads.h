@@ -30,7 +30,7 @@ void fail_thread_creation(int error);
 // From now on pthread_join returns `error`. The thread is joined all the same, so that none outlives its test.
 void fail_thread_join(int error);
 
-// Threads that were created joinable and not joined, those that were never started among them.
+// How many threads were created joinable and not joined, including those that were never started.
 int unjoined_threads();
 
 // Back to real threads, and no records.

@@ -1,4 +1,4 @@
-// Waiting in a test for what other threads do.
+// Waits in a test for other threads.
 #pragma once
 
 #include <chrono>
@@ -11,7 +11,7 @@ template <class Condition>
 bool eventually(Condition condition, std::chrono::seconds limit = std::chrono::seconds(20)) {
   const auto deadline = std::chrono::steady_clock::now() + limit;
   for (;;) {
-    // Looked at first: a condition that has come true while this thread got no processor has come in time.
+    // Read before the condition: one that came true while this thread was not scheduled is still in time.
     const bool late = std::chrono::steady_clock::now() > deadline;
     if (condition()) {
       return true;

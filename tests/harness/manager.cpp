@@ -18,7 +18,7 @@ extern "C" int handle_snmp_packet(int operation, netsnmp_session *session, int r
 namespace tavo::fakes {
 namespace {
 
-// The agent listens on net-snmp's own in-process transport, the one through which a subagent asks itself.
+// The agent listens on net-snmp's in-process transport, which subagents use for requests to themselves.
 netsnmp_session *open_agent() {
   setenv("MIBS", "", 1);
   netsnmp_ds_set_boolean(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_DONT_READ_CONFIGS, 1);
@@ -32,7 +32,7 @@ netsnmp_session *open_agent() {
     throw std::runtime_error("cannot open a session to the agent in this process");
   }
   std::free(manager->community);
-  manager->community = reinterpret_cast<u_char *>(strdup("public"));  // asked for, though nobody looks at it
+  manager->community = reinterpret_cast<u_char *>(strdup("public"));  // required, but never checked
   manager->community_len = 6;
   manager->timeout = 60'000'000;  // microseconds
   manager->retries = 0;
@@ -80,7 +80,7 @@ bool is_under(std::span<const oid> root, const Oid &name) {
   return name.size() >= root.size() && std::ranges::equal(root, std::span(name).first(root.size()));
 }
 
-// `ask`: the response to a request for what follows a name.
+// `ask` requests what follows a name and returns the response.
 template <class Ask>
 std::vector<Answer> walked(std::span<const oid> root, Ask ask) {
   std::vector<Answer> walk;

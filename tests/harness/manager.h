@@ -1,5 +1,5 @@
-// A manager that asks net-snmp's agent, both in this process: requests pass through the agent and the handlers of
-// whatever the test has registered, as they do in the daemon, but no socket, no view and no encoding is between them.
+// A manager for net-snmp's agent, both in this process. Requests pass through the agent and the registered handlers as
+// in the daemon, but without sockets, views or encoding.
 #pragma once
 
 #include <cstddef>
@@ -26,13 +26,13 @@ struct Response {
   std::vector<Answer> answers;
 };
 
-// One PDU each, SNMPv2c. The first call of any of these starts the agent. All come from one thread, the agent's, and
-// throw std::runtime_error when no response comes.
+// One SNMPv2c PDU each. The first call of any of these starts the agent. Call all of them from one thread, which
+// becomes the agent's. They throw std::runtime_error without a response.
 Response get(const std::vector<Oid> &names);
 Response get_next(const std::vector<Oid> &names);
 Response set(const std::vector<Oid> &names, std::int32_t value);
 
-// The session that the PDUs go through, for those who send their own.
+// The session that the PDUs go through, for callers that build their own.
 netsnmp_session *session_to_agent();
 
 // Everything under `root`, by one GETNEXT after the other or by GETBULKs. Throws std::runtime_error when a response has

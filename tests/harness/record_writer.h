@@ -1,4 +1,4 @@
-// A record of the platform as a test writes it.
+// Writes the platform's records for tests.
 #pragma once
 
 #include <array>
@@ -8,13 +8,13 @@
 
 namespace tavo::fakes {
 
-// `Size` octets, zeroed at first. The writers throw std::out_of_range beyond the end, and return the record: `Record`,
-// which is made of this.
+// `Size` octets, zeroed at first. The writers throw std::out_of_range beyond the end and return the record. `Record`:
+// the type that derives from this.
 template <class Record, std::size_t Size>
 struct RecordOctets {
   std::array<std::byte, Size> octets{};
 
-  // Copies the text without a NUL: one as long as its field ends with the field.
+  // Copies the text without a NUL.
   Record &text(std::size_t offset, std::string_view text) {
     for (std::size_t i = 0; i < text.size(); ++i) {
       octets.at(offset + i) = static_cast<std::byte>(text[i]);
@@ -22,7 +22,7 @@ struct RecordOctets {
     return static_cast<Record &>(*this);
   }
 
-  // The low `width` octets of the number, low octet first.
+  // Writes the low `width` octets of the number, low octet first.
   Record &number(std::size_t offset, std::uint64_t number, std::size_t width = 4) {
     for (std::size_t i = 0; i < width; ++i) {
       octets.at(offset + i) = static_cast<std::byte>(number >> (8 * i));

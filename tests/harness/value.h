@@ -1,4 +1,4 @@
-// Values as a manager reads them, in a form that tests can write down, compare and print.
+// Values that a manager reads, in a form that tests can write, compare and print.
 #pragma once
 
 #include <net-snmp/net-snmp-config.h>
@@ -40,7 +40,7 @@ inline const Value end_of_mib_view = {SNMP_ENDOFMIBVIEW, ""};
 
 Value value_of(const netsnmp_variable_list &varbind);
 
-// Of a varbind that was recorded from a notification.
+// The value of a varbind recorded from a notification.
 Value value_of(const Varbind &varbind);
 
 }  // namespace tavo::fakes

@@ -37,7 +37,7 @@ int on_another_thread(const std::function<int()> &call) {
   return result;
 }
 
-// Whether somebody holds the lock, found out by a thread that does not.
+// Whether the lock is held, tried from another thread.
 bool is_held(int which) {
   return on_another_thread([which] {
            const int error = try_sa_lock(which);
@@ -241,7 +241,7 @@ TEST_F(AccessLockTest, ABusyEvTryIsCountedAllTheSame) {
   EXPECT_EQ(ev_lock<41>.hold_count(), before + 1);
 }
 
-// The mutex behind an ev class, learnt by asking for it.
+// The mutex behind an ev class, found by trying the lock.
 const void *mutex_of(int class_number) {
   if (get_ev_try_lock(class_number) == 0) {
     release_ev_lock(class_number);
@@ -292,7 +292,7 @@ TEST_F(AccessLockTest, ThreadWaitWokenEarlySleepsOnToTheSameDeadline) {
 
 TEST_F(AccessLockTest, ThreadWaitGivesTheResultOfTheUnlock) {
   const fakes::FakeClock clock;
-  // Before it come its own lock and, for the time and for the wait, a lock and an unlock of the clock's mutex each.
+  // The sixth call: thread_wait's own lock, and a lock and an unlock of the fake clock's mutex twice, come first.
   fakes::fail_next_mutex_call(EPERM, 5);
   EXPECT_EQ(thread_wait(1), EPERM);
 }
@@ -328,8 +328,8 @@ TEST_F(AccessLockTest, AListLockIsTheOneOfItsNumber) {
   EXPECT_FALSE(is_ev_held(41));
 }
 
-// A rebuild that follows a rebuild at once must not keep a request out, which would happen with a bare mutex: the
-// thread that has it takes it again before the one that waits has woken.
+// Back-to-back rebuilds must not keep a request out. With a bare mutex they would: the holder takes it again before the
+// waiting thread has woken.
 TEST_F(AccessLockTest, WhoHasWaitedIsNextEvenWhenTheHolderAsksAgainAtOnce) {
   for (ListLock *const lock_of_family : {&fault_list_lock, &ev_lock<41>}) {
     ListLock &lock = *lock_of_family;

@@ -34,7 +34,7 @@ class ColumnTest : public fakes::ModuleTest {
     return fakes::value_of(varbind_);
   }
 
-  // Type, length and contents as they stand in a message.
+  // Type, length and contents as encoded in a message.
   Octets encoded(oid number) {
     EXPECT_TRUE(ColumnValue(column(number), &row_).set(&varbind_));
     oid name[] = {1, 3};
@@ -44,7 +44,7 @@ class ColumnTest : public fakes::ModuleTest {
     const u_char *end =
         snmp_build_var_op(message, name, &name_length, varbind_.type, varbind_.val_len, varbind_.val.string, &room);
     EXPECT_NE(end, nullptr);
-    // Behind the sequence's header stands the name: 06 01 2B.
+    // The name follows the sequence's header: 06 01 2B.
     const std::size_t header = message[1] == 0x82 ? 4 : 2;
     const u_char *value = message + header + 3;
     return {value, end};
@@ -68,7 +68,7 @@ TEST_F(ColumnTest, TextMayBeEmpty) {
 
 TEST_F(ColumnTest, TextWithoutANulEndsWithItsField) {
   std::memset(row_.name, 'n', sizeof row_.name);
-  std::memset(row_.code.text, 'c', sizeof row_.code.text);  // what stands behind
+  std::memset(row_.code.text, 'c', sizeof row_.code.text);  // the field behind
   EXPECT_EQ(value(fakes::sample_column::name), fakes::text("nnnnnnnnnnnnnnnn"));
   EXPECT_EQ(varbind_.val_len, sizeof row_.name);
 }
@@ -223,7 +223,7 @@ TEST_F(ColumnTest, AValueCanBeAppendedToANotification) {
   snmp_free_varbind(list);
 }
 
-// What the compile-time check refuses. `checked` throws the same in a constant expression, where it is an error.
+// What the compile-time check refuses: `checked` throws, which in a constant expression is a compile error.
 
 struct Row {
   std::uint32_t index;

@@ -1,5 +1,5 @@
-// The ordered view of a list against the list itself: any rows, any PDU, every answer equals what a walk of the full
-// list gives.
+// Compares the ordered view with the list itself: for any rows and any PDU, every answer equals that of a walk of the
+// full list.
 #include <gmock/gmock.h>
 
 #include <algorithm>
@@ -129,7 +129,7 @@ class RandomRequests {
     return choices.begin()[up_to(static_cast<std::uint32_t>(choices.size() - 1))];
   }
 
-  // Mostly a cell of a row that may exist; now and then something shorter, longer or beside the table.
+  // Mostly a cell of a row that may exist; sometimes a name that is shorter, longer or outside the table.
   Oid name() {
     Oid name(ev_root.begin(), ev_root.end());
     name.push_back(up_to(15) == 0 ? pick({0, 2, 0xFFFFFFFF}) : 1);

@@ -66,7 +66,7 @@ TEST(Record, ATextEndsWithTheRecord) {
 
 TEST(Record, EveryTruncationOfARecordIsReadWithinItsBounds) {
   for (std::size_t size = 0; size <= octets.size(); ++size) {
-    // On the heap and of the exact size, so that AddressSanitizer sees a read beyond it.
+    // On the heap with its exact size, so that AddressSanitizer sees a read beyond it.
     const std::vector<std::byte> cut(octets.begin(), octets.begin() + static_cast<std::ptrdiff_t>(size));
     const Record part(cut.data(), cut.size());
     for (std::size_t offset = 0; offset <= octets.size(); ++offset) {

@@ -49,7 +49,7 @@ class RequestTest : public fakes::SampleTableTest {
     };
   }
 
-  // That rows have been read `reads` times in all, always under the lock, which is free now. Each read found it busy,
+  // Expects `reads` reads of rows in all, each under the lock, and the lock free now. Each read tries the busy lock,
   // which counts a holder.
   void expect_locked_for_reads_only(int reads) {
     EXPECT_EQ(reads_, reads);
@@ -117,7 +117,7 @@ TEST_F(RequestTest, ARebuildWaitsUntilTheRowHasBeenRead) {
       ev_sample.table.create(1, &fresh);
       rebuilt = true;
     });
-    // Until the other thread waits for the lock, as far as that can be seen from here.
+    // Time for the other thread to wait for the lock, which cannot be observed here.
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(50);
     while (!rebuilt && std::chrono::steady_clock::now() < deadline) {
       std::this_thread::yield();
@@ -131,7 +131,7 @@ TEST_F(RequestTest, ARebuildWaitsUntilTheRowHasBeenRead) {
   EXPECT_EQ(fakes::get_next({cell(ev_root, 4, 1)}).answers.at(0), (Answer{cell(ev_root, 5, 1), integer(222)}));
 }
 
-// Every row of a generation says which one it is of.
+// Every row names its generation.
 void rebuild_rows(std::int32_t generation) {
   const ListGuard guard(ev_sample.table.lock());
   ev_sample.table.remove_all();
@@ -144,7 +144,7 @@ void rebuild_rows(std::int32_t generation) {
   }
 }
 
-// The generation that each answer to one PDU is of; -1 for an answer that is none.
+// The generation of each answer to one PDU; -1 for an exception.
 std::vector<long> generations(const fakes::Response &response) {
   std::vector<long> found;
   for (const Answer &answer : response.answers) {
@@ -308,10 +308,10 @@ TEST_F(RequestTest, WithoutMemoryForTheOrderTheWholeListIsOffered) {
   if (ran_in_a_process_of_its_own()) {
     return;
   }
-  for (std::uint32_t index = 300; index > 0; --index) {  // more than there was ever memory for
+  for (std::uint32_t index = 300; index > 0; --index) {  // more than any test before has made room for
     add_row(ev_sample, index);
   }
-  // One allocation fails, a later one each time, until none is needed any more.
+  // Each round fails one allocation later, until a round gets all it needs.
   int successes = 0;
   do {
     fakes::reset_allocations();

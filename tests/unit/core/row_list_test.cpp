@@ -50,7 +50,7 @@ class RowListTest : public fakes::ModuleTest {
                            : std::vector<const void *>(rows->rows().begin(), rows->rows().end());
   }
 
-  // As a table's list, it lasts as long as the process.
+  // Lives as long as the process, like a table's list.
   static inline Row *head_ = nullptr;
   static inline constinit RowList list_{layout_of<Row>(), &head_};
 };

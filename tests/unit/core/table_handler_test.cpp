@@ -1,4 +1,4 @@
-// The handler, called with requests that no agent would send.
+// The handler with requests that no agent sends.
 #include "core/table.h"
 
 #include <gmock/gmock.h>

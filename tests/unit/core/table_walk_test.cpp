@@ -1,4 +1,4 @@
-// A walk without a request around it: the functions as the agent's iterator is told about them.
+// A walk outside a request: the loop functions that the agent's iterator calls.
 #include <gmock/gmock.h>
 
 #include <cerrno>
@@ -122,7 +122,7 @@ TEST_F(WalkTest, AFirstRowThatCannotHaveItsEvLockIsNull) {
   EXPECT_EQ(next(ev_sample), nullptr);
 }
 
-// Kept on purpose: the index comes back as it was given.
+// Kept on purpose: the index comes back unfilled.
 TEST_F(WalkTest, ANextRowThatCannotHaveItsEvLockIsTheUnfilledIndex) {
   loop_ = add_row(ev_sample, 1);
   const long given = 4711;

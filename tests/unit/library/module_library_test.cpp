@@ -1,4 +1,4 @@
-// What only shows in the shared object: loading, and names that the program does not define.
+// What only the shared object can show: loading, and symbols that the program does not define.
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 
@@ -37,8 +37,8 @@ class ModuleLibrary : public testing::Test {
   static inline std::vector<std::string> logged_while_loading;
 };
 
-// Some columns hand a Counter64 over as four octets. Each time that net-snmp refuses one it logs a line, so it is asked
-// here and never again: test_walk.py counts the lines behind whole walks.
+// Some columns pass a Counter64 as four octets. Each time net-snmp refuses one it logs a line, so the module tries
+// once, when it is loaded. test_walk.py counts the lines after whole walks.
 TEST_F(ModuleLibrary, LoadingAsksOnceWhetherACounter64MayHaveFourOctets) {
   EXPECT_THAT(logged_while_loading, testing::ElementsAre("bad size for counter 64 (4)\n"));
 }

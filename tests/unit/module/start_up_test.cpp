@@ -61,7 +61,7 @@ class StartUpTest : public fakes::ModuleTest {
     close_subagent_modules();
   }
 
-  // The lines that end a step, without what the steps themselves have to say of tools that are missing here.
+  // The lines that end a step, without what the steps log about missing tools.
   static std::vector<std::string> steps_done() {
     std::vector<std::string> lines = fakes::log_texts();
     std::erase_if(lines, [](const std::string &line) { return !line.ends_with(" done\n"); });
@@ -94,7 +94,7 @@ TEST_F(StartUpTest, EveryStepIsLoggedInItsOrder) {
       << "the last when every table is registered";
 }
 
-// Nothing answers here: no tool, no sensor, no FRU area.
+// No tool, sensor or FRU area answers here.
 TEST_F(StartUpTest, WithoutAnyToolTheOnlyWaitsAreThoseOfTheTries) {
   if (tavo::ran_in_a_process_of_its_own()) {
     return;
@@ -117,7 +117,7 @@ TEST_F(StartUpTest, WithoutAnyToolTheOnlyWaitsAreThoseOfTheTries) {
   EXPECT_EQ(waited, 0U) << "after the last step";
 }
 
-// The missing snapshot and the service's failure make the reading of both heard.
+// The missing snapshot and the failing service each log a line when they are read.
 TEST_F(StartUpTest, TheStorageLockIsHeldFromSnapshotToLastSdCardTable) {
   fakes::start_no_threads();
   fakes::set_debugging(true);
@@ -216,7 +216,7 @@ TEST_F(StartUpTest, TheStorageLockIsTakenAndGivenBack) {
 class TestTrapThreadTest : public fakes::ModuleTest {
  protected:
   TestTrapThreadTest() {
-    // As the daemon does before it starts its first thread: the signal is for sigwait alone.
+    // As in the daemon, which blocks the signal before it starts a thread: only sigwait takes it.
     sigset_t signals;
     sigemptyset(&signals);
     sigaddset(&signals, SIGUSR1);
@@ -245,7 +245,7 @@ TEST_F(TestTrapThreadTest, EverySignalIsServedOnce) {
   signal_thread();
   ASSERT_TRUE(fakes::wait_for_log("Called Test Trap\n", 2));
   ASSERT_TRUE(fakes::wait_for_sigwait(3));
-  stop_test_trap_thread();  // after the flag was looked at: one more signal is served
+  stop_test_trap_thread();  // after the thread has read the flag: one more signal is served
 
   signal_thread();
   EXPECT_EQ(join_test_trap_thread(), 1);

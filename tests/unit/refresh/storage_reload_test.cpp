@@ -153,7 +153,7 @@ TEST_F(StorRebuildTest, BuildsInItsOrderUnderTheStorageLock) {
   EXPECT_EQ(storage_lock.hold_count(), 0);
 }
 
-// The first trace is that of the lock taken, the last that of the lock given back.
+// The first trace is from taking the lock, the last from releasing it.
 TEST_F(StorRebuildTest, ReadsRemovesAndFreesWhileItHoldsTheStorageLock) {
   rebuild({full_controller()});
   files_.write(path, fakes::snapshot(2, {full_controller()}));
@@ -191,7 +191,7 @@ TEST_F(StorRebuildTest, WaitsForAWalkThatHoldsTheStorageLock) {
   ASSERT_EQ(storage_lock.acquire(), 0);
   const void *const storage_mutex = fakes::last_tried_mutex();
   std::atomic<bool> waits = false;
-  // The fakes lock mutexes of their own.
+  // The fakes lock their own mutexes too.
   std::function<void()> tell_when_it_waits = [&] {
     waits = fakes::last_locked_mutex() == storage_mutex;
     if (!waits) {

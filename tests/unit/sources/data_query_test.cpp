@@ -17,7 +17,7 @@ constexpr const char *command_for_key = "datactl get=some | flatkv | grep Key | 
 
 class DataQueryTest : public fakes::ModuleTest {
  protected:
-  // The value that the query gives, "none" without one.
+  // The query's value, or "none".
   static std::string value(const std::string &source, const char *key) {
     char out[128] = "none";
     const bool found = query_value(source.c_str(), key, ": ", out);

@@ -28,7 +28,7 @@ constexpr char path[] = "/var/dump";
 const Needle id("id", ": ");
 const Needle name("name", ": ");
 
-// What the reader must answer, found the plain way in the whole text.
+// The expected answers, found by a plain search of the whole text.
 std::vector<std::size_t> occurrences_in(std::string_view text, std::string_view needle) {
   std::vector<std::size_t> behind;
   for (std::size_t at = text.find(needle); at != std::string_view::npos; at = text.find(needle, at + needle.size())) {
@@ -337,10 +337,10 @@ TEST_F(DumpTest, IsStillSearchedAfterItHasMoved) {
   EXPECT_EQ(value(second, id, 1), "1");
 }
 
-// Were the dump searched from its top for each unit, eight times the units would take 64 times as long.
+// If each unit's search started at the top of the dump, eight times the units would take 64 times as long.
 class LinearDump : public DumpTest {
  protected:
-  // Of the processor, not of the clock on the wall: other tests run meanwhile.
+  // Processor time, since other tests run at the same time.
   static double seconds_used() {
     timespec used;
     ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &used);

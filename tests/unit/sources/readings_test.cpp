@@ -52,7 +52,7 @@ class CollectionTimeTest : public testing::Test {
     tzset();
   }
 
-  // What a table's column carries of the time.
+  // The part of the time that a table's column serves.
   static std::string carried(const char *text) {
     CollectionTime collected = {};
     take_collection_time(text, collected);

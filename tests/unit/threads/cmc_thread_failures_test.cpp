@@ -1,4 +1,4 @@
-// What becomes of the chassis link when a call fails.
+// The chassis link when a call fails.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <netinet/in.h>

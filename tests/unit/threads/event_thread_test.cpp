@@ -42,7 +42,7 @@ class EventThreadTest : public FaultTableTest {
 
   ~EventThreadTest() override { end(); }
 
-  // The thread, up to its first listen.
+  // Starts the thread and waits for its first listen.
   void start() {
     ASSERT_EQ(create_FE_thread(), 0);
     running_ = true;
@@ -54,7 +54,7 @@ class EventThreadTest : public FaultTableTest {
     start();
   }
 
-  // Tells the thread a record and waits until it has been applied.
+  // Broadcasts a record and waits until the thread has applied it.
   static void tell(const FaultRecord &record) {
     fakes::broadcast(record);
     ASSERT_TRUE(fakes::wait_until_listening());
@@ -203,7 +203,7 @@ TEST_F(EventThreadTest, AnErrorWhileListeningIsListenedOver) {
 
 TEST_F(EventThreadTest, ACloseBehindAnInterruptedCallIsStillAClose) {
   start_warm();
-  tell_result(-1, EINTR);  // errno stays what it was until somebody sets it
+  tell_result(-1, EINTR);  // errno keeps its value until a call sets it
   tell_result(0, 0);
   EXPECT_THAT(fakes::fault_engine_calls(), testing::Contains("connect_to_fe_broadcaster").Times(2));
 }

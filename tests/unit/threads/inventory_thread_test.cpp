@@ -92,8 +92,8 @@ TEST_F(InventoryThreadTest, AFailedJoinIsLoggedAndTheRestIsDone) {
   EXPECT_THAT(fakes::log_texts(), ElementsAre("Unable to join inventory thread\n", "InventoryThread exited\n"));
 }
 
-// The thread's own life, on a clock that moves only when it sleeps, with tools that answer at once. Only a rebuild of
-// the supplies takes time: 5 seconds. Times are seconds since the thread began.
+// Runs the thread on a clock that moves only when it sleeps, with tools that answer at once. Only a rebuild of the
+// supplies takes time: 5 seconds. Times are in seconds since the thread's start.
 class InventoryThreadLifeTest : public fakes::ModuleTest {
  protected:
   InventoryThreadLifeTest() {
