@@ -1,6 +1,12 @@
 #include "core/shell.h"
 
+#include <net-snmp/net-snmp-config.h>
+
+#include <net-snmp/net-snmp-includes.h>
+
+#include <algorithm>
 #include <cerrno>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -23,10 +29,38 @@ int next_character(FILE *output) {
   }
 }
 
+// Formats a command into `text`. False when it is longer than `most` characters.
+bool format_command(char *text, std::size_t most, const char *format, va_list arguments) {
+  const int length = std::vsnprintf(text, most + 1, format, arguments);
+  if (length >= 0 && static_cast<std::size_t>(length) <= most) {
+    return true;
+  }
+  snmp_log(LOG_ERR, "Not run: a shell command may have %zu characters, this one has %d: %s...\n", most, length, text);
+  return false;
+}
+
 }  // namespace
 
-void run_in_shell(const char *command) {
-  static_cast<void>(std::system(command));
+ShellCommand::ShellCommand(const char *format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  fits_ = format_command(text_, longest, format, arguments);
+  va_end(arguments);
+}
+
+ShellCommand::ShellCommand(std::size_t most, const char *format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  fits_ = format_command(text_, std::min(most, longest), format, arguments);
+  va_end(arguments);
+}
+
+bool run_in_shell(const ShellCommand &command) {
+  if (!command.fits()) {
+    return false;
+  }
+  static_cast<void>(std::system(command.text()));
+  return true;
 }
 
 bool first_line_of(const char *command, std::size_t longest, char *out) {
@@ -56,6 +90,10 @@ bool first_line_of(const char *command, std::size_t longest, char *out) {
   }
   out[length - 1] = '\0';
   return true;
+}
+
+bool first_line_of(const ShellCommand &command, std::size_t longest, char *out) {
+  return command.fits() && first_line_of(command.text(), longest, out);
 }
 
 }  // namespace tavo

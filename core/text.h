@@ -1,4 +1,4 @@
-// Texts in fixed arrays. Whatever is written ends with a NUL; what does not fit is cut off.
+// Texts in fixed arrays. They always end with a NUL; what does not fit is cut off.
 #pragma once
 
 #include <algorithm>
@@ -16,8 +16,7 @@ void copy_text(char (&to)[N], std::string_view text) {
   to[length] = '\0';
 }
 
-// As printf. Returns false when the text was cut off. Not inline, so that the compiler does not warn of a cut: it is
-// intended.
+// As printf. False when the text was cut off. Not inline: the compiler would warn about cuts that are intended.
 [[gnu::format(printf, 3, 4)]] bool format_text(char *to, std::size_t size, const char *format, ...);
 
 template <std::size_t N, class... Args>
@@ -25,16 +24,16 @@ bool format_text(char (&to)[N], const char *format, Args... args) {
   return format_text(to, N, format, args...);
 }
 
-// Takes the decimal number that a text begins with, and the blanks before it, off the text. Empty, and the text left
-// alone, when it begins with none. A number of more than 32 bits becomes the nearest that has them.
+// Takes leading blanks and the decimal number behind them off the text. Empty, and the text left alone, when there is
+// no number. A number that does not fit into 32 bits becomes the nearest one that does.
 std::optional<std::int32_t> take_number(std::string_view &text);
 
-// The same where the rest does not matter.
+// The same, for callers that do not need the rest.
 inline std::optional<std::int32_t> leading_number(std::string_view text) {
   return take_number(text);
 }
 
-// Takes the next word, up to a blank, and the blanks before it off the text. Empty when there is none.
+// Takes leading blanks and the word behind them, up to the next blank, off the text. Empty when there is no word.
 std::string_view take_word(std::string_view &text);
 
 }  // namespace tavo

@@ -11,7 +11,7 @@ namespace {
 // Has the tool write the dump and opens it, trying again while it cannot be read. False when it never can.
 bool fetch(const EnvironmentStatistics &statistics, std::optional<Dump> &dump) {
   return try_repeatedly([&] {
-    run_in_shell(statistics.command);
+    run_in_shell(ShellCommand("%s", statistics.command));
     return dump.emplace(statistics.dump).opened();
   });
 }

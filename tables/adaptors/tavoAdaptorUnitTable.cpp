@@ -59,7 +59,7 @@ bool load_dump() {
   if (dump_is_loaded) {
     return false;
   }
-  run_in_shell("datactl get=adapter | flatkv > /var/adapterInventory");
+  run_in_shell(ShellCommand("datactl get=adapter | flatkv > /var/adapterInventory"));
   dump_is_loaded = true;
   return true;
 }
@@ -177,11 +177,10 @@ int GetValuefromCache(const char *key, const char *separator, int occurrence, ch
 
 int GetAdaptorFirmwareRevision(int slot, char *out) {
   constexpr int tries = 10;
-  char command[256];
-  format_text(command,
-              "datactl get=adapterFW[%d] | flatkv | grep -B 1 \"STARTUP, RUNNING\" | grep \"image-version\" | awk "
-              "-F\": \" ' { print $2 } ' ",
-              slot);
+  const ShellCommand command(
+      "datactl get=adapterFW[%d] | flatkv | grep -B 1 \"STARTUP, RUNNING\" | grep \"image-version\" | awk -F\": \" ' { "
+      "print $2 } ' ",
+      slot);
   const bool read = try_repeatedly([&] { return first_line_of(command, longest_line, out); }, tries);
   return read ? 1 : 0;
 }

@@ -17,7 +17,7 @@ class BoardDump {
   // The first value of the key. False when there is none.
   bool value(const char *key, char (&out)[dump_value_size]) {
     if (!loaded_) {
-      run_in_shell("datactl get=motherboardStats | flatkv > /var/motherboardStatsInventory");
+      run_in_shell(ShellCommand("datactl get=motherboardStats | flatkv > /var/motherboardStatsInventory"));
       loaded_ = true;
     }
     return Dump("/var/motherboardStatsInventory").value(Needle(key, ": "), 1, out);

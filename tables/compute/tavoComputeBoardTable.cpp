@@ -9,6 +9,7 @@
 #include "core/text.h"
 #include "core/zeroed.h"
 #include "platform/fru.h"
+#include "sources/data_query.h"
 #include "sources/retries.h"
 
 namespace tavo {
@@ -39,7 +40,6 @@ TAVO_DEFINE_TABLE_WITH_OWN_ROWS(tavoComputeBoardTable, Row, description)
 namespace {
 
 constexpr int board_fru = 0;
-constexpr std::size_t longest_line = 127;  // of a command's output
 
 // False, and the row left alone, when the area cannot be read.
 bool read_board_area(Row &row) {
@@ -105,13 +105,12 @@ void tavoComputeBoardTable_removeAllEntries(void) {
 }
 
 int GetValueFromGDS(const char *key, const char *separator, char *out) {
-  char command[256];
-  format_text(command, "datactl get=%s | flatkv | grep %s|awk -F\"%s\" '{print $2}'", key, key, separator);
-  return PipetoOutput(command, out);
+  const ShellCommand command("datactl get=%s | flatkv | grep %s|awk -F\"%s\" '{print $2}'", key, key, separator);
+  return first_line_of(command, longest_query_line, out) ? 1 : 0;
 }
 
 int PipetoOutput(const char *command, char *out) {
-  return first_line_of(command, longest_line, out) ? 1 : 0;
+  return first_line_of(command, longest_query_line, out) ? 1 : 0;
 }
 
 }  // namespace tavo

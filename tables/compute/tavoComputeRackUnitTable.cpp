@@ -98,10 +98,7 @@ PowerStates power_states_of(std::int32_t state) {
 // Has the tool write the dump, unless it has.
 void load(const char *tool_key, const char *path, bool &is_loaded) {
   if (!is_loaded) {
-    char command[128];
-    format_text(command, "datactl get=%s | flatkv > %s", tool_key, path);
-    run_in_shell(command);
-    is_loaded = true;
+    is_loaded = run_in_shell(ShellCommand("datactl get=%s | flatkv > %s", tool_key, path));
   }
 }
 

@@ -72,7 +72,7 @@ bool same(const char *one, const char *other) {
 }
 
 void write_dump() {
-  run_in_shell("/usr/local/bin/datactl get=externalLEDs | /usr/local/bin/flatkv > /var/LedInv");
+  run_in_shell(ShellCommand("/usr/local/bin/datactl get=externalLEDs | /usr/local/bin/flatkv > /var/LedInv"));
 }
 
 // The value that getValueFromGDSforHLEDVal gives.

@@ -269,7 +269,7 @@ int InventoryPSUviaMCTools(EquipmentPsuRow *scratch) {
 
 int getPSU(const char *key, const char *suffix, char *out) {
   if (!dump_is_fresh) {
-    run_in_shell(dump_command);
+    run_in_shell(ShellCommand(dump_command));
     dump_is_fresh = true;
   }
   Dump dump(dump_path);

@@ -171,7 +171,7 @@ void add_rows(const ControllerRecord &controller, std::int32_t slot_count, Row &
 }  // namespace
 
 int getNumOfHDD(const char *key, const char *suffix, int *value) {
-  run_in_shell("/usr/local/bin/datactl get=platformSkuType | /usr/local/bin/flatkv > /var/getNumOfHDD");
+  run_in_shell(ShellCommand("/usr/local/bin/datactl get=platformSkuType | /usr/local/bin/flatkv > /var/getNumOfHDD"));
   Dump dump("/var/getNumOfHDD");
   char text[dump_value_size];
   if (!dump.value(Needle::without_blank(key, suffix), 1, text)) {

@@ -1,5 +1,6 @@
 #include "core/shell.h"
 
+#include <gmock/gmock.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -13,6 +14,8 @@
 #include <thread>
 
 #include "tests/fakes/files.h"
+#include "tests/fakes/net_snmp.h"
+#include "tests/fakes/shell.h"
 #include "tests/fixtures/module_fixture.h"
 #include "tests/harness/threaded.h"
 
@@ -137,7 +140,7 @@ TEST_F(ShellTest, LeavesNoDescriptorAndNoChildBehind) {
   const auto before = descriptors();
   first_line("yes");
   first_line("no-such-tool 2> /dev/null");
-  run_in_shell("true");
+  run_in_shell(ShellCommand("true"));
   EXPECT_EQ(descriptors(), before);
   EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1);
   EXPECT_EQ(errno, ECHILD);
@@ -153,12 +156,41 @@ TEST_F(ShellTest, ToolsDoNotInheritCloseOnExecDescriptors) {
 
 TEST_F(ShellTest, RunsACommandToItsEnd) {
   const std::string real = fakes::FakeFiles::real_path("/var/written");
-  run_in_shell(("echo written | tr a-z A-Z > " + real).c_str());
+  EXPECT_TRUE(run_in_shell(ShellCommand("echo written | tr a-z A-Z > %s", real.c_str())));
   EXPECT_EQ(files.read("/var/written"), "WRITTEN\n");
 }
 
 TEST_F(ShellTest, RunsAMissingCommandWithoutHarm) {
-  run_in_shell("no-such-tool 2> /dev/null");
+  EXPECT_TRUE(run_in_shell(ShellCommand("no-such-tool 2> /dev/null")));
+}
+
+TEST_F(ShellTest, ACommandMayFillItsLength) {
+  const ShellCommand whole("echo %s", std::string(ShellCommand::longest - 5, 'x').c_str());
+  EXPECT_TRUE(whole.fits());
+  EXPECT_EQ(std::string(whole.text()).size(), ShellCommand::longest);
+  const ShellCommand of_seven(7, "echo %s", "xy");
+  EXPECT_TRUE(of_seven.fits());
+  EXPECT_STREQ(of_seven.text(), "echo xy");
+  EXPECT_THAT(fakes::log_lines(), testing::IsEmpty());
+}
+
+TEST_F(ShellTest, ACommandThatIsTooLongIsLoggedAndNotRun) {
+  const fakes::FakeShell shell;
+  const std::string tail(ShellCommand::longest - 4, 'x');
+  const ShellCommand command("echo %s", tail.c_str());
+  EXPECT_FALSE(command.fits());
+  EXPECT_THAT(fakes::log_lines(),
+              testing::ElementsAre(
+                  fakes::LogLine{LOG_ERR, "Not run: a shell command may have 511 characters, this one has 512: echo " +
+                                              tail.substr(1) + "...\n"}));
+  EXPECT_FALSE(run_in_shell(command));
+  char out[8] = "before";
+  EXPECT_FALSE(first_line_of(command, sizeof out, out));
+  EXPECT_STREQ(out, "before");
+  EXPECT_FALSE(run_in_shell(ShellCommand(6, "echo %s", "xy")));
+  EXPECT_FALSE(run_in_shell(ShellCommand(1 << 20, "echo %s", tail.c_str())));
+  EXPECT_THAT(shell.commands(), testing::IsEmpty());
+  EXPECT_THAT(fakes::log_lines(), testing::SizeIs(3)) << "one line for each";
 }
 
 }  // namespace

@@ -5,13 +5,17 @@
 #include <optional>
 #include <string>
 
+#include "tests/fakes/net_snmp.h"
 #include "tests/fakes/shell.h"
 #include "tests/fixtures/module_fixture.h"
 
 namespace tavo {
 namespace {
 
+using testing::Each;
 using testing::ElementsAre;
+using testing::Field;
+using testing::SizeIs;
 
 constexpr const char *command_for_key = "datactl get=some | flatkv | grep Key | awk -F\": \" '{print $2}'";
 
@@ -83,9 +87,16 @@ TEST_F(DataQueryTest, ACommandThatCannotBeRunGivesNoValue) {
   EXPECT_EQ(value("some", "Key"), "none");
 }
 
-TEST_F(DataQueryTest, ACommandIsCutOffAt127Characters) {
-  value(std::string(200, 'x'), "Key");
-  EXPECT_THAT(shell_.popen_commands(), ElementsAre("datactl get=" + std::string(115, 'x')));
+TEST_F(DataQueryTest, ACommandMayHave127Characters) {
+  const std::string source(127 - std::string("datactl get= | flatkv | grep Key | awk -F\": \" '{print $2}'").size(),
+                           'x');
+  value(source, "Key");
+  EXPECT_THAT(shell_.popen_commands(),
+              ElementsAre("datactl get=" + source + " | flatkv | grep Key | awk -F\": \" '{print $2}'"));
+  EXPECT_EQ(value(source + "x", "Key"), "none");
+  EXPECT_EQ(counted_value(source.c_str(), "Key"), "none");
+  EXPECT_THAT(shell_.popen_commands(), SizeIs(1)) << "a longer one is not run";
+  EXPECT_THAT(fakes::log_lines(), testing::AllOf(SizeIs(2), Each(Field(&fakes::LogLine::priority, LOG_ERR))));
 }
 
 }  // namespace

@@ -147,6 +147,15 @@ TEST_F(ComputeBoardTableTest, ALookupRunsTheToolAndDropsTheNewline) {
   EXPECT_EQ(GetValueFromGDS("pwState", ": ", out), 0) << "nothing printed";
 }
 
+TEST_F(ComputeBoardTableTest, AKeyThatIsTooLongIsNotAskedFor) {
+  const fakes::FakeShell shell;
+  char out[128] = "before";
+  EXPECT_EQ(GetValueFromGDS(std::string(400, 'k').c_str(), ": ", out), 0);
+  EXPECT_STREQ(out, "before");
+  EXPECT_THAT(shell.commands(), testing::IsEmpty());
+  EXPECT_THAT(fakes::log_lines(), testing::ElementsAre(testing::Field(&fakes::LogLine::priority, LOG_ERR)));
+}
+
 TEST_F(ComputeBoardTableTest, AnyCommandsFirstLineCanBeHad) {
   fakes::FakeShell shell;
   shell.prints("uptime", std::string(200, 'x') + "\n");
