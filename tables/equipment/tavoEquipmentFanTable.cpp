@@ -56,10 +56,10 @@ namespace {
 
 constexpr int sensor_count = 256;
 
-// What the sensor repository says of one sensor.
+// A sensor's record in the sensor repository.
 class Sensor {
  public:
-  // False when there is no such sensor or it cannot be read.
+  // False if there is no such sensor or it cannot be read.
   bool read(int number) {
     octets_ = {};
     number_ = static_cast<std::uint32_t>(number);
@@ -74,7 +74,7 @@ class Sensor {
 
   bool entity_is_present() const { return IPMI_Discrete_CheckPresence(address().data()) == 0; }
 
-  // Whether a fan is there, as the table says it: 10 present, 11 absent, 30 undetermined.
+  // The table's code for a fan: 10 present, 11 absent, 30 undetermined.
   std::uint8_t presence() const {
     switch (IPMI_Thresh_Sensor_CheckPresence(address().data())) {
       case 0x00:
@@ -96,7 +96,7 @@ class Sensor {
   std::array<std::byte, SENSOR_RECORD_SIZE> octets_;
 };
 
-// Entity instances come from the sensors and may lie beyond the arrays: such an entity counts as absent.
+// Entity instances come from the sensors and may be too large for the arrays: such an entity counts as absent.
 bool is_marked(const std::uint8_t (&present)[256], std::uint32_t instance) {
   return instance < std::size(present) && present[instance] == 1;
 }
@@ -107,7 +107,7 @@ void mark(std::uint8_t (&present)[256], std::uint32_t instance) {
   }
 }
 
-// Notes which fans and supplies are there. A gap in the repository is passed over here, other than in the row pass.
+// Notes which fans and supplies are present. Unlike the rows' pass over the sensors, this one skips gaps.
 void note_entities_present() {
   std::ranges::fill(FAN_PRSNT_ARR, 0);
   std::ranges::fill(PSU_FAN_PRSNT_ARR, 0);
@@ -124,9 +124,9 @@ void note_entities_present() {
   }
 }
 
-// Takes `literal` and the number behind it off the front of a name. False, and `number` left alone, when they do not
-// stand there.
-bool take_number_behind(std::string_view literal, std::string_view &name, std::int32_t &number) {
+// Removes `literal` and the number after it from the front of a name. False, and `number` left alone, if the name does
+// not start with them.
+bool take_number_after(std::string_view literal, std::string_view &name, std::int32_t &number) {
   if (!name.starts_with(literal)) {
     return false;
   }
@@ -142,14 +142,14 @@ struct FanNumbers {
   std::int32_t second = 0;
   std::int32_t fan = 0;
   std::int32_t module = 0;
-  bool is_tachometer = false;  // `first` is the module and `second` the tachometer; columns keep fan and module
+  bool is_tachometer = false;  // names are made from `first` and `second`; columns 5 and 8 show `fan` and `module`
 };
 
 bool contains(std::string_view name, std::string_view part) {
   return name.find(part) != std::string_view::npos;
 }
 
-// Names of fans that do not count two tachometers: the first that occurs in a name tells where its number stands.
+// The names of fans with one number. The first scheme whose `part` is in the name says where the number is.
 struct NamingScheme {
   std::string_view part;
   std::string_view before_number;
@@ -163,10 +163,10 @@ constexpr auto naming_schemes = std::to_array<NamingScheme>({
     {.part = "", .before_number = "FAN", .fan = 1},
 });
 
-// Reads the first number behind `literal` and the second behind "_TACH", as far as the name goes along.
+// Reads the first number, after `literal`, and then the second, after "_TACH", as far as the name matches.
 void take_two_numbers(std::string_view literal, std::string_view name, FanNumbers &numbers) {
-  if (take_number_behind(literal, name, numbers.first)) {
-    take_number_behind("_TACH", name, numbers.second);
+  if (take_number_after(literal, name, numbers.first)) {
+    take_number_after("_TACH", name, numbers.second);
   }
 }
 
@@ -180,7 +180,7 @@ FanNumbers numbers_in(std::string_view name) {
     const auto *const scheme =
         std::ranges::find_if(naming_schemes, [name](const NamingScheme &s) { return contains(name, s.part); });
     std::string_view rest = name;
-    take_number_behind(scheme->before_number, rest, numbers.first);
+    take_number_after(scheme->before_number, rest, numbers.first);
     numbers.fan = scheme->fan;
     numbers.module = numbers.first;
   }
@@ -191,7 +191,7 @@ FanNumbers numbers_in(std::string_view name) {
   return numbers;
 }
 
-// Which octet of sys_fan_sev a tachometer has: two for each module. Beyond the array for numbers that no fan has.
+// The index of a tachometer in sys_fan_sev, which has two for each module. Out of range for numbers that no fan has.
 std::uint32_t severity_index(const FanNumbers &numbers) {
   constexpr std::uint32_t none = std::numeric_limits<std::uint32_t>::max();
   const std::int64_t index = (std::int64_t{numbers.first} - 1) * 2 + (std::int64_t{numbers.second} - 1);
@@ -209,7 +209,7 @@ void fill_system_fan(Row &row, const Sensor &sensor) {
   const FanNumbers numbers = numbers_in(sensor.name());
   const std::int32_t module = numbers.is_tachometer ? numbers.first : numbers.module;
   const std::int32_t fan = numbers.is_tachometer ? numbers.second : numbers.fan;
-  constexpr std::size_t kept = 36;  // the length with numbers of one digit; managers know no longer one
+  constexpr std::size_t kept = 36;  // the length with one-digit numbers; managers expect at most this
   format_text(row.dn, kept + 1, "sys/rack-unit-1/fan-module-1-%d/fan-%d", module, fan);
   format_text(row.rn, "fan-%d", fan);
   row.id = static_cast<std::uint32_t>(numbers.fan);
@@ -228,10 +228,10 @@ void fill_supply_fan(Row &row, const Sensor &sensor) {
   std::int32_t supply = 0;
   std::int32_t fan = 0;
   if (contains(name, "SPEED")) {
-    take_number_behind("PSU", name, supply);
+    take_number_after("PSU", name, supply);
     fan = 1;
   }
-  constexpr std::size_t kept = 27;
+  constexpr std::size_t kept = 27;  // likewise
   format_text(row.dn, kept + 1, "sys/rack-unit-1/psu-%d/fan-%d", supply, fan);
   format_text(row.rn, "psu-%d/fan-%d", supply, fan);
   row.id = static_cast<std::uint32_t>(supply);
@@ -240,7 +240,7 @@ void fill_supply_fan(Row &row, const Sensor &sensor) {
   row.presence = 10;
 }
 
-// Makes the sensor's row and returns the row number that the table has come to.
+// Makes the sensor's row. Returns the number of the last row: `row_number`, or the next one.
 std::uint32_t add_row(const Sensor &sensor, std::uint32_t row_number, Row &row) {
   row = {};
   if (sensor.entity() == ENTITY_FAN) {
@@ -253,7 +253,7 @@ std::uint32_t add_row(const Sensor &sensor, std::uint32_t row_number, Row &row) 
     ++row_number;
     fill_supply_fan(row, sensor);
   }
-  // A fan of any other entity has no name in the tree and no number of its own, but it is listed.
+  // A fan of any other entity gets a row without names, and without a number of its own.
   copy_text(row.sensor, sensor.name());
   copy_text(row.model, "unknown");
   copy_text(row.revision, "unknown");

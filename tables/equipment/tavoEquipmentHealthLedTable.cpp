@@ -58,7 +58,7 @@ struct LedColor {
   std::int32_t color;
   std::int32_t code;
 };
-// Blinking amber is as bad as red, and nothing blinks green.
+// Blinking amber is as bad as red; blinking green stays unknown.
 constexpr auto led_colors = std::to_array<LedColor>({
     {1, "GREEN", 1, 0},
     {1, "AMBER", 2, 1},
@@ -75,7 +75,7 @@ void write_dump() {
   run_in_shell(ShellCommand("/usr/local/bin/datactl get=externalLEDs | /usr/local/bin/flatkv > /var/LedInv"));
 }
 
-// The value that getValueFromGDSforHLEDVal gives.
+// See getValueFromGDSforHLEDVal.
 bool value_of(Dump &dump, const char *key, const char *separator, char *out, int n) {
   return n < INT_MAX && dump.value(Needle(key, separator), n + 1, out);
 }

@@ -55,10 +55,10 @@ TAVO_DEFINE_TABLE(tavoEquipmentPsuTable, Row, description)
 
 namespace {
 
-// A count beyond this is not one; nobody would wait for the rows.
+// A larger count is garbage, and its rows would take too long.
 constexpr std::int32_t most_rows = 255;
 
-// The query tool's dump, and what writes it.
+// The query tool's dump, and the command that writes it.
 constexpr char dump_path[] = "/var/getPSUInventory";
 constexpr char dump_command[] =
     "/usr/local/bin/datactl get=tavPowerStates | /usr/local/bin/flatkv > /var/getPSUInventory";
@@ -71,7 +71,7 @@ void set_states(Row &row, std::int32_t operability, std::int32_t oper_state, std
 }
 
 void name_row(Row &row, int supply) {
-  // The lengths with a number of one digit; managers know no longer names.
+  // The lengths with a one-digit number; managers expect at most these.
   constexpr std::size_t dn_kept = 21;
   constexpr std::size_t rn_kept = 5;
   format_text(row.dn, dn_kept + 1, "sys/rack-unit-1/psu-%d", supply);
@@ -81,15 +81,15 @@ void name_row(Row &row, int supply) {
 
 using SupplyOctets = std::span<std::byte, power_supply_size>;
 
-// One file of the PMBus daemon for one supply. `number` counts from 0.
+// One of the PMBus daemon's files about a supply. `number` counts from 0.
 class SupplyFile {
  public:
   SupplyFile(const char *name, int number) { format_text(path_, "/var/pmbus/ps%d/%s", number, name); }
 
   bool exists() const { return ::access(path_, F_OK) == 0; }
-  // As read_beginning.
+  // See read_beginning.
   ssize_t read(std::span<std::byte> to) const { return read_beginning(path_, to); }
-  // Nothing less than all octets of `to`; otherwise each of them becomes `missing`.
+  // Fills `to` from the file. If the file is shorter or unreadable, sets every octet to `missing` and returns false.
   bool read_whole(std::span<std::byte> to, std::byte missing) const {
     const bool whole = read(to) == std::ssize(to);
     if (!whole) {
@@ -102,7 +102,8 @@ class SupplyFile {
   char path_[64];
 };
 
-// Reads the files of a supply that is there. 0, or what a read of its model brought that was too short.
+// Reads the files of a supply that is present. 0; or if the model file is short, how many octets it has, or -1 if it
+// cannot be opened.
 int read_supply(SupplyOctets supply, int number) {
   char name[64];
   format_text(name, "PSU%d", number);
@@ -134,7 +135,7 @@ void copy_serial(Row &row, int supply) {
   }
 }
 
-// Makes a supply's row, counted from 1. `result` changes with a supply that is there, as read_supply tells.
+// Makes the row of a supply, counted from 1. `result` becomes read_supply's if the supply is present.
 void add_row(Row &row, int supply, int &result) {
   const int number = supply - 1;
   std::array<std::byte, power_supply_size> unkept = {};
@@ -163,13 +164,13 @@ void add_row(Row &row, int supply, int &result) {
   tavoEquipmentPsuTable_createEntry(static_cast<std::uint32_t>(supply), &row);
 }
 
-// The result of a function that tells it on standard output.
+// Prints a function's result on standard output, and returns it.
 int reported(const char *function, int result) {
   std::printf("%s(%d)\n", function, result);
   return result;
 }
 
-// Fetches the dump, trying again while the tool brings none. The number of supplies, or empty.
+// Has the tool write its dump, in up to three tries. The number of supplies in it, or empty.
 std::optional<int> count_supplies_of_tool() {
   dump_is_fresh = false;
   for (int attempt = 0; attempt < 3; ++attempt) {
@@ -183,8 +184,8 @@ std::optional<int> count_supplies_of_tool() {
   return std::nullopt;
 }
 
-// Fills the row of the supply that stands at place `n` of the dump. `supply` keeps its number when the dump has none.
-// False when it is not equipped.
+// Fills the row of the n-th supply in the dump. `supply` becomes its number, or stays as it is if the dump has none.
+// False if the supply is not equipped.
 bool fill_from_tool(Row &row, Dump &dump, int n, int &supply) {
   char text[dump_value_size] = {};
   const auto read = [&](const char *key) { return dump.value(Needle(key, " "), n, text); };

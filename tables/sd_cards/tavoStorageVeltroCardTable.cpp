@@ -42,7 +42,7 @@ constexpr auto column_28_values = std::to_array<CodeValue>({
     {.code = 2, .value = 1},
 });
 
-// `slot` is the number of the slot that the card is in.
+// `slot`: the number of the card's slot.
 void fill(Row &row, std::int32_t slot, const Record &card) {
   row = {};
   format_text(row.dn, "sys/rack-unit-1/board/storage-veltro/pd-SLOT-%d", slot);

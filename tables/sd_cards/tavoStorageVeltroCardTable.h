@@ -7,26 +7,25 @@
 
 namespace tavo {
 
-// A field that has no name of its own is called by its type and column; a text of one octet is always empty.
 struct StorageVeltroCardRow {
-  std::uint32_t index;  // from 1, counting the cards that are there
+  std::uint32_t index;  // from 1, counting the cards that are present
   char dn[64];
   char rn[64];
   std::uint32_t column_4;
   std::int32_t column_5;
   std::int32_t column_6;
   char column_7[33];
-  std::int32_t column_8;
+  std::int32_t column_8;  // always 0
   std::uint32_t column_9;
   std::uint32_t column_10;
   char column_11[33];
   char column_12[33];
   char column_13[73];
-  std::uint64_t column_14;
+  std::uint64_t column_14;  // always 0
   char column_15[33];
-  char column_16[1];
-  std::int32_t column_17;
-  std::int32_t column_18;
+  char column_16[1];       // always empty
+  std::int32_t column_17;  // always 1
+  std::int32_t column_18;  // always 10
   std::uint32_t column_19;
   char column_20[33];
   char column_21[33];
@@ -45,12 +44,14 @@ struct StorageVeltroCardRow {
   StorageVeltroCardRow *next;
 };
 
+// The caller of init_tavoStorageVeltroCardTable, initialize_table_tavoStorageVeltroCardTable and
+// initialize_velt_card_table holds the storage lock.
 TAVO_DECLARE_TABLE(tavoStorageVeltroCardTable, StorageVeltroCardRow)
 
 #pragma GCC visibility push(default)
 extern "C" {
 
-// Builds the rows from velt_pd_info; with `refresh` 1 it first removes what stands. Always 1.
+// Builds the rows from velt_pd_info. With `refresh` 1, it first removes the old rows. Always 1.
 int initialize_velt_card_table(int refresh);
 }
 #pragma GCC visibility pop

@@ -48,7 +48,7 @@ constexpr auto column_22_values = std::to_array<CodeValue>({
     {.code = 1, .value = 1},
 });
 
-// What a code means, by whether the controller's mode word is zero.
+// What a code means, depending on whether the controller's mode word is zero.
 struct ValuesByMode {
   std::span<const CodeValue> zero;
   std::span<const CodeValue> nonzero;
@@ -110,7 +110,7 @@ constexpr auto kind_names = std::to_array<KindName>({
     {.name = "Drivers", .kind = 4},
 });
 
-// Where, by the controller's mode, the partition is whose kind its name does not tell.
+// The partition whose kind follows from the controller's mode and not from its name.
 struct KindPlace {
   std::uint32_t mode;
   std::uint32_t number;
@@ -122,7 +122,6 @@ constexpr auto kind_places = std::to_array<KindPlace>({
     {.mode = 1, .number = 5, .kind = 3},
 });
 
-// `name` ends with a NUL.
 std::int32_t kind_of(const char *name, std::uint32_t number, std::uint32_t mode) {
   for (const KindName &known : kind_names) {
     if (strcasecmp(name, known.name) == 0) {

@@ -1,4 +1,4 @@
-// The distinguished names of storage objects: those of their RAID controllers, and of what is on them.
+// The distinguished names of RAID controllers and of the objects on them.
 #pragma once
 
 #include <cstddef>

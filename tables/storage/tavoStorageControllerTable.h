@@ -1,4 +1,4 @@
-// tavoStorageControllerTable: one row for each RAID controller of the storage snapshot.
+// tavoStorageControllerTable: one row for each RAID controller in the storage snapshot.
 #pragma once
 
 #include <cstdint>
@@ -7,37 +7,38 @@
 
 namespace tavo {
 
-// A field that has no name of its own is called by its type and column.
 struct StorageControllerRow {
   std::uint32_t index;  // from 1, in the snapshot's order
   char dn[64];
   char rn[54];
   std::uint32_t id;
   char description[64];
-  std::int32_t column_6;  // 2 when the controller has a fault, else 1; so is the next
-  std::int32_t column_7;
-  char column_8[8];
+  std::int32_t column_6;  // 2 if the controller has a fault, otherwise 1
+  std::int32_t column_7;  // the same
+  char column_8[8];       // always "unknown"
   char location[58];
-  std::int32_t column_10;
-  std::int32_t column_11;
-  std::int32_t column_12;
+  std::int32_t column_10;  // always 0
+  std::int32_t column_11;  // always 0
+  std::int32_t column_12;  // always 10
   char column_13[33];
   char column_14[33];
-  std::int32_t column_15;
-  std::int32_t column_16;
+  std::int32_t column_15;  // always 0
+  std::int32_t column_16;  // always 1
   char column_17[33];
-  std::int32_t column_18;
+  std::int32_t column_18;  // always 0
   char column_19[64];
   StorageControllerRow *next;
 };
 
+// The caller of init_tavoStorageControllerTable, initialize_table_tavoStorageControllerTable and
+// initialize_controller_table holds the storage lock.
 TAVO_DECLARE_TABLE(tavoStorageControllerTable, StorageControllerRow)
 
 #pragma GCC visibility push(default)
 extern "C" {
 
-// Builds the rows from the snapshot under head_stor_ptr; with `refresh` 1 it first removes those that stand. 1, though
-// a row that finds no memory is lacking; -1, and no row added, when there is no snapshot or no memory to begin with.
+// Builds the rows from the snapshot under head_stor_ptr. With `refresh` 1, it first removes the old rows. 1, even if
+// rows that cannot be allocated are skipped; -1, with no row added, if there is no snapshot or no memory to begin with.
 int initialize_controller_table(int refresh);
 }
 #pragma GCC visibility pop

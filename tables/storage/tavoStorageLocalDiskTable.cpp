@@ -54,7 +54,7 @@ struct DriveState {
   std::int32_t state;
 };
 
-// The first is what every code that is not listed stands for; there is no code 10.
+// Unlisted codes, 10 among them, count as the first.
 constexpr auto drive_states = std::to_array<DriveState>({
     {.code = 0, .operability = 2, .presence = 11, .state = 0},
     {.code = 1, .operability = 1, .presence = 10, .state = 1},
@@ -93,7 +93,7 @@ const char *media_name(std::uint32_t code) {
   return found == media_names.end() ? "unknown" : found->name;
 }
 
-// No controller serves more slots than its record has room for drives: a larger count is rubbish of the tool.
+// A controller's record has room for this many drives. If the tool reports more slots, its answer is garbage.
 constexpr int most_slots = STOR_DRIVE_CAPACITY;
 
 struct SlotRange {
@@ -101,9 +101,9 @@ struct SlotRange {
   std::int32_t last;
 };
 
-// The slots of a controller on a platform with `slot_count` of them: these, or, when its last drive is numbered beyond
-// them, a second bank of as many. A controller without drives is judged by a word of its description, which stands
-// where the drive before the first would have its slot number; managers know the rows that come of it.
+// The slots that a controller serves: the platform's `slot_count` slots, or a second bank of as many if its last drive
+// has a higher number. For a controller without drives, a word of its description decides: it lies where the drive
+// before the first would have its slot number. Managers know the resulting rows, so this stays.
 SlotRange slots_of(const ControllerRecord &controller, std::int32_t slot_count) {
   const std::size_t drives = controller.drive_count();
   const std::int32_t last_slot =
@@ -143,15 +143,15 @@ void fill_placeholder(Row &row) {
   row.column_15 = 2;
 }
 
-// Modes in which a controller has no drives of its own to show.
+// The modes in which a controller shows no drives.
 constexpr auto modes_without_drives = std::to_array<std::uint32_t>({0, 1, 3, 6});
 
 bool shows_drives(const ControllerRecord &controller) {
   return std::ranges::count(modes_without_drives, controller.u32(STOR_CONTROLLER_MODE)) == 0;
 }
 
-// One row for each slot. Drives are taken in the record's order: one that is out of it, or has no name, is not shown,
-// and neither is any behind it.
+// Adds one row for each slot. Drives are taken in the record's order. A drive that is out of order or has no name is
+// not shown, and neither are those after it.
 void add_rows(const ControllerRecord &controller, std::int32_t slot_count, Row &row) {
   const SlotRange slots = slots_of(controller, slot_count);
   std::size_t next_drive = 0;
