@@ -1,8 +1,8 @@
 #!/usr/bin/python3
-"""name_length.py SOURCE_DIR [DIRECTORY]...: fails when the name of a test is longer than 50 characters.
+"""name_length.py SOURCE_DIR: fails when the name of a test is longer than 50 characters.
 
 Longer names tell a story and do not fit a line of ctest's output. In C++ the second argument of TEST, TEST_F or TEST_P
-counts, in Python the function's name. Files directly in one of the DIRECTORIES are not checked.
+counts, in Python the function's name.
 """
 
 import pathlib
@@ -26,12 +26,10 @@ def tracked_tests(source):
     return [pathlib.Path(name) for name in listing.split("\0") if name]
 
 
-def main(source, unchecked):
+def main(source):
     checked = 0
     too_long = []
     for path in tracked_tests(source):
-        if str(path.parent) in unchecked:
-            continue
         found = names(source / path)
         checked += len(found)
         too_long += [f"{path}: {name} has {len(name)} characters" for name in found if len(name) > LIMIT]
@@ -40,4 +38,4 @@ def main(source, unchecked):
 
 
 if __name__ == "__main__":
-    sys.exit(main(pathlib.Path(sys.argv[1]), sys.argv[2:]))
+    sys.exit(main(pathlib.Path(sys.argv[1])))

@@ -41,6 +41,11 @@ def test_module_is_correct(module):
 
 
 @pytest.mark.parametrize("module", MODULES, ids=lambda path: path.name)
+def test_draft_is_completed(module):
+    assert "TODO" not in module.read_text()
+
+
+@pytest.mark.parametrize("module", MODULES, ids=lambda path: path.name)
 def test_file_is_named_after_its_module(module):
     assert module.read_text().startswith(f"{module.name} DEFINITIONS ::= BEGIN\n")
 
@@ -58,7 +63,7 @@ def test_every_name_leads_to_its_oid_and_back():
     assert translate("-Os", *(f".{oid}" for oid in names)).stdout.split() == list(names.values())
 
 
-def test_columns_are_numbered_without_gaps_after_an_index_that_is_not_served():
+def test_columns_follow_the_index_without_gaps():
     names = names_by_oid()
     tables = [oid for oid, name in names.items() if name.endswith("Table") and oid.startswith(f"{BASE}.1.")]
     assert tables
@@ -104,12 +109,13 @@ TABLES = json.loads((Path(os.environ["TAVO_BUILD_DIR"]) / "tables.json").read_te
 @pytest.mark.parametrize("table", TABLES, ids=lambda table: table["name"])
 def test_mib_has_the_columns_of_the_table(table):
     names, root = names_by_oid(), table["oid"]
-    assert names.get(root) == table["name"], "the MIB lacks this table; scripts/draft-mib drafts it"
+    assert names.get(root) == table["name"], f"the MIB lacks this table: run scripts/draft-mib {table['name']}"
     prefix = table["name"].removesuffix("Table")
-    wanted = {f"{root}.1.{column['number']}": prefix + column["name"].title().replace("_", "")
+    wanted = {f"{root}.1.{column['number']}":
+              prefix + "".join(word[:1].upper() + word[1:] for word in column["name"].split("_"))
               for column in table["columns"]}
     assert {oid: name for oid, name in names.items() if re.fullmatch(rf"{root}\.1\.\d+", oid)} == {
-        f"{root}.1.1": prefix + "Index", **wanted}
+        f"{root}.1.1": prefix + "Index", **wanted}, f"scripts/draft-mib {table['name']} COLUMN drafts a column"
     for column in table["columns"]:
         definition = translate("-Td", f".{root}.1.{column['number']}").stdout
         syntax = re.search(r"SYNTAX\s+(.*)", definition)[1]
