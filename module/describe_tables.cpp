@@ -3,7 +3,7 @@
 // {"tables": [{"name": ..., "oid": ..., "lock": ..., "source": ..., "refresh": [...], "builds_at_start": ...,
 //              "columns": [{"number": ..., "name": ..., "codec": ..., "capacity": ...}, ...]}, ...]}
 //
-// Tables come in the order of start-up. A column's name is its field's. A capacity counts octets of a text and
+// Tables come in the order of start-up. A refresh rule is {"cause": ..., "only_first": ...}. A column's name is its field's. A capacity counts octets of a text and
 // sub-identifiers of an object identifier.
 #include <algorithm>
 #include <cstdio>
@@ -164,7 +164,8 @@ void write_table(std::ostream &out, const TableDescription &table, const Names &
       << R"(", "source": ")" << name_of(table.source) << R"(", "builds_at_start": )"
       << (table.build != nullptr ? "true" : "false") << R"(, "refresh": [)";
   for (const RefreshRule &rule : table.refresh) {
-    out << (&rule == table.refresh.data() ? "" : ", ") << '"' << name_of(rule.cause) << '"';
+    out << (&rule == table.refresh.data() ? "" : ", ") << R"({"cause": ")" << name_of(rule.cause)
+        << R"(", "only_first": )" << rule.only_first << '}';
   }
   out << R"(], "columns": [)";
   write_columns(out, table.columns, names);

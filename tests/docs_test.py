@@ -2,6 +2,7 @@
 
 import pathlib
 import re
+import subprocess
 
 import pytest
 
@@ -41,6 +42,11 @@ def test_paths_exist(document):
 @pytest.mark.parametrize("document", DOCUMENTS, ids=lambda path: path.name)
 def test_names_are_defined(document, defined_names):
     assert set(NAME.findall(document.read_text())) <= defined_names
+
+
+def test_lists_of_tables_are_up_to_date():
+    check = subprocess.run([ROOT / "scripts/table-docs", "--check"], capture_output=True, text=True, check=False)
+    assert check.returncode == 0, check.stdout + check.stderr
 
 
 def test_documents_are_there():
