@@ -53,6 +53,9 @@ constexpr auto requests_in_order = std::to_array<Request>({
      .pauses_before_text = false},
 });
 
+static_assert(requests_in_order.size() == static_cast<std::size_t>(RefreshCause::Periodic),
+              "a request for each cause but Periodic");
+
 void pause(const Request &request) {
   if (request.pause > 0) {
     ::sleep(request.pause);
