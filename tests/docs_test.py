@@ -14,9 +14,15 @@ PATH = re.compile(r"`(?:\./)?((?:core|sources|tables|refresh|threads|module|plat
                   r"tests|bench|docs)/[\w./-]*)[^`]*`")
 
 # Names of tables, columns, notifications and entry points, and the files that define them.
-NAME = re.compile(r"\btavo[A-Z]\w*")
+NAME = re.compile(r"(?<!/)\btavo[A-Z]\w*")
 DEFINITIONS = [path for place in ("mibs/*-MIB", "tables/*/*.*", "threads/*", "module/exports.txt")
                for path in ROOT.glob(place)]
+
+# Code in a recipe defines the names of its example.
+CODE = re.compile(r"^ *```(?:cpp|diff|sh)\n.*?^ *```$", re.MULTILINE | re.DOTALL)
+# A line of the list of varbinds, and the same list in the MIB.
+VARBIND = re.compile(r"^\| \d+ \| (tavo\w+)", re.MULTILINE)
+NOTIFICATION = re.compile(r"NOTIFICATION-TYPE\s+OBJECTS\s+{([^}]*)}")
 
 
 @pytest.fixture(scope="module")
@@ -41,7 +47,14 @@ def test_paths_exist(document):
 
 @pytest.mark.parametrize("document", DOCUMENTS, ids=lambda path: path.name)
 def test_names_are_defined(document, defined_names):
-    assert set(NAME.findall(document.read_text())) <= defined_names
+    examples = {name for code in CODE.findall(document.read_text()) for name in NAME.findall(code)}
+    assert set(NAME.findall(document.read_text())) <= defined_names | examples
+
+
+def test_varbinds_are_those_of_the_mib():
+    listed = VARBIND.findall((ROOT / "docs/notifications.md").read_text())
+    notifications = NOTIFICATION.findall((ROOT / "mibs/TAVO-FAULT-MIB").read_text())
+    assert [listed, listed] == [NAME.findall(objects) for objects in notifications]
 
 
 def test_lists_of_tables_are_up_to_date():
@@ -50,5 +63,5 @@ def test_lists_of_tables_are_up_to_date():
 
 
 def test_documents_are_there():
-    assert {"README.md", "CONTRIBUTING.md", "architecture.md", "adding-a-table.md", "common-errors.md"} <= {
+    assert {"README.md", "CONTRIBUTING.md", "architecture.md", "recipes.md", "common-errors.md"} <= {
         document.name for document in DOCUMENTS}

@@ -7,7 +7,8 @@ from pathlib import Path
 
 import pytest
 
-MIBS = Path(__file__).resolve().parents[2] / "mibs"
+ROOT = Path(__file__).resolve().parents[2]
+MIBS = ROOT / "mibs"
 MODULES = sorted(path for path in MIBS.iterdir() if path.is_file())
 BASE = "1.3.6.1.4.1.61453.4.207"
 
@@ -22,6 +23,10 @@ def persistent_directory(tmp_path, monkeypatch):
 def translate(*arguments):
     command = ["snmptranslate", "-M", f"{MIBS}:{MIBS / 'base'}", "-m", "ALL", *arguments]
     return subprocess.run(command, capture_output=True, text=True, check=False)
+
+
+def camel_case(field):
+    return "".join(word[:1].upper() + word[1:] for word in field.split("_"))
 
 
 def names_by_oid():
@@ -111,12 +116,19 @@ def test_mib_has_the_columns_of_the_table(table):
     names, root = names_by_oid(), table["oid"]
     assert names.get(root) == table["name"], f"the MIB lacks this table: run scripts/draft-mib {table['name']}"
     prefix = table["name"].removesuffix("Table")
-    wanted = {f"{root}.1.{column['number']}":
-              prefix + "".join(word[:1].upper() + word[1:] for word in column["name"].split("_"))
-              for column in table["columns"]}
+    wanted = {f"{root}.1.{column['number']}": prefix + camel_case(column["name"]) for column in table["columns"]}
     assert {oid: name for oid, name in names.items() if re.fullmatch(rf"{root}\.1\.\d+", oid)} == {
         f"{root}.1.1": prefix + "Index", **wanted}, f"scripts/draft-mib {table['name']} COLUMN drafts a column"
     for column in table["columns"]:
         definition = translate("-Td", f".{root}.1.{column['number']}").stdout
         syntax = re.search(r"SYNTAX\s+(.*)", definition)[1]
         assert re.match(SYNTAX[column["codec"]], syntax), column
+
+
+def test_notifications_list_what_they_carry():
+    unit = (ROOT / "tables/faults/tavoFaultTable_traps.cpp").read_text()
+    fields = re.findall(r"offsetof\(Row, (\w+)\)", re.search(r"notified_fields = .*?;", unit, re.DOTALL)[0])
+    assert fields
+    lists = re.findall(r"NOTIFICATION-TYPE\s+OBJECTS\s+{([^}]*)}", (MIBS / "TAVO-FAULT-MIB").read_text())
+    assert [re.split(r",\s*", objects.strip()) for objects in lists] == 2 * [
+        [f"tavoFault{camel_case(field)}" for field in fields]]

@@ -90,11 +90,11 @@ class Server(Program):
 class ServedDaemon(Daemon):
     """The daemon on a booted server, with the real module."""
 
-    def __init__(self, directory, server, speed=None, platforms=(PLATFORM,), **settings):
+    def __init__(self, directory, server, speed=None, module=MODULE, platforms=(PLATFORM,), **settings):
         program = [*server.entered(), *(at_speed(speed) if speed else []), BUILD / "snmp-subagentd"]
         if speed:  # the tools themselves run no faster
             program += ["--tool-timeout", 30 * speed]
-        super().__init__(directory, module=MODULE, platforms=platforms, program=program, **settings)
+        super().__init__(directory, module=module, platforms=platforms, program=program, **settings)
 
     @property
     def pid(self):
