@@ -38,7 +38,7 @@ def open_descriptors(daemon):
     return sorted(os.readlink(path) for path in pathlib.Path(f"/proc/{daemon.pid}/fd").iterdir())
 
 
-def test_a_hanging_tool_is_killed_with_all_its_processes(start):
+def test_a_hanging_tool_is_killed_with_its_children(start):
     tool = Hanging()
     daemon = start(Daemon, module=TOOL_RUNNER, options=["--tool-timeout", "1"])
     before = open_descriptors(daemon)
@@ -89,7 +89,7 @@ def test_a_stop_ends_a_start_that_waits_for_a_tool(start):
     wait_until(tool.is_gone, what="the end of the tool")
 
 
-def test_a_platform_tool_that_hangs_costs_its_table_only(start):
+def test_a_hanging_tool_costs_its_own_table_only(start):
     server = start(Server)
     server.ctl("tool", "slotutil", "slow", "600")
     daemon = start(ServedDaemon, server, options=["--tool-timeout", "2"])
