@@ -16,6 +16,7 @@
 #include <string_view>
 #include <vector>
 
+#include "host/engine_state.h"
 #include "host/name.h"
 
 namespace tavo {
@@ -85,6 +86,10 @@ void open_agent(const Options &options, const std::function<void()> &before_conf
                          "cannot read configuration file " + file + ": " + std::strerror(errno));
     }
   }
+  // With -C, net-snmp does not read the state that it has stored itself, either.
+  if (options.skip_default_configuration && options.stand_alone() && access(engine_state_file().c_str(), R_OK) == 0) {
+    configuration_files.push_back(absolute(engine_state_file()));
+  }
   netsnmp_ds_set_boolean(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_ROLE, options.stand_alone() ? 0 : 1);
   if (!options.agentx_address.empty()) {
     netsnmp_ds_set_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_X_SOCKET, options.agentx_address.c_str());
@@ -118,6 +123,18 @@ void open_agent(const Options &options, const std::function<void()> &before_conf
   if (options.stand_alone() && init_master_agent() != 0) {
     throw StartFailure(ExitStatus::Address, "cannot listen on " + join(options.listen, ", ") +
                                                 " (in use, or not an address of this machine)");
+  }
+  if (options.stand_alone()) {
+    store_engine_state();
+    warn_if_engine_state_is_volatile();
+  }
+}
+
+void reload_agent(const Options &options) {
+  update_config();
+  netsnmp_logging_restart();
+  if (options.stand_alone()) {
+    store_engine_state();
   }
 }
 

@@ -15,4 +15,7 @@ void set_up_logging(const Options &options);
 // opened. Throws StartFailure when a configuration file cannot be read or an address cannot be opened.
 void open_agent(const Options &options, const std::function<void()> &before_configuration);
 
+// Reads the configuration again, and opens log files again.
+void reload_agent(const Options &options);
+
 }  // namespace tavo

@@ -78,11 +78,10 @@ void report_link(const Options &options, bool up) {
   }
 }
 
-void reload() {
+void reload(const Options &options) {
   snmp_log(LOG_INFO, "reading the configuration again\n");
   sd_notify(0, "RELOADING=1");
-  update_config();
-  netsnmp_logging_restart();
+  reload_agent(options);
   close_descriptors_on_exec();
   sd_notify(0, "READY=1");
 }
@@ -135,7 +134,7 @@ bool stop_module(Module &module, ChassisLink *link) {
   leave_without_threads(pid_file);
 }
 
-void serve(Signals &signals, ChassisLink *link) {
+void serve(const Options &options, Signals &signals, ChassisLink *link) {
   register_readfd(signals.changed().get(), wake_only, const_cast<EventDescriptor *>(&signals.changed()));
   while (!signals.stop_requested()) {
     serve_one_turn();
@@ -143,7 +142,7 @@ void serve(Signals &signals, ChassisLink *link) {
       if (link != nullptr) {
         link->reload();
       }
-      reload();
+      reload(options);
     }
   }
 }
@@ -194,7 +193,7 @@ ExitStatus run_daemon(const Options &options) {
   if (background) {
     background->ready(options.logs_to_output());
   }
-  serve(signals, link.get());
+  serve(options, signals, link.get());
 
   snmp_log(LOG_INFO, "stopping\n");
   sd_notify(0, "STOPPING=1");
