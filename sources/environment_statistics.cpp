@@ -1,45 +1,33 @@
 #include "sources/environment_statistics.h"
 
-#include <optional>
-
-#include "core/shell.h"
-#include "sources/retries.h"
+#include "sources/tool_dump.h"
 
 namespace tavo {
-namespace {
 
-// Has the tool write the dump and opens it, trying again while it cannot be read. False when it never can.
-bool fetch(const EnvironmentStatistics &statistics, std::optional<Dump> &dump) {
-  return try_repeatedly([&] {
-    run_in_shell(ShellCommand("%s", statistics.command));
-    return dump.emplace(statistics.dump).opened();
-  });
-}
-
-}  // namespace
-
-int build(const EnvironmentStatistics &statistics, int reload) {
-  const ListGuard guard(statistics.table.lock());
-  if (guard.error() != 0) {
+int build(const EnvironmentStatistics &statistics, int refresh) {
+  const Rebuild rebuild(statistics.table, refresh);
+  if (rebuild.error() != 0) {
     return 0;
   }
-  if (reload == 1) {
-    statistics.table.remove_all();
-  }
-  std::optional<Dump> dump;
-  if (!fetch(statistics, dump)) {
+  ToolDump tool_dump(statistics.path);
+  Dump dump;
+  const bool fetched = tool_dump.await([&] {
+    dump = tool_dump.read(statistics.source);
+    return dump.opened();
+  });
+  if (!fetched) {
     return -1;
   }
 
-  Dump::Search ids(*dump, Needle("id", ": "));
-  Dump::Search temperatures(*dump, Needle("temperature", ": "));
   char value[dump_value_size];
   EnvironmentSample sample{};
   // Every row carries the time stamp of the dump's first record.
-  if (dump->value(Needle("timeCollected", ": "), 1, value)) {
+  if (dump.value(Needle("timeCollected", ": "), 1, value)) {
     take_collection_time(value, sample.collected);
   }
-  const int count = dump->count(Needle("id", ":"));
+  Dump::Search ids(dump, Needle("id", ": "));
+  Dump::Search temperatures(dump, Needle("temperature", ": "));
+  const int count = dump.count(Needle("id", ":"));
   for (int n = 1; n <= count; ++n) {
     sample.row = static_cast<std::uint32_t>(n);
     sample.has_id = ids.value(n, sample.id);

@@ -1,5 +1,5 @@
 // The builder of the memory and the processor environment statistics: one row for each unit in the dump, with its
-// temperature and the time it was taken.
+// temperature and the time of the sample.
 #pragma once
 
 #include <cstdint>
@@ -10,7 +10,7 @@
 
 namespace tavo {
 
-// What the dump says of one unit.
+// The dump's data about one unit.
 struct EnvironmentSample {
   std::uint32_t row;  // from 1, in the dump's order
   bool has_id;
@@ -19,18 +19,18 @@ struct EnvironmentSample {
   CollectionTime collected;
 };
 
-// A table of samples: where they come from and how one becomes a row.
+// A table of samples: their source, and how one becomes a row.
 struct EnvironmentStatistics {
   Table &table;
-  const char *command;  // writes the dump
-  const char *dump;     // its path
-  // Inserts a row; false when there is no memory for it.
+  const char *source;  // the query tool's name for the data
+  const char *path;    // of the dump
+  // Inserts a row; false when memory is short.
   bool (*insert)(const EnvironmentSample &sample);
 };
 
-// Builds the rows under the table's lock, with `reload` 1 in place of those that stand. 0 also for a dump without units
-// and when the lock cannot be had; -1 when the dump cannot be read, after 25 seconds of tries, or memory is short: then
-// the rows made so far stay.
-int build(const EnvironmentStatistics &statistics, int reload);
+// Builds the rows under the table's lock; with `refresh` 1 it first removes those that stand. 0, also for a dump
+// without units and when the lock cannot be had. -1 when the dump cannot be read, after 25 seconds of tries, or when
+// memory is short: then the rows made so far stay.
+int build(const EnvironmentStatistics &statistics, int refresh);
 
 }  // namespace tavo

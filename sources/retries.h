@@ -5,10 +5,12 @@
 
 namespace tavo {
 
-// Calls `attempt` until it gives true, `tries` times at most. Every failed try is followed by a pause of 5 s, the last
-// one too. False when all have failed.
+inline constexpr int default_tries = 5;
+
+// Calls `attempt` until it gives true, at most `tries` times. A pause of 5 s follows every failed try, the last one
+// too. False when all have failed.
 template <class Attempt>
-bool try_repeatedly(Attempt attempt, int tries = 5) {
+bool try_repeatedly(Attempt attempt, int tries = default_tries) {
   constexpr unsigned pause = 5;  // seconds
   for (int i = 0; i < tries; ++i) {
     if (attempt()) {

@@ -3,14 +3,12 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
-#include <optional>
 #include <string_view>
 
 #include "core/shell.h"
 #include "core/text.h"
 #include "core/zeroed.h"
-#include "sources/dump.h"
-#include "sources/retries.h"
+#include "sources/tool_dump.h"
 
 namespace tavo {
 namespace {
@@ -45,73 +43,72 @@ TAVO_DEFINE_TABLE(tavoAdaptorUnitTable, Row, description)
 
 namespace {
 
-constexpr char dump_path[] = "/var/adapterInventory";
-constexpr std::size_t longest_line = 128;  // of a command's output
+constexpr std::size_t longest_line = 128;  // of a command's output, with its newline
 
 // More than a server has slots for. A count beyond is nonsense, and each card that is not there costs 25 s.
 constexpr int most_cards = 64;
 
-// The dump counts as loaded from when it is written until a build, or a failed try of one, wants it anew.
-bool dump_is_loaded = false;
+constexpr char dump_source[] = "adapter";
+constinit ToolDump adaptor_dump("/var/adapterInventory");
 
-// Has the tool write the dump, unless it has. True when it was written now.
-bool load_dump() {
-  if (dump_is_loaded) {
-    return false;
-  }
-  run_in_shell(ShellCommand("datactl get=adapter | flatkv > /var/adapterInventory"));
-  dump_is_loaded = true;
-  return true;
-}
+// The fields of the cards in one dump.
+struct CardFields {
+  explicit CardFields(const Dump &dump)
+      : slot(dump, Needle("slot-number", ": ")),
+        product_id(dump, Needle("product-id", ": ")),
+        bus(dump, Needle("i2cLogicalBus", ": ")),
+        serial(dump, Needle("serial-number", ": ")),
+        overtemperature(dump, Needle("overtemp-condition", ": ")),
+        part_number(dump, Needle("hw-part-no", ": ")) {}
 
-// The dump as one build reads it: opened once for each time that it is written.
+  Dump::Search slot;
+  Dump::Search product_id;
+  Dump::Search bus;
+  Dump::Search serial;
+  Dump::Search overtemperature;
+  Dump::Search part_number;
+};
+
+// The dump as one build reads it: once for each time that the tool writes it.
 class BuildDump {
  public:
-  BuildDump() { dump_is_loaded = false; }
+  BuildDump() { adaptor_dump.forget(); }
 
-  bool value(const char *key, int occurrence, char *out) {
-    if (load_dump()) {
-      dump_.emplace(dump_path);
+  CardFields &fields() {
+    if (!adaptor_dump.is_written()) {
+      dump_ = adaptor_dump.read(dump_source);
+      fields_ = CardFields(dump_);
     }
-    return dump_->value(Needle(key, ": "), occurrence, out);
-  }
-
-  // Tries until the key turns up. The dump is written anew after each failed try, the last one too.
-  bool await_value(const char *key, int occurrence, char *out) {
-    return try_repeatedly([&] {
-      const bool found = value(key, occurrence, out);
-      if (!found) {
-        dump_is_loaded = false;
-      }
-      return found;
-    });
+    return fields_;
   }
 
  private:
-  std::optional<Dump> dump_;
+  Dump dump_;
+  CardFields fields_{dump_};
 };
 
-// Fills the row of the card at place `n` of the dump. A slot that is no number leaves it the slot of the card before.
-// False when the card has no slot at all.
+// Fills the row of card `n` of the dump, counted from 1. A slot that is not a number leaves it the slot of the card
+// before. False when the card has no slot at all.
 bool fill(Row &row, BuildDump &dump, int n) {
   char slot[dump_value_size];
   char value[dump_value_size];
-  if (!dump.await_value("slot-number", n, slot)) {
+  if (!adaptor_dump.await([&] { return dump.fields().slot.value(n, slot); })) {
     return false;
   }
+  CardFields &fields = dump.fields();
   const std::uint32_t slot_before = row.slot;
   row = {};
   row.slot = static_cast<std::uint32_t>(leading_number(slot).value_or(static_cast<std::int32_t>(slot_before)));
   copy_text(row.slot_text, slot);
   format_text(row.dn, "sys/rack-unit-1/adaptor-%s", slot);
   format_text(row.rn, "adaptor-%s", slot);
-  if (dump.value("product-id", n, value)) {
+  if (fields.product_id.value(n, value)) {
     copy_text(row.product_id, value);
   }
-  if (dump.value("i2cLogicalBus", n, value)) {
+  if (fields.bus.value(n, value)) {
     copy_text(row.bus, value);
   }
-  if (dump.value("serial-number", n, value)) {
+  if (fields.serial.value(n, value)) {
     copy_text(row.serial, value);
   }
   copy_text(row.vendor, "Tavolo Systems Inc");
@@ -123,12 +120,12 @@ bool fill(Row &row, BuildDump &dump, int n) {
   row.presence = 10;
   row.oper_state = 1;
   row.operability = 1;
-  if (dump.value("overtemp-condition", n, value) && !std::string_view(value).starts_with("no")) {
+  if (fields.overtemperature.value(n, value) && !std::string_view(value).starts_with("no")) {
     row.overtemperature = 3;
     row.oper_state = 8;
     row.operability = 8;
   }
-  if (dump.value("hw-part-no", n, value)) {
+  if (fields.part_number.value(n, value)) {
     copy_text(row.part_number, value);
   }
   return true;
@@ -136,13 +133,10 @@ bool fill(Row &row, BuildDump &dump, int n) {
 
 }  // namespace
 
-int initialize_adaptorunit_table(int reload) {
-  const ListGuard guard(table.lock());
-  if (guard.error() != 0) {
+int initialize_adaptorunit_table(int refresh) {
+  const Rebuild rebuild(table, refresh);
+  if (rebuild.error() != 0) {
     return 0;
-  }
-  if (reload == 1) {
-    tavoAdaptorUnitTable_removeAllEntries();
   }
   const auto row = make_zeroed<AdaptorUnitRow>();
   if (row == nullptr) {
@@ -171,8 +165,7 @@ int GetNumOfAdaptors(void) {
 }
 
 int GetValuefromCache(const char *key, const char *separator, int occurrence, char *out) {
-  load_dump();
-  return Dump(dump_path).value(Needle(key, separator), occurrence, out) ? 1 : 0;
+  return adaptor_dump.read(dump_source).value(Needle(key, separator), occurrence, out) ? 1 : 0;
 }
 
 int GetAdaptorFirmwareRevision(int slot, char *out) {

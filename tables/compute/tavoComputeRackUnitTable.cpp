@@ -5,12 +5,10 @@
 #include <span>
 
 #include "core/descriptor.h"
-#include "core/shell.h"
 #include "core/text.h"
 #include "core/zeroed.h"
 #include "sources/data_query.h"
-#include "sources/dump.h"
-#include "sources/retries.h"
+#include "sources/tool_dump.h"
 #include "tables/adaptors/tavoAdaptorUnitTable.h"
 
 namespace tavo {
@@ -52,14 +50,12 @@ TAVO_DEFINE_TABLE_WITH_OWN_ROWS(tavoComputeRackUnitTable, Row, description)
 
 namespace {
 
-constexpr char cpu_dump[] = "/var/getCPUInventory";
-constexpr char memory_dump[] = "/var/getMemoryInventory";
-constexpr char memory_query[] = "inventoryMemorySummary";
+constexpr char cpu_source[] = "inventoryCPU";
+constexpr char memory_source[] = "inventoryMemorySummary";
 
-// A dump counts as loaded from when it is written until a build, or a failed try of one, wants it anew. Of the memory
-// dump, only the first build does.
-bool cpu_dump_is_loaded = false;
-bool memory_dump_is_loaded = false;
+// Every build has the tool write the processor dump; only the process's first build does so with the memory dump.
+constinit ToolDump cpu_dump("/var/getCPUInventory");
+constinit ToolDump memory_dump("/var/getMemoryInventory");
 
 // Read once for the life of the process: what cannot change while the server is up.
 struct Kept {
@@ -95,36 +91,15 @@ PowerStates power_states_of(std::int32_t state) {
   }
 }
 
-// Has the tool write the dump, unless it has.
-void load(const char *tool_key, const char *path, bool &is_loaded) {
-  if (!is_loaded) {
-    is_loaded = run_in_shell(ShellCommand("datactl get=%s | flatkv > %s", tool_key, path));
-  }
-}
-
 // Writes a figure of the processor dump to `out`. 0 when the dump cannot be read, otherwise 1.
 template <class Figure>
 int cpu_figure(const char *tool_key, char *out, Figure figure) {
-  load(tool_key, cpu_dump, cpu_dump_is_loaded);
-  Dump dump(cpu_dump);
+  const Dump dump = cpu_dump.read(tool_key);
   if (!dump.opened()) {
     return 0;
   }
   format_text(out, dump_value_size, "%d", figure(dump));
   return 1;
-}
-
-// Tries a lookup, with the dump written anew for the first try and after each that fails, the last one too.
-template <class Lookup>
-bool await_figure(bool &dump_is_loaded, Lookup lookup) {
-  dump_is_loaded = false;
-  return try_repeatedly([&] {
-    const bool found = lookup() == 1;
-    if (!found) {
-      dump_is_loaded = false;
-    }
-    return found;
-  });
 }
 
 // A value of the tool; when there is none, says so and leaves `out` alone.
@@ -148,16 +123,17 @@ void read_kept_values() {
   query("sysProductID", "sysProductID", " ", kept.product_id);
   query("fru", "Product Serial", ": ", kept.serial);
   query("UUID", "UUID", " ", kept.uuid);
-  if (getCPU("inventoryCPU", "CoreCount", ": ", value) == 1) {
+  if (getCPU(cpu_source, "CoreCount", ": ", value) == 1) {
     kept.cores = number(value);
   }
-  if (getCPUCount("inventoryCPU", "id", ": ", value) == 1) {
+  if (getCPUCount(cpu_source, "id", ": ", value) == 1) {
     kept.processors = number(value);
   }
-  if (getCPU("inventoryCPU", "ThreadCount", ": ", value) == 1) {
+  if (getCPU(cpu_source, "ThreadCount", ": ", value) == 1) {
     kept.threads = number(value);
   }
-  if (await_figure(memory_dump_is_loaded, [&] { return getMemory(memory_query, "MemorySpeed", ": ", value); })) {
+  memory_dump.forget();
+  if (memory_dump.await([&] { return getMemory(memory_source, "MemorySpeed", ": ", value) == 1; })) {
     kept.memory_speed = number(value);
   }
   kept.read = true;
@@ -172,7 +148,8 @@ void fill(Row &row) {
   if (query("description", "description", " ", value)) {
     copy_text(row.description, value);
   }
-  if (await_figure(cpu_dump_is_loaded, [&] { return getCPU("inventoryCPU", "CoreEnabled", ": ", value); })) {
+  cpu_dump.forget();
+  if (cpu_dump.await([&] { return getCPU(cpu_source, "CoreEnabled", ": ", value) == 1; })) {
     row.cores_enabled = number(value);
   }
   if (!kept.read) {
@@ -201,10 +178,10 @@ void fill(Row &row) {
     }
   }
   copy_text(row.vendor, "Tavolo Systems Inc");
-  if (getMemory(memory_query, "EffectiveMemory", ": ", value) == 1) {
+  if (getMemory(memory_source, "EffectiveMemory", ": ", value) == 1) {
     row.effective_memory = number(value);
   }
-  if (getMemory(memory_query, "TotalMemory", ": ", value) == 1) {
+  if (getMemory(memory_source, "TotalMemory", ": ", value) == 1) {
     row.total_memory = number(value);
   }
   row.column_52 = 1;
@@ -212,13 +189,10 @@ void fill(Row &row) {
 
 }  // namespace
 
-int initialize_rackunit_table(int mode) {
-  const ListGuard guard(table.lock());
-  if (guard.error() != 0) {
+int initialize_rackunit_table(int refresh) {
+  const Rebuild rebuild(table, refresh);
+  if (rebuild.error() != 0) {
     return 0;
-  }
-  if (mode == 1) {
-    tavoComputeRackUnitTable_removeAllEntries();
   }
   auto row = make_zeroed<RackUnitRow>();
   if (row == nullptr) {
@@ -251,16 +225,15 @@ void tavoComputeRackUnitTable_removeAllEntries(void) TAVO_LOCKING(no_thread_safe
 }
 
 int getCPU(const char *tool_key, const char *lookup_key, const char *separator, char *out) {
-  return cpu_figure(tool_key, out, [&](Dump &dump) { return dump.sum({lookup_key, separator}); });
+  return cpu_figure(tool_key, out, [&](const Dump &dump) { return dump.sum({lookup_key, separator}); });
 }
 
 int getCPUCount(const char *tool_key, const char *lookup_key, const char *separator, char *out) {
-  return cpu_figure(tool_key, out, [&](Dump &dump) { return dump.count({lookup_key, separator}); });
+  return cpu_figure(tool_key, out, [&](const Dump &dump) { return dump.count({lookup_key, separator}); });
 }
 
 int getMemory(const char *tool_key, const char *lookup_key, const char *separator, char *out) {
-  load(tool_key, memory_dump, memory_dump_is_loaded);
-  return Dump(memory_dump).value(Needle(lookup_key, separator), 1, out) ? 1 : 0;
+  return memory_dump.read(tool_key).value(Needle(lookup_key, separator), 1, out) ? 1 : 0;
 }
 
 int getValue(const char *tool_key, const char *grep_key, const char *separator, char *out) {

@@ -52,15 +52,15 @@ bool insert(const EnvironmentSample &sample) {
 
 constexpr EnvironmentStatistics statistics = {
     .table = table,
-    .command = "datactl get=memoryStats | flatkv > /var/memoryStatsInventory",
-    .dump = "/var/memoryStatsInventory",
+    .source = "memoryStats",
+    .path = "/var/memoryStatsInventory",
     .insert = insert,
 };
 
 }  // namespace
 
-int initialize_memoryunit_envstats(int reload) {
-  return build(statistics, reload);
+int initialize_memoryunit_envstats(int refresh) {
+  return build(statistics, refresh);
 }
 
 int de_register_memoryunit_envstats_table_handler(void) {

@@ -53,15 +53,15 @@ bool insert(const EnvironmentSample &sample) {
 
 constexpr EnvironmentStatistics statistics = {
     .table = table,
-    .command = "datactl get=processorStats | flatkv > /var/processorStatsInventory",
-    .dump = "/var/processorStatsInventory",
+    .source = "processorStats",
+    .path = "/var/processorStatsInventory",
     .insert = insert,
 };
 
 }  // namespace
 
-int initialize_processor_envstats(int reload) {
-  return build(statistics, reload);
+int initialize_processor_envstats(int refresh) {
+  return build(statistics, refresh);
 }
 
 int de_register_processor_envstats_table_handler(void) {

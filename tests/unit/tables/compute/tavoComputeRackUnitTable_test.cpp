@@ -314,6 +314,25 @@ TEST_F(RackUnitTableTest, SumsAndCountsComeFromOneDump) {
   EXPECT_EQ(getMemory("inventoryMemorySummary", "NoSuchKey", ": ", out), 0);
 }
 
+TEST_F(RackUnitTableTest, AKeyThatIsTooLongIsNotAskedFor) {
+  if (ran_in_a_process_of_its_own()) {
+    return;
+  }
+  files.write("/var/getCPUInventory", two_processors);
+  files.write("/var/getMemoryInventory", memory);
+  const std::string key(500, 'k');
+  char out[128] = "before";
+  EXPECT_EQ(getCPU(key.c_str(), "CoreCount", ": ", out), 0);
+  EXPECT_EQ(getCPUCount(key.c_str(), "id", ": ", out), 0);
+  EXPECT_EQ(getMemory(key.c_str(), "TotalMemory", ": ", out), 0);
+  EXPECT_EQ(getValue(key.c_str(), "description", ": ", out), 0);
+  EXPECT_STREQ(out, "before");
+  EXPECT_THAT(shell.commands(), IsEmpty());
+  EXPECT_THAT(fakes::log_lines(), testing::AllOf(SizeIs(4), Each(testing::Field(&fakes::LogLine::priority, LOG_ERR))));
+  EXPECT_EQ(getCPU("inventoryCPU", "CoreCount", ": ", out), 1);
+  EXPECT_THAT(shell.system_commands(), ElementsAre(cpu_command));
+}
+
 TEST_F(RackUnitTableTest, AValueIsTheFirstLineWithoutItsNewline) {
   shell.prints(value_command("description", ": "), "one\ntwo\n");
   char out[128] = {};
