@@ -1,10 +1,7 @@
 #include "tables/compute/tavoComputeMbPowerStatsTable.h"
 
 #include <array>
-#include <cstddef>
-#include <cstring>
 
-#include "core/text.h"
 #include "tables/compute/board_statistics.h"
 
 namespace tavo {
@@ -44,25 +41,24 @@ TAVO_DEFINE_TABLE(tavoComputeMbPowerStatsTable, Row, description)
 
 namespace {
 
-constexpr auto keys = std::to_array<const char *>({"consumedPower", "inputCurrent", "inputVoltage"});
+constexpr auto readings = std::to_array<BoardReading<Row>>({
+    {.key = "consumedPower", .field = &Row::consumed_power},
+    {.key = "inputCurrent", .field = &Row::input_current},
+    {.key = "inputVoltage", .field = &Row::input_voltage},
+});
 
-bool insert(const BoardSample &sample) {
-  Row row{};
-  copy_text(row.dn, "sys/rack-unit-1/board/power-stats");
-  copy_text(row.rn, "power-stats");
-  row.consumed_power = sample.readings[0];
-  row.input_current = sample.readings[1];
-  row.input_voltage = sample.readings[2];
-  std::memcpy(row.time_collected, sample.collected, sizeof row.time_collected);
-  return tavoComputeMbPowerStatsTable_createEntry(1, &row) != nullptr;
-}
-
-constexpr BoardStatistics statistics = {.table = table, .keys = keys, .insert = insert};
+constexpr BoardStatistics<Row> statistics = {
+    .table = table,
+    .dn = "sys/rack-unit-1/board/power-stats",
+    .rn = "power-stats",
+    .readings = readings,
+    .create_entry = tavoComputeMbPowerStatsTable_createEntry,
+};
 
 }  // namespace
 
-int initialize_computemb_powerstats(int reload) {
-  return build(statistics, reload);
+int initialize_computemb_powerstats(int refresh) {
+  return build(statistics, refresh);
 }
 
 int de_register_computemb_powerstats_table_handler(void) {

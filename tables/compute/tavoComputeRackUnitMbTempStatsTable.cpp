@@ -1,10 +1,7 @@
 #include "tables/compute/tavoComputeRackUnitMbTempStatsTable.h"
 
 #include <array>
-#include <cstddef>
-#include <cstring>
 
-#include "core/text.h"
 #include "tables/compute/board_statistics.h"
 
 namespace tavo {
@@ -43,27 +40,26 @@ TAVO_DEFINE_TABLE(tavoComputeRackUnitMbTempStatsTable, Row, description)
 
 namespace {
 
-constexpr auto keys = std::to_array<const char *>({"ambientTemp", "frontTemp", "iohub1Temp", "iohub2Temp", "rearTemp"});
+constexpr auto readings = std::to_array<BoardReading<Row>>({
+    {.key = "ambientTemp", .field = &Row::ambient},
+    {.key = "frontTemp", .field = &Row::front},
+    {.key = "iohub1Temp", .field = &Row::iohub1},
+    {.key = "iohub2Temp", .field = &Row::iohub2},
+    {.key = "rearTemp", .field = &Row::rear},
+});
 
-bool insert(const BoardSample &sample) {
-  Row row{};
-  copy_text(row.dn, "sys/rack-unit-1/board/temp-stats");
-  copy_text(row.rn, "temp-stats");
-  row.ambient = sample.readings[0];
-  row.front = sample.readings[1];
-  row.iohub1 = sample.readings[2];
-  row.iohub2 = sample.readings[3];
-  row.rear = sample.readings[4];
-  std::memcpy(row.time_collected, sample.collected, sizeof row.time_collected);
-  return tavoComputeRackUnitMbTempStatsTable_createEntry(1, &row) != nullptr;
-}
-
-constexpr BoardStatistics statistics = {.table = table, .keys = keys, .insert = insert};
+constexpr BoardStatistics<Row> statistics = {
+    .table = table,
+    .dn = "sys/rack-unit-1/board/temp-stats",
+    .rn = "temp-stats",
+    .readings = readings,
+    .create_entry = tavoComputeRackUnitMbTempStatsTable_createEntry,
+};
 
 }  // namespace
 
-int initialize_computerackunitmb_tempstats(int reload) {
-  return build(statistics, reload);
+int initialize_computerackunitmb_tempstats(int refresh) {
+  return build(statistics, refresh);
 }
 
 int de_register_computerackunitmb_tempstats_table_handler(void) {

@@ -9,6 +9,7 @@
 
 #include "tables/compute/tavoComputeMbPowerStatsTable.h"
 #include "tables/compute/tavoComputeRackUnitMbTempStatsTable.h"
+#include "tests/fakes/allocation.h"
 #include "tests/fakes/clock.h"
 #include "tests/fakes/files.h"
 #include "tests/fakes/net_snmp.h"
@@ -147,6 +148,33 @@ TEST_F(BoardStatisticsTest, ADumpThatComesLateEndsTheTries) {
   EXPECT_EQ(tavoComputeMbPowerStatsTable_head->consumed_power, 188);
   EXPECT_THAT(clock.sleeps(), ElementsAre(5, 5, 5));
   EXPECT_THAT(shell.system_commands(), SizeIs(4));
+}
+
+TEST_F(BoardStatisticsTest, WithoutMemoryTheToolIsNotRun) {
+  dump(power + temperatures);
+  initialize_computemb_powerstats(0);
+  initialize_computerackunitmb_tempstats(0);
+  const auto runs = shell.commands();
+  for (const int refresh : {0, 1}) {
+    fakes::fail_allocations(0, 2);
+    EXPECT_EQ(initialize_computemb_powerstats(refresh), -1);
+    EXPECT_EQ(initialize_computerackunitmb_tempstats(refresh), -1);
+    EXPECT_EQ(shell.commands(), runs);
+    EXPECT_EQ(tavoComputeMbPowerStatsTable_head == nullptr, refresh == 1);
+    EXPECT_EQ(tavoComputeRackUnitMbTempStatsTable_head == nullptr, refresh == 1);
+  }
+  EXPECT_THAT(clock.sleeps(), IsEmpty());
+  EXPECT_THAT(fakes::log_lines(), IsEmpty());
+  EXPECT_EQ(ev_lock<4>.hold_count(), 0);
+  EXPECT_EQ(ev_lock<5>.hold_count(), 0);
+}
+
+TEST_F(BoardStatisticsTest, WithoutMemoryForTheLastCopyThereIsNoRow) {
+  dump(power + temperatures);
+  fakes::fail_allocations(1);  // the row itself succeeds, and neither a dump nor its copy in the list does
+  EXPECT_EQ(initialize_computemb_powerstats(0), -1);
+  EXPECT_EQ(tavoComputeMbPowerStatsTable_head, nullptr);
+  EXPECT_EQ(ev_lock<4>.hold_count(), 0);
 }
 
 TEST_F(BoardStatisticsTest, EachTableHasItsOwnLock) {
