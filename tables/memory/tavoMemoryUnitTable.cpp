@@ -118,13 +118,10 @@ void fill(Row &row, int id, const Record &module) {
 
 }  // namespace
 
-int initialize_memory_table(int mode) {
-  const ListGuard guard(table.lock());
-  if (guard.error() != 0) {
-    return guard.error();
-  }
-  if (mode == 1) {
-    tavoMemoryUnitTable_removeAllEntries();
+int initialize_memory_table(int refresh) {
+  const Rebuild rebuild(table, refresh);
+  if (rebuild.error() != 0) {
+    return rebuild.error();
   }
   std::uint32_t request = MEMORY_REQUEST_SUMMARY;
   const int counted = GetMemoryItems(&request, sizeof iDIMMItems, nullptr, &iDIMMItems);

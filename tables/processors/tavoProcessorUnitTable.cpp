@@ -80,12 +80,9 @@ int initialize_processor_table(int refresh) {
   std::uint32_t status = 0;
   const int counted = GetCPUItems(&status, sizeof iCPUItems, nullptr, &iCPUItems);
 
-  const ListGuard guard(table.lock());
-  if (guard.error() != 0) {
-    return guard.error();
-  }
-  if (refresh == 1) {
-    tavoProcessorUnitTable_removeAllEntries();
+  const Rebuild rebuild(table, refresh);
+  if (rebuild.error() != 0) {
+    return rebuild.error();
   }
   const int count = iCPUItems;
   if (counted != 0 || count <= 0 || count > INT_MAX / PROCESSOR_RECORD_SIZE) {
