@@ -13,7 +13,6 @@
 #include <cstring>
 #include <filesystem>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "host/engine_state.h"
@@ -32,17 +31,6 @@ constexpr int ping_seconds = 1;
 // SIGHUP opens files again, when the daemon may have changed to another directory.
 std::string absolute(const std::string &file) {
   return std::filesystem::absolute(file);
-}
-
-std::string join(const std::vector<std::string> &words, std::string_view separator) {
-  std::string joined;
-  for (const std::string &word : words) {
-    if (!joined.empty()) {
-      joined += separator;
-    }
-    joined += word;
-  }
-  return joined;
 }
 
 void apply_log_option(std::vector<std::string> words) {

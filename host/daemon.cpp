@@ -25,6 +25,7 @@
 #include "host/name.h"
 #include "host/notification_path.h"
 #include "host/signals.h"
+#include "host/start_progress.h"
 #include "host/tools.h"
 
 namespace tavo {
@@ -38,6 +39,9 @@ constexpr auto threads_limit = std::chrono::seconds(5);
 constexpr auto notifications_limit = std::chrono::seconds(1);
 constexpr auto stop_limit = std::chrono::seconds(8);
 static_assert(stop_limit > threads_limit + notifications_limit);
+
+// Between two signs of life, a start runs one tool, and beside that sleeps or waits for the platform's libraries.
+constexpr auto longest_silence_without_tool = std::chrono::seconds(90);
 
 void serve_one_turn() {
   agent_check_and_process(1);
@@ -68,10 +72,19 @@ void serve_until(Condition reached, Clock::duration limit) {
   }
 }
 
-void report_link(const Options &options, bool up) {
+void report_status(const Options &options, bool linked) {
   const std::string master = options.agentx_address.empty() ? "the AgentX master" : options.agentx_address;
-  const std::string state = (up ? "serving through " : "waiting for ") + master;
-  sd_notify(0, ("STATUS=" + state).c_str());
+  std::string status = "waiting for " + master;
+  if (options.stand_alone()) {
+    status = "serving on " + join(options.listen, ", ");
+  } else if (linked) {
+    status = "serving through " + master;
+  }
+  sd_notifyf(0, "STATUS=%s", status.c_str());
+}
+
+void report_link(const Options &options, bool up) {
+  report_status(options, up);
   if (up) {
     // The session's socket is close-on-exec already, but its transport may have opened other files.
     close_descriptors_on_exec();
@@ -165,7 +178,7 @@ ExitStatus run_daemon(const Options &options) {
   }
   const PidFile pid_file(options.pid_file);
   // Never destroyed: a thread of the module that cannot be joined may still wait for a tool.
-  ToolRunner &tools = *new ToolRunner(options.tool_timeout);
+  ToolRunner &tools = *new ToolRunner(options.tool_timeout, StartProgress::sign_of_life);
   // The tools are killed at once and not when the loop gets to it, because the loop itself may wait for one.
   Signals signals(stop_limit, {.stop_begins = [&tools] { tools.stop(); },
                                .leave_at_once = [&pid_file] { leave_overdue(pid_file); }});
@@ -183,12 +196,16 @@ ExitStatus run_daemon(const Options &options) {
   path.emplace(options.notification_limit, !options.stand_alone(), [&options](bool up) { report_link(options, up); });
   open_agent(options, [&path] { path->attach(); });
   close_descriptors_on_exec();
-  module.start();
+  {
+    const StartProgress progress(options.tool_timeout + longest_silence_without_tool);
+    module.start();
+  }
   if (link) {
     link->start();
   }
 
   snmp_log(LOG_INFO, "%s " SUBAGENTD_VERSION " serves\n", daemon_name);
+  report_status(options, path->queue().linked());
   sd_notify(0, "READY=1");
   if (background) {
     background->ready(options.logs_to_output());

@@ -6,7 +6,6 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <string_view>
 
 #include "host/name.h"
 
@@ -99,6 +98,17 @@ bool Options::logs_to_output() const {
   return std::any_of(log.begin(), log.end(), [](const auto &words) {
     return std::string_view("oOeE").find(words[0][0]) != std::string_view::npos;
   });
+}
+
+std::string join(const std::vector<std::string> &words, std::string_view separator) {
+  std::string joined;
+  for (const std::string &word : words) {
+    if (!joined.empty()) {
+      joined += separator;
+    }
+    joined += word;
+  }
+  return joined;
 }
 
 CommandLine parse_command_line(int argc, const char *const *argv) {

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "host/exit_status.h"
@@ -37,6 +38,9 @@ struct CommandLine {
   std::optional<ExitStatus> leave;
   std::string text;
 };
+
+// The words with the separator between them.
+std::string join(const std::vector<std::string> &words, std::string_view separator);
 
 CommandLine parse_command_line(int argc, const char *const *argv);
 

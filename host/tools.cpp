@@ -142,7 +142,8 @@ struct ToolRunner::Tool {
   double seconds = 0;  // age when it was killed
 };
 
-ToolRunner::ToolRunner(std::chrono::milliseconds limit) : limit_(limit) {
+ToolRunner::ToolRunner(std::chrono::milliseconds limit, void (*tool_starts)())
+    : limit_(limit), tool_starts_(tool_starts) {
   if (limit_.count() > 0) {
     // Signals are for other threads.
     sigset_t all;
@@ -238,6 +239,7 @@ void ToolRunner::stop() {
 }
 
 std::shared_ptr<ToolRunner::Tool> ToolRunner::start(const char *command, int output) {
+  tool_starts_();
   const auto now = Clock::now();
   const auto deadline = limit_.count() > 0 ? std::optional(now + limit_) : std::nullopt;
   auto tool =

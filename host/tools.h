@@ -26,8 +26,10 @@ class ToolRunner {
   static constexpr std::size_t largest_output = 1 << 20;
 
   // From now on, system() and popen() run their commands here. Only one runner may exist at a time. A tool may run for
-  // `limit`; 0 means without a limit. Throws std::system_error.
-  explicit ToolRunner(std::chrono::milliseconds limit);
+  // `limit`; 0 means without a limit. `tool_starts` is called on the thread that starts a tool. Throws
+  // std::system_error.
+  explicit ToolRunner(
+      std::chrono::milliseconds limit, void (*tool_starts)() = [] {});
   // No tool may be running and no stream open.
   ~ToolRunner();
   ToolRunner(const ToolRunner &) = delete;
@@ -63,6 +65,7 @@ class ToolRunner {
   std::optional<Clock::time_point> kill_overdue();
 
   const std::chrono::milliseconds limit_;
+  void (*const tool_starts_)();
   const EventDescriptor changed_;   // wakes the watcher
   const EventDescriptor stopping_;  // readable after stop()
   std::atomic<bool> watcher_must_end_ = false;
