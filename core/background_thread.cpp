@@ -21,7 +21,7 @@ void BackgroundThread::stop() {
 }
 
 void BackgroundThread::join() {
-  // Without a thread the handle is nobody's, and pthread_join would follow it all the same.
+  // Without a thread the handle is invalid, and pthread_join would use it all the same.
   if (!created_ || pthread_join(handle_, nullptr) != 0) {
     snmp_log(description_.failure_level, "%s", description_.join_failed);
   }

@@ -1,4 +1,4 @@
-// The life that the module's background threads share: created joinable, stopped by a flag, joined at shut-down.
+// What the module's background threads have in common: created joinable, stopped by a flag, joined at shut-down.
 #pragma once
 
 #include <pthread.h>
@@ -10,7 +10,8 @@
 
 namespace tavo {
 
-// What is a thread's own. All texts end with a newline; what is logged is logged at debug level, but for failures.
+// What differs from thread to thread. Each text ends with a newline, and is logged at debug level unless it reports a
+// failure.
 struct ThreadDescription {
   void *(*start_routine)(void *);  // its argument is null
   const char *source;              // the source unit, as the trace names it
@@ -20,29 +21,29 @@ struct ThreadDescription {
   const char *join_failed;
   const char *exited;
   int failure_level = LOG_DEBUG;  // of create_failed and join_failed
-  // Both free what the thread used, once it has ended: release_before_attributes before the thread's attributes are
-  // destroyed, release_after_attributes after. Null when there is nothing to free.
+  // Free what the thread used once it has ended, one before its attributes are destroyed, the other after. Null if
+  // there is nothing to free.
   void (*release_before_attributes)() = nullptr;
   void (*release_after_attributes)() = nullptr;
 };
 
-// One thread; a constant-initialised global of its unit. create, stop and join belong to the daemon's own thread. No
-// thread is created twice.
+// One thread: a constant-initialised global of its unit. Only the daemon's own thread calls create, stop and join, and
+// it creates no thread twice.
 class BackgroundThread {
  public:
   explicit constexpr BackgroundThread(const ThreadDescription &description) : description_(description) {}
 
-  // Sets the run flag and starts the thread. 0, or -1 when it cannot be created.
+  // Sets the run flag and starts the thread. 0, or -1 if it cannot be created.
   int create(Caller caller = Caller::here());
 
-  // Clears the run flag, which the thread sees when it next asks. It does not wake the thread.
+  // Clears the run flag, which the thread sees when it next tests it. Does not wake the thread.
   void stop();
 
-  // Waits for the thread to end and frees what it used. A join that fails is logged and the rest is done all the same,
-  // and so it is when there is no thread to join.
+  // Waits for the thread to end and frees what it used. If the join fails or there is no thread to join, logs that and
+  // does the rest all the same.
   void join();
 
-  // The run flag. 0 also ends the thread from within, as after an error that it cannot get over.
+  // The run flag. The thread itself clears it after a fatal error.
   bool is_running() const { return run_flag_.load(std::memory_order_relaxed) != 0; }
   void clear_run_flag() { run_flag_.store(0, std::memory_order_relaxed); }
 
@@ -54,9 +55,9 @@ class BackgroundThread {
   pthread_attr_t attributes_ = {};
 };
 
-// The frame of a start routine: does the thread's work, which must not end the process by an exception, and leaves by
-// pthread_exit. That unwinds the stack, so no noexcept function may stand below, and only standard exceptions are
-// caught.
+// The frame of a start routine: does the thread's work, logs an exception that would otherwise end the process, and
+// leaves by pthread_exit. That unwinds the stack, so no caller may be noexcept. Only standard exceptions are caught,
+// because `catch (...)` would also catch such an unwinding.
 template <class Work>
 [[noreturn]] void run_thread(const char *name, Work work) {
   try {

@@ -1,4 +1,4 @@
-// What a code of the platform means as a column's value.
+// Maps the platform's codes to columns' values.
 #pragma once
 
 #include <algorithm>
@@ -12,10 +12,10 @@ struct CodeValue {
   std::int32_t value;
 };
 
-// The value that `values` has for `code`, `otherwise` for a code that is not among them.
-constexpr std::int32_t value_of(std::span<const CodeValue> values, std::uint32_t code, std::int32_t otherwise = 0) {
+// The value for `code`; 0 for a code that is not in `values`.
+constexpr std::int32_t value_of(std::span<const CodeValue> values, std::uint32_t code) {
   const auto found = std::ranges::find(values, code, &CodeValue::code);
-  return found == values.end() ? otherwise : found->value;
+  return found == values.end() ? 0 : found->value;
 }
 
 }  // namespace tavo

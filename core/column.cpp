@@ -13,8 +13,8 @@ T load(const std::byte *from) {
   return value;
 }
 
-// Two columns hand their Counter64 over with a length of 4. Some older net-snmp take that; the others refuse it and log
-// an error line each time, so net-snmp is asked once, when the module is loaded.
+// Two columns pass their Counter64 with a length of 4. Some older versions of net-snmp accept that; the others refuse
+// it and log an error each time. So it is tried once, when the module is loaded.
 bool takes_four_octet_counter64() {
   netsnmp_variable_list scratch{};
   const std::uint32_t zero = 0;
@@ -23,16 +23,16 @@ bool takes_four_octet_counter64() {
   return taken;
 }
 
-// How much of a text or an object identifier is filled, as the count behind its elements says: at most what the field
-// holds, whatever the row says. `element`: the octets of one of them.
+// How many elements of a text or an object identifier are used: the count after them, but at most what the field holds.
+// `element`: the size of an element in octets.
 std::size_t filled_length(const Column &column, const std::byte *field, std::size_t element) {
   constexpr std::size_t word = sizeof(std::int32_t);
   const std::size_t count_at = (column.capacity * element + word - 1) / word * word;
   return static_cast<std::size_t>(std::clamp<std::int32_t>(load<std::int32_t>(field + count_at), 0, column.capacity));
 }
 
-// Whether an object identifier of these sub-identifiers can be put on the wire, where the first two are one number.
-// net-snmp drops the whole PDU, answer or notification, for one that cannot.
+// Whether an object identifier can be encoded, which combines its first two sub-identifiers into one number. If one
+// cannot, net-snmp drops the whole PDU, be it an answer or a notification.
 bool can_be_encoded(std::span<const oid> identifier) {
   if (identifier.empty()) {
     return true;
@@ -94,13 +94,13 @@ void ColumnValue::take_text(std::size_t length) {
   size_ = length;
 }
 
-// The field's four octets as they are.
+// Passes the field's four octets as they are.
 void ColumnValue::take_number(u_char type) {
   type_ = type;
   size_ = sizeof(std::uint32_t);
 }
 
-// net-snmp wants its own two-word structure, whose words are as wide as the machine's long.
+// net-snmp expects its own structure of two words, each as wide as the machine's long.
 void ColumnValue::take_counter64(std::uint64_t value) {
   counter_.high = static_cast<u_long>(value >> 32);
   counter_.low = static_cast<u_long>(value & 0xFFFFFFFFU);

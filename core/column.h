@@ -1,5 +1,5 @@
-// A table's columns as data: where a column's field lies in the row and how it is put on the wire. One interpreter
-// serves every table and every notification, so an answer to GET and a varbind cannot differ.
+// A table's columns as data: where each column's field is in the row, and how its value is encoded. One interpreter
+// serves all tables and notifications, so the answer to a GET and a notification's varbind cannot differ.
 //
 // The type of a row's field says how the column is served:
 //
@@ -8,9 +8,9 @@
 //   Counter32            Counter32
 //   std::uint64_t        Counter64
 //   CounterWords         Counter64, kept as two words
-//   FourOctetCounter64   Counter64, handed over with a length of 4 where net-snmp takes that
+//   FourOctetCounter64   Counter64, passed with a length of 4 if net-snmp accepts that
 //   char[N]              OCTET STRING, up to the first NUL, at most N octets
-//   CountedText<N>       OCTET STRING, as long as it says, at most N octets
+//   CountedText<N>       OCTET STRING of the given length, at most N octets
 //   std::uint8_t         OCTET STRING of length 1
 //   ObjectIdentifier<N>  OBJECT IDENTIFIER of at most N sub-identifiers
 #pragma once
@@ -45,14 +45,13 @@ struct FourOctetCounter64 {
   std::uint32_t value;
 };
 
-// A text that carries its length in octets, which does not count the NUL. A length out of range is served as the
-// nearest within it.
+// A text with its length in octets, without the NUL. A length out of range is served as the nearest valid one.
 template <std::size_t N>
 struct CountedText {
   char text[N];
   std::int32_t length;
 
-  // Cuts off what does not fit before a NUL.
+  // Truncates what does not fit.
   void assign(std::string_view from) {
     copy_text(text, from);
     length = static_cast<std::int32_t>(std::min(from.size(), N - 1));
@@ -62,7 +61,7 @@ struct CountedText {
 // The longest object identifier that a row holds.
 inline constexpr std::size_t most_sub_identifiers = 32;
 
-// Served empty when it has no encoding. A count out of range is served as the nearest within it.
+// Served empty if it cannot be encoded. A count out of range is served as the nearest valid one.
 template <std::size_t N>
 struct ObjectIdentifier {
   static_assert(N <= most_sub_identifiers);
@@ -71,7 +70,7 @@ struct ObjectIdentifier {
   std::int32_t count;
 };
 
-// How a field becomes a value: one for each type of field above.
+// How a field becomes a value: one codec for each field type above.
 enum class Codec : std::uint8_t {
   Integer,
   Gauge32,
@@ -88,7 +87,7 @@ enum class Codec : std::uint8_t {
 struct Column {
   Codec codec;
   std::uint16_t offset;    // of the field in the row record
-  std::uint16_t capacity;  // elements of a text or an object identifier, 1 of anything else; a count follows them
+  std::uint16_t capacity;  // the elements of a text or an object identifier, 1 for anything else
 };
 
 // The column of the field of type `T` at `offset`.
@@ -98,20 +97,20 @@ consteval Column column_of(std::size_t offset);
 // The number of a table's first readable column. Column 1 is the index, which only notifications carry.
 inline constexpr std::uint8_t first_column = 2;
 
-// Lists the columns of `table`, a MIB name, from column 2 on, in the array `columns`. What follows the row type are its
-// fields: all of them in their order, but for the index before them and the link to the next row behind. A list that
-// leaves out a field or changes the order does not compile. (A field whose place could be padding slips through: four
-// octets in front of a field, or of the link, that is aligned to eight. The MIB's test finds that one.)
+// Defines the array `columns`: the columns of `table`, a MIB name, from column 2 on. The arguments after the row type
+// are all its fields in order, except the index before them and the link after them. A list that omits a field or
+// changes the order does not compile. (One omission slips through: four octets that could be padding, before a field or
+// link aligned to eight. The MIB's test finds it.)
 //
-// The fields' names are kept beside the object code for tools (module/describe_tables.cpp); the linker drops them from
-// the module.
+// The fields' names go into a section of the object file, for module/describe_tables.cpp. The linker drops it from the
+// module.
 #define TAVO_COLUMNS(table, Row, ...)                                                            \
   constexpr auto columns = ::tavo::checked<Row>({TAVO_FOR_EACH(TAVO_COLUMN, Row, __VA_ARGS__)}); \
   [[gnu::section("tavo_columns"), gnu::used]] constexpr char column_names[] = #table ":" #__VA_ARGS__
 
 #define TAVO_COLUMN(Row, field) ::tavo::column_of<decltype(Row::field)>(offsetof(Row, field)),
 
-// A column's value, ready for net-snmp's setters. Points into the row or into itself: valid while both stay.
+// A column's value, ready for net-snmp's setters. Points into the row or into itself: valid while both exist.
 class ColumnValue {
  public:
   // `row`: the record that holds the column's field.
@@ -119,10 +118,10 @@ class ColumnValue {
   ColumnValue(const ColumnValue &) = delete;
   ColumnValue &operator=(const ColumnValue &) = delete;
 
-  // Puts the value into `varbind`. False when net-snmp refuses it or has no memory.
+  // Puts the value into `varbind`. False if net-snmp refuses it or memory is short.
   [[nodiscard]] bool set(netsnmp_variable_list *varbind) const;
 
-  // Appends a varbind with this value to `list`. False when net-snmp refuses it or has no memory.
+  // Appends a varbind with this value to `list`. False if net-snmp refuses it or memory is short.
   [[nodiscard]] bool append(netsnmp_variable_list **list, std::span<const oid> name) const;
 
  private:
@@ -179,7 +178,7 @@ consteval Column column_of(std::size_t offset) {
           .capacity = static_cast<std::uint16_t>(FieldTraits<T>::capacity)};
 }
 
-// The octets of a column's field, and what its address is a multiple of.
+// The size in octets, and the alignment, of a column's field.
 struct FieldShape {
   std::size_t size;
   std::size_t alignment;
@@ -203,8 +202,8 @@ constexpr FieldShape shape_of(const Column &column) {
   }
 }
 
-// What is wrong with a list of columns, null when nothing is: it names every field of `Row` but the index and the link,
-// in their order.
+// What is wrong with a list of columns, which must name every field of `Row` in order, except the index and the link.
+// Null if nothing is.
 template <class Row>
 constexpr const char *fault_of(std::span<const Column> columns) {
   const auto aligned = [](std::size_t offset, std::size_t alignment) {
@@ -214,14 +213,14 @@ constexpr const char *fault_of(std::span<const Column> columns) {
   for (const Column &column : columns) {
     const FieldShape shape = shape_of(column);
     if (column.offset != aligned(end, shape.alignment)) {
-      return "columns follow each other as the row's fields do, and leave none out";
+      return "the columns must name the row's fields in order and omit none";
     }
     end = column.offset + shape.size;
   }
-  return layout_of<Row>().next == aligned(end, alignof(void *)) ? nullptr : "a column for each field up to the last";
+  return layout_of<Row>().next == aligned(end, alignof(void *)) ? nullptr : "the last fields have no column";
 }
 
-// `columns`, or a compile-time error for a list that has a fault.
+// `columns`, or a compile-time error if something is wrong with them.
 template <class Row, std::size_t N>
 consteval std::array<Column, N> checked(const Column (&columns)[N]) {
   if (const char *fault = fault_of<Row>(columns)) {

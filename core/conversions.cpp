@@ -19,7 +19,7 @@ namespace {
 constexpr int null_argument = -103;
 constexpr int conversion_failed = -108;
 
-// What enum_value returned last.
+// The last result of enum_value.
 constinit Zeroed<char[]> last_text;
 
 }  // namespace
@@ -32,7 +32,7 @@ int convert_evsd_sel_time_to_snmp_time(const time_t *time, unsigned char *buffer
   if (localtime_r(time, &local) == nullptr) {
     return conversion_failed;  // the year does not fit an int
   }
-  // No offset from UTC, so the library leaves the zone's three octets out.
+  // With 0 as the direction of the UTC offset, the library leaves out the zone's three octets.
   std::array<unsigned char, 32> octets = {};
   std::size_t count = octets.size();
   const int error = netsnmp_dateandtime_set_buf_from_vars(

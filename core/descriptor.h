@@ -14,7 +14,7 @@ namespace tavo {
 class Descriptor {
  public:
   Descriptor() = default;
-  // Takes over `descriptor`; a negative one stands for none.
+  // Takes ownership of `descriptor`; a negative one means none.
   explicit Descriptor(int descriptor) : descriptor_(descriptor) {}
   Descriptor(Descriptor &&other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
   Descriptor &operator=(Descriptor &&other) noexcept {
@@ -29,19 +29,19 @@ class Descriptor {
 
   explicit operator bool() const { return descriptor_ >= 0; }
   int get() const { return descriptor_; }
-  // Hands the descriptor over to the caller.
+  // Gives up ownership.
   int release() { return std::exchange(descriptor_, -1); }
 
  private:
   int descriptor_ = -1;
 };
 
-// Opens a file for reading: closed in every tool that the module starts, and without waiting for the writer of a pipe.
+// Opens a file for reading, close-on-exec, without waiting for the writer of a FIFO.
 inline Descriptor open_for_reading(const char *path) {
   return Descriptor(::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
 }
 
-// read(), which a signal does not interrupt.
+// read(), repeated if a signal interrupts it.
 inline ssize_t read_some(const Descriptor &file, std::span<std::byte> to) {
   ssize_t got;
   do {
@@ -50,7 +50,7 @@ inline ssize_t read_some(const Descriptor &file, std::span<std::byte> to) {
   return got;
 }
 
-// Reads on until `to` is full, the file ends or a read fails. How many octets were read.
+// Reads until `to` is full, the file ends or a read fails. The number of octets read.
 inline std::size_t read_up_to(const Descriptor &file, std::span<std::byte> to) {
   std::size_t filled = 0;
   while (filled < to.size()) {
@@ -63,8 +63,7 @@ inline std::size_t read_up_to(const Descriptor &file, std::span<std::byte> to) {
   return filled;
 }
 
-// Reads the octets that a file begins with, as many as `to` holds. How many there were; -1 when the file cannot be
-// opened or read.
+// Reads the beginning of a file into `to`. The number of octets read; -1 if the file cannot be opened or read.
 inline ssize_t read_beginning(const char *path, std::span<std::byte> to) {
   const Descriptor file = open_for_reading(path);
   return file ? read_some(file, to) : -1;

@@ -1,4 +1,4 @@
-// TAVO_FOR_EACH(MACRO, argument, a, b, ...) writes MACRO(argument, a) MACRO(argument, b) ..., for up to 256 items.
+// TAVO_FOR_EACH(MACRO, argument, a, b, ...) expands to MACRO(argument, a) MACRO(argument, b) ..., for up to 256 items.
 #pragma once
 
 #define TAVO_PARENTHESES ()

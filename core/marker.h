@@ -1,4 +1,4 @@
-// Marker files: that one is there is all it says.
+// Marker files: only their existence matters.
 #pragma once
 
 #include <sys/stat.h>

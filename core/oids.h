@@ -1,4 +1,4 @@
-// Where the module's objects stand in the tree of object identifiers.
+// Where the module's objects are in the tree of object identifiers.
 #pragma once
 
 #include <net-snmp/net-snmp-config.h>
@@ -13,7 +13,7 @@ namespace tavo {
 // The server's subtree.
 inline constexpr std::array<oid, 9> server_root = {1, 3, 6, 1, 4, 1, 61453, 4, 207};
 
-// `arcs` below the server's subtree.
+// The object identifier `arcs` below the server's subtree.
 template <class... Arcs>
 constexpr std::array<oid, server_root.size() + sizeof...(Arcs)> below_server_root(Arcs... arcs) {
   std::array<oid, server_root.size() + sizeof...(Arcs)> name = {};
@@ -25,7 +25,7 @@ constexpr std::array<oid, server_root.size() + sizeof...(Arcs)> below_server_roo
   return name;
 }
 
-// A table's OID: the number of its group, and its own within the group.
+// A table's OID, from its group's number and its own number within the group.
 consteval auto table_root(oid group, oid number) {
   return below_server_root(1, group, number);
 }

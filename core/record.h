@@ -1,5 +1,5 @@
-// Reads a record of the platform field by field. The records have the layout of a 32-bit little-endian controller,
-// whatever machine this is, so a field is read by its offset and never through a structure laid over the record.
+// Reads a record of the platform field by field. Records have the layout of a 32-bit little-endian controller on any
+// machine, so fields are read by their offsets, never through a struct.
 #pragma once
 
 #include <cstddef>
@@ -17,20 +17,20 @@ class Record {
 
   constexpr std::size_t size() const { return octets_.size(); }
 
-  // Integers, 0 where the record ends before they do.
+  // Integers; 0 if the record ends first.
   constexpr std::uint8_t u8(std::size_t offset) const { return static_cast<std::uint8_t>(unsigned_at(offset, 1)); }
   constexpr std::uint32_t u32(std::size_t offset) const { return static_cast<std::uint32_t>(unsigned_at(offset, 4)); }
   constexpr std::int32_t i32(std::size_t offset) const { return static_cast<std::int32_t>(u32(offset)); }
   constexpr std::uint64_t u64(std::size_t offset) const { return unsigned_at(offset, 8); }
 
-  // The text in a field of `capacity` octets: up to its NUL, or the whole field when it has none.
+  // The text in a field of `capacity` octets: up to its NUL, or the whole field if it has none.
   std::string_view text(std::size_t offset, std::size_t capacity) const {
     const std::span<const std::byte> field = part(offset, capacity).octets_;
     const std::string_view whole(reinterpret_cast<const char *>(field.data()), field.size());
     return whole.substr(0, whole.find('\0'));
   }
 
-  // `length` octets from `offset` on, fewer where the record ends before.
+  // `length` octets from `offset` on, or fewer if the record ends first.
   constexpr Record part(std::size_t offset, std::size_t length) const {
     const auto rest = octets_.subspan(offset < octets_.size() ? offset : octets_.size());
     return Record(rest.first(length < rest.size() ? length : rest.size()));

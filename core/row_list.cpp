@@ -7,7 +7,7 @@
 namespace tavo {
 namespace {
 
-// Heads and links are pointers to the table's own row type: they are copied, never reached through another type.
+// Heads and links are pointers to the table's own row type, which is unknown here: they are copied as octets.
 void *load_pointer(const void *from) {
   void *pointer;
   std::memcpy(&pointer, from, sizeof pointer);

@@ -1,4 +1,4 @@
-// A table's rows: heap records in a singly linked list behind a global head, and beside it the rows in index order.
+// A table's rows: heap records in a singly linked list behind a global head, with a view of them in index order.
 #pragma once
 
 #include <net-snmp/net-snmp-config.h>
@@ -27,7 +27,7 @@ consteval RowLayout layout_of() {
   return {sizeof(Row), offsetof(Row, next)};
 }
 
-// The list. Nothing here locks: whoever calls holds the table's lock. Rows are made with calloc and freed with free.
+// Nothing here locks: callers hold the table's lock. Rows come from calloc and are freed with free.
 class RowList {
  public:
   // `head`: the table's exported list head, a pointer to its row record.
@@ -37,17 +37,16 @@ class RowList {
   void *next(const void *row) const;
   static std::uint32_t index_of(const void *row);
 
-  // Puts `row` in front of the list, which owns it from then on.
+  // Puts `row` at the front of the list, which then owns it.
   void push_front(void *row);
-  // Takes `row` out of the list and gives it back to the caller. False, and nothing done, when it is not listed.
+  // Takes `row` out of the list; the caller then owns it. False if it is not listed.
   bool unlink(void *row);
   // Frees every row. Returns how many there were.
   std::size_t clear();
   std::size_t count() const { return count_; }
 
-  // The rows by ascending index, one for each index: of several with the same index the one that stands first in the
-  // list. Sorted anew after a change of the list, also one that was made through the exported head. Null when there is
-  // no memory for it.
+  // The rows by ascending index, one for each index: of several with the same index, the first in the list. Sorted
+  // again once the list has changed, even through the exported head. Null if memory is short.
   const RowPointers *ordered();
 
  private:
@@ -58,7 +57,7 @@ class RowList {
   void *head_;
   std::size_t count_ = 0;
   RowPointers ordered_;
-  const void *ordered_from_ = nullptr;  // the first row when `ordered_` was made
+  const void *ordered_from_ = nullptr;  // the first row when `ordered_` was sorted
   bool ordered_is_current_ = false;
 };
 

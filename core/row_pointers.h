@@ -1,4 +1,4 @@
-// A growing array of row pointers that is never destroyed: at exit, a thread may still be inside a table.
+// A growing array of row pointers. Never destroyed: at exit, a thread may still be in a table.
 #pragma once
 
 #include <cstddef>
@@ -11,7 +11,7 @@ class RowPointers {
  public:
   void clear() { size_ = 0; }
 
-  // Appends `row`. False, and nothing changed, when there is no memory.
+  // Appends `row`. False, and nothing changed, if memory is short.
   [[nodiscard]] bool push(void *row) {
     if (size_ == capacity_) {
       const std::size_t wider = capacity_ == 0 ? 16 : 2 * capacity_;

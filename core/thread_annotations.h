@@ -1,9 +1,9 @@
-// Lock annotations, which clang checks with -Wthread-safety and other compilers do not see.
+// Lock annotations, which clang checks with -Wthread-safety and other compilers ignore.
 #pragma once
 
-// The one spelling for all of them: a capability's class, what a lock guards, what a function takes, gives back or
-// needs held. A macro because most of these attributes name members and parameters that are in scope only behind the
-// declarator, where the standard's [[...]] form is not allowed, and because g++ rejects the names they use.
+// One macro for all of them: which class is a lock, what a lock guards, which locks a function acquires, releases or
+// requires. It is a macro because most of these attributes name members and parameters, which are in scope only after
+// the declarator, where the standard [[...]] form is not allowed, and because g++ rejects their names.
 //
 //   class TAVO_LOCKING(capability("mutex")) Lock;
 //   int rows TAVO_LOCKING(guarded_by(lock));

@@ -1,4 +1,4 @@
-// Diagnostic traces, shown by the agent's debug switch (-D): where the code is, then what it has to say.
+// Diagnostic traces, enabled by the agent's option -D: first the place in the code, then the message.
 #pragma once
 
 #include <net-snmp/net-snmp-config.h>
@@ -7,20 +7,20 @@
 
 namespace tavo {
 
-// The function and the line that a call stands in. std::source_location would do, but clang 14 cannot compile it, and
-// g++ gives whole signatures where a trace wants the bare name.
+// The function and the line of a call. Not std::source_location: clang 14 cannot compile it, and g++ gives whole
+// signatures where a trace needs the bare name.
 struct Caller {
   const char *function;
   int line;
 
-  // As a default argument it names the caller of the function that has it.
+  // As the default argument of a function, names that function's caller.
   static constexpr Caller here(const char *function = __builtin_FUNCTION(), int line = __builtin_LINE()) {
     return {function, line};
   }
 };
 
-// Sends one message under `token`. net-snmp prints the token's prefix through one call and the text through the other,
-// and both take the whole format.
+// Sends one message under `token`. net-snmp prints the token's prefix in one call and the text in the other, and both
+// take all the arguments.
 template <class... Args>
 void debug_message(const char *token, const char *format, Args... args) {
   debugmsgtoken(token, format, args...);
@@ -38,7 +38,7 @@ void trace_under(const char *token, Caller caller, const char *source, const cha
   debug_message(token, format, args...);
 }
 
-// The same under the token that all of the module's messages but one have.
+// The same under the token of all the module's messages but one.
 template <class... Args>
 void trace(Caller caller, const char *source, const char *format, Args... args) {
   trace_under("snmp-subagentd", caller, source, format, args...);

@@ -1,4 +1,4 @@
-// Zeroed heap memory that frees itself. Null instead of an exception when there is none.
+// Zeroed heap memory that frees itself. Null, not an exception, if memory is short.
 #pragma once
 
 #include <cstddef>
@@ -20,7 +20,7 @@ Zeroed<T> make_zeroed() {
   return Zeroed<T>(static_cast<T *>(std::calloc(1, sizeof(T))));
 }
 
-// `count` zeroed blocks of `size` octets, back to back. Null, too, when that is more than memory can hold.
+// `count` zeroed blocks of `size` octets, back to back. Null, too, if the product overflows.
 inline Zeroed<std::byte[]> make_zeroed_octets(std::size_t count, std::size_t size) {
   return Zeroed<std::byte[]>(static_cast<std::byte *>(std::calloc(count, size)));
 }
