@@ -6,10 +6,9 @@
 #include <climits>
 #include <cstddef>
 
-#include "core/shell.h"
 #include "core/text.h"
 #include "core/trace.h"
-#include "sources/dump.h"
+#include "sources/tool_dump.h"
 
 namespace tavo {
 namespace {
@@ -42,7 +41,6 @@ TAVO_DEFINE_TABLE(tavoEquipmentHealthLedTable, Row, description)
 
 namespace {
 
-constexpr char dump_path[] = "/var/LedInv";
 constexpr char health_led[] = "LED_HLTH_STATUS";
 
 struct LedState {
@@ -71,18 +69,34 @@ bool same(const char *one, const char *other) {
   return strcasecmp(one, other) == 0;
 }
 
-void write_dump() {
-  run_in_shell(ShellCommand("/usr/local/bin/datactl get=externalLEDs | /usr/local/bin/flatkv > /var/LedInv"));
+constinit ToolDump led_dump("/var/LedInv", platform_tools);
+
+// The dump, which the tool writes each time.
+Dump new_dump() {
+  led_dump.forget();
+  return led_dump.read("externalLEDs");
 }
 
 // See getValueFromGDSforHLEDVal.
-bool value_of(Dump &dump, const char *key, const char *separator, char *out, int n) {
-  return n < INT_MAX && dump.value(Needle(key, separator), n + 1, out);
+bool value_of(Dump::Search &field, int n, char *out) {
+  return n < INT_MAX && field.value(n + 1, out);
 }
 
-void fill_state(Row &row, Dump &dump, int n) {
+// The fields of the LEDs in a dump.
+struct LedFields {
+  explicit LedFields(const Dump &dump)
+      : name(dump, Needle("ledName", ": ")),
+        state(dump, Needle("ledState", ": ")),
+        color(dump, Needle("ledColor", ": ")) {}
+
+  Dump::Search name;
+  Dump::Search state;
+  Dump::Search color;
+};
+
+void fill_state(Row &row, LedFields &fields, int n) {
   char value[dump_value_size];
-  if (!value_of(dump, "ledState", ": ", value, n)) {
+  if (!value_of(fields.state, n, value)) {
     return;
   }
   row.state = other_state;
@@ -91,7 +105,7 @@ void fill_state(Row &row, Dump &dump, int n) {
       row.state = known.state;
     }
   }
-  if (row.state == other_state || !value_of(dump, "ledColor", ": ", value, n)) {
+  if (row.state == other_state || !value_of(fields.color, n, value)) {
     return;
   }
   for (const LedColor &known : led_colors) {
@@ -102,13 +116,13 @@ void fill_state(Row &row, Dump &dump, int n) {
   }
 }
 
-bool add_row(std::uint32_t index, Dump &dump, int n) {
+bool add_row(std::uint32_t index, LedFields &fields, int n) {
   Row row{};
   row.id = static_cast<std::uint32_t>(n);
   format_text(row.dn, "sys/rack-unit-1/board/led-%d", n);
   format_text(row.rn, "led-%d", n);
   copy_text(row.name, health_led);
-  fill_state(row, dump, n);
+  fill_state(row, fields, n);
   return tavoEquipmentHealthLedTable_createEntry(index, &row) != nullptr;
 }
 
@@ -119,16 +133,16 @@ int initialize_health_led_table(int refresh) {
   if (rebuild.error() != 0) {
     return 0;
   }
-  write_dump();
-  Dump dump(dump_path);
+  const Dump dump = new_dump();
+  LedFields fields(dump);
   const int count = dump.count(Needle("id", ": "));
   std::uint32_t index = 1;
   for (int n = 1; n <= count; ++n) {
     char name[dump_value_size];
-    if (!value_of(dump, "ledName", ": ", name, n) || !same(name, health_led)) {
+    if (!value_of(fields.name, n, name) || !same(name, health_led)) {
       continue;
     }
-    if (!add_row(index++, dump, n)) {
+    if (!add_row(index++, fields, n)) {
       return -1;
     }
   }
@@ -136,8 +150,7 @@ int initialize_health_led_table(int refresh) {
 }
 
 int getValueFromGDSforHLED(const char *key, const char *separator, char *out) {
-  write_dump();
-  Dump dump(dump_path);
+  const Dump dump = new_dump();
   if (!dump.opened()) {
     return 0;
   }
@@ -146,8 +159,9 @@ int getValueFromGDSforHLED(const char *key, const char *separator, char *out) {
 }
 
 int getValueFromGDSforHLEDVal(const char *key, const char *separator, char *out, int n) {
-  Dump dump(dump_path);
-  return value_of(dump, key, separator, out, n) ? 1 : 0;
+  const Dump dump = led_dump.read_without_tool();
+  Dump::Search field(dump, Needle(key, separator));
+  return value_of(field, n, out) ? 1 : 0;
 }
 
 }  // namespace tavo

@@ -13,11 +13,10 @@
 
 #include "core/descriptor.h"
 #include "core/record.h"
-#include "core/shell.h"
 #include "core/text.h"
 #include "core/zeroed.h"
 #include "platform/fru.h"
-#include "sources/dump.h"
+#include "sources/tool_dump.h"
 
 namespace tavo {
 
@@ -58,11 +57,8 @@ namespace {
 // A larger count is garbage, and its rows would take too long.
 constexpr std::int32_t most_rows = 255;
 
-// The query tool's dump, and the command that writes it.
-constexpr char dump_path[] = "/var/getPSUInventory";
-constexpr char dump_command[] =
-    "/usr/local/bin/datactl get=tavPowerStates | /usr/local/bin/flatkv > /var/getPSUInventory";
-bool dump_is_fresh = false;  // the command has run since the last time that it was found to have failed
+constexpr char dump_source[] = "tavPowerStates";
+constinit ToolDump tool_dump("/var/getPSUInventory", platform_tools);
 
 void set_states(Row &row, std::int32_t operability, std::int32_t oper_state, std::int32_t power) {
   row.operability = operability;
@@ -172,44 +168,57 @@ int reported(const char *function, int result) {
 
 // Has the tool write its dump, in up to three tries. The number of supplies in it, or empty.
 std::optional<int> count_supplies_of_tool() {
-  dump_is_fresh = false;
-  for (int attempt = 0; attempt < 3; ++attempt) {
-    char count[dump_value_size] = {};
-    if (getPSU("id:", " ", count) == 1) {
-      return leading_number(count).value_or(0);
-    }
-    ::sleep(5);
-    dump_is_fresh = false;
+  char count[dump_value_size];
+  tool_dump.forget();
+  if (!tool_dump.await([&] { return getPSU("id:", " ", count) == 1; }, 3)) {
+    return std::nullopt;
   }
-  return std::nullopt;
+  return leading_number(count).value_or(0);
 }
+
+// The fields of the supplies in the tool's dump.
+struct SupplyFields {
+  explicit SupplyFields(const Dump &dump)
+      : id(dump, Needle("id:", " ")),
+        presence(dump, Needle("presence:", " ")),
+        model(dump, Needle("model:", " ")),
+        power(dump, Needle("power:", " ")),
+        firmware_version(dump, Needle("fwVersion:", " ")),
+        serial(dump, Needle("serial:", " ")) {}
+
+  Dump::Search id;
+  Dump::Search presence;
+  Dump::Search model;
+  Dump::Search power;
+  Dump::Search firmware_version;
+  Dump::Search serial;
+};
 
 // Fills the row of the n-th supply in the dump. `supply` becomes its number, or stays as it is if the dump has none.
 // False if the supply is not equipped.
-bool fill_from_tool(Row &row, Dump &dump, int n, int &supply) {
-  char text[dump_value_size] = {};
-  const auto read = [&](const char *key) { return dump.value(Needle(key, " "), n, text); };
-  if (read("id:")) {
+bool fill_from_tool(Row &row, SupplyFields &fields, int n, int &supply) {
+  char text[dump_value_size];
+  if (fields.id.value(n, text)) {
     supply = leading_number(text).value_or(supply);
   }
-  if (!read("presence:") || ::strcasecmp(text, "equipped") != 0) {
+  if (!fields.presence.value(n, text) || ::strcasecmp(text, "equipped") != 0) {
     return false;
   }
   row = {};
   name_row(row, supply);
-  if (read("model:")) {
+  if (fields.model.value(n, text)) {
     copy_text(row.model, text);
   }
-  if (read("power:") && ::strcasecmp(text, "on") == 0) {
+  if (fields.power.value(n, text) && ::strcasecmp(text, "on") == 0) {
     set_states(row, 1, 1, 4);
   } else {
     set_states(row, 5, 3, 5);
   }
   row.presence = 10;
-  if (read("fwVersion:")) {
+  if (fields.firmware_version.value(n, text)) {
     copy_text(row.firmware_version, text);
   }
-  if (read("serial:")) {
+  if (fields.serial.value(n, text)) {
     copy_text(row.serial, text);
   }
   copy_text(row.vendor, "unknown");
@@ -257,11 +266,12 @@ int InventoryPSUviaMCTools(EquipmentPsuRow *scratch) {
   if (!count) {
     return -1;
   }
-  Dump dump(dump_path);
+  const Dump dump = tool_dump.read_without_tool();
+  SupplyFields fields(dump);
   int supply = 0;
   std::uint32_t row_number = 1;
   for (int n = 1; n <= *count; ++n) {
-    if (fill_from_tool(*scratch, dump, n, supply)) {
+    if (fill_from_tool(*scratch, fields, n, supply)) {
       tavoEquipmentPsuTable_createEntry(row_number++, scratch);
     }
   }
@@ -269,11 +279,7 @@ int InventoryPSUviaMCTools(EquipmentPsuRow *scratch) {
 }
 
 int getPSU(const char *key, const char *suffix, char *out) {
-  if (!dump_is_fresh) {
-    run_in_shell(ShellCommand(dump_command));
-    dump_is_fresh = true;
-  }
-  Dump dump(dump_path);
+  const Dump dump = tool_dump.read(dump_source);
   if (!dump.opened()) {
     return 0;
   }
@@ -282,8 +288,7 @@ int getPSU(const char *key, const char *suffix, char *out) {
 }
 
 int getPSUData(const char *key, const char *suffix, int occurrence, char *out) {
-  Dump dump(dump_path);
-  return dump.value(Needle(key, suffix), occurrence, out) ? 1 : 0;
+  return tool_dump.read_without_tool().value(Needle(key, suffix), occurrence, out) ? 1 : 0;
 }
 
 }  // namespace tavo

@@ -8,11 +8,10 @@
 #include <cstdlib>
 
 #include "core/code_value.h"
-#include "core/shell.h"
 #include "core/text.h"
 #include "core/zeroed.h"
-#include "sources/dump.h"
 #include "sources/stor_info.h"
+#include "sources/tool_dump.h"
 #include "tables/storage/storage_names.h"
 
 namespace tavo {
@@ -171,8 +170,7 @@ void add_rows(const ControllerRecord &controller, std::int32_t slot_count, Row &
 }  // namespace
 
 int getNumOfHDD(const char *key, const char *suffix, int *value) {
-  run_in_shell(ShellCommand("/usr/local/bin/datactl get=platformSkuType | /usr/local/bin/flatkv > /var/getNumOfHDD"));
-  Dump dump("/var/getNumOfHDD");
+  const Dump dump = ToolDump("/var/getNumOfHDD", platform_tools).read("platformSkuType");
   char text[dump_value_size];
   if (!dump.value(Needle::without_blank(key, suffix), 1, text)) {
     return 0;
