@@ -14,8 +14,8 @@ namespace {
 // How one kind of request is served.
 struct Request {
   RefreshCause cause;
-  int class_number;    // any that stands for the cause
-  const char *text;    // logged; null: nothing is
+  int class_number;    // one that sets the cause's mark
+  const char *text;    // logged; null: nothing is logged
   unsigned int pause;  // seconds, before the rebuilds
   bool pauses_before_text;
 };

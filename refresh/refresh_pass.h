@@ -1,5 +1,5 @@
-// One pass of the inventory refresh: which tables are rebuilt for what has been asked for, in which order, after which
-// pauses. The tables' descriptions say what makes each of them refresh.
+// One pass of the inventory refresh: which tables it rebuilds for which requests, in which order and after which
+// pauses. The rules themselves are in the tables' descriptions.
 #pragma once
 
 #include <bitset>
@@ -10,10 +10,10 @@
 
 namespace tavo {
 
-// What the other threads have asked for since the last check.
+// What other threads have requested since the last pass.
 class RefreshRequests {
  public:
-  // Reads the marks of the inventory lock, which it takes, and takes them away.
+  // Reads and clears the pending marks, taking the inventory lock.
   static RefreshRequests take();
 
   void add(RefreshCause cause) { causes_.set(static_cast<std::size_t>(cause)); }
@@ -23,22 +23,22 @@ class RefreshRequests {
   std::bitset<static_cast<std::size_t>(RefreshCause::Periodic)> causes_;
 };
 
-// Rebuilds each table at most once. Sleeps before some of the rebuilds, so that the platform's own view can settle, and
-// logs as it goes. A rebuild that fails leaves its table as it is until the next one. No lock is held between two
-// rebuilds.
+// Rebuilds each table at most once. Sleeps before some of the rebuilds, so that the platform can settle, and logs the
+// requests that it serves. A table whose rebuild fails stays as the rebuild left it until its next one. No lock is held
+// between two rebuilds.
 class RefreshPass {
  public:
-  // `tables`: those to keep fresh, at most 64, in the order of start-up.
+  // `tables`: the tables to keep fresh, at most 64, in the order of start-up.
   explicit RefreshPass(std::span<Table *const> tables) : tables_(tables) {}
 
-  // Serves the requests in the order of RefreshCause.
+  // Serves the requests, in the order of RefreshCause.
   void serve(const RefreshRequests &requests);
 
-  // Rebuilds what is refreshed periodically. `passes_before`: how many periodic refreshes there have been.
+  // Rebuilds the tables with a periodic rule. `passes_before`: the number of periodic refreshes so far.
   void refresh_periodically(int passes_before);
 
  private:
-  // Rebuilds what the cause's rules name, place by place.
+  // Rebuilds the tables with a rule for this cause, place by place.
   void rebuild_for(RefreshCause cause, int passes_before);
 
   std::span<Table *const> tables_;

@@ -7,7 +7,7 @@
 namespace tavo {
 namespace {
 
-// Calls `work` with each table of the source, in the order of start-up.
+// Calls `work` for each table of the source, in the order of start-up.
 template <class Work>
 void for_each_of(TableSource source, Work work) {
   for (Table *table : all_tables()) {
@@ -25,7 +25,7 @@ int reinit_stor_table(int refresh) {
   if (get_stor_info(&head_stor_ptr) == 1) {
     for_each_of(TableSource::StorageSnapshot, [&](Table &table) { table.description().build(refresh); });
   } else {
-    // All of them are guarded by the storage lock, which the analysis cannot know of a table from a list.
+    // The storage lock guards each of them, which the analysis cannot see.
     for_each_of(TableSource::StorageSnapshot,
                 [](Table &table) TAVO_LOCKING(no_thread_safety_analysis) { table.remove_all(); });
   }

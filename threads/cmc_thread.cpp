@@ -41,7 +41,7 @@ class BlockGuard {
   ~BlockGuard() { pthread_mutex_unlock(&cmc_lock); }
 };
 
-// Other threads may look at the descriptors, and send_to_cmc does, so they are changed atomically.
+// Other threads may read the descriptors (send_to_cmc does), so they are changed atomically.
 int connection() {
   return std::atomic_ref(data_fd).load(std::memory_order_relaxed);
 }
@@ -69,7 +69,7 @@ void close_connection() {
   close(descriptor);
 }
 
-// A failure of the listening side ends the thread for good.
+// A failure on the listening side ends the thread for good. Always false.
 bool fail(const char *message) {
   snmp_log(LOG_ERR, "%s", message);
   if (listener() != -1) {
@@ -81,7 +81,7 @@ bool fail(const char *message) {
 bool open_listener() {
   const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   set_listener(descriptor);
-  if (descriptor < 0 || descriptor >= FD_SETSIZE) {  // beyond FD_SETSIZE it could not be waited for
+  if (descriptor < 0 || descriptor >= FD_SETSIZE) {  // select cannot wait for it
     return fail("\nsocket error\n");
   }
   const int reuse = 1;
@@ -113,7 +113,7 @@ bool accept_connection() {
   setsockopt(descriptor, SOL_SOCKET, SO_RCVBUF, &socket_buffer_size, sizeof socket_buffer_size);
   setsockopt(descriptor, SOL_SOCKET, SO_SNDBUF, &socket_buffer_size, sizeof socket_buffer_size);
   setup_tcp_keepalive(&descriptor, 5, 30, 30, 1);
-  if (descriptor >= FD_SETSIZE) {  // cannot be waited for with select
+  if (descriptor >= FD_SETSIZE) {  // select cannot wait for it
     snmp_log(LOG_ERR, "\nAccept failed\n");
     close(descriptor);
     return true;
@@ -132,9 +132,8 @@ void serve_connection() {
   }
 }
 
-// One turn: waits for what can happen next. With a connection, that is its next message: the listening socket is left
-// alone meanwhile, so a second peer waits in the backlog and does not wake the thread again and again. False when the
-// link is over.
+// One turn: waits for the next event and handles it. While there is a connection, the thread waits for that one only,
+// so a second peer stays in the backlog and does not wake the thread over and over. False if the link must end.
 bool serve_one_event() {
   const int awaited = connection() == -1 ? listener() : connection();
   fd_set readable;
@@ -157,7 +156,7 @@ bool serve_one_event() {
   return true;
 }
 
-// A peer that goes away while it is sent to must not end the daemon.
+// A peer that disconnects during a send must not end the daemon.
 void block_sigpipe() {
   sigset_t signals;
   sigemptyset(&signals);
@@ -169,7 +168,7 @@ struct KeepaliveOption {
   int level;
   int name;
   int value;
-  const char *failure;  // its %s is the error's text
+  const char *failure;  // %s: the error's text
 };
 
 constexpr ThreadDescription description = {

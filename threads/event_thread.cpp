@@ -22,7 +22,7 @@ namespace {
 
 constexpr const char *source = "event_thread";
 
-// The engine's active faults are read in pieces of so many records, however many there are.
+// The active faults are read in blocks of this many records, however many there are.
 constexpr int records_per_read = 1024;
 
 void free_fault_database() {
@@ -50,7 +50,7 @@ void apply(const std::byte *record) {
   populate_fault_table_from_fe(record);
 }
 
-// Tries until it succeeds, without a pause: every change that is made while there is no connection is missed.
+// Tries without a pause until it succeeds: changes made without a connection are missed.
 void connect(int &connection, bool traces) {
   for (int error = connect_to_fe_broadcaster(&connection); error != 0; error = connect_to_fe_broadcaster(&connection)) {
     if (traces) {
@@ -60,7 +60,7 @@ void connect(int &connection, bool traces) {
   }
 }
 
-// Changes that were made without a connection are missed, so the whole list is loaded again.
+// Reloads all faults, because changes made without a connection were missed.
 void reconnect(int &connection) {
   close(connection);
   connect(connection, false);

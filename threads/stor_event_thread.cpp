@@ -26,7 +26,7 @@ constinit BackgroundThread thread(ThreadDescription{
 void serve_next_event(void *events) {
   const void *event = se_get_next_storage_event(events);
   if (event == nullptr) {
-    sleep(pause_without_event);  // the stream should have waited; asking again at once could keep the processor busy
+    sleep(pause_without_event);  // the stream should have waited; asking again at once could busy-loop
   } else if (Record(event, STORAGE_EVENT_SIZE).u32(STORAGE_EVENT_TYPE) == STORAGE_EVENT_CONFIGURATION_CHANGED) {
     request_refresh(class_number::storage);
   }

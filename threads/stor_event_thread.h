@@ -1,5 +1,5 @@
-// The storage event thread: asks the inventory refresh thread for the RAID tables whenever the storage configuration
-// changes. It touches no table itself.
+// The storage event thread: requests a rebuild of the RAID tables from the inventory refresh thread whenever the
+// storage configuration changes. It touches no table itself.
 #pragma once
 
 namespace tavo {
@@ -7,7 +7,7 @@ namespace tavo {
 #pragma GCC visibility push(default)
 extern "C" {
 
-// Starts the thread. 0, or -1 when it cannot be created.
+// Starts the thread. 0, or -1 if it cannot be created.
 int create_stor_thread(void);
 
 // The thread's start routine; its argument is not used. Leaves by pthread_exit.

@@ -9,13 +9,13 @@
 #include "platform/test_trap.h"
 #include "tables/faults/tavoFaultTable_traps.h"
 
-// A daemon without the thread does not define the handle, and the module must load all the same.
+// A daemon without this thread does not define the handle, and the module must load all the same.
 #pragma weak test_trap_thread
 
 namespace tavo {
 namespace {
 
-// Set when the module is loaded, since the daemon starts the thread when it likes.
+// Set as soon as the module is loaded, since the daemon may start the thread at any time.
 constinit std::atomic<int> run_flag = 1;
 
 void send_test_traps() {
@@ -47,7 +47,7 @@ void stop_test_trap_thread(void) {
 }
 
 int join_test_trap_thread(void) {
-  // pthread_join would follow a handle that the daemon has left empty.
+  // pthread_join would use even a handle that the daemon has left empty.
   const bool offered = &test_trap_thread != nullptr;
   if (offered && (test_trap_thread == 0 || pthread_join(test_trap_thread, nullptr) != 0)) {
     snmp_log(LOG_DEBUG, "!!! Unable to join test trap thread !!!!\n");

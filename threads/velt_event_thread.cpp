@@ -31,13 +31,13 @@ constinit BackgroundThread thread(ThreadDescription{
     .failure_level = LOG_ERR,
 });
 
-// Ends the thread's work after `error`, which `format` tells with the thread's name and the error's text.
+// Ends the thread's work after `error`. `format` takes the thread's name and the error's text.
 void give_up(const char *format, int error) {
   snmp_log(LOG_ERR, format, thread_name, std::strerror(error));
   thread.clear_run_flag();
 }
 
-// The listening socket, empty after a failure.
+// The listening socket; none after a failure.
 Descriptor listen_at_socket_path() {
   Descriptor listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (!listener) {
@@ -63,7 +63,7 @@ Descriptor listen_at_socket_path() {
 
 void log_message(const Descriptor &peer) {
   std::array<char, longest_message + 1> message = {};
-  errno = 0;  // a peer that closes without a word is told as a failure too, but leaves no error
+  errno = 0;  // an empty connection is logged as a failure, too, but sets no error
   if (recv(peer.get(), message.data(), longest_message, 0) < 1) {
     snmp_log(LOG_ERR, "%s:recv() failed: %s\n", thread_name, std::strerror(errno));
   } else {
