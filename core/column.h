@@ -172,7 +172,13 @@ template <std::size_t N>
 struct FieldTraits<ObjectIdentifier<N>> : FieldTraitsOf<Codec::ObjectIdentifier, N> {};
 
 template <class T>
+concept ColumnType = requires {
+  FieldTraits<T>::codec;
+};
+
+template <class T>
 consteval Column column_of(std::size_t offset) {
+  static_assert(ColumnType<T>, "no column is made of a field of this type: see core/column.h");
   return {.codec = FieldTraits<T>::codec,
           .offset = static_cast<std::uint16_t>(offset),
           .capacity = static_cast<std::uint16_t>(FieldTraits<T>::capacity)};
@@ -202,10 +208,9 @@ constexpr FieldShape shape_of(const Column &column) {
   }
 }
 
-// What is wrong with a list of columns, which must name every field of `Row` in order, except the index and the link.
-// Null if nothing is.
+// Whether the columns name every field of `Row` in order, except the index and the link.
 template <class Row>
-constexpr const char *fault_of(std::span<const Column> columns) {
+constexpr bool names_every_field(std::span<const Column> columns) {
   const auto aligned = [](std::size_t offset, std::size_t alignment) {
     return (offset + alignment - 1) / alignment * alignment;
   };
@@ -213,18 +218,21 @@ constexpr const char *fault_of(std::span<const Column> columns) {
   for (const Column &column : columns) {
     const FieldShape shape = shape_of(column);
     if (column.offset != aligned(end, shape.alignment)) {
-      return "the columns must name the row's fields in order and omit none";
+      return false;
     }
     end = column.offset + shape.size;
   }
-  return layout_of<Row>().next == aligned(end, alignof(void *)) ? nullptr : "the last fields have no column";
+  return layout_of<Row>().next == aligned(end, alignof(void *));
 }
 
-// `columns`, or a compile-time error if something is wrong with them.
+// Defined nowhere: the compiler's message quotes the name.
+void columns_must_name_every_field_in_order();
+
+// `columns`, or a compile-time error if they do not.
 template <class Row, std::size_t N>
 consteval std::array<Column, N> checked(const Column (&columns)[N]) {
-  if (const char *fault = fault_of<Row>(columns)) {
-    throw fault;  // NOLINT(misc-throw-by-value-catch-by-reference): the compiler reads it, nothing throws it
+  if (!names_every_field<Row>(columns)) {
+    columns_must_name_every_field_in_order();
   }
   return std::to_array(columns);
 }

@@ -3,8 +3,8 @@
 // {"tables": [{"name": ..., "oid": ..., "lock": ..., "source": ..., "refresh": [...], "builds_at_start": ...,
 //              "columns": [{"number": ..., "name": ..., "codec": ..., "capacity": ...}, ...]}, ...]}
 //
-// Tables come in the order of start-up. A refresh rule is {"cause": ..., "only_first": ...}. A column's name is its field's. A capacity counts octets of a text and
-// sub-identifiers of an object identifier.
+// Tables come in the order of start-up. A refresh rule is {"cause": ..., "only_first": ...}. A column's name is its
+// field's. A capacity counts octets of a text and sub-identifiers of an object identifier.
 #include <algorithm>
 #include <cstdio>
 #include <fstream>
@@ -122,6 +122,24 @@ std::string dotted(std::span<const oid> name) {
   throw std::runtime_error(table + ": " + fault);
 }
 
+// The names in module/start_up.def, in its order.
+constexpr const char *start_up_names[] = {
+#define TAVO_TABLE(name) #name,
+#define TAVO_STEP(call, text)
+#include "module/start_up.def"
+#undef TAVO_TABLE
+#undef TAVO_STEP
+};
+
+// This program links without the platform, so the linker lets undefined names pass and gives them no address.
+void check_definitions() {
+  for (std::size_t i = 0; i < all_tables().size(); ++i) {
+    if (all_tables()[i] == nullptr) {
+      refuse(start_up_names[i], "has a line in module/start_up.def, but no unit defines it with TAVO_DEFINE_TABLE");
+    }
+  }
+}
+
 void check_together() {
   std::map<std::string, std::string> table_by_oid;
   std::map<int, std::string> table_by_ev_lock;
@@ -173,6 +191,7 @@ void write_table(std::ostream &out, const TableDescription &table, const Names &
 }
 
 void describe(const char *path) {
+  check_definitions();
   check_together();
   auto names = names_by_table();
   std::ofstream out(path);

@@ -223,7 +223,7 @@ TEST_F(ColumnTest, AValueCanBeAppendedToANotification) {
   snmp_free_varbind(list);
 }
 
-// What the compile-time check refuses: `checked` throws, which in a constant expression is a compile error.
+// What TAVO_COLUMNS refuses at compile time.
 
 struct Row {
   std::uint32_t index;
@@ -250,18 +250,18 @@ constexpr Column events = column_of<decltype(Row::events)>(offsetof(Row, events)
 constexpr auto all = std::to_array<Column>({total, number, words, octet, text, counted, object, events});
 
 TEST(ColumnCheck, AcceptsEveryFieldInItsOrder) {
-  EXPECT_EQ(fault_of<Row>(all), nullptr);
+  EXPECT_TRUE(names_every_field<Row>(all));
 }
 
 TEST(ColumnCheck, RefusesATableWithoutColumns) {
-  EXPECT_NE(fault_of<Row>({}), nullptr);
+  EXPECT_FALSE(names_every_field<Row>({}));
 }
 
 TEST(ColumnCheck, RefusesAFieldLeftOut) {
   for (std::size_t left_out = 0; left_out < all.size(); ++left_out) {
     std::vector<Column> columns(all.begin(), all.end());
     columns.erase(columns.begin() + static_cast<std::ptrdiff_t>(left_out));
-    EXPECT_NE(fault_of<Row>(columns), nullptr) << left_out;
+    EXPECT_FALSE(names_every_field<Row>(columns)) << left_out;
   }
 }
 
@@ -269,7 +269,7 @@ TEST(ColumnCheck, RefusesAFieldNamedTwice) {
   for (std::size_t twice = 0; twice < all.size(); ++twice) {
     std::vector<Column> columns(all.begin(), all.end());
     columns.insert(columns.begin() + static_cast<std::ptrdiff_t>(twice), all[twice]);
-    EXPECT_NE(fault_of<Row>(columns), nullptr) << twice;
+    EXPECT_FALSE(names_every_field<Row>(columns)) << twice;
   }
 }
 
@@ -277,7 +277,7 @@ TEST(ColumnCheck, RefusesFieldsInAnotherOrder) {
   for (std::size_t first = 0; first + 1 < all.size(); ++first) {
     std::vector<Column> columns(all.begin(), all.end());
     std::swap(columns[first], columns[first + 1]);
-    EXPECT_NE(fault_of<Row>(columns), nullptr) << first;
+    EXPECT_FALSE(names_every_field<Row>(columns)) << first;
   }
 }
 
