@@ -14,8 +14,8 @@ from server import at_speed
 
 SECRET = "an authentication secret"
 ENGINE = "0x8000f00d0300002a6b7c8d01"
-# A manager rejects an engine whose time is 150 s behind. On the daemon's clock each run is so long that the next one has
-# not caught up when the manager gives up.
+# A manager rejects an engine whose time is 150 s behind. On the daemon's clock each run is so long that the next one
+# has not caught up when the manager gives up.
 SPEED = 300
 RUN = 1500
 # How the runs end: in an orderly way, or without a chance to store anything.
@@ -53,8 +53,8 @@ class Manager:
     """One SNMPv3 session over the whole test."""
 
     def __init__(self, address):
-        self._session = subprocess.Popen([BUILD / "test-programs/v3_session", address, "tavo", SECRET, f"{TEST_BASE}.1.0"],
-                                         stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+        command = [BUILD / "test-programs/v3_session", address, "tavo", SECRET, f"{TEST_BASE}.1.0"]
+        self._session = subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
 
     def get(self):
         self._session.stdin.write("\n")
@@ -96,7 +96,8 @@ class Receiver(Program):
         self.destination = f"udp:127.0.0.1:{free_port()}"
         file = pathlib.Path(directory) / "receiver.conf"
         file.write_text(f'createUser -e {ENGINE} tavo SHA "{SECRET}"\nauthUser log tavo auth\n')
-        super().__init__(directory, "receiver", [SNMPTRAPD, "-f", "-C", "-c", file, "-n", "-On", "-Lo", self.destination])
+        command = [SNMPTRAPD, "-f", "-C", "-c", file, "-n", "-On", "-Lo", self.destination]
+        super().__init__(directory, "receiver", command)
         self.wait_for_log("NET-SNMP version")
 
 

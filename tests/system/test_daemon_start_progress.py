@@ -61,9 +61,9 @@ class ServiceManager:
         self._socket.close()
 
 
-def test_a_long_start_reports_each_table_and_is_not_given_up(start, directory):
+def test_a_long_start_names_each_table_and_goes_on(start, directory):
     server = start(Server)
-    # Six adaptor cards that do not answer take 150 s, longer than a start may be silent. Much else does not answer either.
+    # Six adaptor cards that do not answer take 150 s, longer than a start may be silent. Nor does much else answer.
     (directory / "cards").write_text("slot-number\n" * 6)
     server.ctl("tool", "slotutil", "prints", directory / "cards")
     server.ctl("tool", "datactl", "missing")

@@ -89,7 +89,7 @@ def test_a_stop_ends_a_start_that_waits_for_a_tool(start):
     wait_until(tool.is_gone, what="the end of the tool")
 
 
-def test_a_hanging_tool_costs_its_own_table_only(start):
+def test_a_hanging_platform_tool_costs_its_table(start):
     server = start(Server)
     server.ctl("tool", "slotutil", "slow", "600")
     daemon = start(ServedDaemon, server, options=["--tool-timeout", "2"])
