@@ -84,27 +84,6 @@ std::uint8_t refresh_bit(int class_number) {
 
 }  // namespace
 
-void ListLock::Queue::enter() {
-  const unsigned ticket = tickets_.fetch_add(1);
-  for (unsigned serving = serving_; serving != ticket; serving = serving_) {
-    serving_.wait(serving);
-  }
-  first_since_ = Clock::now();
-}
-
-void ListLock::Queue::leave() {
-  first_since_ = nobody;
-  ++serving_;
-  serving_.notify_all();
-}
-
-bool ListLock::Queue::may_be_overtaken() const {
-  // Less makes two busy threads switch at every hold, which slows both down.
-  constexpr auto patience = std::chrono::milliseconds(2);
-  const Clock::time_point since = first_since_;
-  return since == nobody || Clock::now() - since < patience;
-}
-
 // A bare mutex goes to whoever is quickest, and a thread that takes it again at once, as rebuild after rebuild does, is
 // quicker than a request that has yet to wake.
 int ListLock::lock_in_turn() {
@@ -117,6 +96,9 @@ int ListLock::lock_in_turn() {
   queue_.enter();
   const int error = pthread_mutex_lock(&mutex_);
   queue_.leave();
+  if (error != 0) {
+    queue_.offer();
+  }
   return error;
 }
 
@@ -147,9 +129,32 @@ int ListLock::try_acquire() {
 }
 
 TAVO_LOCKING(no_thread_safety_analysis)
+int ListLock::acquire_or_reserve(int event) {
+  int error = EBUSY;
+  if (queue_.may_be_overtaken() || queue_.reservation_is_first()) {
+    error = pthread_mutex_trylock(&mutex_);
+  }
+  if (error == EBUSY) {
+    queue_.reserve(event);
+    // The lock may have become free before its holder could see the reservation.
+    if (queue_.reservation_is_first()) {
+      error = pthread_mutex_trylock(&mutex_);
+    }
+  }
+  if (error == 0) {
+    locked(error, "acquire_sa_lock");
+  }
+  if (error != EBUSY) {
+    queue_.give_up();
+  }
+  return error;
+}
+
+TAVO_LOCKING(no_thread_safety_analysis)
 int ListLock::release() {
   constexpr const char *function = "release_sa_lock";
   const int error = pthread_mutex_unlock(&mutex_);
+  queue_.offer();
   if (is_ev()) {
     holds_.fetch_sub(1, std::memory_order_relaxed);
   } else if (error == 0) {

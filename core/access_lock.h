@@ -3,8 +3,8 @@
 // marks.
 //
 // All are mutexes of the default kind, ready when the module is loaded. A list's lock goes to its waiters in the order
-// in which they came; a newcomer may overtake them until the first has waited 2 ms. No thread holds two locks at once:
-// whoever wants to signal the inventory refresh thread first releases the list it has changed.
+// in which they came (core/lock_queue.h). No thread holds two locks at once: whoever wants to signal the inventory
+// refresh thread first releases the list it has changed.
 //
 // Each lock counts its holders; the count is diagnostic only. The traces print the counts of the subagent locks, which
 // change when the mutex call succeeds. The counts of the ev locks and of the inventory lock change with every call,
@@ -14,8 +14,8 @@
 #include <pthread.h>
 
 #include <atomic>
-#include <chrono>
 
+#include "core/lock_queue.h"
 #include "core/thread_annotations.h"
 
 namespace tavo {
@@ -38,6 +38,12 @@ class TAVO_LOCKING(capability("mutex")) ListLock {
   int try_acquire() TAVO_LOCKING(try_acquire_capability(0));
   int release() TAVO_LOCKING(release_capability());
 
+  // For a thread that must not wait. EBUSY keeps it a place in the queue; `event`, an eventfd, is written when its turn
+  // comes, and then it tries again. A try that fails is neither counted nor traced.
+  int acquire_or_reserve(int event) TAVO_LOCKING(try_acquire_capability(0));
+  // Gives up the place that acquire_or_reserve keeps, if there is one.
+  void give_up_place() { queue_.give_up(); }
+
   void destroy() { pthread_mutex_destroy(&mutex_); }
 
   bool is_ev() const { return family_ == Family::Ev; }
@@ -46,23 +52,6 @@ class TAVO_LOCKING(capability("mutex")) ListLock {
   int hold_count() const { return holds_.load(std::memory_order_relaxed); }
 
  private:
-  // The threads that wait for the mutex, in the order in which they came: only the first of them stands at the mutex.
-  class Queue {
-   public:
-    // Returns when the caller is the first.
-    void enter();
-    void leave();
-    bool may_be_overtaken() const;
-
-   private:
-    using Clock = std::chrono::steady_clock;
-    static constexpr Clock::time_point nobody{};
-
-    std::atomic<unsigned> tickets_ = 0;
-    std::atomic<unsigned> serving_ = 0;
-    std::atomic<Clock::time_point> first_since_ = nobody;
-  };
-
   int lock_in_turn();
   // Counts and traces what an attempt to lock came to, and returns it.
   int locked(int error, const char *function);
@@ -72,7 +61,7 @@ class TAVO_LOCKING(capability("mutex")) ListLock {
   pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER;
   // Changed beside the mutex, not under it, so atomic; relaxed, because only traces read it.
   std::atomic<int> holds_ = 0;
-  Queue queue_;
+  LockQueue queue_;
 };
 
 // Guards the fault list.
