@@ -3,6 +3,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "core/request_gate.h"
+
 namespace tavo {
 
 int Table::start_up(Caller caller) {
@@ -45,6 +47,7 @@ int Table::register_with_agent() {
 
   scope->myvoid = this;
   netsnmp_inject_handler_before(registration, scope, TABLE_ITERATOR_NAME);
+  RequestGate::instance().guard(registration, lock_);
   if (description_.keeps_registration) {
     registration_ = registration;
   }

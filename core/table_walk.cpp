@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "core/request_gate.h"
 #include "core/table.h"
 
 namespace tavo {
@@ -69,7 +70,7 @@ class Table::RequestScope {
   // Keeps the lock.
   netsnmp_variable_list *first_row(void **loop_context, void **row, netsnmp_variable_list *index)
       TAVO_LOCKING(no_thread_safety_analysis) {
-    if (!holds_lock_) {
+    if (!holds_lock_ && !RequestGate::holds(table_.lock_)) {
       if (!table_.lock_for_walk()) {
         return nullptr;
       }

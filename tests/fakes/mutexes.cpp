@@ -14,6 +14,7 @@ namespace {
 // Per thread: the test's own mutexes pass through here too, and must keep working in all other threads.
 thread_local int next_error = 0;
 thread_local int successes_left = 0;
+thread_local int failures_left = 0;
 thread_local const void *failing_mutex = nullptr;  // null: any
 thread_local const void *locked = nullptr;
 thread_local const void *tried = nullptr;
@@ -33,7 +34,7 @@ int error_of_this_call(const void *mutex) {
   if (next_error == 0 || !meant || successes_left-- > 0) {
     return 0;
   }
-  return std::exchange(next_error, 0);
+  return --failures_left > 0 ? next_error : std::exchange(next_error, 0);
 }
 
 // False when nothing is being recorded.
@@ -50,13 +51,15 @@ bool record_destruction(const void *object) {
 
 }  // namespace
 
-void fail_next_mutex_call(int error, int successes) {
+void fail_next_mutex_call(int error, int successes, int failures) {
   fail_next_call_with(nullptr, error, successes);
+  failures_left = failures;
 }
 
 void fail_next_call_with(const void *mutex, int error, int successes) {
   next_error = error;
   successes_left = successes;
+  failures_left = 1;
   failing_mutex = mutex;
 }
 

@@ -7,10 +7,10 @@
 
 namespace tavo::fakes {
 
-// After `successes` more, which are real, the calling thread's next pthread_mutex_lock, pthread_mutex_trylock or
-// pthread_mutex_unlock does nothing and returns `error`; later ones are real again. Calls that the fakes make count
-// too. An error of 0 cancels a failure that has not happened yet.
-void fail_next_mutex_call(int error, int successes = 0);
+// After `successes` more, which are real, the calling thread's next `failures` calls of pthread_mutex_lock,
+// pthread_mutex_trylock or pthread_mutex_unlock do nothing and return `error`; later ones are real again. Calls that
+// the fakes make count too. An error of 0 cancels a failure that has not happened yet.
+void fail_next_mutex_call(int error, int successes = 0, int failures = 1);
 
 // The same for calls on this mutex alone: calls on other mutexes are real and do not count.
 void fail_next_call_with(const void *mutex, int error, int successes = 0);

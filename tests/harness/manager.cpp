@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <ostream>
 #include <stdexcept>
 #include <string>
@@ -59,23 +60,6 @@ Pdu request(int type, const std::vector<Oid> &names) {
   return pdu;
 }
 
-Response answer_to(Pdu pdu) {
-  netsnmp_session *session = session_to_agent();
-  netsnmp_pdu *received = nullptr;
-  const int status = snmp_synch_response(session, pdu.release(), &received);
-  const Pdu response(received);
-  if (status != STAT_SUCCESS || response == nullptr) {
-    throw std::runtime_error(std::string("the agent did not respond: ") + snmp_api_errstring(session->s_snmp_errno));
-  }
-  Response answers = {.error_status = response->errstat, .error_index = response->errindex, .answers = {}};
-  for (const netsnmp_variable_list *varbind = response->variables; varbind != nullptr;
-       varbind = varbind->next_variable) {
-    const std::span name(varbind->name, varbind->name_length);
-    answers.answers.push_back({.name = {name.begin(), name.end()}, .value = value_of(*varbind)});
-  }
-  return answers;
-}
-
 bool is_under(std::span<const oid> root, const Oid &name) {
   return name.size() >= root.size() && std::ranges::equal(root, std::span(name).first(root.size()));
 }
@@ -104,14 +88,62 @@ std::vector<Answer> walked(std::span<const oid> root, Ask ask) {
   }
 }
 
-Response get_bulk(const std::vector<Oid> &names, int repetitions) {
-  Pdu pdu = request(SNMP_MSG_GETBULK, names);
-  pdu->non_repeaters = 0;
-  pdu->max_repetitions = repetitions;
-  return answer_to(std::move(pdu));
+Response response_in(const netsnmp_pdu &pdu) {
+  Response response = {.error_status = pdu.errstat, .error_index = pdu.errindex, .answers = {}};
+  for (const netsnmp_variable_list *varbind = pdu.variables; varbind != nullptr; varbind = varbind->next_variable) {
+    const std::span name(varbind->name, varbind->name_length);
+    response.answers.push_back({.name = {name.begin(), name.end()}, .value = value_of(*varbind)});
+  }
+  return response;
 }
 
 }  // namespace
+
+struct PendingResponse::State {
+  std::optional<Response> response;
+  bool lost = false;
+
+  static int take(int operation, netsnmp_session *, int, netsnmp_pdu *pdu, void *waiting) {
+    const std::unique_ptr<std::shared_ptr<State>> state(static_cast<std::shared_ptr<State> *>(waiting));
+    if (operation == NETSNMP_CALLBACK_OP_RECEIVED_MESSAGE) {
+      (*state)->response = response_in(*pdu);
+    } else {
+      (*state)->lost = true;
+    }
+    return 1;
+  }
+};
+
+PendingResponse send_pdu(netsnmp_pdu *pdu) {
+  PendingResponse pending;
+  pending.state_ = std::make_shared<PendingResponse::State>();
+  netsnmp_session *session = session_to_agent();
+  auto waiting = std::make_unique<std::shared_ptr<PendingResponse::State>>(pending.state_);
+  if (snmp_async_send(session, pdu, PendingResponse::State::take, waiting.get()) == 0) {
+    snmp_free_pdu(pdu);
+    throw std::runtime_error(std::string("cannot ask the agent: ") + snmp_api_errstring(session->s_snmp_errno));
+  }
+  static_cast<void>(waiting.release());
+  return pending;
+}
+
+bool PendingResponse::arrived() const {
+  // One turn reads the request, a second one the response.
+  for (int turn = 0; turn < 4 && !state_->response; ++turn) {
+    agent_check_and_process(0);
+  }
+  return state_->response.has_value();
+}
+
+Response PendingResponse::wait() const {
+  while (!state_->response) {
+    if (state_->lost) {
+      throw std::runtime_error("the agent did not respond");
+    }
+    agent_check_and_process(1);
+  }
+  return *state_->response;
+}
 
 netsnmp_session *session_to_agent() {
   static netsnmp_session *session = open_agent();
@@ -122,20 +154,39 @@ std::ostream &operator<<(std::ostream &out, const Answer &answer) {
   return out << dotted(answer.name) << " = " << answer.value;
 }
 
-Response get(const std::vector<Oid> &names) {
-  return answer_to(request(SNMP_MSG_GET, names));
+PendingResponse send_get(const std::vector<Oid> &names) {
+  return send_pdu(request(SNMP_MSG_GET, names).release());
 }
 
-Response get_next(const std::vector<Oid> &names) {
-  return answer_to(request(SNMP_MSG_GETNEXT, names));
+PendingResponse send_get_next(const std::vector<Oid> &names) {
+  return send_pdu(request(SNMP_MSG_GETNEXT, names).release());
 }
 
-Response set(const std::vector<Oid> &names, std::int32_t value) {
+PendingResponse send_get_bulk(const std::vector<Oid> &names, int repetitions) {
+  Pdu pdu = request(SNMP_MSG_GETBULK, names);
+  pdu->non_repeaters = 0;
+  pdu->max_repetitions = repetitions;
+  return send_pdu(pdu.release());
+}
+
+PendingResponse send_set(const std::vector<Oid> &names, std::int32_t value) {
   Pdu pdu = request(SNMP_MSG_SET);
   for (const Oid &name : names) {
     snmp_pdu_add_variable(pdu.get(), name.data(), name.size(), ASN_INTEGER, &value, sizeof value);
   }
-  return answer_to(std::move(pdu));
+  return send_pdu(pdu.release());
+}
+
+Response get(const std::vector<Oid> &names) {
+  return send_get(names).wait();
+}
+
+Response get_next(const std::vector<Oid> &names) {
+  return send_get_next(names).wait();
+}
+
+Response set(const std::vector<Oid> &names, std::int32_t value) {
+  return send_set(names, value).wait();
 }
 
 std::vector<Answer> walk(std::span<const oid> root) {
@@ -143,7 +194,7 @@ std::vector<Answer> walk(std::span<const oid> root) {
 }
 
 std::vector<Answer> bulk_walk(std::span<const oid> root, int repetitions) {
-  return walked(root, [repetitions](const Oid &last) { return get_bulk({last}, repetitions); });
+  return walked(root, [repetitions](const Oid &last) { return send_get_bulk({last}, repetitions).wait(); });
 }
 
 Oid cell(std::span<const oid> table, oid column, oid index) {

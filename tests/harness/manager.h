@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <iosfwd>
+#include <memory>
 #include <span>
 #include <vector>
 
@@ -31,6 +32,27 @@ struct Response {
 Response get(const std::vector<Oid> &names);
 Response get_next(const std::vector<Oid> &names);
 Response set(const std::vector<Oid> &names, std::int32_t value);
+
+// The response to a PDU that the agent may set aside.
+class PendingResponse {
+ public:
+  // Gives the agent's loop a few turns. Whether the response has arrived.
+  bool arrived() const;
+  // Runs the agent's loop until the response arrives.
+  Response wait() const;
+
+ private:
+  friend PendingResponse send_pdu(netsnmp_pdu *pdu);
+  struct State;
+  std::shared_ptr<State> state_;
+};
+
+PendingResponse send_get(const std::vector<Oid> &names);
+PendingResponse send_get_next(const std::vector<Oid> &names);
+PendingResponse send_get_bulk(const std::vector<Oid> &names, int repetitions);
+PendingResponse send_set(const std::vector<Oid> &names, std::int32_t value);
+// Takes the PDU over.
+PendingResponse send_pdu(netsnmp_pdu *pdu);
 
 // The session that the PDUs go through, for callers that build their own.
 netsnmp_session *session_to_agent();

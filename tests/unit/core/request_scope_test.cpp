@@ -189,7 +189,7 @@ TEST_F(RequestTest, AnEmptyTableAnswersAndLeavesTheLockFree) {
 TEST_F(RequestTest, WithoutItsEvLockARequestFindsNoRow) {
   add_row(ev_sample, 1);
   EXPECT_EQ(fakes::get({cell(ev_root, 2, 2)}).answers.at(0).value, fakes::no_such_instance);  // starts the agent
-  fakes::fail_next_mutex_call(EINVAL);
+  fakes::fail_next_mutex_call(EINVAL, 0, 2);  // the gate's try and the walk's
   EXPECT_EQ(fakes::get({cell(ev_root, 2, 1)}).answers.at(0).value, fakes::no_such_instance);
   EXPECT_EQ(ev_sample.table.lock().hold_count(), holders_at_first_ + reads_);
   EXPECT_EQ(fakes::get({cell(ev_root, 2, 1)}).answers.at(0).value, text("row-1"));

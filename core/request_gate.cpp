@@ -1,0 +1,379 @@
+#include "core/request_gate.h"
+
+#include <net-snmp/agent/agent_callbacks.h>
+#include <net-snmp/library/fd_event_manager.h>
+#include <sys/eventfd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <utility>
+
+extern "C" {
+// The session through which a subagent asks itself: exported by net-snmp's agent library, but declared in none of its
+// headers. Null in an agent of its own.
+extern netsnmp_session *agentx_callback_sess [[gnu::weak]];
+}
+
+namespace tavo {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// Under this name the note of a waiting request hangs on its request info.
+constexpr const char *note_name = "tavo_request_gate";
+
+// As many requests go through in one turn of the agent's loop: hundreds would keep all others out for seconds.
+constexpr int most_in_one_turn = 8;
+
+// Under AgentX the GETNEXT of a range with an inclusive start first runs as a GET for the start itself.
+bool looks_for_inclusive_starts(const netsnmp_agent_request_info *info) {
+  return info->mode == MODE_GET && info->asp->pdu->command != SNMP_MSG_GET;
+}
+
+bool may_start_with_an_instance(const netsnmp_handler_registration *registration,
+                                const netsnmp_request_info *requests) {
+  const std::size_t instance_length = registration->rootoid_len + 3;  // entry, column, index
+  for (const netsnmp_request_info *request = requests; request != nullptr; request = request->next) {
+    if (request->inclusive != 0 && request->requestvb->name_length == instance_length) {
+      return true;
+    }
+  }
+  return false;
+}
+
+bool have_equal_names(const netsnmp_variable_list *one, const netsnmp_variable_list *other) {
+  for (; one != nullptr && other != nullptr; one = one->next_variable, other = other->next_variable) {
+    if (netsnmp_oid_equals(one->name, one->name_length, other->name, other->name_length) != 0) {
+      return false;
+    }
+  }
+  return one == other;
+}
+
+// Whether one PDU is the other, sent again. A repeated SNMPv3 message has a new message id and the old request id; one
+// that came by AgentX gets a new request id here and keeps its transaction id, which other PDUs for the same
+// transaction have too.
+bool is_repeated(const netsnmp_agent_session &earlier, const netsnmp_agent_session &later) {
+  const netsnmp_pdu &one = *earlier.orig_pdu;
+  const netsnmp_pdu &other = *later.orig_pdu;
+  const bool by_agentx = (one.flags & UCD_MSG_FLAG_ALWAYS_IN_VIEW) != 0;
+  const bool same_number = by_agentx ? one.transid != 0 && one.transid == other.transid && one.sessid == other.sessid
+                                     : one.reqid == other.reqid;
+  return same_number && earlier.session == later.session && one.version == other.version &&
+         one.command == other.command && one.transport_data_length == other.transport_data_length &&
+         (one.transport_data_length == 0 || std::memcmp(one.transport_data, other.transport_data,
+                                                        static_cast<std::size_t>(one.transport_data_length)) == 0) &&
+         have_equal_names(one.variables, other.variables);
+}
+
+void mark(netsnmp_request_info *requests, bool delegated) {
+  for (; requests != nullptr; requests = requests->next) {
+    requests->delegated = delegated ? REQUEST_IS_DELEGATED : REQUEST_IS_NOT_DELEGATED;
+  }
+}
+
+// At the end of a GET's first pass net-snmp makes each varbind without a value noSuchInstance, also one that waits.
+void take_back_missing_values(const netsnmp_agent_request_info *info, netsnmp_request_info *requests) {
+  for (; info->mode == MODE_GET && requests != nullptr; requests = requests->next) {
+    if (requests->requestvb->type == SNMP_NOSUCHINSTANCE) {
+      requests->requestvb->type = ASN_NULL;
+    }
+  }
+}
+
+}  // namespace
+
+// Varbinds of one PDU that belong to one registration, as net-snmp handed them over.
+struct RequestGate::Group {
+  netsnmp_mib_handler *gate;
+  netsnmp_handler_registration *registration;
+  netsnmp_request_info *requests;
+
+  ListLock &lock() const { return *static_cast<ListLock *>(gate->myvoid); }
+};
+
+// A PDU that waits or has waited.
+struct RequestGate::Waiting {
+  netsnmp_agent_request_info *info;
+  netsnmp_session *session = info->asp->session;
+  std::vector<Group> groups = {};  // that wait
+  Clock::time_point since = Clock::now();
+
+  bool waits_for(const ListLock &lock) const {
+    return std::ranges::any_of(groups, [&](const Group &group) { return &group.lock() == &lock; });
+  }
+};
+
+RequestGate &RequestGate::instance() {
+  static RequestGate &gate = *new RequestGate;
+  return gate;
+}
+
+RequestGate::RequestGate() {
+  Descriptor event(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+  if (!event || register_readfd(
+                    event.get(), [](int, void *) { instance().wake(); }, nullptr) != FD_REGISTERED_OK) {
+    return;
+  }
+  event_ = std::move(event);
+  // While a request is delegated net-snmp lets a SET wait, and every other request behind the SET. Access control,
+  // which comes last before that, lets the gate know: called last, it sees whether the SET goes on.
+  netsnmp_register_callback(
+      SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_ACM_CHECK_INITIAL,
+      [](int, int, void *check, void *) {
+        const auto *access = static_cast<view_parameters *>(check);
+        if (access->pdu->command == SNMP_MSG_SET && access->errorcode == 0) {
+          instance().refuse_all();
+        }
+        return SNMPERR_SUCCESS;
+      },
+      nullptr, NETSNMP_CALLBACK_LOWEST_PRIORITY);
+  // A request points to every subtree that it has asked or will ask, not only to the one that it waits for.
+  snmp_register_callback(
+      SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_UNREGISTER_OID,
+      [](int, int, void *, void *) {
+        instance().refuse_all();
+        return SNMPERR_SUCCESS;
+      },
+      nullptr);
+  if (const char *limit = std::getenv("TAVO_ANSWER_WITHIN_MS"); limit != nullptr) {
+    answer_limit_ = std::chrono::milliseconds(std::max(0L, std::strtol(limit, nullptr, 10)));
+  }
+}
+
+void RequestGate::guard(netsnmp_handler_registration *registration, ListLock &lock) {
+  netsnmp_mib_handler *gate = netsnmp_create_handler("request_gate", enter);
+  if (gate == nullptr) {
+    return;
+  }
+  try {
+    if (std::ranges::find(locks_, &lock) == locks_.end()) {
+      locks_.push_back(&lock);
+    }
+  } catch (const std::bad_alloc &) {
+    netsnmp_handler_free(gate);
+    return;
+  }
+  gate->myvoid = &lock;
+  netsnmp_inject_handler(registration, gate);
+  // After 30 s, its default, the subagent would give up on a request that still waits here, and never answer it.
+  constexpr long longest_wait = 1'800'000'000;  // microseconds
+  if (&agentx_callback_sess != nullptr && agentx_callback_sess != nullptr) {
+    agentx_callback_sess->timeout = longest_wait;
+  }
+}
+
+TAVO_LOCKING(no_thread_safety_analysis)
+int RequestGate::enter(netsnmp_mib_handler *handler, netsnmp_handler_registration *registration,
+                       netsnmp_agent_request_info *info, netsnmp_request_info *requests) {
+  RequestGate &gate = instance();
+  const Group group = {.gate = handler, .registration = registration, .requests = requests};
+  ListLock &lock = group.lock();
+  if (!gate.event_ || info->asp == nullptr) {
+    return gate.pass(group, info, lock.acquire());
+  }
+  if (looks_for_inclusive_starts(info)) {
+    // net-snmp would forget that this is no GET if it were set aside now. What finds nothing is asked again as GETNEXT.
+    return may_start_with_an_instance(registration, requests) ? gate.pass(group, info, lock.acquire())
+                                                              : SNMP_ERR_NOERROR;
+  }
+  if (!gate.is_awaited(lock)) {
+    const int error = lock.acquire_or_reserve(gate.event_.get());
+    if (error != EBUSY) {
+      return gate.pass(group, info, error);
+    }
+  }
+  try {
+    return gate.set_aside(group, info);
+  } catch (const std::bad_alloc &) {
+    gate.leave_queue_unless_awaited(lock);
+    return gate.pass(group, info, lock.acquire());
+  }
+}
+
+// Lets the group through to its table. `error`: of the attempt to lock; without the lock the walk tries for itself.
+TAVO_LOCKING(no_thread_safety_analysis)
+int RequestGate::pass(const Group &group, netsnmp_agent_request_info *info, int error) {
+  if (error != 0) {
+    return netsnmp_call_next_handler(group.gate, group.registration, info, group.requests);
+  }
+  ListLock &lock = group.lock();
+  const ListLock *const held_before = std::exchange(held_, &lock);
+  const int result = netsnmp_call_next_handler(group.gate, group.registration, info, group.requests);
+  held_ = held_before;
+  lock.release();
+  return result;
+}
+
+int RequestGate::set_aside(const Group &group, netsnmp_agent_request_info *info) {
+  drop_earlier_copy_of(info);
+  Waiting *const request = note_of(info);
+  if (request->groups.empty()) {
+    if (waiting_.size() >= most_waiting) {
+      leave_queue_unless_awaited(group.lock());
+      netsnmp_request_set_error_all(group.requests, SNMP_ERR_GENERR);
+      return SNMP_ERR_NOERROR;
+    }
+    request->groups.reserve(1);
+    waiting_.push_back(request);
+  }
+  request->groups.push_back(group);
+  mark(group.requests, true);
+  start_alarm();
+  return SNMP_ERR_NOERROR;
+}
+
+RequestGate::Waiting *RequestGate::note_of(netsnmp_agent_request_info *info) {
+  if (void *const noted = netsnmp_agent_get_list_data(info, note_name); noted != nullptr) {
+    return static_cast<Waiting *>(noted);
+  }
+  auto request = std::make_unique<Waiting>(Waiting{.info = info});
+  netsnmp_data_list *const node = netsnmp_create_data_list(note_name, request.get(), [](void *freed) {
+    const std::unique_ptr<Waiting> ended(static_cast<Waiting *>(freed));
+    instance().forget(ended.get());
+  });
+  if (node == nullptr) {
+    throw std::bad_alloc();
+  }
+  netsnmp_agent_add_list_data(info, node);
+  return request.release();
+}
+
+// Managers that get no answer ask again. Only the last copy is answered: its predecessors are the same question, and an
+// SNMPv3 manager listens for the newest message id alone. The copy is freed later, as net-snmp may be walking through
+// its requests now.
+void RequestGate::drop_earlier_copy_of(netsnmp_agent_request_info *info) {
+  const auto copy = std::ranges::find_if(waiting_, [&](const Waiting *request) {
+    return request->info != info && is_repeated(*request->info->asp, *info->asp);
+  });
+  if (copy == waiting_.end()) {
+    return;
+  }
+  dropped_.push_back(*copy);
+  waiting_.erase(copy);
+  wake_later();
+}
+
+void RequestGate::forget(Waiting *request) {
+  std::erase(waiting_, request);
+  std::erase(dropped_, request);
+  for (const Group &group : request->groups) {
+    leave_queue_unless_awaited(group.lock());
+  }
+}
+
+void RequestGate::wake() {
+  std::uint64_t count;
+  [[maybe_unused]] const ssize_t got = ::read(event_.get(), &count, sizeof count);
+  drop_the_unwanted();
+  for (ListLock *lock : locks_) {
+    if (is_awaited(*lock)) {
+      serve(*lock);
+    }
+  }
+  netsnmp_check_outstanding_agent_requests();
+}
+
+// Lets the requests that wait for a lock through to their tables.
+TAVO_LOCKING(no_thread_safety_analysis)
+void RequestGate::serve(ListLock &lock) {
+  const int error = lock.acquire_or_reserve(event_.get());
+  if (error == EBUSY) {
+    return;
+  }
+  held_ = error == 0 ? &lock : nullptr;
+  int left = most_in_one_turn;
+  for (Waiting *request : waiting_) {
+    if (!request->waits_for(lock)) {
+      continue;
+    }
+    if (left-- == 0) {
+      wake_later();
+      break;
+    }
+    std::erase_if(request->groups, [&](const Group &group) {
+      if (&group.lock() != &lock) {
+        return false;
+      }
+      mark(group.requests, false);
+      take_back_missing_values(request->info, group.requests);
+      netsnmp_call_next_handler(group.gate, group.registration, request->info, group.requests);
+      return true;
+    });
+  }
+  if (held_ != nullptr) {
+    held_ = nullptr;
+    lock.release();
+  }
+  std::erase_if(waiting_, [](const Waiting *request) { return request->groups.empty(); });
+}
+
+// Frees the requests that nobody waits for: earlier copies, and those of TCP clients that have left, whose session
+// net-snmp has freed.
+void RequestGate::drop_the_unwanted() {
+  while (!dropped_.empty()) {
+    netsnmp_remove_and_free_agent_snmp_session(dropped_.back()->info->asp);  // forgets it, too
+  }
+  const auto has_left = [](const Waiting *request) { return snmp_sess_pointer(request->session) == nullptr; };
+  for (auto left = std::ranges::find_if(waiting_, has_left); left != waiting_.end();
+       left = std::ranges::find_if(waiting_, has_left)) {
+    netsnmp_remove_and_free_agent_snmp_session((*left)->info->asp);
+  }
+}
+
+void RequestGate::refuse(Clock::time_point latest) {
+  drop_the_unwanted();
+  for (Waiting *request : waiting_) {
+    if (request->since > latest) {
+      continue;
+    }
+    for (const Group &group : request->groups) {
+      take_back_missing_values(request->info, group.requests);
+      netsnmp_request_set_error_all(group.requests, SNMP_ERR_GENERR);
+    }
+    request->info->asp->flags |= SNMP_AGENT_FLAGS_CANCEL_IN_PROGRESS;  // no next table is asked
+  }
+  netsnmp_check_outstanding_agent_requests();
+}
+
+void RequestGate::start_alarm() {
+  if (answer_limit_.count() == 0 || alarm_ != 0 || waiting_.empty()) {
+    return;
+  }
+  const Clock::time_point oldest =
+      (*std::ranges::min_element(waiting_, {}, [](const Waiting *request) { return request->since; }))->since;
+  const auto left = std::max(std::chrono::milliseconds(1),
+                             std::chrono::ceil<std::chrono::milliseconds>(oldest + answer_limit_ - Clock::now()));
+  const timeval delay = {.tv_sec = left.count() / 1000, .tv_usec = left.count() % 1000 * 1000};
+  alarm_ = snmp_alarm_register_hr(
+      delay, 0,
+      [](unsigned, void *) {
+        RequestGate &gate = instance();
+        gate.alarm_ = 0;
+        gate.refuse(Clock::now() - gate.answer_limit_);
+        gate.start_alarm();
+      },
+      nullptr);
+}
+
+bool RequestGate::is_awaited(const ListLock &lock) const {
+  return std::ranges::any_of(waiting_, [&](const Waiting *request) { return request->waits_for(lock); });
+}
+
+void RequestGate::leave_queue_unless_awaited(ListLock &lock) {
+  if (!is_awaited(lock)) {
+    lock.give_up_place();
+  }
+}
+
+void RequestGate::wake_later() const {
+  const std::uint64_t one = 1;
+  [[maybe_unused]] const ssize_t written = ::write(event_.get(), &one, sizeof one);
+}
+
+}  // namespace tavo
