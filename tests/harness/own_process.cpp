@@ -19,8 +19,11 @@ namespace {
 constexpr const char *marker = "TAVO_TEST_IN_ITS_OWN_PROCESS";  // a variable of the environment
 
 // This process's, without what tells Google Test which tests to run and where to write about them.
-std::vector<std::string> environment_of_one_test() {
+std::vector<std::string> environment_of_one_test(const std::string &variable_of_its_own) {
   std::vector<std::string> environment = {std::string(marker) + "=1"};
+  if (!variable_of_its_own.empty()) {
+    environment.push_back(variable_of_its_own);  // in front of an inherited one, so it counts
+  }
   for (char **variable = environ; *variable != nullptr; ++variable) {
     if (!std::string_view(*variable).starts_with("GTEST_")) {
       environment.emplace_back(*variable);
@@ -40,10 +43,10 @@ std::vector<char *> pointers_to(std::vector<std::string> &texts) {
 
 }  // namespace
 
-ProcessResult run_in_a_process_of_its_own(const std::string &test) {
+ProcessResult run_in_a_process_of_its_own(const std::string &test, const std::string &variable) {
   std::vector<std::string> words = {"/proc/self/exe", "--gtest_filter=" + test, "--gtest_brief=1",
                                     "--gtest_also_run_disabled_tests"};
-  std::vector<std::string> variables = environment_of_one_test();
+  std::vector<std::string> variables = environment_of_one_test(variable);
   const std::vector<char *> arguments = pointers_to(words);
   const std::vector<char *> environment = pointers_to(variables);
   std::array<int, 2> ends;
@@ -74,12 +77,13 @@ bool is_a_process_of_its_own() {
   return std::getenv(marker) != nullptr;
 }
 
-bool ran_in_a_process_of_its_own() {
+bool ran_in_a_process_of_its_own(const std::string &variable) {
   if (is_a_process_of_its_own()) {
     return false;
   }
   const testing::TestInfo *test = testing::UnitTest::GetInstance()->current_test_info();
-  const ProcessResult result = run_in_a_process_of_its_own(std::string(test->test_suite_name()) + '.' + test->name());
+  const ProcessResult result =
+      run_in_a_process_of_its_own(std::string(test->test_suite_name()) + '.' + test->name(), variable);
   EXPECT_TRUE(result.passed) << result.output;
   return true;
 }

@@ -2,12 +2,12 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest-spi.h>
+#include <unistd.h>
+
+#include <cstdlib>
 
 namespace tavo {
 namespace {
-
-using testing::HasSubstr;
-using testing::Not;
 
 int tests_begun = 0;
 
@@ -25,6 +25,17 @@ TEST(OwnProcessTest, SeesNothingOfTheTestsBefore) {
     return;
   }
   EXPECT_EQ(tests_begun, 1);
+}
+
+TEST(OwnProcessTest, HasTheVariableThatItIsGiven) {
+  if (!is_a_process_of_its_own()) {
+    setenv("TAVO_VARIABLE", "inherited", 1);
+  }
+  if (ran_in_a_process_of_its_own("TAVO_VARIABLE=its own")) {
+    unsetenv("TAVO_VARIABLE");
+    return;
+  }
+  EXPECT_STREQ(getenv("TAVO_VARIABLE"), "its own");
 }
 
 TEST(OwnProcessTest, AFailureThereIsAFailureHere) {
