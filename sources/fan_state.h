@@ -1,5 +1,5 @@
-// What is known of each fan besides its sensors. The fault event thread writes it from fault records; the inventory
-// refresh thread reads it, and writes presence, when it builds the fan table.
+// The state of each fan that is kept between the builds of the fan table. The fault event thread writes it from fault
+// records; the inventory refresh thread reads it, and writes presence, when it builds the table.
 #pragma once
 
 #include <atomic>
@@ -12,7 +12,7 @@ namespace tavo {
 template <std::size_t N>
 using FanOctets = std::atomic<std::uint8_t>[N];
 
-// A fan number comes from a record or a sensor and may lie beyond the array: such a fan keeps no state and reads as 0.
+// Fan numbers come from records and sensors and may lie beyond the array: such a fan keeps no state and reads as 0.
 template <std::size_t N>
 void store_fan(FanOctets<N> &fans, std::uint32_t fan, std::uint8_t value) {
   if (fan < N) {
@@ -30,7 +30,7 @@ extern "C" {
 
 // Presence of each system fan: 10 present, 11 absent, 30 undetermined.
 extern FanOctets<14> sys_fan_prs;
-// Severity of each system fan's fault, 0 for none; then the same of the power supplies' fans.
+// Severity of each system fan's fault, 0 for none; the same for the power supplies' fans.
 extern FanOctets<14> sys_fan_sev;
 extern FanOctets<4> ps_fan_sev;
 }

@@ -27,7 +27,7 @@ void take_collection_time(const char *text, CollectionTime &collected) {
   if (strptime(text, "%Y-%m-%dT%H:%M:%S", &calendar) == nullptr) {
     return;
   }
-  calendar.tm_isdst = -1;  // the text does not say; the zone's rules do
+  calendar.tm_isdst = -1;  // the text does not say; the time zone's rules decide
   const std::time_t seconds = std::mktime(&calendar);
   std::array<unsigned char, 32> octets{};
   std::size_t length = octets.size();

@@ -24,17 +24,17 @@ unsigned char tmp_raid_ptr[1024] = {};
 
 namespace {
 
-// False when the file ends, or cannot be read, before `to` is full.
+// False if the file ends, or cannot be read, before `to` is full.
 bool read_whole(const Descriptor &file, std::span<std::byte> to) {
   return read_up_to(file, to) == to.size();
 }
 
-// `count`, a signed word of the record, or what the array that it counts has room for.
-std::size_t believed(std::int32_t count, std::int32_t capacity) {
+// A record's count, which may be any number, as far as its array has room.
+std::size_t bounded(std::int32_t count, std::int32_t capacity) {
   return static_cast<std::size_t>(std::clamp(count, 0, capacity));
 }
 
-// Null when there is no memory, or when there are more records than any server has controllers.
+// A copy of record number `index`. Null if memory is short or the file counts too many controllers.
 StorController *keep(std::span<const std::byte, STOR_CONTROLLER_SIZE> record, std::int32_t index) {
   if (index > most_stor_controllers) {
     return nullptr;
@@ -108,7 +108,7 @@ std::string_view ControllerRecord::location() const {
 }
 
 std::size_t ControllerRecord::drive_count() const {
-  return believed(i32(STOR_CONTROLLER_DRIVE_COUNT), STOR_DRIVE_CAPACITY);
+  return bounded(i32(STOR_CONTROLLER_DRIVE_COUNT), STOR_DRIVE_CAPACITY);
 }
 
 Record ControllerRecord::drive(std::size_t i) const {
@@ -116,7 +116,7 @@ Record ControllerRecord::drive(std::size_t i) const {
 }
 
 std::size_t ControllerRecord::volume_count() const {
-  return believed(i32(STOR_CONTROLLER_VOLUME_COUNT), STOR_VOLUME_CAPACITY);
+  return bounded(i32(STOR_CONTROLLER_VOLUME_COUNT), STOR_VOLUME_CAPACITY);
 }
 
 Record ControllerRecord::volume(std::size_t i) const {

@@ -1,5 +1,5 @@
-// The storage snapshot: every RAID controller as the storage agent last wrote it to "/var/stor_info_data", read whole
-// into a list for as long as the tables are being built from it. platform/storage_snapshot.h has the format.
+// The storage snapshot: every RAID controller as the storage agent last wrote it to "/var/stor_info_data". The list of
+// them lives only while the tables are built from it. platform/storage_snapshot.h describes the format.
 #pragma once
 
 #include <cstddef>
@@ -13,7 +13,7 @@ namespace tavo {
 
 inline constexpr const char *stor_info_path = "/var/stor_info_data";
 
-// More controllers than this (about 55 MiB of records) are not a server but a damaged file.
+// A file with more controllers than this (about 55 MiB of records) is damaged.
 inline constexpr std::int32_t most_stor_controllers = 1024;
 
 // One controller: the record as read, then the link to the next, null at the end. Made with calloc.
@@ -23,12 +23,12 @@ struct StorController {
 };
 static_assert(offsetof(StorController, next) == STOR_CONTROLLER_SIZE);
 
-// A controller's record, with the arrays inside it. The counts in the record are believed only up to the room it has.
+// A controller's record and the arrays in it. The record's counts hold only as far as the arrays have room.
 class ControllerRecord : public Record {
  public:
   explicit ControllerRecord(const StorController &controller) : Record(controller.record) {}
 
-  // What the controller's names end with: its location, or "SAS" for the on-board controller, which has none.
+  // The end of the controller's names: its location, or "SAS" for the on-board controller, which has none.
   std::string_view location() const;
 
   std::size_t drive_count() const;
@@ -43,19 +43,19 @@ void free_stor_info(StorController *&head);
 #pragma GCC visibility push(default)
 extern "C" {
 
-// The snapshot in the file's order. Null except between a read and the end of the rebuild that it is for. Guarded by
-// subagent lock 2.
+// The snapshot in the file's order. Null except from a read to the end of the rebuild that it serves. Guarded by the
+// storage lock.
 extern StorController *head_stor_ptr;
 
 // The daemon's own; the module neither reads nor writes them.
 extern uint32_t flag_compat_stor_found;
 extern unsigned char tmp_raid_ptr[1024];
 
-// Reads the file into a list under `head`, the address of a pointer like head_stor_ptr. 1 when every record was read. 0
-// when the file counts none: then `head` is null. 0 as well, and the reason logged, when the file cannot be opened or
-// lacks its count, or when a record cannot be read or kept: those before that one stand under `head`, and where there
-// are none `head` is as it was. A list that `head` already leads to is not freed. Never waits, whatever stands at the
-// file's path.
+// Reads the file into a list under `head`, the address of a pointer like head_stor_ptr; a list that it already points
+// to is not freed. 1 if every record was read. 0 if the file's count is not positive: then the pointer becomes null. 0,
+// too, and the reason logged, if the file cannot be opened or lacks its count, or a record cannot be read or kept: then
+// the list holds the records before that one, and without any the pointer is left alone. Never waits, even if the path
+// leads to a pipe.
 int get_stor_info(void *head);
 
 // Converts the 32-bit integers of a controller record, STOR_CONTROLLER_SIZE octets, to network byte order in place, in

@@ -53,7 +53,7 @@ void populate_velt(void) {
                             .buffer_size = static_cast<std::uint32_t>(question.answer.size())};
     if (veltutil_mgnt(&request) != 0) {
       snmp_log(LOG_ERR, "%s", question.failure);
-      std::ranges::fill(question.answer, static_cast<unsigned char>(0));  // of a half answer nothing is shown
+      std::ranges::fill(question.answer, static_cast<unsigned char>(0));  // half an answer is not shown
     }
   }
 }

@@ -45,7 +45,7 @@ namespace {
 
 constexpr std::size_t longest_line = 128;  // of a command's output, with its newline
 
-// More than a server has slots for. A count beyond is nonsense, and each card that is not there costs 25 s.
+// More than a server has slots for. A larger count is wrong, and each card that is not there costs 25 s.
 constexpr int most_cards = 64;
 
 constexpr char dump_source[] = "adapter";
@@ -87,8 +87,8 @@ class BuildDump {
   CardFields fields_{dump_};
 };
 
-// Fills the row of card `n` of the dump, counted from 1. A slot that is not a number leaves it the slot of the card
-// before. False when the card has no slot at all.
+// Fills the row of the dump's card `n`, counted from 1. A slot that is not a number leaves the slot of the card before
+// in place. False if the card has no slot at all.
 bool fill(Row &row, BuildDump &dump, int n) {
   char slot[dump_value_size];
   char value[dump_value_size];

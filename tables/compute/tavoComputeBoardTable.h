@@ -7,47 +7,47 @@
 
 namespace tavo {
 
-// What is called reserved is never filled: 0 or empty.
 struct ComputeBoardRow {
-  std::uint32_t index;  // 1
+  std::uint32_t index;  // always 1
   char dn[64];
   char rn[64];
-  std::int32_t column_4;  // 100
-  std::uint32_t id;       // 1
+  std::int32_t column_4;  // always 100
+  std::uint32_t id;       // always 1
   char model[64];
-  std::int32_t column_7;   // 1
-  std::int32_t column_8;   // 1
-  std::int32_t column_9;   // 1
-  std::int32_t column_10;  // 100
-  std::int32_t column_11;  // 1
-  std::int32_t presence;   // 10
-  char column_13[64];
+  std::int32_t column_7;   // always 1
+  std::int32_t column_8;   // always 1
+  std::int32_t column_9;   // always 1
+  std::int32_t column_10;  // always 100
+  std::int32_t column_11;  // always 1
+  std::int32_t presence;   // always 10
+  char column_13[64];      // always empty
   char serial[64];
-  std::int32_t column_15;  // 100
+  std::int32_t column_15;  // always 100
   char vendor[64];
-  std::int32_t column_17;  // 100
+  std::int32_t column_17;  // always 100
   ComputeBoardRow *next;
 };
 
+// tavoComputeBoardTable_removeAllEntries takes the lock itself, unlike most tables' functions of that name.
 TAVO_DECLARE_TABLE_WITH_OWN_ROWS(tavoComputeBoardTable, ComputeBoardRow)
 
 #pragma GCC visibility push(default)
 extern "C" {
 
-// Builds the row from the board's FRU area, trying 5 times, 5 seconds apart; what cannot be read stays empty. 0, or -1
-// when memory is short. Takes ev lock 6 only to link the row.
+// Builds the row from the board's FRU area, in up to 5 tries, 5 seconds apart; what cannot be read stays empty. Takes
+// the table's lock only to link the row. 0, even if the lock cannot be had and there is no row; -1 if memory is short.
 int initialize_board_table(void);
-// Takes ev lock 6. 0, or the lock's error.
+// Takes the table's lock. 0, or the lock's error.
 int de_register_ComputeBoard_table_handler(void);
 
-// Puts `row`, which was allocated with calloc, in front of the list, taking ev lock 6. Null when the lock cannot be
-// had: then the row is freed.
+// Puts `row`, which was allocated with calloc, in front of the list, taking the table's lock. If the lock cannot be
+// had, it frees the row and returns null; null, too, for a null row.
 ComputeBoardRow *tavoComputeBoardTable_createEntry(ComputeBoardRow *row);
 
-// Lookups for the daemon's own use; nothing in the module calls them. Each writes a text and a NUL to `out`, which
-// holds 128 octets, and returns 1; or it returns 0, and `out` is as it was.
+// Lookups for the daemon; nothing in the module calls them. Each writes a text and a NUL to `out`, which holds 128
+// octets, and returns 1, or returns 0 and leaves `out` alone.
 //
-// What stands behind the separator in the first line of the query tool's output for a key that holds the key.
+// From what the query tool prints for `key`: the text behind the separator in the first line that holds the key.
 int GetValueFromGDS(const char *key, const char *separator, char *out);
 // The first line that a shell command prints.
 int PipetoOutput(const char *command, char *out);

@@ -7,9 +7,10 @@
 
 namespace tavo {
 
-// Readings are whole numbers in the dump's own units. Averages, maxima and minima are not sampled and stay 0.
+// Readings are whole numbers in the dump's own units. Averages, maxima and minima are never filled, nor are the columns
+// that qualify the samples (intervals, suspect, thresholded, update): 0 or empty.
 struct MbPowerStatsRow {
-  std::uint32_t index;  // 1
+  std::uint32_t index;  // always 1
   char dn[64];
   char rn[64];
   std::int32_t consumed_power;
@@ -27,7 +28,7 @@ struct MbPowerStatsRow {
   std::uint32_t intervals;
   std::int32_t suspect;
   char thresholded[64];
-  char time_collected[64];
+  char time_collected[64];  // DateAndTime; see sources/readings.h
   std::uint32_t update;
   MbPowerStatsRow *next;
 };
@@ -37,10 +38,11 @@ TAVO_DECLARE_TABLE(tavoComputeMbPowerStatsTable, MbPowerStatsRow)
 #pragma GCC visibility push(default)
 extern "C" {
 
-// Builds the row from the board's dump, taking ev lock 4; with `reload` 1 it first removes the one that stands. 0, also
-// when the lock cannot be had; -1 when memory is short.
-int initialize_computemb_powerstats(int reload);
-// Takes ev lock 4. 0, or the lock's error.
+// Builds the row from the board's dump, taking the table's lock. With `refresh` 1, it first removes the old row. 0,
+// even if the lock cannot be had and nothing is done; -1 if memory is short. Waits up to 25 seconds for the first
+// reading.
+int initialize_computemb_powerstats(int refresh);
+// Takes the table's lock. 0, or the lock's error.
 int de_register_computemb_powerstats_table_handler(void);
 }
 #pragma GCC visibility pop

@@ -7,9 +7,10 @@
 
 namespace tavo {
 
-// Readings are whole numbers in the dump's own units. Averages, maxima and minima are not sampled and stay 0.
+// Readings are whole numbers in the dump's own units. Averages, maxima and minima are never filled, nor are the columns
+// that qualify the samples (intervals, suspect, thresholded, update): 0 or empty.
 struct MbTempStatsRow {
-  std::uint32_t index;  // 1
+  std::uint32_t index;  // always 1
   char dn[64];
   char rn[64];
   std::int32_t ambient;
@@ -35,7 +36,7 @@ struct MbTempStatsRow {
   std::int32_t rear_min;
   std::int32_t suspect;
   char thresholded[64];
-  char time_collected[64];
+  char time_collected[64];  // DateAndTime; see sources/readings.h
   std::uint32_t update;
   MbTempStatsRow *next;
 };
@@ -45,10 +46,11 @@ TAVO_DECLARE_TABLE(tavoComputeRackUnitMbTempStatsTable, MbTempStatsRow)
 #pragma GCC visibility push(default)
 extern "C" {
 
-// Builds the row from the board's dump, taking ev lock 5; with `reload` 1 it first removes the one that stands. 0, also
-// when the lock cannot be had; -1 when memory is short.
-int initialize_computerackunitmb_tempstats(int reload);
-// Takes ev lock 5. 0, or the lock's error.
+// Builds the row from the board's dump, taking the table's lock. With `refresh` 1, it first removes the old row. 0,
+// even if the lock cannot be had and nothing is done; -1 if memory is short. Waits up to 25 seconds for the first
+// reading.
+int initialize_computerackunitmb_tempstats(int refresh);
+// Takes the table's lock. 0, or the lock's error.
 int de_register_computerackunitmb_tempstats_table_handler(void);
 }
 #pragma GCC visibility pop

@@ -57,7 +57,7 @@ constexpr char memory_source[] = "inventoryMemorySummary";
 constinit ToolDump cpu_dump("/var/getCPUInventory");
 constinit ToolDump memory_dump("/var/getMemoryInventory");
 
-// Read once for the life of the process: what cannot change while the server is up.
+// Read once in the life of the process: none of it can change while the server is up.
 struct Kept {
   bool read = false;
   std::uint32_t adaptors = 0;
@@ -91,7 +91,7 @@ PowerStates power_states_of(std::int32_t state) {
   }
 }
 
-// Writes a figure of the processor dump to `out`. 0 when the dump cannot be read, otherwise 1.
+// Writes a figure of the processor dump to `out`. 0 if the dump cannot be read, otherwise 1.
 template <class Figure>
 int cpu_figure(const char *tool_key, char *out, Figure figure) {
   const Dump dump = cpu_dump.read(tool_key);
@@ -102,7 +102,7 @@ int cpu_figure(const char *tool_key, char *out, Figure figure) {
   return 1;
 }
 
-// A value of the tool; when there is none, says so and leaves `out` alone.
+// A value from what the tool prints. Without one, logs that and leaves `out` alone.
 bool query(const char *tool_key, const char *grep_key, const char *separator, char *out) {
   const bool found = getValue(tool_key, grep_key, separator, out) == 1;
   if (!found) {
@@ -111,7 +111,7 @@ bool query(const char *tool_key, const char *grep_key, const char *separator, ch
   return found;
 }
 
-// The number that a found value begins with; 0 for a value that begins with none.
+// The number at the beginning of a value; 0 if there is none.
 std::uint32_t number(const char *value) {
   return static_cast<std::uint32_t>(leading_number(value).value_or(0));
 }
@@ -207,7 +207,7 @@ int de_register_ComputeRackUnit_table_handler(void) {
   return table.de_register();
 }
 
-// The two that leave the lock to their callers, who hold it where clang cannot see it: across the C boundary.
+// This and removeAllEntries leave the lock to callers from C, where clang's analysis does not see it.
 RackUnitRow *tavoComputeRackUnitTable_createEntry(RackUnitRow *row) TAVO_LOCKING(no_thread_safety_analysis) {
   if (row != nullptr) {
     table.remove_all();

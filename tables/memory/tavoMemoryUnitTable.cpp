@@ -46,7 +46,7 @@ TAVO_DEFINE_TABLE(tavoMemoryUnitTable, Row, description)
 
 namespace {
 
-// What the inventory reports: a detail record for each module, back to back. Null when it cannot be had.
+// The inventory's detail records, one for each module, back to back. Null if they cannot be read.
 Zeroed<std::byte[]> read_details(int count) {
   auto details = make_zeroed_octets(static_cast<std::size_t>(count), MEMORY_RECORD_SIZE);
   const auto summary = make_zeroed_octets(1, MEMORY_SUMMARY_SIZE);
@@ -58,7 +58,8 @@ Zeroed<std::byte[]> read_details(int count) {
   if (GetMemoryDetail(&request, count * MEMORY_RECORD_SIZE, &all, details.get()) != 0) {
     return nullptr;
   }
-  // An inventory that has no summary has not settled yet, and its details do not count; the summary itself is not used.
+  // The summary itself is not used, but an inventory that cannot give one has not settled yet: its details may be
+  // wrong.
   request = MEMORY_REQUEST_SUMMARY;
   if (GetMemorySummary(&request, MEMORY_SUMMARY_SIZE, nullptr, summary.get()) != 0) {
     return nullptr;
@@ -66,7 +67,7 @@ Zeroed<std::byte[]> read_details(int count) {
   return details;
 }
 
-// The number that the library derives from the module's name, else its place in the list.
+// The number that the library derives from the module's name, or the index.
 int id_of(const std::byte *detail, std::uint32_t index) {
   int number = 0;
   return getSensorName(detail, &number) != 0 ? number : static_cast<int>(index);
@@ -76,7 +77,7 @@ std::uint32_t number_in(std::string_view text) {
   return static_cast<std::uint32_t>(leading_number(text).value_or(0));
 }
 
-// "16 GB", or a number of megabytes.
+// Of "16 GB", or of a number without that unit, which counts megabytes.
 std::uint32_t megabytes_in(std::string_view text) {
   const auto number = static_cast<std::uint32_t>(take_number(text).value_or(0));
   return take_word(text) == "GB" ? number << 10 : number;

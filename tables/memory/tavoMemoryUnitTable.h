@@ -11,32 +11,32 @@ struct MemoryUnitRow {
   std::uint32_t index;  // from 1, in the inventory's order
   char dn[64];
   char rn[32];
-  std::uint32_t array_id;
-  std::uint32_t bank;
+  std::uint32_t array_id;  // always 1
+  std::uint32_t bank;      // always 0
   std::uint32_t capacity;  // MB
   std::uint32_t clock;
-  std::int32_t column_8;
-  std::uint32_t id;  // the number in the module's name, or the index
-  std::int32_t column_10;
+  std::int32_t column_8;   // always 0
+  std::uint32_t id;        // the number in the module's name, or the index
+  std::int32_t column_10;  // always 0
   char location[64];
-  char model[64];
-  std::int32_t oper_state;
-  std::int32_t operability;
-  std::int32_t column_15;
-  std::int32_t column_16;
-  std::int32_t presence;
-  char revision[64];
+  char model[64];            // always "unknown"
+  std::int32_t oper_state;   // 1 operable, otherwise 0
+  std::int32_t operability;  // 1 operable, otherwise 0
+  std::int32_t column_15;    // always 0
+  std::int32_t column_16;    // always 0
+  std::int32_t presence;     // 10 operable, otherwise 11
+  char revision[64];         // always "unknown"
   char serial[64];
-  std::uint32_t column_20;
-  std::uint32_t speed;  // MHz, of an operable module
-  std::int32_t column_22;
-  std::int32_t type;
-  char vendor[64];
-  std::int32_t visibility;
-  std::int32_t column_26;
-  std::uint32_t width;  // bits
-  std::int32_t error_correction;
-  char status[32];
+  std::uint32_t column_20;        // always 0
+  std::uint32_t speed;            // MHz; 0 if the module is not operable
+  std::int32_t column_22;         // always 0
+  std::int32_t type;              // always 24
+  char vendor[64];                // always "unknown"
+  std::int32_t visibility;        // 1 yes, 2 no, 0 anything else
+  std::int32_t column_26;         // always 0
+  std::uint32_t width;            // bits
+  std::int32_t error_correction;  // always 1
+  char status[32];                // in the platform's words
   MemoryUnitRow *next;
 };
 
@@ -45,13 +45,14 @@ TAVO_DECLARE_TABLE(tavoMemoryUnitTable, MemoryUnitRow)
 #pragma GCC visibility push(default)
 extern "C" {
 
-// The number of memory modules that the inventory reported last.
+// The number of memory modules that the inventory last reported. Guarded by the table's lock.
 extern int iDIMMItems;
-// Builds the rows from the platform inventory, taking ev lock 30; with `mode` 1 it first removes those that stand.
-// 0; the lock's error, and nothing done; -1 when the inventory fails or reports no module, or memory is short: then no
-// row is added.
-int initialize_memory_table(int mode);
-// Takes ev lock 30. 0, or the lock's error.
+
+// Builds the rows from the platform inventory, taking the table's lock. With `refresh` 1, it first removes the old
+// rows. 0; the lock's error, and nothing done; -1, and no row added, if the inventory fails or reports no module, or if
+// memory is short at the outset. A single row for which there is no memory is left out.
+int initialize_memory_table(int refresh);
+// Takes the table's lock. 0, or the lock's error.
 int de_register_mem_table_handler(void);
 }
 #pragma GCC visibility pop

@@ -7,8 +7,7 @@
 
 namespace tavo {
 
-// Readings are whole numbers in the dump's own units. Other readings, averages, maxima and minima are not sampled and
-// stay 0.
+// Only the names, the temperature and the time are filled; the other columns are 0 or empty.
 struct ProcessorEnvStatsRow {
   std::uint32_t index;  // from 1, in the dump's order
   char dn[64];
@@ -19,12 +18,12 @@ struct ProcessorEnvStatsRow {
   std::int32_t input_current_min;
   std::uint32_t intervals;
   std::int32_t suspect;
-  std::int32_t temperature;
+  std::int32_t temperature;  // a whole number, in the dump's own unit
   std::int32_t temperature_avg;
   std::int32_t temperature_max;
   std::int32_t temperature_min;
   char thresholded[64];
-  char time_collected[64];
+  char time_collected[64];  // DateAndTime; see sources/readings.h
   std::uint32_t update;
   ProcessorEnvStatsRow *next;
 };
@@ -34,11 +33,11 @@ TAVO_DECLARE_TABLE(tavoProcessorEnvStatsTable, ProcessorEnvStatsRow)
 #pragma GCC visibility push(default)
 extern "C" {
 
-// Builds the rows from the dump, taking ev lock 2; with `reload` 1 it first removes those that stand. 0, also for a
-// dump without rows and when the lock cannot be had; -1 when the dump cannot be read, after 25 seconds of tries, or
-// memory is short.
-int initialize_processor_envstats(int reload);
-// Takes ev lock 2. 0, or the lock's error.
+// Builds the rows from the dump, taking the table's lock. With `refresh` 1, it first removes the old rows. 0, even for
+// a dump without units, and if the lock cannot be had and nothing is done. -1 if the dump cannot be read in 25 seconds
+// of tries, or if memory is short: then the rows made so far stay.
+int initialize_processor_envstats(int refresh);
+// Takes the table's lock. 0, or the lock's error.
 int de_register_processor_envstats_table_handler(void);
 }
 #pragma GCC visibility pop
