@@ -1,16 +1,15 @@
-// describe_tables FILE: checks what no compiler sees of the tables together, and writes all of them as JSON to FILE.
+// describe_tables FILE: refuses tables with mistakes that no compiler sees, and describes the tables to FILE as JSON.
 //
 // {"tables": [{"name": ..., "oid": ..., "lock": ..., "source": ..., "refresh": [...], "builds_at_start": ...,
 //              "columns": [{"number": ..., "name": ..., "codec": ..., "capacity": ...}, ...]}, ...]}
 //
-// Tables come in the order of start-up. A refresh rule is {"cause": ..., "only_first": ...}. A column's name is its
-// field's. A capacity counts octets of a text and sub-identifiers of an object identifier.
+// Tables are in the order of start-up. A refresh rule is {"cause": ..., "only_first": ...}. A column has its field's
+// name. A capacity is in octets for a text, and in sub-identifiers for an object identifier.
 #include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <iostream>
 #include <map>
-#include <set>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -18,8 +17,8 @@
 
 #include "core/table.h"
 
-// The strings that TAVO_COLUMNS leaves in the section of this name, with NULs between them. The linker defines both
-// symbols. NOLINTBEGIN(readability-identifier-naming)
+// The section in which TAVO_COLUMNS leaves a text "TABLE:COLUMN, COLUMN..." for each table, with NULs between them. The
+// linker defines both symbols. NOLINTBEGIN(readability-identifier-naming)
 extern "C" const char __start_tavo_columns[];
 extern "C" const char __stop_tavo_columns[];
 // NOLINTEND(readability-identifier-naming)
@@ -29,7 +28,7 @@ namespace {
 
 using Names = std::vector<std::string>;
 
-// The columns' names by table.
+// The names of the columns of each table.
 std::map<std::string, Names, std::less<>> names_by_table() {
   std::map<std::string, Names, std::less<>> names;
   std::string_view section(__start_tavo_columns, static_cast<std::size_t>(__stop_tavo_columns - __start_tavo_columns));
@@ -117,7 +116,7 @@ std::string dotted(std::span<const oid> name) {
   return text;
 }
 
-// Ends the build with a sentence that says what to do.
+// Ends the build. `fault` says what to do.
 [[noreturn]] void refuse(const std::string &table, const std::string &fault) {
   throw std::runtime_error(table + ": " + fault);
 }
@@ -131,7 +130,7 @@ constexpr const char *start_up_names[] = {
 #undef TAVO_STEP
 };
 
-// This program links without the platform, so the linker lets undefined names pass and gives them no address.
+// This program links without the platform, so the linker accepts undefined names and gives them address 0.
 void check_definitions() {
   for (std::size_t i = 0; i < all_tables().size(); ++i) {
     if (all_tables()[i] == nullptr) {
@@ -140,32 +139,58 @@ void check_definitions() {
   }
 }
 
-void check_together() {
+void check_root(std::map<std::string, std::string> &table_by_oid, const TableDescription &table) {
+  if (const auto [other, is_new] = table_by_oid.emplace(dotted(table.root), table.name); !is_new) {
+    refuse(table.name, "has the OID of " + other->second + "; give it one of its own in its description");
+  }
+}
+
+void check_lock(std::map<int, std::string> &table_by_ev_lock, const TableDescription &table) {
+  if (!table.lock.is_ev()) {
+    return;
+  }
+  if (const auto [other, is_new] = table_by_ev_lock.emplace(table.lock.number(), table.name); !is_new) {
+    refuse(table.name, "has the ev lock of " + other->second + "; name another class number in its description");
+  }
+}
+
+void check_source(const TableDescription &table) {
+  if (table.source == TableSource::Own) {
+    return;
+  }
+  if (&table.lock != &storage_lock) {
+    refuse(table.name, "shares its source with other tables, so storage_lock has to guard it");
+  }
+  if (table.build == nullptr) {
+    refuse(table.name, "shares its source with other tables, so it needs a builder");
+  }
+  if (!table.refresh.empty()) {
+    refuse(table.name, "is rebuilt together with the tables that share its source, so it can have no refresh rule");
+  }
+}
+
+void check_refresh(const TableDescription &table) {
+  for (const RefreshRule &rule : table.refresh) {
+    if (table.build == nullptr) {
+      refuse(table.name, "has a refresh rule but no builder");
+    }
+    if (rule.cause == RefreshCause::Storage) {
+      refuse(table.name, "has a refresh rule for storage; name the storage snapshot as its source instead");
+    }
+    if (rule.place < 1) {
+      refuse(table.name, "has a refresh rule whose place is below 1");
+    }
+  }
+}
+
+void check() {
   std::map<std::string, std::string> table_by_oid;
   std::map<int, std::string> table_by_ev_lock;
   for (const Table *table : all_tables()) {
-    const TableDescription &description = table->description();
-    const std::string name = description.name;
-    if (const auto [other, is_new] = table_by_oid.emplace(dotted(description.root), name); !is_new) {
-      refuse(name, "has the OID of " + other->second + "; give it one of its own in its description");
-    }
-    if (!description.lock.is_ev()) {
-      continue;
-    }
-    if (const auto [other, is_new] = table_by_ev_lock.emplace(description.lock.number(), name); !is_new) {
-      refuse(name, "has the ev lock of " + other->second + "; name another class number in its description");
-    }
-    if (description.source != TableSource::Own) {
-      refuse(name, "shares its source with other tables, so storage_lock has to guard it");
-    }
-    for (const RefreshRule &rule : description.refresh) {
-      if (description.build == nullptr) {
-        refuse(name, "has a refresh rule but no builder");
-      }
-      if (rule.place < 1) {
-        refuse(name, "has a refresh rule whose place is below 1");
-      }
-    }
+    check_root(table_by_oid, table->description());
+    check_lock(table_by_ev_lock, table->description());
+    check_source(table->description());
+    check_refresh(table->description());
   }
 }
 
@@ -192,7 +217,7 @@ void write_table(std::ostream &out, const TableDescription &table, const Names &
 
 void describe(const char *path) {
   check_definitions();
-  check_together();
+  check();
   auto names = names_by_table();
   std::ofstream out(path);
   out << "{\"tables\": [";
@@ -201,14 +226,14 @@ void describe(const char *path) {
     out << (table == all_tables().front() ? "\n" : ",\n");
     const auto found = names.find(std::string_view(description.name));
     if (found == names.end() || found->second.size() != description.columns.size()) {
-      refuse(description.name, "TAVO_COLUMNS names another table, or the description holds other columns");
+      refuse(description.name, "TAVO_COLUMNS names another table, or the description has other columns");
     }
     write_table(out, description, found->second);
     names.erase(found);
   }
   out << "\n]}\n";
   if (!names.empty()) {
-    refuse(names.begin()->first, "has columns but no line in module/start_up.def: it would never be served");
+    refuse(names.begin()->first, "has columns but no line in module/start_up.def, so it would never be served");
   }
   if (!out.flush()) {
     refuse(path, "cannot be written");

@@ -2,9 +2,11 @@
 
 #include <array>
 #include <cstddef>
+#include <iterator>
 
 #include "core/access_lock.h"
 #include "core/table.h"
+#include "refresh/refresh_pass.h"
 #include "sources/stor_info.h"
 #include "sources/velt_info.h"
 #include "threads/event_thread.h"
@@ -39,7 +41,7 @@ void free_storage_snapshot() {
   free_stor_info(head_stor_ptr);
 }
 
-// One of the two: a table to set up, or a function to call.
+// Either a table to set up or a function to call.
 struct Step {
   Table *table = nullptr;
   void (*call)() = nullptr;
@@ -61,6 +63,8 @@ constexpr Table *tables[] = {
 #undef TAVO_TABLE
 #undef TAVO_STEP
 };
+
+static_assert(std::size(tables) <= RefreshPass::most_tables);
 
 constexpr int (*shut_down[])() = {
     join_test_trap_thread, join_FE_thread, join_inventory_thread, join_stor_thread, join_velt_thread,

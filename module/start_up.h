@@ -10,8 +10,8 @@ extern "C" {
 // Always 0: a table that cannot be set up is absent or empty, and the rest is served all the same.
 int init_subagent_modules(void);
 
-// Joins the threads and frees what they used. Stops nothing: the daemon calls the stop functions first, or this waits
-// for the first thread that still runs. Always 0.
+// Joins the threads and frees what they used. It stops no thread: the daemon must call the stop functions first, or
+// this call waits for ever. Always 0.
 int close_subagent_modules(void);
 }
 #pragma GCC visibility pop

@@ -28,7 +28,9 @@ class RefreshRequests {
 // between two rebuilds.
 class RefreshPass {
  public:
-  // `tables`: the tables to keep fresh, at most 64, in the order of start-up.
+  static constexpr std::size_t most_tables = 64;
+
+  // `tables`: the tables to keep fresh, at most most_tables, in the order of start-up.
   explicit RefreshPass(std::span<Table *const> tables) : tables_(tables) {}
 
   // Serves the requests, in the order of RefreshCause.
@@ -42,7 +44,7 @@ class RefreshPass {
   void rebuild_for(RefreshCause cause, int passes_before);
 
   std::span<Table *const> tables_;
-  std::bitset<64> rebuilt_;  // by position in tables_
+  std::bitset<most_tables> rebuilt_;  // by position in tables_
 };
 
 }  // namespace tavo
