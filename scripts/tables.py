@@ -14,4 +14,4 @@ def described_tables():
     try:
         return json.loads((BUILD / "tables.json").read_text())["tables"]
     except FileNotFoundError:
-        sys.exit(f"{BUILD}/tables.json is missing: build first (scripts/build release)")
+        sys.exit(f"{BUILD}/tables.json is missing: build first (scripts/build release snmpextmibmodule)")

@@ -1,6 +1,7 @@
 """./run.sh and simulator/boot, used as from a shell: options, output, exit status, and that nothing is left behind."""
 
 import fcntl
+import json
 import os
 import pathlib
 import pty
@@ -21,28 +22,8 @@ from oids import OBJECTS, PROCESSOR_DN
 QUICK = ["--speed", "20"]
 
 # All tables, in the order of their OIDs.
-TABLES = [
-    "tavoFaultTable",
-    "tavoAdaptorUnitTable",
-    "tavoComputeBoardTable",
-    "tavoComputeMbPowerStatsTable",
-    "tavoComputeRackUnitTable",
-    "tavoComputeRackUnitMbTempStatsTable",
-    "tavoEquipmentFanTable",
-    "tavoEquipmentPsuTable",
-    "tavoEquipmentHealthLedTable",
-    "tavoMemoryUnitTable",
-    "tavoMemoryUnitEnvStatsTable",
-    "tavoProcessorEnvStatsTable",
-    "tavoProcessorUnitTable",
-    "tavoStorageControllerTable",
-    "tavoStorageLocalDiskTable",
-    "tavoStorageLocalLunTable",
-    "tavoStorageRaidBatteryTable",
-    "tavoStorageVeltroCardTable",
-    "tavoStorageVeltroControllerTable",
-    "tavoStorageVeltroDriveTable",
-]
+TABLES = [table["name"] for table in sorted(json.loads((BUILD / "tables.json").read_text())["tables"],
+                                            key=lambda table: [int(arc) for arc in table["oid"].split(".")])]
 # (table, column as it is printed, value in the first row)
 FIRST_CELLS = [
     ("tavoAdaptorUnitTable", "Dn", "sys/rack-unit-1/adaptor-2"),
