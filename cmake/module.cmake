@@ -6,8 +6,9 @@ add_library(module_objects OBJECT ${module_sources} module/start_up.cpp)
 set_target_properties(module_objects PROPERTIES CXX_VISIBILITY_PRESET hidden
                                                 VISIBILITY_INLINES_HIDDEN ON)
 target_compile_options(module_objects PRIVATE -ffunction-sections -fdata-sections)
-# Requests run through core/ alone. The rest waits for the platform, and a controller has little flash.
-list(FILTER module_sources EXCLUDE REGEX "/core/")
+# An ordinary request runs through these units alone. The rest waits for the platform or for a lock, and a controller
+# has little flash.
+list(FILTER module_sources EXCLUDE REGEX "/core/(access_lock|column|row_list|table|table_walk)[.]cpp$")
 set_source_files_properties(${module_sources} module/start_up.cpp PROPERTIES
                             COMPILE_OPTIONS $<$<NOT:$<CONFIG:Debug>>:-Os>)
 target_link_libraries(module_objects PUBLIC netsnmpagent netsnmp Threads::Threads)
