@@ -13,10 +13,12 @@
 #include <new>
 #include <utility>
 
+// Exported by net-snmp's agent library, but declared in none of its headers.
 extern "C" {
-// The session through which a subagent asks itself: exported by net-snmp's agent library, but declared in none of its
-// headers. Null in an agent of its own.
+// The session through which a subagent asks itself. Null in an agent of its own.
 extern netsnmp_session *agentx_callback_sess [[gnu::weak]];
+// Lists a delegated request, if it is not listed yet.
+int netsnmp_check_for_delegated_and_add(netsnmp_agent_session *asp);
 }
 
 namespace tavo {
@@ -182,7 +184,8 @@ int RequestGate::enter(netsnmp_mib_handler *handler, netsnmp_handler_registratio
     return may_start_with_an_instance(registration, requests) ? gate.pass(group, info, lock.acquire())
                                                               : SNMP_ERR_NOERROR;
   }
-  if (!gate.is_awaited(lock)) {
+  // One that has waited comes back for its next row or table: it does not queue up again.
+  if (netsnmp_agent_get_list_data(info, note_name) != nullptr || !gate.is_awaited(lock)) {
     const int error = lock.acquire_or_reserve(gate.event_.get());
     if (error != EBUSY) {
       return gate.pass(group, info, error);
@@ -207,18 +210,21 @@ int RequestGate::pass(const Group &group, netsnmp_agent_request_info *info, int 
   const int result = netsnmp_call_next_handler(group.gate, group.registration, info, group.requests);
   held_ = held_before;
   lock.release();
+  if (is_awaited(lock)) {  // its reservation was used
+    wake_later();
+  }
   return result;
 }
 
 int RequestGate::set_aside(const Group &group, netsnmp_agent_request_info *info) {
   drop_earlier_copy_of(info);
   Waiting *const request = note_of(info);
+  if (request == nullptr) {
+    leave_queue_unless_awaited(group.lock());
+    netsnmp_request_set_error_all(group.requests, SNMP_ERR_GENERR);
+    return SNMP_ERR_NOERROR;
+  }
   if (request->groups.empty()) {
-    if (waiting_.size() >= most_waiting) {
-      leave_queue_unless_awaited(group.lock());
-      netsnmp_request_set_error_all(group.requests, SNMP_ERR_GENERR);
-      return SNMP_ERR_NOERROR;
-    }
     request->groups.reserve(1);
     waiting_.push_back(request);
   }
@@ -232,6 +238,9 @@ RequestGate::Waiting *RequestGate::note_of(netsnmp_agent_request_info *info) {
   if (void *const noted = netsnmp_agent_get_list_data(info, note_name); noted != nullptr) {
     return static_cast<Waiting *>(noted);
   }
+  if (notes_ - dropped_.size() >= most_waiting) {
+    return nullptr;
+  }
   auto request = std::make_unique<Waiting>(Waiting{.info = info});
   netsnmp_data_list *const node = netsnmp_create_data_list(note_name, request.get(), [](void *freed) {
     const std::unique_ptr<Waiting> ended(static_cast<Waiting *>(freed));
@@ -241,6 +250,7 @@ RequestGate::Waiting *RequestGate::note_of(netsnmp_agent_request_info *info) {
     throw std::bad_alloc();
   }
   netsnmp_agent_add_list_data(info, node);
+  ++notes_;
   return request.release();
 }
 
@@ -260,6 +270,7 @@ void RequestGate::drop_earlier_copy_of(netsnmp_agent_request_info *info) {
 }
 
 void RequestGate::forget(Waiting *request) {
+  --notes_;
   std::erase(waiting_, request);
   std::erase(dropped_, request);
   for (const Group &group : request->groups) {
@@ -270,7 +281,7 @@ void RequestGate::forget(Waiting *request) {
 void RequestGate::wake() {
   std::uint64_t count;
   [[maybe_unused]] const ssize_t got = ::read(event_.get(), &count, sizeof count);
-  drop_the_unwanted();
+  tidy_up();
   for (ListLock *lock : locks_) {
     if (is_awaited(*lock)) {
       serve(*lock);
@@ -314,8 +325,9 @@ void RequestGate::serve(ListLock &lock) {
 }
 
 // Frees the requests that nobody waits for: earlier copies, and those of TCP clients that have left, whose session
-// net-snmp has freed.
-void RequestGate::drop_the_unwanted() {
+// net-snmp has freed. And has net-snmp know all others: one that is set aside for a second time it does not list again
+// while it lists another with the same transaction id, as when one PDU at an AgentX master becomes several here.
+void RequestGate::tidy_up() {
   while (!dropped_.empty()) {
     netsnmp_remove_and_free_agent_snmp_session(dropped_.back()->info->asp);  // forgets it, too
   }
@@ -324,10 +336,13 @@ void RequestGate::drop_the_unwanted() {
        left = std::ranges::find_if(waiting_, has_left)) {
     netsnmp_remove_and_free_agent_snmp_session((*left)->info->asp);
   }
+  for (const Waiting *request : waiting_) {
+    netsnmp_check_for_delegated_and_add(request->info->asp);
+  }
 }
 
 void RequestGate::refuse(Clock::time_point latest) {
-  drop_the_unwanted();
+  tidy_up();
   for (Waiting *request : waiting_) {
     if (request->since > latest) {
       continue;

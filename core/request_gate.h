@@ -40,7 +40,7 @@ namespace tavo {
 
 class RequestGate {
  public:
-  // More waiting requests than this get genErr: net-snmp sets no limit of its own.
+  // So many requests may wait; more get genErr. net-snmp sets no limit of its own.
   static constexpr std::size_t most_waiting = 256;
 
   // The one gate. Never destroyed: the agent frees its requests after static objects.
@@ -66,6 +66,7 @@ class RequestGate {
 
   static Netsnmp_Node_Handler enter;
   int set_aside(const Group &group, netsnmp_agent_request_info *info);
+  // Null when too many wait. One that has waited before keeps its note, and is not refused half-way.
   Waiting *note_of(netsnmp_agent_request_info *info);
   void drop_earlier_copy_of(netsnmp_agent_request_info *info);
   // Called when net-snmp frees the request.
@@ -73,7 +74,7 @@ class RequestGate {
 
   void wake();
   void serve(ListLock &lock);
-  void drop_the_unwanted();
+  void tidy_up();
   // Answers those that have waited since `latest` or longer with genErr.
   void refuse(std::chrono::steady_clock::time_point latest);
   void refuse_all() { refuse(std::chrono::steady_clock::time_point::max()); }
@@ -88,6 +89,7 @@ class RequestGate {
   std::vector<ListLock *> locks_;   // of all guarded tables
   std::vector<Waiting *> waiting_;  // in the order in which they came
   std::vector<Waiting *> dropped_;  // repeated since, to be freed without an answer
+  std::size_t notes_ = 0;           // of requests that wait, have waited or are dropped
   static constinit inline const ListLock *held_ = nullptr;
   std::chrono::milliseconds answer_limit_{0};
   unsigned alarm_ = 0;  // of the answer limit; 0: not running

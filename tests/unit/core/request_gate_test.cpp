@@ -169,6 +169,21 @@ TEST_F(RequestGateTest, AnInclusiveInstanceIsWaitedForInPlace) {
   EXPECT_THAT(send_inclusive(cell(ev_root, 5, 0)).wait().answers, ElementsAre(Answer{cell(ev_root, 5, 1), integer(1)}));
 }
 
+TEST_F(RequestGateTest, ASecondWaitOfATransactionIsNoted) {
+  // Both have transaction id 0. One waits for a second table when the lock of the first is free.
+  LockHolder ev(ev_lock_);
+  LockHolder subagent(subagent_lock_);
+  const PendingResponse there = fakes::send_get_next({cell(subagent_root, 5, 1)});
+  EXPECT_FALSE(there.arrived());
+  const PendingResponse goes_on = fakes::send_get_next({cell(ev_root, 11, 3)});
+  EXPECT_FALSE(goes_on.arrived());
+  ev.release();
+  EXPECT_FALSE(goes_on.arrived());
+  subagent.release();
+  EXPECT_EQ(there.wait().answers.at(0).value, integer(20));
+  EXPECT_EQ(goes_on.wait().answers.at(0).name, cell(subagent_root, 2, 1));
+}
+
 TEST_F(RequestGateTest, ManyWaitAndAllAreAnswered) {
   LockHolder holder(ev_lock_);
   std::vector<PendingResponse> waiting;
@@ -204,6 +219,23 @@ TEST_F(RequestGateTest, MoreThanTheBoundGetGenErrAtOnce) {
   holder.release();
   for (const PendingResponse &response : waiting) {
     EXPECT_EQ(response.wait().error_status, SNMP_ERR_NOERROR);
+  }
+}
+
+TEST_F(RequestGateTest, AtTheBoundWhoHasWaitedGoesOn) {
+  const Oid start = cell(ev_root, 5, 0);
+  const auto idle = fakes::send_get_bulk({start}, 20).wait();
+  LockHolder holder(ev_lock_);
+  std::vector<PendingResponse> waiting;
+  for (std::size_t i = 0; i < RequestGate::most_waiting; ++i) {
+    waiting.push_back(fakes::send_get_bulk({start}, 20));
+    waiting.back().arrived();
+  }
+  holder.release();
+  for (const PendingResponse &response : waiting) {
+    fakes::send_get_bulk({start}, 20).arrived();  // others take any place that becomes free
+    EXPECT_EQ(response.wait().error_status, SNMP_ERR_NOERROR);
+    EXPECT_EQ(response.wait().answers, idle.answers);
   }
 }
 
