@@ -17,7 +17,7 @@ SECONDS = float(os.environ.get("TAVO_STRESS_SECONDS", "5"))
 
 
 def column(number, row):
-    """The value of a cell, from what modules/rebuilder.cpp says of its processors."""
+    """The value of a cell, from what modules/real_module.h says of its processors."""
     return {
         2: f'STRING: "sys/rack-unit-1/board/cpu-{row}"',
         3: f'STRING: "cpu-{row}"',
@@ -46,7 +46,7 @@ def column(number, row):
 def test_walks_are_whole_while_table_is_rebuilt(start):
     wanted = [f".{TABLE}.1.{number}.{row} = {column(number, row)}"
               for number in range(2, 23) for row in range(1, PROCESSORS + 1)]
-    daemon = start(Daemon, module=TEST_MODULES / "rebuilder.so", REBUILT_MODULE=str(BUILD / "libsnmpextmibmodule.so"))
+    daemon = start(Daemon, module=TEST_MODULES / "rebuilder.so", REAL_MODULE=str(BUILD / "libsnmpextmibmodule.so"))
     deadline = time.monotonic() + SECONDS
     walks = [0] * MANAGERS
     wrong = []

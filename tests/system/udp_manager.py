@@ -1,0 +1,110 @@
+"""A manager that sends SNMPv2c requests without waiting for the answer to the one before."""
+
+import select
+import socket
+import time
+from typing import NamedTuple
+
+from datagrams import element, elements, oid
+
+GET, GET_NEXT, RESPONSE, SET, GET_BULK = 0xA0, 0xA1, 0xA2, 0xA3, 0xA5
+GEN_ERR = 5
+
+
+def _element(tag, content):
+    length = len(content)
+    if length < 128:
+        return bytes([tag, length]) + content
+    octets = length.to_bytes((length.bit_length() + 7) // 8, "big")
+    return bytes([tag, 0x80 | len(octets)]) + octets + content
+
+
+def _integer(value):
+    return _element(0x02, value.to_bytes(value.bit_length() // 8 + 1, "big", signed=True))
+
+
+def _oid(text):
+    numbers = [int(number) for number in text.split(".")]
+    octets = bytearray()
+    for number in [40 * numbers[0] + numbers[1], *numbers[2:]]:
+        septets = [number & 0x7F]
+        while number := number >> 7:
+            septets.append(number & 0x7F | 0x80)
+        octets += bytes(reversed(septets))
+    return _element(0x06, bytes(octets))
+
+
+def message(kind, request_id, names, community=b"public", first=0, second=0):
+    """An SNMPv2c message. `first` and `second`: a GETBULK's non-repeaters and repetitions."""
+    value = _integer(1) if kind == SET else _element(0x05, b"")
+    varbinds = b"".join(_element(0x30, _oid(name) + value) for name in names)
+    pdu = _element(kind, _integer(request_id) + _integer(first) + _integer(second) + _element(0x30, varbinds))
+    return _element(0x30, _integer(1) + _element(0x04, community) + pdu)
+
+
+class Response(NamedTuple):
+    error: int
+    varbinds: list  # (name, tag, content)
+    seconds: float  # since the request was sent
+
+
+class UdpManager:
+    """Requests from one UDP port, matched to their responses by request id."""
+
+    def __init__(self, address, community="public"):
+        host, _, port = address.rpartition(":")
+        self._socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+        self._socket.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 4 << 20)
+        self._socket.connect((host, int(port)))
+        self._community = community.encode()
+        self._next_id = 1
+        self._sent = {}
+        self.responses = {}  # {request id: Response}
+        self.repeated = 0  # responses to a request that had one already
+
+    def send(self, kind, *names, first=0, second=0, request_id=None):
+        """Sends a request and returns its id."""
+        if request_id is None:
+            request_id, self._next_id = self._next_id, self._next_id + 1
+        self._sent.setdefault(request_id, time.monotonic())
+        self._socket.send(message(kind, request_id, names, self._community, first, second))
+        return request_id
+
+    def receive(self, timeout=0):
+        """Takes what arrives within `timeout` seconds, and returns the ids answered."""
+        answered = []
+        deadline = time.monotonic() + timeout
+        while select.select([self._socket], [], [], max(0, deadline - time.monotonic()))[0]:
+            try:
+                datagram = self._socket.recv(65536)
+            except ConnectionRefusedError:
+                continue
+            now = time.monotonic()
+            _, message, _ = element(datagram)
+            pdu = list(elements(message))[2][1]
+            (_, number), (_, error), _, (_, varbinds) = elements(pdu)
+            request_id = int.from_bytes(number, "big", signed=True)
+            if request_id in self.responses:
+                self.repeated += 1
+                continue
+            found = []
+            for _, varbind in elements(varbinds):
+                (_, name), (tag, content) = elements(varbind)
+                found.append((oid(name), tag, content))
+            self.responses[request_id] = Response(int.from_bytes(error, "big"), found, now - self._sent[request_id])
+            answered.append(request_id)
+            if timeout and not self.unanswered():
+                break
+        return answered
+
+    def ask(self, kind, *names, timeout=30, **settings):
+        """The response to one request."""
+        request_id = self.send(kind, *names, **settings)
+        deadline = time.monotonic() + timeout
+        while request_id not in self.responses:
+            assert time.monotonic() < deadline, f"no answer to {names} within {timeout} s"
+            self.receive(min(0.1, timeout))
+        return self.responses[request_id]
+
+    def unanswered(self):
+        return [request_id for request_id in self._sent if request_id not in self.responses]
