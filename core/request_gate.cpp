@@ -79,7 +79,8 @@ void mark(netsnmp_request_info *requests, bool delegated) {
   }
 }
 
-// At the end of a GET's first pass net-snmp makes each varbind without a value noSuchInstance, also one that waits.
+// At the end of the first pass of a GET net-snmp makes each varbind without a value noSuchInstance, also one that
+// waits.
 void take_back_missing_values(const netsnmp_agent_request_info *info, netsnmp_request_info *requests) {
   for (; info->mode == MODE_GET && requests != nullptr; requests = requests->next) {
     if (requests->requestvb->type == SNMP_NOSUCHINSTANCE) {

@@ -196,7 +196,7 @@ BAD_INPUT = [
     ("tavoEquipmentOther", GROUP, OID, LOCK, "ends with Table"),
     ("tavoEquipmentFanTable", GROUP, OID, LOCK, "is defined by tavoEquipmentFanTable"),
     ("tavoHealthLedTable", GROUP, OID, LOCK, "HealthLedRow, is defined by tavoEquipmentHealthLedTable"),
-    (NAME, "equipments", OID, LOCK, "tables/equipments is not a directory"),
+    (NAME, "gadgets", OID, LOCK, "tables/gadgets is not a directory"),
     (NAME, GROUP, "15", LOCK, "'15' is not an OID"),
     (NAME, GROUP, "15.0", LOCK, "'15.0' is not an OID"),
     (NAME, GROUP, "15.4294967296", LOCK, "is not an OID"),
