@@ -207,9 +207,9 @@ int RequestGate::pass(const Group &group, netsnmp_agent_request_info *info, int 
     return netsnmp_call_next_handler(group.gate, group.registration, info, group.requests);
   }
   ListLock &lock = group.lock();
-  const ListLock *const held_before = std::exchange(held_, &lock);
+  const ListLock *const held_before = std::exchange(lock_held, &lock);
   const int result = netsnmp_call_next_handler(group.gate, group.registration, info, group.requests);
-  held_ = held_before;
+  lock_held = held_before;
   lock.release();
   if (is_awaited(lock)) {  // its reservation was used
     wake_later();
@@ -298,7 +298,7 @@ void RequestGate::serve(ListLock &lock) {
   if (error == EBUSY) {
     return;
   }
-  held_ = error == 0 ? &lock : nullptr;
+  lock_held = error == 0 ? &lock : nullptr;
   int left = most_in_one_turn;
   for (Waiting *request : waiting_) {
     if (!request->waits_for(lock)) {
@@ -318,8 +318,8 @@ void RequestGate::serve(ListLock &lock) {
       return true;
     });
   }
-  if (held_ != nullptr) {
-    held_ = nullptr;
+  if (lock_held != nullptr) {
+    lock_held = nullptr;
     lock.release();
   }
   std::erase_if(waiting_, [](const Waiting *request) { return request->groups.empty(); });

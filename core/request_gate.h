@@ -50,7 +50,7 @@ class RequestGate {
   void guard(netsnmp_handler_registration *registration, ListLock &lock);
 
   // Whether the gate holds this lock, for a request that is in a table now.
-  static bool holds(const ListLock &lock) { return held_ == &lock; }
+  static bool holds(const ListLock &lock) { return lock_held == &lock; }
 
   // How long a request may wait before it gets genErr. 0, the default: as long as it takes. At start-up the environment
   // variable TAVO_ANSWER_WITHIN_MS sets it.
@@ -90,7 +90,7 @@ class RequestGate {
   std::vector<Waiting *> waiting_;  // in the order in which they came
   std::vector<Waiting *> dropped_;  // repeated since, to be freed without an answer
   std::size_t notes_ = 0;           // of requests that wait, have waited or are dropped
-  static constinit inline const ListLock *held_ = nullptr;
+  static constinit inline const ListLock *lock_held = nullptr;
   std::chrono::milliseconds answer_limit_{0};
   unsigned alarm_ = 0;  // of the answer limit; 0: not running
 };
