@@ -186,7 +186,7 @@ int RequestGate::enter(netsnmp_mib_handler *handler, netsnmp_handler_registratio
                                                               : SNMP_ERR_NOERROR;
   }
   // One that has waited comes back for its next row or table: it does not queue up again.
-  if (netsnmp_agent_get_list_data(info, note_name) != nullptr || !gate.is_awaited(lock)) {
+  if (!gate.is_awaited(lock) || netsnmp_agent_get_list_data(info, note_name) != nullptr) {
     const int error = lock.acquire_or_reserve(gate.event_.get());
     if (error != EBUSY) {
       return gate.pass(group, info, error);

@@ -13,6 +13,7 @@
 
 #include "core/access_lock.h"
 #include "core/descriptor.h"
+#include "tests/fakes/mutexes.h"
 #include "tests/fixtures/lock_holder.h"
 #include "tests/fixtures/module_fixture.h"
 #include "tests/harness/threaded.h"
@@ -55,6 +56,14 @@ TEST_F(ReservationTest, TheReleaseTellsItsOwner) {
   EXPECT_EQ(try_or_reserve(), 0);
   lock_.release();
   EXPECT_FALSE(told_within(0));
+}
+
+TEST_F(ReservationTest, ALockReleasedMeanwhileIsTaken) {
+  LockHolder holder(lock_);
+  // The next lock is that of the queue: its owner has just found the lock busy.
+  fakes::before_next_mutex_lock([&] { holder.release(); });
+  EXPECT_EQ(try_or_reserve(), 0);
+  lock_.release();
 }
 
 TEST_F(ReservationTest, ABusyTryNeitherCountsNorTraces) {
