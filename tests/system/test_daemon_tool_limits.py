@@ -41,6 +41,8 @@ def open_descriptors(daemon):
 def test_a_hanging_tool_is_killed_with_its_children(start):
     tool = Hanging()
     daemon = start(Daemon, module=TOOL_RUNNER, options=["--tool-timeout", "1"])
+    daemon.order("true")
+    daemon.wait_for_log("tool ended with 0\n")  # so the module has its control pipe open
     before = open_descriptors(daemon)
     daemon.order(tool.command)
     daemon.wait_for_log(f"tool ended with {KILLED}\n")
