@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <span>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -38,6 +39,13 @@ class EveryTableTest : public fakes::ModuleTest, public testing::WithParamInterf
   static std::span<const oid> root() { return GetParam().table->description().root; }
   static oid last_column() { return first_column + GetParam().table->description().columns.size() - 1; }
   static std::vector<TableRow> rows() { return GetParam().rows(); }
+  // Throws when there is none, which fails the test and ends it.
+  static std::vector<TableRow> some_rows() {
+    if (rows().empty()) {
+      throw std::runtime_error("no row: does WholeServer have what the table is built from?");
+    }
+    return rows();
+  }
   static void remove_all_rows() {
     const ListGuard guard(GetParam().table->lock());
     GetParam().table->remove_all();
@@ -49,7 +57,7 @@ class EveryTableTest : public fakes::ModuleTest, public testing::WithParamInterf
     if (rows().empty()) {  // the fault table
       GetParam().build(1);
     }
-    ASSERT_THAT(rows(), Not(IsEmpty())) << "Does WholeServer have what the table is built from?";
+    some_rows();
   }
 
   static fakes::Value read(oid column, oid index) {
@@ -88,7 +96,7 @@ TEST_P(EveryTableTest, ARowIsRemovedByItsAddress) {
   for (int build = 0; build < 3; ++build) {
     GetParam().build(0);
   }
-  std::vector<TableRow> remaining = rows();
+  std::vector<TableRow> remaining = some_rows();
   const auto middle = remaining.begin() + std::ssize(remaining) / 2;
   EXPECT_EQ(GetParam().remove(middle->address), 0);
   remaining.erase(middle);
@@ -98,7 +106,7 @@ TEST_P(EveryTableTest, ARowIsRemovedByItsAddress) {
 
 TEST_P(EveryTableTest, NoRowAndAnUnlistedRowAreLeftAlone) {
   GetParam().build(0);
-  const std::vector<TableRow> standing = rows();
+  const std::vector<TableRow> standing = some_rows();
   std::uint32_t stranger = standing.front().index;
   EXPECT_EQ(GetParam().remove(nullptr), 0);
   EXPECT_EQ(GetParam().remove(&stranger), 0);
@@ -107,7 +115,7 @@ TEST_P(EveryTableTest, NoRowAndAnUnlistedRowAreLeftAlone) {
 
 TEST_P(EveryTableTest, RemovingGivesTheLocksError) {
   GetParam().build(0);
-  const std::vector<TableRow> standing = rows();
+  const std::vector<TableRow> standing = some_rows();
   fakes::fail_next_call_with(GetParam().table->lock(), EINVAL);
   EXPECT_EQ(GetParam().remove(standing.front().address), EINVAL);
   EXPECT_EQ(rows(), standing);
@@ -183,7 +191,7 @@ TEST_P(ReloadedTableTest, OnlyModeOneRemovesTheRowsThatStand) {
   const std::size_t once = rows().size();
   ASSERT_GT(once, 0U);
   for (const int mode : {0, 2, -1}) {
-    const std::vector<TableRow> standing = rows();
+    const std::vector<TableRow> standing = some_rows();
     EXPECT_EQ(GetParam().build(mode), GetParam().built) << mode;
     if (GetParam().one_row) {
       EXPECT_THAT(rows(), SizeIs(1)) << mode;
@@ -200,7 +208,7 @@ TEST_P(ReloadedTableTest, OnlyModeOneRemovesTheRowsThatStand) {
 
 TEST_P(ReloadedTableTest, WithoutMemoryOnlyModeOneRemovesTheRows) {
   GetParam().build(0);
-  const std::vector<TableRow> standing = rows();
+  const std::vector<TableRow> standing = some_rows();
   for (const int mode : {0, 2}) {
     fakes::fail_allocations(0);
     EXPECT_EQ(GetParam().build(mode), GetParam().without_memory) << mode;
@@ -225,7 +233,7 @@ INSTANTIATE_TEST_SUITE_P(Tables, TableWithItsOwnLockTest,
 
 TEST_P(TableWithItsOwnLockTest, WithoutItsLockNothingIsDone) {
   GetParam().build(0);
-  const std::vector<TableRow> standing = rows();
+  const std::vector<TableRow> standing = some_rows();
   const std::size_t asked = server_.questions();
   for (const int mode : {0, 1}) {
     fakes::fail_next_call_with(GetParam().table->lock(), EINVAL);
@@ -290,7 +298,7 @@ TEST_P(SharedSourceTest, ATableThatStartsWithoutItMissesTheSnapshotOnly) {
 
 TEST_P(SharedSourceTest, ARebuildWithoutTheSnapshotOnlyRemoves) {
   GetParam().build(0);
-  const std::vector<TableRow> standing = rows();
+  const std::vector<TableRow> standing = some_rows();
   free_stor_info(head_stor_ptr);
   EXPECT_EQ(GetParam().build(0), without_source());
   if (without_source() == -1) {

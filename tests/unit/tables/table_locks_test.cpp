@@ -74,6 +74,7 @@ TEST_P(TableLocksTest, AWalkHoldsTheTablesOwnLockAndNoOther) {
   GetParam().build(0);
   const auto known = known_locks.find(GetParam().name);
   const std::string own = known == known_locks.end() ? fakes::lock_name(GetParam().table->lock()) : known->second;
+  ASSERT_FALSE(GetParam().rows().empty()) << "does WholeServer have what the table is built from?";
   std::size_t following = GetParam().rows().size() - 1;
   EXPECT_THAT(busy_locks(), IsEmpty());
   EXPECT_NE(first_row(), nullptr);
