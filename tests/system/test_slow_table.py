@@ -100,7 +100,7 @@ def test_slow_table_delays_no_other(agent):
     print(f"{len(seconds)} answers, {len(others.unanswered())} unanswered: median {percentile(seconds, .5) * 1e3:.1f} "
           f"ms, p99 {percentile(seconds, .99) * 1e3:.1f} ms, maximum {max(seconds) * 1e3:.1f} ms")
     assert not others.unanswered()
-    agent.wait_for_log("released 41")
+    agent.wait_for_log("releasing 41")
     slow.receive(10)
     assert slow.responses[waiting].varbinds == [(SLOW, OCTETS, b"sys/rack-unit-1/board/cpu-7")]
     print(f"the slow GET after {slow.responses[waiting].seconds:.3f} s")
@@ -116,7 +116,7 @@ def test_walk_across_slow_table_is_whole(agent):
         agent.order("hold 2 1.5")
         wait_until(lambda: agent.log().count("holding 2") == agent.log().count("holding 41") > 0, what="both holds")
         assert snmp(tool, agent.address, BASE, options=options) == idle
-        wait_until(lambda: agent.log().count("released") == agent.log().count("holding"), what="the releases")
+        wait_until(lambda: agent.log().count("releasing") == agent.log().count("holding"), what="the releases")
 
 
 def test_request_for_two_slow_tables_waits_for_both(agent):
@@ -126,7 +126,7 @@ def test_request_for_two_slow_tables_waits_for_both(agent):
     hold(agent, 41, 1)
     hold(agent, 2, 2)
     assert manager.ask(GET, SLOW, FREE, controller).varbinds == idle
-    assert "released 2" in agent.log()
+    assert "releasing 2" in agent.log()
 
 
 def test_repeated_request_gets_one_answer(start, kind_of_master):
@@ -167,7 +167,7 @@ def test_set_stops_nobody(start, kind_of_master):
     assert others.ask(GET, FREE, timeout=4).error == 0
     slow.receive(1)
     assert slow.responses[waiting].error == GEN_ERR
-    assert "released" not in agent.log()
+    assert "releasing" not in agent.log()
 
 
 def test_tcp_client_that_leaves_harms_nobody(start):
@@ -180,7 +180,7 @@ def test_tcp_client_that_leaves_harms_nobody(start):
             time.sleep(0.2)
     manager = UdpManager(agent.address)
     assert manager.ask(GET, SLOW).error == 0
-    agent.wait_for_log("released")
+    agent.wait_for_log("releasing")
     assert manager.ask(GET, FREE).error == 0
 
 
@@ -197,8 +197,8 @@ def test_many_waiting_requests_are_bounded(agent):
             manager.receive()
     assert manager.ask(GET, FREE, timeout=4).error == 0
     grown = resident(agent) - before
-    assert "released" not in agent.log(), "too slow to measure"
-    agent.wait_for_log("released")
+    assert "releasing" not in agent.log(), "too slow to measure"
+    agent.wait_for_log("releasing")
     free = manager.ask(GET, FREE).seconds
     wait_until(lambda: manager.receive(0.1) is not None and not manager.unanswered(), 60, "all answers")
     errors = [manager.responses[request].error for request in requests]

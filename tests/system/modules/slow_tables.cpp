@@ -1,6 +1,6 @@
 // Holds the locks of two tables of the real module, as long rebuilds do. The order "hold 41 SECONDS" holds that of the
 // processor table, "hold 2 SECONDS" that of the storage controller table, which has four rows. Logs "holding NUMBER"
-// and "released NUMBER". Without a lock it serves BASE.5.0, always 43.
+// and "releasing NUMBER". Without a lock it serves BASE.5.0, always 43.
 #include <net-snmp/net-snmp-config.h>
 
 #include <net-snmp/net-snmp-includes.h>
@@ -59,8 +59,8 @@ extern "C" int init_subagent_modules() {
       acquire(number);
       snmp_log(LOG_INFO, "holding %d\n", number);
       std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+      snmp_log(LOG_INFO, "releasing %d\n", number);  // before: an answer is never earlier than this line
       release(number);
-      snmp_log(LOG_INFO, "released %d\n", number);
     }).detach();
   });
   return 0;
