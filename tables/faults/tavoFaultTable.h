@@ -49,7 +49,7 @@ void assign_time(DateAndTime &to, std::time_t seconds);
 // event thread then fills the table; while it runs, it alone changes the rows and calls the functions below. Before it
 // starts and after it is joined, they are the daemon's thread's to call.
 //
-// tavoFaultTable_removeAllEntries takes the lock itself, unlike the other tables' functions of that name. The table
+// tavoFaultTable_removeAllEntries takes the lock itself, unlike most tables' functions of that name. The table
 // cannot be de-registered.
 TAVO_DECLARE_TABLE_WITH_OWN_ROWS(tavoFaultTable, FaultRow)
 
