@@ -10,6 +10,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <future>
 #include <memory>
 #include <optional>
@@ -185,6 +186,10 @@ ExitStatus run_daemon(const Options &options) {
 
   for (const std::string &library : options.platforms) {
     load_platform_library(library);
+  }
+  if (options.answer_within.count() > 0) {
+    // The module's exports are fixed, so it takes this one setting from the environment.
+    ::setenv("TAVO_ANSWER_WITHIN_MS", std::to_string(options.answer_within.count()).c_str(), 1);
   }
   Module module(options.module);
   std::unique_ptr<ChassisLink> link;

@@ -44,6 +44,7 @@ struct RawOptions {
   std::string debug;
   CLI::Option *debug_option = nullptr;
   long tool_timeout = Options().tool_timeout.count();
+  long answer_within = Options().answer_within.count();
 };
 
 void add_options(CLI::App &app, Options &options, RawOptions &raw) {
@@ -86,6 +87,12 @@ void add_options(CLI::App &app, Options &options, RawOptions &raw) {
       ->type_name("SECONDS")
       ->take_last()
       ->check(CLI::Range(0L, 1'000'000L));
+  app.add_option("--answer-within", raw.answer_within,
+                 "Answer genErr to a request that has waited for its table so many milliseconds, 0 for never")
+      ->capture_default_str()
+      ->type_name("MILLISECONDS")
+      ->take_last()
+      ->check(CLI::Range(0L, 1'000'000'000L));
   app.add_option("--chassis-block", options.chassis_block,
                  "Start the chassis link (TCP port 25678), which sends this file's content")
       ->type_name("FILE")
@@ -141,6 +148,7 @@ CommandLine parse_command_line(int argc, const char *const *argv) {
   }
   options.log = split_occurrences(raw.log);
   options.tool_timeout = std::chrono::seconds(raw.tool_timeout);
+  options.answer_within = std::chrono::milliseconds(raw.answer_within);
   if (raw.debug_option->count() > 0) {
     options.debug_tokens = raw.debug;
   }

@@ -25,6 +25,7 @@ struct Options {
   std::string module = "libsnmpextmibmodule.so";  // --module
   std::size_t notification_limit = 16384;         // --notification-limit
   std::chrono::seconds tool_timeout{30};          // --tool-timeout; 0 means none
+  std::chrono::milliseconds answer_within{0};     // --answer-within; 0 means none
   std::string chassis_block;                      // --chassis-block; empty means no chassis link
 
   bool stand_alone() const { return !listen.empty(); }

@@ -217,6 +217,30 @@ def test_hold_of_35_s_is_answered_by_a_subagent(start):
     assert "disconnected" not in agent.log()
 
 
+def test_answer_within_gives_gen_err(start):
+    agent = start(Daemon, module=MODULE, REAL_MODULE=str(REAL_MODULE), options=["--answer-within", "500"])
+    hold(agent, 41, 4)
+    answer = UdpManager(agent.address).ask(GET, SLOW)
+    assert answer.error == GEN_ERR
+    assert 0.4 < answer.seconds < 3.5
+
+
+@pytest.mark.parametrize("options, keeps_session", [(["--answer-within", "800"], True), ([], False)],
+                         ids=["answer-within", "without"])
+def test_answer_within_keeps_an_impatient_master(start, directory, options, keeps_session):
+    """A master with its own timeout of 1 s and five retries closes the session of a subagent that answers later."""
+    configuration = directory / "impatient.conf"
+    configuration.write_text("master agentx\nagentXSocket /var/agentx/master\n")
+    agent = start(Daemon, module=MODULE, master=start(Master, configuration), REAL_MODULE=str(REAL_MODULE),
+                  options=options)
+    hold(agent, 41, 9)
+    answer = UdpManager(agent.address).ask(GET, SLOW, timeout=30)
+    assert answer.error == GEN_ERR
+    is_served = UdpManager(agent.address).ask(GET, FREE).varbinds == [(FREE, INTEGER, bytes([43]))]
+    assert is_served == keeps_session
+    assert ("disconnected" not in agent.log()) == keeps_session
+
+
 def test_answer_limit_gives_gen_err(start, kind_of_master):
     agent = start_agent(start, kind_of_master, TAVO_ANSWER_WITHIN_MS="500")
     hold(agent, 41, 4)

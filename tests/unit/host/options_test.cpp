@@ -89,6 +89,11 @@ TEST(OptionsTest, TheToolTimeoutIsInSeconds) {
   EXPECT_EQ(parse({"--tool-timeout", "90", "--tool-timeout", "0"}).options.tool_timeout, std::chrono::seconds(0));
 }
 
+TEST(OptionsTest, TheAnswerLimitIsInMilliseconds) {
+  EXPECT_EQ(parse({}).options.answer_within, std::chrono::milliseconds(0));
+  EXPECT_EQ(parse({"--answer-within", "800"}).options.answer_within, std::chrono::milliseconds(800));
+}
+
 TEST(OptionsTest, ConfigurationFilesMayBeListedOrRepeated) {
   EXPECT_THAT(parse({"-c", "a,b", "-c", "c"}).options.configuration_files, ElementsAre("a", "b", "c"));
 }
@@ -101,6 +106,7 @@ TEST(OptionsTest, ABadOptionIsNamedAndHasTheUsageStatus) {
            {{"--notification-limit", "0"}, "--notification-limit"},
            {{"--tool-timeout", "-1"}, "--tool-timeout"},
            {{"--tool-timeout", "soon"}, "--tool-timeout"},
+           {{"--answer-within", "-1"}, "--answer-within"},
            {{"-x", "a", "--listen", "b"}, "-x"}}) {
     const CommandLine line = parse(arguments);
     EXPECT_EQ(line.leave, ExitStatus::Usage) << named;
