@@ -1,6 +1,6 @@
 #include <array>
 
-#include "simulator/class_code.h"
+#include "core/class_number.h"
 #include "simulator/control.h"
 
 namespace tavo::sim {
@@ -64,8 +64,9 @@ Unit change_processor(Machine &machine, const std::string &number, Settings sett
     position = position_of(inventory.processors, number);
     apply_settings(inventory.processors[position], settings);
   });
-  return {
-      .name = "processor " + number, .class_code = class_processor, .number = static_cast<std::int64_t>(position) + 1};
+  return {.name = "processor " + number,
+          .class_code = class_number::processor,
+          .number = static_cast<std::int64_t>(position) + 1};
 }
 
 std::string remove_processor(Machine &machine, Words words) {
@@ -97,7 +98,7 @@ Unit change_dimm(Machine &machine, const std::string &name, Settings settings) {
     apply_settings(dimm, settings);
     number = dimm.number("number");
   });
-  return {.name = name, .class_code = class_memory, .number = number};
+  return {.name = name, .class_code = class_number::memory, .number = number};
 }
 
 std::string remove_dimm(Machine &machine, Words words) {
@@ -125,7 +126,7 @@ std::string set_dimm(Machine &machine, Words words) {
 Unit fan_with(Machine &machine, const std::string &sensor) {
   return machine.read([&](const Inventory &inventory) -> Unit {
     const std::int64_t number = find_part(inventory.sensors, "name", sensor).number("fault-unit");
-    return {.name = sensor, .class_code = class_fan, .number = number};
+    return {.name = sensor, .class_code = class_number::system_fan, .number = number};
   });
 }
 
@@ -180,7 +181,9 @@ Unit change_supply(Machine &machine, const std::string &number, Settings setting
       }
     }
   });
-  return {.name = "supply " + number, .class_code = class_supply, .number = static_cast<std::int64_t>(position) + 1};
+  return {.name = "supply " + number,
+          .class_code = class_number::power_supply_fan,
+          .number = static_cast<std::int64_t>(position) + 1};
 }
 
 std::string remove_supply(Machine &machine, Words words) {
@@ -213,7 +216,7 @@ Unit change_adapter(Machine &machine, const std::string &slot, Settings settings
     number = adapter.number("slot");
     apply_settings(adapter, settings);
   });
-  return {.name = "adapter " + slot, .class_code = class_adapter, .number = number};
+  return {.name = "adapter " + slot, .class_code = class_number::adaptor, .number = number};
 }
 
 std::string remove_adapter(Machine &machine, Words words) {

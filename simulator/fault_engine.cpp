@@ -5,7 +5,7 @@
 #include <chrono>
 #include <ctime>
 
-#include "simulator/class_code.h"
+#include "core/class_number.h"
 #include "simulator/part_kinds.h"
 
 namespace tavo::sim {
@@ -19,13 +19,21 @@ struct AffectedObject {
 };
 
 constexpr auto affected_objects = std::to_array<AffectedObject>({
-    {.class_code = class_processor, .dn = "sys/rack-unit-1/board/cpu-", .oid = "1.3.6.1.4.1.61453.4.207.1.41.9.1.2."},
-    {.class_code = class_memory,
+    {.class_code = class_number::processor,
+     .dn = "sys/rack-unit-1/board/cpu-",
+     .oid = "1.3.6.1.4.1.61453.4.207.1.41.9.1.2."},
+    {.class_code = class_number::memory,
      .dn = "sys/rack-unit-1/board/memarray-1/mem-",
      .oid = "1.3.6.1.4.1.61453.4.207.1.30.11.1.2."},
-    {.class_code = class_supply, .dn = "sys/rack-unit-1/psu-", .oid = "1.3.6.1.4.1.61453.4.207.1.15.56.1.2."},
-    {.class_code = class_adapter, .dn = "sys/rack-unit-1/adaptor-", .oid = "1.3.6.1.4.1.61453.4.207.1.3.85.1.2."},
-    {.class_code = class_fan, .dn = "sys/rack-unit-1/fan-", .oid = "1.3.6.1.4.1.61453.4.207.1.15.12.1.2."},
+    {.class_code = class_number::power_supply_fan,
+     .dn = "sys/rack-unit-1/psu-",
+     .oid = "1.3.6.1.4.1.61453.4.207.1.15.56.1.2."},
+    {.class_code = class_number::adaptor,
+     .dn = "sys/rack-unit-1/adaptor-",
+     .oid = "1.3.6.1.4.1.61453.4.207.1.3.85.1.2."},
+    {.class_code = class_number::system_fan,
+     .dn = "sys/rack-unit-1/fan-",
+     .oid = "1.3.6.1.4.1.61453.4.207.1.15.12.1.2."},
 });
 // For every other class.
 constexpr AffectedObject affected_rack_unit{
@@ -209,14 +217,14 @@ StormResult FaultEngine::storm(std::size_t records, std::size_t indexes, const s
 void FaultEngine::add_to_storm(std::int64_t index, std::size_t sequence, std::minstd_rand &random,
                                StormResult &result) {
   constexpr unsigned highest_severity = 6;
-  const auto found = find(class_processor, index);
+  const auto found = find(class_number::processor, index);
   const bool known = found != active_.end();
   Part fault = known ? *found : Part(fault_kind);
   if (known) {
     mark_raised_again(fault);
   } else {
     fault.set_number("index", index);
-    fault.set_number("class", class_processor);
+    fault.set_number("class", class_number::processor);
     complete(fault);
   }
   fault.set_number("code", static_cast<std::int64_t>(sequence));

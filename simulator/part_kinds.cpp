@@ -2,10 +2,10 @@
 
 #include <array>
 
+#include "core/class_number.h"
 #include "platform/fault_engine.h"
 #include "platform/fru.h"
 #include "platform/inventory.h"
-#include "simulator/class_code.h"
 #include "simulator/completion_code.h"
 
 namespace tavo::sim {
@@ -126,11 +126,11 @@ constexpr auto led_fields = std::to_array<Field>({
 });
 
 constexpr auto class_names = std::to_array<NamedNumber>({
-    {.name = "processor", .number = class_processor},
-    {.name = "memory", .number = class_memory},
-    {.name = "supply", .number = class_supply},
-    {.name = "adapter", .number = class_adapter},
-    {.name = "fan", .number = class_fan},
+    {.name = "processor", .number = class_number::processor},
+    {.name = "memory", .number = class_number::memory},
+    {.name = "supply", .number = class_number::power_supply_fan},
+    {.name = "adapter", .number = class_number::adaptor},
+    {.name = "fan", .number = class_number::system_fan},
 });
 constexpr auto severity_names = std::to_array<NamedNumber>({
     {.name = "cleared", .number = 0},

@@ -8,9 +8,9 @@
 #include <map>
 #include <set>
 
+#include "core/class_number.h"
 #include "platform/fault_engine.h"
 #include "served_scenario.h"
-#include "simulator/class_code.h"
 
 namespace tavo::sim {
 namespace {
@@ -70,7 +70,7 @@ TEST_F(Faults, OneIndexInTwoClassesIsTwoFaults) {
   EXPECT_EQ(machine_->faults().count(), 6U);
   EXPECT_THAT(running("fault clear 7"), ThrowsMessage<BadInput>(HasSubstr("say which with class=...")));
   control_words("fault clear 7 class=fan");
-  EXPECT_EQ(machine_->faults().active().back().number("class"), class_supply);
+  EXPECT_EQ(machine_->faults().active().back().number("class"), class_number::power_supply_fan);
 }
 
 TEST_F(Faults, ErrorsQuoteTheWrongWord) {

@@ -2,9 +2,9 @@
 
 #include <gmock/gmock.h>
 
+#include "core/class_number.h"
 #include "platform/fault_engine.h"
 #include "served_scenario.h"
-#include "simulator/class_code.h"
 #include "simulator/part_kinds.h"
 
 namespace tavo::sim {
@@ -23,7 +23,7 @@ TEST(Part, EncodesEveryFieldAtItsOffset) {
   const auto record = fault.encoded();
   ASSERT_EQ(record.size(), FAULT_RECORD_SIZE);
   EXPECT_EQ(integer_at<std::uint32_t>(record.data(), FAULT_INDEX), 7U);
-  EXPECT_EQ(integer_at<std::uint32_t>(record.data(), FAULT_CLASS_CODE), class_fan);
+  EXPECT_EQ(integer_at<std::uint32_t>(record.data(), FAULT_CLASS_CODE), class_number::system_fan);
   EXPECT_EQ(integer_at<std::uint32_t>(record.data(), FAULT_UNIT_POSITION), 4U);
   EXPECT_EQ(integer_at<std::uint32_t>(record.data(), FAULT_SEVERITY), 5U);
   EXPECT_EQ(integer_at<std::int32_t>(record.data(), FAULT_FIRST_TIME), -1);

@@ -4,8 +4,8 @@
 #include <algorithm>
 #include <fstream>
 
+#include "core/class_number.h"
 #include "served_scenario.h"
-#include "simulator/class_code.h"
 #include "simulator/inventory.h"
 
 namespace tavo::sim {
@@ -46,7 +46,8 @@ TEST_F(ScenarioFile, RackServerHasEveryKindOfPart) {
   EXPECT_EQ(inventory.controllers[0].part.text("location"), "");
   EXPECT_EQ(inventory.controllers[0].drives[0].number("slot"), inventory.controllers[1].drives[0].number("slot"));
   EXPECT_EQ(inventory.sd.cards.size(), 2U);
-  EXPECT_TRUE(std::ranges::any_of(inventory.faults, [](const Part &f) { return f.number("class") == class_fan; }));
+  EXPECT_TRUE(std::ranges::any_of(inventory.faults,
+                                  [](const Part &f) { return f.number("class") == class_number::system_fan; }));
 }
 
 TEST_F(ScenarioFile, ServerAloneIsEnough) {
