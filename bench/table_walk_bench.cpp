@@ -103,27 +103,18 @@ constinit tavo::Table small_table(small_description, entry_points<small_table>, 
 Row row_with(std::uint32_t index) {
   Row row = {};
   row.index = index;
-  tavo::format_text(row.text_1, "sys/rack-unit-1/board/part-%u", index);
-  row.number_1 = static_cast<std::int32_t>(index);
-  row.size_1 = index;
-  tavo::format_text(row.text_2, "sys/rack-unit-1/board/part-%u", index);
-  row.number_2 = static_cast<std::int32_t>(index);
-  row.size_2 = index;
-  tavo::format_text(row.text_3, "sys/rack-unit-1/board/part-%u", index);
-  row.number_3 = static_cast<std::int32_t>(index);
-  row.size_3 = index;
-  tavo::format_text(row.text_4, "sys/rack-unit-1/board/part-%u", index);
-  row.number_4 = static_cast<std::int32_t>(index);
-  row.size_4 = index;
-  tavo::format_text(row.text_5, "sys/rack-unit-1/board/part-%u", index);
-  row.number_5 = static_cast<std::int32_t>(index);
-  row.size_5 = index;
-  tavo::format_text(row.text_6, "sys/rack-unit-1/board/part-%u", index);
-  row.number_6 = static_cast<std::int32_t>(index);
-  row.size_6 = index;
-  tavo::format_text(row.text_7, "sys/rack-unit-1/board/part-%u", index);
-  row.number_7 = static_cast<std::int32_t>(index);
-  row.size_7 = index;
+  const auto fill = [index](char(&text)[64], std::int32_t &number, std::uint32_t &size) {
+    tavo::format_text(text, "sys/rack-unit-1/board/part-%u", index);
+    number = static_cast<std::int32_t>(index);
+    size = index;
+  };
+  fill(row.text_1, row.number_1, row.size_1);
+  fill(row.text_2, row.number_2, row.size_2);
+  fill(row.text_3, row.number_3, row.size_3);
+  fill(row.text_4, row.number_4, row.size_4);
+  fill(row.text_5, row.number_5, row.size_5);
+  fill(row.text_6, row.number_6, row.size_6);
+  fill(row.text_7, row.number_7, row.size_7);
   return row;
 }
 

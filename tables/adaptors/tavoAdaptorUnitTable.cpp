@@ -9,6 +9,7 @@
 #include "core/text.h"
 #include "core/zeroed.h"
 #include "sources/tool_dump.h"
+#include "tables/vendor.h"
 
 namespace tavo {
 namespace {
@@ -111,7 +112,7 @@ bool fill(Row &row, BuildDump &dump, int n) {
   if (fields.serial.value(n, value)) {
     copy_text(row.serial, value);
   }
-  copy_text(row.vendor, "Tavolo Systems Inc");
+  copy_text(row.vendor, server_vendor);
   if (GetAdaptorFirmwareRevision(static_cast<int>(row.slot), value) == 1) {
     copy_text(row.firmware_version, value);
   }

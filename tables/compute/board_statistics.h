@@ -1,6 +1,7 @@
 // The builder of the motherboard's power and temperature statistics: one row each, from the same dump.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <span>
 
@@ -11,6 +12,15 @@
 #include "sources/tool_dump.h"
 
 namespace tavo {
+
+// What refreshes both tables: they follow the parts that draw power and give off heat.
+inline constexpr auto board_refresh_rules = std::to_array<RefreshRule>({
+    {.cause = RefreshCause::Fans, .place = 2},
+    {.cause = RefreshCause::PowerSupplies, .place = 2},
+    {.cause = RefreshCause::Memory, .place = 3},
+    {.cause = RefreshCause::Processors, .place = 3},
+    {.cause = RefreshCause::Periodic, .place = 3},
+});
 
 // The board's dump. Each table's build has its own, so the tool runs for each of the two.
 class BoardDump {

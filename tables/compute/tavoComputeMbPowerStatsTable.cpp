@@ -16,14 +16,6 @@ TAVO_COLUMNS(tavoComputeMbPowerStatsTable, Row, dn, rn, consumed_power, consumed
              input_voltage_avg, input_voltage_max, input_voltage_min, intervals, suspect, thresholded, time_collected,
              update);
 
-constexpr auto refresh_rules = std::to_array<RefreshRule>({
-    {.cause = RefreshCause::Fans, .place = 2},
-    {.cause = RefreshCause::PowerSupplies, .place = 2},
-    {.cause = RefreshCause::Memory, .place = 3},
-    {.cause = RefreshCause::Processors, .place = 3},
-    {.cause = RefreshCause::Periodic, .place = 3},
-});
-
 constexpr TableDescription description = {
     .name = "tavoComputeMbPowerStatsTable",
     .root = root,
@@ -31,7 +23,7 @@ constexpr TableDescription description = {
     .columns = columns,
     .row = layout_of<Row>(),
     .build = initialize_computemb_powerstats,
-    .refresh = refresh_rules,
+    .refresh = board_refresh_rules,
     .started = "RackUnitMBPower Init done\n",
 };
 

@@ -15,14 +15,6 @@ TAVO_COLUMNS(tavoComputeRackUnitMbTempStatsTable, Row, dn, rn, ambient, ambient_
              front_avg, front_max, front_min, intervals, iohub1, iohub1_avg, iohub1_max, iohub1_min, iohub2, iohub2_avg,
              iohub2_max, iohub2_min, rear, rear_avg, rear_max, rear_min, suspect, thresholded, time_collected, update);
 
-constexpr auto refresh_rules = std::to_array<RefreshRule>({
-    {.cause = RefreshCause::Fans, .place = 2},
-    {.cause = RefreshCause::PowerSupplies, .place = 2},
-    {.cause = RefreshCause::Memory, .place = 3},
-    {.cause = RefreshCause::Processors, .place = 3},
-    {.cause = RefreshCause::Periodic, .place = 3},
-});
-
 constexpr TableDescription description = {
     .name = "tavoComputeRackUnitMbTempStatsTable",
     .root = root,
@@ -30,7 +22,7 @@ constexpr TableDescription description = {
     .columns = columns,
     .row = layout_of<Row>(),
     .build = initialize_computerackunitmb_tempstats,
-    .refresh = refresh_rules,
+    .refresh = board_refresh_rules,
     .started = "RackUnitMBTemp Init done\n",
 };
 

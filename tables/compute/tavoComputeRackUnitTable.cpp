@@ -10,6 +10,7 @@
 #include "sources/data_query.h"
 #include "sources/tool_dump.h"
 #include "tables/adaptors/tavoAdaptorUnitTable.h"
+#include "tables/vendor.h"
 
 namespace tavo {
 namespace {
@@ -177,7 +178,7 @@ void fill(Row &row) {
       row.power_state_d = states.d;
     }
   }
-  copy_text(row.vendor, "Tavolo Systems Inc");
+  copy_text(row.vendor, server_vendor);
   if (getMemory(memory_source, "EffectiveMemory", ": ", value) == 1) {
     row.effective_memory = number(value);
   }
