@@ -24,21 +24,29 @@ constexpr ThreadDescription description = {
 
 constinit BackgroundThread thread(description);
 
+// Whole seconds on a clock that nobody sets. On the time of day, a clock set back would stop every refresh until it has
+// caught up. Not in finer units: the sleep between two passes would then always count as more than ten seconds.
+std::time_t seconds_so_far() {
+  timespec now = {};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return now.tv_sec;
+}
+
 void keep_fresh() {
   snmp_log(LOG_DEBUG, "InventoryThread initiated\n");
-  std::time_t last_check = std::time(nullptr);
+  std::time_t last_check = seconds_so_far();
   std::time_t last_periodic = last_check;
   int periodic_passes = 0;
   sleep(60);
   while (thread.is_running()) {
-    if (std::time(nullptr) - last_check > 10) {
+    if (seconds_so_far() - last_check > 10) {
       RefreshPass pass(all_tables());
       pass.serve(RefreshRequests::take());
-      if (std::time(nullptr) - last_periodic > 100) {
+      if (seconds_so_far() - last_periodic > 100) {
         pass.refresh_periodically(periodic_passes++);
-        last_periodic = std::time(nullptr);
+        last_periodic = seconds_so_far();
       }
-      last_check = std::time(nullptr);
+      last_check = seconds_so_far();
     }
     sleep(10);
   }

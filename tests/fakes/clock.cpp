@@ -13,6 +13,7 @@ namespace {
 std::mutex mutex;
 bool active = false;
 timeval current;
+time_t uptime = 0;  // seconds
 std::vector<unsigned int> slept;
 std::function<void(unsigned int)> sleep_observer;
 std::vector<timespec> waited;
@@ -27,6 +28,7 @@ FakeClock::FakeClock(time_t seconds, suseconds_t microseconds) {
   }
   active = true;
   current = {.tv_sec = seconds, .tv_usec = microseconds};
+  uptime = 1'000;
   slept.clear();
   waited.clear();
   early_wake_ups = 0;
@@ -77,6 +79,7 @@ extern "C" {
 unsigned int __real_sleep(unsigned int seconds);
 time_t __real_time(time_t *result);
 int __real_gettimeofday(timeval *result, void *zone);
+int __real_clock_gettime(clockid_t clock, timespec *result);
 int __real_pthread_cond_timedwait(pthread_cond_t *condition, pthread_mutex_t *held, const timespec *deadline);
 
 unsigned int __wrap_sleep(unsigned int seconds) {
@@ -93,6 +96,7 @@ unsigned int __wrap_sleep(unsigned int seconds) {
     if (active) {
       slept.push_back(seconds);
       current.tv_sec += static_cast<time_t>(seconds);
+      uptime += static_cast<time_t>(seconds);
       return 0;
     }
   }
@@ -116,6 +120,15 @@ int __wrap_gettimeofday(timeval *result, void *zone) {
     return __real_gettimeofday(result, zone);
   }
   *result = current;
+  return 0;
+}
+
+int __wrap_clock_gettime(clockid_t clock, timespec *result) {
+  const std::scoped_lock lock(mutex);
+  if (!active || clock != CLOCK_MONOTONIC) {
+    return __real_clock_gettime(clock, result);
+  }
+  *result = {.tv_sec = uptime, .tv_nsec = 0};
   return 0;
 }
 

@@ -1,4 +1,5 @@
-// The module's clock and sleeps: sleep, time, gettimeofday and pthread_cond_timedwait. Real until a FakeClock exists.
+// The module's clocks and sleeps: sleep, time, gettimeofday, clock_gettime and pthread_cond_timedwait. Real until a
+// FakeClock exists.
 #pragma once
 
 #include <sys/time.h>
@@ -11,7 +12,7 @@ namespace tavo::fakes {
 
 // While it lives, time stands still at what the test has set, and moves only by what the module sleeps. A sleep records
 // its length and returns at once; a timed wait records its deadline and times out at once, unless it is woken
-// early. One at a time.
+// early. Setting the time of day leaves the monotonic clock alone. One at a time.
 class FakeClock {
  public:
   explicit FakeClock(time_t seconds = 1'000'000'000, suseconds_t microseconds = 0);

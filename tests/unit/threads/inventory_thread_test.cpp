@@ -169,6 +169,27 @@ TEST_F(InventoryThreadLifeTest, TheTenSecondsCountFromTheEndOfTheLastPass) {
   EXPECT_THAT(memory_served, ElementsAre(60, 90, 110));
 }
 
+// The first minute and 24 pauses of 10 seconds: 300 seconds, in which two periodic refreshes are due.
+TEST_F(InventoryThreadLifeTest, SettingTheClockChangesNothing) {
+  constexpr time_t day = 86'400;
+  for (const time_t jump : {time_t{0}, -day, day}) {
+    const auto refreshes_before = std::ranges::count(shell.commands(), memory_statistics);
+    int sleeps = 0;
+    clock.on_sleep([&](unsigned seconds) {
+      sleeps += seconds == 60 || seconds == 10 ? 1 : 0;  // not the supplies' waits
+      if (sleeps == 2) {
+        clock.set(clock.now() + jump);
+      }
+      if (sleeps == 25) {
+        stop_inventory_thread();
+      }
+    });
+    ASSERT_EQ(create_inventory_thread(), 0);
+    join_inventory_thread();
+    EXPECT_EQ(std::ranges::count(shell.commands(), memory_statistics) - refreshes_before, 2) << "jump of " << jump;
+  }
+}
+
 TEST_F(InventoryThreadLifeTest, ThePeriodicRefreshComesAfterMoreThan100Seconds) {
   std::vector<time_t> leds;
   std::vector<time_t> supplies;
