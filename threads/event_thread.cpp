@@ -60,17 +60,33 @@ void connect(int &connection, bool traces) {
   }
 }
 
+// Loads all faults. The engine's list may end early because a fault was cleared between its count and its read: then
+// what was read lacks faults that are active, and nobody would send them again. An engine that goes on like this is
+// believed in the end.
+void load_faults() {
+  constexpr int most_tries = 10;
+  constexpr unsigned int pause = 1;  // seconds
+  for (int tries = 1; init_fault_tables() == -1 && tries < most_tries; ++tries) {
+    if (!event_thread.is_running() || get_fe_table_count() <= 0) {
+      return;
+    }
+    if (tries > 1) {
+      sleep(pause);
+    }
+  }
+}
+
 // Reloads all faults, because changes made without a connection were missed.
 void reconnect(int &connection) {
   close(connection);
   connect(connection, false);
-  init_fault_tables();
+  load_faults();
 }
 
 void keep_table_in_step() {
   snmp_log(LOG_DEBUG, "EventThread initiated\n");
   tvmc_Startup_Trap();
-  init_fault_tables();
+  load_faults();
   needToSendTrapFlag = 1;
   int connection = -1;
   connect(connection, true);

@@ -17,7 +17,8 @@ int join_FE_thread(void);
 void *FE_thread(void *unused);
 
 // Forgets all faults and loads the active ones from the fault engine. The result of the engine's last read: 0, or -1 if
-// the engine's list ended early, and then only the faults read so far are loaded. Also -1 if memory is short.
+// the engine's list ended early, and then only the faults read so far are loaded. Also -1 if memory is short. The
+// thread does it again after a -1 while the engine counts active faults: at once, then every second, 10 times in all.
 int init_fault_tables(void);
 
 // Diagnostic hooks. FE_poll returns its argument. PrintDataFromFE is called with each record before it is applied, and

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 
 #include <cerrno>
+#include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -26,6 +28,7 @@ using fakes::LogLine;
 using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;
+using testing::ElementsAreArray;
 using testing::Field;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -187,6 +190,57 @@ TEST_F(EventThreadTest, AClosedBroadcasterIsReconnectedAndFaultsReloaded) {
   EXPECT_THAT(kinds_sent(), ElementsAre(raised + "8", raised + "20")) << "what is active is notified again";
   EXPECT_THAT(listed_indexes(), ElementsAre(20, 8));
   EXPECT_THAT(fakes::trace_texts(), Each(Not(HasSubstr("Reconnecting")))) << "only the first connection is traced";
+}
+
+// The engine counts more faults than it then has, as often as `times`.
+void count_too_many(int times) {
+  fakes::set_active_fault_count(3);
+  fakes::on_log([left = std::make_shared<int>(times)](const LogLine &line) {
+    if (line.text == "Reached end of SEL info from FE\n" && --*left == 0) {
+      fakes::set_active_fault_count(std::nullopt);
+    }
+  });
+}
+
+TEST_F(EventThreadTest, AFirstLoadThatEndsEarlyIsDoneAgainAtOnce) {
+  fakes::set_active_faults({fault(3, 7, 5), fault(8, 9, 3)});
+  count_too_many(1);
+  start_warm();
+  EXPECT_THAT(listed_indexes(), ElementsAre(9, 7));
+  EXPECT_THAT(clock_.sleeps(), IsEmpty());
+}
+
+TEST_F(EventThreadTest, AReloadThatEndsEarlyIsDoneAgain) {
+  fakes::set_active_faults({fault(3, 7, 5), fault(8, 9, 3)});
+  start_warm();
+  fakes::reset_net_snmp();
+  count_too_many(3);
+  tell_result(0, 0);
+  EXPECT_THAT(listed_indexes(), ElementsAre(9, 7));
+  EXPECT_THAT(kinds_sent(), ElementsAre(raised + "7", raised + "9"));
+  EXPECT_THAT(clock_.sleeps(), ElementsAre(1, 1));
+}
+
+TEST_F(EventThreadTest, AnEngineWhoseListAlwaysEndsEarlyIsBelieved) {
+  fakes::set_active_faults({fault(3, 7, 5)});
+  count_too_many(1000);
+  start_warm();
+  EXPECT_THAT(listed_indexes(), IsEmpty());
+  EXPECT_THAT(clock_.sleeps(), ElementsAreArray(std::vector<unsigned>(8, 1)));
+  EXPECT_THAT(fakes::log_texts(), Contains("Reached end of SEL info from FE\n").Times(10));
+  tell(fault(3, 8, 5));
+  EXPECT_THAT(listed_indexes(), ElementsAre(8));
+}
+
+TEST_F(EventThreadTest, AListThatHasBecomeEmptyIsNotReadAgain) {
+  fakes::set_active_fault_count(1);
+  fakes::on_log([](const LogLine &line) {
+    if (line.text == "Reached end of SEL info from FE\n") {
+      fakes::set_active_fault_count(0);
+    }
+  });
+  start_warm();
+  EXPECT_THAT(fakes::log_texts(), Contains("Reached end of SEL info from FE\n").Times(1));
 }
 
 TEST_F(EventThreadTest, AnErrorWhileListeningIsListenedOver) {
