@@ -87,6 +87,10 @@ constexpr auto modes = std::to_array<ModeName>({
     {.name = "silent", .kind = ToolMode::Kind::Silent},
     {.name = "garbled", .kind = ToolMode::Kind::Garbled},
     {.name = "prints", .kind = ToolMode::Kind::Prints, .argument = "FILE"},
+    {.name = "hangs", .kind = ToolMode::Kind::Hangs},
+    {.name = "floods", .kind = ToolMode::Kind::Floods},
+    {.name = "forks", .kind = ToolMode::Kind::Forks},
+    {.name = "killed", .kind = ToolMode::Kind::Killed},
 });
 
 std::string mode_names() {
@@ -122,7 +126,7 @@ constexpr auto commands = std::to_array<Command>({
     {"ping", "", "", exactly(0), "succeed if the simulator serves",
      [](Machine &, Words) -> std::string { return "bmcsim serves\n"; }},
     {"show", "", "[WHAT]", from_to(0, 1), "show the whole server, or one group of its parts", show},
-    {"tool", "", "NAME ok|missing|slow SECONDS|silent|garbled|prints FILE", from_to(2, 3),
+    {"tool", "", "NAME ok|missing|slow SECONDS|silent|garbled|prints FILE|hangs|floods|forks|killed", from_to(2, 3),
      "make a query tool misbehave", set_tool},
 });
 

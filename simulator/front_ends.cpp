@@ -1,6 +1,9 @@
 #include "simulator/front_ends.h"
 
+#include <unistd.h>
+
 #include <chrono>
+#include <csignal>
 #include <fstream>
 #include <iostream>
 #include <iterator>
@@ -52,23 +55,56 @@ int print_file(const std::string &name, const std::string &tool) {
   return 0;
 }
 
-// What the tool does if it is not made to misbehave.
-int work(const std::string &name, const json &reply) {
+[[noreturn]] void hang() {
+  while (true) {
+    pause();
+  }
+}
+
+// Returns when nobody reads any more.
+void flood() {
+  // Much faster, and a flood into a file would fill this machine's memory before a daemon ends it.
+  constexpr auto pace = std::chrono::milliseconds(5);
+  constexpr int lines = 1000;
+  std::string part;
+  for (int i = 0; i < lines; ++i) {
+    part += "this tool prints the same line again and again\n";
+  }
+  while (std::cout << part << std::flush) {
+    std::this_thread::sleep_for(pace);
+  }
+}
+
+// What a tool prints if it is not made to misbehave.
+struct Work {
+  std::string output;
+  std::string diagnostic;
+  int status;
+};
+
+Work work(const std::string &name, const json &reply) {
   if (name == "flatkv") {
     const auto lines = flattened(standard_input());
     if (!lines) {
-      std::cerr << "flatkv: the input is not JSON\n";
-      return 1;
+      return {.output = "", .diagnostic = "flatkv: the input is not JSON", .status = 1};
     }
-    std::cout << *lines;
-    return 0;
+    return {.output = *lines, .diagnostic = "", .status = 0};
   }
-  const auto diagnostic = reply.at("diagnostic").get<std::string>();
-  if (!diagnostic.empty()) {
-    std::cerr << diagnostic << '\n';
+  return {.output = reply.at("output"), .diagnostic = reply.at("diagnostic"), .status = reply.at("exit")};
+}
+
+int print(const Work &done) {
+  if (!done.diagnostic.empty()) {
+    std::cerr << done.diagnostic << '\n';
   }
-  std::cout << reply.at("output").get_ref<const std::string &>();
-  return reply.at("exit").get<int>();
+  std::cout << done.output << std::flush;
+  return done.status;
+}
+
+void die_after_half_of(const Work &done) {
+  std::cout << done.output.substr(0, done.output.size() / 2) << std::flush;
+  // No other signal ends every process without a core file.
+  std::raise(SIGKILL);
 }
 
 }  // namespace
@@ -93,11 +129,24 @@ int run_tool(const std::string &name, const std::vector<std::string> &words) {
       return print_file(reply->at("file").get<std::string>(), name);
     case Slow:
       std::this_thread::sleep_for(std::chrono::seconds(reply->at("delay").get<unsigned>()));
-      return work(name, *reply);
+      break;
+    case Hangs:
+      hang();
+    case Floods:
+      flood();
+      return 1;
+    case Forks:
+      if (fork() == 0) {
+        hang();
+      }
+      break;
+    case Killed:
+      die_after_half_of(work(name, *reply));
+      break;
     case Works:
       break;
   }
-  return work(name, *reply);
+  return print(work(name, *reply));
 }
 
 int run_control(const std::vector<std::string> &words, const std::string &socket, unsigned wait_seconds) {

@@ -20,7 +20,7 @@ namespace tavo::sim {
 
 // How a query tool behaves.
 struct ToolMode {
-  enum class Kind { Works, Missing, Slow, Silent, Garbled, Prints };
+  enum class Kind { Works, Missing, Slow, Silent, Garbled, Prints, Hangs, Floods, Forks, Killed };
   Kind kind = Kind::Works;
   unsigned seconds = 0;  // Slow
   std::string file;      // Prints

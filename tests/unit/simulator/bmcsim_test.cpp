@@ -16,6 +16,8 @@ namespace {
 using testing::HasSubstr;
 using testing::IsEmpty;
 
+constexpr int timed_out = 124;  // the status of timeout(1) then
+
 class Program : public testing::Test {
  protected:
   Program() {
@@ -166,6 +168,43 @@ TEST_F(Program, ToolsMisbehaveAsTheyAreTold) {
   EXPECT_EQ(run("datactl get=pwState | flatkv").output, " pwState: 1\n");
   EXPECT_EQ(control("tool flatkv missing").output, "flatkv: missing\n");
   EXPECT_EQ(run("datactl get=pwState | flatkv 2>/dev/null").output, "");
+}
+
+TEST_F(Program, ToolsHangWhenTold) {
+  serve();
+  EXPECT_EQ(control("tool slotutil hangs").output, "slotutil: hangs\n");
+  const Outcome outcome = run("timeout 0.3 slotutil -L");
+  EXPECT_EQ(outcome.status, timed_out);
+  EXPECT_EQ(outcome.output, "");
+}
+
+TEST_F(Program, ToolsPrintWithoutEndWhenTold) {
+  serve();
+  control("tool flatkv floods");
+  EXPECT_EQ(run("timeout 10 flatkv | head -c 3000000 | wc -c").output, "3000000\n");
+  EXPECT_EQ(run("timeout 0.3 flatkv > /dev/null").status, timed_out);
+}
+
+TEST_F(Program, ToolsLeaveAChildWithThePipeWhenTold) {
+  serve();
+  const std::string works = run("datactl get=pwState").output;
+  control("tool datactl forks");
+  // The reader has all of the output, and waits for the child.
+  const Outcome outcome = run("timeout 0.5 sh -c 'datactl get=pwState | cat'");
+  EXPECT_EQ(outcome.output, works);
+  EXPECT_EQ(outcome.status, timed_out);
+}
+
+TEST_F(Program, ToolsDieHalfWayWhenTold) {
+  serve();
+  const std::string whole = run("datactl get=inventoryCPU").output;
+  control("tool datactl killed");
+  EXPECT_EQ(run("datactl get=inventoryCPU").status, 128 + SIGKILL);
+  const std::string half = whole.substr(0, whole.size() / 2);
+  EXPECT_EQ(run("(datactl get=inventoryCPU | cat) 2>/dev/null").output, half);
+  control("tool datactl ok");
+  control("tool flatkv killed");
+  EXPECT_EQ(run("(datactl get=pwState | flatkv | cat) 2>/dev/null").output, " pwSta");
 }
 
 TEST_F(Program, ToolsReportThatTheSimulatorIsAway) {
