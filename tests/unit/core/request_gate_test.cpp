@@ -10,12 +10,15 @@
 #include <chrono>
 #include <cstdint>
 #include <cstring>
+#include <future>
+#include <optional>
 #include <thread>
 #include <vector>
 
 #include "tests/fixtures/lock_holder.h"
 #include "tests/fixtures/sample_table.h"
 #include "tests/fixtures/sample_table_fixture.h"
+#include "tests/harness/eventually.h"
 #include "tests/harness/manager.h"
 #include "tests/harness/own_process.h"
 #include "tests/harness/threaded.h"
@@ -441,6 +444,88 @@ TEST_F(NoGateTest, AnAgentThatWatchesNoMoreFilesWaitsInPlace) {
   EXPECT_EQ(response.wait().answers.at(0).value, integer(1));
   EXPECT_EQ(RequestGate::instance().waiting(), 0U);
   later.join();
+}
+
+// Acquires a lock, and stops when it is the first in the queue and has yet to take the lock.
+class StoppedThread {
+ public:
+  // Returns when the thread has stopped.
+  explicit StoppedThread(ListLock &lock)
+      : thread_([this, &lock] {
+          const auto stop = [this] {
+            stopped_.set_value();
+            goes_on_.get_future().wait();
+          };
+          // The queue's own mutex comes first.
+          fakes::before_next_mutex_lock([stop] { fakes::before_next_mutex_lock(stop); });
+          lock.acquire();
+          lock.release();
+        }) {
+    stopped_.get_future().wait();
+  }
+  StoppedThread(const StoppedThread &) = delete;
+  StoppedThread &operator=(const StoppedThread &) = delete;
+  ~StoppedThread() {
+    goes_on_.set_value();
+    thread_.join();
+  }
+
+ private:
+  std::promise<void> stopped_;
+  std::promise<void> goes_on_;
+  std::thread thread_;
+};
+
+// The gate looks after the second table's lock first, because that table was registered first.
+class SecondTableTest : public fakes::SampleTableTest {
+ protected:
+  SecondTableTest() {
+    subagent_sample.table.register_with_agent();
+    ev_sample.table.register_with_agent();
+    add_row(ev_sample, 1, 1);
+    add_row(subagent_sample, 1, 10);
+    fakes::get({cell(ev_root, 5, 1)});  // starts the agent
+  }
+  ~SecondTableTest() override { unregister_mib(const_cast<oid *>(subagent_root.data()), subagent_root.size()); }
+
+  // A GET waits for the second table, behind a thread that is about to take its lock. A GETNEXT that has waited for
+  // the first table then goes on into the second one and takes the lock, if it may still overtake the thread: it uses
+  // the reservation of the GET. Returns whether it did.
+  static bool overtakes_a_thread() {
+    ListLock &second_lock = subagent_sample.table.lock();
+    LockHolder first(ev_sample.table.lock());
+    const PendingResponse goes_on = fakes::send_get_next({cell(ev_root, 11, 1), cell(ev_root, 4, 1)});
+    EXPECT_FALSE(goes_on.arrived());
+    EXPECT_EQ(second_lock.acquire(), 0);
+    fakes::before_rows_are_read = [&] {
+      fakes::before_rows_are_read = nullptr;
+      second_lock.release();
+    };
+    std::optional<PendingResponse> waits;
+    bool overtaken = false;
+    {
+      const StoppedThread thread(second_lock);
+      waits = fakes::send_get({cell(subagent_root, 5, 1)});
+      EXPECT_FALSE(waits->arrived());
+      first.release();
+      overtaken = goes_on.arrived();
+    }
+    EXPECT_EQ(goes_on.wait().answers.at(0).name, cell(subagent_root, 2, 1));
+    EXPECT_TRUE(eventually([&] { return waits->arrived(); }, std::chrono::seconds(5)));
+    return overtaken;
+  }
+};
+
+TEST_F(SecondTableTest, WhoseReservationIsUsedIsServedNext) {
+  if (ran_in_a_process_of_its_own()) {
+    return;
+  }
+  bool overtaken = false;
+  // A busy machine may need another try: after 2 ms nobody overtakes the thread any more.
+  for (int i = 0; i < 100 && !overtaken && !HasFailure(); ++i) {
+    overtaken = overtakes_a_thread();
+  }
+  EXPECT_TRUE(overtaken);
 }
 
 }  // namespace
