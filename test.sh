@@ -4,8 +4,8 @@ set -euo pipefail
 
 usage() {
   cat <<'TEXT'
-usage: ./test.sh [NAME]...
-       ./test.sh --preset PRESET [NAME]...
+usage: ./test.sh [--long] [NAME]...
+       ./test.sh [--long] --preset PRESET [NAME]...
 
 Installs missing packages, builds, and runs all tests: the system, simulator, MIB and lint tests in the optimised build,
 then the unit tests in two builds by clang, which check the lock annotations: all of them under AddressSanitizer and
@@ -13,12 +13,17 @@ UndefinedBehaviorSanitizer, and those with threads under ThreadSanitizer.
 
 With NAMEs, runs only the tests in the optimised build whose names match one of these regular expressions (ctest -N
 lists the names). With --preset, runs the tests of that build instead: release, asan, tsan or clang.
+
+--long is for releases: tests with a long form run in that form (CONTRIBUTING.md lists them), and only one test runs at
+a time, so that its figures mean something.
 TEXT
 }
 
 cd "$(dirname "${BASH_SOURCE[0]}")"
 preset=
 names=()
+long=
+parallel=$((3 * $(nproc)))  # three tests per core: most of the long ones wait for a program
 while [[ $# -gt 0 ]]; do
   case $1 in
     --preset)
@@ -28,12 +33,22 @@ while [[ $# -gt 0 ]]; do
       fi
       preset=$2
       shift ;;
+    --long) long=yes ;;
     --help | -h) usage; exit 0 ;;
     -*) echo "test.sh: unknown option '$1' (--help lists them)" >&2; exit 2 ;;
     *) names+=("$1") ;;
   esac
   shift
 done
+
+if [[ $long ]]; then
+  parallel=1
+  export TAVO_CYCLES=200
+  export TAVO_ENDURANCE_MINUTES=120
+  export TAVO_GATE_REQUESTS=2000
+  export TAVO_HOLD_SECONDS=25
+  export TAVO_STRESS_SECONDS=60
+fi
 
 passed=0
 failed=0
@@ -54,8 +69,7 @@ count_unit_tests() {
 # run_tests PRESET [CTEST OPTION]... adds to the counts. It prints no test that passes; build/PRESET-tests.log has all.
 run_tests() {
   local log=build/$1-tests.log summary
-  # Three tests per core: most of the long ones wait for a program.
-  ctest --preset "$@" --parallel "$((3 * $(nproc)))" --no-label-summary --no-tests=error 2>&1 | tee "$log" |
+  ctest --preset "$@" --parallel "$parallel" --no-label-summary --no-tests=error 2>&1 | tee "$log" |
     grep --line-buffered -vE '^ *(Start +[0-9]+:|[0-9]+/[0-9]+ Test +#[0-9]+: .* Passed )|^$' || true
   summary=$(grep -oE '[0-9]+ tests? failed out of [0-9]+' "$log" || true)
   # ctest prints no summary if it ran no test.

@@ -59,6 +59,7 @@ class UdpManager:
         self._community = community.encode()
         self._next_id = 1
         self._sent = {}
+        self._waiting = set()
         self.responses = {}  # {request id: Response}
         self.repeated = 0  # responses to a request that had one already
 
@@ -67,14 +68,21 @@ class UdpManager:
         if request_id is None:
             request_id, self._next_id = self._next_id, self._next_id + 1
         self._sent.setdefault(request_id, time.monotonic())
+        if request_id not in self.responses:
+            self._waiting.add(request_id)
         self._socket.send(message(kind, request_id, names, self._community, first, second))
         return request_id
 
-    def receive(self, timeout=0):
-        """Takes what arrives within `timeout` seconds, and returns the ids answered."""
+    def receive(self, timeout=0, all_of_it=False):
+        """Takes what arrives within `timeout` seconds, and returns the ids answered.
+
+        Returns as soon as nothing is unanswered, unless `all_of_it`.
+        """
         answered = []
         deadline = time.monotonic() + timeout
-        while select.select([self._socket], [], [], max(0, deadline - time.monotonic()))[0]:
+        while self._waiting or all_of_it or not timeout:
+            if not select.select([self._socket], [], [], max(0, deadline - time.monotonic()))[0]:
+                break
             try:
                 datagram = self._socket.recv(65536)
             except ConnectionRefusedError:
@@ -92,9 +100,8 @@ class UdpManager:
                 (_, name), (tag, content) = elements(varbind)
                 found.append((oid(name), tag, content))
             self.responses[request_id] = Response(int.from_bytes(error, "big"), found, now - self._sent[request_id])
+            self._waiting.remove(request_id)
             answered.append(request_id)
-            if timeout and not self.unanswered():
-                break
         return answered
 
     def ask(self, kind, *names, timeout=30, **settings):
@@ -107,4 +114,4 @@ class UdpManager:
         return self.responses[request_id]
 
     def unanswered(self):
-        return [request_id for request_id in self._sent if request_id not in self.responses]
+        return sorted(self._waiting)
