@@ -55,7 +55,7 @@ enum {
   STOR_VOLUME_TYPE = 0,      /* uint32 */
   STOR_VOLUME_COLUMN_13 = 4, /* uint64; not aligned */
   STOR_VOLUME_STATE = 12,    /* uint32: 0 if the entry holds no volume */
-  STOR_VOLUME_COLUMN_8 = 16  /* uint64 */
+  STOR_VOLUME_COLUMN_8 = 16  /* uint64: the volume's size */
 };
 
 /* The sizes of the texts above that have no size of their own, in octets. Only a controller's column 19 is long. */

@@ -44,7 +44,7 @@ constexpr auto drive_fields = std::to_array<Field>({
     {.name = "connection", .type = Word, .offset = STOR_DRIVE_COLUMN_5, .fallback = "2"},
     {.name = "media", .type = Word, .offset = STOR_DRIVE_MEDIA, .fallback = "HDD", .names = media_names},
     {.name = "link", .type = Word, .offset = STOR_DRIVE_COLUMN_19},
-    {.name = "block-size", .type = Long, .offset = STOR_DRIVE_CAPACITY_WORD},
+    {.name = "capacity", .type = Long, .offset = STOR_DRIVE_CAPACITY_WORD},  // octets
     {.name = "blocks", .type = Long, .offset = STOR_DRIVE_COLUMN_13},
     {.name = "name", .offset = STOR_DRIVE_NAME, .size = text_32, .required = true},
     {.name = "model", .offset = STOR_DRIVE_COLUMN_11, .size = text_32},
@@ -63,7 +63,7 @@ constexpr auto volume_state_names = std::to_array<NamedNumber>({
 constexpr auto volume_fields = std::to_array<Field>({
     {.name = "type", .type = Word, .offset = STOR_VOLUME_TYPE, .fallback = "1"},
     {.name = "state", .type = Word, .offset = STOR_VOLUME_STATE, .fallback = "optimal", .names = volume_state_names},
-    {.name = "block-size", .type = Long, .offset = STOR_VOLUME_COLUMN_8},
+    {.name = "capacity", .type = Long, .offset = STOR_VOLUME_COLUMN_8},  // octets
     {.name = "blocks", .type = Long, .offset = STOR_VOLUME_COLUMN_13},
 });
 
