@@ -114,6 +114,13 @@ Part &find_part(std::vector<Part> &parts, std::string_view field, const std::str
   return parts[position_of(parts, field, wanted)];
 }
 
+Part &change_found_part(std::vector<Part> &parts, std::string_view field, const std::string &wanted,
+                        Settings settings) {
+  Part &part = find_part(parts, field, wanted);
+  change_part(parts, part, settings);
+  return part;
+}
+
 const Part &find_part(const std::vector<Part> &parts, std::string_view field, const std::string &wanted) {
   return parts[position_of(parts, field, wanted)];
 }

@@ -54,6 +54,9 @@ std::string control_help();
 Part &find_part(std::vector<Part> &parts, std::string_view field, const std::string &wanted);
 const Part &find_part(const std::vector<Part> &parts, std::string_view field, const std::string &wanted);
 
+// Changes that part of the list, which keeps an identity of its own, and returns it.
+Part &change_found_part(std::vector<Part> &parts, std::string_view field, const std::string &wanted, Settings settings);
+
 // A line for each active fault.
 std::string describe_faults(Machine &machine);
 

@@ -62,7 +62,7 @@ Unit change_processor(Machine &machine, const std::string &number, Settings sett
   std::size_t position = 0;
   machine.change([&](Inventory &inventory) {
     position = position_of(inventory.processors, number);
-    apply_settings(inventory.processors[position], settings);
+    change_part(inventory.processors, inventory.processors[position], settings);
   });
   return {.name = "processor " + number,
           .class_code = class_number::processor,
@@ -94,9 +94,7 @@ std::string set_processor(Machine &machine, Words words) {
 Unit change_dimm(Machine &machine, const std::string &name, Settings settings) {
   std::int64_t number = 0;
   machine.change([&](Inventory &inventory) {
-    Part &dimm = find_part(inventory.dimms, "name", name);
-    apply_settings(dimm, settings);
-    number = dimm.number("number");
+    number = change_found_part(inventory.dimms, "name", name, settings).number("number");
   });
   return {.name = name, .class_code = class_number::memory, .number = number};
 }
@@ -160,9 +158,8 @@ std::string repair_fan(Machine &machine, Words words) {
 }
 
 std::string set_sensor(Machine &machine, Words words) {
-  machine.change([&](Inventory &inventory) {
-    apply_settings(find_part(inventory.sensors, "number", words[0]), words.subspan(1));
-  });
+  machine.change(
+      [&](Inventory &inventory) { change_found_part(inventory.sensors, "number", words[0], words.subspan(1)); });
   return changed("sensor " + words[0]);
 }
 
@@ -212,9 +209,7 @@ std::string set_supply(Machine &machine, Words words) {
 Unit change_adapter(Machine &machine, const std::string &slot, Settings settings) {
   std::int64_t number = 0;
   machine.change([&](Inventory &inventory) {
-    Part &adapter = find_part(inventory.adapters, "slot", slot);
-    number = adapter.number("slot");
-    apply_settings(adapter, settings);
+    number = change_found_part(inventory.adapters, "slot", slot, settings).number("slot");
   });
   return {.name = "adapter " + slot, .class_code = class_number::adaptor, .number = number};
 }
@@ -234,8 +229,7 @@ std::string set_adapter(Machine &machine, Words words) {
 // LEDs, power and readings, which raise no faults.
 
 std::string set_led(Machine &machine, Words words) {
-  machine.change(
-      [&](Inventory &inventory) { apply_settings(find_part(inventory.leds, "name", words[0]), words.subspan(1)); });
+  machine.change([&](Inventory &inventory) { change_found_part(inventory.leds, "name", words[0], words.subspan(1)); });
   return changed(words[0]);
 }
 

@@ -22,6 +22,13 @@ RaidController &find_controller(Inventory &inventory, const std::string &id) {
   throw BadInput("there is no controller '" + id + "'; there are " + joined({known.begin(), known.end()}));
 }
 
+// The fields of the controllers are changed in a copy of the list, beside those of the others.
+void change_controller_part(Inventory &inventory, const std::string &id, Settings settings) {
+  RaidController &controller = find_controller(inventory, id);
+  std::vector<Part> parts = parts_of(inventory.controllers);
+  controller.part = change_found_part(parts, "id", id, settings);
+}
+
 std::string announce_storage(Machine &machine, const std::string &what) {
   machine.send_storage_event(STORAGE_EVENT_CONFIGURATION_CHANGED);
   return what + "; storage event " + std::to_string(STORAGE_EVENT_CONFIGURATION_CHANGED) + " sent\n";
@@ -35,8 +42,8 @@ std::string change_controller(Machine &machine, const std::string &id, const std
 }
 
 std::string set_controller(Machine &machine, Words words) {
-  return change_controller(machine, words[0], "controller " + words[0] + " changed",
-                           [&](RaidController &controller) { apply_settings(controller.part, words.subspan(1)); });
+  machine.change([&](Inventory &inventory) { change_controller_part(inventory, words[0], words.subspan(1)); });
+  return announce_storage(machine, "controller " + words[0] + " changed");
 }
 
 std::string add_controller(Machine &machine, Words words) {
@@ -44,11 +51,7 @@ std::string add_controller(Machine &machine, Words words) {
     RaidController controller;
     controller.part.set("id", words[0]);
     apply_settings(controller.part, words.subspan(1));
-    for (const RaidController &other : inventory.controllers) {
-      if (other.part.number("id") == controller.part.number("id")) {
-        throw BadInput("there is already a controller '" + words[0] + "'");
-      }
-    }
+    check_identity(controller.part, parts_of(inventory.controllers));
     inventory.controllers.push_back(std::move(controller));
   });
   return announce_storage(machine, "controller " + words[0] + " added");
@@ -65,7 +68,7 @@ std::string remove_controller(Machine &machine, Words words) {
 std::string change_drive(Machine &machine, Words words, const std::string &what, Settings settings) {
   return change_controller(
       machine, words[0], "drive " + words[1] + " of controller " + words[0] + what,
-      [&](RaidController &controller) { apply_settings(find_part(controller.drives, "slot", words[1]), settings); });
+      [&](RaidController &controller) { change_found_part(controller.drives, "slot", words[1], settings); });
 }
 
 std::string pull_drive(Machine &machine, Words words) {
@@ -175,8 +178,7 @@ std::string announce_sd(Machine &machine, const std::string &what) {
 }
 
 std::string change_card(Machine &machine, Words words, const std::string &what, Settings settings) {
-  machine.change(
-      [&](Inventory &inventory) { apply_settings(find_part(inventory.sd.cards, "slot", words[0]), settings); });
+  machine.change([&](Inventory &inventory) { change_found_part(inventory.sd.cards, "slot", words[0], settings); });
   return announce_sd(machine, "SD card " + words[0] + what);
 }
 
@@ -193,9 +195,8 @@ std::string set_card(Machine &machine, Words words) {
 }
 
 std::string set_partition(Machine &machine, Words words) {
-  machine.change([&](Inventory &inventory) {
-    apply_settings(find_part(inventory.sd.partitions, "number", words[0]), words.subspan(1));
-  });
+  machine.change(
+      [&](Inventory &inventory) { change_found_part(inventory.sd.partitions, "number", words[0], words.subspan(1)); });
   return announce_sd(machine, "SD partition " + words[0] + " changed");
 }
 

@@ -46,6 +46,17 @@ void count_sub_identifiers(Part &fault) {
   }
 }
 
+// Changes a fault, which keeps its index and its class: they are how the module knows it.
+void change_fault(Part &fault, Settings settings) {
+  const Part before = fault;
+  apply_settings(fault, settings);
+  for (const std::string_view field : fault_kind.identity) {
+    if (fault.number(field) != before.number(field)) {
+      throw BadInput("a fault keeps its " + std::string(field));
+    }
+  }
+}
+
 void fill_text(Part &fault, std::string_view field, const std::string &text) {
   if (fault.text(field).empty()) {
     fault.set(field, text);
@@ -155,7 +166,7 @@ void FaultEngine::raise(std::uint32_t index, Settings settings) {
   if (found != active_.end()) {
     Part changed = *found;
     mark_raised_again(changed);
-    apply_settings(changed, settings);
+    change_fault(changed, settings);
     commit(*found, changed);
     return;
   }
@@ -173,7 +184,7 @@ void FaultEngine::update(std::uint32_t index, Settings settings) {
   }
   Part changed = *found;
   mark_changed(changed);
-  apply_settings(changed, settings);
+  change_fault(changed, settings);
   commit(*found, changed);
 }
 
@@ -195,6 +206,9 @@ Part FaultEngine::bare_fault(std::uint32_t index, Settings settings) {
   Part fault(fault_kind);
   fault.set_number("index", index);
   apply_settings(fault, settings);
+  if (fault.number("index") != index) {
+    throw BadInput("a fault keeps its index");
+  }
   return fault;
 }
 

@@ -15,6 +15,16 @@ struct RaidController {
   std::vector<Part> volumes;  // at most STOR_VOLUME_CAPACITY; a volume's number is its position, from 0
 };
 
+// The controllers themselves, without what is on them.
+inline std::vector<Part> parts_of(const std::vector<RaidController> &controllers) {
+  std::vector<Part> parts;
+  parts.reserve(controllers.size());
+  for (const RaidController &controller : controllers) {
+    parts.push_back(controller.part);
+  }
+  return parts;
+}
+
 struct SdCards {
   Part controller{sd_controller_kind};
   std::vector<Part> cards;       // at most VELT_CARD_COUNT

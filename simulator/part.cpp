@@ -10,13 +10,11 @@
 namespace tavo::sim {
 namespace {
 
-struct Range {
-  std::int64_t least;
-  std::int64_t most;
-};
-
-Range range_of(FieldType type) {
-  switch (type) {
+Range range_of(const Field &field) {
+  if (field.range) {
+    return *field.range;
+  }
+  switch (field.type) {
     case FieldType::Flag:
       return {.least = 0, .most = 1};
     case FieldType::Octet:
@@ -49,7 +47,7 @@ std::vector<std::string_view> names_in(std::span<const Named> list) {
 }
 
 std::int64_t read_number(const Field &field, std::string_view written) {
-  if (written.empty()) {
+  if (written.empty() && !field.range) {
     return 0;
   }
   const auto names = names_of(field);
@@ -57,7 +55,7 @@ std::int64_t read_number(const Field &field, std::string_view written) {
   if (named != names.end()) {
     return named->number;
   }
-  const Range range = range_of(field.type);
+  const Range range = range_of(field);
   try {
     return parse_number(written, field.name, range.least, range.most);
   } catch (const BadInput &error) {
@@ -127,7 +125,7 @@ Part::Part(const PartKind &kind) : kind_(&kind) {
     if (is_text(field.type)) {
       values_.emplace_back(std::string(field.fallback));
     } else {
-      values_.emplace_back(read_number(field, field.fallback));
+      values_.emplace_back(field.fallback.empty() ? 0 : read_number(field, field.fallback));
     }
   }
 }
@@ -214,6 +212,33 @@ void apply_settings(Part &part, Settings settings) {
     changed.set(std::string_view(setting).substr(0, equals), std::string_view(setting).substr(equals + 1));
   }
   part = changed;
+}
+
+void check_identity(const Part &part, const std::vector<Part> &list) {
+  const PartKind &kind = part.kind();
+  const auto words_of = [&kind](const Part &any) {
+    std::string words;
+    for (const std::string_view field : kind.identity) {
+      words += ' ' + std::string(field) + ' ' + any.written(*find_field(kind, field));
+    }
+    return words;
+  };
+  const std::string words = words_of(part);
+  if (!words.empty() &&
+      std::ranges::any_of(list, [&](const Part &other) { return &other != &part && words_of(other) == words; })) {
+    throw BadInput("there is another " + std::string(kind.name) + " with" + words);
+  }
+}
+
+void change_part(std::vector<Part> &list, Part &part, Settings settings) {
+  const Part before = part;
+  apply_settings(part, settings);
+  try {
+    check_identity(part, list);
+  } catch (const BadInput &) {
+    part = before;
+    throw;
+  }
 }
 
 std::string describe(const Part &part, std::string_view label) {

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <stdexcept>
 #include <string>
@@ -36,6 +37,11 @@ struct NamedNumber {
   std::int64_t number;
 };
 
+struct Range {
+  std::int64_t least;
+  std::int64_t most;
+};
+
 inline constexpr std::size_t not_in_record = SIZE_MAX;
 
 struct Field {
@@ -46,12 +52,14 @@ struct Field {
   bool required = false;               // a scenario must give it
   std::string_view fallback = {};      // the value when a scenario does not; empty: 0, or an empty text
   std::span<const NamedNumber> names = {};
+  std::optional<Range> range = {};  // of a number; nothing: what its type holds
 };
 
 struct PartKind {
   std::string_view name;
   std::span<const Field> fields;
-  std::size_t record_size = 0;  // octets; 0: the kind has no binary record
+  std::size_t record_size = 0;                      // octets; 0: the kind has no binary record
+  std::span<const std::string_view> identity = {};  // the fields by which the parts of a list differ; empty: none
 };
 
 // The field of that name, or null.
@@ -97,6 +105,12 @@ using Settings = std::span<const std::string>;
 
 // Applies all the settings or, if one of them is wrong, throws BadInput and applies none.
 void apply_settings(Part &part, Settings settings);
+
+// Throws BadInput if another part of the list has the identity of `part`.
+void check_identity(const Part &part, const std::vector<Part> &list);
+
+// The same as apply_settings() for a part of the list, which keeps an identity of its own.
+void change_part(std::vector<Part> &list, Part &part, Settings settings);
 
 // One line: "kind label: field=value field=value ...\n". Empty texts are left out.
 std::string describe(const Part &part, std::string_view label);

@@ -165,17 +165,30 @@ constexpr auto fault_fields = std::to_array<Field>({
     {.name = "last-time", .type = Integer, .offset = FAULT_LAST_TIME},
 });
 
+using Identity = std::string_view;
+constexpr auto processor_identity = std::to_array<Identity>({"socket"});
+constexpr auto dimm_identity = std::to_array<Identity>({"name"});
+constexpr auto sensor_identity = std::to_array<Identity>({"number"});
+constexpr auto adapter_identity = std::to_array<Identity>({"slot"});
+constexpr auto led_identity = std::to_array<Identity>({"name"});
+constexpr auto fault_identity = std::to_array<Identity>({"class", "index"});
+
 }  // namespace
 
 constinit const PartKind server_kind{.name = "server", .fields = server_fields};
 constinit const PartKind environment_kind{.name = "environment", .fields = environment_fields};
-constinit const PartKind processor_kind{
-    .name = "processor", .fields = processor_fields, .record_size = PROCESSOR_RECORD_SIZE};
-constinit const PartKind dimm_kind{.name = "dimm", .fields = dimm_fields, .record_size = MEMORY_RECORD_SIZE};
-constinit const PartKind sensor_kind{.name = "sensor", .fields = sensor_fields, .record_size = SENSOR_RECORD_SIZE};
+constinit const PartKind processor_kind{.name = "processor",
+                                        .fields = processor_fields,
+                                        .record_size = PROCESSOR_RECORD_SIZE,
+                                        .identity = processor_identity};
+constinit const PartKind dimm_kind{
+    .name = "dimm", .fields = dimm_fields, .record_size = MEMORY_RECORD_SIZE, .identity = dimm_identity};
+constinit const PartKind sensor_kind{
+    .name = "sensor", .fields = sensor_fields, .record_size = SENSOR_RECORD_SIZE, .identity = sensor_identity};
 constinit const PartKind supply_kind{.name = "supply", .fields = supply_fields};
-constinit const PartKind adapter_kind{.name = "adapter", .fields = adapter_fields};
-constinit const PartKind led_kind{.name = "led", .fields = led_fields};
-constinit const PartKind fault_kind{.name = "fault", .fields = fault_fields, .record_size = FAULT_RECORD_SIZE};
+constinit const PartKind adapter_kind{.name = "adapter", .fields = adapter_fields, .identity = adapter_identity};
+constinit const PartKind led_kind{.name = "led", .fields = led_fields, .identity = led_identity};
+constinit const PartKind fault_kind{
+    .name = "fault", .fields = fault_fields, .record_size = FAULT_RECORD_SIZE, .identity = fault_identity};
 
 }  // namespace tavo::sim

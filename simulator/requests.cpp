@@ -123,11 +123,16 @@ json fault_records(Machine &machine, const json &request) {
   return {{"result", 0}, {"records", binary(*records)}};
 }
 
-void encode_entry(Record &buffer, std::size_t position, const Part &part) {
-  const std::size_t size = part.kind().record_size;
-  if (part.flag("present")) {
-    part.encode(std::span(buffer).subspan(position * size, size));
+// `octets` with every part that is present at the place that its number, from 1, gives it.
+Record numbered_records(const std::vector<Part> &parts, std::string_view number, std::size_t octets) {
+  Record records(octets);
+  for (const Part &part : parts) {
+    if (part.flag("present")) {
+      const std::size_t size = part.kind().record_size;
+      part.encode(std::span(records).subspan(static_cast<std::size_t>(part.number(number) - 1) * size, size));
+    }
   }
+  return records;
 }
 
 // The buffer that a request of this kind asks for; nothing if the kind is unknown.
@@ -135,20 +140,10 @@ std::optional<Record> sd_buffer(const SdCards &sd, std::uint32_t kind) {
   switch (kind) {
     case VELT_REQUEST_CONTROLLER:
       return sd.controller.encoded();
-    case VELT_REQUEST_CARDS: {
-      Record cards(VELT_CARDS_SIZE);
-      for (std::size_t i = 0; i < sd.cards.size(); ++i) {
-        encode_entry(cards, i, sd.cards[i]);
-      }
-      return cards;
-    }
-    case VELT_REQUEST_PARTITIONS: {
-      Record partitions(VELT_PARTITIONS_SIZE);
-      for (const Part &partition : sd.partitions) {
-        encode_entry(partitions, static_cast<std::size_t>(partition.number("number") - 1), partition);
-      }
-      return partitions;
-    }
+    case VELT_REQUEST_CARDS:
+      return numbered_records(sd.cards, "slot", VELT_CARDS_SIZE);
+    case VELT_REQUEST_PARTITIONS:
+      return numbered_records(sd.partitions, "number", VELT_PARTITIONS_SIZE);
     default:
       return std::nullopt;
   }

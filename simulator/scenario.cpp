@@ -94,23 +94,24 @@ void read_sequence(const YAML::Node &node, const Place &place,
   }
 }
 
-// Reads a list of at most `most` parts. No two of them may have the same values in all the fields of `identity`.
+void check_identity(const Part &part, const std::vector<Part> &list, const YAML::Node &node, const Place &place) {
+  try {
+    check_identity(part, list);
+  } catch (const BadInput &error) {
+    fail(place, node.Mark(), error.what());
+  }
+}
+
+// Reads a list of at most `most` parts, each with an identity of its own.
 void read_parts(std::vector<Part> &parts, const PartKind &kind, const YAML::Node &node, const Place &place,
-                const std::vector<std::string_view> &identity, std::size_t most) {
-  std::set<std::string> identities;
+                std::size_t most) {
   read_sequence(node, place, [&](const YAML::Node &item, const Place &where) {
     if (parts.size() == most) {
       fail(where, item.Mark(), "no more than " + std::to_string(most) + " fit");
     }
     Part part(kind);
     read_part(part, item, where);
-    std::string words;
-    for (const std::string_view field : identity) {
-      words += ' ' + std::string(field) + ' ' + part.written(*find_field(kind, field));
-    }
-    if (!identity.empty() && !identities.insert(words).second) {
-      fail(where, item.Mark(), "there is already a " + std::string(kind.name) + " with" + words);
-    }
+    check_identity(part, parts, item, where);
     parts.push_back(std::move(part));
   });
 }
@@ -123,10 +124,9 @@ KeyReader part_reader(std::string_view key, Part &part) {
 }
 
 KeyReader parts_reader(std::string_view key, std::vector<Part> &parts, const PartKind &kind,
-                       std::vector<std::string_view> identity, std::size_t most = no_limit) {
-  return {.key = key,
-          .read = [&parts, &kind, identity = std::move(identity), most](const auto &node, const auto &place) {
-            read_parts(parts, kind, node, place, identity, most);
+                       std::size_t most = no_limit) {
+  return {.key = key, .read = [&parts, &kind, most](const auto &node, const auto &place) {
+            read_parts(parts, kind, node, place, most);
           }};
 }
 
@@ -134,29 +134,19 @@ void read_controllers(std::vector<RaidController> &controllers, const YAML::Node
   read_sequence(node, place, [&](const YAML::Node &item, const Place &where) {
     RaidController controller;
     read_part(controller.part, item, where,
-              {parts_reader("drives", controller.drives, drive_kind, {"slot"}, STOR_DRIVE_CAPACITY),
-               parts_reader("volumes", controller.volumes, volume_kind, {}, STOR_VOLUME_CAPACITY)});
-    const auto id = controller.part.number("id");
-    for (const RaidController &other : controllers) {
-      if (other.part.number("id") == id) {
-        fail(where, item.Mark(), "there is already a controller with id " + std::to_string(id));
-      }
-    }
+              {parts_reader("drives", controller.drives, drive_kind, STOR_DRIVE_CAPACITY),
+               parts_reader("volumes", controller.volumes, volume_kind, STOR_VOLUME_CAPACITY)});
+    check_identity(controller.part, parts_of(controllers), item, where);
     controllers.push_back(std::move(controller));
   });
 }
 
 void read_sd_cards(SdCards &sd, const YAML::Node &node, const Place &place) {
   sd.controller.set_number("present", 1);
-  read_mapping(node, place,
-               {part_reader("controller", sd.controller),
-                parts_reader("cards", sd.cards, sd_card_kind, {"slot"}, VELT_CARD_COUNT),
-                parts_reader("partitions", sd.partitions, sd_partition_kind, {"number"}, VELT_PARTITION_COUNT)});
-  for (const Part &partition : sd.partitions) {
-    if (partition.number("number") < 1 || partition.number("number") > VELT_PARTITION_COUNT) {
-      fail(place, node.Mark(), "a partition's number is from 1 to " + std::to_string(VELT_PARTITION_COUNT));
-    }
-  }
+  read_mapping(
+      node, place,
+      {part_reader("controller", sd.controller), parts_reader("cards", sd.cards, sd_card_kind, VELT_CARD_COUNT),
+       parts_reader("partitions", sd.partitions, sd_partition_kind, VELT_PARTITION_COUNT)});
 }
 
 Inventory read_inventory(const YAML::Node &root, const Place &place) {
@@ -166,13 +156,13 @@ Inventory read_inventory(const YAML::Node &root, const Place &place) {
       root, place,
       {part_reader("server", inventory.server),
        part_reader("environment", inventory.environment),
-       parts_reader("processors", inventory.processors, processor_kind, {"socket"}),
-       parts_reader("dimms", inventory.dimms, dimm_kind, {"name"}),
-       parts_reader("sensors", inventory.sensors, sensor_kind, {"number"}, sensor_limit),
-       parts_reader("supplies", inventory.supplies, supply_kind, {}),
-       parts_reader("adapters", inventory.adapters, adapter_kind, {"slot"}),
-       parts_reader("leds", inventory.leds, led_kind, {"name"}),
-       parts_reader("faults", inventory.faults, fault_kind, {"class", "index"}),
+       parts_reader("processors", inventory.processors, processor_kind),
+       parts_reader("dimms", inventory.dimms, dimm_kind),
+       parts_reader("sensors", inventory.sensors, sensor_kind, sensor_limit),
+       parts_reader("supplies", inventory.supplies, supply_kind),
+       parts_reader("adapters", inventory.adapters, adapter_kind),
+       parts_reader("leds", inventory.leds, led_kind),
+       parts_reader("faults", inventory.faults, fault_kind),
        {.key = "raid-controllers",
         .read = [&](const auto &node, const auto &where) { read_controllers(inventory.controllers, node, where); }},
        {.key = "sd-cards",

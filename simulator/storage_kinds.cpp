@@ -91,7 +91,11 @@ constexpr auto sd_controller_fields = std::to_array<Field>({
 });
 
 constexpr auto sd_card_fields = std::to_array<Field>({
-    {.name = "slot", .type = Integer, .offset = VELT_CARD_SLOT, .required = true},
+    {.name = "slot",
+     .type = Integer,
+     .offset = VELT_CARD_SLOT,
+     .required = true,
+     .range = Range{.least = 1, .most = VELT_CARD_COUNT}},
     {.name = "column-4", .type = Word, .offset = VELT_CARD_COLUMN_4},
     {.name = "column-5", .type = Integer, .offset = VELT_CARD_COLUMN_5},
     {.name = "column-6", .type = Integer, .offset = VELT_CARD_COLUMN_6},
@@ -121,7 +125,11 @@ constexpr auto sd_card_fields = std::to_array<Field>({
 });
 
 constexpr auto sd_partition_fields = std::to_array<Field>({
-    {.name = "number", .type = Integer, .offset = VELT_PARTITION_NUMBER, .required = true},
+    {.name = "number",
+     .type = Integer,
+     .offset = VELT_PARTITION_NUMBER,
+     .required = true,
+     .range = Range{.least = 1, .most = VELT_PARTITION_COUNT}},
     {.name = "name", .offset = VELT_PARTITION_NAME, .size = text_32, .required = true},
     {.name = "column-4", .type = Word, .offset = VELT_PARTITION_COLUMN_4},
     {.name = "column-7", .type = Word, .offset = VELT_PARTITION_COLUMN_7},
@@ -138,16 +146,28 @@ constexpr auto sd_partition_fields = std::to_array<Field>({
     {.name = "present", .type = Flag, .fallback = "yes"},
 });
 
+using Identity = std::string_view;
+constexpr auto controller_identity = std::to_array<Identity>({"id"});
+constexpr auto drive_identity = std::to_array<Identity>({"slot"});
+constexpr auto sd_card_identity = std::to_array<Identity>({"slot"});
+constexpr auto sd_partition_identity = std::to_array<Identity>({"number"});
+
 }  // namespace
 
-constinit const PartKind controller_kind{
-    .name = "controller", .fields = controller_fields, .record_size = STOR_CONTROLLER_SIZE};
-constinit const PartKind drive_kind{.name = "drive", .fields = drive_fields, .record_size = STOR_DRIVE_SIZE};
+constinit const PartKind controller_kind{.name = "controller",
+                                         .fields = controller_fields,
+                                         .record_size = STOR_CONTROLLER_SIZE,
+                                         .identity = controller_identity};
+constinit const PartKind drive_kind{
+    .name = "drive", .fields = drive_fields, .record_size = STOR_DRIVE_SIZE, .identity = drive_identity};
 constinit const PartKind volume_kind{.name = "volume", .fields = volume_fields, .record_size = STOR_VOLUME_SIZE};
 constinit const PartKind sd_controller_kind{
     .name = "sd-controller", .fields = sd_controller_fields, .record_size = VELT_CONTROLLER_SIZE};
-constinit const PartKind sd_card_kind{.name = "sd-card", .fields = sd_card_fields, .record_size = VELT_CARD_SIZE};
-constinit const PartKind sd_partition_kind{
-    .name = "sd-partition", .fields = sd_partition_fields, .record_size = VELT_PARTITION_SIZE};
+constinit const PartKind sd_card_kind{
+    .name = "sd-card", .fields = sd_card_fields, .record_size = VELT_CARD_SIZE, .identity = sd_card_identity};
+constinit const PartKind sd_partition_kind{.name = "sd-partition",
+                                           .fields = sd_partition_fields,
+                                           .record_size = VELT_PARTITION_SIZE,
+                                           .identity = sd_partition_identity};
 
 }  // namespace tavo::sim

@@ -78,6 +78,25 @@ TEST_F(Control, FailedChangeChangesNothing) {
   EXPECT_EQ(integer_at<std::int32_t>(file("stor_info_data").data(), 0), 2);
 }
 
+TEST_F(Control, SetRefusesTheIdentityOfAnotherPart) {
+  const std::string before = control_words("show");
+  const auto refused = [](const char *words) { return ThrowsMessage<BadInput>(HasSubstr(words)); };
+  EXPECT_THAT(running("processor set 1 socket=CPU2"), refused("another processor with socket CPU2"));
+  EXPECT_THAT(running("dimm set DIMM_A1 name=DIMM_A2"), refused("another dimm with name DIMM_A2"));
+  EXPECT_THAT(running("sensor set 0 number=1"), refused("another sensor with number 1"));
+  EXPECT_THAT(running("adapter set 2 slot=4"), refused("another adapter with slot 4"));
+  EXPECT_THAT(running("led set LED_POWER name=LED_FANS"), refused("another led with name LED_FANS"));
+  EXPECT_THAT(running("controller set 0 id=4"), refused("another controller with id 4"));
+  EXPECT_THAT(running("controller add 4"), refused("another controller with id 4"));
+  EXPECT_THAT(running("drive set 4 1 slot=2"), refused("another drive with slot 2"));
+  EXPECT_THAT(running("sd-card set 1 slot=2"), refused("another sd-card with slot 2"));
+  EXPECT_THAT(running("sd-card set 1 slot=3"), refused("slot: '3' is not a number from 1 to 2"));
+  EXPECT_THAT(running("sd-partition set 1 number=4"), refused("another sd-partition with number 4"));
+  EXPECT_EQ(control_words("show"), before);
+  control_words("controller set 4 id=5");
+  EXPECT_THAT(control_words("drive set 5 1 slot=4"), HasSubstr("drive 1 of controller 5 changed"));
+}
+
 TEST_F(Control, PowerSuppliesHaveTheirFiles) {
   EXPECT_EQ(file("pmbus/num_psu"), std::string("\x02\x00\x00\x00", 4));
   EXPECT_EQ(file("pmbus/ps0/status"), std::string(2, '\0'));

@@ -73,6 +73,13 @@ TEST_F(Faults, OneIndexInTwoClassesIsTwoFaults) {
   EXPECT_EQ(machine_->faults().active().back().number("class"), class_number::power_supply_fan);
 }
 
+TEST_F(Faults, FaultKeepsItsIndexAndClass) {
+  EXPECT_THAT(running("fault raise 7 class=fan index=8"), ThrowsMessage<BadInput>(HasSubstr("keeps its index")));
+  EXPECT_THAT(running("fault update 11 index=17"), ThrowsMessage<BadInput>(HasSubstr("keeps its index")));
+  EXPECT_THAT(running("fault update 11 class=fan class=memory"), ThrowsMessage<BadInput>(HasSubstr("keeps its class")));
+  EXPECT_EQ(machine_->faults().count(), 4U);
+}
+
 TEST_F(Faults, ErrorsQuoteTheWrongWord) {
   EXPECT_THAT(running("fault raise seven class=fan"), ThrowsMessage<BadInput>(HasSubstr("'seven' is not a number")));
   EXPECT_THAT(running("fault raise 7 unit=3"), ThrowsMessage<BadInput>(HasSubstr("needs class=")));

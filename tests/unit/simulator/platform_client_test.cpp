@@ -5,6 +5,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <csignal>
@@ -160,6 +161,11 @@ TEST_F(PlatformClient, SdBuffersMatchTheScenario) {
   EXPECT_EQ(integer_at<std::uint64_t>(cards.data(), VELT_CARD_COLUMN_22), 61071360U);
   control_words("sd-card pull 2");
   ASSERT_EQ(veltutil_mgnt(&request), 0);
+  EXPECT_EQ(integer_at<std::int32_t>(cards.data() + VELT_CARD_SIZE, VELT_CARD_SLOT), 0);
+  // The slot decides where a card is, not its place in the scenario.
+  machine_->change([](Inventory &inventory) { std::ranges::reverse(inventory.sd.cards); });
+  ASSERT_EQ(veltutil_mgnt(&request), 0);
+  EXPECT_EQ(integer_at<std::int32_t>(cards.data(), VELT_CARD_SLOT), 1);
   EXPECT_EQ(integer_at<std::int32_t>(cards.data() + VELT_CARD_SIZE, VELT_CARD_SLOT), 0);
 
   std::array<char, VELT_PARTITIONS_SIZE> partitions{};

@@ -79,9 +79,9 @@ TEST_F(ScenarioFile, MissingAndDuplicateKeysAreRefused) {
   EXPECT_THAT(loading(std::string(server) + "leds: []\nleds: []\n"),
               ThrowsMessage<BadInput>(AllOf(HasSubstr("test.yaml:3: "), HasSubstr("key 'leds' is given twice"))));
   EXPECT_THAT(loading(std::string(server) + "processors:\n  - socket: CPU1\n  - socket: CPU1\n"),
-              ThrowsMessage<BadInput>(AllOf(HasSubstr("test.yaml:4: "), HasSubstr("already a processor"))));
+              ThrowsMessage<BadInput>(AllOf(HasSubstr("test.yaml:4: "), HasSubstr("another processor"))));
   EXPECT_THAT(loading(std::string(server) + "raid-controllers:\n  - {id: 1}\n  - {id: 1}\n"),
-              ThrowsMessage<BadInput>(HasSubstr("already a controller with id 1")));
+              ThrowsMessage<BadInput>(HasSubstr("another controller with id 1")));
   EXPECT_THAT([] { load_scenario("/nonexistent.yaml"); }, ThrowsMessage<BadInput>(HasSubstr("cannot be read")));
 }
 
@@ -97,7 +97,7 @@ TEST_F(ScenarioFile, MorePartsThanFitAreRefused) {
   }
   EXPECT_THAT(loading(text), ThrowsMessage<BadInput>(HasSubstr("sd-cards.cards[2]: no more than 2 fit")));
   EXPECT_THAT(loading(std::string(server) + "sd-cards:\n  partitions:\n    - {number: 6, name: x}\n"),
-              ThrowsMessage<BadInput>(HasSubstr("a partition's number is from 1 to 5")));
+              ThrowsMessage<BadInput>(HasSubstr("number: '6' is not a number from 1 to 5")));
 }
 
 // Cut off anywhere, a scenario either loads or throws an error that names the file.
