@@ -17,7 +17,7 @@ std::uint32_t index_of(const std::string &word) {
 }
 
 std::string raise(Machine &machine, Words words) {
-  machine.faults().raise(index_of(words[0]), words.subspan(1));
+  machine.raise_fault(index_of(words[0]), words.subspan(1));
   return "fault " + words[0] + " raised\n";
 }
 

@@ -1,31 +1,45 @@
 #include <array>
 
 #include "core/class_number.h"
+#include "simulator/affected.h"
 #include "simulator/control.h"
 
 namespace tavo::sim {
 namespace {
 
-// A piece of hardware: its name in messages, and the class and the unit number of its faults.
+// A piece of hardware, after a change, and its faults.
 struct Unit {
-  std::string name;
+  std::string name;  // in messages
   std::int64_t class_code;
-  std::int64_t number;
+  std::int64_t number;   // the unit that its faults carry
+  std::int64_t ordinal;  // what the index of its fault ends in; units of a class differ in it
+  AffectedObject affected;
+  bool failed = false;  // what is put back may be as broken as it was
 };
 
-// The index of the fault that the simulator itself raises for a unit. It follows from the class and the number, so that
-// a later command can clear the fault.
+// The index of the fault that the simulator itself raises for a unit. It follows from the class and the ordinal, so
+// that a later command can clear the fault.
 std::uint32_t index_of_fault(const Unit &unit) {
-  return static_cast<std::uint32_t>(unit.class_code * 1000 + unit.number);
+  return static_cast<std::uint32_t>(unit.class_code * 1000 + unit.ordinal);
 }
 
 std::string raise_fault(Machine &machine, const Unit &unit, const std::string &severity, const std::string &cause,
                         const std::string &description) {
-  const OwnSettings settings{"class=" + std::to_string(unit.class_code), "unit=" + std::to_string(unit.number),
-                             "severity=" + severity, "cause=" + cause, "description=" + description};
+  const OwnSettings settings{"class=" + std::to_string(unit.class_code),
+                             "unit=" + std::to_string(unit.number),
+                             "severity=" + severity,
+                             "cause=" + cause,
+                             "description=" + description,
+                             "affected=" + unit.affected.dn,
+                             "affected-oid=" + unit.affected.oid};
   const std::uint32_t index = index_of_fault(unit);
-  machine.faults().raise(index, settings);
+  machine.raise_fault(index, settings);
   return ", fault " + std::to_string(index) + " raised\n";
+}
+
+std::string raise_failure(Machine &machine, const Unit &unit) {
+  constexpr const char *cause_failed = "2";
+  return raise_fault(machine, unit, "major", cause_failed, unit.name + " has failed");
 }
 
 std::string removed(Machine &machine, const Unit &unit) {
@@ -34,11 +48,13 @@ std::string removed(Machine &machine, const Unit &unit) {
 }
 
 std::string failed(Machine &machine, const Unit &unit) {
-  constexpr const char *cause_failed = "2";
-  return unit.name + " failed" + raise_fault(machine, unit, "major", cause_failed, unit.name + " has failed");
+  return unit.name + " failed" + raise_failure(machine, unit);
 }
 
 std::string restored(Machine &machine, const Unit &unit) {
+  if (unit.failed) {
+    return unit.name + " restored as it was" + raise_failure(machine, unit);
+  }
   const std::uint32_t index = index_of_fault(unit);
   const bool cleared = machine.faults().clear(index, unit.class_code);
   return unit.name + " restored" + (cleared ? ", fault " + std::to_string(index) + " cleared" : "") + '\n';
@@ -46,6 +62,15 @@ std::string restored(Machine &machine, const Unit &unit) {
 
 std::string changed(const std::string &name) {
   return name + " changed\n";
+}
+
+// What a command needs of the part: what is not there can neither fail nor be repaired.
+enum class Needs { Nothing, Presence };
+
+void check(Needs needs, const Part &part, const std::string &name) {
+  if (needs == Needs::Presence && !part.flag("present")) {
+    throw BadInput(name + " is removed; insert it first");
+  }
 }
 
 // The position of a part that goes by its number, which counts from 1.
@@ -58,15 +83,21 @@ std::size_t position_of(const std::vector<Part> &parts, const std::string &numbe
 
 // Processors, by number.
 
-Unit change_processor(Machine &machine, const std::string &number, Settings settings) {
-  std::size_t position = 0;
-  machine.change([&](Inventory &inventory) {
-    position = position_of(inventory.processors, number);
-    change_part(inventory.processors, inventory.processors[position], settings);
+Unit change_processor(Machine &machine, const std::string &number, Settings settings, Needs needs = Needs::Nothing) {
+  return machine.change([&](Inventory &inventory) -> Unit {
+    const std::size_t position = position_of(inventory.processors, number);
+    const auto ordinal = static_cast<std::int64_t>(position) + 1;
+    const std::string name = "processor " + std::to_string(ordinal);
+    Part &processor = inventory.processors[position];
+    check(needs, processor, name);
+    change_part(inventory.processors, processor, settings);
+    return {.name = name,
+            .class_code = class_number::processor,
+            .number = ordinal,
+            .ordinal = ordinal,
+            .affected = affected_processor(inventory, position),
+            .failed = processor.text("status") != "Enabled"};
   });
-  return {.name = "processor " + number,
-          .class_code = class_number::processor,
-          .number = static_cast<std::int64_t>(position) + 1};
 }
 
 std::string remove_processor(Machine &machine, Words words) {
@@ -78,11 +109,11 @@ std::string insert_processor(Machine &machine, Words words) {
 }
 
 std::string disable_processor(Machine &machine, Words words) {
-  return failed(machine, change_processor(machine, words[0], OwnSettings{"status=Disabled"}));
+  return failed(machine, change_processor(machine, words[0], OwnSettings{"status=Disabled"}, Needs::Presence));
 }
 
 std::string enable_processor(Machine &machine, Words words) {
-  return restored(machine, change_processor(machine, words[0], OwnSettings{"status=Enabled"}));
+  return restored(machine, change_processor(machine, words[0], OwnSettings{"status=Enabled"}, Needs::Presence));
 }
 
 std::string set_processor(Machine &machine, Words words) {
@@ -91,12 +122,19 @@ std::string set_processor(Machine &machine, Words words) {
 
 // Memory modules, by name.
 
-Unit change_dimm(Machine &machine, const std::string &name, Settings settings) {
-  std::int64_t number = 0;
-  machine.change([&](Inventory &inventory) {
-    number = change_found_part(inventory.dimms, "name", name, settings).number("number");
+Unit change_dimm(Machine &machine, const std::string &name, Settings settings, Needs needs = Needs::Nothing) {
+  return machine.change([&](Inventory &inventory) -> Unit {
+    Part &dimm = find_part(inventory.dimms, "name", name);
+    check(needs, dimm, name);
+    change_part(inventory.dimms, dimm, settings);
+    const std::int64_t position = &dimm - inventory.dimms.data();
+    return {.name = dimm.text("name"),
+            .class_code = class_number::memory,
+            .number = dimm_number(inventory.dimms, static_cast<std::size_t>(position)),
+            .ordinal = position + 1,
+            .affected = affected_dimm(inventory, static_cast<std::size_t>(position)),
+            .failed = dimm.text("status") != "Operable"};
   });
-  return {.name = name, .class_code = class_number::memory, .number = number};
 }
 
 std::string remove_dimm(Machine &machine, Words words) {
@@ -108,11 +146,11 @@ std::string insert_dimm(Machine &machine, Words words) {
 }
 
 std::string fail_dimm(Machine &machine, Words words) {
-  return failed(machine, change_dimm(machine, words[0], OwnSettings{"status=Inoperable"}));
+  return failed(machine, change_dimm(machine, words[0], OwnSettings{"status=Inoperable"}, Needs::Presence));
 }
 
 std::string repair_dimm(Machine &machine, Words words) {
-  return restored(machine, change_dimm(machine, words[0], OwnSettings{"status=Operable"}));
+  return restored(machine, change_dimm(machine, words[0], OwnSettings{"status=Operable"}, Needs::Presence));
 }
 
 std::string set_dimm(Machine &machine, Words words) {
@@ -121,24 +159,56 @@ std::string set_dimm(Machine &machine, Words words) {
 
 // Fans, by the name of a sensor.
 
-Unit fan_with(Machine &machine, const std::string &sensor) {
-  return machine.read([&](const Inventory &inventory) -> Unit {
-    const std::int64_t number = find_part(inventory.sensors, "name", sensor).number("fault-unit");
-    return {.name = sensor, .class_code = class_number::system_fan, .number = number};
-  });
+// The sensor of a fan. Other sensors have no rows, and their faults would be somebody else's.
+const Part &find_fan(const Inventory &inventory, const std::string &name) {
+  std::vector<std::string_view> known;
+  for (const Part &sensor : inventory.sensors) {
+    if (is_fan(sensor)) {
+      if (sensor.text("name") == name) {
+        return sensor;
+      }
+      known.push_back(sensor.text("name"));
+    }
+  }
+  throw BadInput("there is no fan '" + name + "'; there are " + joined(known));
+}
+
+// A fan of a power supply is known by the supply's class. Its index stays clear of the supply's own.
+Unit fan_unit(const Inventory &inventory, const Part &sensor) {
+  constexpr std::int64_t above_supplies = 100;
+  const bool in_supply = is_in_supply(sensor);
+  return {.name = sensor.text("name"),
+          .class_code = in_supply ? class_number::power_supply_fan : class_number::system_fan,
+          .number = fan_number(sensor),
+          .ordinal = (in_supply ? above_supplies : 0) + sensor.number("number"),
+          .affected = affected_fan(inventory, sensor)};
 }
 
 // All the sensors of a fan tell whether it is there.
 Unit set_fan_presence(Machine &machine, const std::string &name, std::string_view presence) {
-  machine.change([&](Inventory &inventory) {
-    const Part fan = find_part(inventory.sensors, "name", name);
+  return machine.change([&](Inventory &inventory) -> Unit {
+    const Part &fan = find_fan(inventory, name);
+    if (is_in_supply(fan)) {
+      throw BadInput(name + " comes and goes with power supply " + std::to_string(fan.number("instance")));
+    }
     for (Part &sensor : inventory.sensors) {
       if (sensor.number("entity") == fan.number("entity") && sensor.number("instance") == fan.number("instance")) {
         sensor.set("presence", presence);
       }
     }
+    return fan_unit(inventory, fan);
   });
-  return fan_with(machine, name);
+}
+
+// A fan that is there.
+Unit present_fan(Machine &machine, const std::string &name) {
+  return machine.read([&](const Inventory &inventory) -> Unit {
+    const Part &fan = find_fan(inventory, name);
+    if (fan.written(*find_field(sensor_kind, "presence")) == "absent") {
+      throw BadInput(name + " is removed; insert it first");
+    }
+    return fan_unit(inventory, fan);
+  });
 }
 
 std::string remove_fan(Machine &machine, Words words) {
@@ -150,11 +220,11 @@ std::string insert_fan(Machine &machine, Words words) {
 }
 
 std::string fail_fan(Machine &machine, Words words) {
-  return failed(machine, fan_with(machine, words[0]));
+  return failed(machine, present_fan(machine, words[0]));
 }
 
 std::string repair_fan(Machine &machine, Words words) {
-  return restored(machine, fan_with(machine, words[0]));
+  return restored(machine, present_fan(machine, words[0]));
 }
 
 std::string set_sensor(Machine &machine, Words words) {
@@ -166,21 +236,26 @@ std::string set_sensor(Machine &machine, Words words) {
 // Power supplies, by number.
 
 // A supply's own sensors tell whether it is there, too.
-Unit change_supply(Machine &machine, const std::string &number, Settings settings) {
-  std::size_t position = 0;
-  machine.change([&](Inventory &inventory) {
-    position = position_of(inventory.supplies, number);
+Unit change_supply(Machine &machine, const std::string &number, Settings settings, Needs needs = Needs::Nothing) {
+  return machine.change([&](Inventory &inventory) -> Unit {
+    const std::size_t position = position_of(inventory.supplies, number);
+    const auto ordinal = static_cast<std::int64_t>(position) + 1;
+    const std::string name = "supply " + std::to_string(ordinal);
     Part &supply = inventory.supplies[position];
-    apply_settings(supply, settings);
+    check(needs, supply, name);
+    change_part(inventory.supplies, supply, settings);
     for (Part &sensor : inventory.sensors) {
-      if (sensor.text("name").starts_with("PSU" + number + "_")) {
+      if (is_in_supply(sensor) && sensor.number("instance") == ordinal) {
         sensor.set("presence", supply.flag("present") ? "present" : "absent");
       }
     }
+    return {.name = name,
+            .class_code = class_number::power_supply_fan,
+            .number = ordinal,
+            .ordinal = ordinal,
+            .affected = affected_supply(position),
+            .failed = supply.number("status") != 0};
   });
-  return {.name = "supply " + number,
-          .class_code = class_number::power_supply_fan,
-          .number = static_cast<std::int64_t>(position) + 1};
 }
 
 std::string remove_supply(Machine &machine, Words words) {
@@ -193,11 +268,11 @@ std::string insert_supply(Machine &machine, Words words) {
 
 std::string fail_supply(Machine &machine, Words words) {
   constexpr const char *off_and_power_not_good = "status=0x0840";  // two bits of the PMBus status word
-  return failed(machine, change_supply(machine, words[0], OwnSettings{off_and_power_not_good}));
+  return failed(machine, change_supply(machine, words[0], OwnSettings{off_and_power_not_good}, Needs::Presence));
 }
 
 std::string repair_supply(Machine &machine, Words words) {
-  return restored(machine, change_supply(machine, words[0], OwnSettings{"status=0"}));
+  return restored(machine, change_supply(machine, words[0], OwnSettings{"status=0"}, Needs::Presence));
 }
 
 std::string set_supply(Machine &machine, Words words) {
@@ -207,11 +282,15 @@ std::string set_supply(Machine &machine, Words words) {
 // Adapter cards, by slot.
 
 Unit change_adapter(Machine &machine, const std::string &slot, Settings settings) {
-  std::int64_t number = 0;
-  machine.change([&](Inventory &inventory) {
-    number = change_found_part(inventory.adapters, "slot", slot, settings).number("slot");
+  return machine.change([&](Inventory &inventory) -> Unit {
+    const Part &adapter = change_found_part(inventory.adapters, "slot", slot, settings);
+    const std::int64_t number = adapter.number("slot");
+    return {.name = "adapter " + std::to_string(number),
+            .class_code = class_number::adaptor,
+            .number = number,
+            .ordinal = number,
+            .affected = affected_adapter(adapter)};
   });
-  return {.name = "adapter " + slot, .class_code = class_number::adaptor, .number = number};
 }
 
 std::string remove_adapter(Machine &machine, Words words) {

@@ -1,7 +1,6 @@
 #include "simulator/fault_engine.h"
 
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <ctime>
 
@@ -10,34 +9,6 @@
 
 namespace tavo::sim {
 namespace {
-
-// What a fault of this class affects. The unit's number is appended to both.
-struct AffectedObject {
-  std::int64_t class_code;
-  std::string_view dn;
-  std::string_view oid;
-};
-
-constexpr auto affected_objects = std::to_array<AffectedObject>({
-    {.class_code = class_number::processor,
-     .dn = "sys/rack-unit-1/board/cpu-",
-     .oid = "1.3.6.1.4.1.61453.4.207.1.41.9.1.2."},
-    {.class_code = class_number::memory,
-     .dn = "sys/rack-unit-1/board/memarray-1/mem-",
-     .oid = "1.3.6.1.4.1.61453.4.207.1.30.11.1.2."},
-    {.class_code = class_number::power_supply_fan,
-     .dn = "sys/rack-unit-1/psu-",
-     .oid = "1.3.6.1.4.1.61453.4.207.1.15.56.1.2."},
-    {.class_code = class_number::adaptor,
-     .dn = "sys/rack-unit-1/adaptor-",
-     .oid = "1.3.6.1.4.1.61453.4.207.1.3.85.1.2."},
-    {.class_code = class_number::system_fan,
-     .dn = "sys/rack-unit-1/fan-",
-     .oid = "1.3.6.1.4.1.61453.4.207.1.15.12.1.2."},
-});
-// For every other class.
-constexpr AffectedObject affected_rack_unit{
-    .class_code = 0, .dn = "sys/rack-unit-", .oid = "1.3.6.1.4.1.61453.4.207.1.9.35.1.2."};
 
 void count_sub_identifiers(Part &fault) {
   const std::string &oid = fault.text("affected-oid");
@@ -55,6 +26,11 @@ void change_fault(Part &fault, Settings settings) {
       throw BadInput("a fault keeps its " + std::string(field));
     }
   }
+  if (fault.text("affected-oid") != before.text("affected-oid") &&
+      fault.number("affected-oid-count") == before.number("affected-oid-count")) {
+    fault.set_number("affected-oid-count", 0);
+    count_sub_identifiers(fault);
+  }
 }
 
 void fill_text(Part &fault, std::string_view field, const std::string &text) {
@@ -63,17 +39,10 @@ void fill_text(Part &fault, std::string_view field, const std::string &text) {
   }
 }
 
-// Gives every field that is still empty a value that fits the fault's class.
+// Gives every field that is still empty a value. What the fault affects is known to the caller.
 void complete(Part &fault) {
-  const std::int64_t class_code = fault.number("class");
-  const auto found = std::ranges::find(affected_objects, class_code, &AffectedObject::class_code);
-  const bool known = found != affected_objects.end();
-  const AffectedObject &affected = known ? *found : affected_rack_unit;
-  const std::string unit = std::to_string(known ? fault.number("unit") : 1);
   const std::string index = std::to_string(fault.number("index"));
-  fill_text(fault, "affected", std::string(affected.dn) + unit);
-  fill_text(fault, "affected-oid", std::string(affected.oid) + unit);
-  fill_text(fault, "dn", "sys/rack-unit-1/fault-" + index);
+  fill_text(fault, "dn", fault.text("affected") + "/fault-" + index);
   fill_text(fault, "rn", "fault-" + index);
   fill_text(fault, "description", "Fault " + index);
   count_sub_identifiers(fault);
@@ -156,13 +125,9 @@ void FaultEngine::commit(Part &fault, const Part &changed) {
   broadcaster_.publish(fault.encoded());
 }
 
-void FaultEngine::raise(std::uint32_t index, Settings settings) {
-  const auto class_code = class_in(settings);
-  if (!class_code) {
-    throw BadInput("a fault needs class=...");
-  }
+void FaultEngine::raise(const Part &fresh, Settings settings) {
   const std::lock_guard lock(mutex_);
-  const auto found = find(*class_code, index);
+  const auto found = find(fresh.number("class"), fresh.number("index"));
   if (found != active_.end()) {
     Part changed = *found;
     mark_raised_again(changed);
@@ -170,7 +135,7 @@ void FaultEngine::raise(std::uint32_t index, Settings settings) {
     commit(*found, changed);
     return;
   }
-  Part fault = bare_fault(index, settings);
+  Part fault = fresh;
   complete(fault);
   broadcaster_.publish(fault.encoded());
   active_.push_back(std::move(fault));
@@ -239,6 +204,8 @@ void FaultEngine::add_to_storm(std::int64_t index, std::size_t sequence, std::mi
   } else {
     fault.set_number("index", index);
     fault.set_number("class", class_number::processor);
+    fault.set("affected", "sys/rack-unit-1");
+    fault.set("affected-oid", "1.3.6.1.4.1.61453.4.207.1.9.35.1.2.1");
     complete(fault);
   }
   fault.set_number("code", static_cast<std::int64_t>(sequence));

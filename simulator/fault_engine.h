@@ -36,9 +36,9 @@ class FaultEngine {
   std::optional<Record> records(std::size_t start, std::size_t count);
   std::vector<Part> active();
 
-  // Adds a fault, or changes the active one of this class and index, and broadcasts the result. The settings must name
-  // the class. A new fault gets values that fit its class, and the present time, for what the settings leave open.
-  void raise(std::uint32_t index, Settings settings);
+  // Adds the fault `fresh` or, if one of its class and index is active, applies the settings to that one. Broadcasts
+  // the result. A new fault gets names for itself, and the present time, where it leaves them open.
+  void raise(const Part &fresh, Settings settings);
   // Changes an active fault and broadcasts it. Where two classes share the index, the settings must name the class.
   void update(std::uint32_t index, Settings settings);
   // Removes an active fault and broadcasts it with severity 0. False if there is none. Throws BadInput where two

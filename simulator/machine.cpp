@@ -6,6 +6,7 @@
 #include <cstdlib>
 
 #include "platform/storage_client.h"
+#include "simulator/affected.h"
 #include "simulator/little_endian.h"
 #include "simulator/unix_socket.h"
 
@@ -26,11 +27,28 @@ void step(Part &part, std::string_view field, double most, std::minstd_rand &ran
   part.set(field, text.data());
 }
 
+std::vector<Part> named_faults(const Inventory &inventory) {
+  std::vector<Part> faults = inventory.faults;
+  for (Part &fault : faults) {
+    name_affected(fault, inventory);
+  }
+  return faults;
+}
+
 }  // namespace
 
 Machine::Machine(Inventory inventory, Surroundings surroundings)
-    : surroundings_(std::move(surroundings)), inventory_(std::move(inventory)), faults_(inventory_.faults) {
+    : surroundings_(std::move(surroundings)), inventory_(std::move(inventory)), faults_(named_faults(inventory_)) {
   write_files();
+}
+
+void Machine::raise_fault(std::uint32_t index, Settings settings) {
+  if (!class_in(settings)) {
+    throw BadInput("a fault needs class=...");
+  }
+  Part fault = FaultEngine::bare_fault(index, settings);
+  read([&](const Inventory &inventory) { name_affected(fault, inventory); });
+  faults_.raise(fault, settings);
 }
 
 void Machine::damage_snapshot(const SnapshotDamage &damage) {

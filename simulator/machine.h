@@ -8,6 +8,7 @@
 #include <random>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 
 #include "platform/storage_client.h"
@@ -46,13 +47,19 @@ class Machine {
     return use(std::as_const(inventory_));
   }
 
-  // Changes the inventory and writes the files again. If `change` throws, what it has changed so far stays, and the
-  // files are not written.
+  // Changes the inventory, writes the files again and returns what `change` does. If it throws, what it has changed so
+  // far stays, and the files are not written.
   template <class Change>
-  void change(Change change) {
+  auto change(Change change) {
     const std::lock_guard lock(mutex_);
-    change(inventory_);
-    write_files();
+    if constexpr (std::is_void_v<decltype(change(inventory_))>) {
+      change(inventory_);
+      write_files();
+    } else {
+      auto result = change(inventory_);
+      write_files();
+      return result;
+    }
   }
 
   void damage_snapshot(const SnapshotDamage &damage);
@@ -61,6 +68,9 @@ class Machine {
   void set_tool(const std::string &name, const ToolMode &mode);
 
   FaultEngine &faults() { return faults_; }
+  // Raises a fault, or raises it again. The settings must name the class. A new fault affects the part that its class
+  // and unit stand for, unless the settings say otherwise.
+  void raise_fault(std::uint32_t index, Settings settings);
   EventStream &storage_events() { return storage_events_; }
   void send_storage_event(std::uint32_t type);
 

@@ -91,7 +91,6 @@ constexpr auto sensor_fields = std::to_array<Field>({
     {.name = "instance", .type = Word, .offset = SENSOR_ENTITY_INSTANCE, .required = true},
     {.name = "type", .type = Word, .offset = SENSOR_TYPE, .required = true, .names = sensor_type_names},
     {.name = "presence", .type = Octet, .fallback = "present", .names = presence_names},
-    {.name = "fault-unit", .type = Word},  // the unit position in this fan's faults
     {.name = "readable", .type = Flag, .fallback = "yes"},
 });
 

@@ -5,6 +5,8 @@
 #include <ctime>
 #include <nlohmann/json.hpp>
 
+#include "simulator/affected.h"
+
 namespace tavo::sim {
 namespace {
 
@@ -19,21 +21,21 @@ std::string time_collected() {
   return {text.data(), length};
 }
 
-// One object for each part that is present. `fill` makes it from the part and its position, from 1.
+// One object for each part that is present. `fill` makes it from the part and its position, from 0.
 template <class Fill>
 ordered_json list_present(const std::vector<Part> &parts, Fill fill) {
   ordered_json list = ordered_json::array();
   for (std::size_t i = 0; i < parts.size(); ++i) {
     if (parts[i].flag("present")) {
-      list.push_back(fill(parts[i], i + 1));
+      list.push_back(fill(parts[i], i));
     }
   }
   return list;
 }
 
 ordered_json processors(const Inventory &inventory) {
-  return list_present(inventory.processors, [](const Part &part, std::size_t number) {
-    return ordered_json{{"id", number},
+  return list_present(inventory.processors, [&](const Part &part, std::size_t position) {
+    return ordered_json{{"id", row_of(inventory.processors, position)},
                         {"SocketDesignation", part.text("socket")},
                         {"Model", part.text("model")},
                         {"CoreCount", part.number("cores")},
@@ -99,25 +101,22 @@ ordered_json leds(const Inventory &inventory) {
   return list;
 }
 
-// `number_of` gives a part's id from the part and its position.
+// `number_of` gives a part's id from its position: the number by which the module's tables know the part.
 template <class NumberOf>
 ordered_json temperatures(const std::vector<Part> &parts, NumberOf number_of) {
   const std::string now = time_collected();
   return list_present(parts, [&](const Part &part, std::size_t position) {
     return ordered_json{
-        {"id", number_of(part, position)}, {"temperature", part.text("temperature")}, {"timeCollected", now}};
+        {"id", number_of(parts, position)}, {"temperature", part.text("temperature")}, {"timeCollected", now}};
   });
 }
 
 ordered_json processor_temperatures(const Inventory &inventory) {
-  return temperatures(inventory.processors, [](const Part &, std::size_t position) { return position; });
+  return temperatures(inventory.processors, row_of);
 }
 
 ordered_json memory_temperatures(const Inventory &inventory) {
-  return temperatures(inventory.dimms, [](const Part &dimm, std::size_t position) {
-    const std::int64_t number = dimm.number("number");
-    return number != 0 ? number : static_cast<std::int64_t>(position);
-  });
+  return temperatures(inventory.dimms, dimm_number);
 }
 
 ordered_json board_readings(const Inventory &inventory) {

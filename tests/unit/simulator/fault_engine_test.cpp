@@ -50,7 +50,7 @@ TEST_F(Faults, RaiseFillsInWhatFitsTheClass) {
   EXPECT_EQ(fault.text("affected"), "sys/rack-unit-1/board/cpu-2");
   EXPECT_EQ(fault.text("affected-oid"), "1.3.6.1.4.1.61453.4.207.1.41.9.1.2.2");
   EXPECT_EQ(fault.number("affected-oid-count"), 15);
-  EXPECT_EQ(fault.text("dn"), "sys/rack-unit-1/fault-7");
+  EXPECT_EQ(fault.text("dn"), "sys/rack-unit-1/board/cpu-2/fault-7");
   EXPECT_EQ(fault.number("severity"), 5);
   EXPECT_THAT(fault.number("first-time"), testing::AllOf(testing::Ge(before), testing::Le(time(nullptr))));
 }
@@ -165,6 +165,103 @@ TEST_F(Faults, HardwareRaisesAndClearsItsFaults) {
   EXPECT_EQ(fault.number("severity"), 3);
   EXPECT_THAT(control_words("fan insert FAN2_TACH1"), HasSubstr("fault 29002 cleared"));
   EXPECT_EQ(machine_->faults().count(), 4U);
+}
+
+class AffectedPart : public Faults {
+ protected:
+  // What the newest fault affects: its name, and the identifier without the part that all objects share.
+  std::pair<std::string, std::string> after(const std::string &words) {
+    control_words(words);
+    const Part fault = machine_->faults().active().back();
+    constexpr std::string_view objects = "1.3.6.1.4.1.61453.4.207.1.";
+    EXPECT_THAT(fault.text("affected-oid"), testing::StartsWith(std::string(objects)));
+    EXPECT_EQ(fault.number("affected-oid-count"), std::ranges::count(fault.text("affected-oid"), '.') + 1);
+    return {fault.text("affected").substr(std::string_view("sys/rack-unit-1").size()),
+            fault.text("affected-oid").substr(objects.size())};
+  }
+};
+
+TEST_F(AffectedPart, IsNamedAsInItsRow) {
+  EXPECT_THAT(after("dimm fail DIMM_D1"), testing::Pair("/board/memarray-1/mem-10", "30.11.1.2.7"));
+  EXPECT_THAT(after("processor disable 2"), testing::Pair("/board/cpu-2", "41.9.1.2.2"));
+  EXPECT_THAT(after("supply fail 2"), testing::Pair("/psu-2", "15.56.1.2.2"));
+  EXPECT_THAT(after("fan fail FAN2_TACH1"), testing::Pair("/fan-module-1-2/fan-1", "15.12.1.2.3"));
+  EXPECT_THAT(after("fan fail FAN_TRAY5_SPEED"), testing::Pair("/fan-module-1-5/fan-1", "15.12.1.2.9"));
+  EXPECT_THAT(after("fan fail FANB_MOD6_SPEED"), testing::Pair("/fan-module-1-6/fan-2", "15.12.1.2.11"));
+  EXPECT_THAT(after("fan fail FAN7_SPEED"), testing::Pair("/fan-module-1-7/fan-1", "15.12.1.2.12"));
+  EXPECT_THAT(after("fan fail Q410_FAN7_TACH2"), testing::Pair("/fan-module-1-7/fan-2", "15.12.1.2.13"));
+  EXPECT_THAT(after("fan fail PSU2_FAN_SPEED"), testing::Pair("/psu-2/fan-1", "15.12.1.2.15"));
+}
+
+TEST_F(AffectedPart, WithoutARowHasItsPlaceAndWhatItIsIn) {
+  EXPECT_THAT(after("dimm remove DIMM_A2"), testing::Pair("/board/memarray-1/mem-2", "9.6.1.2.1"));
+  EXPECT_THAT(after("adapter remove 4"), testing::Pair("/adaptor-4", "9.35.1.2.1"));
+  EXPECT_THAT(after("processor remove 1"), testing::Pair("/board/cpu-1", "9.6.1.2.1"));
+  EXPECT_THAT(after("fan remove FAN2_TACH1"), testing::Pair("/fan-module-1-2/fan-1", "15.12.1.2.3"));
+  EXPECT_THAT(after("supply remove 1"), testing::Pair("/psu-1", "15.56.1.2.1"));
+}
+
+TEST_F(AffectedPart, RowsMoveUpWhenAPartIsRemoved) {
+  control_words("dimm remove DIMM_A1");
+  EXPECT_THAT(after("dimm fail DIMM_D1"), testing::Pair("/board/memarray-1/mem-10", "30.11.1.2.6"));
+  control_words("supply remove 1");
+  EXPECT_THAT(after("fan fail PSU2_FAN_SPEED"), testing::Pair("/psu-2/fan-1", "15.12.1.2.14"));
+  control_words("dimm set DIMM_B1 number=0");
+  EXPECT_THAT(after("dimm fail DIMM_B1"), testing::Pair("/board/memarray-1/mem-2", "30.11.1.2.2"));
+}
+
+TEST_F(AffectedPart, FollowsFromClassAndUnitOfARaisedFault) {
+  EXPECT_THAT(after("fault raise 7 class=fan unit=2"), testing::Pair("/fan-module-1-2/fan-1", "15.12.1.2.3"));
+  EXPECT_THAT(after("fault raise 7 class=memory unit=10"), testing::Pair("/board/memarray-1/mem-10", "30.11.1.2.7"));
+  EXPECT_THAT(after("fault raise 7 class=adapter unit=5"), testing::Pair("/adaptor-5", "3.85.1.2.5"));
+  EXPECT_THAT(after("fault raise 9 class=memory unit=99"), testing::Pair("", "9.35.1.2.1"));
+  EXPECT_THAT(after("fault raise 8 class=4000 unit=1"), testing::Pair("", "9.35.1.2.1"));
+}
+
+TEST_F(AffectedPart, EveryPartHasAFaultOfItsOwn) {
+  std::set<std::pair<std::int64_t, std::int64_t>> known;
+  const auto add = [&](const std::string &words) {
+    control_words(words);
+    const Part fault = machine_->faults().active().back();
+    EXPECT_TRUE(known.emplace(fault.number("class"), fault.number("index")).second) << words;
+  };
+  for (const char *fan : {"FAN1_TACH1", "FAN1_TACH2", "FAN2_TACH1", "FAN7_SPEED", "PSU1_FAN_SPEED", "PSU2_FAN_SPEED"}) {
+    add(std::string("fan fail ") + fan);
+  }
+  add("supply fail 1");
+  add("supply fail 2");
+  control_words("dimm set DIMM_A1 number=0");
+  control_words("dimm set DIMM_A2 number=0");
+  add("dimm fail DIMM_A1");
+  add("dimm fail DIMM_A2");
+}
+
+TEST_F(Faults, FanOfASupplyHasTheSuppliesClass) {
+  EXPECT_THAT(control_words("fan fail PSU1_FAN_SPEED"), HasSubstr("fault 10113 raised"));
+  const Part fault = machine_->faults().active().back();
+  EXPECT_EQ(fault.number("class"), class_number::power_supply_fan);
+  EXPECT_EQ(fault.number("unit"), 1);
+  EXPECT_THAT(running("fan remove PSU1_FAN_SPEED"), ThrowsMessage<BadInput>(HasSubstr("goes with power supply 1")));
+  EXPECT_THAT(running("fan fail FAN1_A_PRES"),
+              ThrowsMessage<BadInput>(HasSubstr("no fan 'FAN1_A_PRES'; there are FAN1")));
+}
+
+TEST_F(Faults, PartThatIsPutBackIsAsBrokenAsBefore) {
+  control_words("supply fail 1");
+  control_words("supply remove 1");
+  EXPECT_THAT(running("supply repair 1"), ThrowsMessage<BadInput>(HasSubstr("supply 1 is removed; insert it first")));
+  EXPECT_THAT(control_words("supply insert 1"), HasSubstr("restored as it was, fault 10001 raised"));
+  EXPECT_EQ(machine_->faults().active().back().text("description"), "supply 1 has failed");
+  EXPECT_THAT(control_words("supply repair 1"), HasSubstr("fault 10001 cleared"));
+  control_words("fan remove FAN2_TACH1");
+  EXPECT_THAT(running("fan fail FAN2_TACH1"), ThrowsMessage<BadInput>(HasSubstr("FAN2_TACH1 is removed")));
+}
+
+TEST_F(Faults, NumberOfAPartMayBeWrittenInAnyForm) {
+  control_words("supply remove 01");
+  EXPECT_THAT(control_words("show sensors"),
+              HasSubstr("name=PSU1_PRES entity=power-supply instance=1 type=presence presence=absent"));
+  EXPECT_THAT(control_words("supply insert 0x1"), HasSubstr("supply 1 restored, fault 10001 cleared"));
 }
 
 }  // namespace

@@ -37,9 +37,17 @@ TEST_F(Queries, ProcessorsComeInSocketOrder) {
 
 TEST_F(Queries, AbsentPartsAreNotListed) {
   inventory_.processors[0].set("present", "no");
-  EXPECT_THAT(lines("inventoryCPU"), Not(HasSubstr(" id: 1\n")));
+  EXPECT_THAT(lines("inventoryCPU"), testing::StartsWith(" id: 1\n SocketDesignation: CPU2\n"));
   EXPECT_THAT(lines("memoryStats"), Not(HasSubstr(" id: 3\n")));  // slot A3 is empty
   EXPECT_THAT(lines("memoryStats"), HasSubstr(" id: 4\n"));
+}
+
+// The unit tables number processors, and memory modules without a number, by their rows.
+TEST_F(Queries, StatisticsHaveTheNumbersOfTheUnitTables) {
+  inventory_.processors[0].set("present", "no");
+  EXPECT_THAT(lines("processorStats"), testing::StartsWith(" id: 1\n temperature: 40.5\n"));
+  inventory_.dimms[3].set("number", "0");
+  EXPECT_THAT(lines("memoryStats"), HasSubstr(" id: 3\n temperature: 34.2\n"));
 }
 
 TEST_F(Queries, AbsentSupplyIsListedAsMissing) {
