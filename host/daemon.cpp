@@ -92,10 +92,11 @@ void report_link(const Options &options, bool up) {
   }
 }
 
-void reload(const Options &options) {
+void reload(const Options &options, NotificationPath &path) {
   snmp_log(LOG_INFO, "reading the configuration again\n");
   sd_notify(0, "RELOADING=1");
   reload_agent(options);
+  path.sinks().forget();
   close_descriptors_on_exec();
   sd_notify(0, "READY=1");
 }
@@ -148,7 +149,7 @@ bool stop_module(Module &module, ChassisLink *link) {
   leave_without_threads(pid_file);
 }
 
-void serve(const Options &options, Signals &signals, ChassisLink *link) {
+void serve(const Options &options, Signals &signals, NotificationPath &path, ChassisLink *link) {
   register_readfd(signals.changed().get(), wake_only, const_cast<EventDescriptor *>(&signals.changed()));
   while (!signals.stop_requested()) {
     serve_one_turn();
@@ -156,7 +157,7 @@ void serve(const Options &options, Signals &signals, ChassisLink *link) {
       if (link != nullptr) {
         link->reload();
       }
-      reload(options);
+      reload(options, path);
     }
   }
 }
@@ -215,7 +216,7 @@ ExitStatus run_daemon(const Options &options) {
   if (background) {
     background->ready(options.logs_to_output());
   }
-  serve(options, signals, link.get());
+  serve(options, signals, *path, link.get());
 
   snmp_log(LOG_INFO, "stopping\n");
   sd_notify(0, "STOPPING=1");

@@ -45,7 +45,7 @@ PackedVarbinds::PackedVarbinds(const netsnmp_variable_list *list) {
 }
 
 VarbindList PackedVarbinds::unpack() const {
-  netsnmp_variable_list *list = nullptr;
+  VarbindList list;
   std::array<oid, MAX_OID_LEN> name{};
   std::vector<std::byte> value;  // aligned, because net-snmp reads numbers and identifiers in place
   for (std::span<const std::byte> rest(octets_); !rest.empty();) {
@@ -58,13 +58,15 @@ VarbindList PackedVarbinds::unpack() const {
     }
     const auto octets = take(rest, header.value_size);
     value.assign(octets.begin(), octets.end());
-    if (snmp_varlist_add_variable(&list, name.data(), header.name_length, header.type, value.data(), value.size()) ==
-        nullptr) {
-      snmp_free_varbind(list);
+    netsnmp_variable_list *first = list.release();
+    const auto *added =
+        snmp_varlist_add_variable(&first, name.data(), header.name_length, header.type, value.data(), value.size());
+    list.reset(first);
+    if (added == nullptr) {
       return nullptr;
     }
   }
-  return VarbindList(list);
+  return list;
 }
 
 }  // namespace tavo

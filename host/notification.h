@@ -25,7 +25,8 @@ class PackedVarbinds {
  public:
   explicit PackedVarbinds(const netsnmp_variable_list *list);
 
-  // A list with the same names, types and values. Null when the original was empty or net-snmp refuses a varbind.
+  // A list with the same names, types and values. Null when the original was empty, or net-snmp refuses a varbind or
+  // has no memory for it. Throws std::bad_alloc.
   VarbindList unpack() const;
   bool empty() const { return octets_.empty(); }
 

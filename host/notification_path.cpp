@@ -36,6 +36,14 @@ struct AgentxAttempt {
 };
 AgentxAttempt *current_attempt = nullptr;
 
+class CurrentAttempt {
+ public:
+  explicit CurrentAttempt(AgentxAttempt &attempt) { current_attempt = &attempt; }
+  ~CurrentAttempt() { current_attempt = nullptr; }
+  CurrentAttempt(const CurrentAttempt &) = delete;
+  CurrentAttempt &operator=(const CurrentAttempt &) = delete;
+};
+
 int notify_answered(int operation, netsnmp_session * /*session*/, int request, netsnmp_pdu *answer, void * /*magic*/) {
   if (operation == NETSNMP_CALLBACK_OP_TIMED_OUT) {
     snmp_log(LOG_WARNING, "the AgentX master did not acknowledge a notification\n");
@@ -50,18 +58,21 @@ int notify_answered(int operation, netsnmp_session * /*session*/, int request, n
   return 1;
 }
 
-void send_now(const Notification &notification) {
+// False when net-snmp takes one of the varbinds not, which it does when memory is short, too.
+bool send_now(const Notification &notification) {
   static auto *const v3 = next_definition<decltype(::send_v3trap)>("send_v3trap");
   static auto *const enterprise = next_definition<decltype(::send_enterprise_trap_vars)>("send_enterprise_trap_vars");
   const VarbindList varbinds = notification.varbinds.unpack();
   if (varbinds == nullptr && !notification.varbinds.empty()) {
-    snmp_log(LOG_ERR, "a notification holds a varbind that cannot be sent\n");
-  } else if (notification.enterprise) {
+    return false;
+  }
+  if (notification.enterprise) {
     const auto &[trap, specific, id] = *notification.enterprise;
     enterprise(trap, specific, id.data(), static_cast<int>(id.size()), varbinds.get());
   } else {
     v3(varbinds.get(), notification.context ? notification.context->c_str() : nullptr);
   }
+  return true;
 }
 
 void queue_is_readable(int /*descriptor*/, void *queue) {
@@ -88,7 +99,10 @@ void push_from_module(Make make) noexcept {
 NotificationPath::NotificationPath(std::size_t limit, bool agentx, LinkChanged link_changed)
     : agentx_(agentx),
       link_changed_(std::move(link_changed)),
-      queue_(limit, [this](const Notification &notification) { return transmit(notification); }) {
+      queue_(
+          limit, [this](const Notification &notification) { return transmit(notification); },
+          NotificationQueue::default_patience, [this] { return sinks_.ready(); }),
+      sinks_([this] { queue_.resume(); }) {
   current_path = this;
 }
 
@@ -126,21 +140,19 @@ int NotificationPath::session_changed(int /*major*/, int minor, void * /*session
 
 Transmission NotificationPath::transmit(const Notification &notification) const {
   AgentxAttempt attempt;
-  current_attempt = &attempt;
-  send_now(notification);
-  current_attempt = nullptr;
+  const CurrentAttempt current(attempt);
+  if (!send_now(notification)) {
+    return {.outcome = Transmission::Lost};
+  }
   switch (attempt.outcome) {
     case AgentxAttempt::Sent:
       return {.outcome = Transmission::AwaitingAnswer, .request = attempt.request};
     case AgentxAttempt::SocketBroken:
       return {.outcome = Transmission::LinkBroken};
     case AgentxAttempt::Discarded:
-      if (agentx_) {
-        snmp_log(LOG_ERR, "net-snmp refused to send a notification to the AgentX master\n");
-      }
       break;
   }
-  return {.outcome = Transmission::Finished};
+  return {.outcome = agentx_ ? Transmission::Lost : Transmission::Finished};
 }
 
 extern "C" {
@@ -167,13 +179,17 @@ void send_enterprise_trap_vars(int trap, int specific, const oid *enterprise, in
   });
 }
 
-// net-snmp's notification code sends an AgentX notification through this call. Only here can the daemon see whether it
-// was sent, and under which number the master will acknowledge it.
+// net-snmp's notification code sends through this call. Only here can the daemon see whether an AgentX notification was
+// sent, and under which number the master will acknowledge it; and only here can it hold back an inform.
 int snmp_async_send(netsnmp_session *session, netsnmp_pdu *pdu, netsnmp_callback callback, void *magic) {
   static auto *const original = next_definition<decltype(::snmp_async_send)>("snmp_async_send");
   AgentxAttempt *attempt = current_attempt;
-  if (attempt == nullptr || pdu->command != agentx_notify) {
+  NotificationPath *path = current_path;
+  if (attempt == nullptr || path == nullptr) {
     return original(session, pdu, callback, magic);
+  }
+  if (pdu->command != agentx_notify) {
+    return path->sinks().send({.send = original, .session = session, .pdu = pdu, .callback = callback});
   }
   pdu->flags |= UCD_MSG_FLAG_PDU_TIMEOUT;
   pdu->time = answer_seconds;

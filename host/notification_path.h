@@ -5,6 +5,7 @@
 #include <functional>
 
 #include "host/notification_queue.h"
+#include "host/sinks.h"
 
 namespace tavo {
 
@@ -25,6 +26,8 @@ class NotificationPath {
   void attach();
 
   NotificationQueue &queue() { return queue_; }
+  // The managers that a stand-alone agent informs.
+  Sinks &sinks() { return sinks_; }
 
  private:
   static int session_changed(int major, int minor, void *session, void *self);
@@ -33,6 +36,7 @@ class NotificationPath {
   const bool agentx_;
   const LinkChanged link_changed_;
   NotificationQueue queue_;
+  Sinks sinks_;
 };
 
 }  // namespace tavo

@@ -1,22 +1,33 @@
 #include "host/notification_queue.h"
 
+#include <malloc.h>
+
 #include <algorithm>
-#include <iterator>
+#include <new>
 #include <utility>
 
 namespace tavo {
+namespace {
 
-NotificationQueue::NotificationQueue(std::size_t limit, Transmit transmit, std::chrono::steady_clock::duration patience)
-    : limit_(limit), transmit_(std::move(transmit)), patience_(patience) {}
+// Worth giving back: about 1.3 MiB.
+constexpr std::size_t large_backlog = 1000;
+
+}  // namespace
+
+NotificationQueue::NotificationQueue(std::size_t limit, Transmit transmit, std::chrono::steady_clock::duration patience,
+                                     std::function<bool()> ready)
+    : limit_(limit), transmit_(std::move(transmit)), patience_(patience), ready_(std::move(ready)) {}
 
 void NotificationQueue::push(Notification notification) {
+  Entries entry;
+  entry.push_back({.notification = std::move(notification)});
   {
     std::unique_lock lock(mutex_);
     wait_for_room(lock);
     if (waiting_.empty()) {
       standstill_began_ = std::chrono::steady_clock::now();
     }
-    waiting_.push_back(std::move(notification));
+    waiting_.splice(waiting_.end(), entry);
     if (waiting_.size() > limit_) {
       waiting_.pop_front();
       ++dropped_;
@@ -39,28 +50,42 @@ void NotificationQueue::wait_for_room(std::unique_lock<std::mutex> &lock) {
 }
 
 void NotificationQueue::count_lost() noexcept {
-  const std::lock_guard lock(mutex_);
-  ++dropped_;
+  {
+    const std::lock_guard lock(mutex_);
+    ++lost_;
+  }
+  wake_.signal();  // the loop logs it
 }
 
 void NotificationQueue::turn() {
   wake_.clear();
-  report_drops();
+  report_losses();
+  backlog_ = std::max(backlog_, waiting());
+  send_burst();
+  give_memory_back();
+}
+
+void NotificationQueue::send_burst() {
   for (std::size_t sent = 0; sent < burst && may_send(); ++sent) {
-    std::optional<Notification> front = take_front();
-    if (!front) {
+    Entries front = take_front();
+    if (front.empty()) {
       return;
     }
-    const Transmission result = transmit_(*front);
-    if (result.outcome == Transmission::LinkBroken) {
-      const std::lock_guard lock(mutex_);
-      link_is_up_ = false;
-      room_.notify_all();
-      waiting_.push_front(*std::move(front));
-      return;
-    }
-    if (result.outcome == Transmission::AwaitingAnswer) {
-      in_flight_.push_back({result.request, *std::move(front)});
+    const Transmission result = attempt(front.front().notification);
+    switch (result.outcome) {
+      case Transmission::Finished:
+        break;
+      case Transmission::Lost:
+        count_lost();
+        break;
+      case Transmission::AwaitingAnswer:
+        front.front().request = result.request;
+        in_flight_.splice(in_flight_.end(), front);
+        break;
+      case Transmission::LinkBroken:
+        link_is_up_ = false;
+        put_back(front);
+        return;
     }
   }
   if (may_send() && waiting() > 0) {
@@ -68,9 +93,17 @@ void NotificationQueue::turn() {
   }
 }
 
+Transmission NotificationQueue::attempt(const Notification &notification) const noexcept {
+  try {
+    return transmit_(notification);
+  } catch (const std::bad_alloc &) {
+    return {.outcome = Transmission::Lost};
+  }
+}
+
 void NotificationQueue::answered(int request) {
   const auto found =
-      std::find_if(in_flight_.begin(), in_flight_.end(), [&](const InFlight &sent) { return sent.request == request; });
+      std::find_if(in_flight_.begin(), in_flight_.end(), [&](const Entry &sent) { return sent.request == request; });
   if (found != in_flight_.end()) {
     in_flight_.erase(found);
     wake_.signal();
@@ -87,13 +120,15 @@ void NotificationQueue::link_up() {
 }
 
 void NotificationQueue::link_down() {
-  const std::lock_guard lock(mutex_);
   link_is_up_ = false;
+  put_back(in_flight_);
+}
+
+// Empties `entries`. Wakes those who wait for room: without a link they need not.
+void NotificationQueue::put_back(Entries &entries) {
+  const std::lock_guard lock(mutex_);
+  waiting_.splice(waiting_.begin(), entries);
   room_.notify_all();
-  for (auto sent = in_flight_.rbegin(); sent != in_flight_.rend(); ++sent) {
-    waiting_.push_front(std::move(sent->notification));
-  }
-  in_flight_.clear();
 }
 
 bool NotificationQueue::idle() const {
@@ -110,27 +145,45 @@ std::size_t NotificationQueue::dropped() const {
   return dropped_;
 }
 
-std::optional<Notification> NotificationQueue::take_front() {
+std::size_t NotificationQueue::lost() const {
   const std::lock_guard lock(mutex_);
-  if (waiting_.empty()) {
-    return std::nullopt;
+  return lost_;
+}
+
+NotificationQueue::Entries NotificationQueue::take_front() {
+  Entries front;
+  const std::lock_guard lock(mutex_);
+  if (!waiting_.empty()) {
+    front.splice(front.end(), waiting_, waiting_.begin());
+    standstill_began_ = std::chrono::steady_clock::now();
+    room_.notify_one();
   }
-  std::optional<Notification> front(std::move(waiting_.front()));
-  waiting_.pop_front();
-  standstill_began_ = std::chrono::steady_clock::now();
-  room_.notify_one();
   return front;
 }
 
-void NotificationQueue::report_drops() {
+void NotificationQueue::report_losses() {
+  const std::size_t total_lost = lost();
+  if (total_lost != reported_losses_) {
+    snmp_log(LOG_ERR, "%zu notifications lost (out of memory, or refused by net-snmp), %zu since the start\n",
+             total_lost - reported_losses_, total_lost);
+    reported_losses_ = total_lost;
+  }
   const std::size_t total = dropped();
-  // One line for the first loss, and one for the rest once sending is possible again, instead of one a notification.
+  // One line for the first drop, and one for the rest once sending is possible again, instead of one a notification.
   if (total == reported_drops_ || (reported_drops_ != 0 && !link_is_up_)) {
     return;
   }
   snmp_log(LOG_WARNING, "notification queue full (%zu): %zu dropped, %zu since the start\n", limit_,
            total - reported_drops_, total);
   reported_drops_ = total;
+}
+
+// The C library keeps what a storm took: after 100,000 notifications, tens of MiB.
+void NotificationQueue::give_memory_back() {
+  if (backlog_ >= large_backlog && idle()) {
+    backlog_ = 0;
+    malloc_trim(0);
+  }
 }
 
 }  // namespace tavo

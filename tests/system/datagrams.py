@@ -5,7 +5,7 @@ import socket
 import threading
 import time
 
-INTEGER, OCTETS, OID, NOTIFICATION = 0x02, 0x04, 0x06, 0xA7
+INTEGER, OCTETS, OID, INFORM, TRAP = 0x02, 0x04, 0x06, 0xA6, 0xA7
 SO_RCVBUFFORCE = 33  # like SO_RCVBUF, but exceeds the system's limit; the socket module does not have it
 
 
@@ -41,7 +41,7 @@ def oid(content):
 def each_varbind(datagram):
     """(name, value) of each varbind of an SNMPv2c notification: numbers as int, OIDs as text, strings as bytes."""
     _, message, _ = element(datagram)
-    pdu = [content for tag, content in elements(message) if tag == NOTIFICATION][0]
+    pdu = [content for tag, content in elements(message) if tag in (INFORM, TRAP)][0]
     for _, varbind in elements(list(elements(pdu))[3][1]):
         (_, name), (tag, value) = elements(varbind)
         if tag == INTEGER:

@@ -4,11 +4,14 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 
+#include <atomic>
+#include <new>
 #include <numeric>
 #include <thread>
 #include <vector>
 
 #include "tests/harness/threaded.h"
+#include "tests/unit/host/recorded_log.h"
 
 namespace tavo {
 namespace {
@@ -38,12 +41,20 @@ struct Link {
     if (number == broken_at) {
       return {.outcome = Transmission::LinkBroken};
     }
+    if (number == short_of_memory_at) {
+      throw std::bad_alloc();
+    }
+    if (number == refused_at) {
+      return {.outcome = Transmission::Lost};
+    }
     sent.push_back(number);
     return {.outcome = outcome, .request = number};
   }
 
   Transmission::Outcome outcome = Transmission::Finished;
   int broken_at = -1;
+  int short_of_memory_at = -1;
+  int refused_at = -1;
   std::vector<int> sent;
 };
 
@@ -185,6 +196,80 @@ TEST_F(FullQueueTest, NobodyWaitsLongForAQueueThatStandsStill) {
   EXPECT_EQ(impatient_.dropped(), 5U);
 }
 
+TEST_F(FullQueueTest, WaitingEndsWhenTheLinkBreaks) {
+  link.broken_at = 1;
+  small_.link_up();
+  std::thread module = pusher(15);
+  while (small_.waiting() < 10) {
+    std::this_thread::yield();
+  }
+  const auto begin = std::chrono::steady_clock::now();
+  small_.turn();
+  module.join();
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20)) << "its patience is 30 s";
+  EXPECT_EQ(small_.dropped(), 5U);
+}
+
+TEST_F(FullQueueTest, AQueueThatMovesSlowlyIsNotStuck) {
+  constexpr auto patience = std::chrono::milliseconds(200);
+  NotificationQueue slow{10, [this](const Notification &notification) { return link(notification); }, patience};
+  link.outcome = Transmission::AwaitingAnswer;
+  slow.link_up();
+  std::atomic<bool> pushed = false;
+  std::thread module([&] {
+    for (const int number : range(1, 70)) {
+      slow.push(numbered(number));
+    }
+    pushed = true;
+  });
+  // One acknowledgement in half the patience, for twice the patience and more.
+  for (int answer = 1; !pushed; ++answer) {
+    while (slow.waiting() < 10 && !pushed) {
+      slow.turn();
+    }
+    std::this_thread::sleep_for(patience / 2);
+    slow.answered(answer);
+    slow.turn();
+  }
+  module.join();
+  EXPECT_EQ(slow.dropped(), 0U);
+}
+
+TEST_F(FullQueueTest, TimeWithoutALinkIsNoStandstill) {
+  constexpr auto patience = std::chrono::milliseconds(100);
+  NotificationQueue rested{10, [this](const Notification &notification) { return link(notification); }, patience};
+  for (const int number : range(1, 10)) {
+    rested.push(numbered(number));
+  }
+  std::this_thread::sleep_for(patience * 2);
+  rested.link_up();
+  const auto begin = std::chrono::steady_clock::now();
+  std::thread([&] { rested.push(numbered(11)); }).join();
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, patience) << "the eleventh must wait for room";
+}
+
+TEST_F(NotificationQueueTest, SendsNothingWhileItsReceiversAreNotReady) {
+  bool ready = true;
+  NotificationQueue held{1000,
+                         [&](const Notification &notification) {
+                           ready = notification.context != "3";
+                           return link(notification);
+                         },
+                         NotificationQueue::default_patience, [&] { return ready; }};
+  held.link_up();
+  for (const int number : range(1, 5)) {
+    held.push(numbered(number));
+  }
+  held.turn();
+  EXPECT_THAT(link.sent, ElementsAre(1, 2, 3));
+  EXPECT_FALSE(readable(held)) << "the loop must not spin while it waits";
+  ready = true;
+  held.resume();
+  EXPECT_TRUE(readable(held));
+  held.turn();
+  EXPECT_THAT(link.sent, ElementsAre(1, 2, 3, 4, 5));
+}
+
 TEST_F(FullQueueTest, ASilenceBeforeABurstIsNotAStandstill) {
   constexpr auto patience = std::chrono::milliseconds(100);
   NotificationQueue rested{10, [this](const Notification &notification) { return link(notification); }, patience};
@@ -254,9 +339,64 @@ TEST_F(NotificationQueueTest, BeyondTheLimitTheOldestIsDroppedAndCounted) {
   EXPECT_EQ(link.sent, range(4, 1000));
 }
 
-TEST_F(NotificationQueueTest, ANotificationThatCannotBeCopiedIsCounted) {
+TEST_F(NotificationQueueTest, OneThatCannotBeCopiedCountsAndIsLogged) {
+  const RecordedLog log;
   queue.count_lost();
-  EXPECT_EQ(queue.dropped(), 1U);
+  EXPECT_EQ(queue.lost(), 1U);
+  EXPECT_TRUE(readable(queue)) << "the loop must log it";
+  queue.turn();
+  queue.turn();
+  EXPECT_THAT(log.lines(), ElementsAre("3 1 notifications lost (out of memory, or refused by net-snmp), 1 since the "
+                                       "start\n"));
+}
+
+TEST_F(NotificationQueueTest, ALackOfMemoryCostsTheOneBeingSent) {
+  link.short_of_memory_at = 2;
+  queue.link_up();
+  push(1, 3);
+  queue.turn();
+  EXPECT_THAT(link.sent, ElementsAre(1, 3));
+  EXPECT_EQ(queue.lost(), 1U);
+  EXPECT_TRUE(queue.idle());
+}
+
+TEST_F(NotificationQueueTest, OneThatIsRefusedIsCountedAsLost) {
+  link.refused_at = 1;
+  queue.link_up();
+  push(1, 2);
+  queue.turn();
+  EXPECT_THAT(link.sent, ElementsAre(2));
+  EXPECT_EQ(queue.lost(), 1U);
+}
+
+TEST_F(NotificationQueueTest, DropsMakeTwoLinesHoweverMany) {
+  const RecordedLog log;
+  for (int number = 1; number <= 1100; ++number) {
+    push(number, 1);
+    queue.turn();
+  }
+  queue.link_up();
+  queue.turn();
+  EXPECT_THAT(log.lines(), ElementsAre("4 notification queue full (1000): 1 dropped, 1 since the start\n",
+                                       "4 notification queue full (1000): 99 dropped, 100 since the start\n"));
+}
+
+TEST_F(NotificationQueueTest, OnesAnsweredAfterASecondLossAreNotSentAgain) {
+  link.outcome = Transmission::AwaitingAnswer;
+  queue.link_up();
+  push(1, 2);
+  queue.turn();
+  queue.link_down();
+  queue.link_up();
+  queue.turn();
+  EXPECT_THAT(link.sent, ElementsAre(1, 2, 1, 2));
+  queue.answered(1);
+  queue.answered(2);
+  EXPECT_TRUE(queue.idle());
+  queue.link_down();
+  queue.link_up();
+  queue.turn();
+  EXPECT_THAT(link.sent, ElementsAre(1, 2, 1, 2));
 }
 
 // Run under ThreadSanitizer too.

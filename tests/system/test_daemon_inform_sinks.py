@@ -1,0 +1,94 @@
+"""Informs: one manager that does not acknowledge costs the daemon no memory, and the other managers nothing."""
+
+import pathlib
+import re
+import socket
+
+from agents import TEST_BASE, TEST_MODULES, Daemon, TrapCollector, snmpget, wait_until
+from datagrams import INFORM, Collector, varbinds
+from udp_manager import RESPONSE
+
+NOTIFIER = TEST_MODULES / "notifier.so"
+NUMBER = f"{TEST_BASE}.2.0"
+
+
+def numbers(collector):
+    return [varbinds(datagram)[NUMBER] for datagram in list(collector.datagrams)]
+
+
+def memory(daemon, line):
+    """A figure of the process in KiB: VmRSS, or VmHWM for its peak."""
+    status = pathlib.Path(f"/proc/{daemon.pid}/status").read_text()
+    return int(re.search(rf"{line}:\s*(\d+) kB", status).group(1))
+
+
+def silent_socket():
+    """A socket that takes datagrams and answers none."""
+    silent = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+    silent.bind(("127.0.0.1", 0))
+    return silent, f"udp:127.0.0.1:{silent.getsockname()[1]}"
+
+
+def start_with_sinks(start, *lines):
+    return start(Daemon, module=NOTIFIER, configuration="".join(line + "\n" for line in lines))
+
+
+def test_a_silent_sink_costs_neither_memory_nor_others(start):
+    silent, address = silent_socket()
+    collector = Collector()
+    try:
+        daemon = start_with_sinks(start, f"informsink {address} public", f"trap2sink {collector.destination} public")
+        daemon.order("send 1 100 960")
+        wait_until(lambda: len(collector.datagrams) == 100, what="the first notifications")
+        before = memory(daemon, "VmRSS")
+        daemon.order("send 101 20000 960")
+        wait_until(lambda: len(collector.datagrams) == 20_100, what="all of them at the other manager")
+        assert numbers(collector) == list(range(1, 20_101))
+        # Of 20,000 notifications of 1.2 KiB, those in the queue (16,384 at most) and 50 at net-snmp.
+        print(f"memory {before} KiB, peak {memory(daemon, 'VmHWM')} KiB, now {memory(daemon, 'VmRSS')} KiB")
+        assert memory(daemon, "VmHWM") < before + 32 * 1024
+        wait_until(lambda: memory(daemon, "VmRSS") < before + 4 * 1024, what="memory that is given back")
+        daemon.wait_for_log(rf"UDP: \[127.0.0.1\]:{silent.getsockname()[1]}.* does not acknowledge informs")
+        daemon.wait_for_log(r"\d+ informs to UDP: \[127.0.0.1\].* lost")
+        assert snmpget(daemon.address, f"{TEST_BASE}.1.0")
+        daemon.stop()
+        lost = [int(count) for count in re.findall(r"lost, (\d+) since", daemon.log())]
+        assert lost[-1] >= 19_000, "the last line says how many there were in all"
+        assert len(daemon.log().split("informs to UDP")) < 6, "not a line for each"
+    finally:
+        collector.stop()
+        silent.close()
+
+
+def test_a_sink_that_acknowledges_gets_a_whole_burst(start):
+    collector = start(TrapCollector)
+    daemon = start_with_sinks(start, f"informsink {collector.destination} public")
+    daemon.order("send 1 5000 960")
+    wait_until(lambda: len(collector.received()) >= 5000, what="all informs")
+    seen = [int(number) for number in re.findall(rf"{re.escape(NUMBER)} = Gauge32: (\d+)", collector.log())]
+    assert seen == list(range(1, 5001))
+    assert "lost" not in daemon.log()
+
+
+def acknowledge(silent):
+    """Acknowledges one inform, and returns its number."""
+    datagram, sender = silent.recvfrom(65536)
+    at = datagram.index(bytes([INFORM]), 10)  # a response has the same content behind another tag
+    silent.sendto(datagram[:at] + bytes([RESPONSE]) + datagram[at + 1:], sender)
+    return varbinds(datagram)[NUMBER]
+
+
+def test_a_sink_that_comes_back_gets_what_follows(start):
+    silent, address = silent_socket()
+    silent.settimeout(10)
+    with silent:
+        daemon = start_with_sinks(start, f"informsink {address} public")
+        daemon.order("send 1 200 10")
+        daemon.wait_for_log("does not acknowledge informs")
+        while "acknowledges informs again" not in daemon.log():
+            acknowledge(silent)
+        assert re.search(r"acknowledges informs again: \d+ were lost", daemon.log())
+        daemon.order("send 201 100 10")
+        wanted = set(range(201, 301))
+        while wanted:
+            wanted.discard(acknowledge(silent))
