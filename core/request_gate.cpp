@@ -13,6 +13,8 @@
 #include <new>
 #include <utility>
 
+#include "core/health.h"
+
 // Exported by net-snmp's agent library, but declared in none of its headers.
 extern "C" {
 // The session through which a subagent asks itself. Null in an agent of its own.
@@ -252,6 +254,7 @@ RequestGate::Waiting *RequestGate::note_of(netsnmp_agent_request_info *info) {
   }
   netsnmp_agent_add_list_data(info, node);
   ++notes_;
+  report(tavo_request_set_aside, info);
   return request.release();
 }
 
@@ -272,6 +275,7 @@ void RequestGate::drop_earlier_copy_of(netsnmp_agent_request_info *info) {
 
 void RequestGate::forget(Waiting *request) {
   --notes_;
+  report(tavo_request_ended, request->info);
   std::erase(waiting_, request);
   std::erase(dropped_, request);
   for (const Group &group : request->groups) {

@@ -46,7 +46,7 @@ void RowList::set_next(void *row, void *next) const {
 void RowList::push_front(void *row) {
   set_next(row, first());
   set_first(row);
-  ++count_;
+  count_.fetch_add(1, std::memory_order_relaxed);
 }
 
 bool RowList::unlink(void *row) {
@@ -65,7 +65,7 @@ bool RowList::unlink(void *row) {
     set_next(previous, next(row));
     ordered_is_current_ = false;
   }
-  --count_;
+  count_.fetch_sub(1, std::memory_order_relaxed);
   return true;
 }
 
@@ -79,7 +79,7 @@ std::size_t RowList::clear() {
     ++freed;
   }
   set_first(nullptr);
-  count_ = 0;
+  count_.store(0, std::memory_order_relaxed);
   return freed;
 }
 

@@ -5,6 +5,7 @@
 
 #include <net-snmp/net-snmp-includes.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <type_traits>
@@ -43,7 +44,8 @@ class RowList {
   bool unlink(void *row);
   // Frees every row. Returns how many there were.
   std::size_t clear();
-  std::size_t count() const { return count_; }
+  // May be read without the lock.
+  const std::atomic<std::size_t> &count() const { return count_; }
 
   // The rows by ascending index, one for each index: of several with the same index, the first in the list. Sorted
   // again once the list has changed, even through the exported head. Null if memory is short.
@@ -55,7 +57,7 @@ class RowList {
 
   RowLayout layout_;
   void *head_;
-  std::size_t count_ = 0;
+  std::atomic<std::size_t> count_ = 0;
   RowPointers ordered_;
   const void *ordered_from_ = nullptr;  // the first row when `ordered_` was sorted
   bool ordered_is_current_ = false;

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "core/health.h"
 #include "core/request_gate.h"
 
 namespace tavo {
@@ -15,9 +16,18 @@ int Table::start_up(Caller caller) {
     trace_entry(caller);
   }
   const int result = register_with_agent();
-  return description_.build == nullptr ? result : description_.build(0);
+  return description_.build == nullptr ? result : build(0);
 }
 
+int Table::build(int refresh) {
+  report(tavo_rebuild_begins, description_.name);
+  const int result = description_.build(refresh);
+  // Some builders return 1 when they have succeeded.
+  report(tavo_rebuild_ends, description_.name, result == 0 || result == 1);
+  return result;
+}
+
+TAVO_LOCKING(no_thread_safety_analysis)  // the count of rows needs no lock
 int Table::register_with_agent() {
   netsnmp_handler_registration *registration = netsnmp_create_handler_registration(
       description_.name, entry_points_.handler, description_.root.data(), description_.root.size(), HANDLER_CAN_RONLY);
@@ -51,6 +61,7 @@ int Table::register_with_agent() {
   if (description_.keeps_registration) {
     registration_ = registration;
   }
+  report(tavo_table_registered, description_.name, &rows_.count());
   return result;
 }
 

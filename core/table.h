@@ -101,6 +101,8 @@ class Table {
   // registration: MIB_REGISTERED_OK, or a failure after which the table is not served.
   int start_up(Caller caller = Caller::here());
   int register_with_agent();
+  // Rebuilds the rows with the description's builder, which must exist. The builder's result.
+  int build(int refresh);
   // Takes the table away from the agent, under the lock. 0, or the lock's error, after which nothing has changed.
   int de_register();
 

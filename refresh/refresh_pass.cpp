@@ -111,8 +111,7 @@ void RefreshPass::rebuild_for(RefreshCause cause, int passes_before) {
   for (int place = 1; !is_last_place; ++place) {
     is_last_place = true;
     for (std::size_t i = 0; i < tables_.size(); ++i) {
-      const TableDescription &table = tables_[i]->description();
-      for (const RefreshRule &rule : table.refresh) {
+      for (const RefreshRule &rule : tables_[i]->description().refresh) {
         if (rule.cause != cause) {
           continue;
         }
@@ -121,7 +120,7 @@ void RefreshPass::rebuild_for(RefreshCause cause, int passes_before) {
         } else if (rule.place == place && !rebuilt_.test(i) &&
                    (rule.only_first == 0 || passes_before < rule.only_first)) {
           rebuilt_.set(i);
-          table.build(1);
+          tables_[i]->build(1);
         }
       }
     }

@@ -15,6 +15,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/fakes/daemon.h"
 #include "tests/fixtures/lock_holder.h"
 #include "tests/fixtures/sample_table.h"
 #include "tests/fixtures/sample_table_fixture.h"
@@ -44,6 +45,7 @@ using fakes::subagent_root;
 using fakes::subagent_sample;
 using fakes::text;
 using testing::ElementsAre;
+using testing::IsEmpty;
 
 Oid root_of(std::span<const oid> root) {
   return {root.begin(), root.end()};
@@ -85,6 +87,23 @@ TEST_F(RequestGateTest, AWaitingGetDelaysNoOther) {
   const auto response = waiting.wait();
   EXPECT_EQ(response.error_status, SNMP_ERR_NOERROR);
   EXPECT_THAT(response.answers, ElementsAre(Answer{cell(ev_root, 5, 2), integer(2)}));
+}
+
+TEST_F(RequestGateTest, WhoWaitsIsReportedOnce) {
+  const fakes::RecordedReports reports;
+  LockHolder ev(ev_lock_);
+  LockHolder subagent(subagent_lock_);
+  const PendingResponse waiting = fakes::send_get_next({cell(ev_root, 11, 3), cell(ev_root, 5, 1)});
+  EXPECT_FALSE(waiting.arrived());
+  EXPECT_THAT(reports.take(), ElementsAre("a request is set aside"));
+  ev.release();
+  EXPECT_FALSE(waiting.arrived());
+  EXPECT_THAT(reports.take(), IsEmpty()) << "it waits for the next table";
+  subagent.release();
+  waiting.wait();
+  EXPECT_THAT(reports.take(), ElementsAre("a request has ended"));
+  fakes::get({cell(ev_root, 5, 2)});
+  EXPECT_THAT(reports.take(), IsEmpty());
 }
 
 TEST_F(RequestGateTest, AnIdleAgentWakesForTheWaitingGet) {

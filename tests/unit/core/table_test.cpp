@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "tests/fakes/allocation.h"
+#include "tests/fakes/daemon.h"
 #include "tests/fakes/mutexes.h"
 #include "tests/fakes/net_snmp.h"
 #include "tests/fixtures/sample_table.h"
@@ -268,6 +269,38 @@ TEST_F(TableTest, ATableThatKeepsNoRegistrationStaysRegistered) {
   EXPECT_EQ(subagent_sample.table.de_register(), 0);
   EXPECT_EQ(fakes::walk(subagent_root).size(), 10U);
   EXPECT_EQ(unregister_mib(const_cast<oid *>(subagent_root.data()), subagent_root.size()), MIB_UNREGISTERED_OK);
+}
+
+TEST_F(TableTest, ItReportsItsRegistration) {
+  const fakes::RecordedReports reports;
+  add_row(ev_sample, 1);
+  add_row(ev_sample, 2);
+  ASSERT_EQ(ev_sample.table.register_with_agent(), MIB_REGISTERED_OK);
+  EXPECT_EQ(ev_sample.table.register_with_agent(), MIB_DUPLICATE_REGISTRATION);
+  EXPECT_THAT(reports.take(), ElementsAre("evSampleTable is registered with 2 rows"));
+}
+
+TEST_F(TableTest, ItReportsARebuildAndWhetherItSucceeded) {
+  static int result;
+  const TableDescription description = {.name = "builtTable",
+                                        .root = ev_root,
+                                        .lock = ev_sample.table.lock(),
+                                        .columns = fakes::sample_columns,
+                                        .row = layout_of<SampleRow>(),
+                                        .build = [](int refresh) { return result + refresh; }};
+  SampleRow *head = nullptr;
+  Table table(description, {}, &head);
+  const fakes::RecordedReports reports;
+  for (const int good : {0, 1}) {
+    result = good;
+    EXPECT_EQ(table.build(0), good);
+    EXPECT_THAT(reports.take(), ElementsAre("builtTable begins", "builtTable succeeds"));
+  }
+  for (const int bad : {-1, -106, EINVAL}) {
+    result = bad - 1;
+    EXPECT_EQ(table.build(1), bad);
+    EXPECT_THAT(reports.take(), ElementsAre("builtTable begins", "builtTable fails"));
+  }
 }
 
 TEST_F(TableTest, AValueThatIsRefusedIsAGenErrAtItsPlaceInThePdu) {

@@ -15,6 +15,7 @@
 #include "tables/storage/tavoStorageLocalLunTable.h"
 #include "tables/storage/tavoStorageRaidBatteryTable.h"
 #include "tests/fakes/allocation.h"
+#include "tests/fakes/daemon.h"
 #include "tests/fakes/mutexes.h"
 #include "tests/fakes/net_snmp.h"
 #include "tests/fixtures/storage_tables_fixture.h"
@@ -27,6 +28,7 @@ namespace {
 using fakes::controller;
 using fakes::rows;
 using testing::ElementsAre;
+using testing::ElementsAreArray;
 using testing::IsEmpty;
 
 constexpr const char *path = "/var/stor_info_data";
@@ -72,6 +74,25 @@ TEST_F(StorRebuildTest, AMissingFileEmptiesTheTables) {
   files_.remove(path);
   expect_emptied();
   EXPECT_THAT(fakes::log_texts(), ElementsAre("Unable to open /var/stor_info_data\n"));
+}
+
+TEST_F(StorRebuildTest, TheRebuildsOfAllFourAreReported) {
+  const fakes::RecordedReports reports;
+  rebuild({full_controller()});
+  const std::vector<std::string> good = reports.take();
+  ASSERT_EQ(good.size(), 12U);
+  EXPECT_THAT(std::vector(good.begin(), good.begin() + 6),
+              ElementsAre("tavoStorageControllerTable begins", "tavoStorageLocalDiskTable begins",
+                          "tavoStorageLocalLunTable begins", "tavoStorageRaidBatteryTable begins",
+                          "tavoStorageControllerTable begins", "tavoStorageControllerTable succeeds"));
+  files_.remove(path);
+  std::vector<std::string> before_reading;
+  fakes::on_log([&](const fakes::LogLine &) { before_reading = reports.take(); });
+  reinit_stor_table(1);
+  fakes::on_log(nullptr);
+  EXPECT_THAT(before_reading, ElementsAreArray(good.begin(), good.begin() + 4));
+  EXPECT_THAT(reports.take(), ElementsAre("tavoStorageControllerTable fails", "tavoStorageLocalDiskTable fails",
+                                          "tavoStorageLocalLunTable fails", "tavoStorageRaidBatteryTable fails"));
 }
 
 TEST_F(StorRebuildTest, AMissingFileEmptiesTheTablesOnAFirstBuildToo) {
