@@ -45,15 +45,18 @@ class CurrentAttempt {
 };
 
 int notify_answered(int operation, netsnmp_session * /*session*/, int request, netsnmp_pdu *answer, void * /*magic*/) {
+  bool accepted = false;
   if (operation == NETSNMP_CALLBACK_OP_TIMED_OUT) {
     snmp_log(LOG_WARNING, "the AgentX master did not acknowledge a notification\n");
   } else if (operation == NETSNMP_CALLBACK_OP_RECEIVED_MESSAGE && answer->errstat != 0) {
     snmp_log(LOG_WARNING, "the AgentX master refused a notification (error %ld)\n", answer->errstat);
-  } else if (operation != NETSNMP_CALLBACK_OP_RECEIVED_MESSAGE) {
+  } else if (operation == NETSNMP_CALLBACK_OP_RECEIVED_MESSAGE) {
+    accepted = true;
+  } else {
     return 1;  // the session is ending; link_down() follows
   }
   if (NotificationPath *path = current_path.load()) {
-    path->queue().answered(request);
+    path->queue().answered(request, accepted);
   }
   return 1;
 }
@@ -130,6 +133,7 @@ int NotificationPath::session_changed(int /*major*/, int minor, void * /*session
   auto *path = static_cast<NotificationPath *>(self);
   const bool up = minor == SNMPD_CALLBACK_INDEX_START;
   if (up) {
+    ++path->sessions_;
     path->queue_.link_up();
   } else {
     path->queue_.link_down();

@@ -28,6 +28,8 @@ class NotificationPath {
   NotificationQueue &queue() { return queue_; }
   // The managers that a stand-alone agent informs.
   Sinks &sinks() { return sinks_; }
+  // How many AgentX sessions have been opened.
+  unsigned sessions() const { return sessions_; }
 
  private:
   static int session_changed(int major, int minor, void *session, void *self);
@@ -35,6 +37,7 @@ class NotificationPath {
 
   const bool agentx_;
   const LinkChanged link_changed_;
+  unsigned sessions_ = 0;
   NotificationQueue queue_;
   Sinks sinks_;
 };

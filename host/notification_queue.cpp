@@ -32,6 +32,7 @@ void NotificationQueue::push(Notification notification) {
       waiting_.pop_front();
       ++dropped_;
     }
+    longest_ = std::max(longest_, waiting_.size());
   }
   wake_.signal();
 }
@@ -74,6 +75,7 @@ void NotificationQueue::send_burst() {
     const Transmission result = attempt(front.front().notification);
     switch (result.outcome) {
       case Transmission::Finished:
+        ++sent_;
         break;
       case Transmission::Lost:
         count_lost();
@@ -101,10 +103,11 @@ Transmission NotificationQueue::attempt(const Notification &notification) const 
   }
 }
 
-void NotificationQueue::answered(int request) {
+void NotificationQueue::answered(int request, bool accepted) {
   const auto found =
       std::find_if(in_flight_.begin(), in_flight_.end(), [&](const Entry &sent) { return sent.request == request; });
   if (found != in_flight_.end()) {
+    ++(accepted ? sent_ : refused_);
     in_flight_.erase(found);
     wake_.signal();
   }
@@ -129,6 +132,7 @@ void NotificationQueue::put_back(Entries &entries) {
   const std::lock_guard lock(mutex_);
   waiting_.splice(waiting_.begin(), entries);
   room_.notify_all();
+  longest_ = std::max(longest_, waiting_.size());
 }
 
 bool NotificationQueue::idle() const {
@@ -143,6 +147,11 @@ std::size_t NotificationQueue::waiting() const {
 std::size_t NotificationQueue::dropped() const {
   const std::lock_guard lock(mutex_);
   return dropped_;
+}
+
+std::size_t NotificationQueue::longest() const {
+  const std::lock_guard lock(mutex_);
+  return longest_;
 }
 
 std::size_t NotificationQueue::lost() const {

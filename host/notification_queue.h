@@ -8,6 +8,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <list>
 #include <mutex>
@@ -63,8 +64,8 @@ class NotificationQueue {
   int descriptor() const { return wake_.get(); }
   void turn();
   void resume() { wake_.signal(); }
-  // The master answered, or no longer will.
-  void answered(int request);
+  // The master answered, or no longer will. `accepted`: it has taken the notification.
+  void answered(int request, bool accepted);
   void link_up();
   // Puts unanswered notifications back at the front, in order: a master that died may not have seen them.
   void link_down();
@@ -76,6 +77,12 @@ class NotificationQueue {
   // sent.
   std::size_t dropped() const;
   std::size_t lost() const;
+  // Sent since the start; behind a master, those that it has accepted.
+  std::uint64_t sent() const { return sent_; }
+  // Since the start: how many a master has not accepted.
+  std::uint64_t refused() const { return refused_; }
+  // The most that have ever waited.
+  std::size_t longest() const;
 
  private:
   struct Entry {
@@ -107,6 +114,7 @@ class NotificationQueue {
   Entries waiting_;
   std::size_t dropped_ = 0;
   std::size_t lost_ = 0;
+  std::size_t longest_ = 0;
   // When a notification was last taken, or when the first one started to wait. Meaningless while the queue is empty.
   std::chrono::steady_clock::time_point standstill_began_ = std::chrono::steady_clock::now();
 
@@ -114,6 +122,8 @@ class NotificationQueue {
 
   // Used by the loop's thread only.
   Entries in_flight_;
+  std::uint64_t sent_ = 0;
+  std::uint64_t refused_ = 0;
   std::size_t backlog_ = 0;  // the most that waited since memory was given back
   std::size_t reported_drops_ = 0;
   std::size_t reported_losses_ = 0;

@@ -14,13 +14,13 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <cstdint>
 #include <new>
 #include <string>
 #include <system_error>
 #include <utility>
 
 #include "host/interposed.h"
+#include "host/poll_time.h"
 
 namespace tavo {
 namespace {
@@ -74,11 +74,6 @@ auto retry_interrupted(Call call) {
     result = call();
   }
   return result;
-}
-
-int milliseconds_until(std::chrono::steady_clock::time_point when) {
-  const auto left = std::chrono::ceil<std::chrono::milliseconds>(when - std::chrono::steady_clock::now());
-  return static_cast<int>(std::max<std::int64_t>(left.count(), 0));
 }
 
 // For the C functions below: the module does not expect exceptions.
@@ -252,7 +247,9 @@ std::shared_ptr<ToolRunner::Tool> ToolRunner::start(const char *command, int out
     if (!stopped_) {
       error = spawn(command, output, tool->process);
     }
+    ++started_;
     if (error != 0) {
+      ++failed_;
       running_.pop_front();
       errno = error;
       return nullptr;
@@ -285,8 +282,7 @@ bool ToolRunner::wait_for_output(Tool &tool) const {
       pollfd{.fd = tool.output.get(), .events = POLLIN, .revents = 0},
       pollfd{.fd = stopping_.get(), .events = POLLIN, .revents = 0},
   };
-  const int ready = retry_interrupted(
-      [&] { return poll(readable.data(), readable.size(), tool.deadline ? milliseconds_until(*tool.deadline) : -1); });
+  const int ready = retry_interrupted([&] { return poll(readable.data(), readable.size(), poll_time(tool.deadline)); });
   return ready > 0 && readable[1].revents == 0;
 }
 
@@ -305,6 +301,8 @@ void ToolRunner::finish(Tool &tool) {
     running_.erase(found);
   }
   retry_interrupted([&] { return waitpid(tool.process, &tool.status, 0); });
+  failed_ += tool.status != 0 ? 1 : 0;
+  killed_ += tool.end == Tool::End::Overdue || tool.end == Tool::End::TooMuchOutput ? 1 : 0;
   tool.log_end();
 }
 
@@ -312,7 +310,7 @@ void ToolRunner::watch() {
   while (!watcher_must_end_) {
     const std::optional<Clock::time_point> next = kill_overdue();
     pollfd changed{.fd = changed_.get(), .events = POLLIN, .revents = 0};
-    poll(&changed, 1, next ? milliseconds_until(*next) : -1);
+    poll(&changed, 1, poll_time(next));
     changed_.clear();
   }
 }

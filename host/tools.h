@@ -9,6 +9,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <list>
 #include <memory>
@@ -49,6 +50,14 @@ class ToolRunner {
   // Kills all tools and refuses new ones from now on.
   void stop();
 
+  // Since the start.
+  struct Counts {
+    std::uint64_t started;  // or refused, for want of memory and the like
+    std::uint64_t failed;   // did not end with status 0
+    std::uint64_t killed;   // ran too long or printed too much
+  };
+  Counts counts() const { return {.started = started_, .failed = failed_, .killed = killed_}; }
+
  private:
   using Clock = std::chrono::steady_clock;
   struct Tool;
@@ -69,6 +78,9 @@ class ToolRunner {
   const EventDescriptor changed_;   // wakes the watcher
   const EventDescriptor stopping_;  // readable after stop()
   std::atomic<bool> watcher_must_end_ = false;
+  std::atomic<std::uint64_t> started_ = 0;
+  std::atomic<std::uint64_t> failed_ = 0;
+  std::atomic<std::uint64_t> killed_ = 0;
 
   std::mutex mutex_;
   // Guarded by mutex_. A listed tool has not been reaped, so its process group cannot be anybody else's.

@@ -116,8 +116,8 @@ TEST_F(NotificationQueueTest, HoldsBackWhileOneBurstIsUnanswered) {
   queue.turn();
   EXPECT_EQ(link.sent, range(1, 50));
   EXPECT_FALSE(readable(queue)) << "the loop must not spin while it waits for an answer";
-  queue.answered(1);
-  queue.answered(2);
+  queue.answered(1, true);
+  queue.answered(2, true);
   EXPECT_TRUE(readable(queue));
   queue.turn();
   EXPECT_EQ(link.sent, range(1, 52));
@@ -129,9 +129,44 @@ TEST_F(NotificationQueueTest, IsIdleOnlyWhenEverythingIsAnswered) {
   push(1, 2);
   queue.turn();
   EXPECT_FALSE(queue.idle());
-  queue.answered(2);
-  queue.answered(1);
+  queue.answered(2, true);
+  queue.answered(1, true);
   EXPECT_TRUE(queue.idle());
+}
+
+TEST_F(NotificationQueueTest, CountsWhatIsSentAndWhatIsRefused) {
+  queue.link_up();
+  push(1, 3);
+  queue.turn();
+  EXPECT_EQ(queue.sent(), 3U);
+  link.outcome = Transmission::Lost;
+  push(4, 2);
+  queue.turn();
+  EXPECT_EQ(queue.lost(), 2U);
+  link.outcome = Transmission::AwaitingAnswer;
+  push(6, 3);
+  queue.turn();
+  EXPECT_EQ(queue.sent(), 3U) << "not before the answer";
+  queue.answered(6, true);
+  queue.answered(7, false);
+  queue.answered(77, true);
+  EXPECT_EQ(queue.sent(), 4U);
+  EXPECT_EQ(queue.refused(), 1U);
+  queue.link_down();
+  queue.link_up();
+  queue.turn();
+  queue.answered(8, true);
+  EXPECT_EQ(queue.sent(), 5U) << "sent twice, and accepted once";
+}
+
+TEST_F(NotificationQueueTest, RemembersItsGreatestLength) {
+  push(1, 5);
+  EXPECT_EQ(queue.longest(), 5U);
+  queue.link_up();
+  queue.turn();
+  push(6, 2);
+  EXPECT_EQ(queue.waiting(), 2U);
+  EXPECT_EQ(queue.longest(), 5U);
 }
 
 class FullQueueTest : public NotificationQueueTest {
@@ -228,7 +263,7 @@ TEST_F(FullQueueTest, AQueueThatMovesSlowlyIsNotStuck) {
       slow.turn();
     }
     std::this_thread::sleep_for(patience / 2);
-    slow.answered(answer);
+    slow.answered(answer, true);
     slow.turn();
   }
   module.join();
@@ -289,7 +324,7 @@ TEST_F(NotificationQueueTest, AnAnswerToAnUnknownRequestChangesNothing) {
   queue.link_up();
   push(1, 1);
   queue.turn();
-  queue.answered(77);
+  queue.answered(77, true);
   EXPECT_FALSE(queue.idle());
   EXPECT_FALSE(readable(queue));
 }
@@ -299,8 +334,8 @@ TEST_F(NotificationQueueTest, UnansweredOnesAreSentAgainInOrder) {
   queue.link_up();
   push(1, 5);
   queue.turn();
-  queue.answered(1);
-  queue.answered(3);
+  queue.answered(1, true);
+  queue.answered(3, true);
   queue.link_down();
   push(6, 1);
   queue.turn();
@@ -390,8 +425,8 @@ TEST_F(NotificationQueueTest, OnesAnsweredAfterASecondLossAreNotSentAgain) {
   queue.link_up();
   queue.turn();
   EXPECT_THAT(link.sent, ElementsAre(1, 2, 1, 2));
-  queue.answered(1);
-  queue.answered(2);
+  queue.answered(1, true);
+  queue.answered(2, true);
   EXPECT_TRUE(queue.idle());
   queue.link_down();
   queue.link_up();

@@ -150,6 +150,26 @@ TEST_F(ToolsTest, AReaderSeesTheEndOfAToolKilledAtItsLimit) {
   EXPECT_THAT(log_.lines(), ElementsAre(HasSubstr("s: echo first; exec sleep 3600\n")));
 }
 
+TEST_F(ToolsTest, ToolsAreCounted) {
+  limit(short_limit);
+  const auto counts = [this] {
+    const ToolRunner::Counts now = runner_->counts();
+    return std::vector({now.started, now.failed, now.killed});
+  };
+  EXPECT_THAT(counts(), ElementsAre(0, 0, 0));
+  EXPECT_EQ(std::system("true"), 0);
+  EXPECT_THAT(counts(), ElementsAre(1, 0, 0));
+  EXPECT_EQ(WEXITSTATUS(read_tool("exit 3").status), 3);
+  EXPECT_THAT(counts(), ElementsAre(2, 1, 0));
+  EXPECT_TRUE(killed(std::system(hanging.c_str())));
+  EXPECT_THAT(counts(), ElementsAre(3, 2, 1));
+  read_tool("yes");
+  EXPECT_THAT(counts(), ElementsAre(4, 3, 2));
+  runner_->stop();
+  EXPECT_EQ(std::system("true"), -1);
+  EXPECT_THAT(counts(), ElementsAre(5, 4, 2));
+}
+
 TEST_F(ToolsTest, ATooLongToolIsKilledThoughNobodyReadsIt) {
   limit(short_limit);
   FILE *stream = popen((child("child", hanging) + " & " + noting("tool", hanging)).c_str(), "r");
