@@ -25,6 +25,7 @@
 #include "host/module.h"
 #include "host/name.h"
 #include "host/notification_path.h"
+#include "host/platform_calls.h"
 #include "host/signals.h"
 #include "host/start_progress.h"
 #include "host/tools.h"
@@ -181,6 +182,8 @@ ExitStatus run_daemon(const Options &options) {
   const PidFile pid_file(options.pid_file);
   // Never destroyed: a thread of the module that cannot be joined may still wait for a tool.
   ToolRunner &tools = *new ToolRunner(options.tool_timeout, StartProgress::sign_of_life);
+  // Nor is this one: the thread may be in a platform call as well.
+  new PlatformCalls(options.tool_timeout);
   // The tools are killed at once and not when the loop gets to it, because the loop itself may wait for one.
   Signals signals(stop_limit, {.stop_begins = [&tools] { tools.stop(); },
                                .leave_at_once = [&pid_file] { leave_overdue(pid_file); }});

@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
+#include <algorithm>
 #include <array>
 #include <csignal>
 #include <cstring>
@@ -12,6 +13,8 @@
 
 #include "core/descriptor.h"
 #include "host/exit_status.h"
+#include "host/imports.h"
+#include "host/platform_calls.h"
 #include "platform/storage_client.h"
 #include "platform/test_trap.h"
 #include "threads/test_trap_thread.h"
@@ -46,6 +49,17 @@ void *load(const std::string &path, int visibility, ExitStatus missing, const ch
                      "cannot load " + std::string(what) + " " + path + ": " + std::string(reason));
 }
 
+// The loader finds every function that the daemon stands in front of, because the daemon defines it. What is behind it
+// may be missing.
+void require_platform_functions(const std::string &path, void *module) {
+  const auto watched = watched_platform_functions();
+  for (const std::string_view name : imported_names(module)) {
+    if (std::ranges::find(watched, name) != watched.end() && dlsym(RTLD_NEXT, name.data()) == nullptr) {
+      throw StartFailure(ExitStatus::Symbol, "cannot load module " + path + ": undefined symbol: " + std::string(name));
+    }
+  }
+}
+
 // The SD-card event thread sleeps until a peer connects to its socket, and checks its run flag after each connection.
 void wake_velt_thread() {
   const Descriptor peer(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
@@ -67,7 +81,9 @@ void load_platform_library(const std::string &path) {
 Module::Module(const std::string &path)
     : path_(path),
       library_(load(path, RTLD_LOCAL, ExitStatus::Module, "module")),
-      init_(require<decltype(init_subagent_modules)>("init_subagent_modules")) {}
+      init_(require<decltype(init_subagent_modules)>("init_subagent_modules")) {
+  require_platform_functions(path, library_);
+}
 
 void Module::start() {
   init_();
