@@ -22,7 +22,9 @@
 #include "host/background.h"
 #include "host/chassis_link.h"
 #include "host/descriptors.h"
+#include "host/health_mib.h"
 #include "host/module.h"
+#include "host/module_health.h"
 #include "host/name.h"
 #include "host/notification_path.h"
 #include "host/platform_calls.h"
@@ -183,7 +185,7 @@ ExitStatus run_daemon(const Options &options) {
   // Never destroyed: a thread of the module that cannot be joined may still wait for a tool.
   ToolRunner &tools = *new ToolRunner(options.tool_timeout, StartProgress::sign_of_life);
   // Nor is this one: the thread may be in a platform call as well.
-  new PlatformCalls(options.tool_timeout);
+  const PlatformCalls &platform_calls = *new PlatformCalls(options.tool_timeout);
   // The tools are killed at once and not when the loop gets to it, because the loop itself may wait for one.
   Signals signals(stop_limit, {.stop_begins = [&tools] { tools.stop(); },
                                .leave_at_once = [&pid_file] { leave_overdue(pid_file); }});
@@ -203,12 +205,21 @@ ExitStatus run_daemon(const Options &options) {
 
   std::optional<NotificationPath> path;
   path.emplace(options.notification_limit, !options.stand_alone(), [&options](bool up) { report_link(options, up); });
-  open_agent(options, [&path] { path->attach(); });
+  HealthMib health({.stand_alone = options.stand_alone(),
+                    .notifications = *path,
+                    .tools = tools,
+                    .platform_calls = platform_calls,
+                    .module = ModuleHealth::instance()});
+  open_agent(options, [&] {
+    path->attach();
+    health.attach();
+  });
   close_descriptors_on_exec();
   {
     const StartProgress progress(options.tool_timeout + longest_silence_without_tool);
     module.start();
   }
+  health.list_tables();
   if (link) {
     link->start();
   }

@@ -1,0 +1,272 @@
+#include "host/health_mib.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstdlib>
+#include <limits>
+#include <optional>
+#include <span>
+#include <string_view>
+
+namespace tavo {
+namespace {
+
+using Duration = std::chrono::steady_clock::duration;
+
+// tavoSubagentObjects
+constexpr auto objects_root = std::to_array<oid>({1, 3, 6, 1, 4, 1, 61453, 4, 208, 1});
+constexpr std::size_t group_root_length = objects_root.size() + 1;
+constexpr oid table_number = 7;
+constexpr oid index_column = 1;
+
+// A value as it is sent.
+struct Value {
+  u_char type;
+  std::uint32_t number = 0;
+  std::string_view text = {};
+
+  // 0, or why net-snmp refuses it.
+  int set(netsnmp_variable_list *varbind) const {
+    return type == ASN_OCTET_STR ? snmp_set_var_typed_value(varbind, type, text.data(), text.size())
+                                 : snmp_set_var_typed_integer(varbind, type, static_cast<long>(number));
+  }
+};
+
+Value counter(std::uint64_t count) {
+  return {.type = ASN_COUNTER, .number = static_cast<std::uint32_t>(count)};  // wraps, as counters do
+}
+
+Value gauge(std::uint64_t level) {
+  constexpr std::uint64_t most = std::numeric_limits<std::uint32_t>::max();
+  return {.type = ASN_GAUGE, .number = static_cast<std::uint32_t>(std::min(level, most))};
+}
+
+Value milliseconds(Duration time) {
+  return gauge(static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(time).count()));
+}
+
+Value time_ticks(Duration time) {
+  using Ticks = std::chrono::duration<std::uint64_t, std::centi>;
+  return {.type = ASN_TIMETICKS, .number = static_cast<std::uint32_t>(std::chrono::duration_cast<Ticks>(time).count())};
+}
+
+Value enumeration(std::uint32_t number) {
+  return {.type = ASN_INTEGER, .number = number};
+}
+
+Value text(std::string_view octets) {
+  return {.type = ASN_OCTET_STR, .text = octets};
+}
+
+// DateAndTime; of a time that has not come yet, all zero.
+Value date_and_time(std::time_t time) {
+  if (time == 0) {
+    using namespace std::string_view_literals;
+    return text("\0\0\0\0\0\0\0\0"sv);
+  }
+  std::size_t size = 0;
+  const u_char *octets = date_n_time(&time, &size);
+  return text({reinterpret_cast<const char *>(octets), size});
+}
+
+// A thread is a directory in /proc/self/task, and each of them is a link to it.
+std::uint64_t threads() {
+  constexpr unsigned own_links = 2;
+  struct stat task {};
+  return stat("/proc/self/task", &task) == 0 && task.st_nlink > own_links ? task.st_nlink - own_links : 0;
+}
+
+std::uint32_t session_state(const HealthMib::Sources &from) {
+  enum { StandAlone = 1, Connected = 2, Disconnected = 3 };
+  if (from.stand_alone) {
+    return StandAlone;
+  }
+  return from.notifications.queue().linked() ? Connected : Disconnected;
+}
+
+// The objects of each group in the order of their numbers, which begin with 1.
+using Object = Value (*)(const HealthMib &);
+
+constexpr auto daemon_objects = std::to_array<Object>({
+    [](const HealthMib &mib) { return time_ticks(mib.uptime()); },
+    [](const HealthMib &) { return gauge(threads()); },
+});
+
+constexpr auto session_objects = std::to_array<Object>({
+    [](const HealthMib &mib) { return enumeration(session_state(mib.sources())); },
+    [](const HealthMib &mib) { return counter(std::max(mib.sources().notifications.sessions(), 1U) - 1); },
+});
+
+constexpr auto notification_objects = std::to_array<Object>({
+    [](const HealthMib &mib) { return gauge(mib.sources().notifications.queue().waiting()); },
+    [](const HealthMib &mib) { return gauge(mib.sources().notifications.queue().longest()); },
+    [](const HealthMib &mib) { return counter(mib.sources().notifications.queue().sent()); },
+    [](const HealthMib &mib) { return counter(mib.sources().notifications.queue().dropped()); },
+    [](const HealthMib &mib) { return counter(mib.sources().notifications.queue().refused()); },
+});
+
+constexpr auto request_objects = std::to_array<Object>({
+    [](const HealthMib &mib) { return gauge(mib.sources().module.requests().waiting); },
+    [](const HealthMib &mib) { return counter(mib.sources().module.requests().set_aside); },
+    [](const HealthMib &mib) { return milliseconds(mib.sources().module.requests().longest_wait); },
+});
+
+constexpr auto tool_objects = std::to_array<Object>({
+    [](const HealthMib &mib) { return counter(mib.sources().tools.counts().started); },
+    [](const HealthMib &mib) { return counter(mib.sources().tools.counts().failed); },
+    [](const HealthMib &mib) { return counter(mib.sources().tools.counts().killed); },
+});
+
+constexpr auto platform_objects = std::to_array<Object>({
+    [](const HealthMib &mib) { return counter(mib.sources().platform_calls.overdue_so_far()); },
+    [](const HealthMib &mib) {
+      const auto overdue = mib.sources().platform_calls.overdue();
+      return text(overdue ? overdue->function : "");
+    },
+    [](const HealthMib &mib) {
+      const auto overdue = mib.sources().platform_calls.overdue();
+      return milliseconds(overdue ? overdue->age : Duration(0));
+    },
+});
+
+struct Group {
+  const char *name;
+  oid number;  // under tavoSubagentObjects
+  std::span<const Object> objects;
+};
+
+constexpr auto groups = std::to_array<Group>({
+    {.name = "tavoSubagentDaemon", .number = 1, .objects = daemon_objects},
+    {.name = "tavoSubagentSession", .number = 2, .objects = session_objects},
+    {.name = "tavoSubagentNotifications", .number = 3, .objects = notification_objects},
+    {.name = "tavoSubagentRequests", .number = 4, .objects = request_objects},
+    {.name = "tavoSubagentTools", .number = 5, .objects = tool_objects},
+    {.name = "tavoSubagentPlatform", .number = 6, .objects = platform_objects},
+});
+
+Value rebuild_state(const TableHealth &table) {
+  enum { Idle = 1, Rebuilding = 2 };
+  return enumeration(table.began ? Rebuilding : Idle);
+}
+
+Value rebuild_age(const TableHealth &table) {
+  return milliseconds(table.began ? std::chrono::steady_clock::now() - *table.began : Duration(0));
+}
+
+// The table's columns, from 2 on.
+using TableColumn = Value (*)(const TableHealth &);
+
+constexpr auto table_columns = std::to_array<TableColumn>({
+    [](const TableHealth &table) { return text(table.name); },
+    [](const TableHealth &table) { return gauge(*table.rows); },
+    [](const TableHealth &table) { return counter(table.rebuilds); },
+    [](const TableHealth &table) { return counter(table.failures); },
+    [](const TableHealth &table) { return date_and_time(table.ended); },
+    [](const TableHealth &table) { return milliseconds(table.duration); },
+    rebuild_state,
+    rebuild_age,
+});
+
+void set(netsnmp_agent_request_info *info, netsnmp_request_info *request, const Value &value) {
+  if (value.set(request->requestvb) != 0) {
+    netsnmp_set_request_error(info, request, SNMP_ERR_GENERR);
+  }
+}
+
+int answer_group(netsnmp_mib_handler * /*handler*/, netsnmp_handler_registration *registration,
+                 netsnmp_agent_request_info *info, netsnmp_request_info *requests) {
+  const auto &mib = *static_cast<const HealthMib *>(registration->my_reg_void);
+  for (; requests != nullptr; requests = requests->next) {
+    const oid *name = requests->requestvb->name;
+    const auto group = std::ranges::find(groups, name[group_root_length - 1], &Group::number);
+    set(info, requests, group->objects[name[group_root_length] - 1](mib));
+  }
+  return SNMP_ERR_NOERROR;
+}
+
+int answer_table(netsnmp_mib_handler * /*handler*/, netsnmp_handler_registration *registration,
+                 netsnmp_agent_request_info *info, netsnmp_request_info *requests) {
+  const auto &mib = *static_cast<const HealthMib *>(registration->my_reg_void);
+  for (; requests != nullptr; requests = requests->next) {
+    const void *row = netsnmp_tdata_extract_entry(requests);
+    const netsnmp_table_request_info *cell = netsnmp_extract_table_info(requests);
+    if (row == nullptr || cell == nullptr) {
+      netsnmp_set_request_error(info, requests, SNMP_NOSUCHINSTANCE);
+      continue;
+    }
+    const TableHealth table = mib.sources().module.table(reinterpret_cast<std::uintptr_t>(row) - 1);
+    set(info, requests, table_columns[cell->colnum - index_column - 1](table));
+  }
+  return SNMP_ERR_NOERROR;
+}
+
+netsnmp_handler_registration *new_registration(const char *name, oid number, Netsnmp_Node_Handler *handler,
+                                               HealthMib *mib) {
+  std::array<oid, group_root_length> root{};
+  std::ranges::copy(objects_root, root.begin());
+  root.back() = number;
+  netsnmp_handler_registration *registration =
+      netsnmp_create_handler_registration(name, handler, root.data(), root.size(), HANDLER_CAN_RONLY);
+  if (registration != nullptr) {
+    registration->my_reg_void = mib;
+  }
+  return registration;
+}
+
+void log_unless_registered(int result, const char *name) {
+  if (result != MIB_REGISTERED_OK) {
+    snmp_log(LOG_ERR, "cannot register %s\n", name);
+  }
+}
+
+}  // namespace
+
+HealthMib::~HealthMib() {
+  netsnmp_tdata_delete_table(rows_);
+}
+
+void HealthMib::attach() {
+  for (const Group &group : groups) {
+    netsnmp_handler_registration *registration = new_registration(group.name, group.number, answer_group, this);
+    log_unless_registered(registration == nullptr
+                              ? MIB_REGISTRATION_FAILED
+                              : netsnmp_register_scalar_group(registration, 1, group.objects.size()),
+                          group.name);
+  }
+  register_table();
+}
+
+void HealthMib::register_table() {
+  constexpr const char *name = "tavoSubagentTableTable";
+  netsnmp_handler_registration *registration = new_registration(name, table_number, answer_table, this);
+  auto *info = SNMP_MALLOC_TYPEDEF(netsnmp_table_registration_info);
+  rows_ = netsnmp_tdata_create_table(name, 0);
+  if (registration == nullptr || info == nullptr || rows_ == nullptr) {
+    netsnmp_handler_registration_free(registration);
+    std::free(info);
+    log_unless_registered(MIB_REGISTRATION_FAILED, name);
+    return;
+  }
+  netsnmp_table_helper_add_indexes(info, ASN_UNSIGNED, 0);
+  info->min_column = index_column + 1;
+  info->max_column = index_column + table_columns.size();
+  log_unless_registered(netsnmp_tdata_register(registration, rows_, info), name);
+}
+
+void HealthMib::list_tables() {
+  for (std::uintptr_t number = 1; rows_ != nullptr && number <= sources_.module.tables(); ++number) {
+    netsnmp_tdata_row *row = netsnmp_tdata_create_row();
+    if (row == nullptr) {
+      return;
+    }
+    const auto index = static_cast<std::uint32_t>(number);
+    netsnmp_tdata_row_add_index(row, ASN_UNSIGNED, &index, sizeof index);
+    row->data = reinterpret_cast<void *>(number);
+    netsnmp_tdata_add_row(rows_, row);
+  }
+}
+
+}  // namespace tavo

@@ -1,0 +1,56 @@
+// Serves TAVO-SUBAGENT-MIB: how the daemon itself is. No value takes a lock of the module, so the answer comes at once
+// while every table of the module waits.
+#pragma once
+
+#include <net-snmp/net-snmp-config.h>
+
+#include <net-snmp/net-snmp-includes.h>
+
+#include <net-snmp/agent/net-snmp-agent-includes.h>
+#include <net-snmp/agent/table_tdata.h>
+
+#include <chrono>
+
+#include "host/module_health.h"
+#include "host/notification_path.h"
+#include "host/platform_calls.h"
+#include "host/tools.h"
+
+namespace tavo {
+
+// Everything belongs to the loop's thread.
+class HealthMib {
+ public:
+  // Who knows the values.
+  struct Sources {
+    bool stand_alone;
+    NotificationPath &notifications;
+    const ToolRunner &tools;
+    const PlatformCalls &platform_calls;
+    const ModuleHealth &module;
+  };
+
+  explicit HealthMib(const Sources &sources) : sources_(sources) {}
+  // The agent must have been shut down, or be about to: it keeps pointers to this object.
+  ~HealthMib();
+  HealthMib(const HealthMib &) = delete;
+  HealthMib &operator=(const HealthMib &) = delete;
+
+  // Registers all objects. Call it after init_agent() and before init_snmp(), which opens the AgentX session. An object
+  // that cannot be registered is logged and not served.
+  void attach();
+  // Makes a row for each table that the module has registered by now.
+  void list_tables();
+
+  const Sources &sources() const { return sources_; }
+  std::chrono::steady_clock::duration uptime() const { return std::chrono::steady_clock::now() - started_; }
+
+ private:
+  void register_table();
+
+  const Sources sources_;
+  const std::chrono::steady_clock::time_point started_ = std::chrono::steady_clock::now();
+  netsnmp_tdata *rows_ = nullptr;  // each row's data is the table's number in ModuleHealth, from 1
+};
+
+}  // namespace tavo
