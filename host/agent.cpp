@@ -104,10 +104,11 @@ void open_agent(const Options &options, const std::function<void()> &before_conf
   // After init_agent(), which sets its own default.
   netsnmp_ds_set_int(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_AGENTX_PING_INTERVAL, ping_seconds);
   before_configuration();
-  init_snmp(daemon_name);
-  // Otherwise each reload of the configuration opens another session: beside the one that exists, or beside the search
-  // for a lost master, which then never ends.
+  // connect_to_master() opens the session. net-snmp would open one whenever it has read the configuration: before the
+  // module has started, and after each reload another, beside the one that exists or beside the search for a lost
+  // master, which then never ends.
   snmp_unregister_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_POST_READ_CONFIG, subagent_startup, nullptr, 0);
+  init_snmp(daemon_name);
   if (options.stand_alone() && init_master_agent() != 0) {
     throw StartFailure(ExitStatus::Address, "cannot listen on " + join(options.listen, ", ") +
                                                 " (in use, or not an address of this machine)");
@@ -116,6 +117,10 @@ void open_agent(const Options &options, const std::function<void()> &before_conf
     store_engine_state();
     warn_if_engine_state_is_volatile();
   }
+}
+
+void connect_to_master() {
+  subagent_startup(0, 0, nullptr, nullptr);
 }
 
 void reload_agent(const Options &options) {

@@ -10,10 +10,14 @@ namespace tavo {
 // Applies -L and -D. Call it before anything else of net-snmp. Throws StartFailure on a wrong -L.
 void set_up_logging(const Options &options);
 
-// Opens the agent: reads the configuration, then opens the listening addresses or the session to the AgentX master. The
-// master may be absent: net-snmp keeps trying. `before_configuration` runs once the agent exists, before anything is
-// opened. Throws StartFailure when a configuration file cannot be read or an address cannot be opened.
+// Opens the agent: reads the configuration, then opens the listening addresses, if there are any.
+// `before_configuration` runs once the agent exists, before anything is opened. Throws StartFailure when a
+// configuration file cannot be read or an address cannot be opened.
 void open_agent(const Options &options, const std::function<void()> &before_configuration);
+
+// Opens the session to the AgentX master, once the module has started: the master asks for objects as soon as it knows
+// of them. It may be absent: net-snmp keeps trying.
+void connect_to_master();
 
 // Reads the configuration again, and opens log files again.
 void reload_agent(const Options &options);

@@ -23,6 +23,7 @@
 #include "host/chassis_link.h"
 #include "host/descriptors.h"
 #include "host/health_mib.h"
+#include "host/master_subtrees.h"
 #include "host/module.h"
 #include "host/module_health.h"
 #include "host/name.h"
@@ -43,6 +44,9 @@ constexpr auto threads_limit = std::chrono::seconds(5);
 constexpr auto notifications_limit = std::chrono::seconds(1);
 constexpr auto stop_limit = std::chrono::seconds(8);
 static_assert(stop_limit > threads_limit + notifications_limit);
+
+// Reading the active faults takes milliseconds.
+constexpr auto faults_limit = std::chrono::seconds(3);
 
 // Between two signs of life, a start runs one tool, and beside that sleeps or waits for the platform's libraries.
 constexpr auto longest_silence_without_tool = std::chrono::seconds(90);
@@ -210,7 +214,11 @@ ExitStatus run_daemon(const Options &options) {
                     .tools = tools,
                     .platform_calls = platform_calls,
                     .module = ModuleHealth::instance()});
+  std::optional<MasterSubtrees> subtrees;
   open_agent(options, [&] {
+    if (!options.stand_alone()) {
+      subtrees.emplace();
+    }
     path->attach();
     health.attach();
   });
@@ -220,8 +228,13 @@ ExitStatus run_daemon(const Options &options) {
     module.start();
   }
   health.list_tables();
+  // A manager that polls during the start would otherwise find an empty fault table.
+  module.wait_for_faults(faults_limit);
   if (link) {
     link->start();
+  }
+  if (!options.stand_alone()) {
+    connect_to_master();
   }
 
   snmp_log(LOG_INFO, "%s " SUBAGENTD_VERSION " serves\n", daemon_name);
@@ -238,6 +251,7 @@ ExitStatus run_daemon(const Options &options) {
     snmp_log(LOG_INFO, "a thread of the module is still blocked, leaving without it\n");
     leave_without_threads(pid_file);
   }
+  subtrees.reset();
   path.reset();  // before net-snmp frees the callbacks and their arguments
   snmp_shutdown(daemon_name);
   return ExitStatus::Ok;

@@ -104,7 +104,10 @@ constexpr auto notification_objects = std::to_array<Object>({
     [](const HealthMib &mib) { return gauge(mib.sources().notifications.queue().waiting()); },
     [](const HealthMib &mib) { return gauge(mib.sources().notifications.queue().longest()); },
     [](const HealthMib &mib) { return counter(mib.sources().notifications.queue().sent()); },
-    [](const HealthMib &mib) { return counter(mib.sources().notifications.queue().dropped()); },
+    [](const HealthMib &mib) {
+      const NotificationQueue &queue = mib.sources().notifications.queue();
+      return counter(queue.dropped() + queue.lost());
+    },
     [](const HealthMib &mib) { return counter(mib.sources().notifications.queue().refused()); },
 });
 

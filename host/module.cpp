@@ -7,9 +7,11 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <csignal>
 #include <cstring>
 #include <string_view>
+#include <thread>
 
 #include "core/descriptor.h"
 #include "host/exit_status.h"
@@ -91,6 +93,15 @@ void Module::start() {
     if (pthread_create(&test_trap_thread, nullptr, body, nullptr) != 0) {
       throw StartFailure(ExitStatus::Failure, "cannot create the test-notification thread");
     }
+  }
+}
+
+void Module::wait_for_faults(std::chrono::milliseconds limit) const {
+  // The thread sets this flag once it has listed the faults: it notifies managers of every later change.
+  auto *const listed = find<int>("needToSendTrapFlag");
+  const auto deadline = std::chrono::steady_clock::now() + limit;
+  while (listed != nullptr && std::atomic_ref(*listed) == 0 && std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
 }
 

@@ -1,6 +1,7 @@
 // Loads the platform's libraries and the extension MIB module, and calls the module.
 #pragma once
 
+#include <chrono>
 #include <string>
 
 #include "host/chassis_link.h"
@@ -20,6 +21,9 @@ class Module {
   // Registers the tables and starts the module's threads, then starts the test-notification thread if the module has
   // one. Throws StartFailure when that thread cannot be created.
   void start();
+  // Waits until the fault event thread has listed the active faults, or for `limit`: it starts last, and after a cold
+  // boot of the controller it first waits for a minute. Returns at once if the module has no such thread.
+  void wait_for_faults(std::chrono::milliseconds limit) const;
   // Clears the run flag of each thread that the module has, and wakes those threads that can be woken from outside.
   void ask_threads_to_stop();
   // Joins the threads: blocks until the last one ends.

@@ -21,8 +21,7 @@ class NotificationPath {
   NotificationPath(const NotificationPath &) = delete;
   NotificationPath &operator=(const NotificationPath &) = delete;
 
-  // Hooks the queue into the agent's loop. Call it after init_agent() and before init_snmp(), which may already open
-  // the session.
+  // Hooks the queue into the agent's loop. Call it after init_agent() and before a session is opened.
   void attach();
 
   NotificationQueue &queue() { return queue_; }
