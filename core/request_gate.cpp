@@ -146,6 +146,15 @@ RequestGate::RequestGate() {
         return SNMPERR_SUCCESS;
       },
       nullptr);
+  // An AgentX master that starts anew counts its requests from 1 again. net-snmp takes those that waited before for the
+  // new ones of the same number, and sends the new master their values or nothing at all.
+  snmp_register_callback(
+      SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_STOP,
+      [](int, int, void *, void *) {
+        instance().refuse_all();
+        return SNMPERR_SUCCESS;
+      },
+      nullptr);
   if (const char *limit = std::getenv("TAVO_ANSWER_WITHIN_MS"); limit != nullptr) {
     answer_limit_ = std::chrono::milliseconds(std::max(0L, std::strtol(limit, nullptr, 10)));
   }

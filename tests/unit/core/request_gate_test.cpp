@@ -352,6 +352,18 @@ TEST_F(RequestGateTest, DeRegistrationEndsTheWaitOfAll) {
   EXPECT_EQ(get.wait().error_status, SNMP_ERR_GENERR);
 }
 
+TEST_F(RequestGateTest, TheEndOfAnAgentXSessionEndsTheWaitOfAll) {
+  LockHolder holder(ev_lock_);
+  const PendingResponse get = fakes::send_get({cell(ev_root, 5, 1)});
+  const PendingResponse get_next = fakes::send_get_next({cell(ev_root, 5, 1)});
+  EXPECT_FALSE(get.arrived());
+  EXPECT_FALSE(get_next.arrived());
+  snmp_call_callbacks(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_STOP, nullptr);
+  EXPECT_EQ(RequestGate::instance().waiting(), 0U);
+  EXPECT_EQ(get.wait().error_status, SNMP_ERR_GENERR);
+  EXPECT_EQ(get_next.wait().error_status, SNMP_ERR_GENERR);
+}
+
 TEST_F(RequestGateTest, DeRegistrationOfTheBusyTableWaitsForIt) {
   LockHolder holder(ev_lock_);
   const PendingResponse get = fakes::send_get({cell(ev_root, 5, 1)});
