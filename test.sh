@@ -47,6 +47,8 @@ if [[ $long ]]; then
   export TAVO_ENDURANCE_MINUTES=120
   export TAVO_GATE_REQUESTS=2000
   export TAVO_HOLD_SECONDS=25
+  export TAVO_ROUNDS=10
+  export TAVO_STARTS=50
   export TAVO_STRESS_SECONDS=60
 fi
 

@@ -175,7 +175,7 @@ def test_walks_while_snmpd_loads_the_module(start, directory):
     tally.check(expected)
 
 
-def test_subtree_that_another_subagent_has_is_tried_again(start, directory):
+def test_subtree_that_another_has_is_tried_again(start, directory):
     master = start(Master, MASTER_CONFIGURATION)
     module = TEST_MODULES / "notifier.so"
     first = start(Daemon, module=module, master=master)
