@@ -15,7 +15,7 @@ With NAMEs, runs only the tests in the optimised build whose names match one of 
 lists the names). With --preset, runs the tests of that build instead: release, asan, tsan or clang.
 
 --long is for releases: tests with a long form run in that form (CONTRIBUTING.md lists them), and only one test runs at
-a time, so that its figures mean something.
+a time, so that its figures mean something. Without NAMEs the sanitizer builds get the random requests as well.
 TEXT
 }
 
@@ -99,6 +99,10 @@ else
   for sanitizer in asan tsan; do
     scripts/build "$sanitizer" --with-tests unit_test_programs
     run_tests "$sanitizer" --label-regex '^unit$'
+    if [[ $long ]]; then
+      scripts/build "$sanitizer" --with-tests system_test_programs
+      run_tests "$sanitizer" --tests-regex '^system_random_requests$'
+    fi
   done
 fi
 

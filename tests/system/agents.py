@@ -126,9 +126,12 @@ class Program:
 
 
 class Master(Program):
-    """Debian's snmpd as AgentX master. Managers ask it at `address`, subagents connect to `agentx`."""
+    """Debian's snmpd as AgentX master. Managers ask it at `address`, subagents connect to `agentx`.
 
-    def __init__(self, directory, configuration, udp_port=None, trap_destination=None):
+    `more` is added to the configuration; with `tcp`, an address, it listens there, too.
+    """
+
+    def __init__(self, directory, configuration, udp_port=None, trap_destination=None, more="", tcp=None):
         directory = pathlib.Path(directory)
         self.port = udp_port or free_port()
         self.address = f"127.0.0.1:{self.port}"
@@ -137,13 +140,14 @@ class Master(Program):
         (directory / "agentx").unlink(missing_ok=True)
         text = pathlib.Path(configuration).read_text()
         text = re.sub(r"(?m)^agentXSocket .*$", f"agentXSocket {self.agentx}", text)
-        text += "\nrocommunity public\n"
+        text += f"\nrocommunity public\n{more}\n"
         if trap_destination:
             text += f"trap2sink {trap_destination} public\n"
         file = directory / "master.conf"
         file.write_text(text)
         super().__init__(directory, "snmpd",
-                         [SNMPD, "-f", "-C", "-c", file, "-I", "-smux", "-Lo", f"udp:{self.address}"])
+                         [SNMPD, "-f", "-C", "-c", file, "-I", "-smux", "-Lo", f"udp:{self.address}",
+                          *([f"tcp:{tcp}"] if tcp else [])])
         self.wait_for_log("NET-SNMP version")
 
 

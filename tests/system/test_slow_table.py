@@ -4,7 +4,6 @@ Most tests run with the daemon alone, behind Debian's snmpd by AgentX, and with 
 TAVO_HOLD_SECONDS is how long each table's lock is held in the test of all twenty (default: 0.5).
 """
 
-import json
 import os
 import pathlib
 import re
@@ -13,59 +12,18 @@ import time
 
 import pytest
 
-from agents import (BUILD, ROOT, SNMPD, TEST_BASE, TEST_MODULES, Daemon, Master, Program, free_port, snmp, snmpget,
-                    wait_until)
+from agents import TEST_BASE, Daemon, Master, free_port, snmp, snmpget, wait_until
 from delays import Delays, Poll
 from oids import BASE, OBJECTS, PROCESSOR_DN
-from server import PLATFORM, ServedDaemon, Server
-from udp_manager import GEN_ERR, GET, GET_BULK, GET_NEXT, SET, UdpManager, message
+from server import Server
+from slow_tables import MODULE, PROCESSOR_LOCK, REAL_MODULE, STORAGE_LOCK, hold, locks, start_agent
+from udp_manager import GEN_ERR, GET, GET_BULK, GET_NEXT, SET, UdpManager, message, pdu
 
-MASTER_CONFIGURATION = ROOT / "host/snmpd-master.conf"
-MODULE = TEST_MODULES / "slow_tables.so"
-REAL_MODULE = BUILD / "libsnmpextmibmodule.so"
 FREE = f"{TEST_BASE}.5.0"
 SLOW = f"{PROCESSOR_DN}.7"
 CONTROLLERS = f"{OBJECTS}.45.1"
 OCTETS, INTEGER = 0x04, 0x02
-PROCESSOR_LOCK, STORAGE_LOCK = "ev 41", "subagent 2"
 HOLD_SECONDS = float(os.environ.get("TAVO_HOLD_SECONDS", "0.5"))
-
-
-class Snmpd(Program):
-    """Debian's snmpd, which loads the module itself."""
-
-    order = Daemon.order
-
-    def __init__(self, directory, server=None, configuration="", **extra_environment):
-        port = free_port()
-        self.address = f"127.0.0.1:{port}"
-        file = directory / "snmpd.conf"
-        file.write_text(f"rocommunity public\ndontLogTCPWrappersConnects yes\n{configuration}\n"
-                        f"dlmod subagent_modules {MODULE}\n")
-        self.control = directory / "control"
-        os.mkfifo(self.control)
-        on_server = [*server.entered(), "env", f"LD_PRELOAD={PLATFORM}"] if server else []
-        super().__init__(directory, "snmpd",
-                         [*on_server, SNMPD, "-f", "-C", "-c", file, "-I", "-smux", "-Lo", f"udp:{self.address}",
-                          f"tcp:{self.address}"],
-                         TEST_MODULE_CONTROL=str(self.control), **extra_environment)
-        self.wait_for_log("NET-SNMP version")
-
-
-def start_agent(start, kind, configuration="", server=None, **extra_environment):
-    """A program with the module, which obeys orders and answers at its address.
-
-    On a simulated server it has the whole module, otherwise the tables of modules/slow_tables.cpp.
-    """
-    settings = {"configuration": configuration, "REAL_MODULE": str(REAL_MODULE), **extra_environment}
-    if server:
-        settings |= {"server": server, "WHOLE_MODULE": "yes"}
-    if kind == "dlmod":
-        if re.search(rb"__[at]san_init", REAL_MODULE.read_bytes()):
-            pytest.skip("Debian's snmpd cannot load a module built with a sanitizer")
-        return start(Snmpd, **settings)
-    master = start(Master, MASTER_CONFIGURATION) if kind == "agentx" else None
-    return start(ServedDaemon if server else Daemon, module=MODULE, master=master, **settings)
 
 
 @pytest.fixture(params=["alone", "agentx", "dlmod"])
@@ -78,23 +36,10 @@ def kind_of_master(request):
     return request.param
 
 
-def hold(agent, lock, seconds):
-    agent.order(f"hold {lock} {seconds}")
-    agent.wait_for_log(f"holding {lock}")
-
-
 def resident(agent):
     """KiB of memory."""
     status = pathlib.Path(f"/proc/{agent.process.pid}/status").read_text()
     return int(re.search(r"VmRSS:\s*(\d+)", status)[1])
-
-
-def locks():
-    """{lock: the OIDs of the tables whose lists it guards}, as tables.json calls them."""
-    found = {}
-    for table in json.loads((BUILD / "tables.json").read_text())["tables"]:
-        found.setdefault(table["lock"], []).append(table["oid"])
-    return found
 
 
 @pytest.mark.parametrize("kind", ["alone", "agentx", "dlmod"])
@@ -197,12 +142,12 @@ def test_set_stops_nobody(start, kind_of_master):
 
 
 def test_tcp_client_that_leaves_harms_nobody(start):
-    agent = start_agent(start, "dlmod")
-    host, port = agent.address.split(":")
+    host, port = "127.0.0.1", free_port(socket.SOCK_STREAM)
+    agent = start_agent(start, "dlmod", tcp=f"{host}:{port}")
     hold(agent, PROCESSOR_LOCK, 1.5)
     for _ in range(3):
-        with socket.create_connection((host, int(port))) as client:
-            client.sendall(message(GET, 1, [SLOW]))
+        with socket.create_connection((host, port)) as client:
+            client.sendall(message(pdu(GET, 1, [SLOW])))
             time.sleep(0.2)
     manager = UdpManager(agent.address)
     assert manager.ask(GET, SLOW).error == 0

@@ -11,7 +11,7 @@ GET, GET_NEXT, RESPONSE, SET, GET_BULK = 0xA0, 0xA1, 0xA2, 0xA3, 0xA5
 GEN_ERR = 5
 
 
-def _element(tag, content):
+def encoded(tag, content):
     length = len(content)
     if length < 128:
         return bytes([tag, length]) + content
@@ -19,8 +19,8 @@ def _element(tag, content):
     return bytes([tag, 0x80 | len(octets)]) + octets + content
 
 
-def _integer(value):
-    return _element(0x02, value.to_bytes(value.bit_length() // 8 + 1, "big", signed=True))
+def integer(value):
+    return encoded(0x02, value.to_bytes(value.bit_length() // 8 + 1, "big", signed=True))
 
 
 def _oid(text):
@@ -31,15 +31,19 @@ def _oid(text):
         while number := number >> 7:
             septets.append(number & 0x7F | 0x80)
         octets += bytes(reversed(septets))
-    return _element(0x06, bytes(octets))
+    return encoded(0x06, bytes(octets))
 
 
-def message(kind, request_id, names, community=b"public", first=0, second=0):
-    """An SNMPv2c message. `first` and `second`: a GETBULK's non-repeaters and repetitions."""
-    value = _integer(1) if kind == SET else _element(0x05, b"")
-    varbinds = b"".join(_element(0x30, _oid(name) + value) for name in names)
-    pdu = _element(kind, _integer(request_id) + _integer(first) + _integer(second) + _element(0x30, varbinds))
-    return _element(0x30, _integer(1) + _element(0x04, community) + pdu)
+def pdu(kind, request_id, names, first=0, second=0):
+    """`first` and `second`: a GETBULK's non-repeaters and repetitions."""
+    value = integer(1) if kind == SET else encoded(0x05, b"")
+    varbinds = b"".join(encoded(0x30, _oid(name) + value) for name in names)
+    return encoded(kind, integer(request_id) + integer(first) + integer(second) + encoded(0x30, varbinds))
+
+
+def message(content, community=b"public"):
+    """An SNMPv2c message with this PDU."""
+    return encoded(0x30, integer(1) + encoded(0x04, community) + content)
 
 
 class Response(NamedTuple):
@@ -70,7 +74,7 @@ class UdpManager:
         self._sent.setdefault(request_id, time.monotonic())
         if request_id not in self.responses:
             self._waiting.add(request_id)
-        self._socket.send(message(kind, request_id, names, self._community, first, second))
+        self._socket.send(self._wrapped(pdu(kind, request_id, names, first, second)))
         return request_id
 
     def receive(self, timeout=0, all_of_it=False):
@@ -88,9 +92,7 @@ class UdpManager:
             except ConnectionRefusedError:
                 continue
             now = time.monotonic()
-            _, message, _ = element(datagram)
-            pdu = list(elements(message))[2][1]
-            (_, number), (_, error), _, (_, varbinds) = elements(pdu)
+            (_, number), (_, error), _, (_, varbinds) = elements(self._unwrapped(datagram))
             request_id = int.from_bytes(number, "big", signed=True)
             if request_id in self.responses:
                 self.repeated += 1
@@ -104,6 +106,15 @@ class UdpManager:
             answered.append(request_id)
         return answered
 
+    def _wrapped(self, content):
+        """The message with this PDU."""
+        return message(content, self._community)
+
+    def _unwrapped(self, datagram):
+        """The content of the message's PDU."""
+        _, content, _ = element(datagram)
+        return list(elements(content))[2][1]
+
     def ask(self, kind, *names, timeout=30, **settings):
         """The response to one request."""
         request_id = self.send(kind, *names, **settings)
@@ -112,6 +123,9 @@ class UdpManager:
             assert time.monotonic() < deadline, f"no answer to {names} within {timeout} s"
             self.receive(min(0.1, timeout))
         return self.responses[request_id]
+
+    def sent_at(self, request_id):
+        return self._sent[request_id]
 
     def unanswered(self):
         return sorted(self._waiting)
