@@ -7,6 +7,10 @@
 // Beside the large table a small one of 32 rows is read in the same turns, which gives the growth from 32 rows on.
 // Exit status 1 when the framework takes more than 1.1 times the container's time at 1,024 rows, or when a varbind at
 // 4,096 rows takes more than 1.3 times what it takes at 32.
+//
+// With other arguments it reads a table on the framework once, and prints how many varbinds it got. gate_cost.py counts
+// the instructions of that:
+//   table_walk_bench bulk|next|get ROWS [without-gate]
 #include <net-snmp/net-snmp-config.h>
 
 #include <net-snmp/net-snmp-includes.h>
@@ -22,6 +26,7 @@
 #include <span>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "core/table.h"
@@ -65,6 +70,8 @@ struct Row {
 TAVO_COLUMNS(benchTable, Row, text_1, number_1, size_1, text_2, number_2, size_2, text_3, number_3, size_3, text_4,
              number_4, size_4, text_5, number_5, size_5, text_6, number_6, size_6, text_7, number_7, size_7);
 constexpr std::size_t column_count = columns.size();
+
+bool tables_have_a_gate = true;
 
 constexpr tavo::TableDescription description = {
     .name = "benchTable",
@@ -277,14 +284,31 @@ Result compare(Reading reading, std::uint32_t rows, int rounds) {
           .growth = median(growths)};
 }
 
+struct NamedReading {
+  std::string_view word;
+  const char *name;
+  Reading reading;
+};
+constexpr auto readings =
+    std::to_array<NamedReading>({{.word = "bulk", .name = "GETBULK of 10, whole table", .reading = bulk_walk},
+                                 {.word = "next", .name = "GETNEXT, whole table", .reading = get_next_walk},
+                                 {.word = "get", .name = "GET of 20 varbinds", .reading = gets_of_twenty}});
+
+int read_once(std::string_view word, std::uint32_t rows) {
+  const auto *const named = std::ranges::find(readings, word, &NamedReading::word);
+  if (named == readings.end()) {
+    throw std::runtime_error("unknown way of reading");
+  }
+  tavo::fakes::session_to_agent();
+  large_table.register_with_agent();
+  for (std::uint32_t index = 1; index <= rows; ++index) {
+    add_row(large_table, index);
+  }
+  std::printf("%zu\n", named->reading(framework_root, rows));
+  return EXIT_SUCCESS;
+}
+
 int run(int rounds) {
-  struct NamedReading {
-    const char *name;
-    Reading reading;
-  };
-  constexpr auto readings = std::to_array<NamedReading>({{.name = "GETBULK of 10, whole table", .reading = bulk_walk},
-                                                         {.name = "GETNEXT, whole table", .reading = get_next_walk},
-                                                         {.name = "GET of 20 varbinds", .reading = gets_of_twenty}});
   tavo::fakes::session_to_agent();
   large_table.register_with_agent();
   small_table.register_with_agent();
@@ -321,8 +345,22 @@ std::span<tavo::Table *const> tavo::all_tables() {
   return tables;
 }
 
+// The gate's handler is left out of the chain; the tables then take their locks themselves.
+extern "C" int __real_netsnmp_inject_handler(netsnmp_handler_registration *registration, netsnmp_mib_handler *handler);
+extern "C" int __wrap_netsnmp_inject_handler(netsnmp_handler_registration *registration, netsnmp_mib_handler *handler) {
+  if (!tables_have_a_gate && std::string_view(handler->handler_name) == "request_gate") {
+    netsnmp_handler_free(handler);
+    return SNMPERR_SUCCESS;
+  }
+  return __real_netsnmp_inject_handler(registration, handler);
+}
+
 int main(int argc, char **argv) {
   try {
+    if (argc > 2) {
+      tables_have_a_gate = argc == 3;
+      return read_once(argv[1], static_cast<std::uint32_t>(std::stoul(argv[2])));
+    }
     return run(argc > 1 ? std::stoi(argv[1]) : 7);
   } catch (const std::exception &failure) {
     std::fprintf(stderr, "table_walk_bench: %s\n", failure.what());
