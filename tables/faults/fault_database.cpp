@@ -1,5 +1,6 @@
 #include "tables/faults/fault_database.h"
 
+#include <algorithm>
 #include <cstdlib>
 
 #include "core/record.h"
@@ -12,15 +13,37 @@ EntityNode **fault_database = nullptr;
 
 namespace {
 
-// The link that leads to the record's node, or the null link at the end of the chain if there is no such node.
+// Heads of the chains of nodes with the same hash. Enough for tens of thousands of faults.
+constexpr unsigned hash_bits = 12;
+constinit EntityNode *nodes_by_hash[1U << hash_bits] = {};
+
+// The link among the nodes of the same hash that leads to the record's node, or the null link behind them if there is
+// no such node.
 EntityNode **find_link(const Record &fault) {
   const std::uint32_t class_code = fault.u32(FAULT_CLASS_CODE);
   const std::uint32_t index = fault.u32(FAULT_INDEX);
-  EntityNode **link = &fault_database[class_code % fault_bucket_count];
-  while (*link != nullptr && ((*link)->row->index != index || (*link)->class_fold != class_code / fault_bucket_count)) {
-    link = &(*link)->next;
+  constexpr std::uint32_t golden_ratio = 0x9E3779B9;  // its multiples spread numbers that follow each other
+  EntityNode **link = &nodes_by_hash[(index + class_code * golden_ratio) * golden_ratio >> (32 - hash_bits)];
+  while (*link != nullptr && ((*link)->row->index != index || (*link)->class_code != class_code)) {
+    link = &(*link)->neighbor;
   }
   return link;
+}
+
+void push_front(EntityNode *&bucket, EntityNode *node) {
+  node->next = bucket;
+  node->link = &bucket;
+  if (bucket != nullptr) {
+    bucket->link = &node->next;
+  }
+  bucket = node;
+}
+
+void unlink(const EntityNode &node) {
+  *node.link = node.next;
+  if (node.next != nullptr) {
+    node.next->link = node.link;
+  }
 }
 
 }  // namespace
@@ -37,6 +60,7 @@ int free_entity_nodes() {
     }
     fault_database[bucket] = nullptr;
   }
+  std::ranges::fill(nodes_by_hash, nullptr);
   return freed;
 }
 
@@ -47,7 +71,8 @@ int lookup_and_modify_fault_table(const void *record, FaultRow **row) {
   }
   const Record fault(record, FAULT_RECORD_SIZE);
   const bool clears = fault.u32(FAULT_SEVERITY) == 0;
-  if (const EntityNode *known = *find_link(fault); known != nullptr) {
+  EntityNode **const link = find_link(fault);
+  if (const EntityNode *known = *link; known != nullptr) {
     *row = known->row;
     return clears ? FaultCleared : FaultUpdated;
   }
@@ -59,12 +84,10 @@ int lookup_and_modify_fault_table(const void *record, FaultRow **row) {
   }
   // A node is found by its row's index, so the row needs its index from the start.
   fresh->index = fault.u32(FAULT_INDEX);
-  const std::uint32_t class_code = fault.u32(FAULT_CLASS_CODE);
-  EntityNode *&bucket = fault_database[class_code % fault_bucket_count];
-  node->class_fold = class_code / fault_bucket_count;
+  node->class_code = fault.u32(FAULT_CLASS_CODE);
   node->row = *row = fresh.release();
-  node->next = bucket;
-  bucket = node.release();
+  push_front(fault_database[node->class_code % fault_bucket_count], node.get());
+  *link = node.release();
   return clears ? UnknownFaultCleared : FaultRaised;
 }
 
@@ -80,7 +103,8 @@ void delete_entity_node(const void *record, FaultRow *) {
     return;
   }
   EntityNode *doomed = *link;
-  *link = doomed->next;
+  *link = doomed->neighbor;
+  unlink(*doomed);
   std::free(doomed);
   snmp_log(LOG_DEBUG, "Deleted\n");
 }

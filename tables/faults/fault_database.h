@@ -1,5 +1,6 @@
 // The fault database: finds the row of a fault by class code and fault index. It has 256 buckets, chosen by class code,
-// each a chain of nodes. Only the fault event thread touches it.
+// each a chain of nodes, the newest first. Most faults of a storm are of one class, so a node is not searched in its
+// chain but found by a hash of both numbers. Only the fault event thread touches it.
 #pragma once
 
 #include <cstddef>
@@ -12,7 +13,9 @@ namespace tavo {
 struct EntityNode {
   FaultRow *row;  // owned by the fault table
   EntityNode *next;
-  std::uint32_t class_fold;  // the class code divided by 256: tells apart the classes that share a bucket
+  std::uint32_t class_code;
+  EntityNode **link;     // the bucket or the node that leads to this one
+  EntityNode *neighbor;  // the next node of the same hash
 };
 
 inline constexpr std::size_t fault_bucket_count = 256;

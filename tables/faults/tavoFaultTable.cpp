@@ -97,10 +97,25 @@ void rewrite(Row &row, const Row &content) {
   row = content;
 }
 
+// Takes `row` out of the list with `unlink`, which tells whether it was there, and frees it. 0, or the lock's error.
+template <class Unlink>
+int remove(Row *row, Unlink unlink) {
+  const ListGuard guard(table.lock());
+  if (guard.error() == 0 && unlink(table.rows())) {
+    std::free(row);
+    snmp_log(LOG_DEBUG, "Removed an entry, Total Fault entries:%d\n", listed_count());
+  }
+  return guard.error();
+}
+
 // Ends a row whose node is gone.
 void drop(Row *row, bool listed) {
   if (listed) {
-    tavoFaultTable_removeEntry(row);
+    table.trace_entry({"tavoFaultTable_removeEntry", __LINE__});
+    remove(row, [row](RowList &rows) {
+      rows.unlink_listed(row);
+      return true;
+    });
     return;
   }
   snmp_log(LOG_DEBUG, "Clearing a Table_entry\n");
@@ -262,12 +277,7 @@ int tavoFaultTable_removeEntry(FaultRow *row) {
   if (row == nullptr) {
     return 0;
   }
-  const ListGuard guard(table.lock());
-  if (guard.error() == 0 && table.rows().unlink(row)) {
-    std::free(row);
-    snmp_log(LOG_DEBUG, "Removed an entry, Total Fault entries:%d\n", listed_count());
-  }
-  return guard.error();
+  return remove(row, [row](RowList &rows) { return rows.unlink(row); });
 }
 
 void tavoFaultTable_removeAllEntries(void) {

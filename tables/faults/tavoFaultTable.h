@@ -37,6 +37,7 @@ struct FaultRow {
   std::uint8_t tag;
   std::int32_t column_22;  // always 5
   FaultRow *next;
+  FaultRow *previous;
 };
 
 // The table's columns, from first_column on.

@@ -1,13 +1,17 @@
 // How records raise, update and clear faults.
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <chrono>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <random>
 #include <string>
 #include <string_view>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "core/access_lock.h"
@@ -334,6 +338,46 @@ TEST_F(FaultDatabaseTest, NewNodesStandAtTheHeadOfTheirBucket) {
   EXPECT_EQ(fault_database[3]->next->row->index, 7U);
   EXPECT_EQ(fault_database[3]->next->next, nullptr);
   EXPECT_EQ(fault_database[7], nullptr);
+}
+
+// Two classes of one bucket, with the same indexes.
+TEST_F(FaultDatabaseTest, AChainKeepsItsOrderWhateverComesAndGoes) {
+  using Fault = std::pair<std::uint32_t, std::uint32_t>;  // class code and index
+  std::vector<Fault> expected;                            // the newest first
+  std::minstd_rand random(12);                            // NOLINT(bugprone-random-generator-seed)
+  for (int round = 0; round < 3000; ++round) {
+    const Fault changed(random() % 2 == 0 ? 3 : 259, random() % 40);
+    const bool clears = random() % 2 == 0;
+    apply(fault(changed.first, changed.second, clears ? 0 : 5));
+    if (clears) {
+      std::erase(expected, changed);
+    } else if (std::ranges::count(expected, changed) == 0) {
+      expected.insert(expected.begin(), changed);
+    }
+    std::vector<Fault> chain;
+    for (const EntityNode *node = fault_database[3]; node != nullptr; node = node->next) {
+      chain.emplace_back(node->class_code, node->row->index);
+    }
+    ASSERT_EQ(chain, expected) << "round " << round;
+  }
+}
+
+// The time of 3,000 records about faults of one class, half of them clears and half raises, while `active` are active.
+TEST_F(FaultDatabaseTest, ALongChainIsNoSlowerThanAShortOne) {
+  const auto time_among = [](std::uint32_t active) {
+    for (std::uint32_t index = 0; index < active; ++index) {
+      apply(fault(3, index, 5));
+    }
+    const auto begin = std::chrono::steady_clock::now();
+    for (std::uint32_t i = 0; i < 3000; ++i) {
+      apply(fault(3, i / 2 * 7919 % active, i % 2 == 0 ? 0 : 5));
+    }
+    const auto end = std::chrono::steady_clock::now();
+    fakes::reset_net_snmp();
+    return end - begin;
+  };
+  const auto among_few = time_among(100);
+  EXPECT_LT(time_among(30'000), 20 * among_few);
 }
 
 TEST_F(FaultDatabaseTest, DeleteFreesTheNodeAndNotTheRow) {
