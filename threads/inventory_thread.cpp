@@ -6,7 +6,9 @@
 
 #include "core/access_lock.h"
 #include "core/background_thread.h"
+#include "core/class_number.h"
 #include "refresh/refresh_pass.h"
+#include "tables/storage/tavoStorageLocalDiskTable.h"
 
 namespace tavo {
 namespace {
@@ -32,6 +34,19 @@ std::time_t seconds_so_far() {
   return now.tv_sec;
 }
 
+// A query tool that prints nothing empties the disk table, and nothing would rebuild it before the next storage event.
+void ask_again_for_drive_slots() {
+  static bool said = false;
+  const bool unknown = drive_slots_are_unknown();
+  if (unknown && !said) {
+    snmp_log(LOG_WARNING, "no disks are shown: datactl prints nothing about the drive slots; asking it again\n");
+  }
+  said = unknown;
+  if (unknown) {
+    request_refresh(class_number::storage);
+  }
+}
+
 void keep_fresh() {
   snmp_log(LOG_DEBUG, "InventoryThread initiated\n");
   std::time_t last_check = seconds_so_far();
@@ -44,6 +59,7 @@ void keep_fresh() {
       pass.serve(RefreshRequests::take());
       if (seconds_so_far() - last_periodic > 100) {
         pass.refresh_periodically(periodic_passes++);
+        ask_again_for_drive_slots();
         last_periodic = seconds_so_far();
       }
       last_check = seconds_so_far();

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <climits>
 #include <cstddef>
 #include <cstdint>
@@ -167,11 +168,18 @@ void add_rows(const ControllerRecord &controller, std::int32_t slot_count, Row &
   }
 }
 
+// Whether the query tool's last dump had no line. Guarded by the storage lock.
+constinit bool tool_was_silent = false;
+
+// Relaxed, because it guards nothing.
+constinit std::atomic<bool> slots_are_unknown = false;
+
 }  // namespace
 
 int getNumOfHDD(const char *key, const char *suffix, int *value) {
   const Dump dump = ToolDump("/var/getNumOfHDD", platform_tools).read("platformSkuType");
   char text[dump_value_size];
+  tool_was_silent = !dump.value(Needle::without_blank(key, suffix), 0, text);
   if (!dump.value(Needle::without_blank(key, suffix), 1, text)) {
     return 0;
   }
@@ -183,6 +191,7 @@ int initialize_local_disk_table(int refresh) {
   if (refresh == 1) {
     tavoStorageLocalDiskTable_removeAllEntries();
   }
+  slots_are_unknown.store(false, std::memory_order_relaxed);
   const auto row = make_zeroed<StorageLocalDiskRow>();
   if (row == nullptr || head_stor_ptr == nullptr) {
     return -1;
@@ -193,10 +202,15 @@ int initialize_local_disk_table(int refresh) {
   for (const StorController *at = head_stor_ptr; at != nullptr; at = at->next) {
     const ControllerRecord controller(*at);
     if (shows_drives(controller)) {
+      slots_are_unknown.store(tool_was_silent, std::memory_order_relaxed);
       add_rows(controller, slot_count, *row);
     }
   }
   return 1;
+}
+
+bool drive_slots_are_unknown() {
+  return slots_are_unknown.load(std::memory_order_relaxed);
 }
 
 }  // namespace tavo

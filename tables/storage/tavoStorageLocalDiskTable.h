@@ -49,4 +49,7 @@ int getNumOfHDD(const char *key, const char *suffix, int *value);
 }
 #pragma GCC visibility pop
 
+// Whether the last build had drives to show and showed none because the query tool printed nothing. For any thread.
+bool drive_slots_are_unknown();
+
 }  // namespace tavo

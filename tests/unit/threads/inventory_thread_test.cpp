@@ -221,6 +221,49 @@ TEST_F(InventoryThreadLifeTest, RequestsOfTheFirstMinuteAreServedInTheFirstPass)
   EXPECT_EQ(fakes::opens_of("/var/stor_info_data"), 1);
 }
 
+constexpr const char *drive_slots =
+    "/usr/local/bin/datactl get=platformSkuType | /usr/local/bin/flatkv > /var/getNumOfHDD";
+
+int shown_disks() {
+  int count = 0;
+  for (const auto *row = tavoStorageLocalDiskTable_head; row != nullptr; row = row->next) {
+    ++count;
+  }
+  return count;
+}
+
+TEST_F(InventoryThreadLifeTest, ASilentToolIsAskedForTheDriveSlotsAgain) {
+  files.write("/var/stor_info_data", fakes::snapshot({fakes::controller("A", {fakes::drive_in(1)})}));
+  std::vector<time_t> asked;
+  shell.answers(drive_slots, [&](int call) {
+    asked.push_back(elapsed());
+    return call <= 2 ? "" : "hdd:4\n";
+  });
+  raise(class_number::storage);
+  run_until(1000, [](unsigned) {});
+  EXPECT_EQ(shown_disks(), 4);
+  EXPECT_EQ(asked.size(), 3U) << "for the event and after two periodic refreshes, until it answers";
+  EXPECT_LE(asked.back(), 500);
+  EXPECT_EQ(std::ranges::count(fakes::log_lines(), LOG_WARNING, &LogLine::priority), 1);
+}
+
+TEST_F(InventoryThreadLifeTest, AnAnswerWithoutDriveSlotsIsAnAnswer) {
+  files.write("/var/stor_info_data", fakes::snapshot({fakes::controller("A", {fakes::drive_in(1)})}));
+  shell.prints(drive_slots, "ssd:4\n");
+  raise(class_number::storage);
+  run_until(500, [](unsigned) {});
+  EXPECT_EQ(std::ranges::count(shell.commands(), drive_slots), 1);
+}
+
+TEST_F(InventoryThreadLifeTest, ASilentToolDoesNotMatterWithoutDrives) {
+  auto hidden = fakes::controller("A", {fakes::drive_in(1)});
+  hidden.number(STOR_CONTROLLER_MODE, 0);
+  files.write("/var/stor_info_data", fakes::snapshot({hidden}));
+  raise(class_number::storage);
+  run_until(500, [](unsigned) {});
+  EXPECT_EQ(std::ranges::count(shell.commands(), drive_slots), 1);
+}
+
 TEST_F(InventoryThreadLifeTest, AllItsLinesAreForDebugging) {
   run_until(60, [](unsigned seconds) {
     if (seconds == 60) {
