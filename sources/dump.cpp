@@ -51,6 +51,14 @@ int Dump::count(const Needle &needle) const {
   return occurrences;
 }
 
+int Dump::count_units(const Needle &needle) const {
+  const int units = count(needle);
+  if (units > most_units) {
+    snmp_log(LOG_DEBUG, "a dump lists %d units: only the first %d are shown\n", units, most_units);
+  }
+  return std::min(units, most_units);
+}
+
 bool Dump::value(const Needle &needle, int n, char *out) const {
   return Search(*this, needle).value(n, out);
 }

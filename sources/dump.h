@@ -35,6 +35,10 @@ inline constexpr std::size_t dump_value_size = 128;
 // memory.
 inline constexpr std::size_t largest_dump = std::size_t{1} << 20;
 
+// Units that a table shows of a dump. A server has some dozens; a tool gone wrong may print a dump full of them, and a
+// row takes many times the memory of its line.
+inline constexpr int most_units = 1024;
+
 // A dump, read whole when it is opened: what happens to the file afterwards changes nothing. It is not mapped, because
 // the tool may truncate the file, which would kill a process that reads the mapping.
 //
@@ -56,6 +60,8 @@ class Dump {
 
   // The number of occurrences, with or without a value.
   int count(const Needle &needle) const;
+  // The same for a needle that stands for a unit, but not more than most_units; more are logged.
+  int count_units(const Needle &needle) const;
 
   // The value of one occurrence; see Search::value. To step through the units of a dump, keep a Search: this reads the
   // dump from the top.

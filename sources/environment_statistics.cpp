@@ -27,7 +27,7 @@ int build(const EnvironmentStatistics &statistics, int refresh) {
   }
   Dump::Search ids(dump, Needle("id", ": "));
   Dump::Search temperatures(dump, Needle("temperature", ": "));
-  const int count = dump.count(Needle("id", ":"));
+  const int count = dump.count_units(Needle("id", ":"));
   for (int n = 1; n <= count; ++n) {
     sample.row = static_cast<std::uint32_t>(n);
     sample.has_id = ids.value(n, sample.id);

@@ -135,7 +135,7 @@ int initialize_health_led_table(int refresh) {
   }
   const Dump dump = new_dump();
   LedFields fields(dump);
-  const int count = dump.count(Needle("id", ": "));
+  const int count = dump.count_units(Needle("id", ": "));
   std::uint32_t index = 1;
   for (int n = 1; n <= count; ++n) {
     char name[dump_value_size];

@@ -132,6 +132,17 @@ TEST_P(EnvironmentStatisticsTest, ADumpWithoutUnitsIsAnEmptyTable) {
   EXPECT_THAT(GetParam().dns(), IsEmpty());
 }
 
+TEST_P(EnvironmentStatisticsTest, ADumpFullOfUnitsShowsTheFirstThousandOrSo) {
+  std::string units;
+  for (int i = 0; i < 3000; ++i) {
+    units += " id: 1\n";
+  }
+  dump(units);
+  EXPECT_EQ(GetParam().build(0), 0);
+  EXPECT_EQ(GetParam().dns().size(), 1024U);
+  EXPECT_THAT(fakes::log_texts(), ElementsAre("a dump lists 3000 units: only the first 1024 are shown\n"));
+}
+
 TEST_P(EnvironmentStatisticsTest, AMissingKeyLeavesItsColumnAsItIs) {
   dump(" id:\n temperature: 41\n");
   EXPECT_EQ(GetParam().build(0), 0);

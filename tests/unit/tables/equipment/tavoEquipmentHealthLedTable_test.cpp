@@ -133,6 +133,17 @@ TEST_F(HealthLedTableTest, LedsAreCountedByTheirIdsAndNotByTheirNames) {
   EXPECT_EQ(tavoEquipmentHealthLedTable_head->next, nullptr);
 }
 
+TEST_F(HealthLedTableTest, ADumpFullOfLedsShowsTheFirstThousandOrSo) {
+  std::string leds;
+  for (int i = 0; i < 3000; ++i) {
+    leds += led("LED_HLTH_STATUS", "");
+  }
+  shell.prints(command, leds);
+  EXPECT_EQ(initialize_health_led_table(0), 0);
+  ASSERT_NE(tavoEquipmentHealthLedTable_head, nullptr);
+  EXPECT_EQ(tavoEquipmentHealthLedTable_head->index, 1024U);
+}
+
 TEST_F(HealthLedTableTest, AnIdWithoutANameGivesNoRow) {
   shell.prints(command, power_led + led("LED_HLTH_STATUS", "") + " id: 3\n id: 4\n");
   EXPECT_EQ(initialize_health_led_table(0), 0);
