@@ -164,7 +164,7 @@ int run_control(const std::vector<std::string> &words, const std::string &socket
   }
   if (reply->contains("error")) {
     std::cerr << "bmcsim ctl: " << reply->at("error").get<std::string>() << '\n';
-    return 2;
+    return wrong_usage;
   }
   std::cout << reply->at("output").get<std::string>();
   return 0;

@@ -6,6 +6,9 @@
 
 namespace tavo::sim {
 
+// The exit status for an option, a command, a field or a value that is wrong.
+inline constexpr int wrong_usage = 2;
+
 // Runs the query tool `name` (one of tool_names) with the words of its command line. Returns its exit status.
 int run_tool(const std::string &name, const std::vector<std::string> &words);
 

@@ -80,7 +80,11 @@ int run_bmcsim(int argc, char **argv) {
   control_command->footer("Commands:\n" + control_help());
   control_command->positionals_at_end();
 
-  CLI11_PARSE(app, argc, argv);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError &error) {
+    return app.exit(error) == 0 ? 0 : wrong_usage;
+  }
   if (serve_command->parsed()) {
     return serve(options);
   }

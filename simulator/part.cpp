@@ -1,6 +1,7 @@
 #include "simulator/part.h"
 
 #include <algorithm>
+#include <cctype>
 #include <charconv>
 #include <cstring>
 #include <limits>
@@ -32,7 +33,11 @@ bool is_text(FieldType type) {
   return type == FieldType::Text || type == FieldType::Decimal || type == FieldType::ObjectId;
 }
 
-constexpr auto flag_names = std::to_array<NamedNumber>({{.name = "no", .number = 0}, {.name = "yes", .number = 1}});
+// A flag is written as the first name of its value, and read in every form that YAML has for it.
+constexpr auto flag_names = std::to_array<NamedNumber>({{.name = "no", .number = 0},
+                                                        {.name = "yes", .number = 1},
+                                                        {.name = "false", .number = 0},
+                                                        {.name = "true", .number = 1}});
 
 std::span<const NamedNumber> names_of(const Field &field) {
   return field.type == FieldType::Flag ? std::span<const NamedNumber>(flag_names) : field.names;
@@ -46,12 +51,19 @@ std::vector<std::string_view> names_in(std::span<const Named> list) {
   return names;
 }
 
+std::string in_lower_case(std::string_view written) {
+  std::string lower(written);
+  std::ranges::transform(lower, lower.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return lower;
+}
+
 std::int64_t read_number(const Field &field, std::string_view written) {
   if (written.empty() && !field.range) {
     return 0;
   }
   const auto names = names_of(field);
-  const auto named = std::ranges::find(names, written, &NamedNumber::name);
+  const std::string word = field.type == FieldType::Flag ? in_lower_case(written) : std::string(written);
+  const auto named = std::ranges::find(names, word, &NamedNumber::name);
   if (named != names.end()) {
     return named->number;
   }

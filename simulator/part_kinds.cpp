@@ -1,6 +1,7 @@
 #include "simulator/part_kinds.h"
 
 #include <array>
+#include <limits>
 
 #include "core/class_number.h"
 #include "platform/fault_engine.h"
@@ -16,20 +17,20 @@ using enum FieldType;
 constexpr auto power_names = std::to_array<NamedNumber>({{.name = "off", .number = 0}, {.name = "on", .number = 1}});
 
 constexpr auto server_fields = std::to_array<Field>({
-    {.name = "description", .required = true},
-    {.name = "product-name", .required = true},
-    {.name = "product-id", .required = true},
-    {.name = "serial", .size = FRU_TEXT_SIZE - 1, .required = true},
-    {.name = "uuid", .required = true},
+    {.name = "description", .fallback = "Simulated server"},
+    {.name = "product-name", .fallback = "Simulated server"},
+    {.name = "product-id", .fallback = "MODEL-S"},
+    {.name = "serial", .size = FRU_TEXT_SIZE - 1, .fallback = "SERIAL-0001"},
+    {.name = "uuid", .fallback = "00000000-0000-4000-8000-000000000001"},
     {.name = "power", .type = Integer, .fallback = "on", .names = power_names},
     {.name = "drive-slots", .type = Integer, .fallback = "0"},
-    {.name = "memory-total", .fallback = "0 MB"},
-    {.name = "memory-effective", .fallback = "0 MB"},
-    {.name = "memory-speed", .fallback = "0 MHz"},
+    {.name = "memory-total"},      // empty, like the next two: what the memory modules have
+    {.name = "memory-effective"},  // of those that are operable
+    {.name = "memory-speed"},      // of the slowest of these
     {.name = "low-voltage-memory", .type = Integer, .fallback = "2"},
-    {.name = "board-manufacturer", .size = FRU_TEXT_SIZE},
-    {.name = "board-product", .size = FRU_TEXT_SIZE},
-    {.name = "board-serial", .size = FRU_TEXT_SIZE},
+    {.name = "board-manufacturer", .size = FRU_TEXT_SIZE - 1},
+    {.name = "board-product", .size = FRU_TEXT_SIZE - 1},
+    {.name = "board-serial", .size = FRU_TEXT_SIZE - 1},
     {.name = "board-readable", .type = Flag, .fallback = "yes"},
 });
 
@@ -94,14 +95,17 @@ constexpr auto sensor_fields = std::to_array<Field>({
     {.name = "readable", .type = Flag, .fallback = "yes"},
 });
 
+// What a PMBus register of two octets holds.
+constexpr Range pmbus_word{.least = 0, .most = std::numeric_limits<std::uint16_t>::max()};
+
 constexpr auto supply_fields = std::to_array<Field>({
     {.name = "model", .size = supply_model_size},
     {.name = "revision", .size = supply_revision_size},
     {.name = "serial", .size = FRU_TEXT_SIZE - 1},
     {.name = "serial-readable", .type = Flag, .fallback = "yes"},
-    {.name = "status", .type = Integer, .fallback = "0"},            // the PMBus status word; 0: no fault
-    {.name = "input-power", .type = Integer, .fallback = "0"},       // W
-    {.name = "output-power-max", .type = Integer, .fallback = "0"},  // W
+    {.name = "status", .type = Integer, .range = pmbus_word},            // 0: no fault
+    {.name = "input-power", .type = Integer, .range = pmbus_word},       // W
+    {.name = "output-power-max", .type = Integer, .range = pmbus_word},  // W
     {.name = "power", .type = Integer, .fallback = "on", .names = power_names},
     {.name = "present", .type = Flag, .fallback = "yes"},
 });

@@ -23,6 +23,9 @@ extern const PartKind sd_controller_kind;
 extern const PartKind sd_card_kind;
 extern const PartKind sd_partition_kind;
 
+// The platform knows no more power supplies than this.
+inline constexpr std::size_t supply_limit = 10;
+
 // The sizes of a power supply's text files, in octets.
 inline constexpr std::size_t supply_model_size = 32;
 inline constexpr std::size_t supply_revision_size = 8;

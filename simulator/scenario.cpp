@@ -38,6 +38,9 @@ struct KeyReader {
 // reads and keys given twice.
 void read_mapping(const YAML::Node &node, const Place &place, const std::vector<KeyReader> &readers,
                   const std::function<bool(const std::string &key, const YAML::Node &value)> &otherwise = nullptr) {
+  if (node.IsNull() && !place.part.empty()) {
+    return;  // a key without a value stands for an empty mapping
+  }
   if (!node.IsMap()) {
     fail(place, node.Mark(), "expected a mapping (key: value)");
   }
@@ -85,6 +88,9 @@ void read_part(Part &part, const YAML::Node &node, const Place &place, const std
 
 void read_sequence(const YAML::Node &node, const Place &place,
                    const std::function<void(const YAML::Node &item, const Place &place)> &read) {
+  if (node.IsNull()) {
+    return;  // a key without a value stands for an empty list
+  }
   if (!node.IsSequence()) {
     fail(place, node.Mark(), "expected a list (- ...)");
   }
@@ -159,7 +165,7 @@ Inventory read_inventory(const YAML::Node &root, const Place &place) {
        parts_reader("processors", inventory.processors, processor_kind),
        parts_reader("dimms", inventory.dimms, dimm_kind),
        parts_reader("sensors", inventory.sensors, sensor_kind, sensor_limit),
-       parts_reader("supplies", inventory.supplies, supply_kind),
+       parts_reader("supplies", inventory.supplies, supply_kind, supply_limit),
        parts_reader("adapters", inventory.adapters, adapter_kind),
        parts_reader("leds", inventory.leds, led_kind),
        parts_reader("faults", inventory.faults, fault_kind),
@@ -177,15 +183,20 @@ Inventory read_inventory(const YAML::Node &root, const Place &place) {
 
 Inventory load_scenario(const std::filesystem::path &file) {
   const Place place{.file = file.string(), .part = ""};
-  YAML::Node root;
+  std::vector<YAML::Node> documents;
   try {
-    root = YAML::LoadFile(file.string());
+    documents = YAML::LoadAllFromFile(file.string());
   } catch (const YAML::BadFile &) {
     throw BadInput(place.file + ": cannot be read");
   } catch (const YAML::ParserException &error) {
     fail(place, error.mark, error.msg);
+  } catch (const std::exception &error) {  // the file is a directory, for example
+    throw BadInput(place.file + ": " + error.what());
   }
-  return read_inventory(root, place);
+  if (documents.size() > 1) {
+    fail(place, documents[1].Mark(), "a scenario is one document, but another begins here");
+  }
+  return read_inventory(documents.empty() ? YAML::Node() : documents[0], place);
 }
 
 }  // namespace tavo::sim

@@ -118,6 +118,14 @@ TEST_F(Program, ReportsAnUnusableScenario) {
   EXPECT_EQ(outcome.output, "bmcsim: /nonexistent.yaml: cannot be read\n");
 }
 
+TEST_F(Program, WrongOptionsExitWithStatus2) {
+  EXPECT_EQ(run(std::string(BMCSIM_PROGRAM)).status, 2);
+  EXPECT_EQ(run(std::string(BMCSIM_PROGRAM) + " serve").status, 2);
+  EXPECT_EQ(run(std::string(BMCSIM_PROGRAM) + " serve --sockt x " RACK_SERVER).status, 2);
+  EXPECT_EQ(control("--wait soon ping").status, 2);
+  EXPECT_EQ(run(std::string(BMCSIM_PROGRAM) + " --help").status, 0);
+}
+
 TEST_F(Program, WrongControlWordsExitWithStatus2) {
   serve();
   const Outcome outcome = control("fault rise 7 class=fan");

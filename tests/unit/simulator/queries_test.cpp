@@ -55,6 +55,23 @@ TEST_F(Queries, AbsentSupplyIsListedAsMissing) {
   EXPECT_THAT(lines("tavPowerStates"), HasSubstr(" id: 2\n presence: missing\n"));
 }
 
+TEST_F(Queries, MemorySummaryFollowsTheModules) {
+  EXPECT_EQ(lines("inventoryMemorySummary"),
+            " MemorySpeed: 2133 MHz\n EffectiveMemory: 180224 MB\n TotalMemory: 196608 MB\n");
+  inventory_.dimms[0].set("speed", "1600 MHz");
+  inventory_.dimms[1].set("capacity", "512 MB");
+  inventory_.dimms[3].set("present", "no");
+  EXPECT_EQ(lines("inventoryMemorySummary"),
+            " MemorySpeed: 1600 MHz\n EffectiveMemory: 147968 MB\n TotalMemory: 164352 MB\n");
+  inventory_.server.set("memory-total", "1 MB");
+  EXPECT_THAT(lines("inventoryMemorySummary"), HasSubstr(" TotalMemory: 1 MB\n"));
+}
+
+TEST_F(Queries, EmptyListIsNoEmptyDump) {
+  inventory_.processors.clear();
+  EXPECT_EQ(lines("inventoryCPU"), " count: 0\n");
+}
+
 TEST_F(Queries, ImageVersionPrecedesItsState) {
   EXPECT_EQ(lines("adapterFW[2]"),
             " image-version: 2.0.1\n image-state: STARTUP, RUNNING\n image-version: 1.9.0\n image-state: BACKUP\n");
