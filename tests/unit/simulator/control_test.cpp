@@ -169,6 +169,15 @@ TEST_F(Control, SnapshotCanBeDamagedAndRepaired) {
   EXPECT_EQ(integer_at<std::int32_t>(file("stor_info_data").data(), 0), 2);
 }
 
+// The number is the partition's place in the service's answer.
+TEST_F(Control, SdPartitionKeepsANumberFromOneToFive) {
+  for (const char *number : {"9", "0", "-1", ""}) {
+    EXPECT_THAT(running(std::string("sd-partition set 1 number=") + number),
+                ThrowsMessage<BadInput>(HasSubstr("is not a number from 1 to 5")));
+  }
+  EXPECT_THAT(control_words("show sd-cards"), HasSubstr("sd-partition 1: number=1"));
+}
+
 TEST_F(Control, SdCardChangeIsAnnouncedOnTheSocket) {
   EXPECT_THAT(control_words("sd-card pull 1"), HasSubstr("nobody listens"));
   const std::string path = directory_ / "sd-socket";
