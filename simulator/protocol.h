@@ -42,7 +42,7 @@ inline constexpr std::size_t reply_limit = std::size_t{16} * 1024 * 1024;
 
 bool send_frame(int fd, const nlohmann::json &message);
 
-// Nothing if the peer has closed, or if the frame is longer than `limit` or is not a CBOR object.
+// Nothing if the peer has closed, or if the frame is longer than `limit`, is not a CBOR object or is nested deeply.
 std::optional<nlohmann::json> receive_frame(int fd, std::size_t limit);
 
 }  // namespace tavo::sim

@@ -1,8 +1,10 @@
 #include <gmock/gmock.h>
 #include <sys/socket.h>
 
+#include <array>
 #include <cerrno>
 #include <nlohmann/json.hpp>
+#include <thread>
 
 #include "served_scenario.h"
 #include "simulator/protocol.h"
@@ -82,6 +84,37 @@ TEST_F(Protocol, GarbageEndsOnlyItsConnection) {
   expect_closed_after(std::string("\x00\x20\x00\x00", 4) + std::string(0x2000, '\x81'));  // nested arrays
   expect_closed_after(frame_of(json::array({1, 2})));                                     // not an object
   expect_still_serving();
+}
+
+// A CBOR list of a list of a list ..., each with one element: 0x81, and at last 0.
+std::string nested_frame(std::size_t levels) {
+  std::string frame(4, '\0');
+  for (std::size_t i = 0; i < 4; ++i) {
+    frame[i] = static_cast<char>((levels + 1) >> (8 * i));
+  }
+  return frame + std::string(levels, '\x81') + '\0';
+}
+
+// What a client receives from a server that answers with these octets.
+std::optional<json> received(const std::string &frame) {
+  std::array<int, 2> ends{};
+  EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);
+  const Descriptor client(ends[0]);
+  const Descriptor server(ends[1]);
+  std::thread sender([&] { send_all(server.get(), std::as_bytes(std::span(frame))); });
+  const auto message = receive_frame(client.get(), reply_limit);
+  shutdown(client.get(), SHUT_RDWR);
+  sender.join();
+  return message;
+}
+
+TEST_F(Protocol, DeeplyNestedReplyIsRefused) {
+  EXPECT_FALSE(received(nested_frame(15 * 1024 * 1024)));
+}
+
+TEST_F(Protocol, ListWithAnAbsurdCountIsRefused) {
+  const std::string body = "\xa1\x61x\x9b\x4d\x4d\x4d\x4d\x4d\x4d\x4d\x4d";  // {"x": [5,570,193,308,531,903,821 of
+  EXPECT_FALSE(received(std::string("\x0c\0\0\0", 4) + body));
 }
 
 TEST_F(Protocol, CorruptedOctetsNeverStopTheServer) {
