@@ -8,21 +8,22 @@ usage: ./test.sh [--long] [NAME]...
        ./test.sh [--long] --preset PRESET [NAME]...
 
 Installs missing packages, builds, and runs all tests: the system, simulator, MIB and lint tests in the optimised build,
-then the unit tests in two builds by clang, which check the lock annotations: all of them under AddressSanitizer and
-UndefinedBehaviorSanitizer, and those with threads under ThreadSanitizer.
+then the unit tests in two builds by clang, which check the lock annotations: all of them, and the fuzzers over their
+corpora, under AddressSanitizer and UndefinedBehaviorSanitizer, and those with threads under ThreadSanitizer.
 
 With NAMEs, runs only the tests in the optimised build whose names match one of these regular expressions (ctest -N
 lists the names). With --preset, runs the tests of that build instead: release, asan, tsan or clang.
 
 --long is for releases: tests with a long form run in that form (CONTRIBUTING.md lists them), and only one test runs at
-a time, so that its figures mean something. Without NAMEs the sanitizer builds get the random requests as well.
+a time, so that its figures mean something. Without NAMEs the sanitizer builds get the random requests as well, and each
+fuzzer runs for ten minutes (docs/fuzzing.md).
 TEXT
 }
 
 cd "$(dirname "${BASH_SOURCE[0]}")"
 preset=
-names=()
 long=
+names=()
 parallel=$((3 * $(nproc)))  # three tests per core: most of the long ones wait for a program
 while [[ $# -gt 0 ]]; do
   case $1 in
@@ -97,13 +98,18 @@ else
   scripts/build release --with-tests system_test_programs table_walk_bench
   run_tests release --label-exclude '^(unit|single)$' --exclude-regex '_NOT_BUILT$'
   for sanitizer in asan tsan; do
-    scripts/build "$sanitizer" --with-tests unit_test_programs
-    run_tests "$sanitizer" --label-regex '^unit$'
+    targets=(unit_test_programs)
+    [[ $sanitizer == asan ]] && targets+=(fuzzers)
+    scripts/build "$sanitizer" --with-tests "${targets[@]}"
+    run_tests "$sanitizer" --label-regex '^(unit|fuzz)$'
     if [[ $long ]]; then
       scripts/build "$sanitizer" --with-tests system_test_programs
       run_tests "$sanitizer" --tests-regex '^system_random_requests$'
     fi
   done
+  if [[ $long ]]; then
+    if scripts/fuzz --seconds 600; then passed=$((passed + 1)); else failed=$((failed + 1)); fi
+  fi
 fi
 
 echo "$passed passed, $failed failed"

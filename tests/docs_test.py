@@ -11,7 +11,7 @@ DOCUMENTS = sorted([*ROOT.glob("*.md"), *ROOT.glob("docs/*.md")])
 LINK = re.compile(r"\]\(([^)#]+)(?:#[^)]*)?\)")
 # Text in backquotes that begins with a directory of the tree is a path. Capitals in it are placeholders.
 PATH = re.compile(r"`(?:\./)?((?:core|sources|tables|refresh|threads|module|platform|host|simulator|mibs|scripts|"
-                  r"tests|bench|docs)/[\w./-]*)[^`]*`")
+                  r"tests|bench|fuzz|docs)/[\w./-]*)[^`]*`")
 
 # Names of tables, columns, notifications and entry points, and the files that define them.
 NAME = re.compile(r"(?<!/)\btavo[A-Z]\w*")
