@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,14 @@ constexpr int ping_seconds = 1;
 // SIGHUP opens files again, when the daemon may have changed to another directory.
 std::string absolute(const std::string &file) {
   return std::filesystem::absolute(file);
+}
+
+// net-snmp drops the old value when it has no memory for the new one, and says nothing.
+void set_string(int storage, int which, const std::string &value) {
+  netsnmp_ds_set_string(storage, which, value.c_str());
+  if (netsnmp_ds_get_string(storage, which) == nullptr) {
+    throw std::bad_alloc();
+  }
 }
 
 void apply_log_option(std::vector<std::string> words) {
@@ -80,16 +89,16 @@ void open_agent(const Options &options, const std::function<void()> &before_conf
   }
   netsnmp_ds_set_boolean(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_ROLE, options.stand_alone() ? 0 : 1);
   if (!options.agentx_address.empty()) {
-    netsnmp_ds_set_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_X_SOCKET, options.agentx_address.c_str());
+    set_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_X_SOCKET, options.agentx_address);
   }
   if (options.stand_alone()) {
-    netsnmp_ds_set_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_PORTS, join(options.listen, ",").c_str());
+    set_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_PORTS, join(options.listen, ","));
   }
   if (options.skip_default_configuration) {
     netsnmp_ds_set_boolean(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_DONT_READ_CONFIGS, 1);
   }
   if (!configuration_files.empty()) {
-    netsnmp_ds_set_string(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_OPTIONALCONFIG, join(configuration_files, ",").c_str());
+    set_string(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_OPTIONALCONFIG, join(configuration_files, ","));
   }
   // The agent needs no MIB texts. They cost memory where they are installed, and hundreds of log lines where they are
   // not.

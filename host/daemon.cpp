@@ -11,8 +11,10 @@
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
+#include <exception>
 #include <future>
 #include <memory>
+#include <new>
 #include <optional>
 #include <string>
 #include <thread>
@@ -91,8 +93,13 @@ void report_status(const Options &options, bool linked) {
   sd_notifyf(0, "STATUS=%s", status.c_str());
 }
 
-void report_link(const Options &options, bool up) {
-  report_status(options, up);
+// Called through net-snmp, which is no place for an exception.
+void report_link(const Options &options, bool up) noexcept {
+  try {
+    report_status(options, up);
+  } catch (const std::bad_alloc &) {
+    snmp_log(LOG_WARNING, "out of memory: STATUS= is not up to date\n");
+  }
   if (up) {
     // The session's socket is close-on-exec already, but its transport may have opened other files.
     close_descriptors_on_exec();
@@ -102,7 +109,11 @@ void report_link(const Options &options, bool up) {
 void reload(const Options &options, NotificationPath &path) {
   snmp_log(LOG_INFO, "reading the configuration again\n");
   sd_notify(0, "RELOADING=1");
-  reload_agent(options);
+  try {
+    reload_agent(options);
+  } catch (const std::bad_alloc &) {
+    snmp_log(LOG_ERR, "out of memory while reading the configuration: send SIGHUP again\n");
+  }
   path.sinks().forget();
   close_descriptors_on_exec();
   sd_notify(0, "READY=1");
@@ -115,24 +126,30 @@ bool stop_module(Module &module, ChassisLink *link) {
   if (link != nullptr) {
     link->ask_to_stop();
   }
-  // Shared with a thread that may never end.
-  const auto closed = std::make_shared<std::atomic<bool>>(false);
-  std::thread closer([&module, link, closed] {
-    if (link != nullptr) {
-      link->close();  // first, because the link ends soon and the module's other threads may never end
-    }
-    module.close();
-    *closed = true;
-  });
+  // Never destroyed: shared with a thread that may never end.
+  static std::atomic<bool> closed = false;
+  std::thread closer;
+  try {
+    closer = std::thread([&module, link] {
+      if (link != nullptr) {
+        link->close();  // first, because the link ends soon and the module's other threads may never end
+      }
+      module.close();
+      closed = true;
+    });
+  } catch (const std::exception &error) {
+    snmp_log(LOG_WARNING, "cannot create the thread that joins the module's: %s\n", error.what());
+    return false;
+  }
   serve_until(
       [&] {
         if (link != nullptr) {
           link->wake();
         }
-        return closed->load();
+        return closed.load();
       },
       threads_limit);
-  if (!*closed) {
+  if (!closed) {
     closer.detach();
     return false;
   }
@@ -149,10 +166,14 @@ bool stop_module(Module &module, ChassisLink *link) {
 // Called on the watcher's thread when the loop is stuck. It may be stuck in the log (standard output may be a full pipe
 // that nobody reads), so the last line is written by a thread of its own and gets half a second.
 [[noreturn]] void leave_overdue(const PidFile &pid_file) {
-  std::packaged_task<void()> log([] { snmp_log(LOG_WARNING, "still busy, leaving all the same\n"); });
-  const std::future<void> logged = log.get_future();
-  std::thread(std::move(log)).detach();
-  logged.wait_for(std::chrono::milliseconds(500));
+  try {
+    std::packaged_task<void()> log([] { snmp_log(LOG_WARNING, "still busy, leaving all the same\n"); });
+    const std::future<void> logged = log.get_future();
+    std::thread(std::move(log)).detach();
+    logged.wait_for(std::chrono::milliseconds(500));
+  } catch (const std::exception &) {
+    // Without a thread or memory it leaves without the line.
+  }
   leave_without_threads(pid_file);
 }
 

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <fstream>
+#include <new>
 
 #include "core/descriptor.h"
 #include "host/name.h"
@@ -30,7 +31,11 @@ bool holds(const std::string &file, const std::string &expected) {
 }  // namespace
 
 std::string engine_state_file() {
-  return std::string(get_persistent_directory()) + "/" + daemon_name + ".conf";
+  const char *directory = get_persistent_directory();
+  if (directory == nullptr) {
+    throw std::bad_alloc();
+  }
+  return std::string(directory) + "/" + daemon_name + ".conf";
 }
 
 void store_engine_state() {

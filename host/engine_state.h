@@ -11,7 +11,8 @@
 
 namespace tavo {
 
-// Where net-snmp keeps the state. The directory is net-snmp's: SNMP_PERSISTENT_DIR, or /var/lib/snmp.
+// Where net-snmp keeps the state. The directory is net-snmp's: SNMP_PERSISTENT_DIR, or /var/lib/snmp. Throws
+// std::bad_alloc.
 std::string engine_state_file();
 
 // Writes the state. Call it whenever net-snmp has read the file. Logs a warning when that fails.

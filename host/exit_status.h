@@ -9,7 +9,7 @@ namespace tavo {
 
 enum class ExitStatus : int {
   Ok = 0,             // stopped on request, or -h or -v
-  Failure = 1,        // the system refused something basic: a thread, a descriptor, a fork
+  Failure = 1,        // the system refused something basic: memory, a thread, a descriptor
   Usage = 2,          // bad command line
   Configuration = 3,  // a file named with -c or --chassis-block cannot be read
   Platform = 4,       // a platform library cannot be loaded

@@ -9,6 +9,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <mutex>
+#include <new>
 #include <vector>
 
 #include "host/interposed.h"
@@ -36,9 +37,13 @@ void debug_one_at_a_time(DebugFunction *original, const char *token, const char 
   if (length < static_cast<int>(buffer.size())) {
     original(token, "%s", buffer.data());
   } else {
-    std::vector<char> longer(static_cast<std::size_t>(length) + 1);
-    std::vsnprintf(longer.data(), longer.size(), format, again);
-    original(token, "%s", longer.data());
+    try {
+      std::vector<char> longer(static_cast<std::size_t>(length) + 1);
+      std::vsnprintf(longer.data(), longer.size(), format, again);
+      original(token, "%s", longer.data());
+    } catch (const std::bad_alloc &) {
+      original(token, "%s", buffer.data());
+    }
   }
   va_end(again);
 }

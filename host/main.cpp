@@ -1,6 +1,11 @@
 // snmp-subagentd: see docs/daemon.md.
+#include <unistd.h>
+
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
+#include <new>
+#include <string_view>
 
 #include "host/daemon.h"
 #include "host/name.h"
@@ -8,6 +13,24 @@
 
 namespace tavo {
 namespace {
+
+// Where nothing can catch a lack of memory: before main(), and where an exception would leave a thread.
+[[noreturn]] void end_for_want_of_memory() {
+  constexpr std::string_view line = "snmp-subagentd: out of memory\n";
+  try {
+    std::rethrow_exception(std::current_exception());
+  } catch (const std::bad_alloc &) {
+    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, line.data(), line.size());
+    _exit(static_cast<int>(ExitStatus::Failure));
+  } catch (...) {
+  }
+  std::abort();
+}
+
+// Ahead of every other object with static storage.
+__attribute__((constructor(101))) void prepare_for_want_of_memory() {
+  std::set_terminate(end_for_want_of_memory);
+}
 
 ExitStatus run(int argc, const char *const *argv) {
   try {
@@ -20,6 +43,9 @@ ExitStatus run(int argc, const char *const *argv) {
   } catch (const StartFailure &failure) {
     std::fprintf(stderr, "%s: %s\n", daemon_name, failure.what());
     return failure.status();
+  } catch (const std::bad_alloc &) {
+    std::fprintf(stderr, "%s: out of memory\n", daemon_name);
+    return ExitStatus::Failure;
   } catch (const std::exception &error) {
     std::fprintf(stderr, "%s: %s\n", daemon_name, error.what());
     return ExitStatus::Failure;
