@@ -206,6 +206,17 @@ int snmp_async_send(netsnmp_session *session, netsnmp_pdu *pdu, netsnmp_callback
   }
   return request;
 }
+
+// What net-snmp calls for each destination in the configuration, and for the AgentX session.
+int netsnmp_add_notification_session(netsnmp_session *session, int command, int confirmed, int version,
+                                     const char *name, const char *tag, const char *profile) {
+  static auto *const original =
+      next_definition<decltype(::netsnmp_add_notification_session)>("netsnmp_add_notification_session");
+  if (command != agentx_notify) {
+    Sinks::add(session);
+  }
+  return original(session, command, confirmed, version, name, tag, profile);
+}
 }
 
 }  // namespace tavo

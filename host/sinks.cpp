@@ -1,8 +1,12 @@
 #include "host/sinks.h"
 
+#include <net-snmp/agent/net-snmp-agent-includes.h>
+
 #include <cstdlib>
 #include <memory>
 #include <utility>
+
+#include "host/stream_output.h"
 
 namespace tavo {
 namespace {
@@ -11,7 +15,7 @@ namespace {
 constexpr std::chrono::minutes report_interval{1};
 
 netsnmp_callback net_snmps_callback = nullptr;
-const Sinks *existing = nullptr;
+Sinks *existing = nullptr;
 // The inform that net-snmp is sending just now. It may report a failure before it returns.
 const netsnmp_pdu *being_sent = nullptr;
 
@@ -19,11 +23,17 @@ struct Free {
   void operator()(char *text) const { std::free(text); }
 };
 
+netsnmp_transport *transport_of(netsnmp_session *session) {
+  return snmp_sess_transport(snmp_sess_pointer(session));
+}
+
 std::string address_of(netsnmp_session *session) {
-  netsnmp_transport *transport = snmp_sess_transport(snmp_sess_pointer(session));
-  const std::unique_ptr<char, Free> text(transport != nullptr ? netsnmp_transport_peer_string(transport, nullptr, 0)
-                                                              : nullptr);
-  return text != nullptr ? text.get() : "an unknown address";
+  const std::unique_ptr<char, Free> text(netsnmp_transport_peer_string(transport_of(session), nullptr, 0));
+  return text != nullptr ? text.get() : "a manager";
+}
+
+bool is_stream(const netsnmp_transport *transport) {
+  return transport != nullptr && (transport->flags & NETSNMP_TRANSPORT_FLAG_STREAM) != 0;
 }
 
 }  // namespace
@@ -43,15 +53,18 @@ Sinks::~Sinks() {
 bool Sinks::ready() {
   waiting_ = false;
   for (auto &[session, sink] : sinks_) {
-    if (sink.in_flight < window || sink.silent) {
+    if (sink.removed) {
       continue;
     }
-    if (Clock::now() - sink.last_progress < patience) {
+    if (has_room(sink)) {
+      if (!sink.acknowledges) {
+        end_silence(sink);
+      }
+    } else if (!sink.silent && !may_be_silent(sink)) {
       waiting_ = true;
-    } else {
-      sink.silent = true;
-      snmp_log(LOG_WARNING, "%s does not acknowledge informs: those beyond %zu in flight are dropped\n",
-               sink.name.c_str(), window);
+    } else if (!std::exchange(sink.silent, true)) {
+      snmp_log(LOG_WARNING, "%s %s: what it has no room for is dropped\n", sink.name.c_str(),
+               sink.in_flight >= window ? "does not acknowledge informs" : "does not read");
     }
   }
   if (waiting_) {
@@ -60,25 +73,44 @@ bool Sinks::ready() {
   return !waiting_;
 }
 
-int Sinks::send(const Call &call) {
-  if (call.pdu->command != SNMP_MSG_INFORM) {
-    return call.send(call.session, call.pdu, call.callback, nullptr);
+bool Sinks::has_room(Sink &sink) {
+  if (sink.connection == nullptr || writable(*sink.connection)) {
+    sink.last_writable = Clock::now();
+    return sink.in_flight < window;
   }
-  net_snmps_callback = call.callback;
-  Sink &sink = sink_of(call.session);
-  const auto request = static_cast<int>(call.pdu->reqid);
-  if (sink.in_flight >= window) {
+  return false;
+}
+
+bool Sinks::may_be_silent(const Sink &sink) {
+  const auto since = sink.in_flight >= window ? sink.last_acknowledged : sink.last_writable;
+  return Clock::now() - since >= patience;
+}
+
+void Sinks::add(netsnmp_session *session) {
+  if (is_stream(transport_of(session))) {
+    session->callback = received;
+  }
+}
+
+int Sinks::send(const Call &call) {
+  Sink &sink = sink_of(call);
+  if (!has_room(sink)) {
+    const auto request = static_cast<int>(call.pdu->reqid);
     snmp_free_pdu(call.pdu);
     count_lost(sink);
     return request;
   }
+  if (!sink.acknowledges) {
+    return call.send(call.session, call.pdu, call.callback, nullptr);
+  }
+  net_snmps_callback = call.callback;
   being_sent = call.pdu;
   const int sent = call.send(call.session, call.pdu, informed, &sink);
   being_sent = nullptr;
   if (sent == 0) {
     count_lost(sink);
   } else if (sink.in_flight++ == 0) {
-    sink.last_progress = Clock::now();
+    sink.last_acknowledged = Clock::now();
   }
   return sent;
 }
@@ -89,17 +121,51 @@ void Sinks::forget() {
       report(sink);
     }
   }
-  // net-snmp still calls back for what is in flight.
   std::erase_if(sinks_, [](const auto &entry) { return entry.second.in_flight == 0; });
 }
 
-Sinks::Sink &Sinks::sink_of(netsnmp_session *session) {
-  const auto found = sinks_.find(session);
+Sinks::Sink &Sinks::sink_of(const Call &call) {
+  const auto found = sinks_.find(call.session);
   if (found != sinks_.end()) {
     return found->second;
   }
-  return sinks_.try_emplace(session, Sink{.sinks = *this, .name = address_of(session), .last_progress = Clock::now()})
+  const netsnmp_transport *transport = transport_of(call.session);
+  const auto now = Clock::now();
+  return sinks_
+      .try_emplace(call.session, Sink{.sinks = *this,
+                                      .name = address_of(call.session),
+                                      .acknowledges = call.pdu->command == SNMP_MSG_INFORM,
+                                      .connection = is_stream(transport) ? &transport->sock : nullptr,
+                                      .last_acknowledged = now,
+                                      .last_writable = now})
       .first->second;
+}
+
+// What arrives unasked from a sink over TCP.
+int Sinks::received(int operation, netsnmp_session *session, int /*request*/, netsnmp_pdu * /*pdu*/, void * /*magic*/) {
+  if (operation == NETSNMP_CALLBACK_OP_DISCONNECT) {
+    const std::unique_ptr<char, Free> name(netsnmp_transport_peer_string(transport_of(session), nullptr, 0));
+    snmp_log(LOG_WARNING, "the connection to %s has ended: it gets no notifications until SIGHUP\n",
+             name != nullptr ? name.get() : "a manager");
+    remove_trap_session(session);
+    if (existing != nullptr) {
+      existing->remove(session);
+    }
+  }
+  return 1;
+}
+
+void Sinks::remove(const netsnmp_session *session) {
+  const auto found = sinks_.find(session);
+  if (found == sinks_.end()) {
+    return;
+  }
+  Sink &sink = found->second;
+  sink.removed = true;
+  // net-snmp still calls back for what is in flight.
+  if (sink.in_flight == 0) {
+    sinks_.erase(found);
+  }
 }
 
 int Sinks::informed(int operation, netsnmp_session *session, int request, netsnmp_pdu *answer, void *magic) {
@@ -116,19 +182,26 @@ int Sinks::informed(int operation, netsnmp_session *session, int request, netsnm
       --sink.in_flight;
       sink.sinks.count_lost(sink);
     }
+    if (sink.removed) {
+      sink.sinks.remove(session);
+    }
   }
   return net_snmps_callback(operation, session, request, answer, nullptr);
 }
 
 void Sinks::acknowledged(Sink &sink) {
-  sink.last_progress = Clock::now();
-  if (std::exchange(sink.silent, false)) {
-    snmp_log(LOG_WARNING, "%s acknowledges informs again: %zu were lost\n", sink.name.c_str(),
-             sink.lost - sink.reported);
-    sink.reported = sink.lost;
-  }
+  sink.last_acknowledged = Clock::now();
+  end_silence(sink);
   if (std::exchange(waiting_, false)) {
     room_();
+  }
+}
+
+void Sinks::end_silence(Sink &sink) {
+  if (std::exchange(sink.silent, false)) {
+    snmp_log(LOG_WARNING, "%s takes notifications again: %zu were lost\n", sink.name.c_str(),
+             sink.lost - sink.reported);
+    sink.reported = sink.lost;
   }
 }
 
@@ -141,7 +214,7 @@ void Sinks::count_lost(Sink &sink) {
 }
 
 void Sinks::report(Sink &sink) {
-  snmp_log(LOG_WARNING, "%zu informs to %s lost, %zu since it was configured\n", sink.lost - sink.reported,
+  snmp_log(LOG_WARNING, "%zu notifications to %s lost, %zu since it was configured\n", sink.lost - sink.reported,
            sink.name.c_str(), sink.lost);
   sink.reported = sink.lost;
   sink.last_report = Clock::now();

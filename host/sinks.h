@@ -44,13 +44,16 @@ class Sinks {
 
   // Whether the next notification may be sent. If not, `room` follows.
   bool ready();
+  // Any sink that the configuration adds. Over TCP its end must be noticed: net-snmp would go on with a session that it
+  // has freed.
+  static void add(netsnmp_session *session);
   // Sends, or drops and counts, as snmp_async_send() would: returns the number of the request, or 0 if it failed and
   // the PDU is still the caller's. Throws std::bad_alloc.
   int send(const Call &call);
   // The configuration was read again, which has closed the sessions of all sinks.
   void forget();
 
-  // Informs dropped, refused or given up since the start.
+  // Since the start: informs dropped, refused or given up, and traps that a sink over TCP had no room for.
   std::size_t lost() const { return lost_; }
 
  private:
@@ -59,17 +62,26 @@ class Sinks {
   struct Sink {
     Sinks &sinks;
     std::string name;
+    bool acknowledges;      // it gets informs
+    const int *connection;  // net-snmp's TCP socket; null over UDP
     std::size_t in_flight = 0;
     bool silent = false;
-    Clock::time_point last_progress;  // when an inform was acknowledged, or the first of those in flight was sent
+    bool removed = false;                 // its connection has ended
+    Clock::time_point last_acknowledged;  // or when the first of those in flight was sent
+    Clock::time_point last_writable;
     std::size_t lost = 0;
     std::size_t reported = 0;
     std::optional<Clock::time_point> last_report = std::nullopt;
   };
 
-  Sink &sink_of(netsnmp_session *session);
+  Sink &sink_of(const Call &call);
+  static bool has_room(Sink &sink);
+  static bool may_be_silent(const Sink &sink);
+  static int received(int operation, netsnmp_session *session, int request, netsnmp_pdu *pdu, void *magic);
   static int informed(int operation, netsnmp_session *session, int request, netsnmp_pdu *answer, void *sink);
+  void remove(const netsnmp_session *session);
   void acknowledged(Sink &sink);
+  static void end_silence(Sink &sink);
   void count_lost(Sink &sink);
   static void report(Sink &sink);
   void check_later();

@@ -49,12 +49,12 @@ def test_a_silent_sink_costs_neither_memory_nor_others(start):
         assert memory(daemon, "VmHWM") < before + 32 * 1024
         wait_until(lambda: memory(daemon, "VmRSS") < before + 4 * 1024, what="memory that is given back")
         daemon.wait_for_log(rf"UDP: \[127.0.0.1\]:{silent.getsockname()[1]}.* does not acknowledge informs")
-        daemon.wait_for_log(r"\d+ informs to UDP: \[127.0.0.1\].* lost")
+        daemon.wait_for_log(r"\d+ notifications to UDP: \[127.0.0.1\].* lost")
         assert snmpget(daemon.address, f"{TEST_BASE}.1.0")
         daemon.stop()
         lost = [int(count) for count in re.findall(r"lost, (\d+) since", daemon.log())]
         assert lost[-1] >= 19_000, "the last line says how many there were in all"
-        assert len(daemon.log().split("informs to UDP")) < 6, "not a line for each"
+        assert len(daemon.log().split("notifications to UDP")) < 6, "not a line for each"
     finally:
         collector.stop()
         silent.close()
@@ -85,9 +85,9 @@ def test_a_sink_that_comes_back_gets_what_follows(start):
         daemon = start_with_sinks(start, f"informsink {address} public")
         daemon.order("send 1 200 10")
         daemon.wait_for_log("does not acknowledge informs")
-        while "acknowledges informs again" not in daemon.log():
+        while "takes notifications again" not in daemon.log():
             acknowledge(silent)
-        assert re.search(r"acknowledges informs again: \d+ were lost", daemon.log())
+        assert re.search(r"takes notifications again: \d+ were lost", daemon.log())
         daemon.order("send 201 100 10")
         wanted = set(range(201, 301))
         while wanted:
