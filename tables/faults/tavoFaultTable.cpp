@@ -27,7 +27,7 @@ using Row = FaultRow;
 constexpr auto root = table_root(1, 1);
 
 TAVO_COLUMNS(tavoFaultTable, Row, dn, rn, affected_id, affected_object, column_6, cause, column_8, code, first_time,
-             description, column_12, sequence, last_time, column_15, occurrences, severity, previous_severity,
+             description, highest_severity, sequence, last_time, column_15, occurrences, severity, previous_severity,
              code_again, severity_again, tag, column_22);
 
 constexpr const char *serial_number_marker = "/var/snmpSerialNoEnabled";
@@ -182,7 +182,7 @@ int convert_fe_to_fault_table_entry(const void *record, FaultRow *row) {
   assign_time(row->first_time, fault.i32(FAULT_FIRST_TIME));
   assign_time(row->last_time, fault.i32(FAULT_LAST_TIME));
   row->description.assign(fault.text(FAULT_DESCRIPTION, FAULT_DESCRIPTION_SIZE));
-  row->column_12 = 6;
+  row->highest_severity = 6;
   row->sequence = {.high = row->index, .low = 0};
   row->column_15 = 0;
   row->occurrences = {fault.u8(FAULT_OCCURRENCES)};

@@ -25,8 +25,8 @@ struct FaultRow {
   std::int32_t code;
   DateAndTime first_time;
   CountedText<192> description;
-  std::int32_t column_12;  // always 6
-  CounterWords sequence;   // the fault index in the high word, 0 in the low one
+  std::int32_t highest_severity;  // always 6
+  CounterWords sequence;          // the fault index in the high word, 0 in the low one
   DateAndTime last_time;
   std::int32_t column_15;  // always 0
   Counter32 occurrences;

@@ -133,7 +133,7 @@ int create_dummy_trap_entry(FaultRow *row) {
   row->column_8.assign("unknown");
   row->code = 0;
   row->description.assign("Test Fault");
-  row->column_12 = 6;
+  row->highest_severity = 6;
   row->sequence = {.high = 1, .low = 0};
   row->column_15 = 0;
   row->occurrences = {1};

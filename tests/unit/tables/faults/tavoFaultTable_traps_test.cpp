@@ -169,7 +169,7 @@ TEST_F(FaultNotificationTest, TheTestFaultFillsTheColumnsThatAreNotSentToo) {
   EXPECT_EQ(row.column_6, 1);
   EXPECT_STREQ(row.column_8.text, "unknown");
   EXPECT_EQ(row.column_8.length, 7);
-  EXPECT_EQ(row.column_12, 6);
+  EXPECT_EQ(row.highest_severity, 6);
   EXPECT_EQ(row.column_15, 0);
   EXPECT_EQ(row.severity, 0);
   EXPECT_EQ(row.tag, 0);
