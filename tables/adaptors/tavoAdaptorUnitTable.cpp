@@ -19,8 +19,8 @@ using Row = AdaptorUnitRow;
 constexpr auto root = table_root(3, 85);
 
 TAVO_COLUMNS(tavoAdaptorUnitTable, Row, dn, rn, column_4, column_5, column_6, column_7, counter, slot, column_10,
-             product_id, oper_state, operability, bus, slot_text, column_16, column_17, presence, column_19,
-             firmware_version, serial, overtemperature, vendor, column_24, column_25, part_number);
+             product_id, oper_state, operability, bus, slot_text, perf, power, presence, revision, firmware_version,
+             serial, overtemperature, vendor, voltage, column_25, part_number);
 
 constexpr auto refresh_rules = std::to_array<RefreshRule>({
     {.cause = RefreshCause::Adaptors, .place = 1},
@@ -116,8 +116,8 @@ bool fill(Row &row, BuildDump &dump, int n) {
   if (GetAdaptorFirmwareRevision(static_cast<int>(row.slot), value) == 1) {
     copy_text(row.firmware_version, value);
   }
-  row.column_16 = 100;
-  row.column_17 = 1;
+  row.perf = 100;
+  row.power = 1;
   row.presence = 10;
   row.oper_state = 1;
   row.operability = 1;

@@ -24,15 +24,15 @@ struct AdaptorUnitRow {
   std::int32_t operability;  // 1, or 8 if too hot
   char bus[64];              // the logical I2C bus
   char slot_text[64];        // as the dump has it; need not be a number
-  std::int32_t column_16;    // always 100
-  std::int32_t column_17;    // always 1
+  std::int32_t perf;         // always 100
+  std::int32_t power;        // always 1
   std::int32_t presence;     // always 10
-  char column_19[64];
+  char revision[64];         // never filled
   char firmware_version[64];
   char serial[64];
   std::int32_t overtemperature;  // 0, or 3 if too hot
   char vendor[64];               // always "Tavolo Systems Inc"
-  std::int32_t column_24;
+  std::int32_t voltage;          // never filled
   std::int32_t column_25;
   char part_number[64];
   AdaptorUnitRow *next;
