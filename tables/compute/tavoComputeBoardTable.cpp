@@ -19,8 +19,8 @@ using Row = ComputeBoardRow;
 
 constexpr auto root = table_root(9, 6);
 
-TAVO_COLUMNS(tavoComputeBoardTable, Row, dn, rn, column_4, id, model, column_7, column_8, column_9, column_10,
-             column_11, presence, column_13, serial, column_15, vendor, column_17);
+TAVO_COLUMNS(tavoComputeBoardTable, Row, dn, rn, column_4, id, model, column_7, oper_state, operability, perf, power,
+             presence, revision, serial, thermal, vendor, voltage);
 
 constexpr TableDescription description = {
     .name = "tavoComputeBoardTable",
@@ -69,8 +69,8 @@ int initialize_board_table(void) {
   copy_text(row->rn, "board");
   row->id = 1;
   try_repeatedly([&] { return read_board_area(*row); });
-  row->column_4 = row->column_10 = row->column_15 = row->column_17 = 100;
-  row->column_7 = row->column_8 = row->column_9 = row->column_11 = 1;
+  row->column_4 = row->perf = row->thermal = row->voltage = 100;
+  row->column_7 = row->oper_state = row->operability = row->power = 1;
   row->presence = 10;
   tavoComputeBoardTable_createEntry(row.release());
   return 0;

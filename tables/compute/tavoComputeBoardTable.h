@@ -14,17 +14,17 @@ struct ComputeBoardRow {
   std::int32_t column_4;  // always 100
   std::uint32_t id;       // always 1
   char model[64];
-  std::int32_t column_7;   // always 1
-  std::int32_t column_8;   // always 1
-  std::int32_t column_9;   // always 1
-  std::int32_t column_10;  // always 100
-  std::int32_t column_11;  // always 1
-  std::int32_t presence;   // always 10
-  char column_13[64];      // always empty
+  std::int32_t column_7;     // always 1
+  std::int32_t oper_state;   // always 1
+  std::int32_t operability;  // always 1
+  std::int32_t perf;         // always 100
+  std::int32_t power;        // always 1
+  std::int32_t presence;     // always 10
+  char revision[64];         // always empty
   char serial[64];
-  std::int32_t column_15;  // always 100
+  std::int32_t thermal;  // always 100
   char vendor[64];
-  std::int32_t column_17;  // always 100
+  std::int32_t voltage;  // always 100
   ComputeBoardRow *next;
 };
 

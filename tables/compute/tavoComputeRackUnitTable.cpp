@@ -24,7 +24,7 @@ TAVO_COLUMNS(tavoComputeRackUnitTable, Row, dn, rn, power_state_a, power_known, 
              column_18, column_19, column_20, column_21, column_22, column_23, column_24, column_25, column_26,
              column_27, column_28, column_29, column_30, column_31, product_id, product_name, adaptors, cores,
              processors, column_37, column_38, threads, power_state_b, column_41, power_state_c, power_state_d,
-             column_44, presence, column_46, serial, column_48, total_memory, uuid, vendor, column_52, cores_enabled,
+             column_44, presence, revision, serial, column_48, total_memory, uuid, vendor, column_52, cores_enabled,
              memory_voltage, memory_speed, column_56);
 
 constexpr auto refresh_rules = std::to_array<RefreshRule>({

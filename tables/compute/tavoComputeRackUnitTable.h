@@ -54,7 +54,7 @@ struct RackUnitRow {
   std::int32_t power_state_d;
   char column_44[64];
   std::int32_t presence;  // always 10
-  char column_46[64];
+  char revision[64];      // never filled
   char serial[64];
   char column_48[64];
   std::uint32_t total_memory;  // MB
