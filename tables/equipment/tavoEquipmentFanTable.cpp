@@ -24,7 +24,7 @@ using Row = EquipmentFanRow;
 constexpr auto root = table_root(15, 12);
 
 TAVO_COLUMNS(tavoEquipmentFanTable, Row, dn, rn, interval_counter, id, column_6, sensor, module, oper_state,
-             operability, column_11, column_12, presence, model, revision, column_16, tray, serial, column_19);
+             operability, perf, power, presence, model, revision, thermal, tray, serial, voltage);
 
 constexpr auto refresh_rules = std::to_array<RefreshRule>({
     {.cause = RefreshCause::Fans, .place = 1},

@@ -20,15 +20,15 @@ struct EquipmentFanRow {
   std::uint32_t module;
   std::int32_t oper_state;   // 1 good, 3 faulty, 6 not present
   std::int32_t operability;  // the same
-  std::int32_t column_11;    // always 0
-  std::int32_t column_12;    // always 0
+  std::int32_t perf;         // always 0
+  std::int32_t power;        // always 0
   std::int32_t presence;     // 10 present, 11 absent, 30 undetermined
   char model[64];            // always "unknown"
   char revision[64];         // always "unknown"
-  std::int32_t column_16;    // always 0
+  std::int32_t thermal;      // always 0
   std::uint32_t tray;        // always 1
   char serial[64];           // always "unknown"
-  std::int32_t column_19;    // always 0
+  std::int32_t voltage;      // always 0
   EquipmentFanRow *next;
 };
 

@@ -28,8 +28,8 @@ using Row = EquipmentPsuRow;
 
 constexpr auto root = table_root(15, 56);
 
-TAVO_COLUMNS(tavoEquipmentPsuTable, Row, dn, rn, interval_counter, id, model, operability, oper_state, column_9, power,
-             presence, firmware_version, serial, column_14, vendor, column_16);
+TAVO_COLUMNS(tavoEquipmentPsuTable, Row, dn, rn, interval_counter, id, model, operability, oper_state, perf, power,
+             presence, firmware_version, serial, thermal, vendor, voltage);
 
 constexpr auto refresh_rules = std::to_array<RefreshRule>({
     {.cause = RefreshCause::PowerSupplies, .place = 1},

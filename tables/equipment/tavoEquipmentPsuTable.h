@@ -17,14 +17,14 @@ struct EquipmentPsuRow {
   char model[64];
   std::int32_t operability;  // 1 good, 5 faulty or off, 6 absent
   std::int32_t oper_state;   // 1 good, 3 faulty or off, 6 absent
-  std::int32_t column_9;     // always 0
+  std::int32_t perf;         // always 0
   std::int32_t power;        // 4 on, 5 faulty or off, 6 absent
   std::int32_t presence;     // 10 present, 11 absent
   char firmware_version[64];
   char serial[64];
-  std::int32_t column_14;  // always 0
-  char vendor[64];         // always "unknown"
-  std::int32_t column_16;  // always 0
+  std::int32_t thermal;  // always 0
+  char vendor[64];       // always "unknown"
+  std::int32_t voltage;  // always 0
   EquipmentPsuRow *next;
 };
 
