@@ -21,8 +21,8 @@ using Row = MemoryUnitRow;
 constexpr auto root = table_root(30, 11);
 
 TAVO_COLUMNS(tavoMemoryUnitTable, Row, dn, rn, array_id, bank, capacity, clock, column_8, id, column_10, location,
-             model, oper_state, operability, column_15, column_16, presence, revision, serial, column_20, speed,
-             column_22, type, vendor, visibility, column_26, width, error_correction, status);
+             model, oper_state, operability, perf, power, presence, revision, serial, column_20, speed, thermal, type,
+             vendor, visibility, voltage, width, error_correction, status);
 
 constexpr auto refresh_rules = std::to_array<RefreshRule>({
     {.cause = RefreshCause::Memory, .place = 1},

@@ -22,18 +22,18 @@ struct MemoryUnitRow {
   char model[64];            // always "unknown"
   std::int32_t oper_state;   // 1 operable, otherwise 0
   std::int32_t operability;  // 1 operable, otherwise 0
-  std::int32_t column_15;    // always 0
-  std::int32_t column_16;    // always 0
+  std::int32_t perf;         // always 0
+  std::int32_t power;        // always 0
   std::int32_t presence;     // 10 operable, otherwise 11
   char revision[64];         // always "unknown"
   char serial[64];
   std::uint32_t column_20;        // always 0
   std::uint32_t speed;            // MHz; 0 if the module is not operable
-  std::int32_t column_22;         // always 0
+  std::int32_t thermal;           // always 0
   std::int32_t type;              // always 24
   char vendor[64];                // always "unknown"
   std::int32_t visibility;        // 1 yes, 2 no, 0 anything else
-  std::int32_t column_26;         // always 0
+  std::int32_t voltage;           // always 0
   std::uint32_t width;            // bits
   std::int32_t error_correction;  // always 1
   char status[32];                // in the platform's words
