@@ -17,7 +17,7 @@ using Row = StorageVeltroCardRow;
 constexpr auto root = table_root(45, 34);
 
 TAVO_COLUMNS(tavoStorageVeltroCardTable, Row, dn, rn, column_4, column_5, column_6, column_7, column_8, column_9,
-             column_10, column_11, column_12, column_13, column_14, column_15, column_16, column_17, column_18,
+             column_10, column_11, column_12, column_13, column_14, column_15, column_16, operability, presence,
              column_19, column_20, column_21, column_22, column_23, column_24, column_25, column_26, column_27,
              column_28, column_29, column_30, column_31, column_32, column_33);
 
@@ -57,8 +57,8 @@ void fill(Row &row, std::int32_t slot, const Record &card) {
   copy_field(row.column_12, card, VELT_CARD_COLUMN_12);
   copy_field(row.column_13, card, VELT_CARD_COLUMN_13);
   copy_field(row.column_15, card, VELT_CARD_COLUMN_15);
-  row.column_17 = 1;
-  row.column_18 = 10;
+  row.operability = 1;
+  row.presence = 10;
   row.column_19 = card.u32(VELT_CARD_COLUMN_19);
   copy_field(row.column_20, card, VELT_CARD_COLUMN_20);
   copy_field(row.column_21, card, VELT_CARD_COLUMN_21);

@@ -23,9 +23,9 @@ struct StorageVeltroCardRow {
   char column_13[73];
   std::uint64_t column_14;  // always 0
   char column_15[33];
-  char column_16[1];       // always empty
-  std::int32_t column_17;  // always 1
-  std::int32_t column_18;  // always 10
+  char column_16[1];         // always empty
+  std::int32_t operability;  // always 1
+  std::int32_t presence;     // always 10
   std::uint32_t column_19;
   char column_20[33];
   char column_21[33];

@@ -17,7 +17,7 @@ using Row = StorageVeltroControllerRow;
 constexpr auto root = table_root(45, 35);
 
 TAVO_COLUMNS(tavoStorageVeltroControllerTable, Row, dn, rn, column_4, column_5, column_6, column_7, column_8, column_9,
-             column_10, column_11, column_12, column_13, column_14, column_15, column_16, column_17, column_18,
+             oper_state, operability, column_12, column_13, column_14, column_15, column_16, presence, column_18,
              column_19, column_20, column_21, column_22, column_23, column_24, column_25, column_26, column_27,
              column_28, column_29, column_30, column_31, column_32, column_33, column_34, column_35, column_36,
              column_37, column_38, column_39, column_40, column_41, column_42, column_43, column_44, mode, column_46);
@@ -54,12 +54,12 @@ void fill(Row &row, const Record &controller) {
   row.column_6 = value_of(flag_values, controller.u32(VELT_CONTROLLER_COLUMN_6));
   row.column_7 = 1;
   copy_field(row.column_8, controller, VELT_CONTROLLER_COLUMN_8);
-  row.column_10 = 1;
-  row.column_11 = 1;
+  row.oper_state = 1;
+  row.operability = 1;
   row.column_14 = 100;
   row.column_15 = controller.u32(VELT_CONTROLLER_COLUMN_15);
   row.column_16 = 100;
-  row.column_17 = 10;
+  row.presence = 10;
   row.column_18 = controller.u32(VELT_CONTROLLER_COLUMN_18);
   row.column_19 = controller.i32(VELT_CONTROLLER_COLUMN_19);
   row.column_20 = controller.u32(VELT_CONTROLLER_COLUMN_20);

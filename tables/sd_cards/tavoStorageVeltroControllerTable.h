@@ -16,15 +16,15 @@ struct StorageVeltroControllerRow {
   std::int32_t column_6;
   std::uint32_t column_7;  // always 1
   char column_8[33];
-  char column_9[1];        // always empty
-  std::int32_t column_10;  // always 1
-  std::int32_t column_11;  // always 1
-  char column_12[1];       // always empty
-  char column_13[1];       // always empty
-  std::int32_t column_14;  // always 100
+  char column_9[1];          // always empty
+  std::int32_t oper_state;   // always 1
+  std::int32_t operability;  // always 1
+  char column_12[1];         // always empty
+  char column_13[1];         // always empty
+  std::int32_t column_14;    // always 100
   std::uint32_t column_15;
   std::int32_t column_16;  // always 100
-  std::int32_t column_17;  // always 10
+  std::int32_t presence;   // always 10
   std::uint32_t column_18;
   std::int32_t column_19;
   std::uint32_t column_20;

@@ -20,7 +20,7 @@ using Row = StorageVeltroDriveRow;
 constexpr auto root = table_root(45, 36);
 
 TAVO_COLUMNS(tavoStorageVeltroDriveTable, Row, dn, rn, column_4, column_5, column_6, column_7, kind, number, name,
-             name_again, column_12, column_13, column_14, column_15, column_16, column_17, column_18, number_again,
+             name_again, column_12, column_13, operability, presence, column_16, column_17, column_18, number_again,
              column_20, column_21, column_22, column_23, column_24, column_25);
 
 constexpr TableDescription description = {
@@ -149,8 +149,8 @@ void fill(Row &row, const Record &partition, std::uint32_t mode) {
   copy_field(row.name_again, partition, VELT_PARTITION_NAME);
   row.kind = kind_of(row.name, row.number, mode);
   row.column_12 = partition.u64(VELT_PARTITION_COLUMN_12);
-  row.column_14 = 1;
-  row.column_15 = 10;
+  row.operability = 1;
+  row.presence = 10;
   copy_field(row.column_16, partition, VELT_PARTITION_COLUMN_16);
   copy_field(row.column_17, partition, VELT_PARTITION_COLUMN_17);
   row.column_18 = partition.u64(VELT_PARTITION_COLUMN_18);

@@ -20,9 +20,9 @@ struct StorageVeltroDriveRow {
   char name[33];
   char name_again[33];
   std::uint64_t column_12;
-  char column_13[1];       // always empty
-  std::int32_t column_14;  // always 1
-  std::int32_t column_15;  // always 10
+  char column_13[1];         // always empty
+  std::int32_t operability;  // always 1
+  std::int32_t presence;     // always 10
   char column_16[33];
   char column_17[33];
   std::uint64_t column_18;

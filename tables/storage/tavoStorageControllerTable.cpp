@@ -16,9 +16,8 @@ using Row = StorageControllerRow;
 
 constexpr auto root = table_root(45, 1);
 
-TAVO_COLUMNS(tavoStorageControllerTable, Row, dn, rn, id, description, column_6, column_7, column_8, location,
-             column_10, column_11, column_12, column_13, column_14, column_15, column_16, column_17, column_18,
-             column_19);
+TAVO_COLUMNS(tavoStorageControllerTable, Row, dn, rn, id, description, oper_state, operability, column_8, location,
+             perf, power, presence, revision, serial, thermal, column_16, vendor, voltage, type);
 
 constexpr TableDescription description = {
     .name = "tavoStorageControllerTable",
@@ -49,16 +48,16 @@ void fill(Row &row, const ControllerRecord &controller) {
   write_controller_rn(row.rn, location);
   row.id = controller.u32(STOR_CONTROLLER_ID);
   copy_known_text(row.description, controller.text(STOR_CONTROLLER_DESCRIPTION, STOR_CONTROLLER_DESCRIPTION_SIZE));
-  row.column_6 = controller.u32(STOR_CONTROLLER_FAULTY) != 0 ? 2 : 1;
-  row.column_7 = row.column_6;
+  row.oper_state = controller.u32(STOR_CONTROLLER_FAULTY) != 0 ? 2 : 1;
+  row.operability = row.oper_state;
   copy_text(row.column_8, "unknown");
   copy_text(row.location, location);
-  row.column_12 = 10;
-  copy_known_text(row.column_13, controller.text(STOR_CONTROLLER_COLUMN_13, STOR_TEXT_SIZE));
-  copy_known_text(row.column_14, controller.text(STOR_CONTROLLER_COLUMN_14, STOR_TEXT_SIZE));
+  row.presence = 10;
+  copy_known_text(row.revision, controller.text(STOR_CONTROLLER_COLUMN_13, STOR_TEXT_SIZE));
+  copy_known_text(row.serial, controller.text(STOR_CONTROLLER_COLUMN_14, STOR_TEXT_SIZE));
   row.column_16 = 1;
-  copy_known_text(row.column_17, controller.text(STOR_CONTROLLER_COLUMN_17, STOR_TEXT_SIZE));
-  copy_known_text(row.column_19, controller.text(STOR_CONTROLLER_COLUMN_19, STOR_LONG_TEXT_SIZE));
+  copy_known_text(row.vendor, controller.text(STOR_CONTROLLER_COLUMN_17, STOR_TEXT_SIZE));
+  copy_known_text(row.type, controller.text(STOR_CONTROLLER_COLUMN_19, STOR_LONG_TEXT_SIZE));
 }
 
 }  // namespace

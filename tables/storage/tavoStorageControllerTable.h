@@ -13,20 +13,20 @@ struct StorageControllerRow {
   char rn[54];
   std::uint32_t id;
   char description[64];
-  std::int32_t column_6;  // 2 if the controller has a fault, otherwise 1
-  std::int32_t column_7;  // the same
-  char column_8[8];       // always "unknown"
+  std::int32_t oper_state;   // 2 if the controller has a fault, otherwise 1
+  std::int32_t operability;  // the same
+  char column_8[8];          // always "unknown"
   char location[58];
-  std::int32_t column_10;  // always 0
-  std::int32_t column_11;  // always 0
-  std::int32_t column_12;  // always 10
-  char column_13[33];
-  char column_14[33];
-  std::int32_t column_15;  // always 0
+  std::int32_t perf;      // always 0
+  std::int32_t power;     // always 0
+  std::int32_t presence;  // always 10
+  char revision[33];
+  char serial[33];
+  std::int32_t thermal;    // always 0
   std::int32_t column_16;  // always 1
-  char column_17[33];
-  std::int32_t column_18;  // always 0
-  char column_19[64];
+  char vendor[33];
+  std::int32_t voltage;  // always 0
+  char type[64];
   StorageControllerRow *next;
 };
 

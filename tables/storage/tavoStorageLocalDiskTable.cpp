@@ -23,7 +23,7 @@ using Row = StorageLocalDiskRow;
 constexpr auto root = table_root(45, 4);
 
 TAVO_COLUMNS(tavoStorageLocalDiskTable, Row, dn, rn, column_4, connection, slot, media, capacity, operability, presence,
-             column_11, column_12, column_13, name, column_15, column_16, column_17, state, column_19, column_20);
+             model, revision, blocks, name, column_15, column_16, column_17, state, link, column_20);
 
 constexpr TableDescription description = {
     .name = "tavoStorageLocalDiskTable",
@@ -128,12 +128,12 @@ void fill(Row &row, const Record &drive) {
   row.capacity = drive.u64(STOR_DRIVE_CAPACITY_WORD);
   row.operability = state.operability;
   row.presence = state.presence;
-  copy_text(row.column_11, drive.text(STOR_DRIVE_COLUMN_11, STOR_TEXT_SIZE));
-  copy_text(row.column_12, drive.text(STOR_DRIVE_COLUMN_12, STOR_TEXT_SIZE));
-  row.column_13 = drive.u64(STOR_DRIVE_COLUMN_13);
+  copy_text(row.model, drive.text(STOR_DRIVE_COLUMN_11, STOR_TEXT_SIZE));
+  copy_text(row.revision, drive.text(STOR_DRIVE_COLUMN_12, STOR_TEXT_SIZE));
+  row.blocks = drive.u64(STOR_DRIVE_COLUMN_13);
   copy_text(row.name, drive.text(STOR_DRIVE_NAME, STOR_TEXT_SIZE));
   row.state = state.state;
-  row.column_19 = drive.i32(STOR_DRIVE_COLUMN_19);
+  row.link = drive.i32(STOR_DRIVE_COLUMN_19);
 }
 
 void fill_placeholder(Row &row) {

@@ -16,18 +16,18 @@ struct StorageLocalDiskRow {
   std::int32_t connection;
   std::uint32_t slot;
   char media[8];
-  std::uint64_t capacity;
+  std::uint64_t capacity;  // octets
   std::int32_t operability;
   std::int32_t presence;  // 10 present, 11 absent
-  char column_11[33];
-  char column_12[33];
-  std::uint64_t column_13;
+  char model[33];
+  char revision[33];
+  std::uint64_t blocks;
   char name[33];
   std::int32_t column_15;  // 2 for an empty slot, otherwise 0
   char column_16[1];       // always empty
   std::int32_t column_17;  // always 0
   std::int32_t state;
-  std::int32_t column_19;
+  std::int32_t link;       // the storage agent's code
   std::int32_t column_20;  // always 0
   StorageLocalDiskRow *next;
 };

@@ -17,8 +17,8 @@ using Row = StorageLocalLunRow;
 
 constexpr auto root = table_root(45, 8);
 
-TAVO_COLUMNS(tavoStorageLocalLunTable, Row, dn, rn, column_4, column_5, number, column_7, column_8, operability,
-             presence, column_11, column_12, column_13, type, column_15);
+TAVO_COLUMNS(tavoStorageLocalLunTable, Row, dn, rn, column_4, column_5, number, column_7, capacity, operability,
+             presence, column_11, column_12, blocks, type, column_15);
 
 constexpr TableDescription description = {
     .name = "tavoStorageLocalLunTable",
@@ -66,12 +66,12 @@ void fill(Row &row, const ControllerRecord &controller, std::size_t number) {
   format_text(row.rn, "vd-%u", row.number);
   write_dn_on_controller(row.dn, controller.location(), row.rn);
   copy_text(row.column_7, "unknown");
-  row.column_8 = volume.u64(STOR_VOLUME_COLUMN_8);
+  row.capacity = volume.u64(STOR_VOLUME_COLUMN_8);
   row.operability = value_of(operability_values, state);
   row.presence = value_of(presence_values, state);
   copy_text(row.column_11, "unknown");
   copy_text(row.column_12, "unknown");
-  row.column_13 = volume.u64(STOR_VOLUME_COLUMN_13);
+  row.blocks = volume.u64(STOR_VOLUME_COLUMN_13);
   row.type = value_of(type_values, volume.u32(STOR_VOLUME_TYPE));
   copy_text(row.column_15, "unknown");
 }

@@ -15,12 +15,12 @@ struct StorageLocalLunRow {
   std::int32_t column_5;   // always 0
   std::uint32_t number;    // from 0, within its controller
   char column_7[8];        // always "unknown"
-  std::uint64_t column_8;
+  std::uint64_t capacity;  // octets
   std::int32_t operability;
   std::int32_t presence;  // 10 present, 0 unknown
   char column_11[8];      // always "unknown"
   char column_12[8];      // always "unknown"
-  std::uint64_t column_13;
+  std::uint64_t blocks;
   std::int32_t type;
   char column_15[8];  // always "unknown"
   StorageLocalLunRow *next;

@@ -102,16 +102,16 @@ TEST_F(StorageControllerTableTest, TextsThatFillTheirFieldsAreCut) {
   EXPECT_EQ(row.rn, "storage-SAS-" + std::string(41, 'l')) << "53 characters";
   EXPECT_EQ(row.description, std::string(63, 'd'));
   EXPECT_EQ(row.location, std::string(57, 'l'));
-  EXPECT_EQ(row.column_13, std::string(32, 'm'));
-  EXPECT_EQ(row.column_14, std::string(32, 'n'));
-  EXPECT_EQ(row.column_17, std::string(32, 'q'));
-  EXPECT_EQ(row.column_19, std::string(63, 's'));
+  EXPECT_EQ(row.revision, std::string(32, 'm'));
+  EXPECT_EQ(row.serial, std::string(32, 'n'));
+  EXPECT_EQ(row.vendor, std::string(32, 'q'));
+  EXPECT_EQ(row.type, std::string(63, 's'));
 }
 
 TEST_F(StorageControllerTableTest, AnyNonzeroFaultWordCounts) {
   rebuild({controller("").number(STOR_CONTROLLER_FAULTY, 0x01000000)});
-  EXPECT_EQ(tavoStorageControllerTable_head->column_6, 2);
-  EXPECT_EQ(tavoStorageControllerTable_head->column_7, 2);
+  EXPECT_EQ(tavoStorageControllerTable_head->oper_state, 2);
+  EXPECT_EQ(tavoStorageControllerTable_head->operability, 2);
 }
 
 }  // namespace

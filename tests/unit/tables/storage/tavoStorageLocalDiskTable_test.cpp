@@ -346,8 +346,8 @@ TEST_F(StorageLocalDiskTableTest, TextsThatFillTheirFieldsAreKeptWhole) {
                                                  .text(STOR_DRIVE_COLUMN_12, std::string(32, 'b'))})});
   const auto &row = *tavoStorageLocalDiskTable_head;
   EXPECT_EQ(row.name, std::string(32, 'n'));
-  EXPECT_EQ(row.column_11, std::string(32, 'a'));
-  EXPECT_EQ(row.column_12, std::string(32, 'b'));
+  EXPECT_EQ(row.model, std::string(32, 'a'));
+  EXPECT_EQ(row.revision, std::string(32, 'b'));
   EXPECT_EQ(row.dn, "sys/rack-unit-1/board/storage-SAS-" + std::string(29, 'l')) << "63 characters";
 }
 
