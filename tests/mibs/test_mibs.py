@@ -35,14 +35,37 @@ def names_by_oid():
     return {oid: name for name, oid in re.findall(r'"([^"]+)"\s+"([\d.]+)"', listing.stdout)}
 
 
+# What smilint says at its pickiest and nothing can be done about.
+ACCEPTED = {
+    # Managers need the index of a fault, which the notifications carry.
+    "TAVO-FAULT-MIB": {"index-element-accessible"},
+    # Textual conventions are for other modules; see test_every_textual_convention_is_used.
+    "TAVO-MIB": {"type-unref"},
+    "SNMPv2-TC": {"type-unref"},
+    # The base types themselves.
+    "SNMPv2-SMI": {"identifier-basetype-redefined", "type-without-format"},
+}
+
+
 @pytest.mark.parametrize("module", [*MODULES, *sorted((MIBS / "base").iterdir())], ids=lambda path: path.name)
 def test_module_is_correct(module):
     environment = dict(os.environ, SMIPATH=f"{MIBS}:{MIBS / 'base'}")
     lint = subprocess.run(
-        ["smilint", "-s", "-l", "3", module], env=environment, capture_output=True, text=True, check=False
+        ["smilint", "-m", "-l", "6", module], env=environment, capture_output=True, text=True, check=False
     )
-    assert lint.stdout + lint.stderr == ""
+    lines = (lint.stdout + lint.stderr).splitlines()
+    tags = [re.search(r"{([\w-]+)}|$", line)[1] for line in lines]
+    assert [line for line, tag in zip(lines, tags) if tag not in ACCEPTED.get(module.name, set())] == []
     assert lint.returncode == 0
+
+
+def test_every_textual_convention_is_used():
+    texts = {module.name: module.read_text() for module in MODULES}
+    defined = {name: module for module, text in texts.items()
+               for name in re.findall(r"^(\w+) ::= TEXTUAL-CONVENTION$", text, re.MULTILINE)}
+    assert len(defined) > 10
+    used = {name for text in texts.values() for name in re.findall(r"^    SYNTAX +(\w+)", text, re.MULTILINE)}
+    assert set(defined) - used == set()
 
 
 @pytest.mark.parametrize("module", MODULES, ids=lambda path: path.name)

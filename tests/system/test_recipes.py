@@ -76,7 +76,9 @@ class Copy:
     def add_to_mib(self, table):
         draft = re.sub(r"TODO ?", "A description.", self.run("scripts/draft-mib", table))
         module = self.root / "mibs/TAVO-EQUIPMENT-MIB"
-        module.write_text(re.sub(r"\nEND\n$", lambda end: f"{draft}{end[0]}", module.read_text()))
+        text = re.sub(r"\nEND\n$", lambda end: f"{draft}{end[0]}", module.read_text())
+        [group] = re.findall(r"^-- In MANDATORY-GROUPS:\n-- +(\w+)$", draft, re.MULTILINE)
+        module.write_text(re.sub(r"MANDATORY-GROUPS {", rf"\g<0>\n            {group},", text))
 
 
 @pytest.fixture(scope="module")
