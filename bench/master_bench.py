@@ -62,8 +62,8 @@ class Agents:
         shutil.rmtree(self._directory, ignore_errors=True)
 
     def hold(self, seconds):
-        self.daemon.order(f"hold 41 {seconds}")
-        self.daemon.wait_for_log("holding 41")
+        self.daemon.order(f"hold ev 41 {seconds}")
+        self.daemon.wait_for_log("holding ev 41")
 
 
 def outcome(response):

@@ -34,10 +34,15 @@ class Pair:
     def start_daemon(self):
         self.daemon = self._start(Daemon, module=TEST_MODULES / "slow_tables.so", master=self.master,
                                   REAL_MODULE=str(BUILD / "libsnmpextmibmodule.so"))
+        self._holds = 0  # by this daemon
 
     def hold(self):
-        self.daemon.order(f"hold 41 {HOLD}")
-        self.daemon.wait_for_log("holding 41")
+        self._holds += 1
+        self.daemon.order(f"hold ev 41 {HOLD}")
+        self.daemon.wait_for_log("holding ev 41", count=self._holds)
+
+    def wait_for_release(self):
+        self.daemon.wait_for_log("releasing ev 41", count=self._holds)
 
     def restart(self, victim, number):
         """Ends one of the two with this signal and starts it again. Returns when the daemon serves again."""
@@ -66,7 +71,7 @@ def test_others_are_answered_after_a_restart(start, victim, number):
             lost.send(GET, f"{PROCESSOR_DN}.{row}")
         lost.send(GET_NEXT, PROCESSOR_DN)
         lost.send(GET, f"{PROCESSOR_DN}.1", OTHER_TABLE)
-        time.sleep(0.1)  # they wait now
+        assert not lost.receive(0.1), "they wait for the lock"
         pair.restart(victim, number)
         if victim == "daemon":
             pair.hold()
@@ -90,6 +95,5 @@ def test_others_are_answered_after_a_restart(start, victim, number):
         assert {question: response.varbinds for question, response in slow.responses.items()} == {
             question: [(f"{PROCESSOR_DN}.{row}", OCTETS, f"sys/rack-unit-1/board/cpu-{row}".encode())]
             for question, row in questions.items()}
-        if victim == "master":
-            pair.daemon.wait_for_log("releasing 41")
+        pair.wait_for_release()
     assert "attempted to be re-opened" not in pair.daemon.log()
