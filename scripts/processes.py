@@ -5,11 +5,13 @@ where it waits, so no signal is lost, and none interrupts the clean-up. Commands
 """
 
 import os
+import pathlib
 import signal
 import subprocess
 import sys
 
 ENDING = {signal.SIGTERM, signal.SIGINT, signal.SIGHUP}
+_own = set()  # ids of the processes that this module has started
 _ordinary_mask = signal.pthread_sigmask(signal.SIG_BLOCK, ENDING | {signal.SIGCHLD}) - ENDING - {signal.SIGCHLD}
 
 
@@ -37,7 +39,9 @@ def _restore_signals():
 
 def start(command, **settings):
     """Starts a server program. It gets a session of its own, so that Ctrl-C does not end it before its users."""
-    return subprocess.Popen(command, start_new_session=True, preexec_fn=_restore_signals, **settings)
+    process = subprocess.Popen(command, start_new_session=True, preexec_fn=_restore_signals, **settings)
+    _own.add(process.pid)
+    return process
 
 
 def stop(process, patience):
@@ -48,6 +52,15 @@ def stop(process, patience):
     except subprocess.TimeoutExpired:
         process.kill()
         process.wait()
+
+
+def _reap_orphans():
+    """The first process of a PID namespace becomes the parent of all that lose theirs, and nobody else reaps them."""
+    if os.getpid() != 1:
+        return
+    for child in map(int, pathlib.Path("/proc/self/task/1/children").read_text(encoding="ascii").split()):
+        if child not in _own:
+            os.waitpid(child, os.WNOHANG)
 
 
 def exit_status(process):
@@ -63,9 +76,11 @@ def run(command, signal_child=os.kill, ordinary=True):
     command that is a script with this module.
     """
     process = subprocess.Popen(command, preexec_fn=_restore_signals if ordinary else None)
+    _own.add(process.pid)
     on_terminal = os.isatty(sys.stdin.fileno())
     while process.poll() is None:
         number = signal.sigwait(ENDING | {signal.SIGCHLD})
+        _reap_orphans()
         if number != signal.SIGCHLD and (number != signal.SIGINT or not on_terminal):
             signal_child(process.pid, signal.SIGTERM)
     return exit_status(process)

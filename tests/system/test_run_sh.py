@@ -17,6 +17,7 @@ import pytest
 
 from agents import BUILD, ROOT, free_port, wait_until
 from oids import OBJECTS, PROCESSOR_DN
+from server import Server
 
 # The daemon waits five seconds of its clock for the power supplies. Tests that do not look at the clock speed it up.
 QUICK = ["--speed", "20"]
@@ -360,6 +361,16 @@ def test_path_has_front_ends_and_local_programs(port):
     assert result.returncode == 0
     assert set(os.listdir("/usr/local/bin")) <= set(result.stdout.split())
     assert not os.path.exists("/usr/local/bin/datactl")
+
+
+def test_server_reaps_orphans(start):
+    """What the daemon kills leaves children whose parent has ended."""
+    server = start(Server)
+    server.run("sh", "-c", "sh -c 'sleep 0.1 & exec true' & sleep 0.3")
+
+    def zombies():
+        return [line for line in server.run("ps", "-eo", "stat,comm").stdout.splitlines() if line.startswith("Z")]
+    wait_until(lambda: not zombies(), 5, "no zombies")
 
 
 def test_boot_explains_refused_namespaces(directory):
