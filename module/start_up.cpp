@@ -5,6 +5,7 @@
 #include <iterator>
 
 #include "core/access_lock.h"
+#include "core/shortage.h"
 #include "core/table.h"
 #include "refresh/refresh_pass.h"
 #include "sources/stor_info.h"
@@ -86,6 +87,7 @@ int init_subagent_modules(void) {
   for (const Step &step : start_up) {
     if (step.table != nullptr) {
       step.table->entry_points().init();
+      look_for_shortage();
       log_done(step.table->description().started);
     } else {
       step.call();

@@ -6,6 +6,7 @@
 
 #include "core/access_lock.h"
 #include "core/class_number.h"
+#include "core/shortage.h"
 #include "refresh/storage_reload.h"
 
 namespace tavo {
@@ -76,6 +77,12 @@ void announce(const Request &request) {
 
 }  // namespace
 
+void request_every_refresh() {
+  for (const Request &request : requests_in_order) {
+    request_refresh(request.class_number);
+  }
+}
+
 RefreshRequests RefreshRequests::take() {
   RefreshRequests taken;
   acquire_inventory_lock();
@@ -96,6 +103,7 @@ void RefreshPass::serve(const RefreshRequests &requests) {
     announce(request);
     if (request.cause == RefreshCause::Storage) {
       reinit_stor_table(1);
+      look_for_shortage();
     } else {
       rebuild_for(request.cause, 0);
     }
@@ -121,6 +129,7 @@ void RefreshPass::rebuild_for(RefreshCause cause, int passes_before) {
                    (rule.only_first == 0 || passes_before < rule.only_first)) {
           rebuilt_.set(i);
           tables_[i]->build(1);
+          look_for_shortage();
         }
       }
     }

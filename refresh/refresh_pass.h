@@ -23,6 +23,9 @@ class RefreshRequests {
   std::bitset<static_cast<std::size_t>(RefreshCause::Periodic)> causes_;
 };
 
+// Marks everything as due that can be requested. Takes the inventory lock.
+void request_every_refresh();
+
 // Rebuilds each table at most once. Sleeps before some of the rebuilds, so that the platform can settle, and logs the
 // requests that it serves. A table whose rebuild fails stays as the rebuild left it until its next one. No lock is held
 // between two rebuilds.

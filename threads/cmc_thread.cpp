@@ -17,6 +17,7 @@
 #include <cstring>
 
 #include "core/background_thread.h"
+#include "core/shortage.h"
 
 namespace tavo {
 
@@ -32,6 +33,18 @@ constexpr in_port_t port = 25678;
 constexpr int backlog = 1;
 constexpr int socket_buffer_size = 65536;   // octets
 constexpr std::size_t receive_size = 1024;  // octets
+
+constexpr ThreadDescription description = {
+    .start_routine = cmc_thread,
+    .source = "cmc_thread.c",
+    .creating = "%s: Creating CMC thread\n",
+    .create_failed = "Unable to create CMC thread\n",
+    .stopping = "Stopping CMCThread\n",
+    .join_failed = "Unable to join CMC thread\n",
+    .exited = "CMCThread exited\n",
+};
+
+constinit BackgroundThread thread(description);
 
 class BlockGuard {
  public:
@@ -106,7 +119,7 @@ void push_block() {
 }
 
 bool accept_connection() {
-  int descriptor = accept4(listener(), nullptr, nullptr, SOCK_CLOEXEC);
+  int descriptor = accept_when_possible(listener(), "cmc_thread", thread);
   if (descriptor < 0) {
     return fail("\nAccept failed\n");
   }
@@ -170,18 +183,6 @@ struct KeepaliveOption {
   int value;
   const char *failure;  // %s: the error's text
 };
-
-constexpr ThreadDescription description = {
-    .start_routine = cmc_thread,
-    .source = "cmc_thread.c",
-    .creating = "%s: Creating CMC thread\n",
-    .create_failed = "Unable to create CMC thread\n",
-    .stopping = "Stopping CMCThread\n",
-    .join_failed = "Unable to join CMC thread\n",
-    .exited = "CMCThread exited\n",
-};
-
-constinit BackgroundThread thread(description);
 
 }  // namespace
 

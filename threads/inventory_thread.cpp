@@ -7,6 +7,7 @@
 #include "core/access_lock.h"
 #include "core/background_thread.h"
 #include "core/class_number.h"
+#include "core/shortage.h"
 #include "refresh/refresh_pass.h"
 #include "tables/storage/tavoStorageLocalDiskTable.h"
 
@@ -55,6 +56,10 @@ void keep_fresh() {
   sleep(60);
   while (thread.is_running()) {
     if (seconds_so_far() - last_check > 10) {
+      if (shortage_is_over()) {
+        snmp_log(LOG_WARNING, "file descriptors are free again: rebuilding the tables\n");
+        request_every_refresh();
+      }
       RefreshPass pass(all_tables());
       pass.serve(RefreshRequests::take());
       if (seconds_so_far() - last_periodic > 100) {

@@ -10,6 +10,7 @@
 
 #include "core/background_thread.h"
 #include "core/descriptor.h"
+#include "core/shortage.h"
 #include "platform/storage_client.h"
 #include "refresh/storage_reload.h"
 
@@ -72,7 +73,7 @@ void log_message(const Descriptor &peer) {
 }
 
 void serve_next_peer(Descriptor &listener) {
-  Descriptor peer(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+  Descriptor peer(accept_when_possible(listener.get(), thread_name, thread));
   if (!peer) {
     const int error = errno;
     listener = Descriptor();

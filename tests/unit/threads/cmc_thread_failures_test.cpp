@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/fakes/clock.h"
 #include "tests/fakes/net_snmp.h"
 #include "tests/fakes/sockets.h"
 #include "tests/fakes/threads.h"
@@ -105,7 +106,7 @@ TEST_P(CmcThreadFailureTest, IsLoggedAsAnErrorAndEndsTheThread) {
 }
 
 TEST_F(CmcThreadTest, AFailedAcceptEndsTheThread) {
-  fakes::fail_next_socket_call("accept4", EMFILE);
+  fakes::fail_next_socket_call("accept4", EPERM);
   ASSERT_EQ(create_cmc_thread(), 0);
   const int peer = connect_client();
   join_cmc_thread();
@@ -115,6 +116,34 @@ TEST_F(CmcThreadTest, AFailedAcceptEndsTheThread) {
   EXPECT_EQ(sock_fd, -1);
   EXPECT_EQ(data_fd, -1);
   EXPECT_EQ(receive(peer, 1), "") << "the listening socket is closed";
+  close(peer);
+}
+
+TEST_F(CmcThreadTest, APeerWaitsUntilADescriptorIsFree) {
+  const fakes::FakeClock clock;
+  set_block("block");
+  fakes::fail_next_socket_call("accept4", EMFILE);
+  start();
+  const int peer = connect_client();
+  EXPECT_EQ(receive(peer, 5), "block");
+  EXPECT_THAT(clock.sleeps(), ElementsAre(1));
+  EXPECT_EQ(fakes::log_lines().at(1),
+            (LogLine{LOG_WARNING, "cmc_thread: no file descriptor is free for a connection, which has to wait\n"}));
+  close(peer);
+}
+
+TEST_F(CmcThreadTest, AStopEndsTheWaitForADescriptor) {
+  fakes::FakeClock clock;
+  clock.on_sleep([](unsigned) {
+    fakes::fail_next_socket_call("accept4", EMFILE);
+    stop_cmc_thread();
+  });
+  fakes::fail_next_socket_call("accept4", EMFILE);
+  ASSERT_EQ(create_cmc_thread(), 0);
+  const int peer = connect_client();
+  join_cmc_thread();
+  EXPECT_THAT(fakes::log_lines(), testing::Contains(LogLine{LOG_ERR, "\nAccept failed\n"}));
+  EXPECT_EQ(sock_fd, -1);
   close(peer);
 }
 

@@ -1,6 +1,7 @@
 #include "threads/inventory_thread.h"
 
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -262,6 +263,39 @@ TEST_F(InventoryThreadLifeTest, ASilentToolDoesNotMatterWithoutDrives) {
   raise(class_number::storage);
   run_until(500, [](unsigned) {});
   EXPECT_EQ(std::ranges::count(shell.commands(), drive_slots), 1);
+}
+
+// While it lives, the process gets no further descriptor.
+class NoDescriptors {
+ public:
+  NoDescriptors() {
+    getrlimit(RLIMIT_NOFILE, &before_);
+    const rlimit none = {.rlim_cur = 0, .rlim_max = before_.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+  }
+  ~NoDescriptors() { setrlimit(RLIMIT_NOFILE, &before_); }
+  NoDescriptors(const NoDescriptors &) = delete;
+  NoDescriptors &operator=(const NoDescriptors &) = delete;
+
+ private:
+  rlimit before_{};
+};
+
+TEST_F(InventoryThreadLifeTest, TablesBuiltWithoutDescriptorsAreBuiltAgain) {
+  raise(class_number::system_fan);
+  auto shortage = std::make_unique<NoDescriptors>();
+  run_until(300, [&](unsigned) {
+    if (elapsed() >= 100) {
+      shortage.reset();
+    }
+  });
+  const auto lines = fakes::log_texts();
+  for (const char *served : {"FAN refresh requested\n", "PSU refresh requested\n", "MEM refresh requested\n",
+                             "CPU refresh requested\n", "ADAPTOR refresh requested\n"}) {
+    EXPECT_EQ(std::ranges::count(lines, served), served[0] == 'F' ? 2 : 1) << served;
+  }
+  EXPECT_EQ(fakes::opens_of("/var/stor_info_data"), 1);
+  EXPECT_EQ(std::ranges::count(fakes::log_lines(), LOG_WARNING, &LogLine::priority), 2) << "short, and no longer";
 }
 
 TEST_F(InventoryThreadLifeTest, AllItsLinesAreForDebugging) {

@@ -22,6 +22,7 @@
 #include "tables/sd_cards/tavoStorageVeltroCardTable.h"
 #include "tables/sd_cards/tavoStorageVeltroControllerTable.h"
 #include "tables/sd_cards/tavoStorageVeltroDriveTable.h"
+#include "tests/fakes/clock.h"
 #include "tests/fakes/files.h"
 #include "tests/fakes/net_snmp.h"
 #include "tests/fakes/sockets.h"
@@ -273,17 +274,31 @@ TEST_F(VeltEventThreadTest, WhenItCannotListenTheThreadClosesItsSocketAndEnds) {
 }
 
 TEST_F(VeltEventThreadTest, WhenItCannotAcceptTheThreadClosesItsSocketAndEnds) {
-  fakes::fail_next_socket_call("accept4", EMFILE);
+  fakes::fail_next_socket_call("accept4", EPERM);
   EXPECT_THAT(log_of_a_failed_thread(),
-              ElementsAre(initiated, LogLine{LOG_ERR, "velt_thread: accept() failed: Too many open files\n"}));
+              ElementsAre(initiated, LogLine{LOG_ERR, "velt_thread: accept() failed: Operation not permitted\n"}));
   EXPECT_EQ(fcntl(fakes::opened_sockets()[0].descriptor, F_GETFD), -1);
+}
+
+TEST_F(VeltEventThreadTest, APeerWaitsUntilADescriptorIsFree) {
+  const fakes::FakeClock clock;
+  fakes::fail_next_socket_call("accept4", ENFILE);
+  start();
+  send_message("x");
+  ASSERT_TRUE(wait_for_rebuilds(1));
+  EXPECT_THAT(clock.sleeps(), ElementsAre(1));
+  EXPECT_THAT(
+      fakes::log_texts(),
+      ElementsAre(initiated.text, "velt_thread: no file descriptor is free for a connection, which has to wait\n",
+                  "velt_thread: x\n", triggered.text));
+  stop_and_join();
 }
 
 TEST_F(VeltEventThreadTest, AThreadThatFailedLeavesTheTablesAsTheyWere) {
   storage_lock.acquire();
   initialize_velt_controller_table(1);
   storage_lock.release();
-  fakes::fail_next_socket_call("accept4", EMFILE);
+  fakes::fail_next_socket_call("accept4", EPERM);
   log_of_a_failed_thread();
   EXPECT_EQ(rows(tavoStorageVeltroControllerTable_head), 1U);
   EXPECT_THAT(fakes::velt_requests(), IsEmpty());

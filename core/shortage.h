@@ -1,0 +1,18 @@
+// What to do while the process, or the machine, has no file descriptor free.
+#pragma once
+
+#include "core/background_thread.h"
+
+namespace tavo {
+
+// accept4() with close-on-exec; but while no descriptor is free, tries again every second as long as `thread` is to
+// run: the peer waits in the backlog. Logs once that it waits for one, as `name`.
+int accept_when_possible(int listener, const char *name, const BackgroundThread &thread);
+
+// Called when a table has been built: remembers whether the builder may have lacked descriptors for files and tools.
+// Start-up calls the following two, then the inventory refresh thread alone.
+void look_for_shortage();
+// True once a remembered shortage is over: the tables built meanwhile may lack rows or values.
+bool shortage_is_over();
+
+}  // namespace tavo
