@@ -110,6 +110,7 @@ FILE *__real_fopen(const char *path, const char *mode);
 int __real_access(const char *path, int mode);
 int __real_unlink(const char *path);
 int __real_stat(const char *path, struct stat *status);
+int __real_rename(const char *from, const char *to);
 
 int __wrap_open(const char *path, int flags, ...) {
   va_list arguments;
@@ -137,6 +138,10 @@ int __wrap_access(const char *path, int mode) {
 
 int __wrap_unlink(const char *path) {
   return __real_unlink(FakeFiles::real_path(path).c_str());
+}
+
+int __wrap_rename(const char *from, const char *to) {
+  return __real_rename(FakeFiles::real_path(from).c_str(), FakeFiles::real_path(to).c_str());
 }
 
 int __wrap_stat(const char *path, struct stat *status) {

@@ -260,10 +260,46 @@ TEST_F(VeltEventThreadTest, WhenItCannotBindTheThreadClosesItsSocketAndEnds) {
   EXPECT_THAT(fakes::backlogs(), IsEmpty());
 }
 
-TEST_F(VeltEventThreadTest, ADirectoryAtThePathPreventsBinding) {
-  files_.make_directory(VELT_SOCKET_PATH);
-  EXPECT_THAT(log_of_a_failed_thread(),
-              ElementsAre(initiated, LogLine{LOG_ERR, "velt_thread: bind() failed: Address already in use\n"}));
+TEST_F(VeltEventThreadTest, ADirectoryAtThePathIsMovedAside) {
+  files_.write(std::string(VELT_SOCKET_PATH) + "/keeps-it-from-being-removed", "");
+  start();
+  send_message("x");
+  ASSERT_TRUE(wait_for_rebuilds(1));
+  stop_and_join();
+  EXPECT_THAT(fakes::log_lines().at(1).text,
+              testing::StartsWith("velt_thread: a directory stood at "
+                                  "/tmp/snmp_velt_sock and is now /tmp/snmp_velt_sock."));
+}
+
+TEST_F(VeltEventThreadTest, APathThatIsTakenAgainAtOnceIsClearedAgain) {
+  fakes::fail_next_socket_call("bind", EADDRINUSE);
+  start();
+  send_message("x");
+  EXPECT_TRUE(wait_for_rebuilds(1));
+  stop_and_join();
+}
+
+TEST_F(VeltEventThreadTest, OnlyOwnerAndGroupMayConnectWhateverTheUmask) {
+  const mode_t before = umask(0);
+  start();
+  send_message("x");
+  ASSERT_TRUE(wait_for_rebuilds(1));
+  umask(before);
+  struct stat socket_file;
+  ASSERT_EQ(stat(fakes::FakeFiles::real_path(VELT_SOCKET_PATH).c_str(), &socket_file), 0);
+  EXPECT_EQ(socket_file.st_mode & 07777, 0660U);
+  stop_and_join();
+}
+
+TEST_F(VeltEventThreadTest, ASilentPeerDoesNotKeepTheNextWaiting) {
+  start();
+  const Descriptor silent = connect_to_thread();
+  send_message("x");
+  ASSERT_TRUE(wait_for_rebuilds(2)) << "one for each";
+  EXPECT_THAT(fakes::log_lines(),
+              ElementsAre(initiated, LogLine{LOG_ERR, "velt_thread:recv() failed: Resource temporarily unavailable\n"},
+                          triggered, LogLine{LOG_DEBUG, "velt_thread: x\n"}, triggered));
+  stop_and_join();
 }
 
 TEST_F(VeltEventThreadTest, WhenItCannotListenTheThreadClosesItsSocketAndEnds) {
