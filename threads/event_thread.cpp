@@ -100,6 +100,7 @@ void keep_table_in_step() {
       reconnect(connection);
     }
   }
+  close(connection);
 }
 
 }  // namespace

@@ -125,9 +125,6 @@ int careless_listens() {
 
 void reset_fault_engine() {
   const std::scoped_lock lock(mutex);
-  if (!connections.empty()) {
-    close(connections.back());
-  }
   calls.clear();
   active.clear();
   announced_count.reset();

@@ -243,6 +243,13 @@ TEST_F(EventThreadTest, AListThatHasBecomeEmptyIsNotReadAgain) {
   EXPECT_THAT(fakes::log_texts(), Contains("Reached end of SEL info from FE\n").Times(1));
 }
 
+TEST_F(EventThreadTest, TheConnectionIsClosedWhenTheThreadEnds) {
+  start_warm();
+  EXPECT_TRUE(fakes::connection_is_open(1));
+  end();
+  EXPECT_FALSE(fakes::connection_is_open(1));
+}
+
 TEST_F(EventThreadTest, AnErrorWhileListeningIsListenedOver) {
   start_warm();
   tell_result(-1, EINTR);
