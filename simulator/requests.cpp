@@ -21,6 +21,15 @@ json refused() {
   return {{"result", no_such_record}};
 }
 
+// A number of the request. Not get<>() alone, which also converts what is not a whole number, however large.
+std::int64_t integer(const json &request, const char *name) {
+  const json &number = request.at(name);
+  if (!number.is_number_integer()) {
+    throw BadInput(std::string(name) + ": a whole number is expected");
+  }
+  return number.get<std::int64_t>();
+}
+
 json binary(const Record &record) {
   const auto *octets = reinterpret_cast<const std::uint8_t *>(record.data());
   return json::binary(std::vector<std::uint8_t>(octets, octets + record.size()));
@@ -60,7 +69,7 @@ const Part *find_sensor(const Inventory &inventory, std::int64_t number) {
 
 json sensor(Machine &machine, const json &request) {
   return machine.read([&](const Inventory &inventory) -> json {
-    const Part *found = find_sensor(inventory, request.at("number").get<std::int64_t>());
+    const Part *found = find_sensor(inventory, integer(request, "number"));
     if (found == nullptr) {
       return refused();
     }
@@ -70,7 +79,7 @@ json sensor(Machine &machine, const json &request) {
 
 json presence(Machine &machine, const json &request) {
   return machine.read([&](const Inventory &inventory) -> json {
-    const Part *found = find_sensor(inventory, request.at("number").get<std::int64_t>());
+    const Part *found = find_sensor(inventory, integer(request, "number"));
     return {{"result", 0}, {"code", found != nullptr ? found->number("presence") : unspecified_error}};
   });
 }
@@ -95,7 +104,7 @@ json fru_board(Machine &machine, const json &request) {
 
 json fru_product(Machine &machine, const json &request) {
   return machine.read([&](const Inventory &inventory) -> json {
-    const auto instance = request.at("instance").get<std::int64_t>();
+    const auto instance = integer(request, "instance");
     if (request.at("type") != FRU_TYPE_POWER_SUPPLY || instance < 1 ||
         instance > static_cast<std::int64_t>(inventory.supplies.size())) {
       return refused();
@@ -111,8 +120,8 @@ json fru_product(Machine &machine, const json &request) {
 }
 
 json fault_records(Machine &machine, const json &request) {
-  const auto start = request.at("start").get<std::int64_t>();
-  const auto count = request.at("count").get<std::int64_t>();
+  const auto start = integer(request, "start");
+  const auto count = integer(request, "count");
   if (start < 0 || count < 0) {
     return refused();
   }
@@ -151,7 +160,7 @@ std::optional<Record> sd_buffer(const SdCards &sd, std::uint32_t kind) {
 
 json sd_cards(Machine &machine, const json &request) {
   constexpr const char *only_controller = "Veltro-0";
-  const auto kind = request.at("kind").get<std::uint32_t>();
+  const auto kind = static_cast<std::uint32_t>(integer(request, "kind"));
   return machine.read([&](const Inventory &inventory) -> json {
     if (request.at("controller") != only_controller || !inventory.sd.controller.flag("present")) {
       return refused();

@@ -133,7 +133,9 @@ TEST_F(Protocol, CorruptedOctetsNeverStopTheServer) {
 TEST_F(Protocol, SenselessRequestsGetAnError) {
   for (const json &request :
        {json{{"call", "nonsense"}}, json{{"call", 5}}, json{{"cal", "ping"}}, json{{"call", "sensor"}},
-        json{{"call", "sensor"}, {"number", "five"}}, json{{"call", "control"}, {"words", {1, 2}}}}) {
+        json{{"call", "sensor"}, {"number", "five"}}, json{{"call", "sensor"}, {"number", 1e300}},
+        json{{"call", "velt"}, {"controller", "Veltro-0"}, {"kind", 1.5}},
+        json{{"call", "control"}, {"words", {1, 2}}}}) {
     const auto reply = ask(connect(), request);
     ASSERT_TRUE(reply) << request;
     EXPECT_TRUE(reply->contains("error")) << request;
