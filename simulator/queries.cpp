@@ -224,13 +224,18 @@ void flatten(const ordered_json &value, const std::string &name, std::string &li
   }
 }
 
+// Texts may hold octets that are not UTF-8.
+std::string printed(const ordered_json &value) {
+  return value.dump(2, ' ', false, ordered_json::error_handler_t::replace) + '\n';
+}
+
 }  // namespace
 
 std::optional<std::string> query(const Inventory &inventory, std::string_view key) {
   if (key.starts_with(firmware_key) && key.ends_with(']')) {
     const auto images =
         adapter_firmware(inventory, key.substr(firmware_key.size(), key.size() - firmware_key.size() - 1));
-    return images ? std::optional(images->dump(2) + '\n') : std::nullopt;
+    return images ? std::optional(printed(*images)) : std::nullopt;
   }
   const auto found = std::ranges::find(queries, key, &Query::key);
   if (found == queries.end()) {
@@ -238,8 +243,7 @@ std::optional<std::string> query(const Inventory &inventory, std::string_view ke
   }
   const ordered_json answer = found->answer(inventory);
   // The readers take a dump without any line for a tool that failed, and try it again for half a minute.
-  const ordered_json shown = answer.is_array() && answer.empty() ? ordered_json{{"count", 0}} : answer;
-  return shown.dump(2, ' ', false, ordered_json::error_handler_t::replace) + '\n';
+  return printed(answer.is_array() && answer.empty() ? ordered_json{{"count", 0}} : answer);
 }
 
 std::vector<std::string_view> query_keys() {
@@ -250,7 +254,10 @@ std::vector<std::string_view> query_keys() {
 }
 
 std::optional<std::string> flattened(std::string_view json) {
-  const ordered_json value = ordered_json::parse(json, nullptr, false);
+  // flatten() calls itself for each level.
+  constexpr int deepest = 64;
+  const auto is_within = [](int depth, ordered_json::parse_event_t, const ordered_json &) { return depth <= deepest; };
+  const ordered_json value = ordered_json::parse(json, is_within, false);
   if (value.is_discarded()) {
     return std::nullopt;
   }

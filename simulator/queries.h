@@ -16,7 +16,7 @@ std::optional<std::string> query(const Inventory &inventory, std::string_view ke
 std::vector<std::string_view> query_keys();
 
 // What `flatkv` prints for that JSON: " name: value" for each field, on a line of its own. The lines of several units
-// follow each other. Nothing if `json` is not JSON.
+// follow each other. Nothing if `json` is not JSON; what is nested more than 64 levels deep is left out.
 std::optional<std::string> flattened(std::string_view json);
 
 // What `slotutil -L` prints: the adapter cards.

@@ -30,6 +30,11 @@ TEST(Flatkv, RefusesWhatIsNotJson) {
   EXPECT_EQ(flattened(""), std::nullopt);
 }
 
+TEST(Flatkv, LeavesOutWhatIsNestedDeeply) {
+  const std::size_t levels = 1'000'000;
+  EXPECT_EQ(flattened("[{\"a\": 1}, " + std::string(levels, '[') + std::string(levels, ']') + "]"), " a: 1\n");
+}
+
 TEST_F(Queries, ProcessorsComeInSocketOrder) {
   EXPECT_THAT(lines("inventoryCPU"), testing::StartsWith(" id: 1\n SocketDesignation: CPU1\n"));
   EXPECT_THAT(lines("inventoryCPU"), HasSubstr(" CoreCount: 8\n CoreEnabled: 6\n ThreadCount: 12\n"));
@@ -76,6 +81,11 @@ TEST_F(Queries, ImageVersionPrecedesItsState) {
   EXPECT_EQ(lines("adapterFW[2]"),
             " image-version: 2.0.1\n image-state: STARTUP, RUNNING\n image-version: 1.9.0\n image-state: BACKUP\n");
   EXPECT_EQ(query(inventory_, "adapterFW[9]"), std::nullopt);
+}
+
+TEST_F(Queries, ImageVersionNeedNotBeUtf8) {
+  inventory_.adapters[0].set("running-version", "\xff");
+  EXPECT_THAT(lines("adapterFW[2]"), HasSubstr(" image-version: \uFFFD\n"));
 }
 
 TEST_F(Queries, EveryKeyAndNoOtherIsAnswered) {
