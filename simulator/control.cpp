@@ -93,6 +93,32 @@ std::string control(Machine &machine, const std::vector<std::string> &words) {
   return command.run(machine, arguments);
 }
 
+std::string command_help(const std::vector<std::string> &words) {
+  if (words.empty()) {
+    return control_help();
+  }
+  if (words.size() > 1) {
+    find_command(words);  // refuses an unknown word
+  }
+  std::string help;
+  for (const auto commands : all_commands()) {
+    for (const Command &command : commands) {
+      const bool is_named = words.size() > 1 || command.verb.empty();
+      if (command.object != words[0] || (words.size() > 1 && !command.verb.empty() && command.verb != words[1])) {
+        continue;
+      }
+      help += usage(command) + "\n    " + std::string(command.help) + '\n';
+      if (command.kind != nullptr && is_named) {
+        help += "Each FIELD is one of\n" + describe_fields(*command.kind);
+      }
+    }
+  }
+  if (help.empty()) {
+    refuse_object(words[0]);
+  }
+  return help;
+}
+
 std::string control_help() {
   constexpr std::size_t column = 44;
   std::string help;

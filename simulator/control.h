@@ -37,6 +37,7 @@ struct Command {
   Arity arity;
   std::string_view help;
   std::string (*run)(Machine &machine, Words arguments);  // returns what to print
+  const PartKind *kind = nullptr;                         // the part whose fields FIELD stands for; null: none
 };
 
 std::span<const Command> fault_commands();
@@ -49,6 +50,10 @@ std::string control(Machine &machine, const std::vector<std::string> &words);
 
 // A line for every command.
 std::string control_help();
+
+// What there is to know about the commands that begin with these words: usage, purpose and fields. Throws BadInput, as
+// control() does, if there are none.
+std::string command_help(const std::vector<std::string> &words);
 
 // The part whose `field` reads `wanted`. Throws BadInput, which lists what there is.
 Part &find_part(std::vector<Part> &parts, std::string_view field, const std::string &wanted);

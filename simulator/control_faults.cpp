@@ -94,13 +94,16 @@ std::string refuse_next(Machine &machine, Words words) {
 }
 
 constexpr auto commands = std::to_array<Command>({
-    {"fault", "raise", "INDEX class=CLASS [FIELD=VALUE ...]", at_least(2), "raise a fault, or raise it again", raise},
-    {"fault", "update", "INDEX [class=CLASS] [FIELD=VALUE ...]", at_least(1), "change an active fault", update},
+    {"fault", "raise", "INDEX class=CLASS [FIELD=VALUE ...]", at_least(2), "raise a fault, or raise it again", raise,
+     &fault_kind},
+    {"fault", "update", "INDEX [class=CLASS] [FIELD=VALUE ...]", at_least(1), "change an active fault", update,
+     &fault_kind},
     {"fault", "clear", "INDEX [class=CLASS]", from_to(1, 2), "clear an active fault", clear},
     {"fault", "list", "", exactly(0), "show the active faults", list},
     {"fault", "storm", "RECORDS [INDEXES]", from_to(1, 2), "raise, update and clear at random, as fast as possible",
      storm},
-    {"fault", "send", "INDEX [FIELD=VALUE ...]", at_least(1), "broadcast a record only; no fault becomes active", send},
+    {"fault", "send", "INDEX [FIELD=VALUE ...]", at_least(1), "broadcast a record only; no fault becomes active", send,
+     &fault_kind},
     {"fault", "send-file", "FILE", exactly(1), "broadcast the file's 960 octets as a record", send_file},
     {"broadcaster", "close", "", exactly(0), "drop every listener", close},
     {"broadcaster", "refuse", "", exactly(0), "refuse new listeners", refuse},

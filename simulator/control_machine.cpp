@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <array>
+#include <nlohmann/json.hpp>
 
 #include "simulator/control.h"
 
@@ -28,25 +29,69 @@ std::string describe_controllers(const Inventory &inventory) {
   return text;
 }
 
+using nlohmann::ordered_json;
+
+ordered_json list_json(const std::vector<Part> &parts) {
+  auto list = ordered_json::array();
+  for (const Part &part : parts) {
+    list.push_back(to_json(part));
+  }
+  return list;
+}
+
+ordered_json controllers_json(const Inventory &inventory) {
+  auto list = ordered_json::array();
+  for (const RaidController &controller : inventory.controllers) {
+    ordered_json fields = to_json(controller.part);
+    fields["drives"] = list_json(controller.drives);
+    fields["volumes"] = list_json(controller.volumes);
+    list.push_back(std::move(fields));
+  }
+  return list;
+}
+
 struct Group {
   std::string_view name;
   std::string (*show)(const Inventory &);
+  ordered_json (*json)(const Inventory &);
 };
 
 constexpr auto groups = std::to_array<Group>({
-    {.name = "server", .show = [](const Inventory &i) { return describe(i.server, ""); }},
-    {.name = "environment", .show = [](const Inventory &i) { return describe(i.environment, ""); }},
-    {.name = "processors", .show = [](const Inventory &i) { return describe_all(i.processors); }},
-    {.name = "dimms", .show = [](const Inventory &i) { return describe_all(i.dimms); }},
-    {.name = "sensors", .show = [](const Inventory &i) { return describe_all(i.sensors); }},
-    {.name = "supplies", .show = [](const Inventory &i) { return describe_all(i.supplies); }},
-    {.name = "adapters", .show = [](const Inventory &i) { return describe_all(i.adapters); }},
-    {.name = "leds", .show = [](const Inventory &i) { return describe_all(i.leds); }},
-    {.name = "raid-controllers", .show = describe_controllers},
+    {.name = "server",
+     .show = [](const Inventory &i) { return describe(i.server, ""); },
+     .json = [](const Inventory &i) { return to_json(i.server); }},
+    {.name = "environment",
+     .show = [](const Inventory &i) { return describe(i.environment, ""); },
+     .json = [](const Inventory &i) { return to_json(i.environment); }},
+    {.name = "processors",
+     .show = [](const Inventory &i) { return describe_all(i.processors); },
+     .json = [](const Inventory &i) { return list_json(i.processors); }},
+    {.name = "dimms",
+     .show = [](const Inventory &i) { return describe_all(i.dimms); },
+     .json = [](const Inventory &i) { return list_json(i.dimms); }},
+    {.name = "sensors",
+     .show = [](const Inventory &i) { return describe_all(i.sensors); },
+     .json = [](const Inventory &i) { return list_json(i.sensors); }},
+    {.name = "supplies",
+     .show = [](const Inventory &i) { return describe_all(i.supplies); },
+     .json = [](const Inventory &i) { return list_json(i.supplies); }},
+    {.name = "adapters",
+     .show = [](const Inventory &i) { return describe_all(i.adapters); },
+     .json = [](const Inventory &i) { return list_json(i.adapters); }},
+    {.name = "leds",
+     .show = [](const Inventory &i) { return describe_all(i.leds); },
+     .json = [](const Inventory &i) { return list_json(i.leds); }},
+    {.name = "raid-controllers", .show = describe_controllers, .json = controllers_json},
     {.name = "sd-cards",
      .show =
          [](const Inventory &i) {
            return describe(i.sd.controller, "") + describe_all(i.sd.cards) + describe_all(i.sd.partitions);
+         },
+     .json =
+         [](const Inventory &i) {
+           return ordered_json{{"controller", to_json(i.sd.controller)},
+                               {"cards", list_json(i.sd.cards)},
+                               {"partitions", list_json(i.sd.partitions)}};
          }},
 });
 
@@ -55,23 +100,51 @@ std::string show_faults(Machine &machine) {
          " listeners\nstorage events: " + std::to_string(machine.storage_events().followers()) + " listeners\n";
 }
 
-std::string show(Machine &machine, Words words) {
-  std::vector<std::string_view> known;
+// The faults are no part of the inventory.
+void check_group(const std::string &wanted) {
+  std::vector<std::string_view> known(groups.size());
+  std::ranges::transform(groups, known.begin(), &Group::name);
+  known.push_back("faults");
+  if (std::ranges::find(known, wanted) == known.end()) {
+    throw BadInput("unknown word '" + wanted + "' after 'show'; expected one of " + joined(known));
+  }
+}
+
+// What a scenario would say of the server as it is now. JSON is YAML, so it is one.
+std::string show_json(Machine &machine, const std::string &wanted) {
+  auto shown = ordered_json::object();
+  for (const Group &group : groups) {
+    if (wanted.empty() || wanted == group.name) {
+      shown[std::string(group.name)] = machine.read(group.json);
+    }
+  }
+  if (wanted.empty() || wanted == "faults") {
+    shown["faults"] = list_json(machine.faults().active());
+  }
+  return shown.dump(2, ' ', false, ordered_json::error_handler_t::replace) + '\n';
+}
+
+std::string show_text(Machine &machine, const std::string &wanted) {
   std::string text;
   for (const Group &group : groups) {
-    known.push_back(group.name);
-    if (words.empty() || words[0] == group.name) {
+    if (wanted.empty() || wanted == group.name) {
       text += machine.read(group.show);
     }
   }
-  known.push_back("faults");
-  if (words.empty() || words[0] == "faults") {
-    return text + show_faults(machine);
+  return wanted.empty() || wanted == "faults" ? text + show_faults(machine) : text;
+}
+
+std::string show(Machine &machine, Words words) {
+  const bool as_json = !words.empty() && words[0] == "--json";
+  const Words rest = words.subspan(as_json ? 1 : 0);
+  if (rest.size() > 1) {
+    throw BadInput("unexpected word '" + rest[1] + "'; usage: show [--json] [WHAT]");
   }
-  if (std::ranges::find(known, words[0]) == known.end()) {
-    throw BadInput("unknown word '" + words[0] + "' after 'show'; expected one of " + joined(known));
+  const std::string wanted = rest.empty() ? "" : rest[0];
+  if (!wanted.empty()) {
+    check_group(wanted);
   }
-  return text;
+  return as_json ? show_json(machine, wanted) : show_text(machine, wanted);
 }
 
 struct ModeName {
@@ -125,7 +198,7 @@ std::string set_tool(Machine &machine, Words words) {
 constexpr auto commands = std::to_array<Command>({
     {"ping", "", "", exactly(0), "succeed if the simulator serves",
      [](Machine &, Words) -> std::string { return "bmcsim serves\n"; }},
-    {"show", "", "[WHAT]", from_to(0, 1), "show the whole server, or one group of its parts", show},
+    {"show", "", "[--json] [WHAT]", from_to(0, 2), "show the whole server, or one group of its parts", show},
     {"tool", "", "NAME ok|missing|slow SECONDS|silent|garbled|prints FILE|hangs|floods|forks|killed", from_to(2, 3),
      "make a query tool misbehave", set_tool},
 });

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <fstream>
@@ -11,6 +12,7 @@
 #include <random>
 #include <thread>
 
+#include "simulator/control.h"
 #include "simulator/machine.h"
 #include "simulator/protocol.h"
 #include "simulator/queries.h"
@@ -107,6 +109,25 @@ void die_after_half_of(const Work &done) {
   std::raise(SIGKILL);
 }
 
+bool asks_for_help(const std::vector<std::string> &words) {
+  return (!words.empty() && words[0] == "help") || std::ranges::find(words, "--help") != words.end();
+}
+
+// Help needs no simulator.
+int print_help(std::vector<std::string> words) {
+  std::erase(words, "--help");
+  if (!words.empty() && words[0] == "help") {
+    words.erase(words.begin());
+  }
+  try {
+    std::cout << command_help(words);
+    return 0;
+  } catch (const BadInput &error) {
+    std::cerr << "bmcsim ctl: " << error.what() << '\n';
+    return wrong_usage;
+  }
+}
+
 }  // namespace
 
 int run_tool(const std::string &name, const std::vector<std::string> &words) {
@@ -150,6 +171,9 @@ int run_tool(const std::string &name, const std::vector<std::string> &words) {
 }
 
 int run_control(const std::vector<std::string> &words, const std::string &socket, unsigned wait_seconds) {
+  if (asks_for_help(words)) {
+    return print_help(words);
+  }
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(wait_seconds);
   // A storm takes as long as its slowest follower, so a reply may take any time.
   const auto try_once = [&] { return ask(socket, {{"call", call::control}, {"words", words}}, no_time_limit); };

@@ -77,7 +77,7 @@ int run_bmcsim(int argc, char **argv) {
   control_command->add_option("--socket", socket, "Unix socket of the simulator")->capture_default_str();
   control_command->add_option("--wait", wait_seconds, "how many seconds to wait for the simulator to come up");
   control_command->add_option("command", words, "one of the commands below");
-  control_command->footer("Commands:\n" + control_help());
+  control_command->footer("Commands:\n" + control_help() + "\n'bmcsim ctl COMMAND --help' tells more about one.");
   control_command->positionals_at_end();
 
   try {

@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <cctype>
 #include <charconv>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <nlohmann/json.hpp>
 
 #include "simulator/little_endian.h"
 
@@ -110,6 +112,24 @@ std::string read_text(const Field &field, std::string_view written) {
     throw BadInput(name + ": a text must not contain a line break");
   }
   return std::string(written);
+}
+
+std::string what_it_may_be(const Field &field) {
+  switch (field.type) {
+    case FieldType::Text:
+      return "a text of at most " + std::to_string(field.size) + " octets";
+    case FieldType::Decimal:
+      return "a decimal number";
+    case FieldType::Flag:
+      return "yes or no";
+    case FieldType::ObjectId:
+      return "an object identifier like 1.3.6.1";
+    default: {
+      const Range range = range_of(field);
+      const std::string number = "a number from " + std::to_string(range.least) + " to " + std::to_string(range.most);
+      return field.names.empty() ? number : joined(names_in(field.names)) + ", or " + number;
+    }
+  }
 }
 
 // The size of a number of this type in a record.
@@ -271,6 +291,39 @@ std::string describe(const Part &part, std::string_view label) {
     line += quoted ? "=\"" + value + '"' : '=' + value;
   }
   return line + '\n';
+}
+
+nlohmann::ordered_json to_json(const Part &part) {
+  auto fields = nlohmann::ordered_json::object();
+  for (const Field &field : part.kind().fields) {
+    const std::string value = part.written(field);
+    auto &member = fields[std::string(field.name)];
+    if (field.type == FieldType::Flag) {
+      member = part.flag(field.name);
+    } else if (field.type == FieldType::Decimal) {
+      member = std::strtod(value.c_str(), nullptr);
+    } else if (is_text(field.type) || std::ranges::find(field.names, value, &NamedNumber::name) != field.names.end()) {
+      member = value;
+    } else {
+      member = part.number(field.name);
+    }
+  }
+  return fields;
+}
+
+std::string describe_fields(const PartKind &kind) {
+  constexpr std::size_t column = 24;
+  std::string lines;
+  for (const Field &field : kind.fields) {
+    std::string line = "  " + std::string(field.name);
+    line.resize(std::max(column, line.size() + 1), ' ');
+    lines += line + what_it_may_be(field);
+    if (!field.fallback.empty()) {
+      lines += "; default: " + std::string(field.fallback);
+    }
+    lines += field.required ? "; required in a scenario\n" : "\n";
+  }
+  return lines;
 }
 
 std::string joined(const std::vector<std::string_view> &names) {

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <span>
 #include <stdexcept>
@@ -114,6 +115,12 @@ void change_part(std::vector<Part> &list, Part &part, Settings settings);
 
 // One line: "kind label: field=value field=value ...\n". Empty texts are left out.
 std::string describe(const Part &part, std::string_view label);
+
+// The part's fields as JSON: names in place of numbers where a field has them, flags as true and false.
+nlohmann::ordered_json to_json(const Part &part);
+
+// A line for each field: its name, what it may be, and its default.
+std::string describe_fields(const PartKind &kind);
 
 // "a, b, c", for messages that list what would have been right.
 std::string joined(const std::vector<std::string_view> &names);

@@ -126,6 +126,15 @@ TEST_F(Program, WrongOptionsExitWithStatus2) {
   EXPECT_EQ(run(std::string(BMCSIM_PROGRAM) + " --help").status, 0);
 }
 
+TEST_F(Program, HelpNeedsNoSimulator) {
+  for (const char *words : {"dimm set --help", "help dimm set", "--help"}) {
+    const Outcome outcome = control(words);
+    EXPECT_EQ(outcome.status, 0) << words;
+    EXPECT_THAT(outcome.output, HasSubstr("dimm set NAME FIELD=VALUE"));
+  }
+  EXPECT_EQ(control("help dim").status, 2);
+}
+
 TEST_F(Program, WrongControlWordsExitWithStatus2) {
   serve();
   const Outcome outcome = control("fault rise 7 class=fan");

@@ -15,6 +15,7 @@ namespace {
 
 using testing::AllOf;
 using testing::HasSubstr;
+using testing::Not;
 using testing::ThrowsMessage;
 
 class Control : public ServedScenario {
@@ -70,6 +71,45 @@ TEST_F(Control, ShowPrintsChangedFields) {
   EXPECT_THAT(control_words("show processors"), AllOf(HasSubstr("processor 1: socket=CPU1"), HasSubstr("speed=1200")));
   EXPECT_THAT(control_words("show"),
               AllOf(HasSubstr("power=on"), HasSubstr("fault: index=11"), HasSubstr("sd-card 2:")));
+}
+
+TEST_F(Control, ShownJsonIsTheScenarioOfTheSameServer) {
+  control_words("drive pull 4 2");
+  control_words("fault raise 7 class=fan unit=2 severity=minor");
+  control_words("led set LED_FANS color=RED");
+  const std::string shown = control_words("show --json");
+  const std::string file = directory_ / "shown.json";
+  std::ofstream(file) << shown;
+  Machine copy(load_scenario(file), Surroundings{.var = directory_ / "copy", .sd_socket = directory_ / "none"});
+  EXPECT_EQ(control(copy, {"show", "--json"}), shown);
+}
+
+TEST_F(Control, ShowsOneGroupAsJson) {
+  EXPECT_THAT(control_words("show --json environment"), AllOf(HasSubstr("\"ambient\": 23.4"), Not(HasSubstr("leds"))));
+  EXPECT_THAT(control_words("show --json faults"), HasSubstr("\"class\": \"fan\""));
+  EXPECT_THAT(control_words("show --json dimms"), AllOf(HasSubstr("\"present\": true"), HasSubstr("\"number\": 1,")));
+  EXPECT_THAT(running("show --json fans"), ThrowsMessage<BadInput>(HasSubstr("'fans' after 'show'")));
+  EXPECT_THAT(running("show leds dimms"), ThrowsMessage<BadInput>(HasSubstr("unexpected word 'dimms'")));
+}
+
+TEST_F(Control, EveryCommandHasHelpOfItsOwn) {
+  for (const auto commands : {machine_commands(), fault_commands(), inventory_commands(), storage_commands()}) {
+    for (const Command &command : commands) {
+      std::vector<std::string> words{std::string(command.object)};
+      if (!command.verb.empty()) {
+        words.emplace_back(command.verb);
+      }
+      const std::string help = command_help(words);
+      EXPECT_THAT(help, AllOf(HasSubstr(command.arguments), HasSubstr(command.help)));
+      EXPECT_EQ(command.kind != nullptr, command.arguments.find("FIELD=VALUE") != std::string_view::npos);
+      EXPECT_EQ(command.kind != nullptr, help.find("Each FIELD is one of") != std::string::npos) << words[0];
+    }
+  }
+  EXPECT_THAT(command_help({"dimm"}), AllOf(HasSubstr("dimm remove NAME\n"), HasSubstr("dimm repair NAME\n")));
+  EXPECT_THAT(command_help({"led", "set"}),
+              HasSubstr("  color                 a text of at most 64 octets; default: GREEN\n"));
+  EXPECT_THAT([] { command_help({"falt"}); }, ThrowsMessage<BadInput>(HasSubstr("unknown word 'falt'")));
+  EXPECT_THAT([] { command_help({"led", "get"}); }, ThrowsMessage<BadInput>(HasSubstr("unknown word 'get'")));
 }
 
 TEST_F(Control, FailedChangeChangesNothing) {
