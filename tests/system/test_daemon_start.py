@@ -12,6 +12,7 @@ from agents import BUILD, TEST_BASE, TEST_MODULES, Daemon, environment, free_por
 
 DAEMON = BUILD / "snmp-subagentd"
 NOTIFIER = TEST_MODULES / "notifier.so"
+NEEDS_INVENTORY = TEST_MODULES / "needs_inventory.so"
 
 
 def run(directory, *arguments):
@@ -64,6 +65,17 @@ def test_missing_platform_symbol_is_named(directory):
     result = run(directory, "-f", "-C", "--module", TEST_MODULES / "needs_platform.so")
     assert result.returncode == 6
     assert "undefined symbol: tavo_test_platform_answer" in result.stderr
+
+
+def test_missing_function_behind_the_daemons_is_named(directory):
+    result = run(directory, "-f", "-C", "--module", NEEDS_INVENTORY)
+    assert result.returncode == 6
+    assert f"cannot load module {NEEDS_INVENTORY}: undefined symbol: GetCPUItems\n" in result.stderr
+
+
+def test_function_behind_the_daemons_is_called(start):
+    daemon = start(Daemon, module=NEEDS_INVENTORY, platforms=[BUILD / "libbmcsim.so"])
+    daemon.wait_for_log("the inventory answers -1")  # there is no server
 
 
 def test_module_without_entry_point_is_refused(directory):
