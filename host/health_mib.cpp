@@ -228,6 +228,12 @@ void log_unless_registered(int result, const char *name) {
 }  // namespace
 
 HealthMib::~HealthMib() {
+  if (rows_ == nullptr) {
+    return;
+  }
+  while (netsnmp_tdata_row *row = netsnmp_tdata_row_first(rows_)) {
+    netsnmp_tdata_remove_and_delete_row(rows_, row);
+  }
   netsnmp_tdata_delete_table(rows_);
 }
 
@@ -266,9 +272,12 @@ void HealthMib::list_tables() {
       return;
     }
     const auto index = static_cast<std::uint32_t>(number);
-    netsnmp_tdata_row_add_index(row, ASN_UNSIGNED, &index, sizeof index);
     row->data = reinterpret_cast<void *>(number);
-    netsnmp_tdata_add_row(rows_, row);
+    if (netsnmp_tdata_row_add_index(row, ASN_UNSIGNED, &index, sizeof index) == nullptr ||
+        netsnmp_tdata_add_row(rows_, row) != SNMPERR_SUCCESS) {
+      netsnmp_tdata_delete_row(row);
+      return;
+    }
   }
 }
 

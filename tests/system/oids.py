@@ -2,6 +2,8 @@
 
 BASE = "1.3.6.1.4.1.61453.4.207"
 OBJECTS = f"{BASE}.1"
+# The daemon's own.
+DAEMON_BASE = "1.3.6.1.4.1.61453.4.208"
 # The notifications: a fault was raised or has changed; a fault was cleared.
 RAISED = f"{BASE}.0.1"
 CLEARED = f"{BASE}.0.2"
