@@ -198,6 +198,20 @@ bool stop(Module &module, ChassisLink *link, const NotificationQueue &queue) {
   return all_ended;
 }
 
+// The module's exports are fixed, so it takes its few settings from the environment.
+void pass_settings_to_module(const Options &options) {
+  const auto pass = [](const char *name, bool is_set, const std::string &value) {
+    if (is_set) {
+      ::setenv(name, value.c_str(), 1);
+    }
+  };
+  pass("TAVO_ANSWER_WITHIN_MS", options.answer_within.count() > 0, std::to_string(options.answer_within.count()));
+  pass("TAVO_CHASSIS_LISTEN", !options.chassis_listen.empty(), options.chassis_listen);
+  pass("TAVO_CHASSIS_PEERS", !options.chassis_peers.empty(), join(options.chassis_peers, ","));
+  pass("TAVO_CHASSIS_IDLE_LIMIT", options.chassis_idle_limit.count() > 0,
+       std::to_string(options.chassis_idle_limit.count()));
+}
+
 }  // namespace
 
 ExitStatus run_daemon(const Options &options) {
@@ -218,10 +232,7 @@ ExitStatus run_daemon(const Options &options) {
   for (const std::string &library : options.platforms) {
     load_platform_library(library);
   }
-  if (options.answer_within.count() > 0) {
-    // The module's exports are fixed, so it takes this one setting from the environment.
-    ::setenv("TAVO_ANSWER_WITHIN_MS", std::to_string(options.answer_within.count()).c_str(), 1);
-  }
+  pass_settings_to_module(options);
   Module module(options.module);
   std::unique_ptr<ChassisLink> link;
   if (!options.chassis_block.empty()) {

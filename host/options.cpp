@@ -45,6 +45,7 @@ struct RawOptions {
   CLI::Option *debug_option = nullptr;
   long tool_timeout = Options().tool_timeout.count();
   long answer_within = Options().answer_within.count();
+  long chassis_idle_limit = Options().chassis_idle_limit.count();
 };
 
 void add_options(CLI::App &app, Options &options, RawOptions &raw) {
@@ -93,10 +94,29 @@ void add_options(CLI::App &app, Options &options, RawOptions &raw) {
       ->type_name("MILLISECONDS")
       ->take_last()
       ->check(CLI::Range(0L, 1'000'000'000L));
-  app.add_option("--chassis-block", options.chassis_block,
-                 "Start the chassis link (TCP port 25678), which sends this file's content")
-      ->type_name("FILE")
-      ->check([](const std::string &file) { return std::string(file.empty() ? "a file name is needed" : ""); });
+  CLI::Option *block =
+      app.add_option("--chassis-block", options.chassis_block,
+                     "Start the chassis link (TCP port 25678), which sends this file's content")
+          ->type_name("FILE")
+          ->check([](const std::string &file) { return std::string(file.empty() ? "a file name is needed" : ""); });
+  app.add_option("--chassis-listen", options.chassis_listen, "Open the chassis link on this IPv4 address only")
+      ->type_name("ADDRESS")
+      ->check(CLI::ValidIPV4)
+      ->needs(block);
+  app.add_option("--chassis-peer", options.chassis_peers,
+                 "Open the chassis link to this IPv4 address only (repeatable)")
+      ->type_name("ADDRESS")
+      ->expected(1)
+      ->take_all()
+      ->check(CLI::ValidIPV4)
+      ->needs(block);
+  app.add_option("--chassis-idle-limit", raw.chassis_idle_limit,
+                 "Close a chassis link that has been idle for so many seconds, 0 for never")
+      ->capture_default_str()
+      ->type_name("SECONDS")
+      ->take_last()
+      ->check(CLI::Range(0L, 1'000'000L))
+      ->needs(block);
 }
 
 }  // namespace
@@ -149,6 +169,7 @@ CommandLine parse_command_line(int argc, const char *const *argv) {
   options.log = split_occurrences(raw.log);
   options.tool_timeout = std::chrono::seconds(raw.tool_timeout);
   options.answer_within = std::chrono::milliseconds(raw.answer_within);
+  options.chassis_idle_limit = std::chrono::seconds(raw.chassis_idle_limit);
   if (raw.debug_option->count() > 0) {
     options.debug_tokens = raw.debug;
   }

@@ -27,6 +27,9 @@ struct Options {
   std::chrono::seconds tool_timeout{30};          // --tool-timeout; 0 means none
   std::chrono::milliseconds answer_within{0};     // --answer-within; 0 means none
   std::string chassis_block;                      // --chassis-block; empty means no chassis link
+  std::string chassis_listen;                     // --chassis-listen; empty means all addresses
+  std::vector<std::string> chassis_peers;         // --chassis-peer; empty means anybody
+  std::chrono::seconds chassis_idle_limit{0};     // --chassis-idle-limit; 0 means none
 
   bool stand_alone() const { return !listen.empty(); }
   // Whether an -L names standard output or standard error.

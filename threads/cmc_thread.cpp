@@ -4,6 +4,7 @@
 
 #include <net-snmp/net-snmp-includes.h>
 
+#include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/select.h>
@@ -15,9 +16,12 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <ctime>
+#include <optional>
 
 #include "core/background_thread.h"
 #include "core/shortage.h"
+#include "threads/cmc_settings.h"
 
 namespace tavo {
 
@@ -91,7 +95,7 @@ bool fail(const char *message) {
   return false;
 }
 
-bool open_listener() {
+bool open_listener(const CmcSettings &settings) {
   const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   set_listener(descriptor);
   if (descriptor < 0 || descriptor >= FD_SETSIZE) {  // select cannot wait for it
@@ -103,7 +107,7 @@ bool open_listener() {
   }
   sockaddr_in address{};
   address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_ANY);
+  address.sin_addr = settings.address;
   address.sin_port = htons(port);
   if (bind(descriptor, reinterpret_cast<const sockaddr *>(&address), sizeof address) < 0) {
     return fail("\nbind failed\n");
@@ -114,14 +118,50 @@ bool open_listener() {
   return true;
 }
 
-void push_block() {
-  snmp_log(LOG_DEBUG, send_to_cmc() >= 1 ? "\nSend successful\n" : "\nSend failed\n");
+void push_block(const CmcSettings &settings) {
+  const bool sent = send_to_cmc() >= 1;
+  snmp_log(LOG_DEBUG, sent ? "\nSend successful\n" : "\nSend failed\n");
+  if (!sent && settings.idle_limit > 0) {
+    shutdown(connection(), SHUT_RDWR);  // a peer that has not read for so long gets no other block behind half a one
+  }
 }
 
-bool accept_connection() {
+// Logged once a minute at most: whoever is refused can try again as often as he likes.
+void log_refusal(in_addr peer) {
+  constexpr std::time_t pause = 60;  // seconds
+  static std::time_t next_line = 0;
+  static unsigned refused = 0;
+  ++refused;
+  timespec now = {};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  if (now.tv_sec >= next_line) {
+    char address[INET_ADDRSTRLEN] = "";
+    inet_ntop(AF_INET, &peer, address, sizeof address);
+    snmp_log(LOG_WARNING, "the chassis link has refused %u connections, the last from %s\n", refused, address);
+    next_line = now.tv_sec + pause;
+    refused = 0;
+  }
+}
+
+bool is_admitted(int descriptor, const CmcSettings &settings) {
+  sockaddr_in peer = {};
+  socklen_t length = sizeof peer;
+  getpeername(descriptor, reinterpret_cast<sockaddr *>(&peer), &length);  // a peer that has gone has no address
+  if (settings.admits(peer.sin_addr)) {
+    return true;
+  }
+  log_refusal(peer.sin_addr);
+  return false;
+}
+
+bool accept_connection(const CmcSettings &settings) {
   int descriptor = accept_when_possible(listener(), "cmc_thread", thread);
   if (descriptor < 0) {
     return fail("\nAccept failed\n");
+  }
+  if (!is_admitted(descriptor, settings)) {
+    close(descriptor);
+    return true;
   }
   setsockopt(descriptor, SOL_SOCKET, SO_RCVBUF, &socket_buffer_size, sizeof socket_buffer_size);
   setsockopt(descriptor, SOL_SOCKET, SO_SNDBUF, &socket_buffer_size, sizeof socket_buffer_size);
@@ -131,28 +171,40 @@ bool accept_connection() {
     close(descriptor);
     return true;
   }
+  if (settings.idle_limit > 0) {
+    const timeval limit = {.tv_sec = settings.idle_limit, .tv_usec = 0};
+    setsockopt(descriptor, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+  }
   set_connection(descriptor);
-  push_block();
+  push_block(settings);
   return true;
 }
 
-void serve_connection() {
+void serve_connection(const CmcSettings &settings) {
   std::array<char, receive_size> ignored;
   if (recv(connection(), ignored.data(), ignored.size(), 0) <= 0) {
     close_connection();
   } else {
-    push_block();
+    push_block(settings);
   }
 }
 
 // One turn: waits for the next event and handles it. While there is a connection, the thread waits for that one only,
 // so a second peer stays in the backlog and does not wake the thread over and over. False if the link must end.
-bool serve_one_event() {
+bool serve_one_event(const CmcSettings &settings) {
   const int awaited = connection() == -1 ? listener() : connection();
   fd_set readable;
   FD_ZERO(&readable);
   FD_SET(awaited, &readable);
-  if (select(awaited + 1, &readable, nullptr, nullptr, nullptr) < 0) {
+  timeval idle_limit = {.tv_sec = settings.idle_limit, .tv_usec = 0};
+  const bool is_limited = settings.idle_limit > 0 && connection() != -1;
+  const int ready = select(awaited + 1, &readable, nullptr, nullptr, is_limited ? &idle_limit : nullptr);
+  if (ready == 0) {
+    snmp_log(LOG_INFO, "the chassis link closes a connection that has been idle for %d s\n", settings.idle_limit);
+    close_connection();
+    return true;
+  }
+  if (ready < 0) {
     if (errno == EINTR) {
       return true;
     }
@@ -163,9 +215,9 @@ bool serve_one_event() {
     return false;
   }
   if (awaited == listener()) {
-    return accept_connection();
+    return accept_connection(settings);
   }
-  serve_connection();
+  serve_connection(settings);
   return true;
 }
 
@@ -203,10 +255,11 @@ void *cmc_thread(void *) {
   run_thread(__func__, [] {
     block_sigpipe();
     snmp_log(LOG_DEBUG, "CMCThread initiated\n");
-    if (!open_listener()) {
+    const std::optional<CmcSettings> settings = read_cmc_settings();
+    if (!settings || !open_listener(*settings)) {
       return;
     }
-    while (serve_one_event()) {
+    while (serve_one_event(*settings)) {
     }
   });
 }

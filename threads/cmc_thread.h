@@ -1,6 +1,7 @@
 // The chassis link: a TCP listener on port 25678 that sends the chassis management controller (CMC) a block of octets.
 // Whoever connects gets the block, and gets it again after each message that it sends; there is no framing. The module
-// neither fills the block nor starts the thread: the daemon does both.
+// neither fills the block nor starts the thread: the daemon does both, and may narrow the link
+// (threads/cmc_settings.h).
 #pragma once
 
 #include <pthread.h>

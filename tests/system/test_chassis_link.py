@@ -58,10 +58,10 @@ def private_network():
 class LinkedDaemon(ServedDaemon):
     """The daemon with a chassis block, and so with the chassis link."""
 
-    def __init__(self, directory, server, block=BLOCK, speed=SPEED):
+    def __init__(self, directory, server, block=BLOCK, speed=SPEED, options=()):
         self.block_file = pathlib.Path(directory) / "block"
         self.write_block(block)
-        super().__init__(directory, server, speed, options=["--chassis-block", self.block_file])
+        super().__init__(directory, server, speed, options=["--chassis-block", self.block_file, *options])
 
     def write_block(self, content):
         """Replaces the block's file, or whatever is in its place, by a rename."""
@@ -291,6 +291,25 @@ def test_link_stops_with_the_daemon(start, state):
             daemon.write_block(BLOCK)
             daemon.hang_up()
         assert_link_stops_with(daemon)
+
+
+def test_link_is_closed_to_all_but_named_peers(start):
+    daemon = start(LinkedDaemon, start(Server), options=[
+        "--chassis-listen", "127.0.0.1", "--chassis-peer", "127.0.0.2", "--chassis-peer", "127.0.0.3",
+        "--chassis-idle-limit", 2 * SPEED])
+    with client() as stranger:
+        assert receive_all(stranger) == b""
+    with pytest.raises(ConnectionRefusedError), socket.socket() as elsewhere:
+        elsewhere.connect(("127.0.0.4", PORT))
+    with socket.socket() as silent, socket.socket() as second:
+        for peer, address in (silent, "127.0.0.2"), (second, "127.0.0.3"):
+            peer.settimeout(60)
+            peer.bind((address, 0))
+            peer.connect(("127.0.0.1", PORT))
+            assert receive(peer, len(BLOCK)) == BLOCK
+        assert receive_all(silent) == b"", "closed after its idle time"
+    assert daemon.lines("has refused 1 connections, the last from 127.0.0.1") == 1
+    assert daemon.lines("idle for 40 s") >= 1
 
 
 def test_no_link_without_the_option(start):

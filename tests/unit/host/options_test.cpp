@@ -83,6 +83,19 @@ TEST(OptionsTest, TheChassisLinkNeedsABlock) {
   EXPECT_EQ(parse({"--chassis-block"}).leave, ExitStatus::Usage);
 }
 
+TEST(OptionsTest, TheChassisLinkCanBeNarrowed) {
+  const Options open = parse({"--chassis-block", "b"}).options;
+  EXPECT_EQ(open.chassis_listen, "");
+  EXPECT_THAT(open.chassis_peers, testing::IsEmpty());
+  EXPECT_EQ(open.chassis_idle_limit, std::chrono::seconds(0));
+  const Options narrow = parse({"--chassis-block", "b", "--chassis-listen", "192.0.2.5", "--chassis-peer", "192.0.2.1",
+                                "--chassis-peer", "192.0.2.2", "--chassis-idle-limit", "90"})
+                             .options;
+  EXPECT_EQ(narrow.chassis_listen, "192.0.2.5");
+  EXPECT_THAT(narrow.chassis_peers, ElementsAre("192.0.2.1", "192.0.2.2"));
+  EXPECT_EQ(narrow.chassis_idle_limit, std::chrono::seconds(90));
+}
+
 TEST(OptionsTest, TheToolTimeoutIsInSeconds) {
   EXPECT_EQ(parse({}).options.tool_timeout, std::chrono::seconds(30));
   EXPECT_EQ(parse({"--tool-timeout", "90"}).options.tool_timeout, std::chrono::seconds(90));
@@ -107,6 +120,10 @@ TEST(OptionsTest, ABadOptionIsNamedAndHasTheUsageStatus) {
            {{"--tool-timeout", "-1"}, "--tool-timeout"},
            {{"--tool-timeout", "soon"}, "--tool-timeout"},
            {{"--answer-within", "-1"}, "--answer-within"},
+           {{"--chassis-peer", "192.0.2.1"}, "--chassis-block"},
+           {{"--chassis-block", "b", "--chassis-peer", "somebody"}, "--chassis-peer"},
+           {{"--chassis-block", "b", "--chassis-listen", "::1"}, "--chassis-listen"},
+           {{"--chassis-block", "b", "--chassis-idle-limit", "-1"}, "--chassis-idle-limit"},
            {{"-x", "a", "--listen", "b"}, "-x"}}) {
     const CommandLine line = parse(arguments);
     EXPECT_EQ(line.leave, ExitStatus::Usage) << named;
