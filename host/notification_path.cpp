@@ -45,18 +45,20 @@ class CurrentAttempt {
 };
 
 int notify_answered(int operation, netsnmp_session * /*session*/, int request, netsnmp_pdu *answer, void * /*magic*/) {
-  bool accepted = false;
-  if (operation == NETSNMP_CALLBACK_OP_TIMED_OUT) {
-    snmp_log(LOG_WARNING, "the AgentX master did not acknowledge a notification\n");
-  } else if (operation == NETSNMP_CALLBACK_OP_RECEIVED_MESSAGE && answer->errstat != 0) {
-    snmp_log(LOG_WARNING, "the AgentX master refused a notification (error %ld)\n", answer->errstat);
-  } else if (operation == NETSNMP_CALLBACK_OP_RECEIVED_MESSAGE) {
-    accepted = true;
-  } else {
+  const bool timed_out = operation == NETSNMP_CALLBACK_OP_TIMED_OUT;
+  if (!timed_out && operation != NETSNMP_CALLBACK_OP_RECEIVED_MESSAGE) {
     return 1;  // the session is ending; link_down() follows
   }
-  if (NotificationPath *path = current_path.load()) {
-    path->queue().answered(request, accepted);
+  const bool accepted = !timed_out && answer->errstat == 0;
+  NotificationPath *path = current_path.load();
+  // net-snmp also calls for what was in flight when a session ended. The queue has taken that back.
+  if (path == nullptr || !path->queue().answered(request, accepted)) {
+    return 1;
+  }
+  if (timed_out) {
+    snmp_log(LOG_WARNING, "the AgentX master did not acknowledge a notification\n");
+  } else if (!accepted) {
+    snmp_log(LOG_WARNING, "the AgentX master refused a notification (error %ld)\n", answer->errstat);
   }
   return 1;
 }

@@ -103,14 +103,16 @@ Transmission NotificationQueue::attempt(const Notification &notification) const 
   }
 }
 
-void NotificationQueue::answered(int request, bool accepted) {
+bool NotificationQueue::answered(int request, bool accepted) {
   const auto found =
       std::find_if(in_flight_.begin(), in_flight_.end(), [&](const Entry &sent) { return sent.request == request; });
-  if (found != in_flight_.end()) {
-    ++(accepted ? sent_ : refused_);
-    in_flight_.erase(found);
-    wake_.signal();
+  if (found == in_flight_.end()) {
+    return false;
   }
+  ++(accepted ? sent_ : refused_);
+  in_flight_.erase(found);
+  wake_.signal();
+  return true;
 }
 
 void NotificationQueue::link_up() {

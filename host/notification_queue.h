@@ -64,8 +64,9 @@ class NotificationQueue {
   int descriptor() const { return wake_.get(); }
   void turn();
   void resume() { wake_.signal(); }
-  // The master answered, or no longer will. `accepted`: it has taken the notification.
-  void answered(int request, bool accepted);
+  // The master answered, or no longer will. `accepted`: it has taken the notification. False when the request is not in
+  // flight.
+  bool answered(int request, bool accepted);
   void link_up();
   // Puts unanswered notifications back at the front, in order: a master that died may not have seen them.
   void link_down();

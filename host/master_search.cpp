@@ -1,0 +1,90 @@
+// The search for a lost AgentX master. net-snmp tries to open a session in a repeating alarm, and starts such an alarm
+// whenever a session ends, even one that ends while it is being opened: each failure doubles their number, until the
+// agent does nothing but try. Those that are left once a session stands never end. So the daemon replaces
+// snmp_alarm_register(), keeps a single alarm for the search, and lets it rest after each session that was cut off.
+#include <net-snmp/net-snmp-config.h>
+
+#include <net-snmp/net-snmp-includes.h>
+
+#include <net-snmp/agent/net-snmp-agent-includes.h>
+
+#include <algorithm>
+#include <chrono>
+
+#include "host/interposed.h"
+
+namespace tavo {
+
+// No installed header declares these.
+extern "C" {
+extern netsnmp_session *main_session;  // to the master; null without one
+snmp_alarm *sa_find_specific(unsigned int alarm);
+}
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::seconds;
+
+// A session that lasts so long has not been cut off.
+constexpr seconds good_session{1};
+constexpr seconds longest_rest{32};
+
+// Used by the loop's thread only.
+struct Search {
+  SNMPAlarmCallback *open_session = nullptr;  // net-snmp's
+  unsigned int alarm = 0;
+  seconds rest{0};
+  Clock::time_point last_attempt;
+  Clock::time_point next_attempt;
+  bool end_noted = true;  // the end of the session of the last attempt
+};
+Search search;
+
+void note_end(seconds interval) {
+  if (search.end_noted) {
+    return;
+  }
+  search.end_noted = true;
+  const auto now = Clock::now();
+  if (now - search.last_attempt >= good_session) {
+    search.rest = {};
+    return;
+  }
+  search.rest = std::min(std::max(2 * search.rest, 2 * interval), longest_rest);
+  search.next_attempt = now + search.rest;
+  snmp_log(LOG_WARNING, "the AgentX master ended the session at once: next attempt in %lld s\n",
+           static_cast<long long>(search.rest.count()));
+}
+
+void try_to_open(unsigned int alarm, void *argument) {
+  if (main_session != nullptr) {
+    snmp_alarm_unregister(alarm);
+    return;
+  }
+  if (Clock::now() < search.next_attempt) {
+    return;
+  }
+  search.last_attempt = Clock::now();
+  search.end_noted = false;
+  search.open_session(alarm, argument);
+}
+
+}  // namespace
+
+extern "C" unsigned int snmp_alarm_register(unsigned int interval, unsigned int flags, SNMPAlarmCallback *callback,
+                                            void *argument) {
+  static auto *const original = next_definition<decltype(::snmp_alarm_register)>("snmp_alarm_register");
+  // Of net-snmp's repeating alarms only the search has no argument.
+  if ((flags & SA_REPEAT) == 0 || argument != nullptr) {
+    return original(interval, flags, callback, argument);
+  }
+  note_end(seconds(interval));
+  search.open_session = callback;
+  if (search.alarm == 0 || sa_find_specific(search.alarm) == nullptr) {
+    search.alarm = original(interval, flags, try_to_open, nullptr);
+  }
+  return search.alarm;
+}
+
+}  // namespace tavo

@@ -1,0 +1,97 @@
+"""An AgentX master that cuts off sessions, or leaves things unanswered, does not keep the daemon busy."""
+
+import pathlib
+import time
+
+import pytest
+
+from agents import BUILD, TEST_MODULES, Daemon, wait_until
+from fake_master import CUT_OFF, NOTIFY, OPEN, PING, FakeMaster
+from server import at_speed
+
+NOTIFIER = TEST_MODULES / "notifier.so"
+CONNECTED = "AgentX subagent connected"
+
+
+@pytest.fixture
+def master(directory):
+    fake = FakeMaster(directory)
+    yield fake
+    fake.stop()
+
+
+def cpu_seconds(daemon):
+    fields = pathlib.Path(f"/proc/{daemon.pid}/stat").read_text().rpartition(") ")[2].split()
+    return (int(fields[11]) + int(fields[12])) / 100
+
+
+def let_run(daemon, seconds):
+    """Waits, and takes what the daemon reports to systemd: a full socket would hold it up."""
+    deadline = time.monotonic() + seconds
+    while time.monotonic() < deadline:
+        try:
+            daemon.wait_for_state("never", timeout=0.1)
+        except AssertionError:
+            pass
+
+
+def test_a_master_that_cuts_off_is_left_alone(start, master):
+    master.answer = lambda kind, count: CUT_OFF if kind == OPEN else 0
+    daemon = start(Daemon, module=NOTIFIER, master=master)
+    let_run(daemon, 8)
+    attempts = master.received[OPEN]
+    print(f"{attempts} attempts in 8 s")
+    assert 2 <= attempts <= 4, "after 1, 2 and 4 s"
+    assert "ended the session at once: next attempt in 4 s" in daemon.log()
+
+    master.answer = lambda kind, count: 0
+    daemon.wait_for_log(CONNECTED, timeout=10)
+    before, used = master.sessions, cpu_seconds(daemon)
+    let_run(daemon, 3)
+    assert master.sessions == before, "nothing searches any more"
+    assert "attempted to be re-opened" not in daemon.log()
+    assert cpu_seconds(daemon) - used < 0.3
+
+
+def test_a_lost_session_is_found_again_within_seconds(start, master):
+    daemon = start(Daemon, module=NOTIFIER, master=master)
+    daemon.wait_for_log(CONNECTED)
+    for count in range(2, 5):
+        let_run(daemon, 1.5)
+        master.cut_off()
+        daemon.wait_for_log(CONNECTED, count=count, timeout=5)
+
+
+def test_a_storm_at_a_deaf_master_costs_no_time(start, master):
+    """It opens sessions and registers tables, but cuts off at a ping and acknowledges no notification."""
+    master.answer = lambda kind, count: {NOTIFY: None, PING: CUT_OFF}.get(kind, 0)
+    daemon = start(Daemon, module=NOTIFIER, master=master)
+    daemon.order("send 1 3000 100")
+    let_run(daemon, 8)
+    print(f"{master.received[OPEN]} sessions, {cpu_seconds(daemon):.2f} s of CPU")
+    assert master.received[OPEN] <= 9, "one a second"
+    assert cpu_seconds(daemon) < 1
+    assert daemon.log().count("did not acknowledge") == 0, "what a session leaves is sent again in the next"
+    master.answer = lambda kind, count: 0
+    master.cut_off()
+    wait_until(lambda: len(set(master.payloads)) >= 3000, what="all notifications")
+
+
+def test_a_slow_master_gets_nothing_twice(start, master):
+    master.answer = lambda kind, count: None if kind == NOTIFY else 0
+    daemon = start(Daemon, module=NOTIFIER, master=master)
+    daemon.wait_for_log(CONNECTED)
+    daemon.order("send 1 60 100")
+    wait_until(lambda: master.received[NOTIFY] == 50, what="the first burst")
+    let_run(daemon, 4)
+    assert master.received[NOTIFY] == 50, "neither sent again nor followed by others"
+
+
+def test_an_unanswered_notification_is_given_up(start, master):
+    """After 60 s on the daemon's clock, and five repetitions."""
+    master.answer = lambda kind, count: None if kind == NOTIFY else 0
+    daemon = start(Daemon, module=NOTIFIER, master=master, program=[*at_speed(100), BUILD / "snmp-subagentd"])
+    daemon.wait_for_log(CONNECTED)
+    daemon.order("send 1 60 100")
+    wait_until(lambda: len(set(master.payloads)) == 60, what="those behind the first burst")
+    assert daemon.log().count("did not acknowledge a notification") >= 10
