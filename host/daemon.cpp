@@ -31,6 +31,7 @@
 #include "host/name.h"
 #include "host/notification_path.h"
 #include "host/platform_calls.h"
+#include "host/resources.h"
 #include "host/signals.h"
 #include "host/start_progress.h"
 #include "host/tools.h"
@@ -220,6 +221,7 @@ ExitStatus run_daemon(const Options &options) {
   if (!options.foreground) {
     background.emplace();
   }
+  require_resources();
   const PidFile pid_file(options.pid_file);
   // Never destroyed: a thread of the module that cannot be joined may still wait for a tool.
   ToolRunner &tools = *new ToolRunner(options.tool_timeout, StartProgress::sign_of_life);

@@ -2,6 +2,7 @@
 
 import os
 import pathlib
+import re
 import signal
 import socket
 import subprocess
@@ -122,6 +123,27 @@ def test_port_in_use_is_named(directory):
         result = run(directory, "-f", "-C", "--module", NOTIFIER, "--listen", address)
     assert result.returncode == 7
     assert f"cannot listen on {address}" in result.stderr
+
+
+@pytest.mark.parametrize("limit", [7, 9, 12, 16, 40])
+def test_too_few_descriptors_are_named(directory, limit):
+    command = ["prlimit", f"--nofile={limit}", "--", DAEMON, "-f", "-C", "--module", NOTIFIER, "--listen",
+               f"udp:127.0.0.1:{free_port()}"]
+    result = subprocess.run(command, capture_output=True, text=True, timeout=20, env=environment(directory))
+    assert result.returncode == 1
+    assert re.search(rf"only \d+ descriptors are free, 48 are needed: Too many open files \(limit: {limit}\)",
+                     result.stderr)
+
+
+def test_too_few_threads_are_named(directory):
+    if os.geteuid() != 0:
+        pytest.skip("needs root, to become a user without any process")
+    # The limit counts the user's processes, and root has none.
+    command = ["setpriv", "--reuid=54321", "--clear-groups", "prlimit", "--nproc=8", "--", DAEMON, "-f", "-C",
+               "--module", NOTIFIER, "--listen", f"udp:127.0.0.1:{free_port()}"]
+    result = subprocess.run(command, capture_output=True, text=True, timeout=20, env=environment(directory), cwd="/")
+    assert result.returncode == 1
+    assert re.search(r"only \d+ threads can be created, 16 are needed: .* \(limit: 8\)", result.stderr)
 
 
 def test_help_and_version_go_to_standard_output(directory):

@@ -78,12 +78,13 @@ def test_a_stop_kills_the_tools_that_run(start, number, kind):
     wait_until(tool.is_gone, what="the end of the tool")
 
 
-def test_a_stop_ends_a_start_that_waits_for_a_tool(start):
+@pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGINT])
+def test_a_stop_ends_a_start_that_waits_for_a_tool(start, number):
     tool = Hanging()
     daemon = start(Daemon, module=TOOL_RUNNER, ready=False, TEST_MODULE_START_COMMAND=tool.command)
     wait_until(lambda: not tool.is_gone(), what="the tool")
     begin = time.monotonic()
-    daemon.signal(signal.SIGTERM)
+    daemon.signal(number)
     assert daemon.wait() == 0
     assert time.monotonic() - begin < 7, "the daemon waits 8 s for a start that goes on"
     reason = "because the daemon stops"
