@@ -48,7 +48,7 @@ def new_fault(daemon, before):
                       what="the fault")[0]
 
 
-def test_faults_of_the_scenario_name_rows_of_the_tables(daemon):
+def test_faults_of_the_scenario_name_rows_of_tables(daemon):
     found = faults(daemon)
     assert len(found) == 4
     for identifier, name in found.values():
