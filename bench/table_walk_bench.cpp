@@ -345,7 +345,8 @@ std::span<tavo::Table *const> tavo::all_tables() {
   return tables;
 }
 
-// The gate's handler is left out of the chain; the tables then take their locks themselves.
+// The gate's handler is left out of the chain; the tables then take their locks themselves. The linker determines the
+// names. NOLINTBEGIN(readability-identifier-naming)
 extern "C" int __real_netsnmp_inject_handler(netsnmp_handler_registration *registration, netsnmp_mib_handler *handler);
 extern "C" int __wrap_netsnmp_inject_handler(netsnmp_handler_registration *registration, netsnmp_mib_handler *handler) {
   if (!tables_have_a_gate && std::string_view(handler->handler_name) == "request_gate") {
@@ -354,6 +355,7 @@ extern "C" int __wrap_netsnmp_inject_handler(netsnmp_handler_registration *regis
   }
   return __real_netsnmp_inject_handler(registration, handler);
 }
+// NOLINTEND(readability-identifier-naming)
 
 int main(int argc, char **argv) {
   try {
