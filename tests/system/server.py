@@ -13,6 +13,7 @@ BOOT = ROOT / "simulator/boot"
 MODULE = BUILD / "libsnmpextmibmodule.so"
 PLATFORM = BUILD / "libbmcsim.so"
 SCENARIO = ROOT / "simulator/scenarios/rack-server.yaml"
+FRONT_ENDS = ["datactl", "flatkv", "slotutil", "ipmitool"]
 # Fault classes for which the simulator has no word.
 UNREFRESHED_CLASS = 4  # no table is rebuilt for it
 STORAGE_CLASS = 209  # 208 to 211 all mean storage
@@ -33,6 +34,17 @@ def descendant(pid, name):
         return next(filter(None, (descendant(child, name) for child in children_of(pid))), None)
     except (FileNotFoundError, ProcessLookupError):
         return None
+
+
+def tools_that_run(daemon):
+    """Processes of the tools on the daemon's server, zombies included."""
+    def runs_there(path):
+        try:
+            return (path.joinpath("comm").read_text().strip() in FRONT_ENDS and
+                    os.readlink(path / "ns/pid") == os.readlink(f"/proc/{daemon.pid}/ns/pid"))
+        except (FileNotFoundError, ProcessLookupError, PermissionError):
+            return False
+    return [path.name for path in pathlib.Path("/proc").glob("[0-9]*") if runs_there(path)]
 
 
 def at_speed(speed):
@@ -88,12 +100,13 @@ class Server(Program):
 
 
 class ServedDaemon(Daemon):
-    """The daemon on a booted server, with the real module."""
+    """The daemon on a booted server, with the real module. `tool_timeout` is in seconds of this machine's clock."""
 
-    def __init__(self, directory, server, speed=None, module=MODULE, platforms=(PLATFORM,), **settings):
+    def __init__(self, directory, server, speed=None, module=MODULE, platforms=(PLATFORM,), tool_timeout=30,
+                 **settings):
         program = [*server.entered(), *(at_speed(speed) if speed else []), BUILD / "snmp-subagentd"]
         if speed:  # the tools themselves run no faster
-            program += ["--tool-timeout", 30 * speed]
+            program += ["--tool-timeout", int(tool_timeout * speed)]
         super().__init__(directory, module=module, platforms=platforms, program=program, **settings)
 
     @property
