@@ -1,5 +1,7 @@
 #include "core/background_thread.h"
 
+#include "core/health.h"
+
 namespace tavo {
 
 int BackgroundThread::create(Caller caller) {
@@ -7,8 +9,9 @@ int BackgroundThread::create(Caller caller) {
   pthread_attr_init(&attributes_);
   pthread_attr_setdetachstate(&attributes_, PTHREAD_CREATE_JOINABLE);
   trace(caller, description_.source, description_.creating, caller.function);
-  if (pthread_create(&handle_, &attributes_, description_.start_routine, nullptr) != 0) {
+  if (const int error = pthread_create(&handle_, &attributes_, description_.start_routine, nullptr); error != 0) {
     snmp_log(description_.failure_level, "%s", description_.create_failed);
+    report(tavo_thread_missing, caller.function, error);
     return -1;
   }
   created_ = true;

@@ -22,6 +22,10 @@ extern "C" {
 [[gnu::weak]] void tavo_rebuild_begins(const char *table);
 [[gnu::weak]] void tavo_rebuild_ends(const char *table, bool succeeded);
 
+// A thread of the module cannot be created: `function`, such as "create_FE_thread", had the error `error` of errno.h.
+// The module serves without the thread. Called on the thread that calls the function.
+[[gnu::weak]] void tavo_thread_missing(const char *function, int error);
+
 // A request waits because a table is busy; it has ended, by an answer or without one. The pointer only tells requests
 // apart. Both on the agent's thread.
 [[gnu::weak]] void tavo_request_set_aside(const void *request);

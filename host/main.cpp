@@ -1,4 +1,5 @@
 // snmp-subagentd: see docs/daemon.md.
+#include <systemd/sd-daemon.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -42,6 +43,7 @@ ExitStatus run(int argc, const char *const *argv) {
     return run_daemon(command_line.options);
   } catch (const StartFailure &failure) {
     std::fprintf(stderr, "%s: %s\n", daemon_name, failure.what());
+    sd_notifyf(0, "STATUS=%s", failure.what());
     return failure.status();
   } catch (const std::bad_alloc &) {
     std::fprintf(stderr, "%s: out of memory\n", daemon_name);

@@ -10,10 +10,12 @@
 #include <atomic>
 #include <csignal>
 #include <cstring>
+#include <string>
 #include <string_view>
 #include <thread>
 
 #include "core/descriptor.h"
+#include "core/health.h"
 #include "host/exit_status.h"
 #include "host/imports.h"
 #include "host/platform_calls.h"
@@ -26,6 +28,21 @@ namespace tavo {
 // The module joins this thread. Zero while the daemon has not started it.
 extern "C" {
 pthread_t test_trap_thread = 0;
+}
+
+namespace {
+
+// The first of the module's threads that could not be created, and why; empty if all could.
+std::string missing_thread;  // NOLINT(cert-err58-cpp): an empty string does not throw
+
+}  // namespace
+
+extern "C" {
+void tavo_thread_missing(const char *function, int error) {
+  if (missing_thread.empty()) {
+    missing_thread = std::string(function) + ": " + std::strerror(error);
+  }
+}
 }
 
 namespace {
@@ -89,6 +106,9 @@ Module::Module(const std::string &path)
 
 void Module::start() {
   init_();
+  if (!missing_thread.empty()) {
+    throw StartFailure(ExitStatus::Failure, "cannot create a thread of the module: " + missing_thread);
+  }
   if (auto *body = find<decltype(SendTestTrap)>("SendTestTrap")) {
     if (pthread_create(&test_trap_thread, nullptr, body, nullptr) != 0) {
       throw StartFailure(ExitStatus::Failure, "cannot create the test-notification thread");

@@ -19,7 +19,8 @@ class Module {
   explicit Module(const std::string &path);
 
   // Registers the tables and starts the module's threads, then starts the test-notification thread if the module has
-  // one. Throws StartFailure when that thread cannot be created.
+  // one. Throws StartFailure when one of these threads cannot be created: a server whose faults are never shown is
+  // worse than one that is started again.
   void start();
   // Waits until the fault event thread has listed the active faults, or for `limit`: it starts last, and after a cold
   // boot of the controller it first waits for a minute. Returns at once if the module has no such thread.

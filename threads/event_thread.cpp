@@ -10,6 +10,7 @@
 #include <cstdlib>
 
 #include "core/background_thread.h"
+#include "core/health.h"
 #include "core/trace.h"
 #include "core/zeroed.h"
 #include "platform/fault_engine.h"
@@ -109,6 +110,7 @@ int create_FE_thread(void) {
   fault_database = static_cast<EntityNode **>(std::calloc(1, sizeof(FaultBuckets)));
   if (fault_database == nullptr) {
     snmp_log(LOG_DEBUG, "CREATE_EVENT_THREAD:Failed memory allocation\n");
+    report(tavo_thread_missing, __func__, ENOMEM);
     return -1;
   }
   if (const int error = event_thread.create(); error != 0) {

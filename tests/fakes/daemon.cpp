@@ -1,5 +1,6 @@
 #include "tests/fakes/daemon.h"
 
+#include <cstring>
 #include <mutex>
 #include <optional>
 #include <utility>
@@ -55,6 +56,10 @@ void tavo_rebuild_begins(const char *table) {
 
 void tavo_rebuild_ends(const char *table, bool succeeded) {
   fakes::note(std::string(table) + (succeeded ? " succeeds" : " fails"));
+}
+
+void tavo_thread_missing(const char *function, int error) {
+  fakes::note(std::string(function) + ": " + std::strerror(error));
 }
 
 void tavo_request_set_aside(const void * /*request*/) {

@@ -10,6 +10,7 @@ import subprocess
 import pytest
 
 from agents import BUILD, TEST_BASE, TEST_MODULES, Daemon, environment, free_port, snmpget, wait_until
+from server import ServedDaemon, Server
 
 DAEMON = BUILD / "snmp-subagentd"
 NOTIFIER = TEST_MODULES / "notifier.so"
@@ -144,6 +145,14 @@ def test_too_few_threads_are_named(directory):
     result = subprocess.run(command, capture_output=True, text=True, timeout=20, env=environment(directory), cwd="/")
     assert result.returncode == 1
     assert re.search(r"only \d+ threads can be created, 16 are needed: .* \(limit: 8\)", result.stderr)
+def test_missing_thread_of_the_module_fails_the_start(start):
+    preload = os.pathsep.join(filter(None, [str(TEST_MODULES / "no_event_thread.so"), os.environ.get("LD_PRELOAD")]))
+    daemon = start(ServedDaemon, start(Server), ready=False, LD_PRELOAD=preload)
+    with pytest.raises(AssertionError, match="the daemon exited with 1"):
+        daemon.wait_for_state("READY=1")
+    reason = "cannot create a thread of the module: create_FE_thread: Resource temporarily unavailable"
+    assert f"snmp-subagentd: {reason}" in daemon.log()
+    assert f"STATUS={reason}" in daemon.states
 
 
 def test_help_and_version_go_to_standard_output(directory):

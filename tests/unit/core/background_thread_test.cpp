@@ -8,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/fakes/daemon.h"
 #include "tests/fakes/mutexes.h"
 #include "tests/fakes/net_snmp.h"
 #include "tests/fakes/threads.h"
@@ -155,9 +156,11 @@ TEST_F(BackgroundThreadTest, CreationIsTracedWithTheNameOfItsFunction) {
 TEST_F(BackgroundThreadTest, AThreadThatCannotBeCreatedIsLogged) {
   fakes::set_debugging(true);
   fakes::fail_thread_creation(EAGAIN);
+  const fakes::RecordedReports reports;
   EXPECT_EQ(sample.create({.function = "create_sample_thread", .line = 12}), -1);
   EXPECT_THAT(fakes::log_lines(), ElementsAre(LogLine{LOG_DEBUG, "unable to create sample thread\n"}));
   EXPECT_THAT(fakes::trace_texts(), ElementsAre("create_sample_thread:Creating sample thread\n"));
+  EXPECT_THAT(reports.take(), ElementsAre("create_sample_thread: Resource temporarily unavailable"));
 }
 
 TEST_F(BackgroundThreadTest, JoiningAThreadThatWasNeverCreatedFailsAndGoesOn) {

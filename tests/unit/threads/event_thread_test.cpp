@@ -14,6 +14,7 @@
 #include "tables/faults/tavoFaultTable_traps.h"
 #include "tests/fakes/allocation.h"
 #include "tests/fakes/clock.h"
+#include "tests/fakes/daemon.h"
 #include "tests/fakes/mutexes.h"
 #include "tests/fakes/threads.h"
 #include "tests/fixtures/fault_table_fixture.h"
@@ -303,10 +304,12 @@ TEST_F(EventThreadTest, CreatesAJoinableThread) {
 }
 
 TEST_F(EventThreadTest, WithoutMemoryForTheDatabaseThereIsNoThread) {
+  const fakes::RecordedReports reports;
   fakes::fail_allocations(0, 1);
   EXPECT_EQ(create_FE_thread(), -1);
   EXPECT_THAT(fakes::log_lines(), ElementsAre(LogLine{LOG_DEBUG, "CREATE_EVENT_THREAD:Failed memory allocation\n"}));
   EXPECT_THAT(fakes::created_threads(), IsEmpty());
+  EXPECT_THAT(reports.take(), ElementsAre("create_FE_thread: Cannot allocate memory"));
 }
 
 TEST_F(EventThreadTest, AThreadThatCannotBeCreatedLeavesNoDatabase) {
