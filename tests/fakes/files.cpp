@@ -18,6 +18,8 @@
 namespace tavo::fakes {
 namespace {
 
+thread_local int interruptions = 0;  // reads of this thread that are still to be interrupted
+
 std::mutex mutex;
 std::string root;  // empty: no FakeFiles
 std::map<std::string, int, std::less<>> opens;
@@ -88,6 +90,10 @@ std::string FakeFiles::read(std::string_view path) const {
   return content.str();
 }
 
+void interrupt_reads(int times) {
+  interruptions = times;
+}
+
 int opens_of(std::string_view path) {
   const std::scoped_lock lock(mutex);
   const auto found = opens.find(path);
@@ -111,6 +117,7 @@ int __real_access(const char *path, int mode);
 int __real_unlink(const char *path);
 int __real_stat(const char *path, struct stat *status);
 int __real_rename(const char *from, const char *to);
+ssize_t __real_read(int descriptor, void *buffer, std::size_t size);
 
 int __wrap_open(const char *path, int flags, ...) {
   va_list arguments;
@@ -138,6 +145,15 @@ int __wrap_access(const char *path, int mode) {
 
 int __wrap_unlink(const char *path) {
   return __real_unlink(FakeFiles::real_path(path).c_str());
+}
+
+ssize_t __wrap_read(int descriptor, void *buffer, std::size_t size) {
+  if (interruptions > 0) {
+    --interruptions;
+    errno = EINTR;
+    return -1;
+  }
+  return __real_read(descriptor, buffer, size);
 }
 
 int __wrap_rename(const char *from, const char *to) {

@@ -28,6 +28,9 @@ class FakeFiles {
 // How often the module has tried to open the path since the FakeFiles was made.
 int opens_of(std::string_view path);
 
+// The next `times` reads of the module fail with EINTR.
+void interrupt_reads(int times);
+
 // From now on opening this path fails with `error`, though the file exists.
 void refuse_open(std::string_view path, int error);
 

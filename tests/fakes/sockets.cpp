@@ -27,6 +27,7 @@ struct Failure {
 };
 
 std::map<std::string, Failure, std::less<>> failures;
+std::function<void(int)> close_observer;
 std::vector<BoundAddress> bound;
 std::vector<int> listened;
 std::vector<SocketOption> options;
@@ -92,6 +93,11 @@ std::vector<OpenedSocket> opened_sockets() {
   return opened;
 }
 
+void on_close(std::function<void(int)> observer) {
+  const std::scoped_lock lock(mutex);
+  close_observer = std::move(observer);
+}
+
 bool wait_until_accepting(std::chrono::seconds limit) {
   std::unique_lock lock(mutex);
   return accepting_changed.wait_for(lock, limit, [] { return accepting > 0; });
@@ -104,6 +110,7 @@ void reset_sockets() {
   listened.clear();
   options.clear();
   opened.clear();
+  close_observer = nullptr;
 }
 
 }  // namespace tavo::fakes
@@ -112,6 +119,7 @@ using namespace tavo::fakes;
 
 extern "C" {
 
+int __real_close(int descriptor);
 int __real_socket(int domain, int type, int protocol);
 int __real_setsockopt(int descriptor, int level, int name, const void *value, socklen_t size);
 int __real_bind(int descriptor, const sockaddr *address, socklen_t length);
@@ -120,6 +128,18 @@ int __real_accept4(int descriptor, sockaddr *address, socklen_t *length, int fla
 int __real_select(int count, fd_set *readable, fd_set *writable, fd_set *exceptional, timeval *limit);
 ssize_t __real_send(int descriptor, const void *octets, std::size_t size, int flags);
 ssize_t __real_recv(int descriptor, void *buffer, std::size_t size, int flags);
+
+int __wrap_close(int descriptor) {
+  std::function<void(int)> observer;
+  {
+    const std::scoped_lock lock(mutex);
+    observer = close_observer;
+  }
+  if (observer) {
+    observer(descriptor);
+  }
+  return __real_close(descriptor);
+}
 
 int __wrap_socket(int domain, int type, int protocol) {
   return fails("socket") ? -1 : note_opened("socket", __real_socket(domain, type, protocol));

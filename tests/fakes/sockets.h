@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -39,6 +40,9 @@ struct OpenedSocket {
   bool close_on_exec;
 };
 std::vector<OpenedSocket> opened_sockets();
+
+// Called at each close of a descriptor, before it is closed.
+void on_close(std::function<void(int descriptor)> observer);
 
 // Waits until the module waits for a connection; false when `limit` passes first.
 bool wait_until_accepting(std::chrono::seconds limit = std::chrono::seconds(20));

@@ -7,6 +7,7 @@
 #include <map>
 #include <mutex>
 #include <optional>
+#include <span>
 
 namespace tavo::fakes {
 namespace {
@@ -130,12 +131,16 @@ void se_close_storage_events(void *handle) {
 
 int veltutil_mgnt(velt_request *request) {
   const std::scoped_lock lock(mutex);
-  VeltRequest copy = {.kind = request->kind,
-                      .count = request->count,
-                      .words = {},
-                      .controller = std::string(request->controller, strnlen(request->controller, 32)),
-                      .buffer = request->buffer,
-                      .buffer_size = request->buffer_size};
+  VeltRequest copy = {
+      .kind = request->kind,
+      .count = request->count,
+      .words = {},
+      .controller = std::string(request->controller, strnlen(request->controller, 32)),
+      .buffer = request->buffer,
+      .buffer_size = request->buffer_size,
+      .buffer_was_zero =
+          std::ranges::count(std::span(static_cast<const unsigned char *>(request->buffer), request->buffer_size), 0) ==
+          request->buffer_size};
   std::ranges::copy(request->words, copy.words.begin());
   requests.push_back(std::move(copy));
   const int result = results[request->kind];

@@ -31,6 +31,7 @@ struct VeltRequest {
   std::string controller;
   const void *buffer;
   std::uint32_t buffer_size;
+  bool buffer_was_zero;
 };
 
 // Oldest first.

@@ -24,6 +24,40 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using fakes::LockHolder;
 
+TEST(LockQueueTest, AnEmptyQueueMayBeOvertakenHoweverOldItIs) {
+  LockQueue queue;
+  queue.enter();
+  queue.leave();
+  std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  EXPECT_TRUE(queue.may_be_overtaken());
+}
+
+// Whoever is woken out of turn waits again, behind the others. If only one were woken each time, nobody would be left
+// to wake the one whose turn it is, and the test would not end.
+TEST(LockQueueTest, TheNextInTurnWakesWhoeverElseIsWoken) {
+  LockQueue queue;
+  const Descriptor event(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+  constexpr auto until_it_waits = std::chrono::milliseconds(20);
+  for (int round = 0; round < 5; ++round) {
+    queue.enter();
+    queue.reserve(event.get());
+    std::vector<std::thread> waiting;
+    for (int i = 0; i < 3; ++i) {
+      waiting.emplace_back([&queue] {
+        queue.enter();
+        queue.leave();
+      });
+      std::this_thread::sleep_for(until_it_waits);
+    }
+    queue.leave();  // the reservation's turn: all wait again
+    std::this_thread::sleep_for(until_it_waits);
+    queue.give_up();
+    for (std::thread &thread : waiting) {
+      thread.join();
+    }
+  }
+}
+
 class ReservationTest : public fakes::ModuleTest {
  protected:
   ~ReservationTest() override { lock_.give_up_place(); }

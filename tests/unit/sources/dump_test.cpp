@@ -19,6 +19,7 @@
 #include "tests/fakes/allocation.h"
 #include "tests/fakes/files.h"
 #include "tests/fakes/net_snmp.h"
+#include "tests/fakes/searches.h"
 #include "tests/fixtures/module_fixture.h"
 #include "tests/harness/own_process.h"
 
@@ -461,6 +462,21 @@ TEST_F(DumpTest, AFileOf256MebibytesTakesNoMemoryOfItsSize) {
   EXPECT_EQ(value(dump, id, 1), "1");
   EXPECT_EQ(dump.count(id), 1);
   EXPECT_EQ(dump.sum(id), 1);
+}
+
+TEST_F(DumpTest, ASearchGoesOverTheDumpOnce) {
+  std::string content;
+  for (int i = 0; i < 2000; ++i) {
+    content += " name: fan\n id: " + std::to_string(i) + '\n';
+  }
+  files.write(path, content);
+  const Dump dump(path);
+  Dump::Search search(dump, id);
+  fakes::forget_octets_searched();
+  for (int n = 1; n <= 2000; ++n) {
+    ASSERT_EQ(value(search, n), std::to_string(n - 1));
+  }
+  EXPECT_LE(fakes::octets_searched(), content.size());
 }
 
 }  // namespace

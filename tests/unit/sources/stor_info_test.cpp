@@ -323,5 +323,15 @@ TEST_F(StorInfoTest, TheDaemonsOwnGlobalsAreZeroAndOfTheirSize) {
   EXPECT_THAT(tmp_raid_ptr, Each(0));
 }
 
+TEST_F(StorInfoTest, ASignalDoesNotEndTheSnapshot) {
+  files_.write(path, fakes::snapshot({fakes::controller("A"), fakes::controller("B")}));
+  for (int times = 1; times < 4; ++times) {
+    fakes::interrupt_reads(times);
+    EXPECT_EQ(get_stor_info(&head_stor_ptr), 1);
+    free_stor_info(head_stor_ptr);
+  }
+  EXPECT_THAT(fakes::log_lines(), IsEmpty());
+}
+
 }  // namespace
 }  // namespace tavo

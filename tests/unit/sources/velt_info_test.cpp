@@ -43,6 +43,12 @@ TEST_F(VeltInfoTest, AsksForControllerCardsAndPartitionsInTurn) {
   EXPECT_THAT(fakes::log_lines(), IsEmpty());
 }
 
+// A service that fills a part of its answer leaves the rest as it is.
+TEST_F(VeltInfoTest, TheServiceGetsEmptyBuffers) {
+  populate_velt();
+  EXPECT_THAT(fakes::velt_requests(), Each(testing::Field(&fakes::VeltRequest::buffer_was_zero, true)));
+}
+
 TEST_F(VeltInfoTest, KeepsWhatTheServiceAnswers) {
   const auto controller = fakes::VeltController().text(VELT_CONTROLLER_COLUMN_8, "sd");
   fakes::set_velt_controller(controller);

@@ -197,6 +197,7 @@ TEST_F(CmcThreadTest, AConnectionBeyondSelectIsRefusedAndTheNextServed) {
     ASSERT_TRUE(taken.all()) << "a limit of more than " << FD_SETSIZE << " descriptors";
     const int peer = connect_client();
     EXPECT_EQ(receive(peer, 1), "") << "closed";
+    expect_closed(fakes::opened_sockets().back().descriptor);
     close(peer);
   }
   const int peer = connect_client();

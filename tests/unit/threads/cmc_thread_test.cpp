@@ -243,5 +243,25 @@ TEST_F(CmcThreadTest, IsCreatedJoinableAndSaysSo) {
   EXPECT_THAT(fakes::log_texts(), ElementsAre("Stopping CMCThread\n", "CMCThread exited\n"));
 }
 
+// Else a sender could meet the number in another thread's hands.
+TEST_F(CmcThreadTest, AConnectionIsForgottenBeforeItIsClosed) {
+  set_block("block");
+  start();
+  const int peer = connect_client();
+  EXPECT_EQ(receive(peer, 5), "block");
+  const int accepted = std::atomic_ref(data_fd).load();
+  std::atomic<int> known_at_the_close = accepted;
+  fakes::on_close([&](int descriptor) {
+    if (descriptor == accepted) {
+      known_at_the_close = std::atomic_ref(data_fd).load();
+    }
+  });
+  shutdown(peer, SHUT_RDWR);
+  EXPECT_TRUE(eventually([&] { return fcntl(accepted, F_GETFD) == -1; }));
+  fakes::on_close(nullptr);
+  EXPECT_EQ(known_at_the_close, -1);
+  close(peer);
+}
+
 }  // namespace
 }  // namespace tavo

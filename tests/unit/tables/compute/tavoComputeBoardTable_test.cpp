@@ -1,6 +1,7 @@
 #include "tables/compute/tavoComputeBoardTable.h"
 
 #include <gmock/gmock.h>
+#include <malloc.h>
 
 #include <array>
 #include <cerrno>
@@ -128,6 +129,16 @@ TEST_F(ComputeBoardTableTest, WithoutItsLockTheRowIsFreedAndTheTableStaysEmpty) 
   fakes::fail_next_mutex_call(EINVAL);
   EXPECT_EQ(initialize_board_table(), 0);
   EXPECT_EQ(tavoComputeBoardTable_head, nullptr);
+}
+
+TEST_F(ComputeBoardTableTest, ARowThatCannotBeListedIsFreed) {
+  const auto allocated = [] { return ::mallinfo2().uordblks; };
+  const std::size_t before = allocated();
+  for (int i = 0; i < 1000; ++i) {
+    fakes::fail_next_mutex_call(EINVAL);
+    EXPECT_EQ(tavoComputeBoardTable_createEntry(make_row()), nullptr);
+  }
+  EXPECT_LT(allocated(), before + 100 * sizeof(Row)) << "the sanitizer's own allocator counts nothing, but finds leaks";
 }
 
 TEST_F(ComputeBoardTableTest, ARowGoesInFrontOfTheOneThatStands) {

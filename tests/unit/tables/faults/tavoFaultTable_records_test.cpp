@@ -227,6 +227,25 @@ TEST_F(FaultTableTest, AnUpdateWaitsForAManagerThatReadsTheRow) {
   EXPECT_STREQ(only_row().description.text, "Changed");
 }
 
+// Each debug message is a moment at which a manager might read the row.
+TEST_F(FaultTableTest, ARowNeverShowsTheSerialNumber) {
+  start_up_with_serial_number("SERIAL-0001");
+  needToSendTrapFlag = 1;
+  fakes::set_debugging(true);
+  std::string shown;
+  fakes::on_debug_message([&shown] {
+    if (tavoFaultTable_head != nullptr) {
+      shown += tavoFaultTable_head->affected_object.text;
+    }
+  });
+  apply(fault(3, 7, 5));
+  apply(fault(3, 7, 4));
+  fakes::on_debug_message(nullptr);
+  EXPECT_THAT(shown, testing::HasSubstr("cpu-1"));
+  EXPECT_THAT(shown, testing::Not(testing::HasSubstr("SERIAL")));
+  EXPECT_THAT(notified_affected_object(), testing::HasSubstr("SERIAL"));
+}
+
 TEST_F(FaultTableTest, CreateListsARowWithItsPlainText) {
   auto *row = static_cast<FaultRow *>(std::calloc(1, sizeof(FaultRow)));
   row->index = 12;
