@@ -36,8 +36,8 @@ std::time_t seconds_so_far() {
 }
 
 // A query tool that prints nothing empties the disk table, and nothing would rebuild it before the next storage event.
-void ask_again_for_drive_slots() {
-  static bool said = false;
+// `said`: whether that is logged already.
+void ask_again_for_drive_slots(bool &said) {
   const bool unknown = drive_slots_are_unknown();
   if (unknown && !said) {
     snmp_log(LOG_WARNING, "no disks are shown: datactl prints nothing about the drive slots; asking it again\n");
@@ -53,6 +53,7 @@ void keep_fresh() {
   std::time_t last_check = seconds_so_far();
   std::time_t last_periodic = last_check;
   int periodic_passes = 0;
+  bool said_that_tool_is_silent = false;
   sleep(60);
   while (thread.is_running()) {
     if (seconds_so_far() - last_check > 10) {
@@ -64,7 +65,7 @@ void keep_fresh() {
       pass.serve(RefreshRequests::take());
       if (seconds_so_far() - last_periodic > 100) {
         pass.refresh_periodically(periodic_passes++);
-        ask_again_for_drive_slots();
+        ask_again_for_drive_slots(said_that_tool_is_silent);
         last_periodic = seconds_so_far();
       }
       last_check = seconds_so_far();
