@@ -29,6 +29,8 @@ set_property(TARGET snmpextmibmodule APPEND PROPERTY LINK_DEPENDS ${CMAKE_BINARY
 target_link_options(snmpextmibmodule PRIVATE
                     -Wl,--version-script=${CMAKE_BINARY_DIR}/module.map -Wl,-Bsymbolic -Wl,--gc-sections)
 
+harden(snmpextmibmodule)
+
 # A name with default visibility that the list lacks would be hidden without a word, and so would one that the list has
 # and no object defines.
 add_custom_command(
@@ -42,7 +44,8 @@ add_custom_command(
 # program never calls the platform, so it links without the platform's libraries.
 add_executable(describe_tables module/describe_tables.cpp)
 target_link_libraries(describe_tables PRIVATE module_objects)
-target_link_options(describe_tables PRIVATE -no-pie -Wl,--unresolved-symbols=ignore-in-object-files)
+set_target_properties(describe_tables PROPERTIES POSITION_INDEPENDENT_CODE OFF)
+target_link_options(describe_tables PRIVATE -Wl,--unresolved-symbols=ignore-in-object-files)
 add_custom_command(
   OUTPUT ${CMAKE_BINARY_DIR}/tables.json
   COMMAND describe_tables ${CMAKE_BINARY_DIR}/tables.json

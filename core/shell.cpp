@@ -59,7 +59,7 @@ bool run_in_shell(const ShellCommand &command) {
   if (!command.fits()) {
     return false;
   }
-  static_cast<void>(std::system(command.text()));
+  [[maybe_unused]] const int status = std::system(command.text());
   return true;
 }
 
