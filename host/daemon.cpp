@@ -24,6 +24,7 @@
 #include "host/background.h"
 #include "host/chassis_link.h"
 #include "host/descriptors.h"
+#include "host/dump_files.h"
 #include "host/health_mib.h"
 #include "host/master_subtrees.h"
 #include "host/module.h"
@@ -257,6 +258,7 @@ ExitStatus run_daemon(const Options &options) {
     health.attach();
   });
   close_descriptors_on_exec();
+  warn_of_unwritable_dumps();
   {
     const StartProgress progress(options.tool_timeout + longest_silence_without_tool);
     module.start();

@@ -136,6 +136,21 @@ def test_too_few_descriptors_are_named(directory, limit):
                      result.stderr)
 
 
+def test_a_user_that_cannot_write_dumps_is_told(start, directory):
+    if os.geteuid() != 0:
+        pytest.skip("needs root, to become another user")
+    directory.chmod(0o777)
+    warning = "cannot write /var: Permission denied. What tables take from there stays empty"
+    other = start(Daemon, module=NOTIFIER, ready=False,
+                  program=["setpriv", "--reuid=54321", "--clear-groups", DAEMON])
+    other.wait_for_log("snmp-subagentd .* serves")
+    assert f"user 54321 {warning}" in other.log()
+    assert other.log().index(warning) < other.log().index(" serves")
+    other.stop()
+    usual = start(Daemon, module=NOTIFIER)
+    assert warning not in usual.log()
+
+
 def test_too_few_threads_are_named(directory):
     if os.geteuid() != 0:
         pytest.skip("needs root, to become a user without any process")
