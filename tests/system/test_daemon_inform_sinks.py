@@ -1,7 +1,9 @@
 """Informs: one manager that does not acknowledge costs the daemon no memory, and the other managers nothing."""
 
+import contextlib
 import pathlib
 import re
+import signal
 import socket
 
 from agents import TEST_BASE, TEST_MODULES, Daemon, TrapCollector, snmpget, wait_until
@@ -92,3 +94,30 @@ def test_a_sink_that_comes_back_gets_what_follows(start):
         wanted = set(range(201, 301))
         while wanted:
             wanted.discard(acknowledge(silent))
+
+
+def test_a_stop_sends_what_is_still_queued(start):
+    silent, address = silent_socket()
+    silent.settimeout(5)
+    with silent:
+        daemon = start_with_sinks(start, f"informsink {address} public")
+        daemon.order("send 1 200 10")
+        daemon.wait_for_log("sent number 200\n")
+        daemon.signal(signal.SIGTERM)
+        daemon.wait_for_log("stopping")
+        seen = set()
+        while seen != set(range(1, 201)):
+            seen.add(acknowledge(silent))
+        assert daemon.wait() == 0
+
+
+def test_the_context_reaches_the_manager(start):
+    """Only SNMPv3 carries one."""
+    with contextlib.closing(silent_socket()[0]) as silent:
+        silent.settimeout(10)
+        daemon = start_with_sinks(
+            start, "createUser tavo", "trapsess -v3 -e 0x8000f00d0300002a6b7c8d01 -u tavo -l noAuthNoPriv "
+            f"udp:127.0.0.1:{silent.getsockname()[1]}")
+        daemon.order("kinds")
+        datagrams = [silent.recv(65536) for _ in range(4)]
+        assert [b"0x8000F00D0300002A6B7C8D01" in datagram for datagram in datagrams] == [False, False, False, True]

@@ -1,6 +1,8 @@
 """The daemon's stop, and what it does on SIGTERM, SIGINT, SIGHUP, SIGUSR1 and SIGPIPE."""
 
+import ctypes
 import os
+import pathlib
 import re
 import signal
 import time
@@ -44,6 +46,7 @@ def test_stuck_thread_does_not_keep_the_daemon(start, behind_a_master):
     seconds = time.monotonic() - begin
     print(f"exited after {seconds:.1f} s")
     assert seconds > 4, "the module's threads have 5 s to end"
+    assert not (daemon.directory / "pid").exists()
     assert "leaving without it" in daemon.log()
 
 
@@ -70,6 +73,24 @@ def test_sigusr1_is_blocked_in_every_thread(start):
              for status in (ROOT / f"/proc/{daemon.pid}/task").glob("*/status")]
     assert len(masks) >= 3
     assert all(mask & 1 << (signal.SIGUSR1 - 1) for mask in masks)
+
+
+def signal_thread(daemon, number):
+    """Sends a signal to a thread other than the loop's, which the signal itself would wake."""
+    def takes_it(task):
+        blocked = int(re.search(r"SigBlk:\s*(\w+)", (task / "status").read_text()).group(1), 16)
+        return int(task.name) != daemon.pid and not blocked & 1 << (number - 1)
+    thread = int(next(filter(takes_it, pathlib.Path(f"/proc/{daemon.pid}/task").iterdir())).name)
+    tgkill = {"x86_64": 234, "aarch64": 131}.get(os.uname().machine)
+    if tgkill is None:
+        pytest.skip(f"no number of the system call tgkill for {os.uname().machine}")
+    assert ctypes.CDLL(None).syscall(tgkill, daemon.pid, thread, int(number)) == 0
+
+
+def test_sighup_wakes_the_loop_from_any_thread(start):
+    daemon = start(Daemon, module=STOPPING)
+    signal_thread(daemon, signal.SIGHUP)
+    daemon.wait_for_state("READY=1", count=2, timeout=10)
 
 
 def test_sighup_opens_the_log_file_again(start, directory):

@@ -2,10 +2,12 @@
 
 import re
 import signal
+import socket
 
 import pytest
 
-from agents import ROOT, TEST_MODULES, Daemon, Master
+from agents import ROOT, TEST_BASE, TEST_MODULES, Daemon, Master, free_port
+from udp_manager import GET, message
 
 MASTER_CONFIGURATION = ROOT / "host/snmpd-master.conf"
 
@@ -36,6 +38,19 @@ def test_tool_inherits_no_descriptor(start, behind_a_master):
     assert 0 in open_descriptors
     assert not any("socket" in target for target in open_descriptors.values())
     assert beyond == {}
+
+
+def test_tool_inherits_neither_a_manager_nor_a_new_log(start):
+    port = free_port(socket.SOCK_STREAM)
+    daemon = start(Daemon, module=TEST_MODULES / "tool_runner.so",
+                   options=["-Lf", "more.log", "--listen", f"tcp:127.0.0.1:{port}"])
+    with socket.create_connection(("127.0.0.1", port)) as manager:
+        manager.sendall(message(GET, 1, [TEST_BASE]))
+        assert manager.recv(1000)
+        daemon.signal(signal.SIGHUP)
+        daemon.wait_for_state("READY=1", count=2)
+        listing = tool_output(daemon, "ls -l /proc/self/fd")
+        assert "socket" not in listing and "more.log" not in listing
 
 
 def test_tool_has_default_signal_dispositions(start):

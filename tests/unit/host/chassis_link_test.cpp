@@ -124,6 +124,22 @@ class ChassisLinkTest : public testing::Test {
   const RecordedLog log_;
 };
 
+TEST_F(ChassisLinkTest, TheFirstBlockWaitsForTheLock) {
+  write("first");
+  pthread_mutex_lock(&fake_.lock);
+  std::atomic<bool> constructed = false;
+  std::thread constructor([&] {
+    const ChassisLink link(exports(), file_);
+    constructed = true;
+  });
+  EXPECT_TRUE(file_is_read());
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  EXPECT_FALSE(constructed);
+  EXPECT_EQ(fake_.block, nullptr);
+  pthread_mutex_unlock(&fake_.lock);
+  constructor.join();
+}
+
 TEST_F(ChassisLinkTest, TheModuleHasTheBlockAsLongAsTheLinkExists) {
   const std::string content("\0a block\n\xff", 10);
   write(content);
