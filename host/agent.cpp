@@ -18,6 +18,7 @@
 
 #include "host/engine_state.h"
 #include "host/name.h"
+#include "host/system_group.h"
 
 namespace tavo {
 
@@ -113,6 +114,9 @@ void open_agent(const Options &options, const std::function<void()> &before_conf
   // After init_agent(), which sets its own default.
   netsnmp_ds_set_int(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_AGENTX_PING_INTERVAL, ping_seconds);
   before_configuration();
+  if (options.stand_alone()) {
+    serve_system_group();
+  }
   // connect_to_master() opens the session. net-snmp would open one whenever it has read the configuration: before the
   // module has started, and after each reload another, beside the one that exists or beside the search for a lost
   // master, which then never ends.

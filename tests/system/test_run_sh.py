@@ -263,10 +263,10 @@ def test_boot_is_warm_unless_cold_is_asked_for(port):
 
 def test_agentx_puts_snmpd_in_front(port):
     result = run(*QUICK, "--port", port, "--agentx", "--exec",
-                 f"snmpget -v2c -c public -Ovq 127.0.0.1:{port} .1.3.6.1.2.1.1.2.0 {PROCESSOR_DN}.1 && pidof snmpd")
+                 f"snmpget -v2c -c public -Onvq 127.0.0.1:{port} .1.3.6.1.2.1.1.2.0 {PROCESSOR_DN}.1 && pidof snmpd")
     assert result.stderr == ""
-    # sysObjectID is the master's own: net-snmp's identifier for Linux.
-    assert re.fullmatch(r".*8072\.3\.2\.10\nsys/rack-unit-1/board/cpu-1\n\d+\n", result.stdout)
+    # sysObjectID is the master's, as the shipped configuration sets it.
+    assert re.fullmatch(r".*61453\.1\.3301\nsys/rack-unit-1/board/cpu-1\n\d+\n", result.stdout)
     assert_nothing_left(port)
 
 
