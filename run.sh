@@ -16,6 +16,10 @@ community public, until Ctrl-C. The start is warm: the daemon sends no start-up 
   --speed N         run the daemon's clock N times as fast
   --cold            start cold: the daemon sends a start-up notification after a minute
   --port N          serve on this UDP port; servers on different ports can run side by side
+  --listen ADDRESS  serve on this IP address of the machine as well; 0.0.0.0 stands for all
+  --config FILE     take access control, SNMPv3 users and notification destinations from this file, in the form of
+                    snmpd.conf (default: simulator/agent.conf, where community public may read everything)
+  --fleet N         boot N servers on N ports, from --port on, each with a name and serial numbers of its own
   --scenario FILE   describe the server with this file (default: simulator/scenarios/rack-server.yaml)
   --in-place        do without namespaces, where they are refused: use (and litter) this machine's own /var, /tmp and
                     /usr/local/bin
@@ -35,9 +39,11 @@ mode=serve
 command=
 boot_options=()
 agent_options=()
+fleet=
+configured=
 while [[ $# -gt 0 ]]; do
   case $1 in
-    --exec | --speed | --port | --scenario)
+    --exec | --speed | --port | --scenario | --listen | --config | --fleet)
       [[ $# -ge 2 ]] || fail "$1 needs a value"
       case $1 in
         --exec) mode=exec command=$2 ;;
@@ -48,6 +54,17 @@ while [[ $# -gt 0 ]]; do
           [[ $2 =~ ^[1-9][0-9]*$ && $2 -le 65535 ]] || fail "--port takes a number from 1 to 65535, not '$2'"
           port=$2 ;;
         --scenario) boot_options+=(--scenario "$2") ;;
+        --listen)
+          [[ $2 =~ ^[0-9.]+$|^[0-9a-fA-F:.]+$ ]] || fail "--listen takes an IP address, not '$2'"
+          agent_options+=(--listen "$2") ;;
+        --config)
+          [[ -f $2 && -r $2 ]] || fail "cannot read the configuration $2"
+          TAVO_AGENT_CONFIGURATION=$(<"$2")
+          export TAVO_AGENT_CONFIGURATION
+          configured=1 ;;
+        --fleet)
+          [[ $2 =~ ^[1-9][0-9]{0,2}$ ]] || fail "--fleet takes a number of servers from 1 to 999, not '$2'"
+          fleet=$2 ;;
       esac
       shift ;;
     --once) mode=once ;;
@@ -73,27 +90,42 @@ running() {
   [[ -s $state ]] && ! flock --nonblock "$state" true
 }
 
+if [[ $fleet ]]; then
+  [[ $mode == serve ]] || fail "--fleet serves until Ctrl-C; --exec and --once reach one of its servers with --port alone"
+  [[ " ${boot_options[*]} " != *" --in-place "* ]] || fail "--fleet needs namespaces, so it excludes --in-place"
+  [[ $((port + fleet - 1)) -le 65535 ]] || fail "there are no $fleet ports from $port on"
+fi
+
 if running; then
-  [[ $mode == serve || ${#boot_options[@]} -eq 0 && ${#agent_options[@]} -eq 0 ]] ||
+  [[ $mode == serve || ${#boot_options[@]} -eq 0 && ${#agent_options[@]} -eq 0 && -z $configured ]] ||
     fail "a server is up on port $port already, booted with other options; stop it, or boot another with --port"
   case $mode in
     exec) exec "$root/simulator/boot" --build "$build" --enter "$state" -- \
       env MIBS=ALL MIBDIRS="$root/mibs:$root/mibs/base" bash -c "$command" ;;
-    once) exec "$root/scripts/print-tables" "127.0.0.1:$port" ;;
+    once) exec "$root/scripts/print-tables" --community bmcsim "127.0.0.1:$port" ;;
     serve) fail "a server is up on port $port already; stop it, or serve on another port with --port" ;;
   esac
 fi
 
 "$root/scripts/install-packages" run
-if in_use; then
-  fail "udp port $port is in use by another program; stop it, or serve on another port with --port"
-fi
+first_port=$port
+for ((port = first_port; port < first_port + ${fleet:-1}; port++)); do
+  if in_use; then
+    fail "udp port $port is in use by another program; stop it, or serve on another port with --port"
+  fi
+done
+port=$first_port
 "$root/scripts/build" release snmpextmibmodule snmp-subagentd bmcsim bmcsim_platform
+
+if [[ $fleet ]]; then
+  exec "$root/scripts/fleet" --build "$build" --port "$port" --count "$fleet" \
+    --boot-options "${boot_options[*]@Q}" --agent-options "${agent_options[*]@Q}"
+fi
 
 agent=("$root/scripts/with-agent" --build "$build" --port "$port" "${agent_options[@]}")
 case $mode in
   serve) ;;
-  once) agent+=(-- "$root/scripts/print-tables" "127.0.0.1:$port") ;;
+  once) agent+=(-- "$root/scripts/print-tables" --community bmcsim "127.0.0.1:$port") ;;
   exec) agent+=(-- bash -c "$command") ;;
 esac
 exec "$root/simulator/boot" --build "$build" --state "$state" "${boot_options[@]}" -- "${agent[@]}"

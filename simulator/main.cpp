@@ -10,6 +10,7 @@
 
 #include "simulator/control.h"
 #include "simulator/front_ends.h"
+#include "simulator/numbering.h"
 #include "simulator/protocol.h"
 #include "simulator/service.h"
 
@@ -20,8 +21,9 @@ struct ServeOptions {
   std::string scenario;
   std::string socket = socket_path();
   Surroundings surroundings;
-  int ready_fd = -1;              // negative: none
-  std::optional<unsigned> drift;  // seconds; nothing: what the scenario says
+  int ready_fd = -1;               // negative: none
+  std::optional<unsigned> drift;   // seconds; nothing: what the scenario says
+  std::optional<unsigned> number;  // nothing: the scenario's own serial numbers
 };
 
 // A descriptor for SIGTERM and SIGINT. Blocks both, so it must be called before the first thread starts.
@@ -39,6 +41,9 @@ int serve(const ServeOptions &options) {
   Inventory inventory = load_scenario(options.scenario);
   if (options.drift) {
     inventory.environment.set_number("drift", *options.drift);
+  }
+  if (options.number) {
+    number_server(inventory, *options.number);
   }
   Machine machine(std::move(inventory), options.surroundings);
   Service service(machine, options.socket);
@@ -68,6 +73,9 @@ int run_bmcsim(int argc, char **argv) {
       ->add_option("--sd-socket", options.surroundings.sd_socket, "socket on which to announce SD-card changes")
       ->capture_default_str();
   serve_command->add_option("--drift", options.drift, "seconds between changes of the readings; 0: no changes");
+  serve_command
+      ->add_option("--number", options.number, "be this one of several servers, with serial numbers of its own")
+      ->check(CLI::Range(1U, 65'535U));
   serve_command->add_option("--ready-fd", options.ready_fd, "descriptor to write a line to when the server is up");
 
   std::string socket = socket_path();

@@ -252,7 +252,8 @@ def test_wrong_options_are_named(arguments, complaint):
 def test_help_names_every_option():
     result = run("--help")
     assert result.returncode == 0
-    for option in ["--once", "--exec", "--agentx", "--speed", "--cold", "--port", "--scenario", "--in-place"]:
+    for option in ["--once", "--exec", "--agentx", "--speed", "--cold", "--port", "--scenario", "--in-place", "--listen",
+                   "--config", "--fleet"]:
         assert re.search(rf"^  {option}\b", result.stdout, re.MULTILINE)
 
 
