@@ -16,13 +16,13 @@ enum {
   STOR_CONTROLLER_LOCATION = 8, /* text, 64 octets; empty: the on-board SAS controller */
   STOR_CONTROLLER_LOCATION_SIZE = 64,
   STOR_CONTROLLER_FAULTY = 92,       /* uint32: nonzero if the controller has a fault */
-  STOR_CONTROLLER_COLUMN_17 = 104,   /* text, 32 octets; a column of tavoStorageControllerTable, as below */
+  STOR_CONTROLLER_VENDOR = 104,      /* text, 32 octets */
   STOR_CONTROLLER_DESCRIPTION = 136, /* text, 128 octets */
   STOR_CONTROLLER_DESCRIPTION_SIZE = 128,
   STOR_CONTROLLER_WORD_232 = 232,     /* uint32 inside the description: a slot number if there are no drives */
-  STOR_CONTROLLER_COLUMN_14 = 264,    /* text, 32 octets */
-  STOR_CONTROLLER_COLUMN_19 = 296,    /* text, 64 octets */
-  STOR_CONTROLLER_COLUMN_13 = 360,    /* text, 32 octets */
+  STOR_CONTROLLER_SERIAL = 264,       /* text, 32 octets */
+  STOR_CONTROLLER_TYPE = 296,         /* text, 64 octets */
+  STOR_CONTROLLER_REVISION = 360,     /* text, 32 octets */
   STOR_CONTROLLER_VOLUME_COUNT = 416, /* int32, at most STOR_VOLUME_CAPACITY */
   STOR_CONTROLLER_DRIVE_COUNT = 428,  /* int32, at most STOR_DRIVE_CAPACITY */
   STOR_CONTROLLER_DRIVES = 440,
@@ -36,27 +36,27 @@ enum {
   STOR_BATTERY_STATE = 56268    /* uint32: 1 if it is operable */
 };
 
-/* Offsets within a drive's record. The number in a name is a column of tavoStorageLocalDiskTable. */
+/* Offsets within a drive's record. */
 enum {
   STOR_DRIVE_STATE = 0,          /* uint32 */
   STOR_DRIVE_SLOT = 4,           /* uint32, from 1 */
-  STOR_DRIVE_COLUMN_5 = 24,      /* uint32 */
+  STOR_DRIVE_CONNECTION = 24,    /* uint32 */
   STOR_DRIVE_MEDIA = 28,         /* uint32: 1 "HDD", 2 "SSD" */
-  STOR_DRIVE_COLUMN_19 = 32,     /* uint32 */
-  STOR_DRIVE_CAPACITY_WORD = 36, /* uint64: the drive's size, column 8 */
-  STOR_DRIVE_COLUMN_13 = 44,     /* uint64 */
-  STOR_DRIVE_NAME = 84,          /* text, column 14; empty: the drive is not present */
-  STOR_DRIVE_COLUMN_11 = 148,    /* text */
-  STOR_DRIVE_COLUMN_12 = 180     /* text */
+  STOR_DRIVE_LINK = 32,          /* uint32 */
+  STOR_DRIVE_CAPACITY_WORD = 36, /* uint64: the drive's size in octets */
+  STOR_DRIVE_BLOCKS = 44,        /* uint64 */
+  STOR_DRIVE_NAME = 84,          /* text; empty: the drive is not present */
+  STOR_DRIVE_MODEL = 148,        /* text */
+  STOR_DRIVE_REVISION = 180      /* text */
 };
 
-/* Offsets within a volume's record. The number in a name is a column of tavoStorageLocalLunTable. */
+/* Offsets within a volume's record. */
 enum {
-  STOR_VOLUME_TYPE = 0,      /* uint32 */
-  STOR_VOLUME_COLUMN_13 = 4, /* uint64; not aligned */
-  STOR_VOLUME_STATE = 12,    /* uint32: 0 if the entry holds no volume */
-  STOR_VOLUME_COLUMN_8 = 16  /* uint64: the volume's size */
+  STOR_VOLUME_TYPE = 0,          /* uint32 */
+  STOR_VOLUME_BLOCKS = 4,        /* uint64; not aligned */
+  STOR_VOLUME_STATE = 12,        /* uint32: 0 if the entry holds no volume */
+  STOR_VOLUME_CAPACITY_WORD = 16 /* uint64: the volume's size in octets */
 };
 
-/* The sizes of the texts above that have no size of their own, in octets. Only a controller's column 19 is long. */
+/* The sizes of the texts above that have no size of their own, in octets. Only a controller's type is long. */
 enum { STOR_TEXT_SIZE = 32, STOR_LONG_TEXT_SIZE = 64 };

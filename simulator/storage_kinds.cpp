@@ -21,10 +21,10 @@ constexpr auto controller_fields = std::to_array<Field>({
     {.name = "location", .offset = STOR_CONTROLLER_LOCATION, .size = text_64},  // empty: on the board
     {.name = "description", .offset = STOR_CONTROLLER_DESCRIPTION, .size = STOR_CONTROLLER_DESCRIPTION_SIZE},
     {.name = "faulty", .type = Flag, .offset = STOR_CONTROLLER_FAULTY, .fallback = "no"},
-    {.name = "vendor", .offset = STOR_CONTROLLER_COLUMN_17, .size = text_32},
-    {.name = "serial", .offset = STOR_CONTROLLER_COLUMN_14, .size = text_32},
-    {.name = "type", .offset = STOR_CONTROLLER_COLUMN_19, .size = text_64},
-    {.name = "revision", .offset = STOR_CONTROLLER_COLUMN_13, .size = text_32},
+    {.name = "vendor", .offset = STOR_CONTROLLER_VENDOR, .size = text_32},
+    {.name = "serial", .offset = STOR_CONTROLLER_SERIAL, .size = text_32},
+    {.name = "type", .offset = STOR_CONTROLLER_TYPE, .size = text_64},
+    {.name = "revision", .offset = STOR_CONTROLLER_REVISION, .size = text_32},
     {.name = "battery-type", .type = Word, .offset = STOR_BATTERY_TYPE},
     {.name = "battery-present", .type = Flag, .offset = STOR_BATTERY_PRESENT, .fallback = "no"},
     {.name = "battery-state",
@@ -41,14 +41,14 @@ constexpr auto media_names = std::to_array<NamedNumber>({{.name = "HDD", .number
 constexpr auto drive_fields = std::to_array<Field>({
     {.name = "slot", .type = Word, .offset = STOR_DRIVE_SLOT, .required = true},
     {.name = "state", .type = Word, .offset = STOR_DRIVE_STATE, .fallback = "good", .names = drive_state_names},
-    {.name = "connection", .type = Word, .offset = STOR_DRIVE_COLUMN_5, .fallback = "2"},
+    {.name = "connection", .type = Word, .offset = STOR_DRIVE_CONNECTION, .fallback = "2"},
     {.name = "media", .type = Word, .offset = STOR_DRIVE_MEDIA, .fallback = "HDD", .names = media_names},
-    {.name = "link", .type = Word, .offset = STOR_DRIVE_COLUMN_19},
+    {.name = "link", .type = Word, .offset = STOR_DRIVE_LINK},
     {.name = "capacity", .type = Long, .offset = STOR_DRIVE_CAPACITY_WORD},  // octets
-    {.name = "blocks", .type = Long, .offset = STOR_DRIVE_COLUMN_13},
+    {.name = "blocks", .type = Long, .offset = STOR_DRIVE_BLOCKS},
     {.name = "name", .offset = STOR_DRIVE_NAME, .size = text_32, .required = true},
-    {.name = "model", .offset = STOR_DRIVE_COLUMN_11, .size = text_32},
-    {.name = "revision", .offset = STOR_DRIVE_COLUMN_12, .size = text_32},
+    {.name = "model", .offset = STOR_DRIVE_MODEL, .size = text_32},
+    {.name = "revision", .offset = STOR_DRIVE_REVISION, .size = text_32},
     {.name = "present", .type = Flag, .fallback = "yes"},
 });
 
@@ -63,8 +63,8 @@ constexpr auto volume_state_names = std::to_array<NamedNumber>({
 constexpr auto volume_fields = std::to_array<Field>({
     {.name = "type", .type = Word, .offset = STOR_VOLUME_TYPE, .fallback = "1"},
     {.name = "state", .type = Word, .offset = STOR_VOLUME_STATE, .fallback = "optimal", .names = volume_state_names},
-    {.name = "capacity", .type = Long, .offset = STOR_VOLUME_COLUMN_8},  // octets
-    {.name = "blocks", .type = Long, .offset = STOR_VOLUME_COLUMN_13},
+    {.name = "capacity", .type = Long, .offset = STOR_VOLUME_CAPACITY_WORD},  // octets
+    {.name = "blocks", .type = Long, .offset = STOR_VOLUME_BLOCKS},
 });
 
 // The SD-card service's fields are named after the table columns that show them: a card's column-22 is column 22 of the

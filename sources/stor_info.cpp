@@ -79,7 +79,7 @@ constexpr auto controller_words = std::to_array<Words>({
 });
 constexpr auto drive_words = std::to_array<Words>({
     {.offset = STOR_DRIVE_STATE, .count = 2},
-    {.offset = STOR_DRIVE_COLUMN_5, .count = 3},
+    {.offset = STOR_DRIVE_CONNECTION, .count = 3},
 });
 constexpr auto volume_words = std::to_array<Words>({
     {.offset = STOR_VOLUME_TYPE, .count = 1},

@@ -53,11 +53,11 @@ void fill(Row &row, const ControllerRecord &controller) {
   copy_text(row.column_8, "unknown");
   copy_text(row.location, location);
   row.presence = 10;
-  copy_known_text(row.revision, controller.text(STOR_CONTROLLER_COLUMN_13, STOR_TEXT_SIZE));
-  copy_known_text(row.serial, controller.text(STOR_CONTROLLER_COLUMN_14, STOR_TEXT_SIZE));
+  copy_known_text(row.revision, controller.text(STOR_CONTROLLER_REVISION, STOR_TEXT_SIZE));
+  copy_known_text(row.serial, controller.text(STOR_CONTROLLER_SERIAL, STOR_TEXT_SIZE));
   row.column_16 = 1;
-  copy_known_text(row.vendor, controller.text(STOR_CONTROLLER_COLUMN_17, STOR_TEXT_SIZE));
-  copy_known_text(row.type, controller.text(STOR_CONTROLLER_COLUMN_19, STOR_LONG_TEXT_SIZE));
+  copy_known_text(row.vendor, controller.text(STOR_CONTROLLER_VENDOR, STOR_TEXT_SIZE));
+  copy_known_text(row.type, controller.text(STOR_CONTROLLER_TYPE, STOR_LONG_TEXT_SIZE));
 }
 
 }  // namespace

@@ -123,17 +123,17 @@ void name_slot(Row &row, const ControllerRecord &controller, std::int32_t slot) 
 
 void fill(Row &row, const Record &drive) {
   const DriveState &state = drive_state(drive.u32(STOR_DRIVE_STATE));
-  row.connection = value_of(connection_values, drive.u32(STOR_DRIVE_COLUMN_5));
+  row.connection = value_of(connection_values, drive.u32(STOR_DRIVE_CONNECTION));
   copy_text(row.media, media_name(drive.u32(STOR_DRIVE_MEDIA)));
   row.capacity = drive.u64(STOR_DRIVE_CAPACITY_WORD);
   row.operability = state.operability;
   row.presence = state.presence;
-  copy_text(row.model, drive.text(STOR_DRIVE_COLUMN_11, STOR_TEXT_SIZE));
-  copy_text(row.revision, drive.text(STOR_DRIVE_COLUMN_12, STOR_TEXT_SIZE));
-  row.blocks = drive.u64(STOR_DRIVE_COLUMN_13);
+  copy_text(row.model, drive.text(STOR_DRIVE_MODEL, STOR_TEXT_SIZE));
+  copy_text(row.revision, drive.text(STOR_DRIVE_REVISION, STOR_TEXT_SIZE));
+  row.blocks = drive.u64(STOR_DRIVE_BLOCKS);
   copy_text(row.name, drive.text(STOR_DRIVE_NAME, STOR_TEXT_SIZE));
   row.state = state.state;
-  row.link = drive.i32(STOR_DRIVE_COLUMN_19);
+  row.link = drive.i32(STOR_DRIVE_LINK);
 }
 
 void fill_placeholder(Row &row) {

@@ -66,12 +66,12 @@ void fill(Row &row, const ControllerRecord &controller, std::size_t number) {
   format_text(row.rn, "vd-%u", row.number);
   write_dn_on_controller(row.dn, controller.location(), row.rn);
   copy_text(row.column_7, "unknown");
-  row.capacity = volume.u64(STOR_VOLUME_COLUMN_8);
+  row.capacity = volume.u64(STOR_VOLUME_CAPACITY_WORD);
   row.operability = value_of(operability_values, state);
   row.presence = value_of(presence_values, state);
   copy_text(row.column_11, "unknown");
   copy_text(row.column_12, "unknown");
-  row.blocks = volume.u64(STOR_VOLUME_COLUMN_13);
+  row.blocks = volume.u64(STOR_VOLUME_BLOCKS);
   row.type = value_of(type_values, volume.u32(STOR_VOLUME_TYPE));
   copy_text(row.column_15, "unknown");
 }

@@ -172,11 +172,11 @@ TEST_F(Control, SnapshotHoldsControllersDrivesAndVolumes) {
   EXPECT_EQ(text_at(drive(snapshot, 3), STOR_DRIVE_NAME, STOR_TEXT_SIZE), "DISK-C");
   EXPECT_EQ(integer_at<std::uint32_t>(drive(snapshot, 3), STOR_DRIVE_SLOT), 5U);
   EXPECT_EQ(integer_at<std::uint64_t>(drive(snapshot, 3), STOR_DRIVE_CAPACITY_WORD), 480'103'981'056U);
-  EXPECT_EQ(integer_at<std::uint64_t>(drive(snapshot, 3), STOR_DRIVE_COLUMN_13), 937703088U);
+  EXPECT_EQ(integer_at<std::uint64_t>(drive(snapshot, 3), STOR_DRIVE_BLOCKS), 937703088U);
   const char *volume = second + STOR_CONTROLLER_VOLUMES + 2 * STOR_VOLUME_SIZE;
   EXPECT_EQ(integer_at<std::uint32_t>(volume, STOR_VOLUME_STATE), 4U);
-  EXPECT_EQ(integer_at<std::uint64_t>(volume, STOR_VOLUME_COLUMN_13), 936640512U);
-  EXPECT_EQ(integer_at<std::uint64_t>(volume, STOR_VOLUME_COLUMN_8), 479'559'942'144U);
+  EXPECT_EQ(integer_at<std::uint64_t>(volume, STOR_VOLUME_BLOCKS), 936640512U);
+  EXPECT_EQ(integer_at<std::uint64_t>(volume, STOR_VOLUME_CAPACITY_WORD), 479'559'942'144U);
 }
 
 TEST_F(Control, StorageChangesReachTheSnapshot) {

@@ -35,8 +35,8 @@ _Static_assert(VELT_PARTITION_COLUMN_24 + 4 == VELT_PARTITION_SIZE, "SD cards");
 _Static_assert(STOR_CONTROLLER_DRIVES + STOR_DRIVE_CAPACITY * STOR_DRIVE_SIZE == STOR_CONTROLLER_VOLUMES, "snapshot");
 _Static_assert(STOR_CONTROLLER_VOLUMES + STOR_VOLUME_CAPACITY * STOR_VOLUME_SIZE + 4 == STOR_BATTERY_TYPE, "snapshot");
 _Static_assert(STOR_BATTERY_STATE + 4 == STOR_CONTROLLER_SIZE, "snapshot");
-_Static_assert(STOR_DRIVE_COLUMN_12 + STOR_TEXT_SIZE == STOR_DRIVE_SIZE, "snapshot");
-_Static_assert(STOR_VOLUME_COLUMN_8 + 8 == STOR_VOLUME_SIZE, "snapshot");
+_Static_assert(STOR_DRIVE_REVISION + STOR_TEXT_SIZE == STOR_DRIVE_SIZE, "snapshot");
+_Static_assert(STOR_VOLUME_CAPACITY_WORD + 8 == STOR_VOLUME_SIZE, "snapshot");
 
 /* The formats, number by number: both sides of each take their offsets from the headers, so that none of them would
  * notice a wrong one. */
@@ -214,13 +214,13 @@ _Static_assert(STOR_CONTROLLER_MODE             ==     4, "controller");
 _Static_assert(STOR_CONTROLLER_LOCATION         ==     8, "controller");
 _Static_assert(STOR_CONTROLLER_LOCATION_SIZE    ==    64, "controller");
 _Static_assert(STOR_CONTROLLER_FAULTY           ==    92, "controller");
-_Static_assert(STOR_CONTROLLER_COLUMN_17        ==   104, "controller");
+_Static_assert(STOR_CONTROLLER_VENDOR        ==   104, "controller");
 _Static_assert(STOR_CONTROLLER_DESCRIPTION      ==   136, "controller");
 _Static_assert(STOR_CONTROLLER_DESCRIPTION_SIZE ==   128, "controller");
 _Static_assert(STOR_CONTROLLER_WORD_232         ==   232, "controller");
-_Static_assert(STOR_CONTROLLER_COLUMN_14        ==   264, "controller");
-_Static_assert(STOR_CONTROLLER_COLUMN_19        ==   296, "controller");
-_Static_assert(STOR_CONTROLLER_COLUMN_13        ==   360, "controller");
+_Static_assert(STOR_CONTROLLER_SERIAL        ==   264, "controller");
+_Static_assert(STOR_CONTROLLER_TYPE        ==   296, "controller");
+_Static_assert(STOR_CONTROLLER_REVISION        ==   360, "controller");
 _Static_assert(STOR_CONTROLLER_VOLUME_COUNT     ==   416, "controller");
 _Static_assert(STOR_CONTROLLER_DRIVE_COUNT      ==   428, "controller");
 _Static_assert(STOR_CONTROLLER_DRIVES           ==   440, "controller");
@@ -236,20 +236,20 @@ _Static_assert(STOR_BATTERY_STATE               == 56268, "controller");
 /* A drive. */
 _Static_assert(STOR_DRIVE_STATE         ==     0, "drive");
 _Static_assert(STOR_DRIVE_SLOT          ==     4, "drive");
-_Static_assert(STOR_DRIVE_COLUMN_5      ==    24, "drive");
+_Static_assert(STOR_DRIVE_CONNECTION      ==    24, "drive");
 _Static_assert(STOR_DRIVE_MEDIA         ==    28, "drive");
-_Static_assert(STOR_DRIVE_COLUMN_19     ==    32, "drive");
+_Static_assert(STOR_DRIVE_LINK     ==    32, "drive");
 _Static_assert(STOR_DRIVE_CAPACITY_WORD ==    36, "drive");
-_Static_assert(STOR_DRIVE_COLUMN_13     ==    44, "drive");
+_Static_assert(STOR_DRIVE_BLOCKS     ==    44, "drive");
 _Static_assert(STOR_DRIVE_NAME          ==    84, "drive");
-_Static_assert(STOR_DRIVE_COLUMN_11     ==   148, "drive");
-_Static_assert(STOR_DRIVE_COLUMN_12     ==   180, "drive");
+_Static_assert(STOR_DRIVE_MODEL     ==   148, "drive");
+_Static_assert(STOR_DRIVE_REVISION     ==   180, "drive");
 
 /* A volume. */
 _Static_assert(STOR_VOLUME_TYPE      ==     0, "volume");
-_Static_assert(STOR_VOLUME_COLUMN_13 ==     4, "volume");
+_Static_assert(STOR_VOLUME_BLOCKS ==     4, "volume");
 _Static_assert(STOR_VOLUME_STATE     ==    12, "volume");
-_Static_assert(STOR_VOLUME_COLUMN_8  ==    16, "volume");
+_Static_assert(STOR_VOLUME_CAPACITY_WORD  ==    16, "volume");
 
 /* Texts of drives and controllers. */
 _Static_assert(STOR_TEXT_SIZE      ==    32, "text");

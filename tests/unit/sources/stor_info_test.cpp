@@ -226,7 +226,7 @@ TEST_F(StorInfoTest, TheLastDriveAndTheLastVolumeEndWithinTheRecord) {
   const ControllerRecord read(*head_stor_ptr);
   EXPECT_EQ(read.drive(255).u32(STOR_DRIVE_SLOT), 9U);
   EXPECT_EQ(read.drive(255).size(), 212U);
-  EXPECT_EQ(read.volume(63).u64(STOR_VOLUME_COLUMN_8), 0x1122334455667788U);
+  EXPECT_EQ(read.volume(63).u64(STOR_VOLUME_CAPACITY_WORD), 0x1122334455667788U);
   EXPECT_EQ(read.volume(63).size(), 24U);
 }
 

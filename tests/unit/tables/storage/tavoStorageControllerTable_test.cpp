@@ -27,10 +27,10 @@ TEST_F(StorageControllerTableTest, ServesEveryColumnOfEveryController) {
                .number(STOR_CONTROLLER_ID, 0xFFFFFFFE)
                .number(STOR_CONTROLLER_FAULTY, 7)
                .text(STOR_CONTROLLER_DESCRIPTION, "Plug-in RAID controller")
-               .text(STOR_CONTROLLER_COLUMN_13, "fw 3.1")
-               .text(STOR_CONTROLLER_COLUMN_14, "SERIAL-0041")
-               .text(STOR_CONTROLLER_COLUMN_17, "Tavo")
-               .text(STOR_CONTROLLER_COLUMN_19, "HBA"),
+               .text(STOR_CONTROLLER_REVISION, "fw 3.1")
+               .text(STOR_CONTROLLER_SERIAL, "SERIAL-0041")
+               .text(STOR_CONTROLLER_VENDOR, "Tavo")
+               .text(STOR_CONTROLLER_TYPE, "HBA"),
            controller("").number(STOR_CONTROLLER_ID, 5)});
   fakes::expect_table(table, {
                                  {2, 1, text("sys/rack-unit-1/board/storage-SAS-SLOT-4")},
@@ -93,10 +93,10 @@ TEST_F(StorageControllerTableTest, TheOnBoardControllerHasADoubledName) {
 TEST_F(StorageControllerTableTest, TextsThatFillTheirFieldsAreCut) {
   rebuild({controller(std::string(64, 'l'))
                .text(STOR_CONTROLLER_DESCRIPTION, std::string(128, 'd'))
-               .text(STOR_CONTROLLER_COLUMN_13, std::string(32, 'm'))
-               .text(STOR_CONTROLLER_COLUMN_14, std::string(32, 'n'))
-               .text(STOR_CONTROLLER_COLUMN_17, std::string(32, 'q'))
-               .text(STOR_CONTROLLER_COLUMN_19, std::string(64, 's'))});
+               .text(STOR_CONTROLLER_REVISION, std::string(32, 'm'))
+               .text(STOR_CONTROLLER_SERIAL, std::string(32, 'n'))
+               .text(STOR_CONTROLLER_VENDOR, std::string(32, 'q'))
+               .text(STOR_CONTROLLER_TYPE, std::string(64, 's'))});
   const auto &row = *tavoStorageControllerTable_head;
   EXPECT_EQ(row.dn, "sys/rack-unit-1/board/storage-SAS-" + std::string(29, 'l')) << "63 characters";
   EXPECT_EQ(row.rn, "storage-SAS-" + std::string(41, 'l')) << "53 characters";

@@ -46,13 +46,13 @@ class StorageLocalDiskTableTest : public fakes::StorageTableTest {
 StorDrive full_drive(std::uint32_t slot) {
   return drive_in(slot)
       .number(STOR_DRIVE_STATE, 6)
-      .number(STOR_DRIVE_COLUMN_5, 3)
+      .number(STOR_DRIVE_CONNECTION, 3)
       .number(STOR_DRIVE_MEDIA, 2)
-      .number(STOR_DRIVE_COLUMN_19, 0xFFFFFFFF)
+      .number(STOR_DRIVE_LINK, 0xFFFFFFFF)
       .number(STOR_DRIVE_CAPACITY_WORD, 0x0102030405060708, 8)
-      .number(STOR_DRIVE_COLUMN_13, 0xF1F2F3F4F5F6F7F8, 8)
-      .text(STOR_DRIVE_COLUMN_11, "model")
-      .text(STOR_DRIVE_COLUMN_12, "revision");
+      .number(STOR_DRIVE_BLOCKS, 0xF1F2F3F4F5F6F7F8, 8)
+      .text(STOR_DRIVE_MODEL, "model")
+      .text(STOR_DRIVE_REVISION, "revision");
 }
 
 std::vector<fakes::Cell> cells_of_full_drive(oid slot, const std::string &location) {
@@ -330,7 +330,7 @@ TEST_F(StorageLocalDiskTableTest, ConnectionsAndMediaHaveTheirValues) {
                                                    {0xFFFFFFFF, 0, "unknown"}})) {
     set_slot_count("1");
     rebuild({controller(
-        "", {drive_in(1).number(STOR_DRIVE_COLUMN_5, expected.code).number(STOR_DRIVE_MEDIA, expected.code)})});
+        "", {drive_in(1).number(STOR_DRIVE_CONNECTION, expected.code).number(STOR_DRIVE_MEDIA, expected.code)})});
     EXPECT_EQ(tavoStorageLocalDiskTable_head->connection, expected.connection) << expected.code;
     EXPECT_STREQ(tavoStorageLocalDiskTable_head->media, expected.media) << expected.code;
   }
@@ -342,8 +342,8 @@ TEST_F(StorageLocalDiskTableTest, TextsThatFillTheirFieldsAreKeptWhole) {
                                                  .number(STOR_DRIVE_SLOT, 1)
                                                  .text(STOR_DRIVE_NAME, std::string(32, 'n'))
                                                  .text(116, std::string(32, 'x'))
-                                                 .text(STOR_DRIVE_COLUMN_11, std::string(32, 'a'))
-                                                 .text(STOR_DRIVE_COLUMN_12, std::string(32, 'b'))})});
+                                                 .text(STOR_DRIVE_MODEL, std::string(32, 'a'))
+                                                 .text(STOR_DRIVE_REVISION, std::string(32, 'b'))})});
   const auto &row = *tavoStorageLocalDiskTable_head;
   EXPECT_EQ(row.name, std::string(32, 'n'));
   EXPECT_EQ(row.model, std::string(32, 'a'));

@@ -32,8 +32,8 @@ TEST_F(StorageLocalLunTableTest, ServesEveryColumnOfEveryVolume) {
   init_tavoStorageLocalLunTable();
   rebuild({controller("SLOT-4", {},
                       {volume(2, 4)
-                           .number(STOR_VOLUME_COLUMN_8, 0x1122334455667788, 8)
-                           .number(STOR_VOLUME_COLUMN_13, 0x8877665544332211, 8)}),
+                           .number(STOR_VOLUME_CAPACITY_WORD, 0x1122334455667788, 8)
+                           .number(STOR_VOLUME_BLOCKS, 0x8877665544332211, 8)}),
            controller("", {}, {volume(9, 9)})});
   fakes::expect_table(table, {
                                  {2, 1, text("sys/rack-unit-1/board/storage-SAS-SLOT-4/vd-0")},
