@@ -1,4 +1,4 @@
-"""Every value that the module serves is one that its column's MIB definition lists.
+"""Every value that the daemon serves is one that the MIB lists for its object.
 
 Walked are the simulator's scenarios, and servers whose parts are in every state that there is.
 """
@@ -12,17 +12,19 @@ import subprocess
 import pytest
 
 from agents import ROOT, environment, snmp, wait_until
-from oids import BASE, FAN_OPERABILITY, FAULT_TABLE, OBJECTS
+from oids import BASE, FAN_OPERABILITY, FAULT_TABLE
 from server import SCENARIO, ServedDaemon, Server
 
 MIBS = ROOT / "mibs"
+MANAGEMENT = BASE.rpartition(".")[0]  # the server's subtree, and the daemon's own beside it
 # What a value of each SYNTAX looks like in a walk.
 SHAPES = {"INTEGER": "INTEGER", "Integer32": "INTEGER", "Gauge32": "Gauge32", "Unsigned32": "Gauge32",
-          "Counter32": "Counter32", "Counter64": "Counter64", "OCTET STRING": "Hex-STRING", "OBJECT IDENTIFIER": "OID"}
+          "TimeTicks": "Timeticks", "Counter32": "Counter32", "Counter64": "Counter64",
+          "OCTET STRING": "Hex-STRING", "OBJECT IDENTIFIER": "OID"}
 
 
-class Column:
-    """A column's definition, as snmptranslate -Td prints it."""
+class Definition:
+    """The definition of a column or a scalar, as snmptranslate -Td prints it."""
 
     def __init__(self, text):
         self.name = text.split()[0]
@@ -46,32 +48,36 @@ class Column:
 
 
 def definitions(directory):
-    """{a column's OID: its definition}"""
+    """{OID: definition} of all columns and scalars"""
     command = ["snmptranslate", "-M", f"{MIBS}:{MIBS / 'base'}", "-m", "ALL"]
 
     def run(*arguments):
         return subprocess.run([*command, *arguments], capture_output=True, text=True, check=True,
                               env=environment(directory)).stdout
 
-    oids = re.findall(rf'"({re.escape(OBJECTS)}\.\d+\.\d+\.1\.\d+)"', run("-Tz"))
-    texts = re.split(r"^TAVO-[A-Z]+-MIB::", run("-Td", *oids), flags=re.MULTILINE)[1:]
-    assert len(texts) == len(oids) > 400
-    return {oid: Column(text.split("\n", 1)[1]) for oid, text in zip(oids, texts)}
+    oids = re.findall(rf'"({re.escape(MANAGEMENT)}\.\d[\d.]*)"', run("-Tz"))
+    # Each definition ends with its OID, such as { iso(1) org(3) ... tavoFaultEntry(1) 10 }.
+    definitions = re.findall(r"^(\w+ OBJECT-TYPE\n.*?)^::= { (.*?) }$", run("-Td", *oids), re.MULTILINE | re.DOTALL)
+    readable = {".".join(re.findall(r"\d+(?=\)|$)", place)): Definition(text) for text, place in definitions
+                if re.search(r"MAX-ACCESS\s+read-only", text)}
+    assert len(readable) > 400
+    return readable
 
 
 def walked(address):
-    """[(a column's OID, a row's index, shape, value)] of everything; texts with one character for each octet."""
-    text = "\n".join(snmp("snmpbulkwalk", address, BASE, options=["-Ox"]))
+    """[(OID without the index, index, shape, value)] of everything; texts with one character for each octet."""
+    text = "\n".join(snmp("snmpbulkwalk", address, MANAGEMENT, options=["-Ox"]))
     cells = []
     for oid, shape, value in re.findall(r'^\.([\d.]+) = (?:([\w-]+): |"")(.*(?:\n[^.].*)*)', text, re.MULTILINE):
-        if not oid.startswith(f"{OBJECTS}."):
+        if not oid.startswith(f"{MANAGEMENT}."):
             continue
         if shape in ("", "Hex-STRING"):
             shape, value = "Hex-STRING", bytes.fromhex(value).decode("latin-1")
         elif shape != "OID":
-            value = int(value)
-        column, _, index = oid.rpartition(".")
-        cells.append((column, index, shape, value))
+            value = int(re.search(r"-?\d+", value)[0])  # of "(100) 0:00:01.00", the ticks
+        place, _, index = oid.rpartition(".")
+        cells.append((place, index, shape, value))
+    assert len(cells) == len(re.findall(rf"^\.{re.escape(MANAGEMENT)}\.[\d.]+ = (?!No more)", text, re.MULTILINE))
     return cells
 
 
@@ -101,7 +107,7 @@ def every_state(sd_mode, power):
                   enumerate([("Operable", "Yes"), ("Failed", "No"), ("Operable", "Some")], 1)],
         "sensors": [
             {"number": 0, "name": "FOREIGN_FAN", "entity": 0x20, "instance": 1, "type": "fan"},
-            *({"number": n, "name": f"FAN{n}_SPEED", "entity": "fan", "instance": n, "type": "fan", "fault-unit": n,
+            *({"number": n, "name": f"FAN{n}_SPEED", "entity": "fan", "instance": n, "type": "fan",
                "presence": presence} for n, presence in enumerate(["present", "absent", "unknown", "present"], 1)),
             *({"number": 4 + n, "name": f"FAN{n}_PRES", "entity": "fan", "instance": n, "type": "presence",
                "presence": presence} for n, presence in enumerate(["present", "absent", "unknown", "present"], 1)),
@@ -141,9 +147,9 @@ def served(start, scenario, speed=None):
     return daemon.address
 
 
-def unlisted(cells, columns):
-    return [(columns[oid].name if oid in columns else oid, index, shape, value) for oid, index, shape, value in cells
-            if oid not in columns or not columns[oid].accepts(shape, value)]
+def unlisted(cells, known):
+    return [(known[oid].name if oid in known else oid, index, shape, value) for oid, index, shape, value in cells
+            if oid not in known or not known[oid].accepts(shape, value)]
 
 
 @pytest.mark.parametrize("scenario", sorted(SCENARIO.parent.glob("*.yaml")), ids=lambda path: path.stem)
@@ -172,11 +178,11 @@ def test_every_state_is_a_listed_value(start, directory, sd_mode, power):
     address = served(start, scenario, speed=20)
     wait_until(lambda: any(line.endswith("INTEGER: 3") for line in snmp("snmpbulkwalk", address, FAN_OPERABILITY)),
                what="the faulty fan")
-    cells, columns = walked(address), definitions(directory)
-    assert unlisted(cells, columns) == []
+    cells, known = walked(address), definitions(directory)
+    assert unlisted(cells, known) == []
     seen = {}
     for oid, _, _, value in cells:
-        seen.setdefault(columns[oid].name, set()).add(value)
-    for column in columns.values():
+        seen.setdefault(known[oid].name, set()).add(value)
+    for column in known.values():
         if column.name in SHOWN_WHOLE:
             assert seen[column.name] == set(column.enumeration) - NEVER_SHOWN.get(column.name, set()), column.name
