@@ -73,14 +73,25 @@ void read_through(const netsnmp_variable_list *varbind) {
   }
 }
 
+int lowest_free_descriptor(int least) {
+  const int lowest = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, least);
+  close(lowest);
+  return lowest;
+}
+
+std::array<int, 2> free_descriptors() {
+  return {lowest_free_descriptor(0), lowest_free_descriptor(FD_SETSIZE)};
+}
+
 }  // namespace
 
-Platform::Platform(Octets input) : answers(input.data(), input.size()) {
+Platform::Platform(Octets input) : answers(input.data(), input.size()), free_descriptors_(free_descriptors()) {
   current = this;
 }
 
 Platform::~Platform() {
   current = nullptr;
+  expect(free_descriptors() == free_descriptors_, "what was opened is closed");
 }
 
 Platform *platform() {
@@ -349,7 +360,10 @@ FILE *__wrap_popen(const char *command, const char *mode) {
     return __real_popen(command, mode);
   }
   const std::optional<std::string> output = current->next_output();
-  return output ? fdopen(file_with(*output), "r") : nullptr;
+  if (!output) {
+    return nullptr;
+  }
+  return output->empty() ? __real_fopen("/dev/null", "r") : fdopen(file_with(*output), "r");
 }
 
 int __wrap_pclose(FILE *stream) {

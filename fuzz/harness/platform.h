@@ -4,6 +4,7 @@
 
 #include <fuzzer/FuzzedDataProvider.h>
 
+#include <array>
 #include <cstddef>
 #include <functional>
 #include <map>
@@ -16,7 +17,8 @@
 
 namespace tavo::fuzz {
 
-// One at a time, for the length of an input. When the input is used up, every call fails or ends what it serves.
+// One at a time, for the length of an input. When the input is used up, every call fails or ends what it serves. At the
+// end every descriptor must be closed that was opened meanwhile.
 class Platform {
  public:
   explicit Platform(Octets input);
@@ -57,6 +59,7 @@ class Platform {
 
  private:
   std::size_t commands_ = 0;
+  const std::array<int, 2> free_descriptors_;  // the lowest one, and the lowest that select() cannot wait for
 };
 
 // The one that exists, or null.
