@@ -1,6 +1,7 @@
-"""scripts/install-packages, the options of test.sh, and the entry point of continuous integration."""
+"""scripts/install-packages, the options of test.sh and scripts/fuzz, and the entry point of continuous integration."""
 
 import os
+import re
 import shutil
 import subprocess
 
@@ -86,11 +87,30 @@ def test_other_system_is_refused(machine):
     (["--preset", "fast"], "--preset takes"),
     (["--preset"], "--preset takes"),
     (["--all"], "unknown option '--all'"),
+    (["--long", "Lock"], "takes neither --preset nor names"),
 ])
 def test_wrong_options_of_test_sh_are_named(arguments, complaint):
     result = subprocess.run([ROOT / "test.sh", *arguments], capture_output=True, text=True, timeout=30, check=False)
     assert result.returncode == 2
     assert complaint in result.stderr
+
+
+@pytest.mark.parametrize("arguments, complaint", [
+    (["--seconds", "many"], "--seconds takes a number"),
+    (["--all"], "unknown option '--all'"),
+    (["front_door"], "there is no door 'front_door'; there are"),
+])
+def test_wrong_options_of_fuzz_are_named(arguments, complaint):
+    result = subprocess.run([ROOT / "scripts/fuzz", *arguments], capture_output=True, text=True, timeout=30, check=False)
+    assert result.returncode == 2
+    assert complaint in result.stderr
+
+
+def test_every_door_is_documented():
+    doors = subprocess.run([ROOT / "scripts/fuzz", "--list"], capture_output=True, text=True, check=True).stdout.split()
+    documented = re.findall(r"^\| `(\w+)` \|", (ROOT / "docs/fuzzing.md").read_text(), re.MULTILINE)
+    assert documented == sorted(doors)
+    assert sorted(path.name for path in (ROOT / "fuzz/corpus").iterdir()) == documented
 
 
 def test_ci_runs_test_sh_and_nothing_else():
