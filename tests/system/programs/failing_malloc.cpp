@@ -16,11 +16,14 @@
 #include <new>
 #include <string_view>
 
+// The C library's names for what this file replaces.
+// NOLINTBEGIN(readability-identifier-naming)
 extern "C" {
 void *__libc_malloc(std::size_t size);
 void *__libc_calloc(std::size_t count, std::size_t size);
 void *__libc_realloc(void *memory, std::size_t size);
 }
+// NOLINTEND(readability-identifier-naming)
 
 namespace tavo {
 namespace {
@@ -112,4 +115,12 @@ void *operator new(std::size_t size) {
     throw std::bad_alloc();
   }
   return memory;
+}
+
+void operator delete(void *memory) noexcept {
+  std::free(memory);
+}
+
+void operator delete(void *memory, std::size_t /*size*/) noexcept {
+  std::free(memory);
 }
