@@ -50,7 +50,9 @@ void clear_socket_path() {
     return;
   }
   std::uint32_t random = 0;
-  getentropy(&random, sizeof random);
+  if (getentropy(&random, sizeof random) != 0) {
+    return;
+  }
   char aside[sizeof VELT_SOCKET_PATH + 16];
   format_text(aside, "%s.%08x", VELT_SOCKET_PATH, random);
   if (std::rename(VELT_SOCKET_PATH, aside) == 0) {
