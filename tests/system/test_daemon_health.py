@@ -74,7 +74,7 @@ def assert_quick(address, rows, during):
     print(delays)
     assert not delays.unanswered
     assert not delays.errors
-    assert delays.percentile(.9) < 0.02, "a busy machine delays a few"
+    assert delays.percentile(.9) < 0.1, "a busy machine delays a few"
 
 
 def served(start, kind, server, **settings):

@@ -9,7 +9,7 @@ import time
 
 from agents import TEST_BASE, TEST_MODULES, Daemon, free_port, snmpget, wait_until
 from datagrams import Collector, element, varbinds
-from udp_manager import GET_BULK, message
+from udp_manager import GET_BULK, message, pdu
 
 NOTIFIER = TEST_MODULES / "notifier.so"
 NUMBER = f"{TEST_BASE}.2.0"
@@ -135,7 +135,7 @@ def test_a_manager_that_does_not_read_is_cut_off(start):
     with socket.socket() as manager:
         manager.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 4096)
         manager.connect(("127.0.0.1", port))
-        request = message(GET_BULK, 1, [SENT] * 60, first=0, second=1)
+        request = message(pdu(GET_BULK, 1, [SENT] * 60, second=1))
         manager.settimeout(20)
         with contextlib.suppress(ConnectionError):
             while True:

@@ -7,7 +7,7 @@ import socket
 import pytest
 
 from agents import ROOT, TEST_BASE, TEST_MODULES, Daemon, Master, free_port
-from udp_manager import GET, message
+from udp_manager import GET, message, pdu
 
 MASTER_CONFIGURATION = ROOT / "host/snmpd-master.conf"
 
@@ -45,7 +45,7 @@ def test_tool_inherits_neither_a_manager_nor_a_new_log(start):
     daemon = start(Daemon, module=TEST_MODULES / "tool_runner.so",
                    options=["-Lf", "more.log", "--listen", f"tcp:127.0.0.1:{port}"])
     with socket.create_connection(("127.0.0.1", port)) as manager:
-        manager.sendall(message(GET, 1, [TEST_BASE]))
+        manager.sendall(message(pdu(GET, 1, [TEST_BASE])))
         assert manager.recv(1000)
         daemon.signal(signal.SIGHUP)
         daemon.wait_for_state("READY=1", count=2)
