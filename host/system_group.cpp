@@ -12,7 +12,7 @@ namespace tavo {
 
 // No installed header declares these.
 extern "C" void init_system_mib(void);
-extern "C" void init_sysORTable(void);
+extern "C" void init_sysORTable(void);  // NOLINT(readability-identifier-naming): net-snmp's name
 extern "C" int snmp_config_when(char *line, int when);
 
 namespace {
