@@ -74,7 +74,7 @@ run_tests() {
   local log=build/$1-tests.log summary
   ctest --preset "$@" --parallel "$parallel" --no-label-summary --no-tests=error 2>&1 | tee "$log" |
     grep --line-buffered -vE '^ *(Start +[0-9]+:|[0-9]+/[0-9]+ Test +#[0-9]+: .* Passed )|^$' || true
-  summary=$(grep -oE '[0-9]+ tests? failed out of [0-9]+' "$log" || true)
+  summary=$(grep -aoE '[0-9]+ tests? failed out of [0-9]+' "$log" || true)
   # ctest prints no summary if it ran no test.
   if [[ ! $summary =~ ^([0-9]+).*\ ([0-9]+)$ ]]; then
     failed=$((failed + 1))
