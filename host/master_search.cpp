@@ -6,6 +6,7 @@
 
 #include <net-snmp/net-snmp-includes.h>
 
+#include <dlfcn.h>
 #include <net-snmp/agent/net-snmp-agent-includes.h>
 
 #include <algorithm>
@@ -19,6 +20,7 @@ namespace tavo {
 extern "C" {
 extern netsnmp_session *main_session;  // to the master; null without one
 snmp_alarm *sa_find_specific(unsigned int alarm);
+int subagent_startup(int major, int minor, void *server, void *client);
 }
 
 namespace {
@@ -70,13 +72,27 @@ void try_to_open(unsigned int alarm, void *argument) {
   search.open_session(alarm, argument);
 }
 
+// Whether net-snmp's agent library, not a module or a platform library, defines this.
+bool is_of_agent_library(SNMPAlarmCallback *callback) {
+  static auto *const known = next_definition<decltype(subagent_startup)>("subagent_startup");
+  Dl_info one;
+  Dl_info other;
+  return dladdr(reinterpret_cast<const void *>(callback), &one) != 0 &&
+         dladdr(reinterpret_cast<const void *>(known), &other) != 0 && one.dli_fbase == other.dli_fbase;
+}
+
+// Of the agent library's repeating alarms only a subagent's search has no argument.
+bool is_search(unsigned int flags, SNMPAlarmCallback *callback, const void *argument) {
+  const bool is_subagent = netsnmp_ds_get_boolean(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_ROLE) != 0;
+  return is_subagent && (flags & SA_REPEAT) != 0 && argument == nullptr && is_of_agent_library(callback);
+}
+
 }  // namespace
 
 extern "C" unsigned int snmp_alarm_register(unsigned int interval, unsigned int flags, SNMPAlarmCallback *callback,
                                             void *argument) {
   static auto *const original = next_definition<decltype(::snmp_alarm_register)>("snmp_alarm_register");
-  // Of net-snmp's repeating alarms only the search has no argument.
-  if ((flags & SA_REPEAT) == 0 || argument != nullptr) {
+  if (!is_search(flags, callback, argument)) {
     return original(interval, flags, callback, argument);
   }
   note_end(seconds(interval));
