@@ -5,7 +5,6 @@
 #include <net-snmp/net-snmp-includes.h>
 
 #include <net-snmp/agent/net-snmp-agent-includes.h>
-#include <systemd/sd-daemon.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -33,6 +32,7 @@
 #include "host/notification_path.h"
 #include "host/platform_calls.h"
 #include "host/resources.h"
+#include "host/service_manager.h"
 #include "host/signals.h"
 #include "host/start_progress.h"
 #include "host/tools.h"
@@ -86,13 +86,13 @@ void serve_until(Condition reached, Clock::duration limit) {
 
 void report_status(const Options &options, bool linked) {
   const std::string master = options.agentx_address.empty() ? "the AgentX master" : options.agentx_address;
-  std::string status = "waiting for " + master;
+  std::string status = "STATUS=waiting for " + master;
   if (options.stand_alone()) {
-    status = "serving on " + join(options.listen, ", ");
+    status = "STATUS=serving on " + join(options.listen, ", ");
   } else if (linked) {
-    status = "serving through " + master;
+    status = "STATUS=serving through " + master;
   }
-  sd_notifyf(0, "STATUS=%s", status.c_str());
+  report_to_service_manager(Report::Passing, status);
 }
 
 // Called through net-snmp, which is no place for an exception.
@@ -110,7 +110,7 @@ void report_link(const Options &options, bool up) noexcept {
 
 void reload(const Options &options, NotificationPath &path) {
   snmp_log(LOG_INFO, "reading the configuration again\n");
-  sd_notify(0, "RELOADING=1");
+  report_to_service_manager(Report::Decisive, "RELOADING=1");
   try {
     reload_agent(options);
   } catch (const std::bad_alloc &) {
@@ -118,7 +118,7 @@ void reload(const Options &options, NotificationPath &path) {
   }
   path.sinks().forget();
   close_descriptors_on_exec();
-  sd_notify(0, "READY=1");
+  report_to_service_manager(Report::Decisive, "READY=1");
 }
 
 // Stops the module while the loop keeps turning: a thread may send a last notification before it ends, or wait for a
@@ -275,14 +275,14 @@ ExitStatus run_daemon(const Options &options) {
 
   snmp_log(LOG_INFO, "%s " SUBAGENTD_VERSION " serves\n", daemon_name);
   report_status(options, path->queue().linked());
-  sd_notify(0, "READY=1");
+  report_to_service_manager(Report::Decisive, "READY=1");
   if (background) {
     background->ready(options.logs_to_output());
   }
   serve(options, signals, *path, link.get());
 
   snmp_log(LOG_INFO, "stopping\n");
-  sd_notify(0, "STOPPING=1");
+  report_to_service_manager(Report::Decisive, "STOPPING=1");
   if (!stop(module, link.get(), path->queue())) {
     snmp_log(LOG_INFO, "a thread of the module is still blocked, leaving without it\n");
     leave_without_threads(pid_file);

@@ -6,16 +6,28 @@
 
 #include <net-snmp/agent/agent_callbacks.h>
 #include <net-snmp/agent/net-snmp-agent-includes.h>
-#include <systemd/sd-daemon.h>
 
+#include <array>
 #include <atomic>
+#include <cinttypes>
 #include <cstdint>
+#include <cstdio>
+
+#include "host/service_manager.h"
 
 namespace tavo {
 namespace {
 
 // How much longer systemd may wait after a sign of life; 0 while nothing starts.
 std::atomic<std::int64_t> extension_us = 0;
+
+// Without memory of its own. What is too long for a line of systemctl is cut off.
+template <class Value>
+void report(const char *format, Value value) {
+  std::array<char, 128> state{};
+  std::snprintf(state.data(), state.size(), format, value);
+  report_to_service_manager(Report::Passing, state.data());
+}
 
 }  // namespace
 
@@ -31,7 +43,7 @@ StartProgress::~StartProgress() {
 
 void StartProgress::sign_of_life() {
   if (const std::int64_t extension = extension_us; extension != 0) {
-    sd_notifyf(0, "EXTEND_TIMEOUT_USEC=%lld", static_cast<long long>(extension));
+    report("EXTEND_TIMEOUT_USEC=%" PRIi64, extension);
   }
 }
 
@@ -39,7 +51,7 @@ void StartProgress::sign_of_life() {
 int StartProgress::table_registered(int /*major*/, int /*minor*/, void *registration, void * /*self*/) {
   const auto *registered = static_cast<const register_parameters *>(registration)->reginfo;
   if (registered != nullptr && registered->handlerName != nullptr) {
-    sd_notifyf(0, "STATUS=building %s", registered->handlerName);
+    report("STATUS=building %s", registered->handlerName);
   }
   sign_of_life();
   return SNMPERR_SUCCESS;

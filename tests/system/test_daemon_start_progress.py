@@ -1,10 +1,13 @@
 """A start that takes long, because the platform does not answer, reports its progress; systemd lets it go on."""
 
 import re
+import signal
 import socket
 import time
 
-from agents import BUILD, ROOT, TEST_MODULES, Daemon, wait_until
+import pytest
+
+from agents import BUILD, ROOT, TEST_BASE, TEST_MODULES, Daemon, snmpget, wait_until
 from server import MODULE, PLATFORM, Server, at_speed
 
 SPEED = 20
@@ -45,6 +48,14 @@ class ServiceManager:
             for extension in re.findall(r"EXTEND_TIMEOUT_USEC=(\d+)", "\n".join(new)):
                 deadline = max(deadline, now + int(extension) / 1e6 / self.speed)
         return (now - begin) * self.speed
+
+    def fill(self):
+        """Takes all the reports that the kernel keeps for it, so that none is left room for."""
+        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
+            sender.setblocking(False)
+            with pytest.raises(BlockingIOError):
+                for _ in range(10_000):
+                    sender.sendto(b"STATUS=other", str(self.path))
 
     def read(self):
         self._socket.setblocking(False)
@@ -101,3 +112,18 @@ def test_a_daemon_that_serves_extends_nothing(start):
     daemon.signal(1)
     daemon.wait_for_state("READY=1", count=2)
     assert sum(state.startswith("EXTEND_TIMEOUT_USEC=") for state in daemon.states) == extended
+
+
+def test_a_deaf_service_manager_stops_nobody(start):
+    manager = start(ServiceManager)
+    manager.fill()
+    daemon = start(Daemon, module=TEST_MODULES / "notifier.so", ready=False,
+                   program=["env", f"NOTIFY_SOCKET={manager.path}", BUILD / "snmp-subagentd"])
+    daemon.wait_for_log("did not take READY=1", timeout=10)
+    daemon.signal(signal.SIGHUP)
+    daemon.wait_for_log("did not take RELOADING=1", timeout=10)
+    value = f"{TEST_BASE}.1.0"
+    assert snmpget(daemon.address, value, timeout=10) == [f".{value} = INTEGER: 0"]
+    daemon.signal(signal.SIGTERM)
+    assert daemon.wait() == 0
+    assert "still busy" not in daemon.log()

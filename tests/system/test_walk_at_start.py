@@ -141,7 +141,6 @@ def test_walks_while_the_master_restarts(start, server, directory, number):
             master.signal(number)
             master.wait()
             master = start(Master, MASTER_CONFIGURATION, udp_port=master.port)
-            # Also reads what the daemon reports: it would block while nobody does.
             daemon.wait_for_state(f"STATUS=serving through {master.agentx}", count=served + 1)
             walker.wait_for_answers()
     finally:
