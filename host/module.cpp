@@ -16,6 +16,7 @@
 
 #include "core/descriptor.h"
 #include "core/health.h"
+#include "core/marker.h"
 #include "host/exit_status.h"
 #include "host/imports.h"
 #include "host/platform_calls.h"
@@ -118,7 +119,7 @@ void Module::start() {
 
 void Module::wait_for_faults(std::chrono::milliseconds limit) const {
   // The thread sets this flag once it has listed the faults: it notifies managers of every later change.
-  auto *const listed = find<int>("needToSendTrapFlag");
+  auto *const listed = marker_exists(warm_start_marker) ? find<int>("needToSendTrapFlag") : nullptr;
   const auto deadline = std::chrono::steady_clock::now() + limit;
   while (listed != nullptr && std::atomic_ref(*listed) == 0 && std::chrono::steady_clock::now() < deadline) {
     std::this_thread::sleep_for(std::chrono::milliseconds(5));

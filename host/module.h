@@ -22,8 +22,8 @@ class Module {
   // one. Throws StartFailure when one of these threads cannot be created: a server whose faults are never shown is
   // worse than one that is started again.
   void start();
-  // Waits until the fault event thread has listed the active faults, or for `limit`: it starts last, and after a cold
-  // boot of the controller it first waits for a minute. Returns at once if the module has no such thread.
+  // Waits until the fault event thread has listed the active faults, or for `limit`. Returns at once if the module has
+  // no such thread, and after a cold boot of the controller, when the thread itself waits for a minute.
   void wait_for_faults(std::chrono::milliseconds limit) const;
   // Clears the run flag of each thread that the module has, and wakes those threads that can be woken from outside.
   void ask_threads_to_stop();

@@ -26,7 +26,6 @@ using Row = FaultRow;
 
 constexpr const char *source = "tavoFaultTable";
 constexpr int null_argument = -103;
-constexpr const char *warm_start_marker = "/var/tvmcWarmStartup";
 
 constexpr auto trap_oid_name = std::to_array<oid>({1, 3, 6, 1, 6, 3, 1, 1, 4, 1, 0});  // snmpTrapOID.0
 constexpr auto fault_raised = below_server_root(0, 1);

@@ -6,6 +6,7 @@ import re
 import signal
 import socket
 import subprocess
+import time
 
 import pytest
 
@@ -230,3 +231,12 @@ def test_failed_background_start_returns_its_status(directory):
     result = run(directory, "-C", "-Lf", directory / "daemon.log", "--module", directory / "absent.so")
     assert result.returncode == 5
     assert "cannot load module" in result.stderr
+
+
+def test_a_cold_start_does_not_wait_for_faults(start):
+    """The module lists them a minute later."""
+    daemon = start(ServedDaemon, start(Server, cold=True), ready=False)
+    daemon.wait_for_log("EventThread Init done")
+    begin = time.monotonic()
+    daemon.wait_for_state("READY=1")
+    assert time.monotonic() - begin < 2.5, "the wait would take 3 s"
