@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstddef>
 #include <cstdlib>
@@ -88,7 +89,7 @@ void keep_table_in_step() {
   snmp_log(LOG_DEBUG, "EventThread initiated\n");
   tvmc_Startup_Trap();
   load_faults();
-  needToSendTrapFlag = 1;
+  std::atomic_ref<int>(needToSendTrapFlag).store(1);
   int connection = -1;
   connect(connection, true);
   while (event_thread.is_running()) {

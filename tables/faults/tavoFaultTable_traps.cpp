@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstdio>
 #include <ctime>
@@ -148,7 +149,7 @@ int create_dummy_trap_entry(FaultRow *row) {
 
 void tvmc_Startup_Trap(void) {
   if (marker_exists(warm_start_marker)) {
-    needToSendTrapFlag = 0;
+    std::atomic_ref<int>(needToSendTrapFlag).store(0);
     return;
   }
   sleep(60);
@@ -156,7 +157,7 @@ void tvmc_Startup_Trap(void) {
   if (std::FILE *marker = std::fopen(warm_start_marker, "we"); marker != nullptr) {
     std::fclose(marker);
   }
-  needToSendTrapFlag = 1;
+  std::atomic_ref<int>(needToSendTrapFlag).store(1);
   sleep(1);
 }
 

@@ -9,7 +9,8 @@ namespace tavo {
 #pragma GCC visibility push(default)
 extern "C" {
 
-// While it is 1, every record applied sends a notification. Only the fault event thread reads or writes it.
+// While it is 1, every record applied sends a notification. Only the fault event thread writes it, as an atomic,
+// because the daemon looks at it meanwhile.
 extern int needToSendTrapFlag;
 
 // The enterprise of the start-up notification. net-snmp exports a variable of this name, too; -Bsymbolic makes the
