@@ -36,8 +36,8 @@ class HealthMib {
   HealthMib(const HealthMib &) = delete;
   HealthMib &operator=(const HealthMib &) = delete;
 
-  // Registers all objects. Call it after init_agent() and before init_snmp(), which opens the AgentX session. An object
-  // that cannot be registered is logged and not served.
+  // Registers all objects. Call it after init_agent() and before an AgentX session is opened. An object that cannot be
+  // registered is logged and not served.
   void attach();
   // Makes a row for each table that the module has registered by now.
   void list_tables();

@@ -63,7 +63,7 @@ int notify_answered(int operation, netsnmp_session * /*session*/, int request, n
   return 1;
 }
 
-// False when net-snmp takes one of the varbinds not, which it does when memory is short, too.
+// False when net-snmp refuses one of the varbinds, as it does when memory is short, too.
 bool send_now(const Notification &notification) {
   static auto *const v3 = next_definition<decltype(::send_v3trap)>("send_v3trap");
   static auto *const enterprise = next_definition<decltype(::send_enterprise_trap_vars)>("send_enterprise_trap_vars");
@@ -84,8 +84,7 @@ void queue_is_readable(int /*descriptor*/, void *queue) {
   static_cast<NotificationQueue *>(queue)->turn();
 }
 
-// Called on the module's threads. Without memory for a copy, the notification counts as dropped, as when the queue is
-// full.
+// Called on the module's threads. Without memory for a copy, the notification counts as lost.
 template <class Make>
 void push_from_module(Make make) noexcept {
   NotificationPath *path = current_path.load();
