@@ -20,7 +20,7 @@ TABLES = [table["oid"] for table in json.loads((BUILD / "tables.json").read_text
 
 
 @pytest.mark.parametrize("kind", ["alone", "agentx"])
-def test_faults_are_notified_while_a_tool_hangs_for_ever(start, directory, monkeypatch, kind):
+def test_faults_are_notified_while_a_tool_hangs(start, directory, monkeypatch, kind):
     monkeypatch.setenv("BMCSIM_SOCKET", str(directory / "bmcsim"))
     collector = Collector()
     try:
