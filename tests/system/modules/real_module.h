@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string>
 
 #include "platform/inventory.h"
@@ -66,7 +67,10 @@ class RealModule {
     Dl_info self;
     dladdr(&processors, &self);  // not one of the functions: the daemon stands in front of them
     dlopen(self.dli_fname, RTLD_NOW | RTLD_NOLOAD | RTLD_GLOBAL);
-    handle_ = dlopen(std::getenv("REAL_MODULE"), RTLD_LAZY);
+    const std::filesystem::path module = std::getenv("REAL_MODULE");
+    // The loader wants all functions of the platform. Those that nobody calls here are the simulator's.
+    dlopen((module.parent_path() / "libbmcsim.so").c_str(), RTLD_NOW | RTLD_GLOBAL);
+    handle_ = dlopen(module.c_str(), RTLD_NOW);
     if (handle_ == nullptr) {
       snmp_log(LOG_ERR, "%s\n", dlerror());
       std::exit(1);
