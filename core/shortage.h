@@ -9,8 +9,9 @@ namespace tavo {
 // run: the peer waits in the backlog. Logs once that it waits for one, as `name`.
 int accept_when_possible(int listener, const char *name, const BackgroundThread &thread);
 
+// The following two are start-up's, and then the inventory refresh thread's alone.
+
 // Called when a table has been built: remembers whether the builder may have lacked descriptors for files and tools.
-// Start-up calls the following two, then the inventory refresh thread alone.
 void look_for_shortage();
 // True once a remembered shortage is over: the tables built meanwhile may lack rows or values.
 bool shortage_is_over();
