@@ -1,0 +1,83 @@
+"""What can be left out of a build, and that its libraries are then not looked for; builds for other processors."""
+
+import subprocess
+
+import pytest
+
+from agents import ROOT
+
+MODULE_ONLY = {"TAVO_BUILD_DAEMON": "OFF", "TAVO_BUILD_SIMULATOR": "OFF", "TAVO_BUILD_TESTS": "OFF",
+               "TAVO_BUILD_BENCH": "OFF"}
+# Each optional library, what needs it, and what else must be there so that only this library can be missed.
+NEEDED_BY = [("CLI11", {"TAVO_BUILD_DAEMON": "ON"}),
+             ("nlohmann_json", {"TAVO_BUILD_SIMULATOR": "ON"}),
+             ("yaml-cpp", {"TAVO_BUILD_SIMULATOR": "ON"}),
+             ("CLI11", {"TAVO_BUILD_SIMULATOR": "ON"}),
+             ("GTest", {"TAVO_BUILD_DAEMON": "ON", "TAVO_BUILD_SIMULATOR": "ON", "TAVO_BUILD_TESTS": "ON"})]
+
+
+class Tree:
+    """A build tree that cannot find the libraries in `hidden`."""
+
+    def __init__(self, directory, settings, hidden=()):
+        self.directory = directory / "tree"
+        settings = {**MODULE_ONLY, **settings, **{f"CMAKE_DISABLE_FIND_PACKAGE_{name}": "ON" for name in hidden}}
+        self.result = subprocess.run(
+            ["cmake", "-G", "Ninja", "-S", ROOT, "-B", self.directory, "-DCMAKE_BUILD_TYPE=RelWithDebInfo",
+             *(f"-D{name}={value}" for name, value in settings.items())],
+            capture_output=True, text=True, check=False)
+
+    def rules(self):
+        assert self.result.returncode == 0, self.result.stderr
+        return (self.directory / "build.ninja").read_text()
+
+    def commands(self):
+        """The commands of a whole build."""
+        assert self.result.returncode == 0, self.result.stderr
+        return subprocess.run(["ninja", "-C", self.directory, "-t", "commands", "all"], capture_output=True, text=True,
+                              check=True).stdout
+
+
+
+def test_module_alone_needs_net_snmp_only(directory):
+    tree = Tree(directory, {}, {library for library, _ in NEEDED_BY})
+    rules = tree.rules()
+    assert "libsnmpextmibmodule.so" in rules
+    for name in ("snmp-subagentd.dir", "bmcsim.dir", "unit_tests.dir", "table_walk_bench.dir", "-Werror"):
+        assert name not in rules
+
+
+def test_benchmarks_need_no_other_library(directory):
+    tree = Tree(directory, {"TAVO_BUILD_BENCH": "ON"}, {library for library, _ in NEEDED_BY})
+    assert "table_walk_bench.dir" in tree.rules()
+
+
+@pytest.mark.parametrize("library, wanted", NEEDED_BY, ids=lambda value: value if isinstance(value, str) else "")
+def test_what_is_wanted_names_its_library(directory, library, wanted):
+    tree = Tree(directory, wanted, {library})
+    assert tree.result.returncode != 0
+    assert library in tree.result.stderr
+
+
+@pytest.mark.parametrize("missing", ["TAVO_BUILD_DAEMON", "TAVO_BUILD_SIMULATOR"])
+def test_tests_without_what_they_test_are_refused(directory, missing):
+    everything = {"TAVO_BUILD_DAEMON": "ON", "TAVO_BUILD_SIMULATOR": "ON", "TAVO_BUILD_TESTS": "ON"}
+    tree = Tree(directory, {**everything, missing: "OFF"})
+    assert tree.result.returncode != 0
+    assert "configure with -DTAVO_BUILD_TESTS=OFF as well" in " ".join(tree.result.stderr.split())
+
+
+class TestCrossBuild:
+    """CMAKE_SYSTEM_NAME makes CMake treat any build as one for another machine."""
+
+    def test_it_runs_nothing_that_it_has_built(self, directory):
+        tree = Tree(directory, {"CMAKE_SYSTEM_NAME": "Linux"})
+        assert "The tables are not checked" in tree.result.stdout
+        assert "exports.checked" in tree.commands()
+        assert "describe_tables" not in tree.commands()
+
+    def test_an_emulator_checks_the_tables(self, directory):
+        tree = Tree(directory, {"CMAKE_SYSTEM_NAME": "Linux", "CMAKE_CROSSCOMPILING_EMULATOR": "/usr/bin/an-emulator"})
+        assert "not checked" not in tree.result.stdout
+        check = f"/usr/bin/an-emulator {tree.directory}/describe_tables {tree.directory}/tables.json"
+        assert check in tree.commands()
