@@ -54,18 +54,22 @@ def at_speed(speed):
 
 
 class Server(Program):
-    """A booted server. Unless `cold`, the boot is warm, and the daemon sends no start-up notification."""
+    """A booted server. Unless `cold`, the boot is warm, and the daemon sends no start-up notification.
 
-    def __init__(self, directory, scenario=SCENARIO, cold=False):
+    `programs` is the directory that bmcsim is in.
+    """
+
+    def __init__(self, directory, scenario=SCENARIO, cold=False, programs=BUILD):
         self.state = pathlib.Path(directory) / "server"
-        command = [BOOT, "--build", BUILD, "--bind", directory, "--state", self.state, "--scenario", scenario]
+        self._programs = programs
+        command = [BOOT, "--build", programs, "--bind", directory, "--state", self.state, "--scenario", scenario]
         super().__init__(directory, "server", [*command, *(["--cold"] if cold else []), "--", "sleep", "infinity"])
         wait_until(lambda: self.process.poll() is None and
                    self.run("bmcsim", "ctl", "ping", check=False).returncode == 0, what="the simulated server")
 
     def entered(self, *command):
         """The command line that runs `command` on the server."""
-        return [BOOT, "--build", BUILD, "--enter", self.state, "--", *command]
+        return [BOOT, "--build", self._programs, "--enter", self.state, "--", *command]
 
     def run(self, *command, check=True):
         result = subprocess.run([str(word) for word in self.entered(*command)], capture_output=True, text=True)

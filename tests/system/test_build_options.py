@@ -38,7 +38,6 @@ class Tree:
                               check=True).stdout
 
 
-
 def test_module_alone_needs_net_snmp_only(directory):
     tree = Tree(directory, {}, {library for library, _ in NEEDED_BY})
     rules = tree.rules()
@@ -50,6 +49,13 @@ def test_module_alone_needs_net_snmp_only(directory):
 def test_benchmarks_need_no_other_library(directory):
     tree = Tree(directory, {"TAVO_BUILD_BENCH": "ON"}, {library for library, _ in NEEDED_BY})
     assert "table_walk_bench.dir" in tree.rules()
+
+
+def test_the_unit_for_systemd_can_be_left_out(directory):
+    tree = Tree(directory, {"TAVO_BUILD_DAEMON": "ON", "TAVO_SYSTEMD": "OFF"})
+    assert "systemd" not in tree.rules()
+    install = (tree.directory / "cmake_install.cmake").read_text()
+    assert "snmp-subagentd.tmpfiles" not in install and "snmp-subagentd.service" not in install
 
 
 @pytest.mark.parametrize("library, wanted", NEEDED_BY, ids=lambda value: value if isinstance(value, str) else "")

@@ -11,7 +11,7 @@ from agents import BUILD, ROOT, TEST_BASE, TEST_MODULES, Daemon, snmpget, wait_u
 from server import MODULE, PLATFORM, Server, at_speed
 
 SPEED = 20
-UNIT = (ROOT / "host/snmp-subagentd.service").read_text()
+UNIT = (ROOT / "host/snmp-subagentd.service.in").read_text()
 TIMEOUT = int(re.search(r"(?m)^TimeoutStartSec=(\d+)$", UNIT).group(1))
 TABLES = [
     "tavoFaultTable", "tavoMemoryUnitTable", "tavoMemoryUnitEnvStatsTable", "tavoProcessorUnitTable",
