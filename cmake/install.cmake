@@ -7,6 +7,7 @@ set(own_data ${CMAKE_INSTALL_DATADIR}/${PROJECT_NAME})
 install(TARGETS snmpextmibmodule DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT module)
 install(DIRECTORY platform DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${PROJECT_NAME} COMPONENT module
         FILES_MATCHING PATTERN *.h)
+install(FILES man/libsnmpextmibmodule.7 DESTINATION ${CMAKE_INSTALL_MANDIR}/man7 COMPONENT module)
 configure_file(platform/snmpextmibmodule.pc.in snmpextmibmodule.pc @ONLY)
 install(FILES ${CMAKE_BINARY_DIR}/snmpextmibmodule.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT module)
 
@@ -14,6 +15,8 @@ if(TAVO_BUILD_DAEMON)
   install(TARGETS snmp-subagentd DESTINATION ${CMAKE_INSTALL_SBINDIR} COMPONENT daemon)
   install(FILES host/snmpd-master.conf DESTINATION ${CMAKE_INSTALL_FULL_SYSCONFDIR}/snmp/snmpd.conf.d
           RENAME subagentd.conf COMPONENT daemon)
+  install(FILES man/snmp-subagentd.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 COMPONENT daemon)
+  install(FILES man/snmp-subagentd.conf.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5 COMPONENT daemon)
   # An example only: behind a master it would send each notification a second time.
   install(FILES host/snmp-subagentd.conf DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT daemon)
   if(TAVO_SYSTEMD)
@@ -26,6 +29,7 @@ endif()
 if(TAVO_BUILD_SIMULATOR)
   install(TARGETS bmcsim DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT simulator)
   install(TARGETS bmcsim_platform DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT simulator)
+  install(FILES man/bmcsim.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT simulator)
   install(DIRECTORY simulator/scenarios DESTINATION ${CMAKE_INSTALL_DATADIR}/bmcsim COMPONENT simulator)
   # The query tools stand in a directory of their own: ipmitool is the name of a real program, too.
   set(query_tools ${CMAKE_INSTALL_LIBEXECDIR}/bmcsim)

@@ -18,14 +18,17 @@ LIBRARIES = PREFIX / SETTINGS["CMAKE_INSTALL_LIBDIR"]
 DOCUMENTS = PREFIX / "share/doc/snmpextmibmodule"
 TABLES = "1.3.6.1.4.1.61453.4.207"
 
-# What each component consists of; "*" stands for any name.
+# What each component consists of.
 FILES = {
     "module": [LIBRARIES / "libsnmpextmibmodule.so", LIBRARIES / "pkgconfig/snmpextmibmodule.pc",
+               PREFIX / "share/man/man7/libsnmpextmibmodule.7",
                *(PREFIX / "include/snmpextmibmodule/platform" / header.name for header in ROOT.glob("platform/*.h"))],
     "daemon": [PREFIX / "sbin/snmp-subagentd", PREFIX / "lib/systemd/system/snmp-subagentd.service",
                PREFIX / "lib/tmpfiles.d/snmp-subagentd.conf", DOCUMENTS / "examples/snmp-subagentd.conf",
+               PREFIX / "share/man/man8/snmp-subagentd.8", PREFIX / "share/man/man5/snmp-subagentd.conf.5",
                pathlib.PurePath("/etc/snmp/snmpd.conf.d/subagentd.conf")],
     "simulator": [PREFIX / "bin/bmcsim", LIBRARIES / "libbmcsim.so", PREFIX / "share/bmcsim/scenarios/rack-server.yaml",
+                  PREFIX / "share/man/man1/bmcsim.1",
                   *(PREFIX / "libexec/bmcsim" / tool for tool in ("datactl", "flatkv", "slotutil", "ipmitool"))],
     "mibs": [*(PREFIX / "share/snmp/mibs" / mib.name for mib in ROOT.glob("mibs/TAVO-*")),
              *(PREFIX / "share/snmpextmibmodule/mibs" / mib.name for mib in ROOT.glob("mibs/base/*"))],
