@@ -132,7 +132,7 @@ def test_unit_starts_the_installed_daemon(image):
     unit = image.path(PREFIX / "lib/systemd/system/snmp-subagentd.service").read_text()
     program = re.search(r"^ExecStart=(\S+)", unit, re.MULTILINE)[1]
     assert os.access(image.path(pathlib.PurePath(program)), os.X_OK)
-    assert "@" not in unit
+    assert not re.search(r"@\w+@", unit)
 
 
 def test_platform_library_builds_with_the_headers(image, directory):
