@@ -184,6 +184,7 @@ class Daemon(Program):
         notify.unlink(missing_ok=True)
         self._notifications = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
         self._notifications.bind(str(notify))
+        notify.chmod(0o666)  # the daemon may be another user's
         self._notifications.setblocking(False)
         self.states = []  # everything that the daemon has reported to systemd, in order
         super().__init__(directory, "subagentd", command, NOTIFY_SOCKET=str(notify),

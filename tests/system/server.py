@@ -47,10 +47,10 @@ def tools_that_run(daemon):
     return [path.name for path in pathlib.Path("/proc").glob("[0-9]*") if runs_there(path)]
 
 
-def at_speed(speed):
-    """The words to put before a command so that its clock runs `speed` times as fast."""
+def at_speed(speed, preloads=()):
+    """The words to put before a command so that its clock runs `speed` times as fast, and these libraries are in it."""
     library = next(pathlib.Path("/usr/lib").glob("*/faketime/libfaketimeMT.so.1"))
-    return ["env", f"LD_PRELOAD={library}", f"FAKETIME=+0 x{speed}"]
+    return ["env", "LD_PRELOAD=" + ":".join(map(str, [*preloads, library])), f"FAKETIME=+0 x{speed}"]
 
 
 class Server(Program):
@@ -104,11 +104,14 @@ class Server(Program):
 
 
 class ServedDaemon(Daemon):
-    """The daemon on a booted server, with the real module. `tool_timeout` is in seconds of this machine's clock."""
+    """The daemon on a booted server, with the real module. `tool_timeout` is in seconds of this machine's clock.
+
+    `before`: words to put before the daemon's command. With a speed, `preloads` are libraries to load into it.
+    """
 
     def __init__(self, directory, server, speed=None, module=MODULE, platforms=(PLATFORM,), tool_timeout=30,
-                 **settings):
-        program = [*server.entered(), *(at_speed(speed) if speed else []), BUILD / "snmp-subagentd"]
+                 before=(), preloads=(), **settings):
+        program = [*server.entered(), *before, *(at_speed(speed, preloads) if speed else []), BUILD / "snmp-subagentd"]
         if speed:  # the tools themselves run no faster
             program += ["--tool-timeout", int(tool_timeout * speed)]
         super().__init__(directory, module=module, platforms=platforms, program=program, **settings)
