@@ -18,6 +18,10 @@ NAME = re.compile(r"(?<!/)\btavo[A-Z]\w*")
 DEFINITIONS = [path for place in ("mibs/*-MIB", "tables/*/*.*", "threads/*", "module/exports.txt")
                for path in ROOT.glob(place)]
 
+# The name of a system test or of a unit test, in a cell of a table.
+TEST = re.compile(r"`(test_\w+|[A-Z][a-z]*(?:[A-Z]+[a-z]*){2,})`")
+DEFINED_TEST = re.compile(r"^ *def (test_\w+)|^TEST(?:_F|_P)?\([^,]+, (\w+)\)", re.MULTILINE)
+
 # Code in a recipe defines the names of its example.
 CODE = re.compile(r"^ *```(?:cpp|diff|sh)\n.*?^ *```$", re.MULTILINE | re.DOTALL)
 # A line of the list of varbinds, and the same list in the MIB.
@@ -55,6 +59,17 @@ def test_varbinds_are_those_of_the_mib():
     listed = VARBIND.findall((ROOT / "docs/notifications.md").read_text())
     notifications = NOTIFICATION.findall((ROOT / "mibs/TAVO-FAULT-MIB").read_text())
     assert [listed, listed] == [NAME.findall(objects) for objects in notifications]
+
+
+def test_tests_of_each_promise_exist():
+    defined = {name for pattern in ("tests/**/*_test.cpp", "tests/**/*.py") for path in ROOT.glob(pattern)
+               for names in DEFINED_TEST.findall(path.read_text()) for name in names if name}
+    rows = [line for line in (ROOT / "docs/reliability.md").read_text().splitlines()
+            if line.startswith("| ") and not line.startswith("| When |")]
+    for row in rows:
+        held_by = row.split(" | ")[2]
+        assert TEST.findall(held_by) or "`fuzz/`" in held_by, row
+        assert set(TEST.findall(held_by)) <= defined, row
 
 
 def test_lists_of_tables_are_up_to_date():
