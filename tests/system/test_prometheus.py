@@ -1,0 +1,132 @@
+"""What the files in contrib/prometheus make of a simulated server, with the real exporter and the real promtool.
+
+Programs that are not installed come from Debian's packages, unpacked once per build tree: to install these packages would
+start services on all addresses. Where that fails, tests are skipped, and pytest -rs says why.
+"""
+
+import os
+import pathlib
+import re
+import shutil
+import socket
+import subprocess
+import time
+import urllib.request
+
+import pytest
+import yaml
+
+from agents import BUILD, ROOT, Program, free_port, wait_until
+from server import ServedDaemon, Server
+
+PROMETHEUS = ROOT / "contrib/prometheus"
+GENERATED = ["snmp.yml", "snmp-0.21.yml"]
+MOST_SERIES = 450
+# The series that the exporter adds of its own.
+OF_THE_EXPORTER = "snmp_scrape_"
+
+
+def need(program, package):
+    """The path of the program."""
+    place = BUILD / "debian" / package
+    found = shutil.which(program, path=f"{os.environ['PATH']}:{place}/usr/bin")
+    if found is None:
+        place.mkdir(parents=True, exist_ok=True)
+        fetch = subprocess.run("apt-get download -q " + package + " && dpkg -x " + package + "_*.deb .", shell=True,
+                               cwd=place, capture_output=True, text=True)
+        found = shutil.which(program, path=f"{place}/usr/bin")
+        if found is None:
+            pytest.skip(f"{program} is missing, and {package} cannot be fetched: {fetch.stderr.strip().splitlines()[-1:]}")
+    return found
+
+
+class Exporter(Program):
+    def __init__(self, directory):
+        self.address = f"127.0.0.1:{free_port(socket.SOCK_STREAM)}"
+        super().__init__(directory, "exporter", [
+            need("prometheus-snmp-exporter", "prometheus-snmp-exporter"),
+            f"--config.file={PROMETHEUS / 'snmp-0.21.yml'}", f"--web.listen-address={self.address}"])
+        self.wait_for_log("[Ll]istening on")
+
+    def scrape(self, target):
+        """{name: [(labels, value)]} of the server at this address"""
+        with urllib.request.urlopen(f"http://{self.address}/snmp?module=tavo&target={target}", timeout=60) as answer:
+            lines = answer.read().decode().splitlines()
+        metrics = {}
+        for line in lines:
+            if not line.startswith("#"):
+                name, labels, value = re.fullmatch(r'(\w+)(?:{(.*)})? (\S+)', line).groups()
+                pairs = dict(re.findall(r'(\w+)="((?:[^"\\]|\\.)*)"', labels or ""))
+                metrics.setdefault(name, []).append((pairs, float(value)))
+        return metrics
+
+
+def states(metrics, name, key):
+    """{value of the label `key`: the state that is 1}"""
+    return {labels[key]: labels[name] for labels, value in metrics[name] if value == 1}
+
+
+@pytest.fixture
+def scraped(start):
+    """A server, its daemon and the exporter"""
+    exporter = start(Exporter)
+    server = start(Server)
+    daemon = start(ServedDaemon, server)
+    server.wait_for_listeners()
+    return server, daemon, lambda: exporter.scrape(daemon.address)
+
+
+def test_a_scrape_has_few_series_and_all_names(scraped):
+    _, _, scrape = scraped
+    begin = time.monotonic()
+    metrics = scrape()
+    duration = time.monotonic() - begin
+    series = sum(len(series) for name, series in metrics.items() if not name.startswith(OF_THE_EXPORTER))
+    print(f"{series} series in {duration:.2f} s")
+    assert series <= MOST_SERIES
+    expected = {metric["name"] for metric in yaml.safe_load((PROMETHEUS / "snmp.yml").read_text())["modules"]["tavo"]
+                ["metrics"]}
+    assert expected - metrics.keys() == set()
+    for name, instances in metrics.items():
+        for labels, _ in instances:
+            assert all(labels.values()), (name, labels)
+            # The rack unit and its board are the only rows of their tables.
+            if any(label.endswith("Index") and not label.startswith("tavoCompute") for label in labels):
+                assert any(label.endswith("Dn") for label in labels), (name, labels)
+
+
+def test_labels_stay_while_values_change(scraped):
+    """Ten seconds later the simulator has drawn other readings."""
+    _, _, scrape = scraped
+
+    def names(metrics):
+        return {(name, *sorted(labels.items())) for name, instances in metrics.items() for labels, _ in instances}
+    first = scrape()
+    wait_until(lambda: scrape()["sysUpTime"][0][1] > first["sysUpTime"][0][1] + 1000, what="ten seconds")
+    assert names(scrape()) == names(first)
+
+
+def test_a_fault_comes_changes_and_goes(scraped):
+    server, _, scrape = scraped
+    server.ctl("fault", "raise", "4711", "class=fan", "severity=critical")
+    wait_until(lambda: states(scrape(), "tavoFaultSeverity", "tavoFaultIndex").get("4711") == "critical",
+               what="the fault")
+    server.ctl("fault", "update", "4711", "class=fan", "severity=minor")
+    wait_until(lambda: states(scrape(), "tavoFaultSeverity", "tavoFaultIndex").get("4711") == "minor",
+               what="the lower severity")
+    server.ctl("fault", "clear", "4711", "class=fan")
+    wait_until(lambda: "4711" not in states(scrape(), "tavoFaultSeverity", "tavoFaultIndex"), what="its end")
+
+
+def test_generated_files_are_up_to_date(directory):
+    generator = pathlib.Path(need("prometheus-snmp-generator", "prometheus-snmp-exporter"))
+    subprocess.run([PROMETHEUS / "generate", directory], check=True,
+                   env={**os.environ, "PATH": f"{os.environ['PATH']}:{generator.parent}"})
+    for name in GENERATED:
+        assert (pathlib.Path(directory) / name).read_text() == (PROMETHEUS / name).read_text(), name
+
+
+def test_both_forms_have_the_same_module():
+    new, old = (yaml.safe_load((PROMETHEUS / name).read_text()) for name in GENERATED)
+    assert new == {"modules": old}
+    assert list(old) == ["tavo"]
