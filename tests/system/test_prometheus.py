@@ -1,7 +1,7 @@
 """What the files in contrib/prometheus make of a simulated server, with the real exporter and the real promtool.
 
-Programs that are not installed come from Debian's packages, unpacked once per build tree: to install these packages would
-start services on all addresses. Where that fails, tests are skipped, and pytest -rs says why.
+Programs that are not installed come from Debian's packages, unpacked once per build tree: to install these packages
+would start services on all addresses. Where that fails, tests are skipped, and pytest -rs says why.
 """
 
 import os
@@ -36,7 +36,8 @@ def need(program, package):
                                cwd=place, capture_output=True, text=True)
         found = shutil.which(program, path=f"{place}/usr/bin")
         if found is None:
-            pytest.skip(f"{program} is missing, and {package} cannot be fetched: {fetch.stderr.strip().splitlines()[-1:]}")
+            why = fetch.stderr.strip().splitlines()[-1:]
+            pytest.skip(f"{program} is missing, and {package} cannot be fetched: {why}")
     return found
 
 
@@ -130,3 +131,42 @@ def test_both_forms_have_the_same_module():
     new, old = (yaml.safe_load((PROMETHEUS / name).read_text()) for name in GENERATED)
     assert new == {"modules": old}
     assert list(old) == ["tavo"]
+
+
+def promtool(*arguments):
+    done = subprocess.run([need("promtool", "prometheus"), *map(str, arguments)], capture_output=True, text=True)
+    return done.returncode, done.stdout + done.stderr
+
+
+def test_promtool_accepts_the_configuration():
+    status, output = promtool("check", "config", PROMETHEUS / "prometheus.yml")
+    assert status == 0 and "warning" not in output.lower(), output
+
+
+def test_alerts_fire_and_resolve():
+    status, output = promtool("test", "rules", PROMETHEUS / "rules_test.yml")
+    assert status == 0, output
+
+
+def rules():
+    groups = yaml.safe_load((PROMETHEUS / "rules.yml").read_text())["groups"]
+    return [rule for group in groups for rule in group["rules"]]
+
+
+def test_every_alert_is_tested_both_ways():
+    cases = [case for test in yaml.safe_load((PROMETHEUS / "rules_test.yml").read_text())["tests"]
+             for case in test["alert_rule_test"]]
+    alerts = {rule["alert"] for rule in rules() if "alert" in rule}
+    assert {case["alertname"] for case in cases if case["exp_alerts"]} == alerts
+    assert {case["alertname"] for case in cases if not case["exp_alerts"]} == alerts
+
+
+def test_rules_use_what_the_exporter_serves():
+    metrics = {metric["name"] for metric in
+               yaml.safe_load((PROMETHEUS / "snmp.yml").read_text())["modules"]["tavo"]["metrics"]}
+    labels = {lookup["lookup"] for lookup in
+              yaml.safe_load((PROMETHEUS / "generator.yml").read_text())["modules"]["tavo"]["lookups"]}
+    # Values of labels are names of tables.
+    used = {name for rule in rules() for name in re.findall(r"\btavo[A-Z]\w+", rule["expr"])
+            if not name.endswith("Table") and "." not in name}
+    assert used - metrics - labels <= {"tavoMemory", "tavoProcessor", "tavoCompute"}
