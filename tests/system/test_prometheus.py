@@ -47,7 +47,7 @@ class Exporter(Program):
         super().__init__(directory, "exporter", [
             need("prometheus-snmp-exporter", "prometheus-snmp-exporter"),
             f"--config.file={PROMETHEUS / 'snmp-0.21.yml'}", f"--web.listen-address={self.address}"])
-        self.wait_for_log("[Ll]istening on")
+        self.wait_for_log("Listening on")
 
     def scrape(self, target):
         """{name: [(labels, value)]} of the server at this address"""
