@@ -159,10 +159,20 @@ bool stop_module(Module &module, ChassisLink *link) {
   return true;
 }
 
-[[noreturn]] void leave_without_threads(const PidFile &pid_file) {
+[[noreturn]] void leave_without_threads(const PidFile &pid_file, ExitStatus status = ExitStatus::Ok) {
   pid_file.remove();
   // Not exit(), which would destroy what the remaining threads still use.
-  _exit(static_cast<int>(ExitStatus::Ok));
+  _exit(static_cast<int>(status));
+}
+
+void start_module(Module &module, const Options &options, const PidFile &pid_file) {
+  const StartProgress progress(options.tool_timeout + longest_silence_without_tool);
+  try {
+    module.start();
+  } catch (const StartFailure &failure) {
+    // Some of the module's threads may run by now, and send notifications.
+    leave_without_threads(pid_file, report_start_failure(failure));
+  }
 }
 
 // Called on the watcher's thread when the loop is stuck. It may be stuck in the log (standard output may be a full pipe
@@ -259,10 +269,7 @@ ExitStatus run_daemon(const Options &options) {
   });
   close_descriptors_on_exec();
   warn_of_unwritable_dumps();
-  {
-    const StartProgress progress(options.tool_timeout + longest_silence_without_tool);
-    module.start();
-  }
+  start_module(module, options, pid_file);
   health.list_tables();
   // A manager that polls during the start would otherwise find an empty fault table.
   module.wait_for_faults(faults_limit);

@@ -28,4 +28,7 @@ class StartFailure : public std::runtime_error {
   ExitStatus status_;
 };
 
+// Tells the user, on standard error, and the service manager why the start has ended. Returns the exit status.
+ExitStatus report_start_failure(const StartFailure &failure);
+
 }  // namespace tavo

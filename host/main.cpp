@@ -5,13 +5,12 @@
 #include <cstdlib>
 #include <exception>
 #include <new>
-#include <string>
 #include <string_view>
 
 #include "host/daemon.h"
+#include "host/exit_status.h"
 #include "host/name.h"
 #include "host/options.h"
-#include "host/service_manager.h"
 
 namespace tavo {
 namespace {
@@ -43,9 +42,7 @@ ExitStatus run(int argc, const char *const *argv) {
     }
     return run_daemon(command_line.options);
   } catch (const StartFailure &failure) {
-    std::fprintf(stderr, "%s: %s\n", daemon_name, failure.what());
-    report_to_service_manager(Report::Passing, std::string("STATUS=") + failure.what());
-    return failure.status();
+    return report_start_failure(failure);
   } catch (const std::bad_alloc &) {
     std::fprintf(stderr, "%s: out of memory\n", daemon_name);
     return ExitStatus::Failure;
