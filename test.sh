@@ -44,6 +44,7 @@ done
 
 if [[ $long ]]; then
   parallel=1
+  export TAVO_BAD_TOOLS=all
   export TAVO_CYCLES=200
   export TAVO_ENDURANCE_MINUTES=120
   export TAVO_GATE_REQUESTS=2000
