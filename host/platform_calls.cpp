@@ -4,17 +4,12 @@
 
 #include <net-snmp/net-snmp-includes.h>
 
-#include <poll.h>
-#include <pthread.h>
-
 #include <array>
-#include <csignal>
 #include <new>
 #include <type_traits>
 #include <vector>
 
 #include "host/interposed.h"
-#include "host/poll_time.h"
 #include "platform/fault_engine.h"
 #include "platform/fru.h"
 #include "platform/inventory.h"
@@ -52,23 +47,12 @@ PlatformCalls::PlatformCalls(std::chrono::milliseconds limit) : limit_(limit) {
   if (limit_.count() == 0) {
     return;
   }
-  // Signals are for other threads.
-  sigset_t all;
-  sigset_t former;
-  sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &former);
-  watcher_ = std::thread([this] { watch(); });
-  pthread_sigmask(SIG_SETMASK, &former, nullptr);
+  watcher_.start([this] { return report_overdue(); });
   current_calls = this;
 }
 
 PlatformCalls::~PlatformCalls() {
   current_calls = nullptr;
-  if (watcher_.joinable()) {
-    watcher_must_end_ = true;
-    changed_.signal();
-    watcher_.join();
-  }
 }
 
 std::optional<PlatformCalls::Overdue> PlatformCalls::overdue() const {
@@ -88,7 +72,7 @@ std::list<PlatformCalls::Entry>::iterator PlatformCalls::begin(const char *funct
   under_way_.splice(under_way_.end(), call);
   if (watcher_rests_) {
     watcher_rests_ = false;
-    changed_.signal();
+    watcher_.wake();
   }
   return std::prev(under_way_.end());
 }
@@ -102,15 +86,6 @@ void PlatformCalls::end(std::list<Entry>::iterator call) {
   if (const Entry &entry = ended.front(); entry.reported) {
     snmp_log(LOG_WARNING, "platform call back after %.1f s: %s\n", in_seconds(Clock::now() - entry.started),
              entry.function);
-  }
-}
-
-void PlatformCalls::watch() {
-  while (!watcher_must_end_) {
-    const std::optional<Clock::time_point> next = report_overdue();
-    pollfd changed{.fd = changed_.get(), .events = POLLIN, .revents = 0};
-    poll(&changed, 1, poll_time(next));
-    changed_.clear();
   }
 }
 

@@ -11,9 +11,8 @@
 #include <mutex>
 #include <optional>
 #include <span>
-#include <thread>
 
-#include "host/event_descriptor.h"
+#include "host/deadline_watcher.h"
 
 namespace tavo {
 
@@ -53,13 +52,10 @@ class PlatformCalls {
 
   std::list<Entry>::iterator begin(const char *function);
   void end(std::list<Entry>::iterator call);
-  void watch();
   // Returns when the next call reaches the limit, if any can.
   std::optional<Clock::time_point> report_overdue();
 
   const std::chrono::milliseconds limit_;
-  const EventDescriptor changed_;  // wakes the watcher
-  std::atomic<bool> watcher_must_end_ = false;
   std::atomic<std::uint64_t> overdue_so_far_ = 0;
 
   mutable std::mutex mutex_;
@@ -69,7 +65,7 @@ class PlatformCalls {
   // ones: it wakes once in each `limit_` at most, and never while there is no call.
   bool watcher_rests_ = false;
 
-  std::thread watcher_;
+  DeadlineWatcher watcher_;  // the last member, since its thread uses the others
 };
 
 // One call, as long as it lasts. Without memory, or while no call is watched, it does nothing.

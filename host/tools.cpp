@@ -140,24 +140,13 @@ struct ToolRunner::Tool {
 ToolRunner::ToolRunner(std::chrono::milliseconds limit, void (*tool_starts)())
     : limit_(limit), tool_starts_(tool_starts) {
   if (limit_.count() > 0) {
-    // Signals are for other threads.
-    sigset_t all;
-    sigset_t former;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &former);
-    watcher_ = std::thread([this] { watch(); });
-    pthread_sigmask(SIG_SETMASK, &former, nullptr);
+    watcher_.start([this] { return kill_overdue(); });
   }
   current_runner = this;
 }
 
 ToolRunner::~ToolRunner() {
   current_runner = nullptr;
-  if (watcher_.joinable()) {
-    watcher_must_end_ = true;
-    changed_.signal();
-    watcher_.join();
-  }
 }
 
 int ToolRunner::run(const char *command) {
@@ -255,7 +244,7 @@ std::shared_ptr<ToolRunner::Tool> ToolRunner::start(const char *command, int out
       return nullptr;
     }
   }
-  changed_.signal();
+  watcher_.wake();
   return tool;
 }
 
@@ -304,15 +293,6 @@ void ToolRunner::finish(Tool &tool) {
   failed_ += tool.status != 0 ? 1 : 0;
   killed_ += tool.end == Tool::End::Overdue || tool.end == Tool::End::TooMuchOutput ? 1 : 0;
   tool.log_end();
-}
-
-void ToolRunner::watch() {
-  while (!watcher_must_end_) {
-    const std::optional<Clock::time_point> next = kill_overdue();
-    pollfd changed{.fd = changed_.get(), .events = POLLIN, .revents = 0};
-    poll(&changed, 1, poll_time(next));
-    changed_.clear();
-  }
 }
 
 std::optional<ToolRunner::Clock::time_point> ToolRunner::kill_overdue() {

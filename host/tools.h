@@ -15,8 +15,8 @@
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <thread>
 
+#include "host/deadline_watcher.h"
 #include "host/event_descriptor.h"
 
 namespace tavo {
@@ -69,15 +69,12 @@ class ToolRunner {
   ssize_t read(Tool &tool, char *to, std::size_t size);
   bool wait_for_output(Tool &tool) const;
   void finish(Tool &tool);
-  void watch();
   // Returns when the next tool is due, if any can be.
   std::optional<Clock::time_point> kill_overdue();
 
   const std::chrono::milliseconds limit_;
   void (*const tool_starts_)();
-  const EventDescriptor changed_;   // wakes the watcher
   const EventDescriptor stopping_;  // readable after stop()
-  std::atomic<bool> watcher_must_end_ = false;
   std::atomic<std::uint64_t> started_ = 0;
   std::atomic<std::uint64_t> failed_ = 0;
   std::atomic<std::uint64_t> killed_ = 0;
@@ -87,7 +84,7 @@ class ToolRunner {
   std::list<std::shared_ptr<Tool>> running_;
   bool stopped_ = false;
 
-  std::thread watcher_;
+  DeadlineWatcher watcher_;  // the last member, since its thread uses the others
 };
 
 }  // namespace tavo
