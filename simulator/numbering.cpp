@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <string>
 
-namespace tavo::sim {
+namespace tavo::service {
 namespace {
 
 void number_field(Part &part, std::string_view field, const std::string &ending) {
@@ -43,4 +43,4 @@ void number_server(Inventory &inventory, unsigned number) {
   inventory.server.set("uuid", uuid.substr(0, uuid.size() - std::min(uuid.size(), end_of_uuid.size())) + end_of_uuid);
 }
 
-}  // namespace tavo::sim
+}  // namespace tavo::service

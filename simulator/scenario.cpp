@@ -1,3 +1,5 @@
+#include "simulator/scenario.h"
+
 #include <yaml-cpp/yaml.h>
 
 #include <algorithm>
@@ -7,9 +9,8 @@
 
 #include "platform/storage_client.h"
 #include "platform/storage_snapshot.h"
-#include "simulator/inventory.h"
 
-namespace tavo::sim {
+namespace tavo::service {
 namespace {
 
 // What is being read, for error messages.
@@ -199,4 +200,4 @@ Inventory load_scenario(const std::filesystem::path &file) {
   return read_inventory(documents.empty() ? YAML::Node() : documents[0], place);
 }
 
-}  // namespace tavo::sim
+}  // namespace tavo::service

@@ -6,11 +6,13 @@
 #include <string>
 
 #include "fuzz/harness/door.h"
-#include "simulator/protocol.h"
-#include "simulator/queries.h"
-#include "simulator/requests.h"
+#include "service/protocol.h"
+#include "service/queries.h"
+#include "service/requests.h"
+#include "simulator/drift.h"
+#include "simulator/scenario.h"
 
-namespace tavo::sim {
+namespace tavo::service {
 namespace {
 
 using nlohmann::json;
@@ -76,7 +78,7 @@ void ask_for_everything(Machine &machine) {
     fru_list(inventory);
     return 0;
   });
-  machine.drift(1);
+  Drift().advance(machine, 1);
 }
 
-}  // namespace tavo::sim
+}  // namespace tavo::service

@@ -1,9 +1,9 @@
 // A simulated server of the fuzzer's own.
 #pragma once
 
-#include "simulator/machine.h"
+#include "service/machine.h"
 
-namespace tavo::sim {
+namespace tavo::service {
 
 // The server of one-of-everything.yaml as it starts.
 const Inventory &small_inventory();
@@ -13,4 +13,4 @@ const Surroundings &temporary_surroundings();
 // Asks for everything that the machine can tell: each record, and what each query tool prints.
 void ask_for_everything(Machine &machine);
 
-}  // namespace tavo::sim
+}  // namespace tavo::service

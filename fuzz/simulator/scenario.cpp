@@ -7,6 +7,7 @@
 #include "core/descriptor.h"
 #include "fuzz/harness/door.h"
 #include "fuzz/harness/simulated_server.h"
+#include "simulator/scenario.h"
 
 namespace tavo::fuzz {
 
@@ -14,10 +15,10 @@ void try_input(Octets input) {
   const Descriptor file(memfd_create("scenario", MFD_CLOEXEC));
   expect(write(file.get(), input.data(), input.size()) == static_cast<ssize_t>(input.size()), "the file is written");
   try {
-    sim::Machine machine(sim::load_scenario("/proc/self/fd/" + std::to_string(file.get())),
-                         sim::temporary_surroundings());
-    sim::ask_for_everything(machine);
-  } catch (const sim::BadInput &) {
+    service::Machine machine(service::load_scenario("/proc/self/fd/" + std::to_string(file.get())),
+                             service::temporary_surroundings());
+    service::ask_for_everything(machine);
+  } catch (const service::BadInput &) {
   }
 }
 

@@ -10,7 +10,7 @@
 
 #include "served_scenario.h"
 
-namespace tavo::sim {
+namespace tavo::service {
 namespace {
 
 using testing::HasSubstr;
@@ -231,4 +231,4 @@ TEST_F(Program, ToolsReportThatTheSimulatorIsAway) {
 }
 
 }  // namespace
-}  // namespace tavo::sim
+}  // namespace tavo::service

@@ -1,4 +1,4 @@
-#include "simulator/control.h"
+#include "service/control.h"
 
 #include <gmock/gmock.h>
 #include <sys/socket.h>
@@ -9,8 +9,9 @@
 
 #include "platform/storage_snapshot.h"
 #include "served_scenario.h"
+#include "simulator/scenario.h"
 
-namespace tavo::sim {
+namespace tavo::service {
 namespace {
 
 using testing::AllOf;
@@ -240,16 +241,17 @@ TEST_F(Control, SdCardChangeIsAnnouncedOnTheSocket) {
 }
 
 TEST_F(Control, ReadingsDriftOnlyAtTheGivenInterval) {
+  Drift drift;
   const std::string still = control_words("show environment");
-  machine_->drift(2000);
+  drift.advance(*machine_, 2000);
   EXPECT_EQ(control_words("show environment"), still);
   control_words("environment set drift=1000");
   const std::string before = control_words("show environment") + control_words("show processors");
-  machine_->drift(900);
+  drift.advance(*machine_, 900);
   EXPECT_EQ(control_words("show environment") + control_words("show processors"), before);
-  machine_->drift(200);
+  drift.advance(*machine_, 200);
   EXPECT_NE(control_words("show environment") + control_words("show processors"), before);
 }
 
 }  // namespace
-}  // namespace tavo::sim
+}  // namespace tavo::service

@@ -1,4 +1,4 @@
-#include "simulator/fault_engine.h"
+#include "service/fault_engine.h"
 
 #include <gmock/gmock.h>
 #include <unistd.h>
@@ -12,7 +12,7 @@
 #include "platform/fault_engine.h"
 #include "served_scenario.h"
 
-namespace tavo::sim {
+namespace tavo::service {
 namespace {
 
 using testing::HasSubstr;
@@ -265,4 +265,4 @@ TEST_F(Faults, NumberOfAPartMayBeWrittenInAnyForm) {
 }
 
 }  // namespace
-}  // namespace tavo::sim
+}  // namespace tavo::service

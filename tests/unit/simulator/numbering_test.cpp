@@ -5,8 +5,9 @@
 #include <set>
 
 #include "served_scenario.h"
+#include "simulator/scenario.h"
 
-namespace tavo::sim {
+namespace tavo::service {
 namespace {
 
 // Every serial number of a server, and its UUID.
@@ -56,4 +57,4 @@ TEST(Numbering, LongSerialNumberKeepsItsFront) {
 }
 
 }  // namespace
-}  // namespace tavo::sim
+}  // namespace tavo::service

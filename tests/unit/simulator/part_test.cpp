@@ -1,13 +1,13 @@
-#include "simulator/part.h"
+#include "service/part.h"
 
 #include <gmock/gmock.h>
 
 #include "core/class_number.h"
 #include "platform/fault_engine.h"
 #include "served_scenario.h"
-#include "simulator/part_kinds.h"
+#include "service/part_kinds.h"
 
-namespace tavo::sim {
+namespace tavo::service {
 namespace {
 
 using testing::HasSubstr;
@@ -65,4 +65,4 @@ TEST(Part, AppliesAllSettingsOrNone) {
 }
 
 }  // namespace
-}  // namespace tavo::sim
+}  // namespace tavo::service

@@ -17,7 +17,7 @@
 #include "platform/storage_client.h"
 #include "served_scenario.h"
 
-namespace tavo::sim {
+namespace tavo::service {
 namespace {
 
 class PlatformClient : public ServedScenario {
@@ -350,4 +350,4 @@ TEST_F(PlatformClient, ServesManyThreadsAtOnce) {
 }
 
 }  // namespace
-}  // namespace tavo::sim
+}  // namespace tavo::service

@@ -7,10 +7,10 @@
 #include <thread>
 
 #include "served_scenario.h"
-#include "simulator/protocol.h"
-#include "simulator/unix_socket.h"
+#include "service/protocol.h"
+#include "service/unix_socket.h"
 
-namespace tavo::sim {
+namespace tavo::service {
 namespace {
 
 using nlohmann::json;
@@ -158,4 +158,4 @@ TEST_F(Protocol, FollowerThatSendsIsDropped) {
 }
 
 }  // namespace
-}  // namespace tavo::sim
+}  // namespace tavo::service

@@ -1,8 +1,10 @@
-#include "simulator/queries.h"
+#include "service/queries.h"
 
 #include <gmock/gmock.h>
 
-namespace tavo::sim {
+#include "simulator/scenario.h"
+
+namespace tavo::service {
 namespace {
 
 using testing::HasSubstr;
@@ -104,4 +106,4 @@ TEST_F(Queries, TimestampHasTheFormThatReadersParse) {
 }
 
 }  // namespace
-}  // namespace tavo::sim
+}  // namespace tavo::service

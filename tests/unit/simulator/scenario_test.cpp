@@ -1,3 +1,5 @@
+#include "simulator/scenario.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -6,9 +8,8 @@
 
 #include "core/class_number.h"
 #include "served_scenario.h"
-#include "simulator/inventory.h"
 
-namespace tavo::sim {
+namespace tavo::service {
 namespace {
 
 using testing::AllOf;
@@ -145,4 +146,4 @@ TEST_F(ScenarioFile, TruncatedScenarioLoadsOrIsRefused) {
 }
 
 }  // namespace
-}  // namespace tavo::sim
+}  // namespace tavo::service

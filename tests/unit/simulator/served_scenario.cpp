@@ -5,9 +5,10 @@
 #include <cstdlib>
 #include <sstream>
 
-#include "simulator/control.h"
+#include "service/control.h"
+#include "simulator/scenario.h"
 
-namespace tavo::sim {
+namespace tavo::service {
 
 std::filesystem::path make_directory() {
   std::string pattern = std::filesystem::temp_directory_path() / "bmcsim-XXXXXX";
@@ -32,7 +33,8 @@ void ServedScenario::start() {
                                        Surroundings{.var = directory_ / "var", .sd_socket = directory_ / "sd-socket"});
   service_ = std::make_unique<Service>(*machine_, socket_);
   stop_ = Descriptor(eventfd(0, EFD_CLOEXEC));
-  thread_ = std::thread([this] { service_->run(stop_.get()); });
+  thread_ = std::thread(
+      [this] { service_->run(stop_.get(), [this](unsigned seconds) { drift_.advance(*machine_, seconds); }); });
 }
 
 void ServedScenario::stop() {
@@ -54,4 +56,4 @@ std::string ServedScenario::control_words(const std::string &words) {
   return control(*machine_, list);
 }
 
-}  // namespace tavo::sim
+}  // namespace tavo::service

@@ -10,10 +10,11 @@
 #include <thread>
 #include <vector>
 
-#include "simulator/service.h"
+#include "service/service.h"
+#include "simulator/drift.h"
 #include "tests/harness/eventually.h"
 
-namespace tavo::sim {
+namespace tavo::service {
 
 class ServedScenario : public testing::Test {
  protected:
@@ -32,6 +33,7 @@ class ServedScenario : public testing::Test {
 
  private:
   Descriptor stop_;
+  Drift drift_;
   std::unique_ptr<Service> service_;
   std::thread thread_;
 };
@@ -52,4 +54,4 @@ inline std::string text_at(const void *record, std::size_t offset, std::size_t s
   return {text, strnlen(text, size)};
 }
 
-}  // namespace tavo::sim
+}  // namespace tavo::service
