@@ -35,3 +35,13 @@ def need(program, *packages):
         why = fetch.stderr.strip().splitlines()[-1:]
         pytest.skip(f"{program} is missing, and {' '.join(packages)} cannot be fetched: {why}")
     return found
+
+
+def with_data(package, command):
+    """The command, which then finds the package's data in /usr/share even if the package is not installed."""
+    data = unpacked(package) / "usr/share"
+    if not data.exists():
+        return command
+    namespaces = ["--mount"] if os.geteuid() == 0 else ["--mount", "--map-root-user"]
+    overlay = 'mount -t overlay overlay -o "lowerdir=$0:/usr/share" /usr/share && exec "$@"'
+    return ["unshare", *namespaces, "sh", "-c", overlay, data, *command]
