@@ -1,8 +1,13 @@
-"""What the files in contrib/prometheus make of a simulated server, with the real exporter and the real promtool."""
+"""What the files in contrib/prometheus make of a simulated server, with the real exporter and the real promtool.
+
+Programs that are not installed come from Debian's packages, unpacked once per build tree: to install these packages
+would start services on all addresses. Where that fails, tests are skipped, and pytest -rs says why.
+"""
 
 import os
 import pathlib
 import re
+import shutil
 import socket
 import subprocess
 import time
@@ -11,8 +16,7 @@ import urllib.request
 import pytest
 import yaml
 
-from agents import ROOT, Program, free_port, wait_until
-from debian import need
+from agents import BUILD, ROOT, Program, free_port, wait_until
 from server import ServedDaemon, Server
 
 PROMETHEUS = ROOT / "contrib/prometheus"
@@ -20,6 +24,21 @@ GENERATED = ["snmp.yml", "snmp-0.21.yml"]
 MOST_SERIES = 450
 # The series that the exporter adds of its own.
 OF_THE_EXPORTER = "snmp_scrape_"
+
+
+def need(program, package):
+    """The path of the program."""
+    place = BUILD / "debian" / package
+    found = shutil.which(program, path=f"{os.environ['PATH']}:{place}/usr/bin")
+    if found is None:
+        place.mkdir(parents=True, exist_ok=True)
+        fetch = subprocess.run("apt-get download -q " + package + " && dpkg -x " + package + "_*.deb .", shell=True,
+                               cwd=place, capture_output=True, text=True)
+        found = shutil.which(program, path=f"{place}/usr/bin")
+        if found is None:
+            why = fetch.stderr.strip().splitlines()[-1:]
+            pytest.skip(f"{program} is missing, and {package} cannot be fetched: {why}")
+    return found
 
 
 class Exporter(Program):
