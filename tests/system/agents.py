@@ -27,20 +27,33 @@ PORTS = range(26_000, 32_000)
 _reservations = []  # abstract Unix sockets: every test run on the machine sees them
 
 
-def free_port(kind=socket.SOCK_DGRAM):
-    """A free loopback port, reserved until this process ends: other test runs skip it."""
+def free_port(kind=socket.SOCK_DGRAM, count=1):
+    """A free loopback port, reserved until this process ends: other test runs skip it. Or the first of `count` such."""
     for port in random.sample(PORTS, len(PORTS)):
-        reservation = socket.socket(socket.AF_UNIX)
-        with socket.socket(socket.AF_INET, kind) as probe:
-            try:
-                reservation.bind(f"\0tavo-port-{port}")
-                probe.bind(("127.0.0.1", port))
-            except OSError:
+        reserved = []
+        try:
+            for successor in range(port, port + count):
+                reserved.append(_reserve(successor, kind))
+        except OSError:
+            for reservation in reserved:
                 reservation.close()
-                continue
-        _reservations.append(reservation)
+            continue
+        _reservations.extend(reserved)
         return port
-    raise AssertionError(f"no free port in {PORTS}")
+    raise AssertionError(f"no {count} free ports in {PORTS}")
+
+
+def _reserve(port, kind):
+    """Raises OSError if the port is in use or reserved."""
+    reservation = socket.socket(socket.AF_UNIX)
+    with socket.socket(socket.AF_INET, kind) as probe:
+        try:
+            reservation.bind(f"\0tavo-port-{port}")
+            probe.bind(("127.0.0.1", port))
+        except OSError:
+            reservation.close()
+            raise
+    return reservation
 
 
 def wait_until(condition, timeout=60, what="condition"):

@@ -1,65 +1,22 @@
-"""What the files in contrib/prometheus make of a simulated server, with the real exporter and the real promtool.
-
-Programs that are not installed come from Debian's packages, unpacked once per build tree: to install these packages
-would start services on all addresses. Where that fails, tests are skipped, and pytest -rs says why.
-"""
+"""What the files in contrib/prometheus make of a simulated server, with the real exporter, promtool and amtool."""
 
 import os
 import pathlib
 import re
-import shutil
-import socket
 import subprocess
 import time
-import urllib.request
 
 import pytest
 import yaml
 
-from agents import BUILD, ROOT, Program, free_port, wait_until
+from agents import wait_until
+from monitors import PROMETHEUS, Exporter, need, run
 from server import ServedDaemon, Server
 
-PROMETHEUS = ROOT / "contrib/prometheus"
 GENERATED = ["snmp.yml", "snmp-0.21.yml"]
 MOST_SERIES = 450
 # The series that the exporter adds of its own.
 OF_THE_EXPORTER = "snmp_scrape_"
-
-
-def need(program, package):
-    """The path of the program."""
-    place = BUILD / "debian" / package
-    found = shutil.which(program, path=f"{os.environ['PATH']}:{place}/usr/bin")
-    if found is None:
-        place.mkdir(parents=True, exist_ok=True)
-        fetch = subprocess.run("apt-get download -q " + package + " && dpkg -x " + package + "_*.deb .", shell=True,
-                               cwd=place, capture_output=True, text=True)
-        found = shutil.which(program, path=f"{place}/usr/bin")
-        if found is None:
-            why = fetch.stderr.strip().splitlines()[-1:]
-            pytest.skip(f"{program} is missing, and {package} cannot be fetched: {why}")
-    return found
-
-
-class Exporter(Program):
-    def __init__(self, directory):
-        self.address = f"127.0.0.1:{free_port(socket.SOCK_STREAM)}"
-        super().__init__(directory, "exporter", [
-            need("prometheus-snmp-exporter", "prometheus-snmp-exporter"),
-            f"--config.file={PROMETHEUS / 'snmp-0.21.yml'}", f"--web.listen-address={self.address}"])
-        self.wait_for_log("Listening on")
-
-    def scrape(self, target):
-        """{name: [(labels, value)]} of the server at this address"""
-        with urllib.request.urlopen(f"http://{self.address}/snmp?module=tavo&target={target}", timeout=60) as answer:
-            lines = answer.read().decode().splitlines()
-        metrics = {}
-        for line in lines:
-            if not line.startswith("#"):
-                name, labels, value = re.fullmatch(r'(\w+)(?:{(.*)})? (\S+)', line).groups()
-                pairs = dict(re.findall(r'(\w+)="((?:[^"\\]|\\.)*)"', labels or ""))
-                metrics.setdefault(name, []).append((pairs, float(value)))
-        return metrics
 
 
 def states(metrics, name, key):
@@ -134,8 +91,11 @@ def test_both_forms_have_the_same_module():
 
 
 def promtool(*arguments):
-    done = subprocess.run([need("promtool", "prometheus"), *map(str, arguments)], capture_output=True, text=True)
-    return done.returncode, done.stdout + done.stderr
+    return run("promtool", "prometheus", *arguments)
+
+
+def amtool(*arguments):
+    return run("amtool", "prometheus-alertmanager", *arguments)
 
 
 def test_promtool_accepts_the_configuration():
@@ -146,6 +106,31 @@ def test_promtool_accepts_the_configuration():
 def test_alerts_fire_and_resolve():
     status, output = promtool("test", "rules", PROMETHEUS / "rules_test.yml")
     assert status == 0, output
+
+
+def test_amtool_accepts_the_configuration():
+    status, output = amtool("check-config", PROMETHEUS / "alertmanager.yml")
+    assert status == 0, output
+
+
+@pytest.mark.parametrize("severity, receiver", [("critical", "on-call"), ("warning", "tickets"), ("info", "log")])
+def test_each_severity_has_its_receiver(severity, receiver):
+    status, output = amtool("config", "routes", "test", f"--config.file={PROMETHEUS / 'alertmanager.yml'}",
+                            f"severity={severity}")
+    assert (status, output.splitlines()[-1]) == (0, receiver)
+
+
+def test_severities_of_alerts_are_those_of_routes():
+    assert {rule["labels"]["severity"] for rule in rules() if "alert" in rule} == {"critical", "warning", "info"}
+
+
+def test_inhibition_names_alerts_that_exist():
+    alerts = {rule["alert"] for rule in rules() if "alert" in rule}
+    matchers = [matcher for rule in yaml.safe_load((PROMETHEUS / "alertmanager.yml").read_text())["inhibit_rules"]
+                for matcher in rule["source_matchers"] + rule["target_matchers"]]
+    for matcher in matchers:
+        for name in re.fullmatch(r'alertname=~?"(.*)"', matcher)[1].split("|"):
+            assert any(re.fullmatch(name, alert) for alert in alerts), (matcher, name)
 
 
 def rules():

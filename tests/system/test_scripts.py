@@ -1,4 +1,4 @@
-"""scripts/install-packages, the options of test.sh and scripts/fuzz, and the entry point of continuous integration."""
+"""scripts/install-packages and debian_programs.py, the options of test.sh and scripts/fuzz, and the entry point of CI."""
 
 import os
 import re
@@ -8,6 +8,7 @@ import subprocess
 import pytest
 
 from agents import ROOT
+from monitors import debian_programs
 
 INSTALL = ROOT / "scripts/install-packages"
 
@@ -115,3 +116,30 @@ def test_every_door_is_documented():
 def test_ci_runs_test_sh_and_nothing_else():
     lines = [line for line in (ROOT / ".ci/run").read_text().splitlines() if line and not line.startswith("#")]
     assert lines == ['exec "$(dirname "${BASH_SOURCE[0]}")/../test.sh"']
+
+
+@pytest.fixture
+def find(machine, directory, monkeypatch):
+    """find(PROGRAM, PACKAGE) on that machine; its build tree is in the test's directory."""
+    monkeypatch.setenv("PATH", str(directory / "bin"))
+    return lambda program, package: debian_programs.find(program, package, directory)
+
+
+def test_a_missing_program_is_unpacked_once(machine, find, directory):
+    machine.add_program("apt-get", f'[[ $1 == download ]] || exit 1; echo "$*" >> {machine.apt_calls}; : > hello_1.deb')
+    machine.add_program("dpkg", '/bin/mkdir -p "$3/usr/bin"; : > "$3/usr/bin/greet"; /bin/chmod +x "$3/usr/bin/greet"')
+    assert find("greet", "hello") == find("greet", "hello") == f"{directory}/debian/hello/usr/bin/greet"
+    assert machine.apt_calls.read_text() == "download -q hello\n"
+
+
+def test_a_package_that_lacks_the_program_is_named(machine, find):
+    machine.add_program("apt-get", ": > hello_1.deb")
+    machine.add_program("dpkg", "")
+    with pytest.raises(debian_programs.Missing, match="greet is missing, and not in the package hello"):
+        find("greet", "hello")
+
+
+def test_a_package_that_cannot_be_fetched_is_named(machine, find):
+    machine.add_program("apt-get", 'echo "E: no network" >&2; exit 100')
+    with pytest.raises(debian_programs.Missing, match="its package hello cannot be fetched: E: no network"):
+        find("greet", "hello")
