@@ -5,10 +5,9 @@ import re
 import signal
 import socket
 import subprocess
-import urllib.request
 
 from agents import ROOT, SNMPTRAPD, Program, environment, free_port, wait_until
-from debian import need, with_data
+from monitors import command_of, fetch
 from oids import CLEARED, FAULT_TABLE, RAISED
 
 SNMPTRAPD_FILES = ROOT / "contrib/snmptrapd"
@@ -22,20 +21,19 @@ class Alertmanager(Program):
 
     def __init__(self, directory, port=None, routes=ROUTES, name="alertmanager"):
         self.port = port or free_port(socket.SOCK_STREAM)
-        self.url = f"http://127.0.0.1:{self.port}"
+        self._address = f"127.0.0.1:{self.port}"
+        self.url = f"http://{self._address}"
         file = directory / f"{name}.yml"
         file.write_text(routes)
-        package = "prometheus-alertmanager"
-        super().__init__(directory, name, with_data(package, [
-            need("prometheus-alertmanager", package), f"--config.file={file}",
-            f"--web.listen-address=127.0.0.1:{self.port}", "--cluster.listen-address=",
-            f"--storage.path={directory / name}"]))
+        super().__init__(directory, name, [
+            *command_of("prometheus-alertmanager", "prometheus-alertmanager"), f"--config.file={file}",
+            f"--web.listen-address={self._address}", "--cluster.listen-address=",
+            f"--storage.path={directory / name}"])
         self.wait_for_log("Listening")
 
     def alerts(self):
         """The alerts that are active."""
-        with urllib.request.urlopen(f"{self.url}/api/v2/alerts", timeout=10) as answer:
-            return json.load(answer)
+        return json.loads(fetch(self._address, "/api/v2/alerts", timeout=10))
 
     def labels(self):
         """[the labels of each active alert]"""

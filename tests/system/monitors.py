@@ -25,10 +25,15 @@ def need(program, package):
         pytest.skip(str(missing))
 
 
+def command_of(program, package):
+    """The words that run the program, with its package's data. Skips the test if there is none."""
+    need(program, package)
+    return debian_programs.command(program, package, BUILD)
+
+
 def run(program, package, *arguments):
     """Runs a program that ends. Returns its exit status and output."""
-    need(program, package)
-    command = [*debian_programs.command(program, package, BUILD), *map(str, arguments)]
+    command = [*command_of(program, package), *map(str, arguments)]
     done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False)
     return done.returncode, done.stdout
 
