@@ -16,7 +16,7 @@ def find(program, package, build):
     Unpacking takes no root and starts nothing. Raises Missing.
     """
     place = build / "debian" / package
-    path = f"{os.environ['PATH']}:{place}/usr/bin"
+    path = f"{os.environ['PATH']}:{_programs(place)}"
     found = shutil.which(program, path=path)
     if found is None:
         place.mkdir(parents=True, exist_ok=True)
@@ -38,6 +38,10 @@ def command(program, package, build):
             'mount --bind "$0" /usr/share && exec setpriv --pdeathsig TERM -- "$@"', str(share), found]
 
 
+def _programs(place):
+    return f"{place}/usr/bin:{place}/usr/sbin"
+
+
 def _unpack(program, package, place):
     fetch = ["apt-get", "download", "-q", package]
     fetched = subprocess.run(fetch, cwd=place, capture_output=True, text=True, check=False)
@@ -51,7 +55,7 @@ def _unpack(program, package, place):
     for archive in place.glob("*.deb"):
         subprocess.run(["dpkg", "-x", archive, place], check=True)
         archive.unlink()
-    found = shutil.which(program, path=f"{place}/usr/bin")
+    found = shutil.which(program, path=_programs(place))
     if found is None:
         raise Missing(f"{program} is missing, and not in the package {package}")
     return found

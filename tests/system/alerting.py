@@ -16,6 +16,19 @@ START_UP = "1.3.6.1.6.3.1.1.5.2"
 FAULT_ENTRY = f"{FAULT_TABLE}.1"
 
 
+def send(address, directory, kind, *varbinds, uptime=100, source=None):
+    """Sends an SNMPv2c inform with these (name, type, value), as a server would."""
+    command = ["snmpinform", "-v2c", "-c", "public", *([f"--clientaddr={source}"] if source else []), address,
+               str(uptime), kind, *(word for varbind in varbinds for word in varbind)]
+    subprocess.run(command, check=True, capture_output=True, env=environment(directory))
+
+
+def send_start_up(address, directory):
+    """Sends what a server sends after a cold start."""
+    send(address, directory, START_UP, (f"{FAULT_ENTRY}.10.0", "x", "07E70B0E160D1400"),
+         ("1.3.6.1.6.3.1.1.4.3.0", "o", "1.3.6.1.4.1.61453.1.3301"))
+
+
 class Alertmanager(Program):
     """Alertmanager at `url`, with these routes. It is restarted at the same `port`."""
 
@@ -60,11 +73,8 @@ class NotificationLog(Program):
                                                   SNMPTRAPD_FILES / "snmptrapd.conf", f"udp:{self.address}"])
         wait_until(lambda: self.file.exists() and "NET-SNMP version" in self.file.read_text(), what="snmptrapd")
 
-    def send(self, kind, *varbinds, uptime=100, source=None):
-        """Sends an SNMPv2c inform with these (name, type, value) to it, as a server would."""
-        command = ["snmpinform", "-v2c", "-c", "public", *([f"--clientaddr={source}"] if source else []), self.address,
-                   str(uptime), kind, *(word for varbind in varbinds for word in varbind)]
-        subprocess.run(command, check=True, capture_output=True, env=environment(self.directory))
+    def send(self, kind, *varbinds, **settings):
+        send(self.address, self.directory, kind, *varbinds, **settings)
 
     def send_fault(self, index, severity=6, dn="sys/rack-unit-1", description="Broken", more=(), **settings):
         """Sends what a server sends when a fault is raised or, with severity 0, cleared, and `more` varbinds."""

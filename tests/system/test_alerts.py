@@ -10,7 +10,7 @@ import time
 import pytest
 
 from agents import wait_until
-from alerting import FAULT_ENTRY, SNMPTRAPD_FILES, START_UP, Alertmanager, Bridge, NotificationLog
+from alerting import FAULT_ENTRY, SNMPTRAPD_FILES, START_UP, Alertmanager, Bridge, NotificationLog, send_start_up
 from engine import Engine
 from oids import CLEARED
 from server import ServedDaemon, Server
@@ -140,14 +140,13 @@ def test_faults_of_several_agents_are_apart(start, directory):
     assert [alert["annotations"].get("serial") for alert in alertmanager.alerts()].count("SERIAL-1") == 1
 
 
-def test_a_start_ends_what_is_not_repeated(start):
+def test_a_start_ends_what_is_not_repeated(start, directory):
     alertmanager, log = start(Alertmanager), start(NotificationLog)
     start(Bridge, log, alertmanager, options=["--settle", "2", "--brief", "2"])
     log.send_fault(7, uptime=6100)
     log.send_fault(8, uptime=6100)
     log.send_fault(8, source="127.0.0.2")
-    log.send(START_UP, (f"{FAULT_ENTRY}.10.0", "x", "07E70B0E160D1400"),
-             ("1.3.6.1.6.3.1.1.4.3.0", "o", "1.3.6.1.4.1.61453.1.3301"))
+    send_start_up(log.address, directory)
     labels = alertmanager.wait_for(lambda labels: len(labels) == 4, "the start")
     assert [alert for alert in labels if alert["alertname"] == "TavoServerStarted"] == [
         {"alertname": "TavoServerStarted", "severity": "info", "instance": "127.0.0.1"}]
@@ -242,7 +241,7 @@ def test_garbage_does_no_harm(alerting):
                 sample[octets.randrange(len(sample))] = octets.randrange(256)
             file.write(sample + b"\n")
     log.send("1.3.6.1.6.3.1.1.5.3")  # linkDown
-    log.send("1.3.6.1.6.3.1.1.5.2")  # the start of something else
+    log.send(START_UP)  # of something else
     evil = 'A "quoted" | text\nTAVO-NOTIFICATION 1 UDP: [1.2.3.4]|.1 = \\ \x01 and more that makes it long'
     log.send_fault(4711, description=evil)
     alertmanager.wait_for(lambda labels: of_fault(labels, 4711), "the alert")
