@@ -17,6 +17,7 @@ PARTS = {"3.85": "adaptor", "9.6": "board", "9.35": "server", "15.12": "fan", "1
          "30.11": "memory module", "41.9": "processor", "45.1": "RAID controller", "45.4": "disk", "45.8": "volume",
          "45.11": "battery", "45.34": "SD card"}
 FAN_IS_MISSING = 238
+JOB = "tavo"  # as in the configuration of Prometheus
 
 REPETITION = 10  # seconds: an inform is repeated for 6 s, and may arrive after its successor
 BATCH = 500  # alerts in a request
@@ -74,15 +75,14 @@ def fault_alert(notification, instance):
     part = PARTS.get(table[1], "") if table else ""
     cause = notification.number(CAUSE, 0)
     serial, name = notification.named_object()
-    return Alert(
-        labels=without_empty({"alertname": "TavoFault", "severity": ROUTED_AS.get(word, "warning"), "fault_severity": word,
-                "instance": instance, "dn": name, "index": str(notification.number(INDEX)), "part": part,
-                "code": str(notification.number(CODE, 0)),
-                "cause": "missing" if part == "fan" and cause == FAN_IS_MISSING else str(cause)}),
-        annotations=without_empty({"summary": f"{instance}: {word} fault of {name}", "description": notification.text(TEXT),
-                     "serial": serial, "first_time": notification.date(FIRST), "last_time": notification.date(LAST),
-                     "occurrences": str(notification.number(TIMES, 0))}),
-        start=notification.time)
+    labels = {"alertname": "TavoFault", "severity": ROUTED_AS.get(word, "warning"), "fault_severity": word, "job": JOB,
+              "instance": instance, "dn": name, "index": str(notification.number(INDEX)), "part": part,
+              "code": str(notification.number(CODE, 0)),
+              "cause": "missing" if part == "fan" and cause == FAN_IS_MISSING else str(cause)}
+    annotations = {"summary": f"{instance}: {word} fault of {name}", "description": notification.text(TEXT),
+                   "serial": serial, "first_time": notification.date(FIRST), "last_time": notification.date(LAST),
+                   "occurrences": str(notification.number(TIMES, 0))}
+    return Alert(without_empty(labels), without_empty(annotations), notification.time)
 
 
 class Alerts:
@@ -144,7 +144,7 @@ class Alerts:
         self.changed.notify_all()
 
     def _set_for_a_while(self, notification, instance, name, what):
-        self._set(Alert({"alertname": name, "severity": "info", "instance": instance},
+        self._set(Alert({"alertname": name, "severity": "info", "job": JOB, "instance": instance},
                         {"summary": f"{instance} {what}"}, notification.time, notification.time + self._settings.brief))
 
     def _started(self, notification, instance):

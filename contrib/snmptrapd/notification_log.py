@@ -29,33 +29,47 @@ class Log:
 
     def open(self):
         """Finds the place where reading begins. False: there is no file yet."""
+        try:
+            return self._open()
+        except FileNotFoundError:  # a rotation is under way
+            return False
+
+    def _open(self):
         inode, offset = self._resume
-        for path in self._generations():
+        paths = self._generations()
+        for path in paths:
             if os.stat(path).st_ino == inode:
                 self._file = open(path, "rb")
                 self._file.seek(offset)
                 return True
-        if not self._path.exists():
+        if inode is None:
+            self._file = open(self._path, "rb")
+            return True
+        if not paths:
             return False
-        if inode is not None:
-            logging.warning("%s: the part that was read last is gone; notifications may be missing", self._path)
-        self._file = open(self._path, "rb")
+        # To read some of it once more does no harm.
+        logging.warning("%s: what was read last is gone, reading from %s on", self._path, paths[0])
+        self._file = open(paths[0], "rb")
         return True
 
     def _open_successor(self):
         """The next file, once snmptrapd writes to it; None until then."""
-        inode = os.fstat(self._file.fileno()).st_ino
+        this = os.fstat(self._file.fileno())
         try:
-            if os.stat(self._path).st_ino == inode:
+            if os.stat(self._path).st_ino == this.st_ino:
                 return None
             paths = self._generations()
-            inodes = [os.stat(path).st_ino for path in paths]
-            following = inodes.index(inode) + 1 if inode in inodes else -1
-            file = open(paths[following], "rb")
-        except FileNotFoundError:  # a rotation is under way
+            states = [os.stat(path) for path in paths]
+            inodes = [state.st_ino for state in states]
+            if this.st_ino in inodes:
+                place = inodes.index(this.st_ino) + 1
+            else:  # it has been compressed
+                place = next(i for i, state in enumerate(states) if state.st_mtime_ns >= this.st_mtime_ns)
+            file = open(paths[place], "rb")
+        except (FileNotFoundError, StopIteration):  # a rotation is under way
             return None
         status = os.fstat(file.fileno())
-        if status.st_ino == inodes[following] and status.st_size:
+        if status.st_ino == inodes[place] and status.st_size:
             return file
         file.close()
         return None

@@ -1,4 +1,4 @@
-"""The way of a notification to an alert: snmptrapd and tavo-alerts as contrib/snmptrapd sets them up, and Alertmanager."""
+"""From a notification to an alert: snmptrapd and tavo-alerts, as contrib/snmptrapd sets them up, and Alertmanager."""
 
 import json
 import re

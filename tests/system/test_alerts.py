@@ -62,8 +62,8 @@ def test_a_fault_is_an_alert_within_two_seconds(start, alerting):
     raised = timed(["raise", "7", "class=fan", "unit=2", "severity=minor", "code=1002", "cause=238",
                     "description=Fan 1 in fan module 2 is slow"], len)
     assert raised == [{"alertname": "TavoFault", "severity": "warning", "fault_severity": "minor",
-                       "instance": "127.0.0.1", "dn": "sys/rack-unit-1/fan-module-1-2/fan-1", "index": "7",
-                       "part": "fan", "code": "1002", "cause": "missing"}]
+                       "job": "tavo", "instance": "127.0.0.1", "dn": "sys/rack-unit-1/fan-module-1-2/fan-1",
+                       "index": "7", "part": "fan", "code": "1002", "cause": "missing"}]
     texts = next(alert for alert in alertmanager.alerts() if alert["labels"] == raised[0])["annotations"]
     assert texts["description"] == "Fan 1 in fan module 2 is slow"
     updated = timed(["update", "7", "severity=critical"],
@@ -149,7 +149,7 @@ def test_a_start_ends_what_is_not_repeated(start, directory):
     send_start_up(log.address, directory)
     labels = alertmanager.wait_for(lambda labels: len(labels) == 4, "the start")
     assert [alert for alert in labels if alert["alertname"] == "TavoServerStarted"] == [
-        {"alertname": "TavoServerStarted", "severity": "info", "instance": "127.0.0.1"}]
+        {"alertname": "TavoServerStarted", "severity": "info", "job": "tavo", "instance": "127.0.0.1"}]
     log.send_fault(7, uptime=6200)
     labels = alertmanager.wait_for(lambda labels: len(labels) == 2, "the end of the other fault and of the start")
     assert {(alert["index"], alert["instance"]) for alert in labels} == {("7", "127.0.0.1"), ("8", "127.0.0.2")}
@@ -160,7 +160,7 @@ def test_a_test_notification_ends_by_itself(start):
     start(Bridge, log, alertmanager, options=["--brief", "2"])
     log.send(CLEARED, (f"{FAULT_ENTRY}.1.1", "u", "0"), (f"{FAULT_ENTRY}.11.1", "s", "Test Fault"))
     labels = alertmanager.wait_for(len, "the alert")
-    assert labels == [{"alertname": "TavoTestNotification", "severity": "info", "instance": "127.0.0.1"}]
+    assert labels == [{"alertname": "TavoTestNotification", "severity": "info", "job": "tavo", "instance": "127.0.0.1"}]
     alertmanager.wait_for(lambda labels: not labels, "its end")
 
 
@@ -209,6 +209,22 @@ def test_nothing_is_lost_while_the_bridge_is_down(start, alerting, directory, en
     log.send_fault(11)
     start(Bridge, log, alertmanager)
     alertmanager.wait_for(lambda labels: {alert["index"] for alert in labels} == {"7", "9", "10", "11"}, "all alerts")
+
+
+def test_what_was_read_last_may_be_gone(start, alerting):
+    """As if the bridge had been down until its file was compressed: it begins with the oldest that is not."""
+    alertmanager, log, bridge = alerting
+    log.send_fault(7)
+    alertmanager.wait_for(len, "the alert")
+    bridge.stop()
+    log.rotate("notifications.3.gz")
+    log.send_fault(7, severity=0)
+    log.rotate("notifications.2")
+    log.send_fault(8)
+    log.rotate("notifications.1")
+    log.send_fault(9)
+    start(Bridge, log, alertmanager).wait_for_log("what was read last is gone")
+    alertmanager.wait_for(lambda labels: {alert["index"] for alert in labels} == {"8", "9"}, "the other alerts")
 
 
 def test_rotation_loses_nothing(alerting):

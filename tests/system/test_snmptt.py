@@ -71,7 +71,7 @@ def test_each_notification_is_a_sentence(start):
     text = 'Fan 1 is "slow"'
     numbers = "(code 1002, cause 238, occurrences 3)"
     assert translator.wait_for(10) == [
-        *[(f"tavoFaultRaised{word.capitalize()}", severity, "127.0.0.1",
+        *[("tavoFaultRaised", severity, "127.0.0.1",
            f"Fault {number} of {fan}, {word}: {text} {numbers}")
           for number, (word, severity) in enumerate(zip(words, SEVERITIES), 1)],
         ("tavoFaultRaised", "Warning", "127.0.0.1", f"Fault 7 of {fan}, severity 7: {text} {numbers}"),
