@@ -59,8 +59,7 @@ class Notification:
         match = LINE.fullmatch(line)
         if match is None:
             raise Malformed("the line has another form")
-        self.time = int(match[1])
-        self.sender = match[2].removeprefix("::ffff:")
+        self.time, self.sender = int(match[1]), match[2]
         self._varbinds = {}
         for varbind in match[3].split("|"):
             parts = VARBIND.fullmatch(varbind.strip())
