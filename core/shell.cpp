@@ -11,12 +11,21 @@
 #include <cstdlib>
 #include <memory>
 
+#include "core/zeroed.h"
+
 namespace tavo {
 namespace {
 
 struct CloseProcess {
   void operator()(FILE *process) const { ::pclose(process); }
 };
+
+// After a command that could not be run.
+void count_if_out_of_memory() {
+  if (errno == ENOMEM) {
+    count_failed_allocation();
+  }
+}
 
 // The next character, or EOF. A signal does not end the output.
 int next_character(FILE *output) {
@@ -59,7 +68,9 @@ bool run_in_shell(const ShellCommand &command) {
   if (!command.fits()) {
     return false;
   }
-  [[maybe_unused]] const int status = std::system(command.text());
+  if (std::system(command.text()) == -1) {
+    count_if_out_of_memory();
+  }
   return true;
 }
 
@@ -67,6 +78,7 @@ bool first_line_of(const char *command, std::size_t longest, char *out) {
   // "e": a tool that another thread starts meanwhile must not keep this pipe open.
   const std::unique_ptr<FILE, CloseProcess> output(::popen(command, "re"));
   if (output == nullptr) {
+    count_if_out_of_memory();
     return false;
   }
   std::size_t length = 0;

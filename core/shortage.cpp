@@ -13,20 +13,46 @@
 #include <cerrno>
 
 #include "core/descriptor.h"
+#include "core/zeroed.h"
 
 namespace tavo {
 namespace {
 
 // A tool's pipe and a file, and one to spare.
 constexpr std::size_t needed_descriptors = 4;
+// The largest dump.
+constexpr std::size_t needed_octets = std::size_t{1} << 20;
 
-bool enough_are_free() {
+bool descriptors_are_free() {
   std::array<Descriptor, needed_descriptors> probes;
   std::ranges::generate(probes, [] { return Descriptor(::eventfd(0, EFD_CLOEXEC)); });
   return std::ranges::all_of(probes, [](const Descriptor &probe) { return static_cast<bool>(probe); });
 }
 
-constinit bool was_short = false;
+bool memory_is_free() {
+  return make_zeroed_octets(1, needed_octets) != nullptr;
+}
+
+// What is logged when a shortage is seen, and once it is over.
+struct Shortage {
+  const char *seen;
+  const char *over;
+};
+constexpr Shortage of_descriptors = {
+    .seen = "no file descriptor is free: tables that are built now may be incomplete\n",
+    .over = "file descriptors are free again: rebuilding the tables\n",
+};
+constexpr Shortage of_memory = {
+    .seen = "memory is short: tables that are built now may be incomplete\n",
+    .over = "memory is free again: rebuilding the tables\n",
+};
+
+constinit const Shortage *remembered = nullptr;
+
+void remember(const Shortage &shortage) {
+  remembered = &shortage;
+  snmp_log(LOG_WARNING, "%s", shortage.seen);
+}
 
 }  // namespace
 
@@ -47,17 +73,26 @@ int accept_when_possible(int listener, const char *name, const BackgroundThread 
 }
 
 void look_for_shortage() {
-  if (!was_short && !enough_are_free()) {
-    was_short = true;
-    snmp_log(LOG_WARNING, "no file descriptor is free: tables that are built now may be incomplete\n");
+  if (remembered != nullptr) {
+    return;
+  }
+  if (failed_allocations.exchange(0) != 0) {
+    remember(of_memory);
+  } else if (!descriptors_are_free()) {
+    remember(of_descriptors);
   }
 }
 
 bool shortage_is_over() {
-  if (!was_short || !enough_are_free()) {
+  if (remembered == nullptr && failed_allocations.exchange(0) != 0) {
+    remember(of_memory);  // on a thread that does not look itself
+  }
+  if (remembered == nullptr || !descriptors_are_free() || !memory_is_free()) {
     return false;
   }
-  was_short = false;
+  snmp_log(LOG_WARNING, "%s", remembered->over);
+  remembered = nullptr;
+  failed_allocations = 0;
   return true;
 }
 

@@ -1,4 +1,4 @@
-// What to do while the process, or the machine, has no file descriptor free.
+// What to do while the process, or the machine, is short of file descriptors or memory.
 #pragma once
 
 #include "core/background_thread.h"
@@ -11,9 +11,10 @@ int accept_when_possible(int listener, const char *name, const BackgroundThread 
 
 // The following two are start-up's, and then the inventory refresh thread's alone.
 
-// Called when a table has been built: remembers whether the builder may have lacked descriptors for files and tools.
+// Called when a table has been built: remembers, and logs, that it may be incomplete because its builder lacked
+// descriptors for files and tools, or because an allocation has failed, on whichever thread.
 void look_for_shortage();
-// True once a remembered shortage is over: the tables built meanwhile may lack rows or values.
+// True, which it logs, once a remembered shortage is over: the tables built meanwhile may lack rows or values.
 bool shortage_is_over();
 
 }  // namespace tavo

@@ -5,6 +5,7 @@
 
 #include "core/health.h"
 #include "core/request_gate.h"
+#include "core/zeroed.h"
 
 namespace tavo {
 
@@ -109,7 +110,7 @@ void Table::answer_one(netsnmp_agent_request_info *agent_request, netsnmp_reques
 }
 
 void *Table::create(std::uint32_t index, const void *filled) {
-  void *row = filled == nullptr ? nullptr : std::calloc(1, description_.row.size);
+  void *row = filled == nullptr ? nullptr : allocate_zeroed(1, description_.row.size);
   if (row == nullptr) {
     return nullptr;
   }

@@ -77,12 +77,6 @@ void announce(const Request &request) {
 
 }  // namespace
 
-void request_every_refresh() {
-  for (const Request &request : requests_in_order) {
-    request_refresh(request.class_number);
-  }
-}
-
 RefreshRequests RefreshRequests::take() {
   RefreshRequests taken;
   acquire_inventory_lock();
@@ -125,14 +119,31 @@ void RefreshPass::rebuild_for(RefreshCause cause, int passes_before) {
         }
         if (rule.place > place) {
           is_last_place = false;
-        } else if (rule.place == place && !rebuilt_.test(i) &&
-                   (rule.only_first == 0 || passes_before < rule.only_first)) {
-          rebuilt_.set(i);
-          tables_[i]->build(1);
-          look_for_shortage();
+        } else if (rule.place == place && (rule.only_first == 0 || passes_before < rule.only_first)) {
+          rebuild(i);
         }
       }
     }
+  }
+}
+
+void RefreshPass::rebuild_all() {
+  for (std::size_t i = 0; i < tables_.size(); ++i) {
+    if (tables_[i]->description().source == TableSource::Own && tables_[i]->description().build != nullptr) {
+      rebuild(i);
+    }
+  }
+  for (const auto reload : {reinit_stor_table, reinit_velt_table}) {
+    reload(1);
+    look_for_shortage();
+  }
+}
+
+void RefreshPass::rebuild(std::size_t position) {
+  if (!rebuilt_.test(position)) {
+    rebuilt_.set(position);
+    tables_[position]->build(1);
+    look_for_shortage();
   }
 }
 

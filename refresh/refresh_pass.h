@@ -23,9 +23,6 @@ class RefreshRequests {
   std::bitset<static_cast<std::size_t>(RefreshCause::Periodic)> causes_;
 };
 
-// Marks everything as due that can be requested. Takes the inventory lock.
-void request_every_refresh();
-
 // Rebuilds each table at most once. Sleeps before some of the rebuilds, so that the platform can settle, and logs the
 // requests that it serves. A table whose rebuild fails stays as the rebuild left it until its next one. No lock is held
 // between two rebuilds.
@@ -39,12 +36,17 @@ class RefreshPass {
   // Serves the requests, in the order of RefreshCause.
   void serve(const RefreshRequests &requests);
 
+  // Rebuilds all tables that have a builder, whatever their rules.
+  void rebuild_all();
+
   // Rebuilds the tables with a periodic rule. `passes_before`: the number of periodic refreshes so far.
   void refresh_periodically(int passes_before);
 
  private:
   // Rebuilds the tables with a rule for this cause, place by place.
   void rebuild_for(RefreshCause cause, int passes_before);
+  // Rebuilds the table at this position, unless this pass has done so, and looks for a shortage.
+  void rebuild(std::size_t position);
 
   std::span<Table *const> tables_;
   std::bitset<most_tables> rebuilt_;  // by position in tables_

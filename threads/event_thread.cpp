@@ -12,6 +12,7 @@
 
 #include "core/background_thread.h"
 #include "core/health.h"
+#include "core/record.h"
 #include "core/trace.h"
 #include "core/zeroed.h"
 #include "platform/fault_engine.h"
@@ -47,9 +48,19 @@ constexpr ThreadDescription description = {
 
 constinit BackgroundThread event_thread(description);
 
+// Waits while memory is too short for the fault: the engine sends it only once.
 void apply(const std::byte *record) {
+  constexpr unsigned int pause = 1;  // seconds
   PrintDataFromFE(record);
-  populate_fault_table_from_fe(record);
+  const bool clears = Record(record, FAULT_RECORD_SIZE).u32(FAULT_SEVERITY) == 0;
+  bool said = false;
+  while (populate_fault_table_from_fe(record) == 0 && !clears && !has_node(record) && event_thread.is_running()) {
+    if (!said) {
+      snmp_log(LOG_WARNING, "memory is short: a fault has to wait\n");
+      said = true;
+    }
+    sleep(pause);
+  }
 }
 
 // Tries without a pause until it succeeds: changes made without a connection are missed.

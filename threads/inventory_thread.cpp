@@ -58,8 +58,7 @@ void keep_fresh() {
   while (thread.is_running()) {
     if (seconds_so_far() - last_check > 10) {
       if (shortage_is_over()) {
-        snmp_log(LOG_WARNING, "file descriptors are free again: rebuilding the tables\n");
-        request_every_refresh();
+        RefreshPass(all_tables()).rebuild_all();
       }
       RefreshPass pass(all_tables());
       pass.serve(RefreshRequests::take());

@@ -28,7 +28,13 @@ constexpr TableDescription description = {
     .lock = ev_lock<6>,
     .columns = columns,
     .row = layout_of<Row>(),
-    .build = [](int) { return initialize_board_table(); },
+    .build =
+        [](int refresh) {
+          if (refresh == 1) {
+            tavoComputeBoardTable_removeAllEntries();
+          }
+          return initialize_board_table();
+        },
     .started = "Board Init done\n",
     .traces = false,
 };

@@ -118,6 +118,7 @@ std::uint32_t number(const char *value) {
 }
 
 void read_kept_values() {
+  const unsigned failures_before = failed_allocations;
   char value[dump_value_size] = {};
   kept.adaptors = static_cast<std::uint32_t>(GetNumOfAdaptors());
   query("sysProductName", "sysProductName", ": ", kept.product_name);
@@ -137,7 +138,7 @@ void read_kept_values() {
   if (memory_dump.await([&] { return getMemory(memory_source, "MemorySpeed", ": ", value) == 1; })) {
     kept.memory_speed = number(value);
   }
-  kept.read = true;
+  kept.read = failed_allocations == failures_before;
 }
 
 void fill(Row &row) {

@@ -48,6 +48,10 @@ void unlink(const EntityNode &node) {
 
 }  // namespace
 
+bool has_node(const void *record) {
+  return *find_link(Record(record, FAULT_RECORD_SIZE)) != nullptr;
+}
+
 int free_entity_nodes() {
   int freed = 0;
   for (std::size_t bucket = 0; fault_database != nullptr && bucket < fault_bucket_count; ++bucket) {

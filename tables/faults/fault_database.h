@@ -30,6 +30,9 @@ enum FaultLookup : int {
   UnknownFaultCleared = 4,
 };
 
+// Whether the record's fault has a node. `record`: FAULT_RECORD_SIZE octets.
+bool has_node(const void *record);
+
 // Frees every node, but no row. Returns how many nodes there were.
 int free_entity_nodes();
 

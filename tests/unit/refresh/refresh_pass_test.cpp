@@ -14,6 +14,7 @@
 #include "tests/fakes/clock.h"
 #include "tests/fakes/files.h"
 #include "tests/fakes/net_snmp.h"
+#include "tests/fakes/storage_client.h"
 #include "tests/fixtures/module_fixture.h"
 
 namespace tavo {
@@ -207,6 +208,15 @@ TEST_F(RefreshPassTest, ARequestAndThePeriodicSetRebuildOnce) {
 }
 
 // Every line, sleep and rebuild of a pass, in their order.
+TEST_F(RefreshPassTest, AfterAShortageEveryTableIsRebuiltOnce) {
+  new_pass().rebuild_all();
+  EXPECT_THAT(events,
+              testing::UnorderedElementsAre(fans, supplies, power, temperatures, memory, memory_statistics, processors,
+                                            processor_statistics, rack_unit, board, adaptors, led, storage));
+  EXPECT_THAT(fakes::velt_requests(), testing::SizeIs(3)) << "the SD cards' controller, cards and partitions";
+  EXPECT_THAT(clock.sleeps(), IsEmpty());
+}
+
 TEST_F(RefreshPassTest, EachRequestOrdersLineSleepAndRebuild) {
   clock.on_sleep([](unsigned seconds) { events.push_back("sleep " + std::to_string(seconds)); });
   fakes::on_log([](const LogLine &line) { events.push_back(line.text); });

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <memory>
 #include <optional>
@@ -127,6 +128,28 @@ TEST_F(EventThreadTest, LoadsFirstAndThenConnectsAndListens) {
   EXPECT_THAT(fakes::fault_engine_calls(), ElementsAre("get_fe_table_count", "get_fe_table 0 1",
                                                        "connect_to_fe_broadcaster", "listen_to_fe_broadcaster"));
   EXPECT_EQ(fakes::connection_before_the_first(), -1);
+}
+
+TEST_F(EventThreadTest, AFaultWaitsUntilThereIsMemoryForIt) {
+  start_warm();
+  fakes::fail_allocations(0);
+  clock_.on_sleep([this](unsigned) {
+    if (clock_.sleeps().size() == 2) {
+      fakes::reset_allocations();
+    }
+  });
+  tell(fault(3, 7, 5));
+  EXPECT_THAT(clock_.sleeps(), ElementsAre(1, 1, 1));
+  EXPECT_THAT(kinds_sent(), ElementsAre(raised + "7"));
+  EXPECT_THAT(listed_indexes(), ElementsAre(7));
+  EXPECT_EQ(std::ranges::count(fakes::log_texts(), "memory is short: a fault has to wait\n"), 1);
+}
+
+TEST_F(EventThreadTest, AClearThatThereIsNoMemoryForIsNotWaitedFor) {
+  start_warm();
+  fakes::fail_allocations(0);
+  tell(fault(3, 7, 0));
+  EXPECT_THAT(clock_.sleeps(), IsEmpty());
 }
 
 TEST_F(EventThreadTest, AppliesEachChangeInItsOrder) {

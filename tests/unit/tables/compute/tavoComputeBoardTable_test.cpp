@@ -75,6 +75,14 @@ TEST_F(ComputeBoardTableTest, TextsAreCutToThirtyOneCharacters) {
   EXPECT_EQ(tavoComputeBoardTable_head->vendor, std::string(31, 'x'));
 }
 
+TEST_F(ComputeBoardTableTest, ARebuildReplacesTheRow) {
+  Table &board = tavoComputeBoardTable_table;
+  EXPECT_EQ(board.build(0), 0);
+  EXPECT_EQ(board.build(1), 0);
+  ASSERT_NE(tavoComputeBoardTable_head, nullptr);
+  EXPECT_EQ(tavoComputeBoardTable_head->next, nullptr);
+}
+
 TEST_F(ComputeBoardTableTest, AnUnreadableAreaLeavesTextsEmptyAfterFiveTries) {
   EXPECT_EQ(initialize_board_table(), 0);
   ASSERT_NE(tavoComputeBoardTable_head, nullptr);

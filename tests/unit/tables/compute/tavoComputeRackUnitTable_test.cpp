@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "core/access_lock.h"
+#include "tests/fakes/allocation.h"
 #include "tests/fakes/clock.h"
 #include "tests/fakes/files.h"
 #include "tests/fakes/net_snmp.h"
@@ -240,6 +241,15 @@ TEST_F(RackUnitTableTest, TheFailedTriesCountAsTheFirstRead) {
   build();
   shell.prints(memory_command, memory);
   EXPECT_EQ(build().memory_speed, 0U) << "it was tried, and is not tried again";
+}
+
+TEST_F(RackUnitTableTest, AFirstReadThatLackedMemoryIsDoneAgain) {
+  if (ran_in_a_process_of_its_own()) {
+    return;
+  }
+  fakes::fail_allocations(2, 1);  // the row and the dump for CoreEnabled come before the dump for CoreCount
+  EXPECT_EQ(build().cores, 0U);
+  EXPECT_EQ(build().cores, 18U);
 }
 
 TEST_F(RackUnitTableTest, ACoreCountThatComesLateEndsTheTries) {
