@@ -190,6 +190,10 @@ TEST_F(Control, StorageChangesReachTheSnapshot) {
   EXPECT_EQ(integer_at<std::uint32_t>(drive(snapshot, 0), STOR_DRIVE_SLOT), 2U);
   EXPECT_EQ(integer_at<std::uint32_t>(second + STOR_CONTROLLER_VOLUMES + 2 * STOR_VOLUME_SIZE, STOR_VOLUME_STATE), 3U);
   EXPECT_EQ(integer_at<std::uint32_t>(second, STOR_BATTERY_STATE), 0U);
+  control_words("battery repair 4");
+  control_words("battery remove 4");
+  const std::string without_battery = file("stor_info_data");
+  EXPECT_EQ(integer_at<std::uint32_t>(without_battery.data() + (second - snapshot.data()), STOR_BATTERY_STATE), 0U);
   control_words("controller add 7 location=SLOT-5");
   EXPECT_EQ(file("stor_info_data").size(), 4U + 3 * STOR_CONTROLLER_SIZE);
   control_words("controller remove 7");

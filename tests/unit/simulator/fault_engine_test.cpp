@@ -64,6 +64,18 @@ TEST_F(Faults, RaisingAgainChangesTheSameFault) {
   EXPECT_EQ(fault.number("previous-severity"), 4);
 }
 
+TEST_F(Faults, OccurrencesAreCountedInAnOctet) {
+  control_words("fault raise 7 class=fan occurrences=255");
+  control_words("fault raise 7 class=fan");
+  EXPECT_EQ(machine_->faults().active().back().number("occurrences"), 0);
+}
+
+TEST_F(Faults, AFanPointsToItsRowAmongTheFans) {
+  control_words("fan fail FAN2_TACH1");
+  EXPECT_EQ(machine_->faults().active().back().text("affected"), "sys/rack-unit-1/fan-module-1-2/fan-1");
+  EXPECT_EQ(machine_->faults().active().back().text("affected-oid"), "1.3.6.1.4.1.61453.4.207.1.15.12.1.2.3");
+}
+
 TEST_F(Faults, OneIndexInTwoClassesIsTwoFaults) {
   control_words("fault raise 7 class=fan");
   control_words("fault raise 7 class=supply");

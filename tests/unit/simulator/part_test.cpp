@@ -2,6 +2,9 @@
 
 #include <gmock/gmock.h>
 
+#include <array>
+#include <cstddef>
+
 #include "core/class_number.h"
 #include "platform/fault_engine.h"
 #include "served_scenario.h"
@@ -33,6 +36,19 @@ TEST(Part, EncodesEveryFieldAtItsOffset) {
   EXPECT_EQ(integer_at<std::uint32_t>(record.data(), FAULT_AFFECTED_OID + 12), 4294967295U);
   EXPECT_EQ(integer_at<std::uint32_t>(record.data(), FAULT_AFFECTED_OID_COUNT), 33U);
   EXPECT_EQ(text_at(record.data(), FAULT_DESCRIPTION, FAULT_DESCRIPTION_SIZE), "Slow");
+}
+
+TEST(Part, ANumberLeavesWhatFollowsItAlone) {
+  static constexpr auto fields = std::to_array<Field>({
+      {.name = "code", .type = FieldType::Word, .offset = 1},
+      {.name = "count", .type = FieldType::Octet, .offset = 0},
+  });
+  static constexpr PartKind kind{.name = "part", .fields = fields, .record_size = 5};
+  Part part(kind);
+  part.set("code", "0x04030201");
+  part.set("count", "255");
+  EXPECT_THAT(part.encoded(),
+              testing::ElementsAre(std::byte{255}, std::byte{1}, std::byte{2}, std::byte{3}, std::byte{4}));
 }
 
 TEST(Part, TextMayFillItsWholeField) {

@@ -147,6 +147,14 @@ TEST_F(PlatformClient, FruAreasMatchTheScenario) {
   EXPECT_NE(get_fru_board_area_from_id(FRU_ID_BOARD, board.data()), 0);
 }
 
+TEST_F(PlatformClient, FruTextsFillTheirFields) {
+  const std::string longest(FRU_TEXT_SIZE - 1, 'x');
+  control_words("server set board-serial=" + longest);
+  std::array<char, FRU_BOARD_AREA_SIZE> board{};
+  ASSERT_EQ(get_fru_board_area_from_id(FRU_ID_BOARD, board.data()), 0);
+  EXPECT_EQ(text_at(board.data(), FRU_BOARD_SERIAL, FRU_TEXT_SIZE), longest);
+}
+
 TEST_F(PlatformClient, SdBuffersMatchTheScenario) {
   velt_request request{.kind = VELT_REQUEST_CARDS,
                        .count = 1,
@@ -192,6 +200,8 @@ TEST_F(PlatformClient, FaultTableMatchesTheScenario) {
   EXPECT_EQ(get_fe_table(records.data(), 3, 1), 0);
   EXPECT_EQ(integer_at<std::uint32_t>(records.data(), FAULT_INDEX), 31U);
   EXPECT_EQ(get_fe_table(records.data(), 0, 5), -1);
+  EXPECT_EQ(get_fe_table(records.data(), 4, 0), 0) << "nothing, at the end";
+  EXPECT_EQ(get_fe_table(records.data(), 5, 0), -1);
   EXPECT_EQ(get_fe_table(records.data(), -1, 1), -1);
 }
 
@@ -216,6 +226,16 @@ TEST_F(PlatformClient, ClosedBroadcasterReturnsZero) {
   EXPECT_EQ(control_words("broadcaster close"), "1 connections closed\n");
   EXPECT_EQ(listen_to_fe_broadcaster(&connection, record.data()), 0);
   close(connection);
+}
+
+TEST_F(PlatformClient, AResetConnectionCountsAsClosed) {
+  std::array<int, 2> ends{};
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()), 0);
+  ASSERT_EQ(write(ends[0], "x", 1), 1);
+  close(ends[1]);  // with something unread, which resets the connection
+  std::array<char, FAULT_RECORD_SIZE> record{};
+  EXPECT_EQ(listen_to_fe_broadcaster(ends.data(), record.data()), 0);
+  close(ends[0]);
 }
 
 TEST_F(PlatformClient, RefusedConnectionReturnsAnErrorNumber) {

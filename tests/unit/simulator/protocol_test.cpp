@@ -1,10 +1,13 @@
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <nlohmann/json.hpp>
 #include <thread>
+#include <vector>
 
 #include "served_scenario.h"
 #include "service/protocol.h"
@@ -147,6 +150,26 @@ TEST_F(Protocol, SilentClientDelaysNobody) {
   const Descriptor half = connect();
   send_all(half.get(), std::as_bytes(std::span(std::string_view("\x10", 1))));
   expect_still_serving();
+}
+
+TEST_F(Protocol, ConnectionsAreLimited) {
+  constexpr std::size_t most = 1024;
+  constexpr rlim_t needed = 2 * most + 100;  // both ends are in this process
+  rlimit before{};
+  getrlimit(RLIMIT_NOFILE, &before);
+  const rlimit enough{.rlim_cur = std::max(before.rlim_cur, needed), .rlim_max = before.rlim_max};
+  if (setrlimit(RLIMIT_NOFILE, &enough) != 0) {
+    GTEST_SKIP() << "the process may not have " << needed << " descriptors";
+  }
+  std::vector<Descriptor> connections;
+  while (connections.size() < most) {
+    connections.push_back(connect());
+  }
+  EXPECT_TRUE(ask(connections.back(), {{"call", "ping"}}));
+  EXPECT_TRUE(is_closed_by_the_server(connect())) << "one too many";
+  connections.clear();
+  EXPECT_TRUE(eventually([&] { return ask(connect(), {{"call", "ping"}}).has_value(); })) << "there is room again";
+  setrlimit(RLIMIT_NOFILE, &before);
 }
 
 TEST_F(Protocol, FollowerThatSendsIsDropped) {
