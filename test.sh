@@ -50,6 +50,7 @@ if [[ $long ]]; then
   export TAVO_GATE_REQUESTS=2000
   export TAVO_HOLD_SECONDS=25
   export TAVO_ROUNDS=10
+  export TAVO_SOAK_HOURS=48
   export TAVO_STARTS=50
   export TAVO_STOPPED_SECONDS=60
   export TAVO_STRESS_SECONDS=60
