@@ -26,6 +26,7 @@ bool active = false;
 std::vector<Command> run;
 std::map<std::string, std::function<std::optional<std::string>(int)>> outputs;
 std::set<FILE *> streams;
+std::string last_mode;
 
 // Records the command and returns what it prints; empty when it cannot be run.
 std::optional<std::string> answer(bool by_system, const char *command) {
@@ -98,6 +99,11 @@ std::vector<std::string> FakeShell::popen_commands() const {
   return texts(false);
 }
 
+std::string last_popen_mode() {
+  const std::scoped_lock lock(mutex);
+  return last_mode;
+}
+
 }  // namespace tavo::fakes
 
 using namespace tavo::fakes;
@@ -125,6 +131,10 @@ int __wrap_system(const char *command) {
 }
 
 FILE *__wrap_popen(const char *command, const char *mode) {
+  {
+    const std::scoped_lock lock(mutex);
+    last_mode = mode;
+  }
   if (!is_active()) {
     return __real_popen(command, mode);
   }

@@ -31,4 +31,7 @@ class FakeShell {
   std::vector<std::string> popen_commands() const;
 };
 
+// The mode of the last popen, with or without a FakeShell.
+std::string last_popen_mode();
+
 }  // namespace tavo::fakes

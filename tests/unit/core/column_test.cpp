@@ -3,9 +3,11 @@
 #include <gmock/gmock.h>
 
 #include <cstring>
+#include <initializer_list>
 #include <limits>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <vector>
 
 #include "tests/fakes/net_snmp.h"
@@ -176,6 +178,17 @@ TEST_F(ColumnTest, AnObjectIdentifierIsClampedToItsField) {
   for (const std::int32_t length : {0, -1, std::numeric_limits<std::int32_t>::min()}) {
     row_.object.count = length;
     EXPECT_EQ(value(fakes::sample_column::object), fakes::object_identifier({})) << length;
+  }
+}
+
+TEST_F(ColumnTest, AnObjectIdentifierThatCannotBeEncodedIsEmpty) {
+  row_.object.count = 2;
+  for (const auto [first, second, fits] : std::initializer_list<std::tuple<std::uint32_t, std::uint32_t, bool>>{
+           {0, 39, true}, {1, 39, true}, {2, 0xFFFFFFAF, true}, {0, 40, false}, {1, 40, false}, {2, 0xFFFFFFB0, false},
+           {3, 0, false}}) {
+    row_.object.sub_identifiers[0] = first;
+    row_.object.sub_identifiers[1] = second;
+    EXPECT_EQ(value(fakes::sample_column::object) == fakes::object_identifier({}), !fits) << first << '.' << second;
   }
 }
 

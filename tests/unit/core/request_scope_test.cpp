@@ -195,6 +195,14 @@ TEST_F(RequestTest, WithoutItsEvLockARequestFindsNoRow) {
   EXPECT_EQ(fakes::get({cell(ev_root, 2, 1)}).answers.at(0).value, text("row-1"));
 }
 
+TEST_F(RequestTest, ALockThatTheWalkHadToTakeIsReleased) {
+  add_row(ev_sample, 1);
+  EXPECT_EQ(fakes::get({cell(ev_root, 2, 2)}).answers.at(0).value, fakes::no_such_instance);  // starts the agent
+  fakes::fail_next_mutex_call(EINVAL);  // the gate's try
+  EXPECT_EQ(fakes::get({cell(ev_root, 2, 1)}).answers.at(0).value, text("row-1"));
+  EXPECT_FALSE(is_locked(ev_sample));
+}
+
 TEST_F(RequestTest, ATableBehindASubagentLockIsServedTheSameWay) {
   subagent_sample.table.register_with_agent();
   add_row(subagent_sample, 1);

@@ -154,6 +154,11 @@ TEST_F(ShellTest, ToolsDoNotInheritCloseOnExecDescriptors) {
   ::close(socket);
 }
 
+TEST_F(ShellTest, APipeIsNotInheritedByToolsThatStartMeanwhile) {
+  first_line("echo");
+  EXPECT_EQ(fakes::last_popen_mode(), "re");
+}
+
 TEST_F(ShellTest, RunsACommandToItsEnd) {
   const std::string real = fakes::FakeFiles::real_path("/var/written");
   EXPECT_TRUE(run_in_shell(ShellCommand("echo written | tr a-z A-Z > %s", real.c_str())));
