@@ -10,6 +10,7 @@ import time
 import pytest
 
 from agents import ROOT, TEST_MODULES, Daemon, Master, wait_until
+from server import ServedDaemon, Server
 
 MASTER_CONFIGURATION = ROOT / "host/snmpd-master.conf"
 STOPPING = TEST_MODULES / "stopping.so"
@@ -34,6 +35,18 @@ def test_stop_functions_run_in_order_before_the_close(start, number):
     assert daemon.log().count(TOOK_SIGUSR1) == 1
     assert "joined the test thread" in daemon.log()
     daemon.wait_for_state("STOPPING=1")
+
+
+def test_the_sd_card_thread_is_woken(start):
+    """It sleeps until a peer connects to its socket, and the daemon is one. Waking, it logs that nothing was said."""
+    server = start(Server)
+    daemon = start(ServedDaemon, server, 20)
+    wait_until(lambda: server.run("test", "-S", "/tmp/snmp_velt_sock", check=False).returncode == 0, what="the socket")
+    woken = "velt_thread:recv() failed"
+    assert woken not in daemon.log()
+    daemon.signal(signal.SIGTERM)
+    assert daemon.wait() == 0
+    assert woken in daemon.log()
 
 
 @pytest.mark.parametrize("behind_a_master", [False, True])
