@@ -53,6 +53,7 @@ if [[ $long ]]; then
   export TAVO_SOAK_HOURS=48
   export TAVO_STARTS=50
   export TAVO_STOPPED_SECONDS=60
+  export TAVO_STORM_RECORDS=525600
   export TAVO_STRESS_SECONDS=60
 fi
 
