@@ -11,6 +11,8 @@ target_compile_options(module_objects PRIVATE -ffunction-sections -fdata-section
 list(FILTER module_sources EXCLUDE REGEX "/core/(access_lock|column|row_list|table|table_walk)[.]cpp$")
 set_source_files_properties(${module_sources} module/start_up.cpp PROPERTIES
                             COMPILE_OPTIONS $<$<NOT:$<CONFIG:Debug>>:-Os>)
+# Where time_t has 32 bits, this file alone knows the times beyond 2038.
+set_source_files_properties(core/calendar.cpp PROPERTIES COMPILE_DEFINITIONS _TIME_BITS=64)
 target_link_libraries(module_objects PUBLIC netsnmpagent netsnmp Threads::Threads)
 
 # module/exports.txt is the one list of what the module exports: the linker's version script is written from it.

@@ -10,7 +10,9 @@
 #include <array>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 
+#include "core/calendar.h"
 #include "core/zeroed.h"
 
 namespace tavo {
@@ -28,18 +30,22 @@ int convert_evsd_sel_time_to_snmp_time(const time_t *time, unsigned char *buffer
   if (time == nullptr || buffer == nullptr || length == nullptr) {
     return null_argument;
   }
-  tm local = {};
-  if (localtime_r(time, &local) == nullptr) {
-    return conversion_failed;  // the year does not fit an int
+  return write_date_and_time(*time, buffer, length);
+}
+
+int write_date_and_time(std::int64_t seconds, unsigned char *buffer, std::size_t *length) {
+  const std::optional<std::tm> local = local_time(seconds);
+  if (!local) {
+    return conversion_failed;
   }
   // With 0 as the direction of the UTC offset, the library leaves out the zone's three octets.
   std::array<unsigned char, 32> octets = {};
   std::size_t count = octets.size();
   const int error = netsnmp_dateandtime_set_buf_from_vars(
-      octets.data(), &count, static_cast<unsigned short>(static_cast<unsigned>(local.tm_year) + 1900U),
-      static_cast<unsigned char>(local.tm_mon + 1), static_cast<unsigned char>(local.tm_mday),
-      static_cast<unsigned char>(local.tm_hour), static_cast<unsigned char>(local.tm_min),
-      static_cast<unsigned char>(local.tm_sec), 0, 0, 0, 0);
+      octets.data(), &count, static_cast<unsigned short>(static_cast<unsigned>(local->tm_year) + 1900U),
+      static_cast<unsigned char>(local->tm_mon + 1), static_cast<unsigned char>(local->tm_mday),
+      static_cast<unsigned char>(local->tm_hour), static_cast<unsigned char>(local->tm_min),
+      static_cast<unsigned char>(local->tm_sec), 0, 0, 0, 0);
   if (*length >= count) {
     std::memcpy(buffer, octets.data(), count);
     *length = count;

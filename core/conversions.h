@@ -32,4 +32,7 @@ const char *enum_value(int value, const EnumText *table);
 }
 #pragma GCC visibility pop
 
+// convert_evsd_sel_time_to_snmp_time for any time, also one beyond the platform's time_t.
+int write_date_and_time(std::int64_t seconds, unsigned char *buffer, std::size_t *length);
+
 }  // namespace tavo

@@ -8,7 +8,9 @@
 #include <cstring>
 #include <ctime>
 #include <limits>
+#include <optional>
 
+#include "core/calendar.h"
 #include "core/conversions.h"
 
 namespace tavo {
@@ -27,11 +29,10 @@ void take_collection_time(const char *text, CollectionTime &collected) {
   if (strptime(text, "%Y-%m-%dT%H:%M:%S", &calendar) == nullptr) {
     return;
   }
-  calendar.tm_isdst = -1;  // the text does not say; the time zone's rules decide
-  const std::time_t seconds = std::mktime(&calendar);
+  const std::optional<std::int64_t> seconds = seconds_since_1970(calendar);
   std::array<unsigned char, 32> octets{};
   std::size_t length = octets.size();
-  if (convert_evsd_sel_time_to_snmp_time(&seconds, octets.data(), &length) == 0) {
+  if (seconds && write_date_and_time(*seconds, octets.data(), &length) == 0) {
     std::memcpy(collected, octets.data(), length);
   }
 }

@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <string_view>
 
 #include "core/class_number.h"
@@ -148,10 +147,10 @@ std::span<const Column> fault_columns() {
   return columns;
 }
 
-void assign_time(DateAndTime &to, std::time_t seconds) {
+void assign_time(DateAndTime &to, std::int64_t seconds) {
   std::array<unsigned char, sizeof to.text> octets = {};
   std::size_t count = octets.size();
-  if (convert_evsd_sel_time_to_snmp_time(&seconds, octets.data(), &count) == 0) {
+  if (write_date_and_time(seconds, octets.data(), &count) == 0) {
     std::memcpy(to.text, octets.data(), count);
     to.length = static_cast<std::int32_t>(count);
   }

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <cstdint>
-#include <ctime>
 #include <span>
 
 #include "core/table_entry_points.h"
@@ -44,7 +43,7 @@ struct FaultRow {
 std::span<const Column> fault_columns();
 
 // Converts `seconds` since 1970, or leaves `to` alone if they cannot be converted.
-void assign_time(DateAndTime &to, std::time_t seconds);
+void assign_time(DateAndTime &to, std::int64_t seconds);
 
 // Start-up registers an empty table and, if the marker file asks for it, reads the server's serial number. The fault
 // event thread then fills the table; while it runs, it alone changes the rows and calls the functions below. Before it

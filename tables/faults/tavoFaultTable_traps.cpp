@@ -6,13 +6,15 @@
 #include <array>
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
-#include <ctime>
 #include <iterator>
 #include <memory>
+#include <optional>
 #include <span>
 #include <utility>
 
+#include "core/calendar.h"
 #include "core/marker.h"
 #include "core/trace.h"
 
@@ -93,10 +95,12 @@ Varbinds fault_varbinds(std::uint32_t instance, const Row &row) {
   return complete ? std::move(varbinds) : nullptr;
 }
 
-// The time is sent empty if it cannot be converted.
+// The time is sent empty if it is not known.
 void send_start_up_notification() {
   DateAndTime now = {};
-  assign_time(now, std::time(nullptr));
+  if (const std::optional<std::int64_t> seconds = time_of_day()) {
+    assign_time(now, *seconds);
+  }
   netsnmp_variable_list *list = nullptr;
   const bool complete = append(&list, start_time_name, ASN_OCTET_STR, now.text, static_cast<std::size_t>(now.length));
   const Varbinds varbinds(list);

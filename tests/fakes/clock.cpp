@@ -12,7 +12,8 @@ namespace {
 
 std::mutex mutex;
 bool active = false;
-timeval current;
+std::int64_t time_of_day = 0;  // seconds
+suseconds_t microseconds_of_day = 0;
 time_t uptime = 0;  // seconds
 std::vector<unsigned int> slept;
 std::function<void(unsigned int)> sleep_observer;
@@ -21,13 +22,14 @@ int early_wake_ups = 0;
 
 }  // namespace
 
-FakeClock::FakeClock(time_t seconds, suseconds_t microseconds) {
+FakeClock::FakeClock(std::int64_t seconds, suseconds_t microseconds) {
   const std::scoped_lock lock(mutex);
   if (active) {
     throw std::logic_error("two fake clocks at once");
   }
   active = true;
-  current = {.tv_sec = seconds, .tv_usec = microseconds};
+  time_of_day = seconds;
+  microseconds_of_day = microseconds;
   uptime = 1'000;
   slept.clear();
   waited.clear();
@@ -40,14 +42,15 @@ FakeClock::~FakeClock() {
   sleep_observer = nullptr;
 }
 
-void FakeClock::set(time_t seconds, suseconds_t microseconds) {
+void FakeClock::set(std::int64_t seconds, suseconds_t microseconds) {
   const std::scoped_lock lock(mutex);
-  current = {.tv_sec = seconds, .tv_usec = microseconds};
+  time_of_day = seconds;
+  microseconds_of_day = microseconds;
 }
 
-time_t FakeClock::now() const {
+std::int64_t FakeClock::now() const {
   const std::scoped_lock lock(mutex);
-  return current.tv_sec;
+  return time_of_day;
 }
 
 void FakeClock::on_sleep(std::function<void(unsigned int)> observer) {
@@ -74,10 +77,19 @@ std::vector<timespec> FakeClock::deadlines() const {
 
 using namespace tavo::fakes;
 
+// The version of time() that core/calendar.cpp calls.
+#if __TIMESIZE == 32
+#define TAVO_TIME "__time64"
+#else
+#define TAVO_TIME "time"
+#endif
+
 extern "C" {
 
+std::int64_t real_time(std::int64_t *result) asm("__real_" TAVO_TIME);
+std::int64_t wrapped_time(std::int64_t *result) asm("__wrap_" TAVO_TIME);
+
 unsigned int __real_sleep(unsigned int seconds);
-time_t __real_time(time_t *result);
 int __real_gettimeofday(timeval *result, void *zone);
 int __real_clock_gettime(clockid_t clock, timespec *result);
 int __real_pthread_cond_timedwait(pthread_cond_t *condition, pthread_mutex_t *held, const timespec *deadline);
@@ -95,7 +107,7 @@ unsigned int __wrap_sleep(unsigned int seconds) {
     const std::scoped_lock lock(mutex);
     if (active) {
       slept.push_back(seconds);
-      current.tv_sec += static_cast<time_t>(seconds);
+      time_of_day += seconds;
       uptime += static_cast<time_t>(seconds);
       return 0;
     }
@@ -103,15 +115,15 @@ unsigned int __wrap_sleep(unsigned int seconds) {
   return __real_sleep(seconds);
 }
 
-time_t __wrap_time(time_t *result) {
+std::int64_t wrapped_time(std::int64_t *result) {
   const std::scoped_lock lock(mutex);
   if (!active) {
-    return __real_time(result);
+    return real_time(result);
   }
   if (result != nullptr) {
-    *result = current.tv_sec;
+    *result = time_of_day;
   }
-  return current.tv_sec;
+  return time_of_day;
 }
 
 int __wrap_gettimeofday(timeval *result, void *zone) {
@@ -119,7 +131,7 @@ int __wrap_gettimeofday(timeval *result, void *zone) {
   if (!active) {
     return __real_gettimeofday(result, zone);
   }
-  *result = current;
+  *result = {.tv_sec = static_cast<time_t>(time_of_day), .tv_usec = microseconds_of_day};
   return 0;
 }
 

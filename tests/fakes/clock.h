@@ -4,6 +4,7 @@
 
 #include <sys/time.h>
 
+#include <cstdint>
 #include <ctime>
 #include <functional>
 #include <vector>
@@ -15,13 +16,13 @@ namespace tavo::fakes {
 // early. Setting the time of day leaves the monotonic clock alone. One at a time.
 class FakeClock {
  public:
-  explicit FakeClock(time_t seconds = 1'000'000'000, suseconds_t microseconds = 0);
+  explicit FakeClock(std::int64_t seconds = 1'000'000'000, suseconds_t microseconds = 0);
   ~FakeClock();
   FakeClock(const FakeClock &) = delete;
   FakeClock &operator=(const FakeClock &) = delete;
 
-  void set(time_t seconds, suseconds_t microseconds = 0);
-  time_t now() const;
+  void set(std::int64_t seconds, suseconds_t microseconds = 0);
+  std::int64_t now() const;
 
   // Called at each sleep with its seconds, before time moves, by the thread that sleeps.
   void on_sleep(std::function<void(unsigned int seconds)> observer);

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <array>
+#include <cstdint>
 #include <cstdlib>
 #include <limits>
 #include <span>
@@ -28,6 +29,7 @@ class DateAndTimeTest : public fakes::ModuleTest {
   }
 
   int convert(time_t time) { return convert_evsd_sel_time_to_snmp_time(&time, buffer_.data(), &length_); }
+  int write(std::int64_t seconds) { return write_date_and_time(seconds, buffer_.data(), &length_); }
 
   std::array<unsigned char, 16> buffer_ = filled();
   size_t length_ = 8;
@@ -99,14 +101,21 @@ TEST_F(DateAndTimeTest, AFailedConversionLeavesAShortBufferAlone) {
   EXPECT_THAT(buffer_, Each(untouched));
 }
 
+TEST_F(DateAndTimeTest, TheLastSecondOfThirtyTwoBitsAndTheNext) {
+  EXPECT_EQ(write(2147483647), 0);
+  EXPECT_THAT(std::span(buffer_).first(8), ElementsAre(0x07, 0xF6, 1, 19, 3, 14, 7, 0));
+  EXPECT_EQ(write(2147483648), 0);
+  EXPECT_THAT(std::span(buffer_).first(8), ElementsAre(0x07, 0xF6, 1, 19, 3, 14, 8, 0));
+}
+
 TEST_F(DateAndTimeTest, AYearBeyondTheCalendarFails) {
-  EXPECT_EQ(convert(std::numeric_limits<time_t>::max()), -108);
+  EXPECT_EQ(write(std::numeric_limits<std::int64_t>::max()), -108);
   EXPECT_EQ(length_, 8U);
   EXPECT_THAT(buffer_, Each(untouched));
 }
 
 TEST_F(DateAndTimeTest, TheLastYearOfTheCalendarDoesNotOverflow) {
-  EXPECT_EQ(convert(67767976233529199), 0);  // the last day on which tm_year fits an int
+  EXPECT_EQ(write(67767976233529199), 0);  // the last day on which tm_year fits an int
   EXPECT_EQ(length_, 8U);
 }
 

@@ -77,6 +77,16 @@ TEST_F(CollectionTimeTest, IsTheLocalTimeThatTheTextGives) {
   EXPECT_EQ(carried("2026-07-15T12:34:07"), "\x07\xEA\x07\x0F\x0C\x22\x07") << "summer";
 }
 
+TEST_F(CollectionTimeTest, DoesNotEndWithThirtyTwoBits) {
+  EXPECT_EQ(carried("2038-01-19T03:14:07"), "\x07\xF6\x01\x13\x03\x0E\x07");
+  EXPECT_EQ(carried("2038-01-19T03:14:08"), "\x07\xF6\x01\x13\x03\x0E\x08");
+  EXPECT_EQ(carried("2106-02-07T06:28:16"), "\x08\x3A\x02\x07\x06\x1C\x10");
+}
+
+TEST_F(CollectionTimeTest, MayBeTheSecondBeforeTheEpoch) {
+  EXPECT_EQ(carried("1969-12-31T23:59:59"), "\x07\xB1\x0C\x1F\x17\x3B\x3B");
+}
+
 TEST_F(CollectionTimeTest, IsLeftAloneByATextThatIsNoTime) {
   for (const char *text : {"", "yesterday", "2026-11-15 12:34:07", "2026-13-15T12:34:07", "2026-11-15T12:34"}) {
     EXPECT_EQ(carried(text), "") << text;

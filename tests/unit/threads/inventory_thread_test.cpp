@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
-#include <ctime>
 #include <functional>
 #include <future>
 #include <memory>
@@ -127,7 +126,7 @@ class InventoryThreadLifeTest : public fakes::ModuleTest {
     return texts;
   }
 
-  time_t elapsed() const { return clock.now() - begin; }
+  std::int64_t elapsed() const { return clock.now() - begin; }
 
   static void raise(int code) {
     acquire_inventory_lock();
@@ -148,7 +147,7 @@ class InventoryThreadLifeTest : public fakes::ModuleTest {
   }
 
   // Runs the thread until it sleeps for the first time at or after `end`, and calls `at_sleep` at each sleep.
-  void run_until(time_t end, const std::function<void(unsigned seconds)> &at_sleep) {
+  void run_until(std::int64_t end, const std::function<void(unsigned seconds)> &at_sleep) {
     bool stopped = false;
     clock.on_sleep([&](unsigned seconds) {
       at_sleep(seconds);
@@ -167,8 +166,8 @@ class InventoryThreadLifeTest : public fakes::ModuleTest {
   fakes::FakeClock clock;
   fakes::FakeFiles files;
   fakes::FakeShell shell;
-  const time_t begin = clock.now();
-  std::vector<time_t> memory_served;
+  const std::int64_t begin = clock.now();
+  std::vector<std::int64_t> memory_served;
 };
 
 TEST_F(InventoryThreadLifeTest, LooksForRequestsAfterMoreThanTenSeconds) {
@@ -188,8 +187,8 @@ TEST_F(InventoryThreadLifeTest, TheTenSecondsCountFromTheEndOfTheLastPass) {
 
 // The first minute and 24 pauses of 10 seconds: 300 seconds, in which two periodic refreshes are due.
 TEST_F(InventoryThreadLifeTest, SettingTheClockChangesNothing) {
-  constexpr time_t day = 86'400;
-  for (const time_t jump : {time_t{0}, -day, day}) {
+  constexpr std::int64_t day = 86'400;
+  for (const std::int64_t jump : {std::int64_t{0}, -day, day}) {
     const auto refreshes_before = std::ranges::count(shell.commands(), memory_statistics);
     int sleeps = 0;
     clock.on_sleep([&](unsigned seconds) {
@@ -208,8 +207,8 @@ TEST_F(InventoryThreadLifeTest, SettingTheClockChangesNothing) {
 }
 
 TEST_F(InventoryThreadLifeTest, ThePeriodicRefreshComesAfterMoreThan100Seconds) {
-  std::vector<time_t> leds;
-  std::vector<time_t> supplies;
+  std::vector<std::int64_t> leds;
+  std::vector<std::int64_t> supplies;
   shell.answers("/usr/local/bin/datactl get=externalLEDs | /usr/local/bin/flatkv > /var/LedInv", [&](int) {
     leds.push_back(elapsed());
     return "";
@@ -251,7 +250,7 @@ int shown_disks() {
 
 TEST_F(InventoryThreadLifeTest, ASilentToolIsAskedForTheDriveSlotsAgain) {
   files.write("/var/stor_info_data", fakes::snapshot({fakes::controller("A", {fakes::drive_in(1)})}));
-  std::vector<time_t> asked;
+  std::vector<std::int64_t> asked;
   shell.answers(drive_slots, [&](int call) {
     asked.push_back(elapsed());
     return call <= 2 ? "" : "hdd:4\n";

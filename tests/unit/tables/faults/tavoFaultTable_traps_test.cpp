@@ -204,6 +204,21 @@ TEST_F(StartUpNotificationTest, AColdStartSendsOneAndTurnsNotificationsOn) {
   EXPECT_EQ(files_.read("/var/tvmcWarmStartup"), "");
 }
 
+TEST_F(StartUpNotificationTest, CarriesATimeBeyondThirtyTwoBits) {
+  clock_.set(2'147'483'648 - 60);
+  tvmc_Startup_Trap();
+  ASSERT_THAT(fakes::notifications(), SizeIs(1));
+  EXPECT_THAT(varbinds_of(fakes::notifications()[0]),
+              ElementsAre(testing::Field(&Answer::value, text("\x07\xF6\x01\x13\x03\x0E\x08\x00"s))));
+}
+
+TEST_F(StartUpNotificationTest, IsSentWithoutATimeIfNoneIsKnown) {
+  clock_.set(-1 - 60);
+  tvmc_Startup_Trap();
+  ASSERT_THAT(fakes::notifications(), SizeIs(1));
+  EXPECT_THAT(varbinds_of(fakes::notifications()[0]), ElementsAre(testing::Field(&Answer::value, text(""))));
+}
+
 TEST_F(StartUpNotificationTest, AWarmStartSendsNoneAndTurnsNotificationsOff) {
   files_.write("/var/tvmcWarmStartup", "");
   needToSendTrapFlag = 1;
