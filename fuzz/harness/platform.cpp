@@ -297,10 +297,10 @@ void __wrap_send_enterprise_trap_vars(int, int, const oid *enterprise, int lengt
 }
 
 unsigned int __real_sleep(unsigned int seconds);
-int __real_open(const char *path, int flags, ...);
-FILE *__real_fopen(const char *path, const char *mode);
+int __real_open64(const char *path, int flags, ...);
+FILE *__real_fopen64(const char *path, const char *mode);
 int __real_access(const char *path, int mode);
-int __real_stat(const char *path, struct stat *status);
+int __real_stat64(const char *path, struct stat *status);
 int __real_unlink(const char *path);
 int __real_system(const char *command);
 FILE *__real_popen(const char *command, const char *mode);
@@ -310,13 +310,13 @@ unsigned int __wrap_sleep(unsigned int seconds) {
   return is_trying() ? 0 : __real_sleep(seconds);
 }
 
-int __wrap_open(const char *path, int flags, ...) {
+int __wrap_open64(const char *path, int flags, ...) {
   va_list arguments;
   va_start(arguments, flags);
   const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
   va_end(arguments);
   if (!is_trying() || !is_below_var(path)) {
-    return __real_open(path, flags, mode);
+    return __real_open64(path, flags, mode);
   }
   const std::string *content = content_of(path);
   if (content == nullptr) {
@@ -326,8 +326,8 @@ int __wrap_open(const char *path, int flags, ...) {
   return file_with(*content);
 }
 
-FILE *__wrap_fopen(const char *path, const char *mode) {
-  return __real_fopen(is_trying() && is_below_var(path) ? "/dev/null" : path, mode);
+FILE *__wrap_fopen64(const char *path, const char *mode) {
+  return __real_fopen64(is_trying() && is_below_var(path) ? "/dev/null" : path, mode);
 }
 
 int __wrap_access(const char *path, int mode) {
@@ -338,9 +338,9 @@ int __wrap_access(const char *path, int mode) {
   return content_of(path) == nullptr ? -1 : 0;
 }
 
-int __wrap_stat(const char *path, struct stat *status) {
+int __wrap_stat64(const char *path, struct stat *status) {
   if (!is_trying() || !is_below_var(path)) {
-    return __real_stat(path, status);
+    return __real_stat64(path, status);
   }
   errno = ENOENT;
   return content_of(path) == nullptr ? -1 : 0;
@@ -363,7 +363,7 @@ FILE *__wrap_popen(const char *command, const char *mode) {
   if (!output) {
     return nullptr;
   }
-  return output->empty() ? __real_fopen("/dev/null", "r") : fdopen(file_with(*output), "r");
+  return output->empty() ? __real_fopen64("/dev/null", "r") : fdopen(file_with(*output), "r");
 }
 
 int __wrap_pclose(FILE *stream) {

@@ -111,15 +111,15 @@ using namespace tavo::fakes;
 
 extern "C" {
 
-int __real_open(const char *path, int flags, ...);
-FILE *__real_fopen(const char *path, const char *mode);
+int __real_open64(const char *path, int flags, ...);
+FILE *__real_fopen64(const char *path, const char *mode);
 int __real_access(const char *path, int mode);
 int __real_unlink(const char *path);
-int __real_stat(const char *path, struct stat *status);
+int __real_stat64(const char *path, struct stat *status);
 int __real_rename(const char *from, const char *to);
 ssize_t __real_read(int descriptor, void *buffer, std::size_t size);
 
-int __wrap_open(const char *path, int flags, ...) {
+int __wrap_open64(const char *path, int flags, ...) {
   va_list arguments;
   va_start(arguments, flags);
   const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(arguments, mode_t) : 0;
@@ -128,15 +128,15 @@ int __wrap_open(const char *path, int flags, ...) {
     errno = error;
     return -1;
   }
-  return __real_open(FakeFiles::real_path(path).c_str(), flags, mode);
+  return __real_open64(FakeFiles::real_path(path).c_str(), flags, mode);
 }
 
-FILE *__wrap_fopen(const char *path, const char *mode) {
+FILE *__wrap_fopen64(const char *path, const char *mode) {
   if (const int error = note_open(path); error != 0) {
     errno = error;
     return nullptr;
   }
-  return __real_fopen(FakeFiles::real_path(path).c_str(), mode);
+  return __real_fopen64(FakeFiles::real_path(path).c_str(), mode);
 }
 
 int __wrap_access(const char *path, int mode) {
@@ -160,7 +160,7 @@ int __wrap_rename(const char *from, const char *to) {
   return __real_rename(FakeFiles::real_path(from).c_str(), FakeFiles::real_path(to).c_str());
 }
 
-int __wrap_stat(const char *path, struct stat *status) {
-  return __real_stat(FakeFiles::real_path(path).c_str(), status);
+int __wrap_stat64(const char *path, struct stat *status) {
+  return __real_stat64(FakeFiles::real_path(path).c_str(), status);
 }
 }
