@@ -13,12 +13,17 @@ T load(const std::byte *from) {
   return value;
 }
 
-// Two columns pass their Counter64 with a length of 4. Some older versions of net-snmp accept that; the others refuse
-// it and log an error each time. So it is tried once, when the module is loaded.
+constexpr std::size_t four_octets = 4;
+
+// Two columns pass their Counter64 with a length of 4. Debian's net-snmp refuses that, with 32 as with 64 bits, and logs
+// an error each time. Some older versions accept it, and copy their whole structure regardless of the length: so a whole
+// structure is passed. If only four octets were copied, the value could not be encoded. So it is tried once, when the
+// module is loaded.
 bool takes_four_octet_counter64() {
   netsnmp_variable_list scratch{};
-  const std::uint32_t zero = 0;
-  const bool taken = snmp_set_var_typed_value(&scratch, ASN_COUNTER64, &zero, sizeof zero) == 0;
+  const counter64 value = {.high = 1, .low = 2};
+  const bool taken = snmp_set_var_typed_value(&scratch, ASN_COUNTER64, &value, four_octets) == 0 &&
+                     scratch.val_len == sizeof value && scratch.val.counter64->low == value.low;
   snmp_free_var_internals(&scratch);
   return taken;
 }
@@ -68,10 +73,9 @@ ColumnValue::ColumnValue(const Column &column, const void *row)
       break;
     }
     case Codec::FourOctetCounter64:
+      take_counter64(load<std::uint32_t>(field));
       if (four_octet_counter64) {
-        take_number(ASN_COUNTER64);
-      } else {
-        take_counter64(load<std::uint32_t>(field));
+        size_ = four_octets;
       }
       break;
     case Codec::Text:

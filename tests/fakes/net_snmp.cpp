@@ -5,10 +5,13 @@
 #include <condition_variable>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <mutex>
 #include <optional>
 #include <span>
 #include <stdexcept>
+#include <string_view>
 
 namespace tavo::fakes {
 namespace {
@@ -31,6 +34,7 @@ std::function<void()> debug_observer;
 std::atomic<bool> debugging = false;
 std::atomic<int> date_and_time_result = 0;
 thread_local std::optional<int> values_before_refusal;
+thread_local std::size_t last_value_size = 0;
 
 std::string formatted(const char *format, va_list arguments) {
   va_list again;
@@ -77,6 +81,16 @@ void call(const Observer &observer, const Arguments &...arguments) {
 void record_notification(Notification notification) {
   call(notification_observer);
   record(sent, std::move(notification));
+}
+
+// Copies the value as it is, of any length.
+int set_counter64(netsnmp_variable_list *varbind, const void *value, std::size_t size) {
+  snmp_free_var_internals(varbind);
+  varbind->type = ASN_COUNTER64;
+  varbind->val.string = varbind->buf;
+  varbind->val_len = size;
+  std::memcpy(varbind->buf, value, size);
+  return 0;
 }
 
 int record_library_line(netsnmp_log_handler *, int priority, const char *text) {
@@ -201,6 +215,10 @@ void refuse_value(int successes) {
   values_before_refusal = successes;
 }
 
+std::size_t size_of_last_value() {
+  return last_value_size;
+}
+
 void reset_net_snmp() {
   const std::scoped_lock lock(mutex);
   logged.clear();
@@ -248,9 +266,13 @@ int __wrap_netsnmp_dateandtime_set_buf_from_vars(u_char *buffer, size_t *size, u
 int __real_snmp_set_var_typed_value(netsnmp_variable_list *varbind, u_char type, const void *value, size_t size);
 
 int __wrap_snmp_set_var_typed_value(netsnmp_variable_list *varbind, u_char type, const void *value, size_t size) {
+  last_value_size = size;
   if (values_before_refusal && (*values_before_refusal)-- == 0) {
     values_before_refusal.reset();
     return 1;
+  }
+  if (const char *copied = std::getenv("TAVO_COUNTER64"); copied != nullptr && type == ASN_COUNTER64) {
+    return set_counter64(varbind, value, std::string_view(copied) == "length" ? size : sizeof(struct counter64));
   }
   return __real_snmp_set_var_typed_value(varbind, type, value, size);
 }

@@ -103,6 +103,14 @@ void set_date_and_time_result(int error);
 // varbind stays as it is.
 void refuse_value(int successes);
 
+// How many octets the module passed with the last value that it set.
+std::size_t size_of_last_value();
+
+// In a process with one of these in its environment, net-snmp takes a Counter64 of any length. The older ones copy
+// their whole structure, whatever the length.
+inline constexpr char older_net_snmp[] = "TAVO_COUNTER64=structure";
+inline constexpr char net_snmp_that_copies_the_length[] = "TAVO_COUNTER64=length";
+
 // Forgets every record, switches debugging off and makes every call succeed again.
 void reset_net_snmp();
 

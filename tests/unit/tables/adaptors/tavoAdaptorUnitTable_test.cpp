@@ -16,6 +16,7 @@
 #include "tests/fixtures/module_fixture.h"
 #include "tests/fixtures/rubbish.h"
 #include "tests/harness/golden.h"
+#include "tests/harness/own_process.h"
 
 namespace tavo {
 namespace {
@@ -101,6 +102,12 @@ TEST_F(AdaptorUnitTableTest, ServesEveryColumnOfEveryCard) {
   EXPECT_THAT(clock.sleeps(), IsEmpty());
   EXPECT_THAT(shell.system_commands(), ElementsAre(dump_command)) << "one dump for the whole build";
   EXPECT_EQ(de_register_adaptor_table_handler(), 0);
+}
+
+TEST_F(AdaptorUnitTableTest, AnOlderNetSnmpIsServedTheSame) {
+  const ProcessResult result =
+      run_in_a_process_of_its_own("AdaptorUnitTableTest.ServesEveryColumnOfEveryCard", fakes::older_net_snmp);
+  EXPECT_TRUE(result.passed) << result.output;
 }
 
 TEST_F(AdaptorUnitTableTest, WithoutCardsTheTableIsEmpty) {
