@@ -378,7 +378,8 @@ void RequestGate::start_alarm() {
       (*std::ranges::min_element(waiting_, {}, [](const Waiting *request) { return request->since; }))->since;
   const auto left = std::max(std::chrono::milliseconds(1),
                              std::chrono::ceil<std::chrono::milliseconds>(oldest + answer_limit_ - Clock::now()));
-  const timeval delay = {.tv_sec = left.count() / 1000, .tv_usec = left.count() % 1000 * 1000};
+  const timeval delay = {.tv_sec = static_cast<time_t>(left.count() / 1000),
+                         .tv_usec = static_cast<suseconds_t>(left.count() % 1000 * 1000)};
   alarm_ = snmp_alarm_register_hr(
       delay, 0,
       [](unsigned, void *) {

@@ -8,6 +8,7 @@
 #include <sys/vfs.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <fstream>
 #include <new>
 
@@ -55,8 +56,11 @@ void store_engine_state() {
 
 void warn_if_engine_state_is_volatile() {
   struct statfs system {};
-  if (statfs(get_persistent_directory(), &system) == 0 &&
-      (system.f_type == TMPFS_MAGIC || system.f_type == RAMFS_MAGIC)) {
+  if (statfs(get_persistent_directory(), &system) != 0) {
+    return;
+  }
+  const auto type = static_cast<std::uint32_t>(system.f_type);  // signed, and on 32-bit machines too narrow
+  if (type == TMPFS_MAGIC || type == RAMFS_MAGIC) {
     snmp_log(LOG_WARNING,
              "the state of the SNMPv3 engine in %s is lost when the controller reboots: managers may reject it then\n",
              get_persistent_directory());

@@ -38,8 +38,9 @@ Descriptor failed(Descriptor socket) {
 
 void limit_time(int fd, std::chrono::milliseconds time_limit) {
   const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(time_limit);
-  const timeval limit{.tv_sec = seconds.count(),
-                      .tv_usec = std::chrono::duration_cast<std::chrono::microseconds>(time_limit - seconds).count()};
+  const auto rest = std::chrono::duration_cast<std::chrono::microseconds>(time_limit - seconds);
+  const timeval limit{.tv_sec = static_cast<time_t>(seconds.count()),
+                      .tv_usec = static_cast<suseconds_t>(rest.count())};
   setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
   setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
 }
