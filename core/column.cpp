@@ -15,10 +15,10 @@ T load(const std::byte *from) {
 
 constexpr std::size_t four_octets = 4;
 
-// Two columns pass their Counter64 with a length of 4. Debian's net-snmp refuses that, with 32 as with 64 bits, and logs
-// an error each time. Some older versions accept it, and copy their whole structure regardless of the length: so a whole
-// structure is passed. If only four octets were copied, the value could not be encoded. So it is tried once, when the
-// module is loaded.
+// Two columns pass their Counter64 with a length of 4. Debian's net-snmp refuses that, with 32 as with 64 bits, and
+// logs an error each time. Some older versions accept it, and copy their whole structure regardless of the length: so a
+// whole structure is passed. If only four octets were copied, the value could not be encoded. So it is tried once, when
+// the module is loaded.
 bool takes_four_octet_counter64() {
   netsnmp_variable_list scratch{};
   const counter64 value = {.high = 1, .low = 2};
