@@ -6,70 +6,27 @@
 #include <array>
 #include <cstdint>
 #include <cstdlib>
-#include <limits>
 #include <optional>
 #include <span>
 #include <string_view>
+
+#include "host/mib_value.h"
 
 namespace tavo {
 namespace {
 
 using Duration = std::chrono::steady_clock::duration;
 
-// tavoSubagentObjects
-constexpr auto objects_root = std::to_array<oid>({1, 3, 6, 1, 4, 1, 61453, 4, 208, 1});
-constexpr std::size_t group_root_length = objects_root.size() + 1;
 constexpr oid table_number = 7;
 constexpr oid index_column = 1;
 
-// A value as it is sent.
-struct Value {
-  u_char type;
-  std::uint32_t number = 0;
-  std::string_view text = {};
-
-  // 0, or why net-snmp refuses it.
-  int set(netsnmp_variable_list *varbind) const {
-    return type == ASN_OCTET_STR ? snmp_set_var_typed_value(varbind, type, text.data(), text.size())
-                                 : snmp_set_var_typed_integer(varbind, type, static_cast<long>(number));
-  }
-};
-
-Value counter(std::uint64_t count) {
-  return {.type = ASN_COUNTER, .number = static_cast<std::uint32_t>(count)};  // wraps, as counters do
-}
-
-Value gauge(std::uint64_t level) {
-  constexpr std::uint64_t most = std::numeric_limits<std::uint32_t>::max();
-  return {.type = ASN_GAUGE, .number = static_cast<std::uint32_t>(std::min(level, most))};
-}
-
-Value milliseconds(Duration time) {
+MibValue milliseconds(Duration time) {
   return gauge(static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(time).count()));
 }
 
-Value time_ticks(Duration time) {
+MibValue time_ticks(Duration time) {
   using Ticks = std::chrono::duration<std::uint64_t, std::centi>;
   return {.type = ASN_TIMETICKS, .number = static_cast<std::uint32_t>(std::chrono::duration_cast<Ticks>(time).count())};
-}
-
-Value enumeration(std::uint32_t number) {
-  return {.type = ASN_INTEGER, .number = number};
-}
-
-Value text(std::string_view octets) {
-  return {.type = ASN_OCTET_STR, .text = octets};
-}
-
-// DateAndTime; of a time that has not come yet, all zero.
-Value date_and_time(std::time_t time) {
-  if (time == 0) {
-    using namespace std::string_view_literals;
-    return text("\0\0\0\0\0\0\0\0"sv);
-  }
-  std::size_t size = 0;
-  const u_char *octets = date_n_time(&time, &size);
-  return text({reinterpret_cast<const char *>(octets), size});
 }
 
 // A thread is a directory in /proc/self/task, and each of them is a link to it.
@@ -79,7 +36,7 @@ std::uint64_t threads() {
   return stat("/proc/self/task", &task) == 0 && task.st_nlink > own_links ? task.st_nlink - own_links : 0;
 }
 
-std::uint32_t session_state(const HealthMib::Sources &from) {
+std::int32_t session_state(const HealthMib::Sources &from) {
   enum { StandAlone = 1, Connected = 2, Disconnected = 3 };
   if (from.stand_alone) {
     return StandAlone;
@@ -88,7 +45,7 @@ std::uint32_t session_state(const HealthMib::Sources &from) {
 }
 
 // The objects of each group in the order of their numbers, which begin with 1.
-using Object = Value (*)(const HealthMib &);
+using Object = MibValue (*)(const HealthMib &);
 
 constexpr auto daemon_objects = std::to_array<Object>({
     [](const HealthMib &mib) { return time_ticks(mib.uptime()); },
@@ -150,17 +107,17 @@ constexpr auto groups = std::to_array<Group>({
     {.name = "tavoSubagentPlatform", .number = 6, .objects = platform_objects},
 });
 
-Value rebuild_state(const TableHealth &table) {
+MibValue rebuild_state(const TableHealth &table) {
   enum { Idle = 1, Rebuilding = 2 };
   return enumeration(table.began ? Rebuilding : Idle);
 }
 
-Value rebuild_age(const TableHealth &table) {
+MibValue rebuild_age(const TableHealth &table) {
   return milliseconds(table.began ? std::chrono::steady_clock::now() - *table.began : Duration(0));
 }
 
 // The table's columns, from 2 on.
-using TableColumn = Value (*)(const TableHealth &);
+using TableColumn = MibValue (*)(const TableHealth &);
 
 constexpr auto table_columns = std::to_array<TableColumn>({
     [](const TableHealth &table) { return text(table.name); },
@@ -173,19 +130,13 @@ constexpr auto table_columns = std::to_array<TableColumn>({
     rebuild_age,
 });
 
-void set(netsnmp_agent_request_info *info, netsnmp_request_info *request, const Value &value) {
-  if (value.set(request->requestvb) != 0) {
-    netsnmp_set_request_error(info, request, SNMP_ERR_GENERR);
-  }
-}
-
 int answer_group(netsnmp_mib_handler * /*handler*/, netsnmp_handler_registration *registration,
                  netsnmp_agent_request_info *info, netsnmp_request_info *requests) {
   const auto &mib = *static_cast<const HealthMib *>(registration->my_reg_void);
   for (; requests != nullptr; requests = requests->next) {
     const oid *name = requests->requestvb->name;
-    const auto group = std::ranges::find(groups, name[group_root_length - 1], &Group::number);
-    set(info, requests, group->objects[name[group_root_length] - 1](mib));
+    const auto group = std::ranges::find(groups, name[health_object_length - 1], &Group::number);
+    answer(info, requests, group->objects[name[health_object_length] - 1](mib));
   }
   return SNMP_ERR_NOERROR;
 }
@@ -201,28 +152,9 @@ int answer_table(netsnmp_mib_handler * /*handler*/, netsnmp_handler_registration
       continue;
     }
     const TableHealth table = mib.sources().module.table(reinterpret_cast<std::uintptr_t>(row) - 1);
-    set(info, requests, table_columns[cell->colnum - index_column - 1](table));
+    answer(info, requests, table_columns[cell->colnum - index_column - 1](table));
   }
   return SNMP_ERR_NOERROR;
-}
-
-netsnmp_handler_registration *new_registration(const char *name, oid number, Netsnmp_Node_Handler *handler,
-                                               HealthMib *mib) {
-  std::array<oid, group_root_length> root{};
-  std::ranges::copy(objects_root, root.begin());
-  root.back() = number;
-  netsnmp_handler_registration *registration =
-      netsnmp_create_handler_registration(name, handler, root.data(), root.size(), HANDLER_CAN_RONLY);
-  if (registration != nullptr) {
-    registration->my_reg_void = mib;
-  }
-  return registration;
-}
-
-void log_unless_registered(int result, const char *name) {
-  if (result != MIB_REGISTERED_OK) {
-    snmp_log(LOG_ERR, "cannot register %s\n", name);
-  }
 }
 
 }  // namespace
