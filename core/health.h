@@ -30,6 +30,15 @@ extern "C" {
 // apart. Both on the agent's thread.
 [[gnu::weak]] void tavo_request_set_aside(const void *request);
 [[gnu::weak]] void tavo_request_ended(const void *request);
+
+// A fault was raised, has changed or was cleared: `record` is the fault engine's (platform/fault_engine.h), to be read
+// before the call returns. `notified`: its notification follows. Called on the fault event thread.
+[[gnu::weak]] void tavo_fault_changed(const void *record, bool notified);
+
+// All active faults are being loaded: each is reported as a change. Then the load ends; `whole`: the fault engine's
+// whole list was read, so a fault that was not reported meanwhile is gone. Called on the fault event thread.
+[[gnu::weak]] void tavo_fault_load_begins();
+[[gnu::weak]] void tavo_fault_load_ends(bool whole);
 }
 #pragma GCC visibility pop
 

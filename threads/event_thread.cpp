@@ -73,20 +73,27 @@ void connect(int &connection, bool traces) {
   }
 }
 
-// Loads all faults. The engine's list may end early because a fault was cleared between its count and its read: then
-// what was read lacks faults that are active, and nobody would send them again. An engine that goes on like this is
-// believed in the end.
-void load_faults() {
+// The engine's list may end early because a fault was cleared between its count and its read: then what was read lacks
+// faults that are active, and nobody would send them again. An engine that goes on like this is believed in the end.
+// True if the whole list was read.
+bool load_whole_list() {
   constexpr int most_tries = 10;
   constexpr unsigned int pause = 1;  // seconds
-  for (int tries = 1; init_fault_tables() == -1 && tries < most_tries; ++tries) {
-    if (!event_thread.is_running() || get_fe_table_count() <= 0) {
-      return;
+  for (int tries = 1; init_fault_tables() == -1; ++tries) {
+    if (tries == most_tries || !event_thread.is_running() || get_fe_table_count() <= 0) {
+      return false;
     }
     if (tries > 1) {
       sleep(pause);
     }
   }
+  return true;
+}
+
+void load_faults() {
+  report(tavo_fault_load_begins);
+  const bool whole = load_whole_list();
+  report(tavo_fault_load_ends, whole);
 }
 
 // Reloads all faults, because changes made without a connection were missed.

@@ -9,6 +9,7 @@
 
 #include "core/class_number.h"
 #include "core/conversions.h"
+#include "core/health.h"
 #include "core/marker.h"
 #include "core/record.h"
 #include "core/text.h"
@@ -223,6 +224,9 @@ int populate_fault_table_from_fe(const void *record) {
 
   FaultRow *row = nullptr;
   const int found = lookup_and_modify_fault_table(record, &row);
+  const bool notifies = found != FaultDropped && needToSendTrapFlag == 1;
+  // Before the notification: who gets it finds the change reported.
+  report(tavo_fault_changed, record, notifies);
   if (found == FaultDropped) {
     return 0;
   }
@@ -239,7 +243,7 @@ int populate_fault_table_from_fe(const void *record) {
     drop(row, listed);
     return error;
   }
-  if (needToSendTrapFlag == 1) {
+  if (notifies) {
     send_fault_trap(content.index, &content);
   }
   if (found == FaultRaised || found == FaultUpdated) {

@@ -6,6 +6,8 @@
 #include <utility>
 
 #include "core/health.h"
+#include "core/record.h"
+#include "platform/fault_engine.h"
 #include "platform/test_trap.h"
 
 // A test sets the handle to the thread it has started.
@@ -68,6 +70,21 @@ void tavo_request_set_aside(const void * /*request*/) {
 
 void tavo_request_ended(const void * /*request*/) {
   fakes::note("a request has ended");
+}
+
+void tavo_fault_changed(const void *record, bool notified) {
+  const Record fault(record, FAULT_RECORD_SIZE);
+  const std::string severity = std::to_string(fault.u32(FAULT_SEVERITY));
+  fakes::note("fault " + std::to_string(fault.u32(FAULT_INDEX)) + " has severity " + severity +
+              (notified ? ", notified" : ""));
+}
+
+void tavo_fault_load_begins() {
+  fakes::note("a load begins");
+}
+
+void tavo_fault_load_ends(bool whole) {
+  fakes::note(whole ? "a whole load ends" : "a load ends early");
 }
 }
 

@@ -267,6 +267,35 @@ TEST_F(EventThreadTest, AListThatHasBecomeEmptyIsNotReadAgain) {
   EXPECT_THAT(fakes::log_texts(), Contains("Reached end of SEL info from FE\n").Times(1));
 }
 
+TEST_F(EventThreadTest, AWholeLoadIsReportedWithItsFaults) {
+  const fakes::RecordedReports reports;
+  fakes::set_active_faults({fault(3, 7, 5), fault(8, 9, 3)});
+  start_warm();
+  EXPECT_THAT(reports.take(),
+              ElementsAre("a load begins", "fault 7 has severity 5", "fault 9 has severity 3", "a whole load ends"));
+  tell(fault(3, 7, 0));
+  tell_result(0, 0);
+  EXPECT_THAT(reports.take(),
+              ElementsAre("fault 7 has severity 0, notified", "a load begins", "fault 7 has severity 5, notified",
+                          "fault 9 has severity 3, notified", "a whole load ends"));
+}
+
+TEST_F(EventThreadTest, ALoadOfTriesIsReportedAsOne) {
+  const fakes::RecordedReports reports;
+  fakes::set_active_faults({fault(3, 7, 5)});
+  count_too_many(3);
+  start_warm();
+  EXPECT_THAT(reports.take(), ElementsAre("a load begins", "fault 7 has severity 5", "a whole load ends"));
+}
+
+TEST_F(EventThreadTest, AListThatIsNotReadIsNoWholeLoad) {
+  const fakes::RecordedReports reports;
+  fakes::set_active_faults({fault(3, 7, 5)});
+  count_too_many(1000);
+  start_warm();
+  EXPECT_THAT(reports.take(), ElementsAre("a load begins", "a load ends early"));
+}
+
 TEST_F(EventThreadTest, TheConnectionIsClosedWhenTheThreadEnds) {
   start_warm();
   EXPECT_TRUE(fakes::connection_is_open(1));
@@ -375,89 +404,6 @@ TEST_F(EventThreadTest, TheHooksDoNothing) {
   PrintDataFromFE(nullptr);
   EXPECT_EQ(record.octets, fault(3, 7, 5).octets);
   EXPECT_THAT(fakes::log_lines(), IsEmpty());
-}
-
-using LoadTest = FaultTableTest;
-
-TEST_F(LoadTest, ReplacesWhatThereWas) {
-  apply(fault(3, 7, 5));
-  apply(fault(8, 7, 5));
-  fakes::reset_net_snmp();
-  fakes::set_active_faults({fault(3, 1, 5)});
-  EXPECT_EQ(init_fault_tables(), 0);
-  EXPECT_THAT(listed_indexes(), ElementsAre(1));
-  EXPECT_THAT(fakes::log_lines(),
-              ElementsAre(LogLine{LOG_DEBUG, "Cleared 2 event nodes\n"},
-                          LogLine{LOG_DEBUG, "Removed 2 fault entries\n"}, LogLine{LOG_DEBUG, "FE End Index 1\n"},
-                          LogLine{LOG_DEBUG, "Added an entry, Total Fault entries:1\n"}));
-}
-
-TEST_F(LoadTest, AnEngineWhoseListEndsEarlyLeavesTheTableEmpty) {
-  apply(fault(3, 7, 5));
-  fakes::set_active_faults({fault(3, 1, 5)});
-  fakes::set_active_fault_count(2);
-  EXPECT_EQ(init_fault_tables(), -1);
-  EXPECT_EQ(fakes::log_texts().back(), "Reached end of SEL info from FE\n");
-  EXPECT_THAT(listed_indexes(), IsEmpty());
-}
-
-TEST_F(LoadTest, WithoutMemoryTheTableIsEmpty) {
-  apply(fault(3, 7, 5));
-  fakes::reset_net_snmp();
-  fakes::fail_allocations(0, 1);
-  EXPECT_EQ(init_fault_tables(), -1);
-  EXPECT_THAT(fakes::log_texts(), ElementsAre("Cleared 1 event nodes\n", "Removed 1 fault entries\n",
-                                              "INIT_EVENT_THREAD:Failed to allocate memory\n"));
-  EXPECT_THAT(fakes::fault_engine_calls(), IsEmpty());
-}
-
-TEST_F(LoadTest, AFullBufferIsOneRead) {
-  std::vector<FaultRecord> records;
-  for (std::uint32_t index = 0; index < 1024; ++index) {
-    records.push_back(fault(3, index, 5));
-  }
-  fakes::set_active_faults(records);
-  EXPECT_EQ(init_fault_tables(), 0);
-  EXPECT_EQ(row_count(), 1024U);
-  EXPECT_THAT(fakes::fault_engine_calls(), ElementsAre("get_fe_table_count", "get_fe_table 0 1024"));
-}
-
-TEST_F(LoadTest, MoreFaultsThanTheBufferHoldsAreAllLoaded) {
-  std::vector<FaultRecord> records;
-  for (std::uint32_t index = 0; index < 2500; ++index) {
-    records.push_back(fault(index % 300, index, 5));
-  }
-  fakes::set_active_faults(records);
-  EXPECT_EQ(init_fault_tables(), 0);
-  EXPECT_EQ(row_count(), 2500U);
-  EXPECT_THAT(fakes::fault_engine_calls(), ElementsAre("get_fe_table_count", "get_fe_table 0 1024",
-                                                       "get_fe_table 1024 1024", "get_fe_table 2048 452"));
-}
-
-TEST_F(LoadTest, AListThatEndsInALaterReadKeepsWhatWasRead) {
-  fakes::set_active_faults(std::vector<FaultRecord>(1024, fault(3, 7, 5)));
-  fakes::set_active_fault_count(2'000'000'000);
-  EXPECT_EQ(init_fault_tables(), -1);
-  EXPECT_EQ(row_count(), 1U);
-  EXPECT_EQ(fakes::log_texts().back(), "Reached end of SEL info from FE\n");
-}
-
-TEST_F(LoadTest, NoFaultsAndNonsenseCountsAreReadAsNone) {
-  for (const int count : {0, -1, INT32_MIN}) {
-    fakes::set_active_fault_count(count);
-    EXPECT_EQ(init_fault_tables(), 0);
-    EXPECT_EQ(fakes::log_texts().back(), "FE End Index " + std::to_string(count) + "\n");
-  }
-  EXPECT_THAT(fakes::fault_engine_calls(), Contains("get_fe_table 0 0").Times(3));
-}
-
-TEST_F(LoadTest, NotifiesOnlyWhileTheFlagIsOn) {
-  fakes::set_active_faults({fault(3, 1, 5)});
-  init_fault_tables();
-  EXPECT_THAT(fakes::notifications(), IsEmpty());
-  needToSendTrapFlag = 1;
-  init_fault_tables();
-  EXPECT_THAT(fakes::notifications(), SizeIs(1));
 }
 
 }  // namespace

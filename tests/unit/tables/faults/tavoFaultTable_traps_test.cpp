@@ -5,7 +5,9 @@
 
 #include <string>
 
+#include "tests/fakes/allocation.h"
 #include "tests/fakes/clock.h"
+#include "tests/fakes/daemon.h"
 #include "tests/fixtures/fault_table_fixture.h"
 
 namespace tavo {
@@ -71,6 +73,24 @@ TEST_F(FaultNotificationTest, RaiseUpdateAndClearCarryThirteenVarbindsEach) {
   EXPECT_EQ(varbinds_of(sent[0]), varbinds_of_fault(raised, 7, 3));
   EXPECT_EQ(varbinds_of(sent[1]), varbinds_of_fault(raised, 7, 5));
   EXPECT_EQ(varbinds_of(sent[2]), varbinds_of_fault(cleared, 7, 0));
+}
+
+TEST_F(FaultNotificationTest, EachChangeIsReported) {
+  const fakes::RecordedReports reports;
+  apply(fault(3, 7, 3));
+  needToSendTrapFlag = 0;
+  apply(fault(3, 7, 0));
+  needToSendTrapFlag = 1;
+  apply(fault(3, 8, 0));
+  EXPECT_THAT(reports.take(), ElementsAre("fault 7 has severity 3, notified", "fault 7 has severity 0",
+                                          "fault 8 has severity 0, notified"));
+}
+
+TEST_F(FaultNotificationTest, AChangeWithoutMemoryIsReportedUnnotified) {
+  const fakes::RecordedReports reports;
+  fakes::fail_allocations(0, 1);
+  apply(fault(3, 7, 5));
+  EXPECT_THAT(reports.take(), ElementsAre("fault 7 has severity 5"));
 }
 
 TEST_F(FaultNotificationTest, NamesAndIndexAreUnsigned) {
