@@ -1,0 +1,103 @@
+// The changes of faults that the module has reported (core/health.h), numbered, and the faults that are active by them.
+//
+// A manager that knows the number of the last change it has seen can read the changes since, as long as they are kept,
+// and otherwise read the active faults. Faults are told apart by class and index, as the fault engine does it.
+#pragma once
+
+#include <compare>
+#include <cstddef>
+#include <cstdint>
+#include <ctime>
+#include <deque>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+namespace tavo {
+
+struct FaultKey {
+  std::uint32_t class_code;
+  std::uint32_t index;
+  auto operator<=>(const FaultKey &) const = default;
+};
+
+// One change, and how the fault was afterwards.
+struct FaultChange {
+  enum Kind : std::uint8_t {
+    Raised = 1,
+    Updated = 2,
+    Cleared = 3,
+    Vanished = 4,  // was not in the fault engine's list when that was loaded again
+  };
+  Kind kind;
+  bool notified;  // a notification tells of it
+  std::uint32_t number;
+  std::time_t time;
+  FaultKey fault;
+  std::uint32_t severity;  // 0 if the fault is not active any more
+  std::int32_t code;
+  std::int32_t cause;
+  std::uint8_t occurrences;
+  std::time_t first_time;
+  std::time_t last_time;
+  std::string affected_object;  // without the serial number that notifications may carry
+  std::string description;
+};
+using FaultChangePtr = std::shared_ptr<const FaultChange>;
+
+struct FaultSummary {
+  // Another one at each start, and whenever numbers do not follow from those before: then a manager begins anew.
+  std::uint32_t epoch;
+  std::uint32_t changes = 0;   // the number of the last one
+  std::uint32_t notified = 0;  // how many of them a notification tells of
+  std::uint32_t oldest = 0;    // the number of the first one that is kept; 0 if none is
+  std::size_t active = 0;      // faults
+  // False as long as active faults may be missing: before the first load, when the fault engine's list could not be
+  // read, and when memory was short.
+  bool complete = false;
+};
+
+// Any thread may call everything here.
+class FaultHistory {
+ public:
+  // What the module's reports reach. Never destroyed, because a thread of the module may outlive main().
+  static FaultHistory &instance();
+
+  // `last_number`: what the first change's number follows.
+  explicit FaultHistory(std::uint32_t last_number = 0);
+
+  // How many changes are kept; none at first. Call it before the first one.
+  void keep(std::size_t limit) { limit_ = limit; }
+
+  // Like the reports. A change for which there is no memory is not kept; a new epoch begins, and the active faults are
+  // not complete until they have been loaded again.
+  void changed(const void *record, bool notified) noexcept;
+  void load_begins() noexcept;
+  void load_ends(bool whole) noexcept;
+
+  FaultSummary summary() const;
+  // The last change of an active fault. Null if the fault is not active.
+  FaultChangePtr active(FaultKey fault) const;
+  // That of the active fault whose key is the lowest that is not below `from`. Null if there is none.
+  FaultChangePtr first_active(FaultKey from) const;
+  // The change with the lowest number that is not below `from`. Null if there is none.
+  FaultChangePtr first_change(std::uint32_t from) const;
+
+ private:
+  void add(FaultChange change);
+  void remove_unreported(std::uint32_t before_load);
+  void begin_epoch();
+  void lose_track();
+
+  std::size_t limit_ = 0;
+  mutable std::mutex mutex_;
+  // Guarded by mutex_.
+  std::deque<FaultChangePtr> changes_;  // kept, with numbers that follow each other
+  std::map<FaultKey, FaultChangePtr> active_;
+  FaultSummary summary_;
+  std::optional<std::uint32_t> before_load_;  // the last change before a load that is under way
+};
+
+}  // namespace tavo
