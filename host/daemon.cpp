@@ -24,6 +24,8 @@
 #include "host/chassis_link.h"
 #include "host/descriptors.h"
 #include "host/dump_files.h"
+#include "host/fault_history.h"
+#include "host/fault_mib.h"
 #include "host/health_mib.h"
 #include "host/master_subtrees.h"
 #include "host/module.h"
@@ -246,6 +248,7 @@ ExitStatus run_daemon(const Options &options) {
     load_platform_library(library);
   }
   pass_settings_to_module(options);
+  FaultHistory::instance().keep(options.change_limit);
   Module module(options.module);
   std::unique_ptr<ChassisLink> link;
   if (!options.chassis_block.empty()) {
@@ -266,6 +269,7 @@ ExitStatus run_daemon(const Options &options) {
     }
     path->attach();
     health.attach();
+    serve_faults(FaultHistory::instance());
   });
   close_descriptors_on_exec();
   warn_of_unwritable_dumps();

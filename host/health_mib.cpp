@@ -66,6 +66,7 @@ constexpr auto notification_objects = std::to_array<Object>({
       return counter(queue.dropped() + queue.lost());
     },
     [](const HealthMib &mib) { return counter(mib.sources().notifications.queue().refused()); },
+    [](const HealthMib &mib) { return counter(mib.sources().notifications.sinks().lost()); },
 });
 
 constexpr auto request_objects = std::to_array<Object>({

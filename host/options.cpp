@@ -83,6 +83,11 @@ void add_options(CLI::App &app, Options &options, RawOptions &raw) {
       ->capture_default_str()
       ->type_name("COUNT")
       ->check(CLI::Range(std::size_t{1}, std::size_t{1'000'000}));
+  app.add_option("--change-limit", options.change_limit,
+                 "How many changes of faults to keep for managers that have missed notifications")
+      ->capture_default_str()
+      ->type_name("COUNT")
+      ->check(CLI::Range(std::size_t{0}, std::size_t{1'000'000}));
   app.add_option("--tool-timeout", raw.tool_timeout, "Kill the module's tools after this many seconds, 0 for never")
       ->capture_default_str()
       ->type_name("SECONDS")

@@ -105,7 +105,7 @@ class TestDaemon:
         described = options_of_page(page("snmp-subagentd.8"))
         defaults = {name: match[1] for name, line in options_of_help("snmp-subagentd").items()
                     if (match := re.search(r"=(\S+)", line))}
-        assert len(defaults) == 5
+        assert len(defaults) == 6
         for name, default in defaults.items():
             words = rf"(?<![\w.]){re.escape(default)}(?!\w)"
             assert re.search(words, described[name]), name

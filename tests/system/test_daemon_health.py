@@ -24,10 +24,12 @@ SCALARS = {
     "Uptime": "1.1", "Threads": "1.2",
     "SessionState": "2.1", "SessionReconnects": "2.2",
     "NotificationsQueued": "3.1", "NotificationsLongestQueue": "3.2", "NotificationsSent": "3.3",
-    "NotificationsDropped": "3.4", "NotificationsRefused": "3.5",
+    "NotificationsDropped": "3.4", "NotificationsRefused": "3.5", "NotificationsUndelivered": "3.6",
     "RequestsWaiting": "4.1", "RequestsSetAside": "4.2", "RequestsLongestWait": "4.3",
     "ToolsStarted": "5.1", "ToolsFailed": "5.2", "ToolsKilled": "5.3",
     "PlatformCallsOverdue": "6.1", "PlatformOverdueCall": "6.2", "PlatformOverdueAge": "6.3",
+    "FaultsEpoch": "8.1", "FaultsChanges": "8.2", "FaultsNotified": "8.3", "FaultsOldestChange": "8.4",
+    "FaultsActive": "8.5", "FaultsComplete": "8.6",
 }
 COLUMNS = {"Rows": 3, "Rebuilds": 4, "Failures": 5, "LastTime": 6, "LastDuration": 7, "State": 8, "RebuildAge": 9}
 STAND_ALONE, CONNECTED = 1, 2
@@ -94,7 +96,7 @@ def test_every_object_is_served_as_the_mib_has_it(start, kind):
     walk = translated_walk(daemon.address)
     assert walk.stderr == ""
     assert "Wrong Type" not in walk.stdout
-    names = set(re.findall(r"(?m)^TAVO-SUBAGENT-MIB::(\w+)\.\d+ = ", walk.stdout))
+    names = set(re.findall(r"(?m)^TAVO-SUBAGENT-MIB::(\w+)\.[\d.]+ = ", walk.stdout))
     group_objects = re.findall(r"OBJECTS {([^}]*)}", (MIBS / "TAVO-SUBAGENT-MIB").read_text())
     assert names == {name for objects in group_objects for name in re.findall(r"\w+", objects)}
     health = Health(daemon.address)
@@ -127,7 +129,7 @@ def test_daemon_fronts_each_platform_function():
 def test_unknown_objects_are_refused(start):
     daemon = start(Daemon, module=TEST_MODULES / "notifier.so")
     answers = snmp("snmpget", daemon.address, *(f"{OBJECTS}.{oid}" for oid in (
-        "1.3.0", "1.0.0", "1.1", "1.1.1", "8.1.0", "7.1.1.1", "7.1.2.1", "7.1.10.1")))
+        "1.3.0", "1.0.0", "1.1", "1.1.1", "11.1.0", "8.7.0", "9.1.3.1.1", "10.1.2.1", "7.1.1.1", "7.1.2.1", "7.1.10.1")))
     assert all("No Such" in answer for answer in answers), answers
     assert snmp("snmpset", daemon.address, f"{OBJECTS}.1.2.0", "u", "1", check=False) == []
 

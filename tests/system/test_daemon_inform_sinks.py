@@ -8,10 +8,12 @@ import socket
 
 from agents import TEST_BASE, TEST_MODULES, Daemon, TrapCollector, snmpget, wait_until
 from datagrams import INFORM, Collector, varbinds
+from oids import DAEMON_BASE
 from udp_manager import RESPONSE
 
 NOTIFIER = TEST_MODULES / "notifier.so"
 NUMBER = f"{TEST_BASE}.2.0"
+UNDELIVERED = f"{DAEMON_BASE}.1.3.6.0"
 
 
 def numbers(collector):
@@ -53,6 +55,7 @@ def test_a_silent_sink_costs_neither_memory_nor_others(start):
         daemon.wait_for_log(rf"UDP: \[127.0.0.1\]:{silent.getsockname()[1]}.* does not acknowledge informs")
         daemon.wait_for_log(r"\d+ notifications to UDP: \[127.0.0.1\].* lost")
         assert snmpget(daemon.address, f"{TEST_BASE}.1.0")
+        assert int(snmpget(daemon.address, UNDELIVERED, options=["-Oqv"])[0]) >= 19_000
         daemon.stop()
         lost = [int(count) for count in re.findall(r"lost, (\d+) since", daemon.log())]
         assert lost[-1] >= 19_000, "the last line says how many there were in all"

@@ -117,6 +117,7 @@ TEST(OptionsTest, ABadOptionIsNamedAndHasTheUsageStatus) {
            {{"stray"}, "stray"},
            {{"-x"}, "-x"},
            {{"--notification-limit", "0"}, "--notification-limit"},
+           {{"--change-limit", "-1"}, "--change-limit"},
            {{"--tool-timeout", "-1"}, "--tool-timeout"},
            {{"--tool-timeout", "soon"}, "--tool-timeout"},
            {{"--answer-within", "-1"}, "--answer-within"},
