@@ -38,10 +38,30 @@ def _restore_signals():
 
 
 def start(command, **settings):
-    """Starts a server program. It gets a session of its own, so that Ctrl-C does not end it before its users."""
-    process = subprocess.Popen(command, start_new_session=True, preexec_fn=_restore_signals, **settings)
+    """Starts a server program. It gets a session of its own, so that Ctrl-C does not end it before its users, and
+    SIGTERM if the script is killed."""
+    bound_to_us = ["setpriv", "--pdeathsig", "TERM", "--", *command]
+    process = subprocess.Popen(bound_to_us, start_new_session=True, preexec_fn=_restore_signals, **settings)
     _own.add(process.pid)
     return process
+
+
+class Server:
+    """A server program that is not to end by itself. Its output goes to NAME.log in `logs`."""
+
+    def __init__(self, name, command, logs, **settings):
+        self.name = name
+        self.log = pathlib.Path(logs) / f"{name}.log"
+        with open(self.log, "wb") as log:
+            self.process = start(command, stdin=subprocess.DEVNULL, stdout=log, stderr=log, **settings)
+
+    def check(self):
+        """Ends the script if the program has ended."""
+        if self.process.poll() is not None:
+            sys.exit(f"{self.name} ended with status {exit_status(self.process)}:\n{self.end_of_log()}")
+
+    def end_of_log(self):
+        return "\n".join(self.log.read_text(errors="replace").splitlines()[-20:])
 
 
 def stop(process, patience):
