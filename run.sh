@@ -20,6 +20,10 @@ community public, until Ctrl-C. The start is warm: the daemon sends no start-up 
   --config FILE     take access control, SNMPv3 users and notification destinations from this file, in the form of
                     snmpd.conf (default: simulator/agent.conf, where community public may read everything)
   --fleet N         boot N servers on N ports, from --port on, each with a name and serial numbers of its own
+  --monitor         put Debian's SNMP exporter, Prometheus and Alertmanager around the server or servers, with a page
+                    that shows them; nothing is installed for it, but unpacked in the build tree
+  --monitor-port N  where these three listen on the loopback: Prometheus on this TCP port, the others on the next two
+                    (default: 19090)
   --scenario FILE   describe the server with this file (default: simulator/scenarios/rack-server.yaml)
   --in-place        do without namespaces, where they are refused: use (and litter) this machine's own /var, /tmp and
                     /usr/local/bin
@@ -40,10 +44,12 @@ command=
 boot_options=()
 agent_options=()
 fleet=
+monitor=
+monitor_port=19090
 configured=
 while [[ $# -gt 0 ]]; do
   case $1 in
-    --exec | --speed | --port | --scenario | --listen | --config | --fleet)
+    --exec | --speed | --port | --scenario | --listen | --config | --fleet | --monitor-port)
       [[ $# -ge 2 ]] || fail "$1 needs a value"
       case $1 in
         --exec) mode=exec command=$2 ;;
@@ -65,9 +71,13 @@ while [[ $# -gt 0 ]]; do
         --fleet)
           [[ $2 =~ ^[1-9][0-9]{0,2}$ ]] || fail "--fleet takes a number of servers from 1 to 999, not '$2'"
           fleet=$2 ;;
+        --monitor-port)
+          [[ $2 =~ ^[1-9][0-9]*$ && $2 -le 65533 ]] || fail "--monitor-port takes a number up to 65533, not '$2'"
+          monitor_port=$2 ;;
       esac
       shift ;;
     --once) mode=once ;;
+    --monitor) monitor=1 ;;
     --agentx) agent_options+=(--agentx) ;;
     --cold | --in-place) boot_options+=("$1") ;;
     --help | -h) usage; exit 0 ;;
@@ -96,6 +106,9 @@ if [[ $fleet ]]; then
   [[ $((port + fleet - 1)) -le 65535 ]] || fail "there are no $fleet ports from $port on"
 fi
 
+[[ -z $monitor || $mode == serve ]] ||
+  fail "--monitor serves until Ctrl-C; --exec and --once reach its server with --port alone"
+
 if running; then
   [[ $mode == serve || ${#boot_options[@]} -eq 0 && ${#agent_options[@]} -eq 0 && -z $configured ]] ||
     fail "a server is up on port $port already, booted with other options; stop it, or boot another with --port"
@@ -117,15 +130,20 @@ done
 port=$first_port
 "$root/scripts/build" release snmpextmibmodule snmp-subagentd bmcsim bmcsim_platform
 
-if [[ $fleet ]]; then
-  exec "$root/scripts/fleet" --build "$build" --port "$port" --count "$fleet" \
-    --boot-options "${boot_options[*]@Q}" --agent-options "${agent_options[*]@Q}"
-fi
-
 agent=("$root/scripts/with-agent" --build "$build" --port "$port" "${agent_options[@]}")
 case $mode in
   serve) ;;
   once) agent+=(-- "$root/scripts/print-tables" --community bmcsim "127.0.0.1:$port") ;;
   exec) agent+=(-- bash -c "$command") ;;
 esac
-exec "$root/simulator/boot" --build "$build" --state "$state" "${boot_options[@]}" -- "${agent[@]}"
+if [[ $fleet ]]; then
+  servers=("$root/scripts/fleet" --build "$build" --port "$port" --count "$fleet"
+    --boot-options "${boot_options[*]@Q}" --agent-options "${agent_options[*]@Q}")
+else
+  servers=("$root/simulator/boot" --build "$build" --state "$state" "${boot_options[@]}" -- "${agent[@]}")
+fi
+if [[ $monitor ]]; then
+  exec "$root/scripts/monitor" --build "$build" --port "$port" ${fleet:+--fleet "$fleet"} \
+    --monitor-port "$monitor_port" -- "${servers[@]}"
+fi
+exec "${servers[@]}"

@@ -45,6 +45,7 @@ done
 if [[ $long ]]; then
   parallel=1
   export TAVO_BAD_TOOLS=all
+  export TAVO_BROWSER=yes
   export TAVO_CYCLES=200
   export TAVO_ENDURANCE_MINUTES=120
   export TAVO_GATE_REQUESTS=2000
@@ -92,6 +93,7 @@ run_tests() {
 }
 
 scripts/install-packages test
+[[ -z $long ]] || scripts/install-packages browser
 
 if [[ $preset || ${#names[@]} -gt 0 ]]; then
   scripts/build "${preset:-release}" --with-tests

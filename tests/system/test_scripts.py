@@ -1,4 +1,4 @@
-"""scripts/install-packages and debian_programs.py, the options of test.sh and scripts/fuzz, and the entry point of CI."""
+"""scripts/install-packages, debian_programs.py, the options of test.sh and scripts/fuzz, and the entry point of CI."""
 
 import os
 import re
