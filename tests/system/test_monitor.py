@@ -47,7 +47,7 @@ def section(page, identity):
 
 def faults(page):
     """[(severity, description)] of the active faults that the page shows"""
-    shown = re.findall(r'<li data-fault="\d+"><span class="badge \w+">(\w+)</span>\s*<span><b>(.*?)</b>', page)
+    shown = re.findall(r'<li data-fault="\d+"><span class="badge \w+">(\w+)</span>\s*<span><b[^>]*>(.*?)</b>', page)
     return [(severity, html.unescape(text)) for severity, text in shown]
 
 
@@ -123,7 +123,7 @@ def test_the_worst_server_comes_first(monitored):
     assert [(int(port), name) for port, name in rows] == list(zip(monitored.ports, ["server-001", "server-002"]))
     for fault in json.loads(monitored.ctl("show --json faults", number=1))["faults"]:
         monitored.ctl(f"fault clear {fault['index']} class={fault['class']}", number=1)
-    page = monitored.wait_for_page(lambda page: "No active faults</p>" in page and page, "no faults", 1)
+    page = monitored.wait_for_page(lambda page: "No active faults" in page and page, "no faults", 1)
     assert headline(page) == "Needs attention"
     assert ">volume degraded<" in page
     monitored.ctl("fault raise 1 class=fan severity=info", number=1)
@@ -200,3 +200,25 @@ def test_wrong_options_are_named(arguments, complaint):
     result = run(*arguments)
     assert result.returncode == 2
     assert complaint in result.stderr
+
+
+def test_grafana_asks_for_what_there_is(monitored):
+    """Each query of the dashboard finds something on a server with faults, and fits on the screen."""
+    dashboard = json.loads((ROOT / "contrib/grafana/tavo.json").read_text())
+    panels = dashboard["panels"]
+    assert len({panel["id"] for panel in panels}) == len(panels)
+    cells = [(x, y) for panel in panels for place in [panel["gridPos"]]
+             for x in range(place["x"], place["x"] + place["w"]) for y in range(place["y"], place["y"] + place["h"])]
+    assert len(set(cells)) == len(cells) and max(x for x, _ in cells) == 23
+    variables = {variable["name"] for variable in dashboard["templating"]["list"]}
+    queries = [(panel, target) for panel in panels for target in panel.get("targets", [])]
+    assert len(queries) > 20
+    for panel, target in queries:
+        query = target["expr"].replace("$instance", monitored.address())
+        assert set(re.findall(r"\$([a-z]\w+)", target["expr"])) <= variables
+        found = wait_until(lambda query=query: monitored.query(query), what=f"a series for {panel['title']}: {query}")
+        # Legends and columns are made of labels.
+        labels = {label for series, _ in found for label in series} | {"Value"}
+        columns = {name for step in panel.get("transformations", []) if step["id"] == "filterFieldsByName"
+                   for name in step["options"]["include"]["names"]}
+        assert columns | set(re.findall(r"{{(\w+)}}", target.get("legendFormat", ""))) <= labels, panel["title"]

@@ -17,7 +17,7 @@ from server import SCENARIO
 
 SCREENSHOTS = os.environ.get("TAVO_SCREENSHOTS")
 MINUTES = 6  # of data, in the pictures
-DESKTOP = (1280, 800)
+DESKTOP = (1280, 940)
 PHONE = (390, 844)
 # Faults of the second server, and what is wrong with its parts.
 BREAK = ["fan fail FAN2_TACH1", "dimm fail DIMM_D1", "supply fail 2", "volume degrade 4 2",
@@ -75,7 +75,7 @@ def test_the_page_in_a_browser(monitored, start):
     # A healthy server.
     browser.open(address(monitored, 0))
     assert browser.texts(".state-of-all h2") == ["Healthy"]
-    assert browser.texts("#faults p") == ["No active faults"]
+    assert browser.texts(".state-of-all p") == ["No active faults."]
     wait_until(lambda: browser.run("return document.querySelectorAll('.plot path').length") == 6, what="six lines")
     assert len(browser.texts(".history li")) == 15
     wait_until(lambda: browser.run("return document.querySelectorAll('.strip .good').length") >= 15, what="the strips")
