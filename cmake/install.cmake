@@ -23,6 +23,7 @@ if(TAVO_BUILD_DAEMON)
     configure_file(host/snmp-subagentd.service.in snmp-subagentd.service @ONLY)
     install(FILES ${CMAKE_BINARY_DIR}/snmp-subagentd.service DESTINATION lib/systemd/system COMPONENT daemon)
     install(FILES host/snmp-subagentd.tmpfiles DESTINATION lib/tmpfiles.d RENAME snmp-subagentd.conf COMPONENT daemon)
+    install(FILES host/snmp-subagentd.sysusers DESTINATION lib/sysusers.d RENAME snmp-subagentd.conf COMPONENT daemon)
   endif()
 endif()
 

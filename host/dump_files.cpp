@@ -10,11 +10,12 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
+#include <set>
 
 namespace tavo {
 namespace {
 
-constexpr const char *directory = "/var";
 constexpr auto dumps = std::to_array<const char *>({
     "/var/getCPUInventory",
     "/var/getMemoryInventory",
@@ -27,26 +28,34 @@ constexpr auto dumps = std::to_array<const char *>({
     "/var/motherboardStatsInventory",
 });
 
-bool can_write(const char *path, int also) {
-  return faccessat(AT_FDCWD, path, W_OK | also, AT_EACCESS) == 0;
+// What must be writable so that a tool can write the dump: the file, or the directory that it will be made in. The dump
+// may be a link to a file that does not exist yet.
+std::filesystem::path place_of(const std::filesystem::path &dump) {
+  std::error_code ignored;
+  const std::filesystem::path target = std::filesystem::read_symlink(dump, ignored);
+  const std::filesystem::path file = dump.parent_path() / (target.empty() ? dump : target);
+  return std::filesystem::exists(file, ignored) ? file : file.parent_path();
 }
 
-void warn(const char *path) {
-  snmp_log(
-      LOG_WARNING,
-      "user %u cannot write %s: %s. What tables take from there stays empty, and each attempt takes 25 s or more\n",
-      geteuid(), path, std::strerror(errno));
+bool can_write(const std::filesystem::path &place) {
+  std::error_code ignored;
+  const int search = std::filesystem::is_directory(place, ignored) ? X_OK : 0;
+  return faccessat(AT_FDCWD, place.c_str(), W_OK | search, AT_EACCESS) == 0;
 }
 
 }  // namespace
 
 void warn_of_unwritable_dumps() {
-  if (!can_write(directory, X_OK)) {
-    warn(directory);
-  }
+  std::set<std::filesystem::path> places;
   for (const char *dump : dumps) {
-    if (!can_write(dump, F_OK) && errno != ENOENT) {
-      warn(dump);
+    places.insert(place_of(dump));
+  }
+  for (const std::filesystem::path &place : places) {
+    if (!can_write(place)) {
+      snmp_log(LOG_WARNING,
+               "user %u cannot write %s: %s. What tables take from there stays empty, and each attempt takes 25 s or "
+               "more\n",
+               geteuid(), place.c_str(), std::strerror(errno));
     }
   }
 }

@@ -142,7 +142,7 @@ def test_files_of_the_module_are_the_documented_ones():
     rows = re.findall(r"^\| (`/.*?) \|", section(document("operations.md"), "## Files", "## "), re.MULTILINE)
     documented = {path for row in rows for path in re.findall(r"`(/[^`]+)`", row)}
     # The daemon's own file is in its own page.
-    documented.remove("/var/lib/snmp/snmp-subagentd.conf")
+    documented.remove("/var/lib/snmp-subagentd/snmp-subagentd.conf")
     items = re.findall(r"^\.It Pa (.*)$", page("libsnmpextmibmodule.7"), re.MULTILINE)
     named = {path for item in items for path in item.split(" , ")} - {"/tmp/snmp_velt_sock"}
     assert len(documented) > 10

@@ -4,15 +4,17 @@ import pathlib
 import re
 import shutil
 import subprocess
+import sys
 
 import pytest
 
-from agents import BUILD, Daemon, snmp
-from server import MODULE, PLATFORM, Server, descendant
+from agents import BUILD, ROOT, wait_until
+from broken_world import can_become_others
+from server import SD_TRIGGER, ServedDaemon
+from test_walk import all_served, golden, server  # noqa: F401
 
 UNIT = (BUILD / "snmp-subagentd.service").read_text()
 HIGHEST_EXPOSURE = 3.0
-TABLES = "1.3.6.1.4.1.61453.4.207"
 
 
 def settings(name):
@@ -81,26 +83,87 @@ def traced_calls(trace):
     return set(re.findall(r"^\d+ +(\w+)\(", trace.read_text(errors="replace"), re.MULTILINE))
 
 
-@needs("systemd-analyze")
-@needs("strace")
-def test_daemon_serves_with_these_restrictions(directory, start):
-    """All that can be set without systemd: capabilities, umask, a read-only root, and a look at the system calls."""
-    kept = ",".join("+" + name.removeprefix("CAP_").lower() for name in settings("CapabilityBoundingSet")[0])
-    trace = directory / "trace"
-    server = start(Server)
-    daemon = start(Daemon, module=MODULE, platforms=[PLATFORM], timeout=120, program=[
-        *server.entered(), "unshare", "--mount", "sh", "-c", 'mount -o remount,bind,ro / && umask "$0" && exec "$@"',
-        settings("UMask")[0][0], "setpriv", f"--bounding-set=-all,{kept}", "--inh-caps=-all", "--no-new-privs",
-        "strace", "--follow-forks", "--quiet=all", "--output", trace, BUILD / "snmp-subagentd"])
+class Confinement:
+    """What the unit does to the daemon, on a simulated server: its user, no capability, a system that is read-only but
+    for the unit's own directories, and its system calls.
+    """
 
-    process = pathlib.Path(f"/proc/{descendant(daemon.pid, 'snmp-subagentd')}")
-    status = process.joinpath("status").read_text()
-    assert re.search(r"CapEff:\s+0*40a$", status, re.MULTILINE)  # bits 1, 3 and 10
-    roots = [options for _, _, _, _, place, options, *_ in map(str.split, process.joinpath("mountinfo").open())
-             if place == "/"]
-    assert roots[-1].startswith("ro")
-    assert len(snmp("snmpwalk", daemon.address, TABLES)) > 1500
-    daemon.stop()
-    made = traced_calls(trace)
-    assert {"execve", "bind", "sendmsg"} <= made
-    assert made - allowed_system_calls() == set()
+    user = 54321  # nobody on this machine
+
+    def __init__(self, directory, server):
+        self._trace = directory / "trace"
+        self._calls = directory / "calls"
+        self._calls.write_text("\n".join(sorted(allowed_system_calls())))
+        directory.chmod(0o777)
+        # The links in /var. The directory that they lead to is made for the daemon alone.
+        server.run("systemd-tmpfiles", "--create", ROOT / "host/snmp-subagentd.tmpfiles")
+        server.run("chmod", "-R", "a+rwX", "/var/bmcsim")
+
+    def words(self, *more):
+        """The words before the daemon's command. `more` are shell commands for the daemon's own mounts and files."""
+        (runtime,), (mode,) = settings("RuntimeDirectory")[0], settings("RuntimeDirectoryMode")[0]
+        script = ["mount -t tmpfs -o mode=755 run /run", f"mkdir /run/{runtime}",
+                  f"mount -t tmpfs -o uid={self.user},gid={self.user},mode={mode} runtime /run/{runtime}", *more,
+                  *(f"mount -o remount,bind,ro {place}" for place in ("/", "/var", "/run")),
+                  f"umask {settings('UMask')[0][0]}", 'exec "$@"']
+        return ["unshare", "--mount", "sh", "-ec", "\n".join(script), "sh",
+                "setpriv", f"--reuid={self.user}", f"--regid={self.user}", "--clear-groups", "--bounding-set=-all",
+                "--inh-caps=-all", "--no-new-privs", "strace", "--follow-forks", "--quiet=all", "--output", self._trace,
+                sys.executable, "-B", ROOT / "tests/system/confined.py", self._calls]
+
+    def refused_calls(self):
+        """Each system call that the daemon or its tools made in vain, because the unit does not allow it."""
+        made = traced_calls(self._trace)
+        assert {"execve", "bind", "sendmsg"} <= made
+        # The filter is set by one.
+        return made - allowed_system_calls() - {"seccomp"}
+
+
+@pytest.fixture
+def confinement(directory, server):  # noqa: F811
+    if not can_become_others():
+        pytest.skip("needs root, to run the daemon as another user")
+    return Confinement(directory, server)
+
+
+def files_of(daemon, place):
+    """{name: owner} of what is in this directory, as the daemon sees it."""
+    return {path.name: path.stat().st_uid for path in pathlib.Path(f"/proc/{daemon.pid}/root{place}").iterdir()}
+
+
+@needs("systemd-analyze")
+@needs("systemd-tmpfiles")
+@needs("strace")
+class TestConfinedDaemon:
+    def test_it_serves_every_value(self, start, server, confinement):  # noqa: F811
+        warm = "touch /run/snmp-subagentd/tvmcWarmStartup"
+        daemon = start(ServedDaemon, server, before=confinement.words(warm))
+        status = pathlib.Path(f"/proc/{daemon.pid}/status").read_text()
+        assert re.search(r"CapBnd:\s+0+\n", status) and re.search(r"Seccomp:\s+2\n", status)
+        assert all_served(daemon.address) == golden()
+        server.wait_for_sd_listener(daemon)
+        dumps = files_of(daemon, "/run/snmp-subagentd")
+        assert dumps.pop("tvmcWarmStartup") == 0
+        assert len(dumps) > 5 and set(dumps.values()) == {confinement.user}
+        assert "cannot write" not in daemon.log()
+        daemon.stop()
+        assert confinement.refused_calls() == set()
+
+    def test_a_cold_start_leaves_its_marker(self, start, server, confinement):  # noqa: F811
+        daemon = start(ServedDaemon, server, speed=60, before=confinement.words())
+        wait_until(lambda: files_of(daemon, "/run/snmp-subagentd").get("tvmcWarmStartup") == confinement.user,
+                   what="the marker, a minute after the start")
+        assert server.run("stat", "-L", "/var/tvmcWarmStartup", check=False).returncode != 0, "in the unit's own place"
+
+    def test_a_joined_private_tmp_has_the_sd_socket(self, start, server, confinement, directory):  # noqa: F811
+        private = "/tmp/private"  # with JoinsNamespaceOf= both units have it as /tmp
+        daemon = start(ServedDaemon, server, before=confinement.words(
+            f"mkdir -p {private}/{directory.name}", f"mount --bind {directory} {private}/{directory.name}",
+            f"chmod 1777 {private}", f"mount --rbind {private} /tmp"))
+        connect = "import socket; socket.socket(socket.AF_UNIX).connect('/tmp/snmp_velt_sock')"
+        ask = [sys.executable, "-c", connect]
+        assert server.run(*ask, check=False).returncode != 0
+        join = f'mount --bind {private} /tmp; exec "$@"'
+        wait_until(lambda: server.run("unshare", "--mount", "sh", "-ec", join, "sh", *ask, check=False).returncode == 0,
+                   what="the socket")
+        daemon.wait_for_log(SD_TRIGGER)
