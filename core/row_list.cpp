@@ -3,6 +3,10 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <span>
+#include <utility>
+
+#include "core/zeroed.h"
 
 namespace tavo {
 namespace {
@@ -16,6 +20,31 @@ void *load_pointer(const void *from) {
 
 void store_pointer(void *to, void *pointer) {
   std::memcpy(to, &pointer, sizeof pointer);
+}
+
+// Sorts by index; rows with the same index keep their order. False, and nothing changed, if memory is short. The
+// library's stable sort does the same with 4 KiB of code.
+bool sort_by_index(std::span<void *> rows) {
+  const Zeroed<std::byte[]> memory = make_zeroed_octets(rows.size(), sizeof(void *));
+  if (memory == nullptr) {
+    return rows.empty();
+  }
+  const std::span<void *> scratch(reinterpret_cast<void **>(memory.get()), rows.size());
+  std::span<void *> from = rows;
+  std::span<void *> to = scratch;
+  for (std::size_t run = 1; run < rows.size(); run *= 2) {
+    for (std::size_t begin = 0; begin < rows.size(); begin += 2 * run) {
+      const std::span<void *> pair = from.subspan(begin, std::min(2 * run, rows.size() - begin));
+      const auto middle = pair.begin() + static_cast<std::ptrdiff_t>(std::min(run, pair.size()));
+      std::merge(pair.begin(), middle, middle, pair.end(), to.begin() + static_cast<std::ptrdiff_t>(begin),
+                 [](const void *row, const void *other) { return RowList::index_of(row) < RowList::index_of(other); });
+    }
+    std::swap(from, to);
+  }
+  if (from.data() != rows.data()) {
+    std::ranges::copy(from, rows.begin());
+  }
+  return true;
 }
 
 }  // namespace
@@ -119,7 +148,9 @@ const RowPointers *RowList::ordered() {
     }
   }
   const auto rows = ordered_.rows();
-  std::ranges::stable_sort(rows, {}, index_of);
+  if (!sort_by_index(rows)) {
+    return nullptr;
+  }
   const auto end = std::unique(rows.begin(), rows.end(),
                                [](const void *row, const void *other) { return index_of(row) == index_of(other); });
   ordered_.shrink(static_cast<std::size_t>(end - rows.begin()));
