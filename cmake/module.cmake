@@ -2,15 +2,25 @@
 file(GLOB module_sources CONFIGURE_DEPENDS
      core/*.cpp sources/*.cpp tables/*/*.cpp refresh/*.cpp threads/*.cpp)
 
-add_library(module_objects OBJECT ${module_sources} module/start_up.cpp)
+add_library(module_objects OBJECT ${module_sources} ${CMAKE_SOURCE_DIR}/module/start_up.cpp)
 set_target_properties(module_objects PROPERTIES CXX_VISIBILITY_PRESET hidden
                                                 VISIBILITY_INLINES_HIDDEN ON)
 target_compile_options(module_objects PRIVATE -ffunction-sections -fdata-sections)
-# An ordinary request runs through these units alone. The rest waits for the platform or for a lock, and a controller
-# has little flash.
-list(FILTER module_sources EXCLUDE REGEX "/core/(access_lock|column|row_list|table|table_walk)[.]cpp$")
-set_source_files_properties(${module_sources} module/start_up.cpp PROPERTIES
-                            COMPILE_OPTIONS $<$<NOT:$<CONFIG:Debug>>:-Os>)
+# A controller has little flash. An ordinary request runs through the hot units alone; the rest waits for the platform or
+# for a lock. An exception, or a thread's exit, passes through the units that unwind and no other; without tables for
+# unwinding, the others are a fifth smaller.
+set(hot "/core/(access_lock|column|table|table_walk)[.]cpp$")
+set(unwinding "/(core/request_gate|threads/[a-z_]+)[.]cpp$")
+foreach(source ${module_sources} ${CMAKE_SOURCE_DIR}/module/start_up.cpp)
+  set(options)
+  if(NOT source MATCHES ${hot})
+    list(APPEND options -Oz)
+  endif()
+  if(NOT source MATCHES ${unwinding})
+    list(APPEND options -fno-exceptions -fno-unwind-tables -fno-asynchronous-unwind-tables)
+  endif()
+  set_source_files_properties(${source} PROPERTIES COMPILE_OPTIONS "$<$<NOT:$<CONFIG:Debug>>:${options}>")
+endforeach()
 # Where time_t has 32 bits, this file alone knows the times beyond 2038.
 set_source_files_properties(core/calendar.cpp PROPERTIES COMPILE_DEFINITIONS _TIME_BITS=64)
 target_link_libraries(module_objects PUBLIC netsnmpagent netsnmp Threads::Threads)
@@ -30,8 +40,22 @@ set_property(TARGET snmpextmibmodule APPEND PROPERTY LINK_DEPENDS ${CMAKE_BINARY
 # --gc-sections drops the columns' names, which only describe_tables reads.
 target_link_options(snmpextmibmodule PRIVATE
                     -Wl,--version-script=${CMAKE_BINARY_DIR}/module.map -Wl,-Bsymbolic -Wl,--gc-sections)
-
 harden(snmpextmibmodule)
+
+# Relative relocations, most of them of pointers to texts, take 11 KiB, or a quarter of one when packed. glibc applies
+# packed ones from 2.36 on, and an older one refuses the module.
+include(CheckCXXSourceCompiles)
+set(CMAKE_REQUIRED_LINK_OPTIONS LINKER:-z,pack-relative-relocs LINKER:--fatal-warnings)
+check_cxx_source_compiles("
+  #include <features.h>
+  #if !__GLIBC_PREREQ(2, 36)
+  #error too old
+  #endif
+  int main() {}" TAVO_LOADER_UNPACKS_RELOCATIONS)
+unset(CMAKE_REQUIRED_LINK_OPTIONS)
+if(TAVO_LOADER_UNPACKS_RELOCATIONS)
+  target_link_options(snmpextmibmodule PRIVATE LINKER:-z,pack-relative-relocs)
+endif()
 
 # A name with default visibility that the list lacks would be hidden without a word, and so would one that the list has
 # and no object defines.

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -115,7 +116,8 @@ struct RequestGate::Waiting {
 };
 
 RequestGate &RequestGate::instance() {
-  static RequestGate &gate = *new RequestGate;
+  alignas(RequestGate) static std::byte memory[sizeof(RequestGate)];
+  static RequestGate &gate = *new (memory) RequestGate;
   return gate;
 }
 
