@@ -47,6 +47,12 @@ class Alert:
     def is_open(self, now):
         return self.end is None or self.end > now
 
+    def for_api(self, now, lease):
+        """In the form of Alertmanager's API. The clock may have been set back: nothing may end before it starts."""
+        end = now + lease if self.end is None else self.end
+        return {"labels": self.labels, "annotations": self.annotations, "startsAt": rfc3339(min(self.start, now, end)),
+                "endsAt": rfc3339(end)}
+
 
 @dataclasses.dataclass
 class Fault:
@@ -135,7 +141,7 @@ class Alerts:
     def _end(self, identity, when):
         alert = self._alerts.get(identity)
         if alert and alert.is_open(when):
-            alert.end = max(when, alert.start)
+            alert.end = when
             self._tell(identity)
 
     def _tell(self, identity):
@@ -201,12 +207,9 @@ class Alerts:
         in the form of its API."""
         with self.changed:
             self.changed.wait_for(lambda: self._waiting[url] or stopping.is_set())
-            until = rfc3339(time.time() + self._settings.lease)
+            now = time.time()
             versions = dict(itertools.islice(self._waiting[url].items(), BATCH))
-            alerts = [self._alerts[identity] for identity in versions]
-            return versions, [{"labels": alert.labels, "annotations": alert.annotations,
-                               "startsAt": rfc3339(alert.start),
-                               "endsAt": until if alert.end is None else rfc3339(alert.end)} for alert in alerts]
+            return versions, [self._alerts[identity].for_api(now, self._settings.lease) for identity in versions]
 
     def told(self, url, versions):
         """The Alertmanager has what take() returned. What has changed since stays to be told."""

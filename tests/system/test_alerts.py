@@ -261,6 +261,19 @@ def test_an_alert_outlives_its_lease_by_repetition(start):
     alertmanager.wait_for(lambda labels: not labels, "the end of the lease")
 
 
+def test_a_clock_that_is_set_back_leaves_no_alert(alerting):
+    alertmanager, log, _ = alerting
+    log.send_fault(7)
+    raised = next(line for line in log.file.read_text().splitlines() if line.startswith("TAVO"))
+    seconds = raised.split()[1]
+    with open(log.file, "a") as file:
+        file.write(raised.replace(".7 = ", ".8 = ").replace(": 7|", ": 8|").replace(seconds, str(int(seconds) + 86400))
+                   + "\n")
+    alertmanager.wait_for(lambda labels: len(labels) == 2, "an alert now and one of tomorrow")
+    log.send_fault(8, severity=0, uptime=200)
+    alertmanager.wait_for(lambda labels: [alert["index"] for alert in labels] == ["7"], "the end of the latter")
+
+
 def test_garbage_does_no_harm(alerting):
     alertmanager, log, bridge = alerting
     octets = random.Random(1)
