@@ -206,9 +206,14 @@ TEST_F(ColumnTest, AnObjectIdentifierIsClampedToItsField) {
 
 TEST_F(ColumnTest, AnObjectIdentifierThatCannotBeEncodedIsEmpty) {
   row_.object.count = 2;
-  for (const auto [first, second, fits] : std::initializer_list<std::tuple<std::uint32_t, std::uint32_t, bool>>{
-           {0, 39, true}, {1, 39, true}, {2, 0xFFFFFFAF, true}, {0, 40, false}, {1, 40, false}, {2, 0xFFFFFFB0, false},
-           {3, 0, false}}) {
+  for (const auto &[first, second, fits] :
+       std::initializer_list<std::tuple<std::uint32_t, std::uint32_t, bool>>{{0, 39, true},
+                                                                             {1, 39, true},
+                                                                             {2, 0xFFFFFFAF, true},
+                                                                             {0, 40, false},
+                                                                             {1, 40, false},
+                                                                             {2, 0xFFFFFFB0, false},
+                                                                             {3, 0, false}}) {
     row_.object.sub_identifiers[0] = first;
     row_.object.sub_identifiers[1] = second;
     EXPECT_EQ(value(fakes::sample_column::object) == fakes::object_identifier({}), !fits) << first << '.' << second;
