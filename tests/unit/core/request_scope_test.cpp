@@ -198,7 +198,7 @@ TEST_F(RequestTest, WithoutItsEvLockARequestFindsNoRow) {
 TEST_F(RequestTest, ALockThatTheWalkHadToTakeIsReleased) {
   add_row(ev_sample, 1);
   EXPECT_EQ(fakes::get({cell(ev_root, 2, 2)}).answers.at(0).value, fakes::no_such_instance);  // starts the agent
-  fakes::fail_next_mutex_call(EINVAL);  // the gate's try
+  fakes::fail_next_mutex_call(EINVAL);                                                        // the gate's try
   EXPECT_EQ(fakes::get({cell(ev_root, 2, 1)}).answers.at(0).value, text("row-1"));
   EXPECT_FALSE(is_locked(ev_sample));
 }
