@@ -12,11 +12,11 @@ then the unit tests in two builds by clang, which check the lock annotations: al
 corpora, under AddressSanitizer and UndefinedBehaviorSanitizer, and those with threads under ThreadSanitizer.
 
 With NAMEs, runs only the tests in the optimised build whose names match one of these regular expressions (ctest -N
-lists the names). With --preset, runs the tests of that build instead: release, asan, tsan or clang.
+lists the names). With --preset, runs the tests of that build instead: release, asan, tsan, clang, armhf or arm64.
 
 --long is for releases: tests with a long form run in that form (CONTRIBUTING.md lists them), and only one test runs at
 a time, so that its figures mean something. Without NAMEs the sanitizer builds get the random requests as well, and each
-fuzzer runs for ten minutes (docs/fuzzing.md).
+fuzzer runs for ten minutes (docs/fuzzing.md); the unit tests also run on 32-bit Arm (docs/small-machines.md).
 TEXT
 }
 
@@ -28,8 +28,8 @@ parallel=$((3 * $(nproc)))  # three tests per core: most of the long ones wait f
 while [[ $# -gt 0 ]]; do
   case $1 in
     --preset)
-      if [[ ! ${2-} =~ ^(release|asan|tsan|clang)$ ]]; then
-        echo "test.sh: --preset takes release, asan, tsan or clang" >&2
+      if [[ ! ${2-} =~ ^(release|asan|tsan|clang|armhf|arm64)$ ]]; then
+        echo "test.sh: --preset takes release, asan, tsan, clang, armhf or arm64" >&2
         exit 2
       fi
       preset=$2
@@ -76,8 +76,9 @@ count_unit_tests() {
 
 # run_tests PRESET [CTEST OPTION]... adds to the counts. It prints no test that passes; build/PRESET-tests.log has all.
 run_tests() {
-  local log=build/$1-tests.log summary
-  ctest --preset "$@" --parallel "$parallel" --no-label-summary --no-tests=error 2>&1 | tee "$log" |
+  local log=build/$1-tests.log summary emulated=()
+  [[ ! -f cmake/toolchains/$1.cmake ]] || emulated=(scripts/emulate "$1")
+  "${emulated[@]}" ctest --preset "$@" --parallel "$parallel" --no-label-summary --no-tests=error 2>&1 | tee "$log" |
     grep --line-buffered -vE '^ *(Start +[0-9]+:|[0-9]+/[0-9]+ Test +#[0-9]+: .* Passed )|^$' || true
   summary=$(grep -aoE '[0-9]+ tests? failed out of [0-9]+' "$log" || true)
   # ctest prints no summary if it ran no test.
@@ -94,6 +95,8 @@ run_tests() {
 
 scripts/install-packages test
 [[ -z $long ]] || scripts/install-packages browser
+
+[[ ! $preset =~ ^arm && ! $long ]] || scripts/install-packages cross
 
 if [[ $preset || ${#names[@]} -gt 0 ]]; then
   scripts/build "${preset:-release}" --with-tests
@@ -114,6 +117,8 @@ else
     fi
   done
   if [[ $long ]]; then
+    scripts/build armhf --with-tests
+    run_tests armhf --label-exclude '^single$'
     if scripts/fuzz --seconds 600; then passed=$((passed + 1)); else failed=$((failed + 1)); fi
   fi
 fi
