@@ -88,8 +88,8 @@ class Icinga(Program):
 
     def services(self):
         """{service: (whether it was ever checked, state, the plugin's line, performance data)}"""
-        rows = json.loads(self._ask("GET services\nColumns: description has_been_checked state plugin_output perf_data\n"
-                                    "OutputFormat: json\n\n"))
+        columns = "description has_been_checked state plugin_output perf_data"
+        rows = json.loads(self._ask(f"GET services\nColumns: {columns}\nOutputFormat: json\n\n"))
         return {name: tuple(row) for name, *row in rows}
 
     def check(self, service):
@@ -148,7 +148,8 @@ def test_services_follow_the_server(monitored):
 
 
 def test_wrong_community_is_unknown(monitored):
-    _, icinga = monitored('  vars.tavo_community = "private"\n  vars.tavo_timeout = 1\n  vars.tavo_components = [ "fan" ]\n')
+    _, icinga = monitored('  vars.tavo_community = "private"\n  vars.tavo_timeout = 1\n'
+                          '  vars.tavo_components = [ "fan" ]\n')
     wait_until(lambda: icinga.check("tavo-fan")[1].startswith("TAVO UNKNOWN: 127.0.0.1: no answer within 1 s"),
                what="the check's complaint")
     assert icinga.services()["tavo-fan"][1] == UNKNOWN

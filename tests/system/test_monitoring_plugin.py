@@ -18,6 +18,7 @@ sys.path.insert(0, str(PLUGINS))
 from tavo_tables import COMPONENTS, CRITICAL, ENTERPRISE, METRICS, OK, PARTS, READINGS, UNKNOWN, WARNING  # noqa: E402
 
 SPEED = 45
+BUSY = 1.5  # seconds that a busy machine takes to start the plugin, and to end it
 SECRETS = {"-a": "SHA-256", "-A": "an authentication secret", "-x": "AES", "-X": "a privacy secret"}
 USERS = f"""\
 createUser monitor SHA-256 "{SECRETS['-A']}" AES "{SECRETS['-X']}"
@@ -170,7 +171,7 @@ def test_snmpv3_user_is_served(serving):
 ])
 def test_wrong_credentials_are_named(serving, credentials, said):
     _, ask = serving
-    result = ask("-t", "1", credentials=credentials)
+    result = ask("-t", "1" if "no answer" in said else "5", credentials=credentials)
     assert result.status == UNKNOWN and said in result.line, result.text
 
 
@@ -183,11 +184,11 @@ def test_narrow_view_is_no_empty_table(serving):
 
 def test_table_in_rebuilding_is_named(serving):
     server, ask = serving
-    server.ctl("tool", "datactl", "slow", str(2 * SPEED))
-    result = wait_until(lambda: next((result for result in [ask("-t", "1", "--component", "temperature,psu")]
+    server.ctl("tool", "datactl", "slow", str(4 * SPEED))
+    result = wait_until(lambda: next((result for result in [ask("-t", "2", "--component", "temperature,psu")]
                                       if result.status == UNKNOWN), None), what="a rebuild")
     server.ctl("tool", "datactl", "ok")
-    assert re.search(r"temperature: no answer within 1 s; tavo\w+StatsTable has been in rebuilding for [\d.]+ s",
+    assert re.search(r"temperature: no answer within 2 s; tavo\w+StatsTable has been in rebuilding for [\d.]+ s",
                      result.line)
     assert any(line.startswith("[OK] psu") for line in result.more)
     wait_until(lambda: ask("--component", "temperature").status == OK, what="the end of the rebuild")
@@ -206,7 +207,7 @@ def test_general_error_is_one_tables_trouble(start):
     hold(daemon, PROCESSOR_LOCK, 4)
     begin = time.monotonic()
     result = run(daemon.address, "-t", "3", "--component", "processor,controller")
-    assert time.monotonic() - begin < 3.5
+    assert time.monotonic() - begin < 3 + BUSY
     assert "[UNKNOWN] processor" in "\n".join(result.more) and "the agent answers genErr" in result.line
     assert "controller_present" in result.performance
     # Within its time, it waits for the end of the rebuild.
@@ -219,7 +220,7 @@ def test_general_error_is_one_tables_trouble(start):
 def test_timeout_is_kept(timeout):
     begin = time.monotonic()
     result = run(f"127.0.0.1:{free_port()}", "-t", str(timeout), "-e", "3")
-    assert timeout - 0.5 < time.monotonic() - begin < timeout + 0.5
+    assert timeout - 0.5 < time.monotonic() - begin < timeout + BUSY
     assert result.status == UNKNOWN and f"no answer within {timeout} s" in result.line
 
 
