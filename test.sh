@@ -56,6 +56,7 @@ if [[ $long ]]; then
   export TAVO_STOPPED_SECONDS=60
   export TAVO_STORM_RECORDS=525600
   export TAVO_STRESS_SECONDS=60
+  export TAVO_ZABBIX=run
 fi
 
 passed=0
