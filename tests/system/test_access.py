@@ -7,6 +7,7 @@ import subprocess
 import pytest
 
 from agents import ROOT, free_port, wait_until
+from documents import recipe
 from oids import FAULT_TABLE, OBJECTS, PROCESSOR_DN
 from server import SCENARIO, Server, ServedDaemon
 from test_run_sh_managers import ask, port, serve  # noqa: F401 (fixtures)
@@ -16,12 +17,6 @@ FAULT = f"{FAULT_TABLE}.1.5.11"
 SYSTEM = "1.3.6.1.2.1.1"
 PROCESSOR = f"{PROCESSOR_DN}.1"
 MODES = pytest.mark.parametrize("mode", [[], ["--agentx"]], ids=["alone", "agentx"])
-
-
-def recipe(title):
-    """The lines below this title in docs/access.md."""
-    text = (ROOT / "docs/access.md").read_text()
-    return re.search(rf"^```\n# {re.escape(title)}\n(.*?)^```$", text, re.MULTILINE | re.DOTALL)[1]
 
 
 @pytest.fixture
@@ -41,7 +36,7 @@ def as_user(name, *level):
 
 @MODES
 def test_community_reads_its_subtree(agent, mode):
-    address = agent(recipe("community of some hosts"), *mode)
+    address = agent(recipe("access.md", "community of some hosts"), *mode)
     community = ["-v2c", "-c", "a-word-of-your-own"]
     assert "cpu-1" in ask(address, *community, oid=PROCESSOR).stdout
     assert "No Such Object" in ask(address, *community, oid=f"{SYSTEM}.1.0").stdout
@@ -50,7 +45,7 @@ def test_community_reads_its_subtree(agent, mode):
 
 @MODES
 def test_user_must_encrypt(agent, mode):
-    address = agent(recipe("user"), *mode)
+    address = agent(recipe("access.md", "user"), *mode)
     assert "cpu-1" in ask(address, *as_user("monitor")).stdout
     assert "61453.1.3301" in ask(address, *as_user("monitor"), oid=f"{SYSTEM}.2.0").stdout
     unencrypted = ask(address, *as_user("monitor", "-l", "authNoPriv", *SECRETS[:4]))
@@ -61,7 +56,7 @@ def test_user_must_encrypt(agent, mode):
 
 @MODES
 def test_view_shows_faults_and_the_system(agent, mode):
-    address = agent(recipe("user with a view"), *mode)
+    address = agent(recipe("access.md", "user with a view"), *mode)
     wait_until(lambda: "fan-module-1-3" in ask(address, *as_user("alerts"), oid=FAULT).stdout, what="the faults")
     assert "61453.1.3301" in ask(address, *as_user("alerts"), oid=f"{SYSTEM}.2.0").stdout
     assert "No Such Object" in ask(address, *as_user("alerts"), oid=PROCESSOR).stdout
@@ -69,7 +64,7 @@ def test_view_shows_faults_and_the_system(agent, mode):
 
 @MODES
 def test_configuration_says_which_server_it_is(agent, mode):
-    address = agent(recipe("who am I") + recipe("user"), *mode)
+    address = agent(recipe("access.md", "who am I") + recipe("access.md", "user"), *mode)
     values = [ask(address, *as_user("monitor"), "-Oqv", oid=f"{SYSTEM}.{column}.0").stdout for column in (5, 6, 4)]
     assert [value.strip().strip('"') for value in values] == ["server-7", "Rack 12, unit 30",
                                                               "The people who mend servers"]
@@ -85,7 +80,7 @@ def test_view_names_every_group_of_tables():
 
 def test_passphrases_in_the_state_file_become_keys(start, directory):
     state = directory / "snmp-subagentd.conf"
-    line = next(line for line in recipe("user").splitlines() if line.startswith("createUser"))
+    line = next(line for line in recipe("access.md", "user").splitlines() if line.startswith("createUser"))
     state.write_text(f"{line}\n")
     daemon = start(ServedDaemon, start(Server), speed=20, configuration="rouser monitor authPriv\n")
     assert "cpu-1" in ask(daemon.address, *as_user("monitor")).stdout
@@ -120,7 +115,7 @@ def test_dtls_knows_a_manager_by_its_certificate(start, directory):
     certificates = Certificates(directory)
     stranger = directory / "stranger"
     stranger.mkdir()
-    configuration = recipe("DTLS")
+    configuration = recipe("access.md", "DTLS")
     for name in ("agent", "manager"):
         configuration = configuration.replace(f"{name.upper()}-FINGERPRINT", certificates.fingerprint(name))
     address = f"dtlsudp:127.0.0.1:{free_port()}"

@@ -15,6 +15,7 @@ from slow_tables import MODULE, PROCESSOR_LOCK, REAL_MODULE, hold
 
 PLUGINS = ROOT / "contrib/monitoring-plugins"
 sys.path.insert(0, str(PLUGINS))
+sys.dont_write_bytecode = True  # contrib/ is installed as it stands
 from tavo_tables import COMPONENTS, CRITICAL, ENTERPRISE, METRICS, OK, PARTS, READINGS, UNKNOWN, WARNING  # noqa: E402
 
 SPEED = 45
