@@ -1,5 +1,6 @@
 """contrib/monitoring-plugins/check_tavo_hardware, asked about simulated servers as a monitoring system would."""
 
+import os
 import re
 import subprocess
 import sys
@@ -46,10 +47,11 @@ class Result:
             f"TAVO {['OK', 'WARNING', 'CRITICAL', 'UNKNOWN'][self.status]}: ") and "|" not in "".join(self.more)
 
 
-def run(address, *options, credentials=("-C", "public")):
+def run(address, *options, credentials=("-C", "public"), **variables):
     host, port = address.split(":")
     return Result(subprocess.run([PLUGINS / "check_tavo_hardware", "-H", host, "-p", port, *credentials, *options],
-                                 capture_output=True, text=True, check=False, timeout=90))
+                                 capture_output=True, text=True, check=False, timeout=90,
+                                 env={**os.environ, **variables}))
 
 
 def as_user(name, **others):
@@ -158,6 +160,20 @@ def test_own_statuses_replace_the_usual(serving):
 def test_snmpv3_user_is_served(serving):
     _, ask = serving
     assert ask("--component", "psu", credentials=as_user("monitor")).status == OK
+
+
+@pytest.mark.parametrize("configuration, credentials", [
+    ("defCommunity public", []),
+    (f"defSecurityName monitor\ndefSecurityLevel authPriv\ndefAuthType SHA-256\ndefPrivType AES\n"
+     f"defAuthPassphrase {SECRETS['-A']}\ndefPrivPassphrase {SECRETS['-X']}", ["-P", "3"]),
+    ("quickPrinting yes\nnumericTimeticks yes\nmibs +ALL", ["-C", "public"]),
+])
+def test_secrets_come_from_snmp_conf(serving, tmp_path, configuration, credentials):
+    """What else it says, of the output say, changes nothing."""
+    _, ask = serving
+    (tmp_path / "snmp.conf").write_text(configuration + "\n")
+    result = ask("--component", "psu,agent", credentials=credentials, SNMPCONFPATH=str(tmp_path))
+    assert result.status == OK and result.performance["agent_uptime"][0] > 0, result.text
 
 
 @pytest.mark.parametrize("credentials, said", [
