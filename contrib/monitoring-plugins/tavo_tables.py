@@ -7,6 +7,7 @@ from typing import NamedTuple
 
 OK, WARNING, CRITICAL, UNKNOWN = range(4)
 ENTERPRISE = "1.3.6.1.4.1.61453.4"
+TEXTS = ["AffectedObject", "Description", "Dn", "Name"]  # columns; all others are numbers
 
 
 class Table(NamedTuple):

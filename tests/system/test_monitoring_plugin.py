@@ -233,6 +233,27 @@ def test_general_error_is_one_tables_trouble(start):
     daemon.wait_for_log(f"releasing {PROCESSOR_LOCK}")
 
 
+POWER_COLUMN = f".{ENTERPRISE}.207.1.9.14.1"
+
+
+@pytest.mark.parametrize("output, said", [
+    ("", "the agent answers with nothing"),
+    ("garbage", "the agent answers with nothing"),
+    (f"{POWER_COLUMN}.4.1 = ", "serves none of these tables"),
+    ("".join(f'{POWER_COLUMN}.{column}.1 = Hex-STRING: 61 FF 7C \n' for column in (4, 8, 12)),
+     "tavoComputeMbPowerStatsConsumedPower has a value of another kind: a"),
+    (f"{POWER_COLUMN}.4.1 = Hex-STRING: nonsense", "ValueError"),
+    ("\udcff\udcfe", "the agent answers with nothing"),
+])
+def test_strange_answers_are_unknown(tmp_path, output, said):
+    tool = tmp_path / "snmpbulkget"
+    tool.write_text(f"#!/bin/sh\ncat {tmp_path}/output\n")
+    tool.chmod(0o755)
+    (tmp_path / "output").write_text(output, errors="surrogateescape")
+    result = run("127.0.0.1:161", "--component", "power", PATH=f"{tmp_path}:/usr/bin:/bin", LC_ALL="C")
+    assert result.status == UNKNOWN and said in result.line
+
+
 @pytest.mark.parametrize("timeout", [1, 3])
 def test_timeout_is_kept(timeout):
     begin = time.monotonic()
