@@ -33,7 +33,8 @@ FILES = {
     "mibs": [*(PREFIX / "share/snmp/mibs" / mib.name for mib in ROOT.glob("mibs/TAVO-*")),
              *(PREFIX / "share/snmpextmibmodule/mibs" / mib.name for mib in ROOT.glob("mibs/base/*"))],
     "doc": [*(DOCUMENTS / name for name in ("README.md", "CHANGELOG.md", "CONTRIBUTING.md", "SECURITY.md", "LICENSE")),
-            *(DOCUMENTS / "docs" / document.name for document in ROOT.glob("docs/*.md"))],
+            *(DOCUMENTS / "docs" / document.name for document in ROOT.glob("docs/*.md")),
+            *(DOCUMENTS / "docs/images" / image.name for image in ROOT.glob("docs/images/*"))],
 }
 
 
