@@ -12,6 +12,11 @@ def test_changelog_begins_with_the_version():
     assert releases[0] == VERSION
 
 
+def test_debian_packages_have_the_version():
+    newest = (ROOT / "debian/changelog").read_text().partition("\n")[0]
+    assert re.fullmatch(rf"snmpextmibmodule \({re.escape(VERSION)}(?:[+-].*)?\) bookworm; urgency=\w+", newest)
+
+
 def test_security_policy_supports_the_version():
     supported = re.findall(r"^\| ([\d.]+)\.x \| yes \|$", (ROOT / "SECURITY.md").read_text(), re.MULTILINE)
     assert VERSION.rpartition(".")[0] in supported
