@@ -1,10 +1,10 @@
 #include "host/notification_queue.h"
 
-#include <malloc.h>
-
 #include <algorithm>
 #include <new>
 #include <utility>
+
+#include "core/freed_memory.h"
 
 namespace tavo {
 namespace {
@@ -193,7 +193,7 @@ void NotificationQueue::report_losses() {
 void NotificationQueue::give_memory_back() {
   if (backlog_ >= large_backlog && idle()) {
     backlog_ = 0;
-    malloc_trim(0);
+    tavo::give_memory_back();
   }
 }
 

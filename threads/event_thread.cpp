@@ -11,6 +11,7 @@
 #include <cstdlib>
 
 #include "core/background_thread.h"
+#include "core/freed_memory.h"
 #include "core/health.h"
 #include "core/record.h"
 #include "core/trace.h"
@@ -94,6 +95,7 @@ void load_faults() {
   report(tavo_fault_load_begins);
   const bool whole = load_whole_list();
   report(tavo_fault_load_ends, whole);
+  give_memory_back();  // of the block that they were read into, and of those that have gone
 }
 
 // Reloads all faults, because changes made without a connection were missed.

@@ -9,6 +9,7 @@
 
 #include "core/class_number.h"
 #include "core/conversions.h"
+#include "core/freed_memory.h"
 #include "core/health.h"
 #include "core/marker.h"
 #include "core/record.h"
@@ -97,15 +98,39 @@ void rewrite(Row &row, const Row &content) {
   row = content;
 }
 
+// How many rows have gone since memory was last given back. Guarded by the table's lock.
+constinit std::size_t rows_gone = 0;
+
+// Counts `gone` rows. True if their memory is to be given back: as many have gone as are left.
+bool is_mass_gone(std::size_t gone) TAVO_LOCKING(requires_capability(table.lock())) {
+  constexpr std::size_t least = 64;  // 64 KiB
+  rows_gone += gone;
+  if (rows_gone < std::max<std::size_t>(table.rows().count(), least)) {
+    return false;
+  }
+  rows_gone = 0;
+  return true;
+}
+
 // Takes `row` out of the list with `unlink`, which tells whether it was there, and frees it. 0, or the lock's error.
 template <class Unlink>
 int remove(Row *row, Unlink unlink) {
-  const ListGuard guard(table.lock());
-  if (guard.error() == 0 && unlink(table.rows())) {
-    std::free(row);
-    snmp_log(LOG_DEBUG, "Removed an entry, Total Fault entries:%d\n", listed_count());
+  bool mass_gone = false;
+  {
+    const ListGuard guard(table.lock());
+    if (guard.error() != 0) {
+      return guard.error();
+    }
+    if (unlink(table.rows())) {
+      std::free(row);
+      mass_gone = is_mass_gone(1);
+      snmp_log(LOG_DEBUG, "Removed an entry, Total Fault entries:%d\n", listed_count());
+    }
   }
-  return guard.error();
+  if (mass_gone) {
+    give_memory_back();
+  }
+  return 0;
 }
 
 // Ends a row whose node is gone.
