@@ -23,7 +23,7 @@ struct Options {
   std::vector<std::string> listen;                // --listen; empty means an AgentX subagent
   std::vector<std::string> platforms;             // --platform, in loading order
   std::string module = "libsnmpextmibmodule.so";  // --module
-  std::size_t notification_limit = 16384;         // --notification-limit
+  std::size_t notification_limit = 2048;          // --notification-limit
   std::size_t change_limit = 1000;                // --change-limit
   std::chrono::seconds tool_timeout{30};          // --tool-timeout; 0 means none
   std::chrono::milliseconds answer_within{0};     // --answer-within; 0 means none

@@ -55,7 +55,7 @@ def test_a_lost_session_is_found_again_within_seconds(start, master):
 def test_a_storm_at_a_deaf_master_costs_no_time(start, master):
     """It opens sessions and registers tables, but cuts off at a ping and acknowledges no notification."""
     master.answer = lambda kind, count: {NOTIFY: None, PING: CUT_OFF}.get(kind, 0)
-    daemon = start(Daemon, module=NOTIFIER, master=master)
+    daemon = start(Daemon, module=NOTIFIER, master=master, options=["--notification-limit", "3000"])
     daemon.order("send 1 3000 100")
     time.sleep(8)
     print(f"{master.received[OPEN]} sessions, {cpu_seconds(daemon):.2f} s of CPU")

@@ -48,7 +48,7 @@ def test_a_silent_sink_costs_neither_memory_nor_others(start):
         daemon.order("send 101 20000 960")
         wait_until(lambda: len(collector.datagrams) == 20_100, what="all of them at the other manager")
         assert numbers(collector) == list(range(1, 20_101))
-        # Of 20,000 notifications of 1.2 KiB, those in the queue (16,384 at most) and 50 at net-snmp.
+        # Of 20,000 notifications of 1.2 KiB, those in the queue (2,048 at most) and 50 at net-snmp.
         print(f"memory {before} KiB, peak {memory(daemon, 'VmHWM')} KiB, now {memory(daemon, 'VmRSS')} KiB")
         assert memory(daemon, "VmHWM") < before + 32 * 1024
         wait_until(lambda: memory(daemon, "VmRSS") < before + 4 * 1024, what="memory that is given back")
