@@ -7,6 +7,7 @@ set(own_data ${CMAKE_INSTALL_DATADIR}/${PROJECT_NAME})
 install(TARGETS snmpextmibmodule DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT module)
 install(DIRECTORY platform DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${PROJECT_NAME} COMPONENT module
         FILES_MATCHING PATTERN *.h)
+install(DIRECTORY examples/platform DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT module)
 install(FILES man/libsnmpextmibmodule.7 DESTINATION ${CMAKE_INSTALL_MANDIR}/man7 COMPONENT module)
 configure_file(platform/snmpextmibmodule.pc.in snmpextmibmodule.pc @ONLY)
 install(FILES ${CMAKE_BINARY_DIR}/snmpextmibmodule.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT module)

@@ -22,6 +22,7 @@ TABLES = "1.3.6.1.4.1.61453.4.207"
 FILES = {
     "module": [LIBRARIES / "libsnmpextmibmodule.so", LIBRARIES / "pkgconfig/snmpextmibmodule.pc",
                PREFIX / "share/man/man7/libsnmpextmibmodule.7",
+               *(DOCUMENTS / "examples/platform" / file.name for file in ROOT.glob("examples/platform/*")),
                *(PREFIX / "include/snmpextmibmodule/platform" / header.name for header in ROOT.glob("platform/*.h"))],
     "daemon": [PREFIX / "sbin/snmp-subagentd", PREFIX / "lib/systemd/system/snmp-subagentd.service",
                PREFIX / "lib/tmpfiles.d/snmp-subagentd.conf", PREFIX / "lib/sysusers.d/snmp-subagentd.conf", DOCUMENTS / "examples/snmp-subagentd.conf",
