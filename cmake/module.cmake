@@ -36,10 +36,12 @@ file(CONFIGURE OUTPUT ${CMAKE_BINARY_DIR}/module.map
 add_library(snmpextmibmodule MODULE)
 target_link_libraries(snmpextmibmodule PRIVATE module_objects)
 set_property(TARGET snmpextmibmodule APPEND PROPERTY LINK_DEPENDS ${CMAKE_BINARY_DIR}/module.map)
+# The map says what each object adds (bench/module_size.py).
 # -Bsymbolic: libnetsnmpagent, loaded earlier, exports a trap_version_id as well; the module must use its own.
 # --gc-sections drops the columns' names, which only describe_tables reads.
 target_link_options(snmpextmibmodule PRIVATE
-                    -Wl,--version-script=${CMAKE_BINARY_DIR}/module.map -Wl,-Bsymbolic -Wl,--gc-sections)
+                    -Wl,--version-script=${CMAKE_BINARY_DIR}/module.map -Wl,-Bsymbolic -Wl,--gc-sections
+                    LINKER:-Map=${CMAKE_BINARY_DIR}/module.link-map)
 harden(snmpextmibmodule)
 
 # Relative relocations, most of them of pointers to texts, take 11 KiB, or a quarter of one when packed. glibc applies

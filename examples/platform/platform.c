@@ -10,8 +10,7 @@
 #include "platform/fault_engine.h"
 #include "platform/inventory.h"
 
-/* Records have the same layout on every machine: integers are little-endian, and fields are written at their offsets.
- */
+/* Records have the same layout on every machine: integers are little-endian, and each field is at its offset. */
 static void put_word(unsigned char *field, uint32_t value) {
   for (int i = 0; i < 4; ++i) {
     field[i] = (unsigned char)(value >> (8 * i));

@@ -1,0 +1,88 @@
+#!/usr/bin/python3
+"""module_size.py [--record] [BUILD]: what fills the stripped module, in octets, and what has grown since it was recorded.
+
+By section, and by the object that the linker took it from. bench/recorded/module_size.json holds the recorded figures;
+--record writes them anew. Exit status 1 when the module is beyond its budget, 77 when the machine is not the one that
+the budget is for. BUILD is the build tree (default: build/release).
+"""
+
+import argparse
+import collections
+import json
+import pathlib
+import platform
+import re
+import subprocess
+import sys
+import tempfile
+
+ROOT = pathlib.Path(__file__).resolve().parents[1]
+RECORD = ROOT / "bench/recorded/module_size.json"
+BUDGET = 145 * 1024  # octets, of the file
+MACHINE = "x86_64"
+
+# A line of the linker's map: an input section, its address, its size and its object. A long name has a line of its own.
+INPUT = re.compile(r"^ (\.\S+)\s+0x[0-9a-f]+\s+0x([0-9a-f]+) (\S+)$", re.MULTILINE)
+OBJECT = re.compile(r"module_objects\.dir/(.*)\.cpp\.o$")
+LOADED = re.compile(r"\.(text|rodata|data|eh_frame|gcc_except_table|init_array)\b")
+SECTION = re.compile(r"^ *\[ *\d+\] (\.\S+) +(\S+) +[0-9a-f]+ [0-9a-f]+ ([0-9a-f]+) \S+ +(\w*)", re.MULTILINE)
+
+
+def sections(binary):
+    """{section: octets in the file}"""
+    text = subprocess.run(["readelf", "--wide", "--sections", binary], capture_output=True, text=True,
+                          check=True).stdout
+    return {name: int(size, 16) for name, kind, size, flags in SECTION.findall(text) if kind != "NOBITS"}
+
+
+def objects(link_map):
+    """{object, as core/table: octets}. Texts that several objects share are the linker's, and have their own line."""
+    _, _, placed = link_map.read_text().partition("Linker script and memory map")
+    sizes = collections.Counter()
+    for section, size, source in INPUT.findall(re.sub(r"^( \.\S+)\n", r"\1", placed, flags=re.MULTILINE)):
+        found = OBJECT.search(source)
+        if found and LOADED.match(section):
+            sizes["texts" if ".str" in section else found[1]] += int(size, 16)
+    return dict(sizes)
+
+
+def measure(build):
+    with tempfile.TemporaryDirectory() as directory:
+        stripped = pathlib.Path(directory) / "module.so"
+        subprocess.run(["strip", "-o", stripped, build / "libsnmpextmibmodule.so"], check=True)
+        return {"file": {"stripped module": stripped.stat().st_size}, "sections": sections(stripped),
+                "objects": objects(build / "module.link-map")}
+
+
+def print_table(kind, now, recorded):
+    print(f"{kind:42} {'octets':>8} {'grown':>8}")
+    for name, size in sorted(now.items(), key=lambda entry: -entry[1]):
+        grown = size - recorded.get(name, 0)
+        print(f"{name:42} {size:8} {f'{grown:+}' if grown else '':>8}")
+    print()
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--record", action="store_true", help="write the figures to bench/recorded/module_size.json")
+    parser.add_argument("build", metavar="BUILD", nargs="?", type=pathlib.Path, default=ROOT / "build/release")
+    arguments = parser.parse_args()
+    if platform.machine() != MACHINE:
+        print(f"skipped: the budget is for {MACHINE}")
+        sys.exit(77)
+    now = measure(arguments.build)
+    recorded = json.loads(RECORD.read_text()) if RECORD.exists() else collections.defaultdict(dict)
+    for kind, sizes in now.items():
+        print_table(kind, sizes, recorded[kind])
+    if arguments.record:
+        RECORD.parent.mkdir(exist_ok=True)
+        RECORD.write_text(json.dumps(now, indent=2, sort_keys=True) + "\n")
+    size = now["file"]["stripped module"]
+    print(f"{size} of {BUDGET} octets: {'within' if size <= BUDGET else 'beyond'} the budget")
+    if size > BUDGET:
+        print("Make it smaller where it has grown, or move the budget in bench/module_size.py and say why. --record "
+              "writes the figures anew.")
+    sys.exit(size > BUDGET)
+
+
+main()
