@@ -105,7 +105,7 @@ if [[ $preset || ${#names[@]} -gt 0 ]]; then
   [[ ${#names[@]} -eq 0 ]] || filter=(--tests-regex "$(IFS='|'; echo "${names[*]}")")
   run_tests "${preset:-release}" "${filter[@]}"
 else
-  scripts/build release --with-tests system_test_programs table_walk_bench
+  scripts/build release --with-tests system_test_programs table_walk_bench fault_record_bench
   run_tests release --label-exclude '^(unit|single)$' --exclude-regex '_NOT_BUILT$'
   for sanitizer in asan tsan; do
     targets=(unit_test_programs)

@@ -10,11 +10,9 @@ BENCH is table_walk_bench (default: build/release/table_walk_bench).
 """
 
 import pathlib
-import re
-import shutil
-import subprocess
 import sys
-import tempfile
+
+import callgrind
 
 ROOT = pathlib.Path(__file__).resolve().parents[1]
 READINGS = {"get": "GET of 20 varbinds", "next": "GETNEXT, whole table", "bulk": "GETBULK of 10, whole table"}
@@ -24,20 +22,12 @@ LIMIT = 0.03
 
 def instructions(bench, reading, *without_gate):
     """Of the agent, for a varbind."""
-    with tempfile.TemporaryDirectory() as directory:
-        result = subprocess.run(
-            ["valgrind", "--tool=callgrind", "--collect-atstart=no", "--toggle-collect=handle_snmp_packet",
-             f"--callgrind-out-file={directory}/out", bench, reading, str(ROWS), *without_gate],
-            capture_output=True, text=True, check=True)
-    counted = re.search(r"Collected : (\d+)", result.stderr)
-    return int(counted[1]) / int(result.stdout)
+    return callgrind.instructions_per_unit("handle_snmp_packet", bench, reading, ROWS, *without_gate)
 
 
 def main():
     bench = sys.argv[1] if len(sys.argv) > 1 else ROOT / "build/release/table_walk_bench"
-    if not shutil.which("valgrind"):
-        print("valgrind is not installed")
-        sys.exit(77)
+    callgrind.require()
     met = True
     print(f"{'':28} {'with gate':>10} {'without':>10} {'cost':>8}")
     for reading, name in READINGS.items():
