@@ -1,6 +1,6 @@
-// fault_record_bench raise|update|clear: applies a record of that kind for each of 1,000 faults of one class, and prints
-// how many. instructions.py counts what is executed in apply_counted(), which is the module's part: what the record is
-// made into, and the notification up to its hand-over.
+// fault_record_bench raise|update|clear: applies a record of that kind for each of 1,000 faults of one class, and
+// prints how many. instructions.py counts what is executed in apply_counted(), which is the module's part: what the
+// record is made into, and the notification up to its hand-over.
 #include <net-snmp/net-snmp-config.h>
 
 #include <net-snmp/net-snmp-includes.h>
