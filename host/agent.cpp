@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "host/engine_state.h"
+#include "host/master_search.h"
 #include "host/name.h"
 #include "host/system_group.h"
 
@@ -25,10 +26,6 @@ namespace tavo {
 extern "C" int subagent_startup(int major, int minor, void *server, void *client);  // no installed header declares it
 
 namespace {
-
-// How often the daemon looks for a lost master, and so about how long it stays away once the master is back. The
-// configuration can change it (agentXPingInterval).
-constexpr int ping_seconds = 1;
 
 // SIGHUP opens files again, when the daemon may have changed to another directory.
 std::string absolute(const std::string &file) {
@@ -112,7 +109,7 @@ void open_agent(const Options &options, const std::function<void()> &before_conf
     throw StartFailure(ExitStatus::Failure, "net-snmp's agent cannot be set up");
   }
   // After init_agent(), which sets its own default.
-  netsnmp_ds_set_int(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_AGENTX_PING_INTERVAL, ping_seconds);
+  netsnmp_ds_set_int(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_AGENTX_PING_INTERVAL, search_seconds);
   before_configuration();
   if (options.stand_alone()) {
     serve_system_group();

@@ -2,12 +2,18 @@
 // whenever a session ends, even one that ends while it is being opened: each failure doubles their number, until the
 // agent does nothing but try. Those that are left once a session stands never end. So the daemon replaces
 // snmp_alarm_register(), keeps a single alarm for the search, and lets it rest after each session that was cut off.
+//
+// While there is a session, net-snmp pings the master as often as it searches for a lost one, and so wakes both up. Over
+// a Unix socket a ping tells nothing: the kernel reports a master that ends at once.
+#include "host/master_search.h"
+
 #include <net-snmp/net-snmp-config.h>
 
 #include <net-snmp/net-snmp-includes.h>
 
 #include <dlfcn.h>
 #include <net-snmp/agent/net-snmp-agent-includes.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <chrono>
@@ -21,6 +27,7 @@ extern "C" {
 extern netsnmp_session *main_session;  // to the master; null without one
 snmp_alarm *sa_find_specific(unsigned int alarm);
 int subagent_startup(int major, int minor, void *server, void *client);
+void agentx_check_session(unsigned int alarm, void *session);
 }
 
 namespace {
@@ -31,6 +38,8 @@ using std::chrono::seconds;
 // A session that lasts so long has not been cut off.
 constexpr seconds good_session{1};
 constexpr seconds longest_rest{32};
+// net-snmp's own default.
+constexpr unsigned int seconds_between_pings = 15;
 
 // Used by the loop's thread only.
 struct Search {
@@ -87,11 +96,28 @@ bool is_search(unsigned int flags, SNMPAlarmCallback *callback, const void *argu
   return is_subagent && (flags & SA_REPEAT) != 0 && argument == nullptr && is_of_agent_library(callback);
 }
 
+bool is_ping(SNMPAlarmCallback *callback) {
+  static auto *const ping = next_definition<decltype(agentx_check_session)>("agentx_check_session");
+  return callback == ping;
+}
+
+bool is_on_this_machine(void *session) {
+  void *const known = snmp_sess_pointer(static_cast<netsnmp_session *>(session));
+  const netsnmp_transport *transport = known == nullptr ? nullptr : snmp_sess_transport(known);
+  int domain = AF_UNSPEC;
+  socklen_t size = sizeof domain;
+  return transport != nullptr && getsockopt(transport->sock, SOL_SOCKET, SO_DOMAIN, &domain, &size) == 0 &&
+         domain == AF_UNIX;
+}
+
 }  // namespace
 
 extern "C" unsigned int snmp_alarm_register(unsigned int interval, unsigned int flags, SNMPAlarmCallback *callback,
                                             void *argument) {
   static auto *const original = next_definition<decltype(::snmp_alarm_register)>("snmp_alarm_register");
+  if (interval == search_seconds && is_ping(callback)) {
+    return is_on_this_machine(argument) ? 0 : original(seconds_between_pings, flags, callback, argument);
+  }
   if (!is_search(flags, callback, argument)) {
     return original(interval, flags, callback, argument);
   }

@@ -55,7 +55,8 @@ def test_a_lost_session_is_found_again_within_seconds(start, master):
 def test_a_storm_at_a_deaf_master_costs_no_time(start, master):
     """It opens sessions and registers tables, but cuts off at a ping and acknowledges no notification."""
     master.answer = lambda kind, count: {NOTIFY: None, PING: CUT_OFF}.get(kind, 0)
-    daemon = start(Daemon, module=NOTIFIER, master=master, options=["--notification-limit", "3000"])
+    daemon = start(Daemon, module=NOTIFIER, master=master, options=["--notification-limit", "3000"],
+                   configuration="agentXPingInterval 2\n")
     daemon.order("send 1 3000 100")
     time.sleep(8)
     print(f"{master.received[OPEN]} sessions, {cpu_seconds(daemon):.2f} s of CPU")
@@ -85,3 +86,14 @@ def test_an_unanswered_notification_is_given_up(start, master):
     daemon.order("send 1 60 100")
     wait_until(lambda: len(set(master.payloads)) == 60, what="those behind the first burst")
     assert daemon.log().count("did not acknowledge a notification") >= 10
+
+
+def test_a_quiet_master_is_not_pinged(start, master):
+    """Not over a Unix socket, unless the configuration says so."""
+    daemon = start(Daemon, module=NOTIFIER, master=master)
+    daemon.wait_for_log(CONNECTED)
+    time.sleep(3)
+    assert master.received[PING] == 0
+    daemon.stop()
+    daemon = start(Daemon, module=NOTIFIER, master=master, configuration="agentXPingInterval 2\n")
+    wait_until(lambda: master.received[PING] >= 2, 10, "two pings")
