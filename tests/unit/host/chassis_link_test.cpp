@@ -11,7 +11,9 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <cstddef>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <future>
@@ -280,6 +282,16 @@ TEST_F(ChassisLinkUnderASendTest, TheNewestContentReplacesTheBlockAfterwards) {
   EXPECT_TRUE(becomes("fourth"));
   stop(*link_);
   EXPECT_EQ(log_.lines().size(), 2U) << "the contents in between never became the block";
+}
+
+TEST_F(ChassisLinkUnderASendTest, TheSendsEndIsAwaitedWithoutHaste) {
+  reload("second");
+  const std::clock_t before = std::clock();  // of the processor's time
+  std::this_thread::sleep_for(std::chrono::milliseconds(500));
+  EXPECT_LT(std::clock() - before, CLOCKS_PER_SEC / 20);
+  end_send();
+  EXPECT_TRUE(becomes("second"));
+  stop(*link_);
 }
 
 TEST_F(ChassisLinkUnderASendTest, AFileRemovedAfterItWasReadChangesNothing) {
