@@ -104,8 +104,9 @@ class Alerts:
         for fields in state.get("alerts", []):
             alert = Alert(**fields)
             self._alerts[alert.identity] = alert
-        for key, identity, *rest in state.get("faults", []):
-            self._faults[tuple(key)] = Fault(tuple(map(tuple, identity)), *rest)
+        for (instance, *key), identity, *rest in state.get("faults", []):
+            # An address may have got a name since.
+            self._faults[self._instances.get(instance, instance), *key] = Fault(tuple(map(tuple, identity)), *rest)
         # What each Alertmanager is still to be told: {identity: version}
         self._waiting = {url: {identity: object() for identity in self._alerts} for url in settings.alertmanager}
 

@@ -140,6 +140,21 @@ def test_faults_of_several_agents_are_apart(start, directory):
     assert [alert["annotations"].get("serial") for alert in alertmanager.alerts()].count("SERIAL-1") == 1
 
 
+def test_a_new_name_leaves_no_alert_behind(start, alerting, directory):
+    alertmanager, log, bridge = alerting
+    log.send_fault(7)
+    log.send_fault(8, severity=4)
+    alertmanager.wait_for(lambda labels: len(labels) == 2, "both alerts")
+    bridge.stop()
+    names = directory / "instances"
+    names.write_text("127.0.0.1 server-1\n")
+    start(Bridge, log, alertmanager, options=["--instances", names])
+    log.send_fault(7, severity=0, uptime=200)
+    log.send_fault(8, severity=6, uptime=200)
+    alertmanager.wait_for(lambda labels: [(alert["index"], alert["instance"]) for alert in labels] == [
+        ("8", "server-1")], "the other one under its new name")
+
+
 def test_a_start_ends_what_is_not_repeated(start, directory):
     alertmanager, log = start(Alertmanager), start(NotificationLog)
     start(Bridge, log, alertmanager, options=["--settle", "2", "--brief", "2"])
