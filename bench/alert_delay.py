@@ -26,7 +26,8 @@ sys.path.insert(0, str(ROOT / "tests/system"))
 
 from agents import Program, free_port, wait_until  # noqa: E402
 from alerting import Alertmanager, Bridge, NotificationLog  # noqa: E402
-from monitors import PROMETHEUS, Exporter, need  # noqa: E402
+from debian import need  # noqa: E402
+from monitors import PROMETHEUS, Exporter  # noqa: E402
 from server import ServedDaemon, Server  # noqa: E402
 
 STAGGER = 20  # seconds from server to server

@@ -3,8 +3,8 @@
 // agent does nothing but try. Those that are left once a session stands never end. So the daemon replaces
 // snmp_alarm_register(), keeps a single alarm for the search, and lets it rest after each session that was cut off.
 //
-// While there is a session, net-snmp pings the master as often as it searches for a lost one, and so wakes both up. Over
-// a Unix socket a ping tells nothing: the kernel reports a master that ends at once.
+// While there is a session, net-snmp pings the master as often as it searches for a lost one, and so wakes both up.
+// Over a Unix socket a ping tells nothing: the kernel reports a master that ends at once.
 #include "host/master_search.h"
 
 #include <net-snmp/net-snmp-config.h>

@@ -2,6 +2,7 @@
 
 import fcntl
 import os
+import re
 import shutil
 import subprocess
 
@@ -13,17 +14,37 @@ class Missing(Exception):
 def find(program, package, build):
     """The path of the program. If it is not installed, the package is unpacked in the directory `build`/debian, once.
 
-    Unpacking takes no root and starts nothing. Raises Missing.
+    Raises Missing.
     """
-    place = build / "debian" / package
-    path = f"{os.environ['PATH']}:{_programs(place)}"
-    found = shutil.which(program, path=path)
+    found = shutil.which(program, path=f"{os.environ['PATH']}:{_programs(build / 'debian' / package)}")
     if found is None:
-        place.mkdir(parents=True, exist_ok=True)
-        with open(place.with_suffix(".lock"), "w", encoding="ascii") as lock:
-            fcntl.flock(lock, fcntl.LOCK_EX)
-            found = shutil.which(program, path=path) or _unpack(program, package, place)
+        found = shutil.which(program, path=_programs(unpacked(build, package)))
+    if found is None:
+        raise Missing(f"{program} is missing, and not in the package {package}")
     return found
+
+
+def unpacked(build, *packages, with_needs=False):
+    """The directory below `build`/debian in which these packages are unpacked, once.
+
+    With `with_needs`, so is all that they need and the machine lacks. Takes no root and starts nothing. Raises Missing.
+    """
+    place = build / "debian" / packages[0]
+    complete = place / ".complete"
+    place.mkdir(parents=True, exist_ok=True)
+    with open(place.with_suffix(".lock"), "w", encoding="ascii") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)  # another program may be at it
+        if not complete.exists():
+            if with_needs:
+                plan = _apt_get(place, "install", "--simulate", "--no-install-recommends", *packages)
+                packages = re.findall(r"^Inst (\S+)", plan, re.MULTILINE)
+            if packages:
+                _apt_get(place, "download", *packages)
+            for archive in place.glob("*.deb"):
+                subprocess.run(["dpkg", "-x", archive, place], check=True)
+                archive.unlink()
+            complete.touch()
+    return place
 
 
 def command(program, package, build):
@@ -42,20 +63,18 @@ def _programs(place):
     return f"{place}/usr/bin:{place}/usr/sbin"
 
 
-def _unpack(program, package, place):
-    fetch = ["apt-get", "download", "-q", package]
-    fetched = subprocess.run(fetch, cwd=place, capture_output=True, text=True, check=False)
-    if fetched.returncode != 0 and os.geteuid() == 0:
+def _apt_get(place, what, *arguments):
+    """What apt-get prints. Raises Missing."""
+    def run():
+        return subprocess.run(["apt-get", what, "-q", *arguments], cwd=place, capture_output=True, text=True, check=False,
+                              env={**os.environ, "LC_ALL": "C"})
+
+    done = run()
+    if done.returncode != 0 and os.geteuid() == 0:
         # A new machine may not have the lists of packages.
         subprocess.run(["apt-get", "update", "-q"], capture_output=True, check=False)
-        fetched = subprocess.run(fetch, cwd=place, capture_output=True, text=True, check=False)
-    if fetched.returncode != 0:
-        why = (fetched.stderr.strip().splitlines() or ["no reason is given"])[-1]
-        raise Missing(f"{program} is missing, and its package {package} cannot be fetched: {why}")
-    for archive in place.glob("*.deb"):
-        subprocess.run(["dpkg", "-x", archive, place], check=True)
-        archive.unlink()
-    found = shutil.which(program, path=_programs(place))
-    if found is None:
-        raise Missing(f"{program} is missing, and not in the package {package}")
-    return found
+        done = run()
+    if done.returncode != 0:
+        why = (done.stderr.strip().splitlines() or ["no reason is given"])[-1]
+        raise Missing(f"{place.name} cannot be fetched: {why}")
+    return done.stdout

@@ -7,7 +7,8 @@ import socket
 import subprocess
 
 from agents import ROOT, SNMPTRAPD, Program, environment, free_port, wait_until
-from monitors import command_of, fetch
+from debian import command_of
+from monitors import fetch
 from oids import CLEARED, FAULT_TABLE, RAISED
 
 SNMPTRAPD_FILES = ROOT / "contrib/snmptrapd"

@@ -7,7 +7,8 @@ import subprocess
 import urllib.parse
 
 from agents import ROOT, free_port, wait_until
-from monitors import fetch, need
+from debian import need
+from monitors import fetch
 from test_run_sh import QUICK, run
 
 PROGRAMS = ["prometheus-snmp-exporter", "prometheus", "prometheus-alertmanager"]  # packages of the same names

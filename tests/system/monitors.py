@@ -3,32 +3,12 @@
 import re
 import socket
 import subprocess
-import sys
 import urllib.request
 
-import pytest
-
-from agents import BUILD, ROOT, Program, free_port
-
-sys.path.insert(0, str(ROOT / "scripts"))
-
-import debian_programs  # noqa: E402
+from agents import ROOT, Program, free_port
+from debian import command_of, need
 
 PROMETHEUS = ROOT / "contrib/prometheus"
-
-
-def need(program, package):
-    """The path of the program. Skips the test if there is none."""
-    try:
-        return debian_programs.find(program, package, BUILD)
-    except debian_programs.Missing as missing:
-        pytest.skip(str(missing))
-
-
-def command_of(program, package):
-    """The words that run the program, with its package's data. Skips the test if there is none."""
-    need(program, package)
-    return debian_programs.command(program, package, BUILD)
 
 
 def run(program, package, *arguments):

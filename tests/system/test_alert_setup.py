@@ -10,7 +10,7 @@ import pytest
 
 from agents import ROOT, environment, wait_until
 from alerting import ROUTES, SNMPTRAPD_FILES, Alertmanager, Bridge, NotificationLog
-from monitors import need
+from debian import need
 
 DOCUMENT = (ROOT / "docs/alerts.md").read_text()
 

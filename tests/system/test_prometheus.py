@@ -10,7 +10,8 @@ import pytest
 import yaml
 
 from agents import wait_until
-from monitors import PROMETHEUS, Exporter, need, run
+from debian import need
+from monitors import PROMETHEUS, Exporter, run
 from server import ServedDaemon, Server
 
 GENERATED = ["snmp.yml", "snmp-0.21.yml"]

@@ -8,7 +8,7 @@ import subprocess
 import pytest
 
 from agents import ROOT
-from monitors import debian_programs
+from debian import debian_programs
 
 INSTALL = ROOT / "scripts/install-packages"
 
@@ -141,5 +141,5 @@ def test_a_package_that_lacks_the_program_is_named(machine, find):
 
 def test_a_package_that_cannot_be_fetched_is_named(machine, find):
     machine.add_program("apt-get", 'echo "E: no network" >&2; exit 100')
-    with pytest.raises(debian_programs.Missing, match="its package hello cannot be fetched: E: no network"):
+    with pytest.raises(debian_programs.Missing, match="hello cannot be fetched: E: no network"):
         find("greet", "hello")

@@ -4,7 +4,7 @@ import signal
 
 from agents import ROOT, SNMPTRAPD, Program, free_port, wait_until
 from alerting import send_start_up
-from monitors import need
+from debian import need
 from server import ServedDaemon, Server
 
 SEVERITIES = ["Informational", "Condition", "Warning", "Minor", "Major", "Critical"]
