@@ -4,7 +4,6 @@
 // and otherwise read the active faults. Faults are told apart by class and index, as the fault engine does it.
 #pragma once
 
-#include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
@@ -14,13 +13,17 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <tuple>
 
 namespace tavo {
 
 struct FaultKey {
   std::uint32_t class_code;
   std::uint32_t index;
-  auto operator<=>(const FaultKey &) const = default;
+  bool operator==(const FaultKey &) const = default;
+  bool operator<(const FaultKey &other) const {
+    return std::tie(class_code, index) < std::tie(other.class_code, other.index);
+  }
 };
 
 // One change, and how the fault was afterwards.

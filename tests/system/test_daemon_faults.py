@@ -6,6 +6,7 @@ import pytest
 
 from agents import ROOT, Master, Program, snmp, snmpget, wait_until
 from datagrams import Collector
+from failing_malloc import FailingMalloc
 from oids import DAEMON_BASE, FAULT_TABLE
 from server import SCENARIO, ServedDaemon, Server
 
@@ -147,6 +148,26 @@ def test_faults_are_incomplete_until_they_are_loaded(start):
     assert numbers(daemon.address, COMPLETE, CHANGES) == [FALSE, 0]
     server.wait_for_listeners()
     assert numbers(daemon.address, COMPLETE, CHANGES, NOTIFIED) == [TRUE, 4, 4]
+
+
+def test_changes_without_memory_begin_a_new_epoch(start, server, directory):
+    memory = FailingMalloc(directory / "orders", own_only=True)
+    daemon = start(ServedDaemon, server, speed=20, preloads=[memory.library],
+                   before=["env", f"FAILING_MALLOC={memory.file}"])
+    server.wait_for_listeners()
+    epoch = numbers(daemon.address, EPOCH)
+    memory.fail_one_in(2)
+    for index in range(100, 120):
+        server.ctl("fault", "raise", str(index), "class=4")
+    daemon.wait_for_log("Added an entry, Total Fault entries:24\n")
+    memory.fail_one_in(0)
+    assert memory.failed > 10
+    assert numbers(daemon.address, EPOCH) != epoch
+    assert numbers(daemon.address, COMPLETE) == [FALSE]
+    assert faults(daemon.address) != SCENARIO_FAULTS | {(4, index) for index in range(100, 120)}
+    server.ctl("broadcaster", "close")
+    wait_until(lambda: numbers(daemon.address, COMPLETE) == [TRUE], what="all faults")
+    assert faults(daemon.address) == SCENARIO_FAULTS | {(4, index) for index in range(100, 120)}
 
 
 def test_walks_of_any_size_find_the_same(server, daemon):
