@@ -163,7 +163,12 @@ def test_an_unknown_server_is_no_error(monitored):
 
 
 def test_a_program_that_dies_is_named(directory):
-    with_one = Monitored(TMPDIR=str(directory))
+    """The agent's own configuration keeps Prometheus out as little as run.sh itself."""
+    access = directory / "access.conf"
+    access.write_text("rocommunity secret\n")
+    temporary = directory / "tmp"
+    temporary.mkdir()
+    with_one = Monitored("--config", str(access), TMPDIR=str(temporary))
     children = children_of(descendant(with_one.process.pid, "monitor"))
     os.kill(next(child for child in children if descendant(child, "prometheus-alertmanager") == child), signal.SIGKILL)
     output = with_one.process.stdout.read()
@@ -171,7 +176,7 @@ def test_a_program_that_dies_is_named(directory):
     assert "prometheus-alertmanager ended with status 137" in output
     with_one.process.stdout.close()
     assert_nothing_left(str(with_one.ports[0]))
-    assert processes_with(with_one.prometheus) == os.listdir(directory) == []
+    assert processes_with(with_one.prometheus) == os.listdir(temporary) == []
 
 
 def test_ctrl_c_ends_all_while_it_starts():
