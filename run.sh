@@ -24,6 +24,8 @@ community public, until Ctrl-C. The start is warm: the daemon sends no start-up 
                     that shows them; nothing is installed for it, but unpacked in the build tree
   --monitor-port N  where these three listen on the loopback: Prometheus on this TCP port, the others on the next two
                     (default: 19090)
+  --hardware        serve the hardware of this machine instead of a simulated server, as far as it can be read; root can
+                    read the most
   --scenario FILE   describe the server with this file (default: simulator/scenarios/rack-server.yaml)
   --in-place        do without namespaces, where they are refused: use (and litter) this machine's own /var, /tmp and
                     /usr/local/bin
@@ -79,7 +81,7 @@ while [[ $# -gt 0 ]]; do
     --once) mode=once ;;
     --monitor) monitor=1 ;;
     --agentx) agent_options+=(--agentx) ;;
-    --cold | --in-place) boot_options+=("$1") ;;
+    --cold | --in-place | --hardware) boot_options+=("$1") ;;
     --help | -h) usage; exit 0 ;;
     *) fail "unknown option '$1' (--help lists them)" ;;
   esac

@@ -3,14 +3,20 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <iostream>
 #include <optional>
 
+#include "bmcsim/record.h"
+#include "hardware/hardware.h"
+#include "hardware/sources.h"
 #include "service/control.h"
 #include "service/front_ends.h"
 #include "service/protocol.h"
+#include "service/replaced_file.h"
 #include "service/service.h"
 #include "simulator/drift.h"
 #include "simulator/numbering.h"
@@ -21,12 +27,22 @@ namespace {
 
 struct ServeOptions {
   std::string scenario;
+  bool hardware = false;  // serve this machine; there is no scenario then
+  std::string kept = "/var/lib/bmcsim/register.json";
   std::string socket = socket_path();
   Surroundings surroundings;
   int ready_fd = -1;               // negative: none
   std::optional<unsigned> drift;   // seconds; nothing: what the scenario says
   std::optional<unsigned> number;  // nothing: the scenario's own serial numbers
 };
+
+struct RecordOptions {
+  bool mask = false;
+  std::string file;  // empty: standard output
+};
+
+// How long the hardware may take until the server is served without what has not answered yet.
+constexpr std::chrono::seconds patience(30);
 
 // A descriptor for SIGTERM and SIGINT. Blocks both, so it must be called before the first thread starts.
 Descriptor stop_signals() {
@@ -38,8 +54,23 @@ Descriptor stop_signals() {
   return Descriptor(signalfd(-1, &signals, SFD_CLOEXEC));
 }
 
-int serve(const ServeOptions &options) {
-  const Descriptor stop = stop_signals();
+void say_ready(const ServeOptions &options, const std::string &what) {
+  std::cout << "bmcsim: serving " << what << " on " << options.socket << std::endl;
+  if (options.ready_fd >= 0) {
+    const Descriptor ready(options.ready_fd);
+    if (write(ready.get(), "\n", 1) != 1) {
+      std::cerr << "bmcsim: cannot write to descriptor " << options.ready_fd << '\n';
+    }
+  }
+}
+
+void say_unreadable(Hardware &hardware) {
+  for (const std::string &line : hardware.unreadable()) {
+    std::cerr << "bmcsim: not read: " << line << '\n';
+  }
+}
+
+void serve_scenario(const ServeOptions &options, int stop) {
   Inventory inventory = load_scenario(options.scenario);
   if (options.drift) {
     inventory.environment.set_number("drift", *options.drift);
@@ -49,26 +80,64 @@ int serve(const ServeOptions &options) {
   }
   Machine machine(std::move(inventory), options.surroundings);
   Service service(machine, options.socket);
-  std::cout << "bmcsim: serving " << options.scenario << " on " << options.socket << std::endl;
-  if (options.ready_fd >= 0) {
-    const Descriptor ready(options.ready_fd);
-    if (write(ready.get(), "\n", 1) != 1) {
-      std::cerr << "bmcsim: cannot write to descriptor " << options.ready_fd << '\n';
-    }
-  }
+  say_ready(options, options.scenario);
   Drift drift;
-  service.run(stop.get(), [&](unsigned seconds) { drift.advance(machine, seconds); });
-  return 0;
+  service.run(stop, [&](unsigned seconds) { drift.advance(machine, seconds); });
+}
+
+void serve_hardware(const ServeOptions &options, int stop) {
+  Register kept(options.kept);
+  Hardware hardware(all_sources(Roots(), kept), kept);
+  Machine machine(hardware.first_inventory(patience), options.surroundings);
+  say_unreadable(hardware);
+  Service service(machine, options.socket);
+  say_ready(options, "this machine");
+  service.run(stop, [&](unsigned) { hardware.advance(machine); });
+}
+
+int serve(const ServeOptions &options) {
+  const Descriptor stop = stop_signals();
+  if (!options.hardware) {
+    serve_scenario(options, stop.get());
+    return 0;
+  }
+  serve_hardware(options, stop.get());
+  // The thread of a source that hangs is still there, and uses what returning would destroy.
+  std::cout.flush();
+  std::_Exit(0);
+}
+
+int record(const RecordOptions &options) {
+  Register nothing_kept("");
+  Hardware hardware(all_sources(Roots(), nothing_kept), nothing_kept);
+  Inventory inventory = hardware.first_inventory(patience);
+  say_unreadable(hardware);
+  if (options.mask) {
+    mask_serials(inventory);
+  }
+  const std::string scenario = scenario_of(inventory, {});
+  if (options.file.empty()) {
+    std::cout << scenario << std::flush;
+  } else {
+    replace_file(options.file, std::as_bytes(std::span(scenario)));
+  }
+  std::_Exit(std::cout ? 0 : 1);  // as in serve()
 }
 
 int run_bmcsim(int argc, char **argv) {
-  CLI::App app{"Simulates a rack server's management controller: its services, files and tools.", "bmcsim"};
+  CLI::App app{"Stands for a rack server's management controller: its services, files and tools.", "bmcsim"};
   app.require_subcommand(1);
 
   ServeOptions options;
   CLI::App *serve_command =
-      app.add_subcommand("serve", "Simulate the server that a scenario describes, until SIGTERM or SIGINT");
-  serve_command->add_option("scenario", options.scenario, "a YAML file")->required();
+      app.add_subcommand("serve", "Serve a simulated server, or this machine, until SIGTERM or SIGINT");
+  CLI::Option *scenario =
+      serve_command->add_option("scenario", options.scenario, "a YAML file that describes a server");
+  serve_command->add_flag("--hardware", options.hardware, "serve this machine instead")->excludes(scenario);
+  serve_command
+      ->add_option("--register", options.kept,
+                   "with --hardware: where numbers and active faults are kept over restarts")
+      ->capture_default_str();
   serve_command->add_option("--socket", options.socket, "Unix socket to listen on")->capture_default_str();
   serve_command->add_option("--var", options.surroundings.var, "directory for the platform's files")
       ->capture_default_str();
@@ -80,6 +149,12 @@ int run_bmcsim(int argc, char **argv) {
       ->add_option("--number", options.number, "be this one of several servers, with serial numbers of its own")
       ->check(CLI::Range(1U, 65'535U));
   serve_command->add_option("--ready-fd", options.ready_fd, "descriptor to write a line to when the server is up");
+
+  RecordOptions record_options;
+  CLI::App *record_command = app.add_subcommand("record", "Write this machine as a scenario");
+  record_command->add_flag("--mask-serials", record_options.mask,
+                           "replace serial numbers and the UUID by made-up ones");
+  record_command->add_option("--output", record_options.file, "the file to write (default: standard output)");
 
   std::string socket = socket_path();
   unsigned wait_seconds = 0;
@@ -97,7 +172,13 @@ int run_bmcsim(int argc, char **argv) {
     return app.exit(error) == 0 ? 0 : wrong_usage;
   }
   if (serve_command->parsed()) {
+    if (!options.hardware && options.scenario.empty()) {
+      throw BadInput("serve needs a scenario, or --hardware");
+    }
     return serve(options);
+  }
+  if (record_command->parsed()) {
+    return record(record_options);
   }
   return run_control(words, socket, wait_seconds);
 }

@@ -62,6 +62,10 @@ const Part &find_part(const std::vector<Part> &parts, std::string_view field, co
 // Changes that part of the list, which keeps an identity of its own, and returns it.
 Part &change_found_part(std::vector<Part> &parts, std::string_view field, const std::string &wanted, Settings settings);
 
+// What a scenario would say of the server: JSON, which is YAML, so it is one. `wanted` is the key of one group; empty:
+// all of it.
+std::string scenario_of(const Inventory &inventory, const std::vector<Part> &faults, const std::string &wanted = "");
+
 // A line for each active fault.
 std::string describe_faults(Machine &machine);
 

@@ -2,6 +2,7 @@
 
 #include "core/class_number.h"
 #include "service/affected.h"
+#include "service/causes.h"
 #include "service/control.h"
 
 namespace tavo::service {
@@ -23,28 +24,23 @@ std::uint32_t index_of_fault(const Unit &unit) {
   return static_cast<std::uint32_t>(unit.class_code * 1000 + unit.ordinal);
 }
 
-std::string raise_fault(Machine &machine, const Unit &unit, const std::string &severity, const std::string &cause,
+std::string raise_fault(Machine &machine, const Unit &unit, const std::string &severity, int cause,
                         const std::string &description) {
-  const OwnSettings settings{"class=" + std::to_string(unit.class_code),
-                             "unit=" + std::to_string(unit.number),
-                             "severity=" + severity,
-                             "cause=" + cause,
-                             "description=" + description,
-                             "affected=" + unit.affected.dn,
-                             "affected-oid=" + unit.affected.oid};
+  const OwnSettings settings{
+      "class=" + std::to_string(unit.class_code), "unit=" + std::to_string(unit.number), "severity=" + severity,
+      "cause=" + std::to_string(cause),           "description=" + description,          "affected=" + unit.affected.dn,
+      "affected-oid=" + unit.affected.oid};
   const std::uint32_t index = index_of_fault(unit);
   machine.raise_fault(index, settings);
   return ", fault " + std::to_string(index) + " raised\n";
 }
 
 std::string raise_failure(Machine &machine, const Unit &unit) {
-  constexpr const char *cause_failed = "2";
-  return raise_fault(machine, unit, "major", cause_failed, unit.name + " has failed");
+  return raise_fault(machine, unit, "major", cause::failed, unit.name + " has failed");
 }
 
 std::string removed(Machine &machine, const Unit &unit) {
-  constexpr const char *cause_missing = "238";
-  return unit.name + " removed" + raise_fault(machine, unit, "warning", cause_missing, unit.name + " is missing");
+  return unit.name + " removed" + raise_fault(machine, unit, "warning", cause::missing, unit.name + " is missing");
 }
 
 std::string failed(Machine &machine, const Unit &unit) {

@@ -110,20 +110,6 @@ void check_group(const std::string &wanted) {
   }
 }
 
-// What a scenario would say of the server as it is now. JSON is YAML, so it is one.
-std::string show_json(Machine &machine, const std::string &wanted) {
-  auto shown = ordered_json::object();
-  for (const Group &group : groups) {
-    if (wanted.empty() || wanted == group.name) {
-      shown[std::string(group.name)] = machine.read(group.json);
-    }
-  }
-  if (wanted.empty() || wanted == "faults") {
-    shown["faults"] = list_json(machine.faults().active());
-  }
-  return shown.dump(2, ' ', false, ordered_json::error_handler_t::replace) + '\n';
-}
-
 std::string show_text(Machine &machine, const std::string &wanted) {
   std::string text;
   for (const Group &group : groups) {
@@ -144,7 +130,11 @@ std::string show(Machine &machine, Words words) {
   if (!wanted.empty()) {
     check_group(wanted);
   }
-  return as_json ? show_json(machine, wanted) : show_text(machine, wanted);
+  if (!as_json) {
+    return show_text(machine, wanted);
+  }
+  return scenario_of(machine.read([](const Inventory &inventory) { return inventory; }), machine.faults().active(),
+                     wanted);
 }
 
 struct ModeName {
@@ -204,6 +194,19 @@ constexpr auto commands = std::to_array<Command>({
 });
 
 }  // namespace
+
+std::string scenario_of(const Inventory &inventory, const std::vector<Part> &faults, const std::string &wanted) {
+  auto shown = ordered_json::object();
+  for (const Group &group : groups) {
+    if (wanted.empty() || wanted == group.name) {
+      shown[std::string(group.name)] = group.json(inventory);
+    }
+  }
+  if (wanted.empty() || wanted == "faults") {
+    shown["faults"] = list_json(faults);
+  }
+  return shown.dump(2, ' ', false, ordered_json::error_handler_t::replace) + '\n';
+}
 
 std::span<const Command> machine_commands() {
   return commands;

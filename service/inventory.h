@@ -12,6 +12,8 @@ struct RaidController {
   Part part{controller_kind};
   std::vector<Part> drives;   // at most STOR_DRIVE_CAPACITY, in snapshot order
   std::vector<Part> volumes;  // at most STOR_VOLUME_CAPACITY; a volume's number is its position, from 0
+
+  bool operator==(const RaidController &) const = default;
 };
 
 // The controllers themselves, without what is on them.
@@ -28,6 +30,8 @@ struct SdCards {
   Part controller{sd_controller_kind};
   std::vector<Part> cards;       // at most VELT_CARD_COUNT
   std::vector<Part> partitions;  // at most VELT_PARTITION_COUNT, in any order
+
+  bool operator==(const SdCards &) const = default;
 };
 
 struct Inventory {
@@ -42,6 +46,8 @@ struct Inventory {
   std::vector<Part> faults;  // those that are active when the server starts
   std::vector<RaidController> controllers;
   SdCards sd;
+
+  bool operator==(const Inventory &) const = default;
 };
 
 }  // namespace tavo::service

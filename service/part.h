@@ -92,6 +92,8 @@ class Part {
   void encode(std::span<std::byte> record) const;
   std::vector<std::byte> encoded() const;
 
+  bool operator==(const Part &) const = default;
+
  private:
   using Value = std::variant<std::int64_t, std::string>;
 

@@ -1,38 +1,17 @@
 #include "service/platform_files.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <string>
-#include <system_error>
 
-#include "core/descriptor.h"
 #include "platform/storage_snapshot.h"
 #include "service/little_endian.h"
+#include "service/replaced_file.h"
 
 namespace tavo::service {
 namespace {
 
 namespace fs = std::filesystem;
-
-// A reader sees the old file or the new one, and never a part of either.
-void replace_file(const fs::path &path, std::span<const std::byte> content) {
-  const fs::path fresh = path.string() + ".new";
-  const Descriptor file(open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
-  while (file && !content.empty()) {
-    const ssize_t written = write(file.get(), content.data(), content.size());
-    if (written < 0) {
-      throw std::system_error(errno, std::generic_category(), fresh.string());
-    }
-    content = content.subspan(static_cast<std::size_t>(written));
-  }
-  if (!file || rename(fresh.c_str(), path.c_str()) != 0) {
-    throw std::system_error(errno, std::generic_category(), path.string());
-  }
-}
 
 template <std::size_t Size>
 void replace_with_integer(const fs::path &path, std::int64_t number) {

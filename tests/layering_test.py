@@ -19,7 +19,8 @@ BELOW = {
     "host": {"core", "platform", "threads", "module"},
     "service": {"core", "platform"},
     "simulator": {"core", "platform", "service"},
-    "bmcsim": {"core", "platform", "service", "simulator"},
+    "hardware": {"core", "platform", "service"},
+    "bmcsim": {"core", "platform", "service", "simulator", "hardware"},
     "fuzz": {"core", "platform", "sources", "tables", "refresh", "threads", "host", "service", "simulator"},
 }
 
@@ -67,6 +68,8 @@ def test_no_include_points_upwards():
         ("host/main.cpp", "service/part.h"),
         ("service/part.cpp", "tables/faults/tavoFaultTable.h"),
         ("service/machine.cpp", "simulator/drift.h"),
+        ("hardware/hardware.cpp", "simulator/scenario.h"),
+        ("simulator/drift.cpp", "hardware/source.h"),
         ("host/options.cpp", "fuzz/harness/door.h"),
         ("core/deeper/table.h", "threads/event_thread.h"),
         ("tables/faults/tavoFaultTable.cpp", "tavoFaultTable.h"),

@@ -1,0 +1,98 @@
+#include "hardware/arrays.h"
+
+#include "hardware/sysfs.h"
+#include "platform/storage_snapshot.h"
+#include "service/causes.h"
+
+namespace tavo::service {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int volume_class = 210;
+constexpr std::int64_t block_size = 512;
+
+// What a controller is called that is a part of the kernel.
+constexpr const char *location = "MD";
+
+struct Array {
+  std::int64_t position;  // in the controller's list, from 0
+  std::string name;       // "md0"
+  std::string state;      // as a scenario writes it
+  std::int64_t blocks;
+};
+
+std::string state_of(const fs::path &md) {
+  const std::string state = read_attribute(md / "array_state").value_or("");
+  if (state.empty() || state == "inactive" || state == "clear" || state == "broken") {
+    return "offline";
+  }
+  return read_number(md / "degraded").value_or(0) > 0 ? "degraded" : "optimal";
+}
+
+void enter(Inventory &inventory, std::int64_t id, const std::vector<Array> &arrays) {
+  RaidController controller;
+  controller.part.set_number("id", id);
+  controller.part.set("mode", "2");
+  controller.part.set("location", location);
+  controller.part.set("description", "Linux software RAID");
+  controller.part.set("type", "MD");
+  for (const Array &array : arrays) {
+    const auto position = static_cast<std::size_t>(array.position);
+    while (controller.volumes.size() <= position) {
+      controller.volumes.emplace_back(volume_kind).set("state", "none");
+    }
+    Part &volume = controller.volumes[position];
+    volume.set("type", "0");
+    volume.set("state", array.state);
+    volume.set_number("capacity", array.blocks * block_size);
+    volume.set_number("blocks", array.blocks);
+  }
+  inventory.controllers.push_back(std::move(controller));
+}
+
+Trouble trouble_of(const Array &array) {
+  const std::string dn = std::string("sys/rack-unit-1/board/storage-SAS-") + location + "/vd-";
+  const bool is_offline = array.state == "offline";
+  return {.key = "array " + array.name,
+          .class_code = volume_class,
+          .unit = array.position,
+          .severity = is_offline ? "critical" : "major",
+          .cause = cause::failed,
+          .description = "Array " + array.name + " is " + array.state,
+          .affected = dn + std::to_string(array.position),
+          .affected_oid = "1.3.6.1.4.1.61453.4.207.1.45.8.1.2." + std::to_string(array.position + 1)};
+}
+
+}  // namespace
+
+Finding ArraySource::read() {
+  Finding finding;
+  std::vector<Array> arrays;
+  for (const fs::path &disk : entries(roots_.sys / "block", "md")) {
+    if (!fs::exists(disk / "md")) {
+      continue;
+    }
+    const std::string name = disk.filename();
+    const std::int64_t position = numbers_.number_of("array", name) - 1;
+    if (position >= STOR_VOLUME_CAPACITY) {
+      finding.unreadable.push_back(name + ": there are too many arrays");
+      continue;
+    }
+    arrays.push_back({.position = position,
+                      .name = name,
+                      .state = state_of(disk / "md"),
+                      .blocks = read_number(disk / "size").value_or(0)});
+    if (arrays.back().state != "optimal") {
+      finding.troubles.push_back(trouble_of(arrays.back()));
+    }
+  }
+  if (!arrays.empty()) {
+    finding.enter = [id = numbers_.number_of("controller", location), arrays](Inventory &inventory) {
+      enter(inventory, id, arrays);
+    };
+  }
+  return finding;
+}
+
+}  // namespace tavo::service

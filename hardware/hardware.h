@@ -1,0 +1,66 @@
+// The server that this program runs on, as its sources find it.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "hardware/fault_keeper.h"
+#include "hardware/register.h"
+#include "hardware/source.h"
+#include "service/machine.h"
+
+namespace tavo::service {
+
+// Each source is read on a thread of its own, so one that hangs stalls nobody else; after a while it is a fault.
+class Hardware {
+ public:
+  // `kept` outlives this object.
+  Hardware(std::vector<std::unique_ptr<Source>> sources, Register &kept);
+  // Waits for no source: the thread of one that hangs is left behind.
+  ~Hardware();
+  Hardware(const Hardware &) = delete;
+  Hardware &operator=(const Hardware &) = delete;
+
+  // The server once every source has been read, or as far as it is known when the time is up.
+  Inventory first_inventory(std::chrono::seconds at_most);
+
+  // What could not be read and why, a line each.
+  std::vector<std::string> unreadable();
+
+  // Brings the machine up to date and raises and clears faults. Called about once a second.
+  void advance(Machine &machine);
+
+ private:
+  // What a source's thread shares with the rest. The thread may outlive the Hardware.
+  struct Reader {
+    std::unique_ptr<Source> source;
+    std::mutex mutex;
+    std::condition_variable changed;
+    // Guarded by mutex.
+    std::optional<Finding> finding;
+    std::optional<std::chrono::steady_clock::time_point> reading_since;  // nothing: it is not being read
+    bool has_news = false;
+    bool stopping = false;
+  };
+
+  static void read_again_and_again(const std::shared_ptr<Reader> &reader);
+  static Finding read_once(Source &source);
+  static void wait_until_due(Reader &reader);
+
+  Inventory assemble();
+  std::vector<Trouble> troubles();
+  bool take_news();
+
+  std::vector<std::shared_ptr<Reader>> readers_;  // in the order in which they enter what they find
+  FaultKeeper keeper_;
+  std::optional<Inventory> shown_;  // what the machine has
+};
+
+}  // namespace tavo::service

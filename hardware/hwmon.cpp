@@ -1,0 +1,184 @@
+#include "hardware/hwmon.h"
+
+#include <array>
+#include <cstdio>
+#include <optional>
+
+#include "core/class_number.h"
+#include "hardware/sysfs.h"
+#include "platform/inventory.h"
+#include "service/causes.h"
+
+namespace tavo::service {
+namespace {
+
+namespace fs = std::filesystem;
+
+// Readings of whole degrees are written with one decimal, as all others are.
+std::string degrees(std::int64_t thousandths) {
+  std::array<char, 32> text{};
+  std::snprintf(text.data(), text.size(), "%.1f", static_cast<double>(thousandths) / 1000);
+  return text.data();
+}
+
+// Of a processor, by its number from 0.
+struct ProcessorTemperature {
+  std::size_t processor;
+  std::int64_t thousandths;
+  bool is_critical;
+};
+
+// A fan's number among all fans, from 1.
+struct Fan {
+  std::int64_t number;
+  bool has_failed;
+};
+
+struct Readings {
+  std::vector<ProcessorTemperature> processors;
+  std::vector<Fan> fans;
+  std::optional<std::int64_t> power;  // microwatts
+};
+
+bool is_over(std::int64_t now, const fs::path &limit) {
+  const auto most = read_number(limit);
+  return most && *most > 0 && now >= *most;
+}
+
+ProcessorTemperature processor_temperature(std::size_t processor, const fs::path &chip, const std::string &input) {
+  const std::int64_t now = read_number(chip / (input + "_input")).value_or(0);
+  return {.processor = processor, .thousandths = now, .is_critical = is_over(now, chip / (input + "_crit"))};
+}
+
+// "coretemp" has a chip for each processor, with the label "Package id N".
+void read_coretemp(const fs::path &chip, Readings &readings) {
+  constexpr std::string_view package = "Package id ";
+  for (const fs::path &label : entries(chip, "temp")) {
+    const std::string name = label.filename();
+    const std::string text = name.ends_with("_label") ? read_attribute(label).value_or("") : "";
+    if (text.starts_with(package)) {
+      const auto processor = static_cast<std::size_t>(std::atoi(text.c_str() + package.size()));
+      readings.processors.push_back(processor_temperature(processor, chip, name.substr(0, name.find('_'))));
+    }
+  }
+}
+
+void read_fans(const fs::path &chip, Readings &readings) {
+  for (const fs::path &input : entries(chip, "fan")) {
+    const std::string name = input.filename();
+    if (!name.ends_with("_input")) {
+      continue;
+    }
+    const std::string fan = name.substr(0, name.find('_'));
+    const auto turns = read_number(input);
+    const bool alarm =
+        read_number(chip / (fan + "_alarm")).value_or(0) != 0 || read_number(chip / (fan + "_fault")).value_or(0) != 0;
+    const bool stands_still = turns == 0 && read_number(chip / (fan + "_min")).value_or(0) > 0;
+    if (turns) {
+      readings.fans.push_back(
+          {.number = static_cast<std::int64_t>(readings.fans.size()) + 1, .has_failed = alarm || stands_still});
+    }
+  }
+}
+
+// Processors of AMD have a chip each, in the order of the processors.
+Readings read_chips(const fs::path &directory) {
+  Readings readings;
+  std::size_t amd_processors = 0;
+  for (const fs::path &chip : entries(directory, "hwmon")) {
+    const std::string driver = read_attribute(chip / "name").value_or("");
+    if (driver == "coretemp") {
+      read_coretemp(chip, readings);
+    } else if (driver == "k10temp") {
+      readings.processors.push_back(processor_temperature(amd_processors++, chip, "temp1"));
+    } else if (driver == "power_meter") {
+      readings.power = read_number(chip / "power1_average");
+    }
+    read_fans(chip, readings);
+  }
+  return readings;
+}
+
+std::string fan_name(std::int64_t number, std::string_view what) {
+  return "FAN" + std::to_string(number) + std::string(what);
+}
+
+Part fan_sensor(std::int64_t sensor, const std::string &name, std::int64_t fan, int type) {
+  Part part(sensor_kind);
+  part.set_number("number", sensor);
+  part.set("name", name);
+  part.set_number("entity", ENTITY_FAN);
+  part.set_number("instance", fan);
+  part.set_number("type", type);
+  return part;
+}
+
+// Two sensors a fan: its speed, and whether it is there. The speeds come first and without a gap, because readers stop
+// at the first number that they cannot read.
+void enter_fans(Inventory &inventory, const std::vector<Fan> &fans) {
+  for (const Fan &fan : fans) {
+    inventory.sensors.push_back(
+        fan_sensor(fan.number - 1, fan_name(fan.number, "_TACH1"), fan.number, SENSOR_TYPE_FAN));
+  }
+  const auto count = static_cast<std::int64_t>(fans.size());
+  for (const Fan &fan : fans) {
+    inventory.sensors.push_back(
+        fan_sensor(count + fan.number - 1, fan_name(fan.number, "_PRES"), fan.number, SENSOR_TYPE_ENTITY_PRESENCE));
+  }
+}
+
+void enter(Inventory &inventory, const Readings &readings) {
+  for (const ProcessorTemperature &reading : readings.processors) {
+    if (reading.processor < inventory.processors.size()) {
+      inventory.processors[reading.processor].set("temperature", degrees(reading.thousandths));
+    }
+  }
+  if (readings.power) {
+    inventory.environment.set("power", degrees(*readings.power / 1000));
+  }
+  enter_fans(inventory, readings.fans);
+}
+
+std::vector<Trouble> troubles_in(const Readings &readings) {
+  std::vector<Trouble> troubles;
+  for (const ProcessorTemperature &reading : readings.processors) {
+    if (reading.is_critical) {
+      const std::string number = std::to_string(reading.processor + 1);
+      troubles.push_back({.key = "processor " + number + " too hot",
+                          .class_code = class_number::processor,
+                          .unit = static_cast<std::int64_t>(reading.processor) + 1,
+                          .severity = "critical",
+                          .cause = cause::failed,
+                          .description = "Processor " + number + " is at its critical temperature"});
+    }
+  }
+  for (const Fan &fan : readings.fans) {
+    if (fan.has_failed) {
+      const std::string number = std::to_string(fan.number);
+      // The fault's unit is that of a first fan in a fan module.
+      troubles.push_back({.key = "fan " + number + " failed",
+                          .class_code = class_number::system_fan,
+                          .unit = (fan.number - 1) * 2,
+                          .severity = "major",
+                          .cause = cause::failed,
+                          .description = "Fan " + number + " has failed"});
+    }
+  }
+  return troubles;
+}
+
+}  // namespace
+
+Finding HwmonSource::read() {
+  const fs::path directory = roots_.sys / "class/hwmon";
+  const Readings readings = read_chips(directory);
+  Finding finding;
+  finding.enter = [readings](Inventory &inventory) { enter(inventory, readings); };
+  finding.troubles = troubles_in(readings);
+  if (entries(directory).empty()) {
+    finding.unreadable.push_back(directory.string() + ": no chips");
+  }
+  return finding;
+}
+
+}  // namespace tavo::service

@@ -1,0 +1,53 @@
+// What must stay the same from one start to the next: which number a place has, and which faults are active.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace tavo::service {
+
+// A fault that is active, or was when the service ended.
+struct RegisteredFault {
+  std::int64_t index;
+  std::int64_t class_code;
+  std::int64_t unit;
+  std::string severity;
+  std::int64_t cause;
+  std::string description;
+  std::string affected;
+  std::string affected_oid;
+  std::int64_t first_time;  // seconds since 1970
+};
+
+// A JSON file, replaced as a whole at each change. Thread safe.
+class Register {
+ public:
+  // An empty path keeps nothing. A file that cannot be read or is no register is moved aside, with a line on standard
+  // error: the numbers begin anew.
+  explicit Register(std::filesystem::path file);
+
+  // The number that the key has within its group: the one it had before or, if it is new, the lowest that is free, from
+  // 1 on.
+  std::int64_t number_of(const std::string &group, const std::string &key);
+
+  std::map<std::string, RegisteredFault> faults();
+  void keep_fault(const std::string &key, const RegisteredFault &fault);
+  void drop_fault(const std::string &key);
+
+ private:
+  void load();
+  void save();  // with mutex_ held
+
+  const std::filesystem::path file_;
+  std::mutex mutex_;
+  // Guarded by mutex_.
+  std::map<std::string, std::map<std::string, std::int64_t>> numbers_;  // by group and key
+  std::map<std::string, RegisteredFault> faults_;                       // by the trouble's key
+  bool save_failed_ = false;                                            // said once
+};
+
+}  // namespace tavo::service

@@ -1,0 +1,54 @@
+// The table in which the firmware describes the machine (System Management BIOS).
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "hardware/source.h"
+
+namespace tavo::service {
+
+// One structure of the table: octets at fixed offsets, from which fields are read, and texts, which fields number from
+// 1. What a structure is too short for, or a text that it lacks, is 0 or empty.
+class SmbiosStructure {
+ public:
+  SmbiosStructure(std::span<const std::byte> formatted, std::span<const std::byte> texts)
+      : formatted_(formatted), texts_(texts) {}
+
+  std::uint8_t type() const { return octet(0); }
+  std::uint8_t octet(std::size_t offset) const { return static_cast<std::uint8_t>(number(offset, 1)); }
+  std::uint16_t word(std::size_t offset) const { return static_cast<std::uint16_t>(number(offset, 2)); }
+  std::uint32_t long_word(std::size_t offset) const { return number(offset, 4); }
+  std::span<const std::byte> octets(std::size_t offset, std::size_t count) const;  // empty if they are not all there
+  // The text whose number stands at `offset`, without blanks around it. Phrases with which firmware says that it does
+  // not know, such as "To Be Filled By O.E.M.", are empty.
+  std::string text(std::size_t offset) const;
+
+ private:
+  std::uint32_t number(std::size_t offset, std::size_t size) const;
+
+  std::span<const std::byte> formatted_;
+  std::span<const std::byte> texts_;
+};
+
+// The structures of a table, up to its end mark or to the first that does not fit. They refer to `table`.
+std::vector<SmbiosStructure> smbios_structures(std::span<const std::byte> table);
+
+// The server, its board, processors and memory modules, as far as the table tells.
+class SmbiosSource : public Source {
+ public:
+  explicit SmbiosSource(Roots roots) : roots_(std::move(roots)) {}
+
+  std::string_view name() const override { return "SMBIOS"; }
+  std::chrono::seconds interval() const override { return std::chrono::seconds(0); }
+  Finding read() override;
+
+ private:
+  const Roots roots_;
+};
+
+}  // namespace tavo::service

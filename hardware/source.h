@@ -1,0 +1,64 @@
+// What there is to know of the machine that this program runs on, and where it comes from.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "service/inventory.h"
+
+namespace tavo::service {
+
+// The class of faults that are the whole server's: no class of the platform's parts.
+inline constexpr int server_class = 9;
+
+// A condition that is a fault for as long as it lasts.
+struct Trouble {
+  std::string key;                // names the condition for ever: "dimm DIMM_A1 uncorrected"
+  std::int64_t class_code;        // of the part: core/class_number.h
+  std::int64_t unit;              // the number by which the fault's class knows the part
+  std::string severity;           // as a scenario writes it
+  int cause;                      // service/causes.h
+  std::string description;        // a sentence for the operator
+  std::string affected = {};      // the part's distinguished name; empty: what the class and unit stand for
+  std::string affected_oid = {};  // the object identifier that goes with it
+};
+
+// What one reading of a source has found.
+struct Finding {
+  // Enters it into an inventory that already holds what the sources before this one have found.
+  std::function<void(Inventory &)> enter = [](Inventory &) {};
+  std::vector<Trouble> troubles;
+  // What could not be read and why, a line each: "/dev/ipmi0: no such file".
+  std::vector<std::string> unreadable;
+};
+
+// One way of getting to know the machine. A source is used by one thread at a time.
+class Source {
+ public:
+  Source() = default;
+  Source(const Source &) = delete;
+  Source &operator=(const Source &) = delete;
+  virtual ~Source() = default;
+
+  virtual std::string_view name() const = 0;
+  // How long after a reading the next one is due. Zero: what it reads never changes.
+  virtual std::chrono::seconds interval() const = 0;
+  // A descriptor that is readable once something has changed, so that the next reading is due at once; negative: none.
+  virtual int watch() const { return -1; }
+
+  // May take as long as the hardware does. Throws std::exception if nothing can be read at all.
+  virtual Finding read() = 0;
+};
+
+// Where the kernel shows the machine; other directories in tests.
+struct Roots {
+  std::filesystem::path sys = "/sys";
+  std::filesystem::path dev = "/dev";
+};
+
+}  // namespace tavo::service

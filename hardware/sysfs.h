@@ -1,0 +1,22 @@
+// Files of the kernel that hold one value each.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tavo::service {
+
+// The file's text without the line end and blanks around it; nothing if it cannot be read.
+std::optional<std::string> read_attribute(const std::filesystem::path &file);
+
+// The decimal number that the file begins with; nothing if it cannot be read or begins with something else.
+std::optional<std::int64_t> read_number(const std::filesystem::path &file);
+
+// The entries of a directory whose names begin with `prefix`, those with numbers in the order of the numbers. Empty if
+// it cannot be read.
+std::vector<std::filesystem::path> entries(const std::filesystem::path &directory, std::string_view prefix = "");
+
+}  // namespace tavo::service

@@ -1,0 +1,202 @@
+#include "hardware/disks.h"
+
+#include <gmock/gmock.h>
+
+#include "hardware/arrays.h"
+#include "tree.h"
+
+namespace tavo::service {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+constexpr const char *healthy = R"({"model_name": "MODEL-1", "serial_number": "S1", "firmware_version": "F1",
+  "smart_status": {"passed": true}, "temperature": {"current": 31}})";
+constexpr const char *failing = R"({"model_name": "MODEL-1", "smart_status": {"passed": false}})";
+
+TEST(Smart, AReportIsRead) {
+  const SmartReport report = parse_smart(healthy);
+  EXPECT_EQ(report.state, SmartReport::State::Answers);
+  EXPECT_EQ(report.healthy, true);
+  EXPECT_EQ(report.model, "MODEL-1");
+  EXPECT_EQ(report.serial, "S1");
+  EXPECT_EQ(report.firmware, "F1");
+  EXPECT_EQ(report.temperature, 31);
+}
+
+TEST(Smart, ADriveThatSleepsIsNotSilent) {
+  const auto report = parse_smart(R"({"smartctl": {"messages": [{"string": "Device is in STANDBY mode"}]}})");
+  EXPECT_EQ(report.state, SmartReport::State::Sleeps);
+}
+
+TEST(Smart, RubbishIsASilentDrive) {
+  for (const char *text : {"", "{", "[]", "7", R"({"smart_status": 3, "model_name": [], "temperature": "x"})",
+                           R"({"smartctl": {"messages": [7]}})", R"({"smartctl": {"messages": {}}})"}) {
+    EXPECT_EQ(parse_smart(text).state, SmartReport::State::Silent) << text;
+  }
+  EXPECT_EQ(parse_smart(std::string(100'000, '[')).state, SmartReport::State::Silent);
+}
+
+TEST(Smart, AMissingProgramIsNamed) {
+  EXPECT_THAT(ask_drive("/nonexistent/smartctl", "/dev/null").why_silent, HasSubstr("/nonexistent/smartctl: No such"));
+}
+
+class Disks : public Tree {
+ protected:
+  Disks() {
+    std::filesystem::create_directories(directory_ / "reports");
+    std::ofstream(smartctl()) << "#!/bin/sh\nfor last; do :; done\ncat " << (directory_ / "reports").string()
+                              << "/${last##*/}\n";
+    std::filesystem::permissions(smartctl(), std::filesystem::perms::owner_all);
+  }
+
+  std::filesystem::path smartctl() const { return directory_ / "smartctl"; }
+
+  void add_controller(const std::string &address, const std::string &device_class) {
+    write("bus/pci/devices/" + address + "/class", device_class + "\n");
+    write("bus/pci/devices/" + address + "/vendor", "0xfff1\n");
+    write("bus/pci/devices/" + address + "/device", "0xfff2\n");
+    write("bus/pci/devices/" + address + "/revision", "0x03\n");
+  }
+
+  void add_disk(const std::string &name, const std::string &device, const std::string &report) {
+    write(device + "/size", "2048\n");
+    write(device + "/queue/rotational", "0\n");
+    link("block/" + name, device);
+    std::ofstream(directory_ / "reports" / name) << report;
+  }
+
+  void pull(const std::string &name) { std::filesystem::remove(sys() / "block" / name); }
+
+  Register register_{""};
+  DiskSource source_{roots(), register_, smartctl()};
+};
+
+constexpr const char *sda = "devices/pci0000:00/0000:00:1f.2/ata3/host2/target2:0:0/2:0:0:0/block/sda";
+constexpr const char *nvme = "devices/pci0000:00/0000:00:01.0/0000:01:00.0/nvme/nvme0/nvme0n1";
+
+TEST_F(Disks, ADriveIsListedWithItsController) {
+  add_controller("0000:00:1f.2", "0x010601");
+  add_disk("sda", sda, healthy);
+  const Inventory inventory = found_by(source_);
+  ASSERT_THAT(inventory.controllers, SizeIs(1));
+  const RaidController &controller = inventory.controllers[0];
+  EXPECT_EQ(controller.part.text("location"), "0000:00:1f.2");
+  EXPECT_EQ(controller.part.text("type"), "SATA");
+  EXPECT_EQ(controller.part.text("revision"), "03");
+  ASSERT_THAT(controller.drives, SizeIs(1));
+  const Part &drive = controller.drives[0];
+  EXPECT_EQ(drive.text("name"), "sda");
+  EXPECT_EQ(drive.text("model"), "MODEL-1");
+  EXPECT_EQ(drive.text("revision"), "F1");
+  EXPECT_EQ(drive.number("capacity"), 2048 * 512);
+  EXPECT_EQ(drive.number("blocks"), 2048);
+  EXPECT_EQ(drive.number("slot"), 1);
+  EXPECT_EQ(drive.written(*find_field(drive_kind, "media")), "SSD");
+  EXPECT_EQ(drive.written(*find_field(drive_kind, "state")), "good");
+}
+
+TEST_F(Disks, AControllerInASlotIsKnownByIt) {
+  add_controller("0000:01:00.0", "0x010802");
+  write("bus/pci/slots/4/address", "0000:01:00\n");
+  add_disk("nvme0n1", nvme, healthy);
+  EXPECT_EQ(found_by(source_).controllers.at(0).part.text("location"), "SLOT-4");
+}
+
+TEST_F(Disks, NoTwoDrivesOfTheMachineShareASlot) {
+  add_controller("0000:00:1f.2", "0x010601");
+  add_controller("0000:01:00.0", "0x010802");
+  add_disk("sda", sda, healthy);
+  add_disk("nvme0n1", nvme, healthy);
+  const Inventory inventory = found_by(source_);
+  ASSERT_THAT(inventory.controllers, SizeIs(2));
+  EXPECT_NE(inventory.controllers[0].drives.at(0).number("slot"), inventory.controllers[1].drives.at(0).number("slot"));
+}
+
+TEST_F(Disks, WhatIsNoDriveIsLeftOut) {
+  add_disk("loop0", "devices/virtual/block/loop0", healthy);
+  add_disk("sr0", "devices/pci0000:00/0000:00:1f.2/ata4/host3/target3:0:0/3:0:0:0/block/sr0", healthy);
+  EXPECT_THAT(found_by(source_).controllers, IsEmpty());
+}
+
+TEST_F(Disks, ADriveThatIsFailingIsATrouble) {
+  add_disk("sda", sda, failing);
+  const Finding finding = source_.read();
+  ASSERT_THAT(finding.troubles, SizeIs(1));
+  EXPECT_EQ(finding.troubles[0].description, "Drive sda (MODEL-1) in slot 1 reports that it is failing");
+  EXPECT_EQ(finding.troubles[0].affected, "sys/rack-unit-1/board/storage-SAS-0000:00:1f.2/pd-1");
+  EXPECT_EQ(finding.troubles[0].affected_oid, "1.3.6.1.4.1.61453.4.207.1.45.4.1.2.1");
+}
+
+TEST_F(Disks, ADriveThatWasPulledIsATroubleUntilItReturns) {
+  add_disk("sda", sda, healthy);
+  EXPECT_THAT(source_.read().troubles, IsEmpty());
+  pull("sda");
+  const Finding gone = source_.read();
+  ASSERT_THAT(gone.troubles, SizeIs(1));
+  EXPECT_EQ(gone.troubles[0].description, "Drive sda (MODEL-1) in slot 1 is missing");
+  link("block/sda", sda);
+  EXPECT_THAT(source_.read().troubles, IsEmpty());
+}
+
+TEST_F(Disks, ADriveThatDoesNotAnswerIsStillListed) {
+  add_disk("sda", sda, "no JSON");
+  const Finding finding = source_.read();
+  EXPECT_THAT(finding.unreadable, ElementsAre("sda: smartctl printed no JSON"));
+  EXPECT_THAT(found_by(source_).controllers.at(0).drives, SizeIs(1));
+}
+
+class Arrays : public Tree {
+ protected:
+  void add_array(const std::string &name, const std::string &state, const std::string &degraded) {
+    write("block/" + name + "/size", "4096\n");
+    write("block/" + name + "/md/array_state", state + "\n");
+    write("block/" + name + "/md/degraded", degraded + "\n");
+  }
+
+  Register register_{""};
+  ArraySource source_{roots(), register_};
+};
+
+TEST_F(Arrays, AnArrayIsAVolume) {
+  add_array("md0", "clean", "0");
+  const Inventory inventory = found_by(source_);
+  ASSERT_THAT(inventory.controllers, SizeIs(1));
+  EXPECT_EQ(inventory.controllers[0].part.text("location"), "MD");
+  ASSERT_THAT(inventory.controllers[0].volumes, SizeIs(1));
+  const Part &volume = inventory.controllers[0].volumes[0];
+  EXPECT_EQ(volume.written(*find_field(volume_kind, "state")), "optimal");
+  EXPECT_EQ(volume.number("capacity"), 4096 * 512);
+  EXPECT_THAT(source_.read().troubles, IsEmpty());
+}
+
+TEST_F(Arrays, ADegradedOrStoppedArrayIsATrouble) {
+  add_array("md0", "active", "1");
+  add_array("md1", "inactive", "0");
+  const Finding finding = source_.read();
+  ASSERT_THAT(finding.troubles, SizeIs(2));
+  EXPECT_EQ(finding.troubles[0].description, "Array md0 is degraded");
+  EXPECT_EQ(finding.troubles[0].severity, "major");
+  EXPECT_EQ(finding.troubles[1].description, "Array md1 is offline");
+  EXPECT_EQ(finding.troubles[1].severity, "critical");
+}
+
+TEST_F(Arrays, AnArrayKeepsItsNumber) {
+  add_array("md0", "clean", "0");
+  add_array("md1", "clean", "0");
+  source_.read();
+  std::filesystem::remove_all(sys() / "block/md0");
+  const Inventory inventory = found_by(source_);
+  ASSERT_THAT(inventory.controllers.at(0).volumes, SizeIs(2));
+  EXPECT_EQ(inventory.controllers[0].volumes[0].written(*find_field(volume_kind, "state")), "none");
+}
+
+TEST_F(Arrays, WithoutArraysThereIsNoController) {
+  EXPECT_THAT(found_by(source_).controllers, IsEmpty());
+}
+
+}  // namespace
+}  // namespace tavo::service

@@ -1,0 +1,161 @@
+#include "hardware/hardware.h"
+
+#include <gmock/gmock.h>
+
+#include <future>
+
+#include "tree.h"
+
+namespace tavo::service {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+// A source that finds what the test says.
+class Told : public Source {
+ public:
+  explicit Told(std::function<Finding()> tell) : tell_(std::move(tell)) {}
+  std::string_view name() const override { return "told"; }
+  std::chrono::seconds interval() const override { return 0s; }
+  Finding read() override { return tell_(); }
+
+ private:
+  const std::function<Finding()> tell_;
+};
+
+const Trouble trouble{
+    .key = "fan 1", .class_code = 29, .unit = 0, .severity = "major", .cause = 2, .description = "Fan 1 has failed"};
+
+class HardwareTest : public Tree {
+ protected:
+  static std::vector<std::unique_ptr<Source>> one(std::function<Finding()> tell) {
+    std::vector<std::unique_ptr<Source>> sources;
+    sources.push_back(std::make_unique<Told>(std::move(tell)));
+    return sources;
+  }
+
+  Machine machine(Inventory inventory) {
+    return {std::move(inventory), Surroundings{.var = directory_ / "var", .sd_socket = directory_ / "sd"}};
+  }
+
+  Register register_{directory_ / "register.json"};
+};
+
+TEST_F(HardwareTest, WhatASourceFindsIsServed) {
+  Hardware hardware(one([] {
+                      Finding finding;
+                      finding.enter = [](Inventory &inventory) { inventory.server.set("serial", "S1"); };
+                      return finding;
+                    }),
+                    register_);
+  const Inventory inventory = hardware.first_inventory(30s);
+  EXPECT_EQ(inventory.server.text("serial"), "S1");
+  EXPECT_EQ(inventory.server.text("product-name"), "") << "what nobody knows is not invented";
+  EXPECT_THAT(hardware.unreadable(), IsEmpty());
+}
+
+TEST_F(HardwareTest, ASourceThatFailsIsNamed) {
+  Hardware hardware(one([]() -> Finding { throw std::runtime_error("/dev/ipmi0: no such device"); }), register_);
+  hardware.first_inventory(30s);
+  EXPECT_THAT(hardware.unreadable(), ElementsAre("told: /dev/ipmi0: no such device"));
+}
+
+TEST_F(HardwareTest, ASourceThatHangsHoldsUpNobody) {
+  auto released = std::make_shared<std::promise<void>>();
+  {
+    Hardware hardware(one([waits = released->get_future().share()] {
+                        waits.wait();
+                        return Finding();
+                      }),
+                      register_);
+    hardware.first_inventory(0s);
+    EXPECT_THAT(hardware.unreadable(), ElementsAre("told: no answer yet"));
+  }
+  released->set_value();
+}
+
+class FaultKeeperTest : public HardwareTest {
+ protected:
+  void settle(const std::vector<Trouble> &troubles, std::chrono::seconds at) {
+    keeper_.settle(troubles, start_ + at, machine_);
+  }
+
+  const FaultKeeper::Clock::time_point start_ = FaultKeeper::Clock::now();
+  FaultKeeper keeper_{register_};
+  Machine machine_{machine(Inventory())};
+};
+
+TEST_F(FaultKeeperTest, ATroubleThatLastsIsAFaultUntilItIsOver) {
+  settle({trouble}, 0s);
+  EXPECT_EQ(machine_.faults().count(), 0U);
+  settle({trouble}, 3s);
+  ASSERT_THAT(machine_.faults().active(), SizeIs(1));
+  EXPECT_EQ(machine_.faults().active()[0].text("description"), "Fan 1 has failed");
+  settle({}, 10s);
+  settle({}, 29s);
+  EXPECT_EQ(machine_.faults().count(), 1U);
+  settle({}, 30s);
+  EXPECT_EQ(machine_.faults().count(), 0U);
+}
+
+TEST_F(FaultKeeperTest, WhatComesAndGoesIsOneFault) {
+  settle({trouble}, 0s);
+  settle({}, 1s);
+  settle({trouble}, 2s);
+  settle({trouble}, 4s);
+  EXPECT_EQ(machine_.faults().count(), 0U);
+  settle({trouble}, 5s);
+  settle({}, 6s);
+  settle({trouble}, 20s);
+  settle({}, 21s);
+  settle({trouble}, 40s);
+  EXPECT_EQ(machine_.faults().count(), 1U);
+  EXPECT_EQ(machine_.faults().active()[0].number("occurrences"), 1);
+}
+
+TEST_F(FaultKeeperTest, AWorseTroubleUpdatesItsFault) {
+  settle({trouble}, 0s);
+  settle({trouble}, 3s);
+  Trouble worse = trouble;
+  worse.severity = "critical";
+  settle({worse}, 4s);
+  ASSERT_THAT(machine_.faults().active(), SizeIs(1));
+  EXPECT_EQ(machine_.faults().active()[0].written(*find_field(fault_kind, "severity")), "critical");
+}
+
+TEST_F(FaultKeeperTest, AFaultOutlivesTheService) {
+  settle({trouble}, 0s);
+  settle({trouble}, 3s);
+  Register again(directory_ / "register.json");
+  FaultKeeper later(again);
+  const std::vector<Part> active = later.active();
+  ASSERT_THAT(active, SizeIs(1));
+  EXPECT_EQ(active[0].number("index"), machine_.faults().active()[0].number("index"));
+  EXPECT_EQ(active[0].number("first-time"), machine_.faults().active()[0].number("first-time"));
+}
+
+using RegisterTest = HardwareTest;
+
+TEST_F(RegisterTest, ANumberIsKept) {
+  EXPECT_EQ(register_.number_of("slot", "a"), 1);
+  EXPECT_EQ(register_.number_of("slot", "b"), 2);
+  EXPECT_EQ(register_.number_of("controller", "b"), 1);
+  Register again(directory_ / "register.json");
+  EXPECT_EQ(again.number_of("slot", "b"), 2);
+  EXPECT_EQ(again.number_of("slot", "c"), 3);
+}
+
+TEST_F(RegisterTest, AFileThatIsNoRegisterIsMovedAside) {
+  for (const char *content : {"", "{", "[]", R"({"numbers": 3, "faults": {}})", R"({"numbers": {}})"}) {
+    std::ofstream(directory_ / "broken.json") << content;
+    Register broken(directory_ / "broken.json");
+    EXPECT_EQ(broken.number_of("slot", "a"), 1) << content;
+    EXPECT_TRUE(std::filesystem::exists(directory_ / "broken.json.unreadable"));
+  }
+}
+
+}  // namespace
+}  // namespace tavo::service

@@ -1,0 +1,120 @@
+#include <gmock/gmock.h>
+
+#include "hardware/edac.h"
+#include "hardware/hwmon.h"
+#include "hardware/sysfs.h"
+#include "tree.h"
+
+namespace tavo::service {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+using Sysfs = Tree;
+
+TEST_F(Sysfs, AnAttributeComesWithoutItsLineEnd) {
+  write("name", " coretemp \n");
+  EXPECT_EQ(read_attribute(sys() / "name"), "coretemp");
+  EXPECT_EQ(read_attribute(sys() / "other"), std::nullopt);
+  EXPECT_EQ(read_attribute(sys()), std::nullopt);
+}
+
+TEST_F(Sysfs, ANumberIsOneOrNothing) {
+  write("number", "-40\n");
+  write("text", "off\n");
+  EXPECT_EQ(read_number(sys() / "number"), -40);
+  EXPECT_EQ(read_number(sys() / "text"), std::nullopt);
+}
+
+TEST_F(Sysfs, EntriesAreInTheOrderOfTheirNumbers) {
+  for (const char *name : {"hwmon10", "hwmon2", "hwmon1", "other"}) {
+    write(name, "");
+  }
+  std::vector<std::string> names;
+  for (const auto &entry : entries(sys(), "hwmon")) {
+    names.push_back(entry.filename());
+  }
+  EXPECT_THAT(names, ElementsAre("hwmon1", "hwmon2", "hwmon10"));
+}
+
+class Hwmon : public Tree {
+ protected:
+  Hwmon() {
+    write("class/hwmon/hwmon0/name", "coretemp\n");
+    write("class/hwmon/hwmon0/temp1_label", "Package id 1\n");
+    write("class/hwmon/hwmon0/temp1_input", "52500\n");
+    write("class/hwmon/hwmon0/temp1_crit", "100000\n");
+    write("class/hwmon/hwmon1/name", "board\n");
+    write("class/hwmon/hwmon1/fan1_input", "2400\n");
+    write("class/hwmon/hwmon1/fan2_input", "2500\n");
+    write("class/hwmon/hwmon1/fan2_min", "300\n");
+  }
+
+  HwmonSource source_{roots()};
+};
+
+TEST_F(Hwmon, AProcessorsTemperatureIsItsPackages) {
+  Inventory inventory;
+  inventory.processors = {Part(processor_kind), Part(processor_kind)};
+  source_.read().enter(inventory);
+  EXPECT_EQ(inventory.processors[0].text("temperature"), "0");
+  EXPECT_EQ(inventory.processors[1].text("temperature"), "52.5");
+}
+
+TEST_F(Hwmon, EachFanHasTwoSensorsWithoutAGap) {
+  std::vector<std::string> names;
+  for (const Part &sensor : found_by(source_).sensors) {
+    EXPECT_EQ(sensor.number("number"), static_cast<std::int64_t>(names.size()));
+    names.push_back(sensor.text("name"));
+  }
+  EXPECT_THAT(names, ElementsAre("FAN1_TACH1", "FAN2_TACH1", "FAN1_PRES", "FAN2_PRES"));
+}
+
+TEST_F(Hwmon, AFanThatStandsStillIsATrouble) {
+  EXPECT_THAT(source_.read().troubles, IsEmpty());
+  write("class/hwmon/hwmon1/fan1_input", "0\n");
+  EXPECT_THAT(source_.read().troubles, IsEmpty()) << "without a lowest speed, it may be meant to";
+  write("class/hwmon/hwmon1/fan2_input", "0\n");
+  const Finding finding = source_.read();
+  ASSERT_THAT(finding.troubles, SizeIs(1));
+  EXPECT_EQ(finding.troubles[0].description, "Fan 2 has failed");
+  EXPECT_EQ(finding.troubles[0].unit, 2);
+}
+
+TEST_F(Hwmon, AProcessorAtItsLimitIsATrouble) {
+  write("class/hwmon/hwmon0/temp1_input", "100000\n");
+  const Finding finding = source_.read();
+  ASSERT_THAT(finding.troubles, SizeIs(1));
+  EXPECT_EQ(finding.troubles[0].description, "Processor 2 is at its critical temperature");
+}
+
+class Edac : public Tree {
+ protected:
+  Edac() {
+    write("devices/system/edac/mc/mc0/dimm0/dimm_label", "DIMM_A1\n");
+    write("devices/system/edac/mc/mc0/dimm0/dimm_ce_count", "3\n");
+    write("devices/system/edac/mc/mc0/dimm0/dimm_ue_count", "0\n");
+  }
+
+  EdacSource source_{roots()};
+};
+
+TEST_F(Edac, AFewCorrectedErrorsAreNone) {
+  EXPECT_THAT(source_.read().troubles, IsEmpty());
+}
+
+TEST_F(Edac, ErrorsOfAModuleAreTroubles) {
+  write("devices/system/edac/mc/mc0/dimm0/dimm_ce_count", "100\n");
+  write("devices/system/edac/mc/mc0/dimm0/dimm_ue_count", "1\n");
+  const Finding finding = source_.read();
+  ASSERT_THAT(finding.troubles, SizeIs(2));
+  EXPECT_EQ(finding.troubles[0].description, "Memory module DIMM_A1 has had errors that cannot be corrected");
+  EXPECT_EQ(finding.troubles[0].severity, "critical");
+  EXPECT_EQ(finding.troubles[1].description, "Memory module DIMM_A1 has had many corrected errors");
+  EXPECT_EQ(finding.troubles[1].severity, "minor");
+}
+
+}  // namespace
+}  // namespace tavo::service
