@@ -6,6 +6,11 @@ add_library(module_objects OBJECT ${module_sources} ${CMAKE_SOURCE_DIR}/module/s
 set_target_properties(module_objects PROPERTIES CXX_VISIBILITY_PRESET hidden
                                                 VISIBILITY_INLINES_HIDDEN ON)
 target_compile_options(module_objects PRIVATE -ffunction-sections -fdata-sections)
+# All names are bound at loading, so a call needs no stub that might bind it later. Elsewhere the longer call outweighs
+# the stub.
+if(CMAKE_SYSTEM_PROCESSOR STREQUAL "x86_64")
+  target_compile_options(module_objects PRIVATE $<$<NOT:$<CONFIG:Debug>>:-fno-plt>)
+endif()
 # A controller has little flash. An ordinary request runs through the hot units alone; the rest waits for the platform or
 # for a lock. An exception, or a thread's exit, passes through the units that unwind and no other; without tables for
 # unwinding, the others are a fifth smaller.
