@@ -60,7 +60,7 @@ TEST_F(CalendarTest, TheZoneSaysWhetherItIsSummer) {
 
 TEST_F(CalendarTest, AYearThatIsNoIntIsNoLocalTime) {
   EXPECT_FALSE(local_time(std::numeric_limits<std::int64_t>::max()));
-  EXPECT_TRUE(local_time(67'768'036'191'676'799));
+  EXPECT_TRUE(local_time(67'768'036'191'676'799));  // the last second of 2,147,485,547
   EXPECT_FALSE(local_time(67'768'036'191'676'800));
 }
 
