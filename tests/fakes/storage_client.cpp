@@ -131,16 +131,15 @@ void se_close_storage_events(void *handle) {
 
 int veltutil_mgnt(velt_request *request) {
   const std::scoped_lock lock(mutex);
-  VeltRequest copy = {
-      .kind = request->kind,
-      .count = request->count,
-      .words = {},
-      .controller = std::string(request->controller, strnlen(request->controller, 32)),
-      .buffer = request->buffer,
-      .buffer_size = request->buffer_size,
-      .buffer_was_zero =
-          std::ranges::count(std::span(static_cast<const unsigned char *>(request->buffer), request->buffer_size), 0) ==
-          request->buffer_size};
+  VeltRequest copy = {.kind = request->kind,
+                      .count = request->count,
+                      .words = {},
+                      .controller = std::string(request->controller, strnlen(request->controller, 32)),
+                      .buffer = request->buffer,
+                      .buffer_size = request->buffer_size,
+                      .buffer_was_zero = std::ranges::all_of(
+                          std::span(static_cast<const unsigned char *>(request->buffer), request->buffer_size),
+                          [](unsigned char octet) { return octet == 0; })};
   std::ranges::copy(request->words, copy.words.begin());
   requests.push_back(std::move(copy));
   const int result = results[request->kind];

@@ -21,11 +21,13 @@ constexpr const char *marker = "TAVO_TEST_IN_ITS_OWN_PROCESS";  // a variable of
 // This process's, without what tells Google Test which tests to run and where to write about them.
 std::vector<std::string> environment_of_one_test(const std::string &variable_of_its_own) {
   std::vector<std::string> environment = {std::string(marker) + "=1"};
+  const std::string name = variable_of_its_own.substr(0, variable_of_its_own.find('=') + 1);
   if (!variable_of_its_own.empty()) {
-    environment.push_back(variable_of_its_own);  // in front of an inherited one, so it counts
+    environment.push_back(variable_of_its_own);
   }
   for (char **variable = environ; *variable != nullptr; ++variable) {
-    if (!std::string_view(*variable).starts_with("GTEST_")) {
+    const std::string_view inherited = *variable;
+    if (!inherited.starts_with("GTEST_") && (name.empty() || !inherited.starts_with(name))) {
       environment.emplace_back(*variable);
     }
   }

@@ -26,10 +26,11 @@ std::string content_of(std::uint8_t type, std::span<const std::uint8_t> octets) 
     case ASN_OCTET_STR:
       return {octets.begin(), octets.end()};
     case ASN_INTEGER:
+      return std::to_string(loaded<long>(octets).at(0));
     case ASN_GAUGE:
     case ASN_COUNTER:
     case ASN_TIMETICKS:
-      return std::to_string(loaded<long>(octets).at(0));
+      return std::to_string(loaded<u_long>(octets).at(0));
     case ASN_COUNTER64: {
       const auto words = loaded<struct counter64>(octets).at(0);
       return std::to_string(std::uint64_t{words.high} << 32 | words.low);
