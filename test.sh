@@ -51,6 +51,7 @@ if [[ $long ]]; then
   export TAVO_GATE_REQUESTS=2000
   export TAVO_HOLD_SECONDS=25
   export TAVO_MANY_FAULTS=12000
+  export TAVO_RESYNC_RUNS=1000
   export TAVO_ROUNDS=10
   export TAVO_SOAK_HOURS=48
   export TAVO_STARTS=50

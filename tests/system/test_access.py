@@ -8,12 +8,13 @@ import pytest
 
 from agents import ROOT, free_port, wait_until
 from documents import recipe
-from oids import FAULT_TABLE, OBJECTS, PROCESSOR_DN
+from oids import DAEMON_BASE, FAULT_TABLE, OBJECTS, PROCESSOR_DN
 from server import SCENARIO, Server, ServedDaemon
 from test_run_sh_managers import ask, port, serve  # noqa: F401 (fixtures)
 
 SECRETS = ["-a", "SHA-256", "-A", "an authentication secret", "-x", "AES", "-X", "a privacy secret"]
 FAULT = f"{FAULT_TABLE}.1.5.11"
+FAULTS_COMPLETE = f"{DAEMON_BASE}.1.8.6.0"
 SYSTEM = "1.3.6.1.2.1.1"
 PROCESSOR = f"{PROCESSOR_DN}.1"
 MODES = pytest.mark.parametrize("mode", [[], ["--agentx"]], ids=["alone", "agentx"])
@@ -59,6 +60,7 @@ def test_view_shows_faults_and_the_system(agent, mode):
     address = agent(recipe("access.md", "user with a view"), *mode)
     wait_until(lambda: "fan-module-1-3" in ask(address, *as_user("alerts"), oid=FAULT).stdout, what="the faults")
     assert "61453.1.3301" in ask(address, *as_user("alerts"), oid=f"{SYSTEM}.2.0").stdout
+    assert "INTEGER: 1" in ask(address, *as_user("alerts"), oid=FAULTS_COMPLETE).stdout
     assert "No Such Object" in ask(address, *as_user("alerts"), oid=PROCESSOR).stdout
 
 
