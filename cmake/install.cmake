@@ -50,7 +50,9 @@ install(FILES ${mibs} DESTINATION ${CMAKE_INSTALL_DATADIR}/snmp/mibs COMPONENT m
 install(DIRECTORY mibs/base/ DESTINATION ${own_data}/mibs COMPONENT mibs)
 
 if(EXISTS ${CMAKE_SOURCE_DIR}/contrib)
-  install(DIRECTORY contrib/ DESTINATION ${own_data}/contrib USE_SOURCE_PERMISSIONS COMPONENT monitoring)
+  # What builds an image is for those who have the sources.
+  install(DIRECTORY contrib/ DESTINATION ${own_data}/contrib USE_SOURCE_PERMISSIONS COMPONENT monitoring
+          PATTERN yocto EXCLUDE PATTERN buildroot EXCLUDE)
 endif()
 
 # As in the tree, so that the links lead on.

@@ -1,0 +1,83 @@
+"""What can be checked of the recipes for Yocto and Buildroot without either: what they say agrees with the tree."""
+
+import hashlib
+import os
+import pathlib
+import re
+import subprocess
+
+import pytest
+
+from agents import ROOT
+from test_debian import TMPFILES, installed, lines  # noqa: F401
+
+RECIPE = next(ROOT.glob("contrib/yocto/*.bb"))
+YOCTO = RECIPE.read_text()
+BUILDROOT = ROOT / "contrib/buildroot/snmpextmibmodule"
+MAKEFILE = (BUILDROOT / "snmpextmibmodule.mk").read_text()
+CMAKE = (ROOT / "CMakeLists.txt").read_text()
+VERSION = re.search(r"^project\(\w+ VERSION ([\d.]+)", CMAKE, re.MULTILINE)[1]
+INIT_SCRIPT = BUILDROOT / "S60snmp-subagentd"
+SYSUSERS = lines(ROOT / "host/snmp-subagentd.sysusers")[0]
+# What Yocto's variables stand for.
+VARIABLES = {"libdir": "usr/lib", "nonarch_libdir": "usr/lib", "sbindir": "usr/sbin", "sysconfdir": "etc",
+             "datadir": "usr/share", "systemd_system_unitdir": "usr/lib/systemd/system", "localstatedir": "var"}
+
+
+def test_versions_are_the_projects():
+    assert RECIPE.name == f"snmpextmibmodule_{VERSION}.bb"
+    assert re.findall(r"^SNMPEXTMIBMODULE_VERSION = (.*)$", MAKEFILE, re.MULTILINE) == [VERSION]
+    assert f"  snmpextmibmodule-{VERSION}.tar.gz\n" in (BUILDROOT / "snmpextmibmodule.hash").read_text()
+
+
+def test_licences_are_the_one_of_the_tree():
+    text = (ROOT / "LICENSE").read_bytes()
+    assert f"LICENSE;md5={hashlib.md5(text).hexdigest()}" in YOCTO
+    assert f"sha256  {hashlib.sha256(text).hexdigest()}  LICENSE" in (BUILDROOT / "snmpextmibmodule.hash").read_text()
+    assert 'LICENSE = "Apache-2.0"' in YOCTO and "LICENSE = Apache-2.0" in MAKEFILE
+
+
+@pytest.mark.parametrize("text", [YOCTO, MAKEFILE], ids=["yocto", "buildroot"])
+def test_options_of_the_build_exist(text):
+    options = set(re.findall(r"^option\((\w+)", CMAKE, re.MULTILINE))
+    used = set(re.findall(r"-D(TAVO_\w+)", text))
+    assert len(used) == 4 and used <= options
+
+
+def test_yocto_packages_hold_what_is_installed(installed):  # noqa: F811
+    patterns = re.sub(r"\$\{(\w+)\}", lambda name: VARIABLES.get(name[1], name[0]),
+                      " ".join(re.findall(r'^FILES:\S+ = "([^"]*)"', YOCTO, re.MULTILINE))).replace("\\", "").split()
+    # The rest is in the packages that Yocto makes of every recipe: -dev and -doc.
+    left = {name for name in (path.replace("lib/x86_64-linux-gnu", "lib") for path in installed)
+            if not any(name == pattern or name.startswith(pattern + "/") for pattern in patterns)}
+    simulator = re.compile(r"usr/(bin|lib/libbmcsim|libexec|share/bmcsim)")
+    assert {name for name in left if not simulator.match(name)} == {
+        name for name in left if re.match(r"usr/(share/(man|doc)|include|lib/pkgconfig)/", name)}
+    for pattern in patterns:
+        assert any(name.replace("lib/x86_64-linux-gnu", "lib").startswith(pattern) for name in installed), pattern
+
+
+@pytest.mark.parametrize("text", [YOCTO, MAKEFILE, INIT_SCRIPT.read_text()], ids=["yocto", "buildroot", "init-script"])
+def test_the_user_is_the_units(text):
+    _, name, _, _, home = re.fullmatch(r'(u) (\S+) (-) "(.*)" (\S+)', SYSUSERS).groups()
+    assert name in text
+    assert home in text.replace("${localstatedir}", "/var").replace("$DAEMON", name)
+
+
+def test_the_init_script_makes_the_units_links():
+    names = re.search(r"for name in (.*?); do", INIT_SCRIPT.read_text().replace("\\\n", " "), re.DOTALL)[1].split()
+    assert names == [pathlib.PurePath(line.split()[1]).name for line in lines(TMPFILES) if line.startswith("L+ ")]
+
+
+def test_shell_parts_parse():
+    install = re.search(r"^do_install:append\(\) {\n(.*?)^}", YOCTO, re.MULTILINE | re.DOTALL)[1]
+    for script in (INIT_SCRIPT.read_text(), install.replace("${", "$")):
+        assert subprocess.run(["sh", "-n"], input=script, capture_output=True, text=True, check=False).stderr == ""
+    assert os.access(INIT_SCRIPT, os.X_OK)
+
+
+def test_each_variable_of_buildroot_has_the_packages_name():
+    names = re.findall(r"^(?:define )?(\w+)(?: =|$)", MAKEFILE, re.MULTILINE)
+    assert len(names) > 8 and all(name.startswith("SNMPEXTMIBMODULE_") for name in names if name != "endef")
+    options = re.findall(r"^config (\w+)", (BUILDROOT / "Config.in").read_text(), re.MULTILINE)
+    assert options[0] == "BR2_PACKAGE_SNMPEXTMIBMODULE" and set(re.findall(r"BR2_PACKAGE_SNMP\w+", MAKEFILE)) <= set(options)
