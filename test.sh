@@ -52,6 +52,7 @@ if [[ $long ]]; then
   export TAVO_HOLD_SECONDS=25
   export TAVO_MANY_FAULTS=12000
   export TAVO_RESYNC_RUNS=1000
+  export TAVO_PACKAGES=build
   export TAVO_ROUNDS=10
   export TAVO_SOAK_HOURS=48
   export TAVO_STARTS=50
@@ -98,7 +99,7 @@ run_tests() {
 
 scripts/install-packages test
 [[ -z $long ]] || scripts/install-packages browser
-
+[[ -z $long ]] || scripts/install-packages packaging
 [[ ! $preset =~ ^arm && ! $long ]] || scripts/install-packages cross
 
 if [[ $preset || ${#names[@]} -gt 0 ]]; then

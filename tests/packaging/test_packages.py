@@ -1,0 +1,251 @@
+"""The Debian packages: built twice alike, without a complaint of lintian; and a bare Debian on which they are installed,
+serve, are upgraded, removed and purged, under systemd and with all restrictions of the unit.
+
+TAVO_PACKAGES=build runs all of this. It builds the packages of what git knows of this tree, which takes minutes. With
+TAVO_PACKAGES=DIR, the packages in DIR are installed and so on.
+"""
+
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+import time
+
+import pytest
+
+from agents import ROOT, wait_until
+from debian_machine import DebianMachine
+from oids import BASE, FAULT_TABLE
+from server import FRONT_ENDS
+from test_walk import cells, golden
+
+WANTED = os.environ.get("TAVO_PACKAGES")
+pytestmark = pytest.mark.skipif(WANTED is None, reason="builds packages for minutes: only with TAVO_PACKAGES=build")
+
+ARCHITECTURE = subprocess.run(["dpkg-architecture", "-qDEB_HOST_MULTIARCH"], capture_output=True, text=True,
+                              check=True).stdout.strip()
+PLATFORM = f"/usr/lib/{ARCHITECTURE}/libbmcplatform.so"
+DAEMON = "snmp-subagentd.service"
+SIMULATOR = """
+[Service]
+UMask=0000
+ExecStart=/usr/bin/bmcsim serve /etc/still.yaml
+"""
+JOINED = f"""
+[Unit]
+JoinsNamespaceOf=bmcsim.service
+[Service]
+PrivateTmp=yes
+"""
+# Debian shows the system group only to the community public.
+SITE = """
+rocommunity site 127.0.0.1
+trap2sink udp:127.0.0.1:1162 public
+"""
+MANAGER = """
+[Service]
+Environment=MIBS= SNMP_PERSISTENT_DIR=/tmp
+ExecStart=/usr/sbin/snmptrapd -f -C -c /etc/manager.conf -n -On -Lo udp:127.0.0.1:1162
+"""
+
+
+@pytest.fixture(scope="module")
+def commit():
+    """Of the tree as it is, but for files that git does not know."""
+    stash = subprocess.run(["git", "stash", "create"], cwd=ROOT, capture_output=True, text=True, check=True).stdout
+    return stash.strip() or "HEAD"
+
+
+def build(commit, place, *before, **environment):
+    """Builds the packages, and returns the seconds that this took."""
+    begun = time.monotonic()
+    done = subprocess.run([*before, ROOT / "scripts/package", "--without-tests", "--output", place, commit],
+                          capture_output=True, text=True, check=False, env={**os.environ, **environment})
+    assert done.returncode == 0, done.stderr
+    return time.monotonic() - begun
+
+
+@pytest.fixture(scope="module")
+def packages(commit, tmp_path_factory):
+    """The directory of the packages."""
+    if WANTED != "build":
+        return pathlib.Path(WANTED)
+    if shutil.which("dh") is None:
+        pytest.skip("debhelper is not installed (scripts/install-packages packaging)")
+    place = tmp_path_factory.mktemp("packages")
+    print(f"\nbuilt in {build(commit, place):.0f} s")
+    return place
+
+
+def test_lintian_has_no_complaint(packages):
+    if shutil.which("lintian") is None:
+        pytest.skip("lintian is not installed (scripts/install-packages packaging)")
+    [changes] = packages.glob("*.changes")
+    done = subprocess.run(["lintian", "--allow-root", "--fail-on", "error,warning", changes], capture_output=True,
+                          text=True, check=False)
+    assert (done.returncode, done.stdout) == (0, "")
+
+
+@pytest.mark.skipif(WANTED != "build", reason="the packages in a directory have been built already")
+def test_second_build_is_the_same(packages, commit, tmp_path):
+    build(commit, tmp_path, "faketime", "-f", "+400d", TZ="Pacific/Auckland", LC_ALL="C.UTF-8", CCACHE_DISABLE="1")
+    names = sorted(package.name for package in packages.glob("*.deb"))
+    assert len(names) == 10
+    print(f"\n{len(names)} packages, {sum((packages / name).stat().st_size for name in names):,} octets")
+    assert [name for name in names if (packages / name).read_bytes() != (tmp_path / name).read_bytes()] == []
+
+
+def with_version(package, version, place):
+    """The same package as another version."""
+    tree = place / package.stem
+    subprocess.run(["dpkg-deb", "--raw-extract", package, tree], check=True)
+    control = tree / "DEBIAN/control"
+    old = re.search(r"^Version: (.*)$", control.read_text(), re.MULTILINE)[1]
+    text = re.sub(rf"^Version: {re.escape(old)}$", f"Version: {version}", control.read_text(), flags=re.MULTILINE)
+    control.write_text(text.replace(f"(= {old})", f"(= {version})"))
+    file = place / package.name.replace(old, version)
+    subprocess.run(["dpkg-deb", "--root-owner-group", "--build", tree, file], check=True, stdout=subprocess.DEVNULL)
+    return file
+
+
+class Story:
+    """A bare machine, and what its administrator does with the packages."""
+
+    def __init__(self, machine, packages):
+        self.machine = machine
+        self.packages = [package for package in packages.glob("*.deb") if "-dbgsym_" not in package.name]
+        self.copy(self.packages)
+        self.machine.fetch("snmp", "snmpd", "snmptrapd", *self.on_machine(self.packages))
+        self.machine.boot()
+        self.machine.install("snmp", "snmpd", "snmptrapd")
+
+    def copy(self, packages):
+        self.machine.write("/srv/packages/list", "")
+        for package in packages:
+            shutil.copy(package, self.machine.root / "srv/packages")
+
+    @staticmethod
+    def on_machine(packages):
+        return [f"/srv/packages/{package.name}" for package in packages]
+
+    def install(self, packages):
+        self.copy(packages)
+        self.machine.install(*self.on_machine(packages))
+
+    def add_platform(self):
+        """The simulated server in the platform's place, one whose readings do not change."""
+        machine = self.machine
+        scenario = (machine.root / "usr/share/bmcsim/scenarios/rack-server.yaml").read_text()
+        machine.write("/etc/still.yaml", re.sub(r"drift: \d+", "drift: 0", scenario))
+        machine.write("/etc/systemd/system/bmcsim.service", SIMULATOR)
+        links = [f"ln -s /usr/libexec/bmcsim/{tool} /usr/local/bin/{tool}" for tool in FRONT_ENDS]
+        machine.run("sh", "-ec", "; ".join([*links, f"ln -s libbmcsim.so {PLATFORM}", "systemctl daemon-reload", "systemctl start bmcsim"]))
+        machine.run("bmcsim", "ctl", "--wait", "10", "ping")
+
+    def remove_platform(self):
+        self.machine.run("systemctl", "stop", "bmcsim")
+        self.machine.run("rm", "-r", "/etc/still.yaml", "/etc/systemd/system/bmcsim.service", "/srv/packages",
+                         "/var/bmcsim", PLATFORM, *(f"/usr/local/bin/{tool}" for tool in FRONT_ENDS))
+        self.machine.run("rm", "-rf", "/var/pmbus", "/var/vessa", "/var/stor_info_data")
+
+    def start_master(self):
+        self.machine.write("/etc/snmp/snmpd.conf.d/site.conf", SITE)
+        self.machine.write("/etc/manager.conf", "disableAuthorization yes\n")
+        self.machine.write("/etc/systemd/system/manager.service", MANAGER)
+        self.machine.run("systemctl", "daemon-reload")
+        self.machine.run("systemctl", "restart", "snmpd", "manager")
+
+    def remove_master(self):
+        self.machine.run("systemctl", "stop", "manager")
+        self.machine.run("rm", "/etc/snmp/snmpd.conf.d/site.conf", "/etc/manager.conf",
+                         "/etc/systemd/system/manager.service")
+
+    def process(self):
+        return int(self.machine.unit("MainPID")[0])
+
+    def status(self, name):
+        """A line of the daemon's /proc/PID/status."""
+        return self.machine.run("sed", "-n", rf"s/^{name}:\s*//p", f"/proc/{self.process()}/status").stdout.strip()
+
+    def walk(self, root=BASE):
+        return cells(self.machine.run("snmpwalk", "-v2c", "-c", "site", "-On", "-t", "30", "127.0.0.1", root,
+                                      check=False).stdout.splitlines())
+
+    def wait_for_every_value(self, timeout):
+        wait_until(lambda: len(self.walk(f"{FAULT_TABLE}.1.2")) == 4, timeout, "the faults")
+        assert self.walk() == golden()
+
+    def sd_trigger(self):
+        """Whether the simulated SD-card service reaches the daemon."""
+        return "1 of 1" in self.machine.run("bmcsim", "ctl", "sd-trigger", "1", check=False).stdout
+
+
+@pytest.fixture
+def story(tmp_path_factory, packages):
+    machine = DebianMachine(tmp_path_factory.mktemp("m"))
+    try:
+        yield Story(machine, packages)
+        print("--- end of the daemon's log ---", machine.log()[-2000:], sep="\n")
+    finally:
+        machine.stop()
+
+
+def test_installed_upgraded_removed_purged(story, tmp_path):
+    machine = story.machine
+    before = machine.files()
+
+    story.install(story.packages)
+    assert machine.unit("ActiveState", "ConditionResult", "UnitFileState") == ["inactive", "no", "enabled"]
+    assert "Missing" not in machine.log()
+
+    story.add_platform()
+    story.start_master()
+    begun = time.monotonic()
+    machine.run("systemctl", "start", DAEMON)
+    print(f"\nstarted in {time.monotonic() - begun:.1f} s")
+    user = machine.run("id", "-u", "snmp-subagentd").stdout.strip()
+    assert story.status("Uid").split() == [user] * 4
+    assert [story.status(name) for name in ("CapBnd", "NoNewPrivs", "Seccomp")] == ["0" * 16, "1", "2"]
+    # The first start of this boot is a cold one: the faults are listed after a minute.
+    story.wait_for_every_value(120)
+    print(f"{len(story.walk())} values served")
+    assert "cannot write" not in machine.log()
+    wait_until(story.sd_trigger, what="the SD-card socket")
+
+    machine.run("bmcsim", "ctl", "fault", "raise", "77", "class=4")
+    wait_until(lambda: re.search(rf"{BASE}\.0\.1\s.*{FAULT_TABLE}\.1\.1\.77 = ", machine.log("manager")),
+               what="the notification")
+    machine.run("bmcsim", "ctl", "fault", "clear", "77")
+
+    machine.write(f"/etc/systemd/system/{DAEMON}.d/platform.conf", JOINED)
+    machine.run("systemctl", "daemon-reload")
+    machine.run("systemctl", "restart", DAEMON)
+    assert not story.sd_trigger(), "one private /tmp is not the other"
+    machine.write("/etc/systemd/system/bmcsim.service", SIMULATOR + "PrivateTmp=yes\n")
+    machine.run("systemctl", "daemon-reload")
+    machine.run("systemctl", "restart", "bmcsim")
+    machine.run("systemctl", "restart", DAEMON)
+    wait_until(story.sd_trigger, what="the SD-card socket in the joined /tmp")
+    story.wait_for_every_value(30)  # at once: this is a warm start
+
+    settings = machine.root / "etc/snmp/snmpd.conf.d/subagentd.conf"
+    settings.write_text(settings.read_text() + "# ours\n")
+    pid = story.process()
+    story.install([with_version(package, "99.0", tmp_path) for package in story.packages])
+    assert story.process() not in (0, pid) and settings.read_text().endswith("# ours\n")
+    story.wait_for_every_value(30)
+
+    names = [package.name.partition("_")[0] for package in story.packages]
+    machine.run("rm", "-r", f"/etc/systemd/system/{DAEMON}.d")
+    story.remove_master()
+    story.remove_platform()
+    machine.run("apt-get", "-qq", "remove", "--yes", *names)
+    left = machine.files() - before
+    print("left by a removal:", *sorted(left))
+    assert machine.unit("LoadState") == ["not-found"]
+    assert "etc/snmp/snmpd.conf.d/subagentd.conf" in left
+    machine.run("dpkg", "--purge", *names)
+    machine.run("apt-get", "-qq", "autoremove", "--yes", "--purge")
+    assert machine.files() - before == set()
+    assert machine.run("id", "-un", "snmp-subagentd").stdout == "snmp-subagentd\n", "files elsewhere may be its own"
