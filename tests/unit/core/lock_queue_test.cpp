@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
+#include <future>
 #include <thread>
 
 #include "core/access_lock.h"
@@ -60,6 +61,11 @@ TEST(LockQueueTest, TheNextInTurnWakesWhoeverElseIsWoken) {
 
 class ReservationTest : public fakes::ModuleTest {
  protected:
+  ReservationTest() {
+    EXPECT_EQ(lock_.try_acquire(), 0);
+    lock_.release();
+    mutex_ = fakes::last_tried_mutex();
+  }
   ~ReservationTest() override { lock_.give_up_place(); }
 
   int try_or_reserve() { return lock_.acquire_or_reserve(event_.get()); }
@@ -71,6 +77,7 @@ class ReservationTest : public fakes::ModuleTest {
   }
 
   ListLock &lock_ = ev_lock<5>;
+  const void *mutex_ = nullptr;  // the lock's own
   const Descriptor event_{::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
 };
 
@@ -78,6 +85,42 @@ TEST_F(ReservationTest, AFreeLockIsTakenAtOnce) {
   EXPECT_EQ(try_or_reserve(), 0);
   lock_.release();
   EXPECT_FALSE(told_within(0));
+}
+
+TEST_F(ReservationTest, AThreadWhoseTurnFailsLeavesTheQueue) {
+  LockHolder holder(lock_);
+  fakes::fail_next_call_with(mutex_, EINVAL, 1);  // the first call finds the lock busy
+  EXPECT_EQ(lock_.acquire(), EINVAL);
+  holder.release();
+  std::this_thread::sleep_for(std::chrono::milliseconds(5));  // nobody overtakes who has been first for 2 ms
+  ASSERT_EQ(try_or_reserve(), 0);
+  lock_.release();
+}
+
+TEST_F(ReservationTest, ItIsToldOfATurnThatFails) {
+  LockHolder holder(lock_);
+  std::promise<void> is_first;
+  std::promise<void> reserved;
+  std::thread failing([&] {
+    fakes::fail_next_call_with(mutex_, EINVAL, 1);
+    // The queue's own mutex comes first.
+    fakes::before_next_mutex_lock([&] {
+      fakes::before_next_mutex_lock([&] {
+        is_first.set_value();
+        reserved.get_future().wait();
+      });
+    });
+    EXPECT_EQ(lock_.acquire(), EINVAL);
+  });
+  is_first.get_future().wait();
+  holder.release();
+  std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  EXPECT_EQ(try_or_reserve(), EBUSY);
+  reserved.set_value();
+  failing.join();
+  EXPECT_TRUE(told_within(10'000));
+  ASSERT_EQ(try_or_reserve(), 0);
+  lock_.release();
 }
 
 TEST_F(ReservationTest, TheReleaseTellsItsOwner) {

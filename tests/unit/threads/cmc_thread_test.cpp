@@ -14,6 +14,7 @@
 #include <cstring>
 #include <string>
 
+#include "tests/fakes/mutexes.h"
 #include "tests/fakes/net_snmp.h"
 #include "tests/fakes/sockets.h"
 #include "tests/fakes/threads.h"
@@ -187,6 +188,11 @@ TEST_F(CmcThreadTest, SayingThatThereIsNothingToSendIsASuccess) {
   EXPECT_EQ(send_to_cmc(), 1);
   EXPECT_EQ(transfer_data_len, 0);
   EXPECT_EQ(cmc_data_buffer, nullptr);
+}
+
+TEST_F(CmcThreadTest, ASendTakesTheLockOfTheBlock) {
+  send_to_cmc();
+  EXPECT_EQ(fakes::last_locked_mutex(), &cmc_lock);
 }
 
 class KeepaliveTest : public fakes::ModuleTest {};
