@@ -20,6 +20,7 @@ if(TAVO_BUILD_DAEMON)
   install(FILES man/snmp-subagentd.conf.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5 COMPONENT daemon)
   # An example only: behind a master it would send each notification a second time.
   install(FILES host/snmp-subagentd.conf DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT daemon)
+  install(FILES host/snmp-subagentd.apparmor DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT daemon)
   if(TAVO_SYSTEMD)
     configure_file(host/snmp-subagentd.service.in snmp-subagentd.service @ONLY)
     install(FILES ${CMAKE_BINARY_DIR}/snmp-subagentd.service DESTINATION lib/systemd/system COMPONENT daemon)

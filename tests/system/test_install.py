@@ -26,6 +26,7 @@ FILES = {
                *(PREFIX / "include/snmpextmibmodule/platform" / header.name for header in ROOT.glob("platform/*.h"))],
     "daemon": [PREFIX / "sbin/snmp-subagentd", PREFIX / "lib/systemd/system/snmp-subagentd.service",
                PREFIX / "lib/tmpfiles.d/snmp-subagentd.conf", PREFIX / "lib/sysusers.d/snmp-subagentd.conf", DOCUMENTS / "examples/snmp-subagentd.conf",
+               DOCUMENTS / "examples/snmp-subagentd.apparmor",
                PREFIX / "share/man/man8/snmp-subagentd.8", PREFIX / "share/man/man5/snmp-subagentd.conf.5",
                pathlib.PurePath("/etc/snmp/snmpd.conf.d/subagentd.conf")],
     "simulator": [PREFIX / "bin/bmcsim", LIBRARIES / "libbmcsim.so", PREFIX / "share/bmcsim/scenarios/rack-server.yaml",
