@@ -51,9 +51,10 @@ if [[ $long ]]; then
   export TAVO_ENDURANCE_MINUTES=120
   export TAVO_GATE_REQUESTS=2000
   export TAVO_HOLD_SECONDS=25
+  export TAVO_MACHINES='amd64 armhf'
   export TAVO_MANY_FAULTS=12000
-  export TAVO_RESYNC_RUNS=1000
   export TAVO_PACKAGES=build
+  export TAVO_RESYNC_RUNS=1000
   export TAVO_ROUNDS=10
   export TAVO_SOAK_HOURS=48
   export TAVO_STARTS=50
@@ -100,8 +101,11 @@ run_tests() {
 
 scripts/install-packages test
 [[ ! $preset =~ ^arm && ($preset || ${#names[@]} -gt 0) ]] || scripts/install-packages cross
-[[ -z $long ]] || scripts/install-packages browser
-[[ -z $long ]] || scripts/install-packages packaging
+if [[ $long ]]; then
+  for set in browser machine packaging; do
+    scripts/install-packages "$set"
+  done
+fi
 
 sanitizers=(asan tsan)
 build_sanitizer() {
@@ -132,6 +136,7 @@ if [[ $preset || ${#names[@]} -gt 0 ]]; then
   [[ ${#names[@]} -eq 0 ]] || filter=(--tests-regex "$(IFS='|'; echo "${names[*]}")")
   run_tests "${preset:-release}" "${filter[@]}"
 else
+  [[ -z $long ]] || build_armhf  # one of the system tests boots a machine with it
   scripts/build release --with-tests system_test_programs table_walk_bench fault_record_bench
   builder=
   if [[ -z $long ]]; then
