@@ -76,7 +76,7 @@ def test_shell_parts_parse():
     assert os.access(INIT_SCRIPT, os.X_OK)
 
 
-def test_variables_of_buildroot_have_the_packages_name():
+def test_variables_of_buildroot_have_its_prefix():
     names = re.findall(r"^(?:define )?(\w+)(?: =|$)", MAKEFILE, re.MULTILINE)
     assert len(names) > 8 and all(name.startswith("SNMPEXTMIBMODULE_") for name in names if name != "endef")
     options = re.findall(r"^config (\w+)", (BUILDROOT / "Config.in").read_text(), re.MULTILINE)
