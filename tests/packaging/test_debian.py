@@ -69,6 +69,14 @@ def test_build_needs_the_packages_of_run_sh():
     assert set(to_build) - {"g++"} <= needed
 
 
+@pytest.mark.parametrize("words, says", [
+    (["--nonsense"], "unknown option '--nonsense'"), (["--output"], "--output needs a value"),
+    (["no-such-commit"], "there is no commit 'no-such-commit'")])
+def test_scripts_package_refuses_wrong_words(words, says):
+    done = subprocess.run([ROOT / "scripts/package", *words], capture_output=True, text=True, check=False)
+    assert done.returncode == 2 and says in done.stderr
+
+
 def test_options_of_the_build_exist():
     options = set(re.findall(r"^option\((\w+)", (ROOT / "CMakeLists.txt").read_text(), re.MULTILINE))
     used = set(re.findall(r"-D(TAVO_\w+)", (DEBIAN / "rules").read_text()))

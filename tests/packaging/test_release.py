@@ -32,8 +32,9 @@ class Clone:
     def __init__(self, place):
         self.place = place
         listed = subprocess.run(["git", "ls-files", "-z"], cwd=ROOT, capture_output=True, check=True).stdout
-        subprocess.run(["cpio", "--null", "--pass-through", "--make-directories", "--quiet", place], cwd=ROOT,
-                       input=listed, check=True)
+        packed = subprocess.run(["tar", "-c", "--null", "--files-from=-"], cwd=ROOT, input=listed, capture_output=True,
+                                check=True).stdout
+        subprocess.run(["tar", "-x"], cwd=place, input=packed, check=True)
         for name, (old, new) in PLACES.items():
             self.replace(name, old, new)
         self.git("init", "--quiet")
