@@ -17,6 +17,14 @@ def test_debian_packages_have_the_version():
     assert re.fullmatch(rf"snmpextmibmodule \({re.escape(VERSION)}(?:[+-].*)?\) bookworm; urgency=\w+", newest)
 
 
+def test_recipes_for_images_have_the_version():
+    assert [path.name for path in ROOT.glob("contrib/yocto/*.bb")] == [f"snmpextmibmodule_{VERSION}.bb"]
+    buildroot = ROOT / "contrib/buildroot/snmpextmibmodule"
+    makefile = (buildroot / "snmpextmibmodule.mk").read_text()
+    assert re.findall(r"^SNMPEXTMIBMODULE_VERSION = (.*)$", makefile, re.MULTILINE) == [VERSION]
+    assert f"  snmpextmibmodule-{VERSION}.tar.gz\n" in (buildroot / "snmpextmibmodule.hash").read_text()
+
+
 def test_security_policy_supports_the_version():
     supported = re.findall(r"^\| ([\d.]+)\.x \| yes \|$", (ROOT / "SECURITY.md").read_text(), re.MULTILINE)
     assert VERSION.rpartition(".")[0] in supported

@@ -16,18 +16,11 @@ YOCTO = RECIPE.read_text()
 BUILDROOT = ROOT / "contrib/buildroot/snmpextmibmodule"
 MAKEFILE = (BUILDROOT / "snmpextmibmodule.mk").read_text()
 CMAKE = (ROOT / "CMakeLists.txt").read_text()
-VERSION = re.search(r"^project\(\w+ VERSION ([\d.]+)", CMAKE, re.MULTILINE)[1]
 INIT_SCRIPT = BUILDROOT / "S60snmp-subagentd"
 SYSUSERS = lines(ROOT / "host/snmp-subagentd.sysusers")[0]
 # What Yocto's variables stand for.
 VARIABLES = {"libdir": "usr/lib", "nonarch_libdir": "usr/lib", "sbindir": "usr/sbin", "sysconfdir": "etc",
              "datadir": "usr/share", "systemd_system_unitdir": "usr/lib/systemd/system", "localstatedir": "var"}
-
-
-def test_versions_are_the_projects():
-    assert RECIPE.name == f"snmpextmibmodule_{VERSION}.bb"
-    assert re.findall(r"^SNMPEXTMIBMODULE_VERSION = (.*)$", MAKEFILE, re.MULTILINE) == [VERSION]
-    assert f"  snmpextmibmodule-{VERSION}.tar.gz\n" in (BUILDROOT / "snmpextmibmodule.hash").read_text()
 
 
 def test_licences_are_the_one_of_the_tree():

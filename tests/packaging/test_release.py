@@ -22,7 +22,10 @@ PLACES = {
     "CHANGELOG.md": ("## [Unreleased]\n", f"## [Unreleased]\n\n## [{VERSION}] - 2030-01-02\n"),
     "debian/changelog": (f"snmpextmibmodule ({OLD})", f"snmpextmibmodule ({VERSION})"),
     "SECURITY.md": (f"| {OLD.rpartition('.')[0]}.x | yes |", f"| {VERSION.rpartition('.')[0]}.x | yes |"),
+    "contrib/buildroot/snmpextmibmodule/snmpextmibmodule.mk": (f"_VERSION = {OLD}", f"_VERSION = {VERSION}"),
+    "contrib/buildroot/snmpextmibmodule/snmpextmibmodule.hash": (f"-{OLD}.tar", f"-{VERSION}.tar"),
 }
+RECIPES = "contrib/yocto/snmpextmibmodule_{}.bb"
 EVERYTHING = os.environ.get("TAVO_PACKAGES") == "build"
 
 
@@ -37,6 +40,7 @@ class Clone:
         subprocess.run(["tar", "-x"], cwd=place, input=packed, check=True)
         for name, (old, new) in PLACES.items():
             self.replace(name, old, new)
+        (place / RECIPES.format(OLD)).rename(place / RECIPES.format(VERSION))
         self.git("init", "--quiet")
         self.commit()
 
@@ -81,7 +85,8 @@ def test_a_tree_that_is_ready_may_be_released(clone):
     ("CHANGELOG.md", "## [Unreleased]\n", "## [Unreleased]\n\n- a change\n", "lists changes as unreleased"),
     ("debian/changelog", VERSION, OLD, "not every file that says the version says the same"),
     ("SECURITY.md", VERSION.rpartition(".")[0], "0.9", "not every file that says the version says the same"),
-], ids=["version", "no-date", "unreleased", "debian", "security"])
+    ("contrib/buildroot/snmpextmibmodule/snmpextmibmodule.mk", VERSION, OLD, "not every file that says the version"),
+], ids=["version", "no-date", "unreleased", "debian", "security", "buildroot"])
 def test_what_is_not_ready_is_named(clone, name, old, new, says):
     clone.replace(name, old, new)
     clone.commit()
