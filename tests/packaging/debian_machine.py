@@ -25,8 +25,8 @@ def base():
     if not BASE.exists():
         BASE.parent.mkdir(parents=True, exist_ok=True)
         partial = BASE.with_suffix(".partial.tar")
-        made = subprocess.run(["mmdebstrap", "--variant=minbase", "--include=systemd,systemd-sysv", "bookworm", partial],
-                              capture_output=True, text=True, check=False)
+        command = ["mmdebstrap", "--variant=minbase", "--include=systemd,systemd-sysv", "bookworm", partial]
+        made = subprocess.run(command, capture_output=True, text=True, check=False)
         if made.returncode != 0:
             pytest.skip(f"no Debian can be fetched: {made.stderr.strip().splitlines()[-1:]}")
         partial.rename(BASE)

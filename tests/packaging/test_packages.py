@@ -1,5 +1,5 @@
-"""The Debian packages: built twice alike, without a complaint of lintian; and a bare Debian on which they are installed,
-serve, are upgraded, removed and purged, under systemd and with all restrictions of the unit.
+"""The Debian packages: built twice alike, without a complaint of lintian; and a bare Debian on which they are
+installed, serve, are upgraded, removed and purged, under systemd and with all restrictions of the unit.
 
 TAVO_PACKAGES=build runs all of this. It builds the packages of what git knows of this tree, which takes minutes. With
 TAVO_PACKAGES=DIR, the packages in DIR are installed and so on.
@@ -140,7 +140,9 @@ class Story:
         machine.write("/etc/still.yaml", re.sub(r"drift: \d+", "drift: 0", scenario))
         machine.write("/etc/systemd/system/bmcsim.service", SIMULATOR)
         links = [f"ln -s /usr/libexec/bmcsim/{tool} /usr/local/bin/{tool}" for tool in FRONT_ENDS]
-        machine.run("sh", "-ec", "; ".join([*links, f"ln -s libbmcsim.so {PLATFORM}", "systemctl daemon-reload", "systemctl start bmcsim"]))
+        machine.run("sh", "-ec", "; ".join([*links, f"ln -s libbmcsim.so {PLATFORM}"]))
+        machine.run("systemctl", "daemon-reload")
+        machine.run("systemctl", "start", "bmcsim")
         machine.run("bmcsim", "ctl", "--wait", "10", "ping")
 
     def remove_platform(self):

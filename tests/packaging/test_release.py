@@ -46,7 +46,8 @@ class Clone:
 
     def git(self, *words):
         identity = ["-c", "user.name=Someone", "-c", "user.email=someone@example.org", "-c", "core.hooksPath=/dev/null"]
-        return subprocess.run(["git", *identity, *words], cwd=self.place, capture_output=True, text=True, check=True).stdout
+        done = subprocess.run(["git", *identity, *words], cwd=self.place, capture_output=True, text=True, check=True)
+        return done.stdout
 
     def commit(self):
         self.git("add", "--all")
