@@ -300,7 +300,7 @@ TEST_F(InventoryThreadLifeTest, TablesBuiltWithoutDescriptorsAreBuiltAgain) {
   raise(class_number::system_fan);
   auto shortage = std::make_unique<NoDescriptors>();
   run_until(300, [&](unsigned) {
-    if (elapsed() >= 100) {
+    if (elapsed() >= 200) {
       shortage.reset();
     }
   });
