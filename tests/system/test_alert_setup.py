@@ -61,8 +61,9 @@ def test_the_alerts_of_the_rules_are_hidden(start):
     shipped = (ROOT / "contrib/prometheus/alertmanager.yml").read_text()
     alertmanager, log = start(Alertmanager, routes=shipped), start(NotificationLog)
     start(Bridge, log, alertmanager)
+    alerts = [("TavoFaultCritical", "fan-1"), ("TavoFanFailed", "fan-2"), ("TavoFanFailed", "fan-3")]
     of_rules = [{"labels": {"alertname": name, "job": "tavo", "instance": "127.0.0.1", "dn": dn}}
-                for name, dn in [("TavoFaultCritical", "fan-1"), ("TavoFanFailed", "fan-2"), ("TavoFanFailed", "fan-3")]]
+                for name, dn in alerts]
     request = urllib.request.Request(f"{alertmanager.url}/api/v2/alerts", json.dumps(of_rules).encode(),
                                      {"Content-Type": "application/json"})
     urllib.request.urlopen(request, timeout=10).close()
