@@ -8,7 +8,9 @@ import pytest
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 DOCUMENTS = sorted([*ROOT.glob("*.md"), *ROOT.glob("docs/*.md")])
-LINK = re.compile(r"\]\(([^)#]+)(?:#[^)]*)?\)")
+LINK = re.compile(r"\]\(([^)#]*)(?:#([^)]*))?\)")
+HEADING = re.compile(r"^#+ (.*)$", re.MULTILINE)
+LISTING = re.compile(r"^ *```.*?^ *```$", re.MULTILINE | re.DOTALL)
 # Text in backquotes that begins with a directory of the tree is a path. Capitals in it are placeholders.
 PATH = re.compile(r"`(?:\./)?((?:core|sources|tables|refresh|threads|module|platform|host|simulator|mibs|scripts|"
                   r"tests|bench|fuzz|docs)/[\w./-]*)[^`]*`")
@@ -34,11 +36,19 @@ def defined_names():
     return {name for path in DEFINITIONS for name in NAME.findall(path.read_text())}
 
 
+def headings(document):
+    """The headings of a document, as links name them."""
+    return {re.sub(r"[^\w -]", "", heading.lower()).replace(" ", "-")
+            for heading in HEADING.findall(LISTING.sub("", document.read_text()))}
+
+
 @pytest.mark.parametrize("document", DOCUMENTS, ids=lambda path: path.name)
 def test_links_lead_somewhere(document):
-    for link in LINK.findall(document.read_text()):
-        if "://" not in link:
-            assert (document.parent / link).exists(), link
+    for file, heading in LINK.findall(document.read_text()):
+        if "://" not in file:
+            target = document.parent / file if file else document
+            assert target.exists(), file
+            assert not heading or heading in headings(target), f"{file}#{heading}"
 
 
 @pytest.mark.parametrize("document", DOCUMENTS, ids=lambda path: path.name)
