@@ -299,8 +299,8 @@ class NoDescriptors {
 TEST_F(InventoryThreadLifeTest, TablesBuiltWithoutDescriptorsAreBuiltAgain) {
   raise(class_number::system_fan);
   auto shortage = std::make_unique<NoDescriptors>();
-  run_until(300, [&](unsigned) {
-    if (elapsed() >= 200) {
+  run_until(1500, [&](unsigned) {
+    if (elapsed() >= 1000) {  // after several passes, each of which waits for dumps that it cannot open
       shortage.reset();
     }
   });
