@@ -252,9 +252,11 @@ def test_wrong_options_are_named(arguments, complaint):
 def test_help_names_every_option():
     result = run("--help")
     assert result.returncode == 0
-    for option in ["--once", "--exec", "--agentx", "--speed", "--cold", "--port", "--scenario", "--in-place", "--listen",
-                   "--config", "--fleet"]:
-        assert re.search(rf"^  {option}\b", result.stdout, re.MULTILINE)
+    alternatives = re.findall(r"^ +(--[a-z-]+(?: \| -[a-z-]+)*)\)", (ROOT / "run.sh").read_text(), re.MULTILINE)
+    options = {option for words in alternatives for option in re.findall("--[a-z-]+", words)}
+    assert {"--once", "--monitor-port", "--hardware"} <= options
+    for option in options:
+        assert re.search(rf"^  {option}\b", result.stdout, re.MULTILINE), option
 
 
 def test_boot_is_warm_unless_cold_is_asked_for(port):
