@@ -23,7 +23,7 @@ class Tree:
         self.directory = directory / "tree"
         settings = {**MODULE_ONLY, **settings, **{f"CMAKE_DISABLE_FIND_PACKAGE_{name}": "ON" for name in hidden}}
         self.result = subprocess.run(
-            ["cmake", "-G", "Ninja", "-S", ROOT, "-B", self.directory, "-DCMAKE_BUILD_TYPE=RelWithDebInfo",
+            ["cmake", "-G", "Ninja", "-S", ROOT, "-B", self.directory,
              *(f"-D{name}={value}" for name, value in settings.items())],
             capture_output=True, text=True, check=False)
 
@@ -44,6 +44,11 @@ def test_module_alone_needs_net_snmp_only(directory):
     assert "libsnmpextmibmodule.so" in rules
     for name in ("snmp-subagentd.dir", "bmcsim.dir", "unit_tests.dir", "table_walk_bench.dir", "-Werror"):
         assert name not in rules
+
+
+def test_a_build_without_a_type_is_optimised(directory):
+    compilers = [line for line in Tree(directory, {}).commands().splitlines() if "table_walk.cpp.o -c" in line]
+    assert len(compilers) == 1 and " -O2 " in compilers[0]
 
 
 def test_benchmarks_need_no_other_library(directory):
