@@ -2,6 +2,7 @@
 
 import pathlib
 import re
+import shlex
 import shutil
 import subprocess
 import sys
@@ -124,6 +125,14 @@ def confinement(directory, server):  # noqa: F811
     if not can_become_others():
         pytest.skip("needs root, to run the daemon as another user")
     return Confinement(directory, server)
+
+
+@pytest.mark.parametrize("squatter", ["touch $0", "ln -s /nowhere $0", "mkdir $0", "mkdir -p $0/full"])
+def test_a_start_frees_the_sockets_place(server, squatter):  # noqa: F811
+    before = re.search(r"^ExecStartPre=-?\+(.*)$", UNIT, re.MULTILINE)[1]
+    server.run("sh", "-ec", squatter, "/tmp/snmp_velt_sock")
+    server.run(*shlex.split(before.replace("$$", "$")))
+    assert server.run("ls", "-d", "/tmp/snmp_velt_sock", check=False).returncode != 0
 
 
 def files_of(daemon, place):
