@@ -14,6 +14,7 @@
 #include "tests/fixtures/module_fixture.h"
 #include "tests/fixtures/sample_table.h"
 #include "tests/harness/manager.h"
+#include "tests/harness/own_process.h"
 
 namespace tavo {
 namespace {
@@ -160,6 +161,28 @@ TEST_F(ColumnTest, AFourOctetCounter64IsWidenedWhereNetSnmpRefusesIt) {
   EXPECT_THAT(fakes::library_log_lines(), IsEmpty());
 }
 
+TEST_F(ColumnTest, AFourOctetCounter64IsPassedToAnOlderNetSnmp) {
+  if (ran_in_a_process_of_its_own(fakes::older_net_snmp)) {
+    return;
+  }
+  std::ranges::fill(row_.object.sub_identifiers, 0xDEAD);  // the field behind
+  for (const std::uint32_t number : {0U, 1U, 0xFFFFFFFFU}) {
+    row_.uptime = {number};
+    EXPECT_EQ(value(fakes::sample_column::uptime), fakes::counter64(number));
+    EXPECT_EQ(fakes::size_of_last_value(), 4U);
+  }
+  EXPECT_EQ(encoded(fakes::sample_column::uptime), (Octets{0x46, 5, 0, 0xFF, 0xFF, 0xFF, 0xFF}));
+}
+
+TEST_F(ColumnTest, AFourOctetCounter64IsWidenedIfFourAreCopied) {
+  if (ran_in_a_process_of_its_own(fakes::net_snmp_that_copies_the_length)) {
+    return;
+  }
+  row_.uptime = {7};
+  EXPECT_EQ(value(fakes::sample_column::uptime), fakes::counter64(7));
+  EXPECT_EQ(encoded(fakes::sample_column::uptime), (Octets{0x46, 1, 7}));
+}
+
 TEST_F(ColumnTest, AnObjectIdentifierIsAsLongAsItsCountSays) {
   std::ranges::copy(std::to_array<std::uint32_t>({1, 3, 61453, 0xFFFFFFFF}), row_.object.sub_identifiers);
   row_.object.count = 3;
@@ -183,7 +206,7 @@ TEST_F(ColumnTest, AnObjectIdentifierIsClampedToItsField) {
 
 TEST_F(ColumnTest, AnObjectIdentifierThatCannotBeEncodedIsEmpty) {
   row_.object.count = 2;
-  for (const auto [first, second, fits] :
+  for (const auto &[first, second, fits] :
        std::initializer_list<std::tuple<std::uint32_t, std::uint32_t, bool>>{{0, 39, true},
                                                                              {1, 39, true},
                                                                              {2, 0xFFFFFFAF, true},
