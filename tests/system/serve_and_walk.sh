@@ -38,7 +38,7 @@ answers() {
 }
 
 faults_are_listed() {
-  [ "$(snmpwalk -v2c -c public -r 0 -t 10 -On "$address" "$subtree.1.1.1.1.2" | grep -c STRING)" = "$faults" ]
+  [ "$(snmpbulkwalk -v2c -c public -r 0 -t 10 -On "$address" "$subtree.1.1.1.1.2" | grep -c STRING)" = "$faults" ]
 }
 
 bmcsim serve "$scenario" >/run/bmcsim.log 2>&1 &
@@ -49,5 +49,5 @@ daemon=$!
 await 'the daemon' answers
 echo 'the daemon answers'
 await 'the fault table' faults_are_listed
-snmpwalk -v2c -c public -t 10 -On "$address" "$subtree"
+snmpbulkwalk -v2c -c public -t 10 -On "$address" "$subtree"
 awk '/^Private/ { kib += $2 } END { print "private memory: " kib }' "/proc/$daemon/smaps_rollup"
