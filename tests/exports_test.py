@@ -5,6 +5,8 @@ import pathlib
 import re
 import subprocess
 
+import pytest
+
 EXPECTED = pathlib.Path(__file__).resolve().parent.parent / "module" / "exports.txt"
 
 
@@ -40,6 +42,7 @@ def test_nothing_else_is_exported():
     assert exported(os.environ["MODULE"]) - set(expected()) == set()
 
 
+@pytest.mark.skipif("QEMU_LD_PREFIX" in os.environ, reason="ldd tells nothing about another machine's libraries")
 def test_only_trap_version_id_is_also_in_net_snmp():
     # net-snmp is loaded first, so a lookup of the shared name finds net-snmp's. The module itself is linked to its own.
     module = os.environ["MODULE"]
