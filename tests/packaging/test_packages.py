@@ -23,9 +23,6 @@ from test_walk import cells, golden
 WANTED = os.environ.get("TAVO_PACKAGES")
 pytestmark = pytest.mark.skipif(WANTED is None, reason="builds packages for minutes: only with TAVO_PACKAGES=build")
 
-ARCHITECTURE = subprocess.run(["dpkg-architecture", "-qDEB_HOST_MULTIARCH"], capture_output=True, text=True,
-                              check=True).stdout.strip()
-PLATFORM = f"/usr/lib/{ARCHITECTURE}/libbmcplatform.so"
 DAEMON = "snmp-subagentd.service"
 SIMULATOR = """
 [Service]
@@ -133,6 +130,11 @@ class Story:
         self.copy(packages)
         self.machine.install(*self.on_machine(packages))
 
+    def platform(self):
+        """Where the unit looks for the platform's library: beside the simulated one."""
+        [simulated] = self.machine.root.glob("usr/lib/*/libbmcsim.so")
+        return f"/{simulated.with_name('libbmcplatform.so').relative_to(self.machine.root)}"
+
     def add_platform(self):
         """The simulated server in the platform's place, one whose readings do not change."""
         machine = self.machine
@@ -140,7 +142,7 @@ class Story:
         machine.write("/etc/still.yaml", re.sub(r"drift: \d+", "drift: 0", scenario))
         machine.write("/etc/systemd/system/bmcsim.service", SIMULATOR)
         links = [f"ln -s /usr/libexec/bmcsim/{tool} /usr/local/bin/{tool}" for tool in FRONT_ENDS]
-        machine.run("sh", "-ec", "; ".join([*links, f"ln -s libbmcsim.so {PLATFORM}"]))
+        machine.run("sh", "-ec", "; ".join([*links, f"ln -s libbmcsim.so {self.platform()}"]))
         machine.run("systemctl", "daemon-reload")
         machine.run("systemctl", "start", "bmcsim")
         machine.run("bmcsim", "ctl", "--wait", "10", "ping")
@@ -148,7 +150,7 @@ class Story:
     def remove_platform(self):
         self.machine.run("systemctl", "stop", "bmcsim")
         self.machine.run("rm", "-r", "/etc/still.yaml", "/etc/systemd/system/bmcsim.service", "/srv/packages",
-                         "/var/bmcsim", PLATFORM, *(f"/usr/local/bin/{tool}" for tool in FRONT_ENDS))
+                         "/var/bmcsim", self.platform(), *(f"/usr/local/bin/{tool}" for tool in FRONT_ENDS))
         self.machine.run("rm", "-rf", "/var/pmbus", "/var/vessa", "/var/stor_info_data")
 
     def start_master(self):
