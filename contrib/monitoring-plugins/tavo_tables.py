@@ -75,8 +75,9 @@ POWER = Table("tavoComputeMbPowerStats", "207.1.9.14.1", {
     "ConsumedPower": "4", "InputCurrent": "8", "InputVoltage": "12"}, single=True)
 AGENT = Table("tavoSubagent", "208.1", {
     "Uptime": "1.1", "Threads": "1.2", "SessionReconnects": "2.2", "NotificationsQueued": "3.1",
-    "NotificationsDropped": "3.4", "NotificationsRefused": "3.5", "RequestsWaiting": "4.1",
-    "RequestsLongestWait": "4.3", "ToolsKilled": "5.3", "PlatformOverdueAge": "6.3"}, single=True)
+    "NotificationsDropped": "3.4", "NotificationsRefused": "3.5", "NotificationsUndelivered": "3.6",
+    "RequestsWaiting": "4.1", "RequestsLongestWait": "4.3", "ToolsKilled": "5.3", "PlatformOverdueAge": "6.3",
+    "FaultsComplete": "8.6"}, single=True)
 AGENT_TABLES = Table("tavoSubagentTable", "208.1.7.1", {
     "Name": "2", "Rows": "3", "Failures": "5", "RebuildAge": "9"})
 # The platform states no limits for temperatures: these are ours.
@@ -102,10 +103,12 @@ READINGS = {
         Reading(AGENT, "NotificationsQueued", "agent_notifications_queued", ""),
         Reading(AGENT, "NotificationsDropped", "agent_notifications_dropped", "c"),
         Reading(AGENT, "NotificationsRefused", "agent_notifications_refused", "c"),
+        Reading(AGENT, "NotificationsUndelivered", "agent_notifications_undelivered", "c"),
         Reading(AGENT, "RequestsWaiting", "agent_requests_waiting", ""),
         Reading(AGENT, "RequestsLongestWait", "agent_requests_longest_wait", "ms"),
         Reading(AGENT, "ToolsKilled", "agent_tools_killed", "c"),
         Reading(AGENT, "PlatformOverdueAge", "agent_platform_overdue", "ms", "120000"),
+        Reading(AGENT, "FaultsComplete", "agent_faults_complete", "", "1"),  # 1: yes, 2: no
         Reading(AGENT_TABLES, "Failures", "agent_failed_rebuilds", "c", each=False),
         Reading(AGENT_TABLES, "RebuildAge", "agent_rebuild_age", "ms", "300000", each=False),
     ],

@@ -223,6 +223,14 @@ def test_long_table_is_read_to_its_end(serving):
     wait_until(lambda: ask("--component", "fault").performance["fault_present"] == (active, ""), what="all faults")
 
 
+def test_list_of_faults_may_be_incomplete(start):
+    """For a minute after a boot."""
+    daemon = start(ServedDaemon, start(Server, cold=True))
+    result = run(daemon.address, "--component", "agent")
+    assert (result.status, result.performance["agent_faults_complete"]) == (WARNING, (2, "")), result.text
+    assert "agent_faults_complete is 2 (warning at 1)" in result.line
+
+
 def test_general_error_is_one_tables_trouble(start):
     daemon = start(Daemon, module=MODULE, options=["--answer-within", "200"], REAL_MODULE=str(REAL_MODULE))
     hold(daemon, PROCESSOR_LOCK, 7)
