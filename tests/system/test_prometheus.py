@@ -140,6 +140,18 @@ def rules():
     return [rule for group in groups for rule in group["rules"]]
 
 
+def test_page_tells_other_alerts_from_faults():
+    """It lists the faults themselves, and all other alerts below them."""
+    groups = yaml.safe_load((PROMETHEUS / "rules.yml").read_text())["groups"]
+    faults = {rule["alert"] for group in groups if group["name"] == "tavo-faults" for rule in group["rules"]}
+    alerts = {rule["alert"] for rule in rules() if "alert" in rule}
+    patterns = [pattern for library in PROMETHEUS.glob("console_libraries/*.lib")
+                for pattern in re.findall("alertname!?=?~'(.*?)'", library.read_text())]
+    assert len(patterns) > 1
+    for pattern in patterns:
+        assert {alert for alert in alerts if re.fullmatch(pattern, alert)} == faults
+
+
 def test_every_alert_is_tested_both_ways():
     cases = [case for test in yaml.safe_load((PROMETHEUS / "rules_test.yml").read_text())["tests"]
              for case in test["alert_rule_test"]]
