@@ -152,6 +152,15 @@ def test_page_tells_other_alerts_from_faults():
         assert {alert for alert in alerts if re.fullmatch(pattern, alert)} == faults
 
 
+@pytest.mark.parametrize("shown", ["prometheus/console_libraries/tavo-parts.lib", "grafana/tavo.json"])
+def test_what_may_be_missing_is_shown(shown):
+    text = (PROMETHEUS.parent / shown).read_text()
+    for rule in rules():
+        if rule.get("alert") in ("TavoNotificationsLost", "TavoFaultsIncomplete"):
+            for metric in re.findall("tavoSubagent[A-Za-z]+", rule["expr"]):
+                assert metric in text, metric
+
+
 def test_every_alert_is_tested_both_ways():
     cases = [case for test in yaml.safe_load((PROMETHEUS / "rules_test.yml").read_text())["tests"]
              for case in test["alert_rule_test"]]
