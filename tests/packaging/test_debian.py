@@ -3,6 +3,7 @@
 import os
 import pathlib
 import re
+import shutil
 import subprocess
 
 import pytest
@@ -54,6 +55,21 @@ def test_each_file_is_in_one_package(installed):
 
 def test_each_package_has_its_files():
     assert sorted(file.stem for file in DEBIAN.glob("*.install")) == sorted(PACKAGES)
+
+
+@pytest.mark.skipif(not shutil.which("dh_compress"),
+                    reason="debhelper is not installed (scripts/install-packages packaging)")
+def test_pages_and_examples_keep_their_names(tmp_path):
+    """Pages link to each other, and the example's Makefile names its sources."""
+    shutil.copytree(DEBIAN, tmp_path / "debian")
+    package = tmp_path / "debian/snmpextmibmodule-doc"
+    subprocess.run(["cmake", "--install", BUILD], check=True, capture_output=True,
+                   env={**os.environ, "DESTDIR": str(package)})
+    for path in lines(DEBIAN / "not-installed"):
+        (package / path).unlink()
+    subprocess.run(["make", "-f", "debian/rules", "override_dh_compress"], cwd=tmp_path, check=True)
+    compressed = {str(path.relative_to(package / "usr/share")) for path in package.rglob("*.gz")}
+    assert compressed == {f"man/man{page.suffix[1:]}/{page.name}.gz" for page in ROOT.glob("man/*")}
 
 
 @pytest.mark.parametrize("script", sorted(DEBIAN.glob("*.p*r*")), ids=lambda path: path.name)
