@@ -1,6 +1,7 @@
 #include "hardware/arrays.h"
 
 #include "hardware/sysfs.h"
+#include "hardware/system_controller.h"
 #include "platform/storage_snapshot.h"
 #include "service/causes.h"
 
@@ -11,9 +12,6 @@ namespace fs = std::filesystem;
 
 constexpr int volume_class = 210;
 constexpr std::int64_t block_size = 512;
-
-// What a controller is called that is a part of the kernel.
-constexpr const char *location = "MD";
 
 struct Array {
   std::int64_t position;  // in the controller's list, from 0
@@ -30,29 +28,22 @@ std::string state_of(const fs::path &md) {
   return read_number(md / "degraded").value_or(0) > 0 ? "degraded" : "optimal";
 }
 
-void enter(Inventory &inventory, std::int64_t id, const std::vector<Array> &arrays) {
-  RaidController controller;
-  controller.part.set_number("id", id);
-  controller.part.set("mode", "2");
-  controller.part.set("location", location);
-  controller.part.set("description", "Linux software RAID");
-  controller.part.set("type", "MD");
+void enter(Inventory &inventory, const std::vector<Array> &arrays) {
+  std::vector<Part> &volumes = system_controller(inventory).volumes;
   for (const Array &array : arrays) {
     const auto position = static_cast<std::size_t>(array.position);
-    while (controller.volumes.size() <= position) {
-      controller.volumes.emplace_back(volume_kind).set("state", "none");
+    while (volumes.size() <= position) {
+      volumes.emplace_back(volume_kind).set("state", "none");
     }
-    Part &volume = controller.volumes[position];
+    Part &volume = volumes[position];
     volume.set("type", "0");
     volume.set("state", array.state);
     volume.set_number("capacity", array.blocks * block_size);
     volume.set_number("blocks", array.blocks);
   }
-  inventory.controllers.push_back(std::move(controller));
 }
 
 Trouble trouble_of(const Array &array) {
-  const std::string dn = std::string("sys/rack-unit-1/board/storage-SAS-") + location + "/vd-";
   const bool is_offline = array.state == "offline";
   return {.key = "array " + array.name,
           .class_code = volume_class,
@@ -60,7 +51,7 @@ Trouble trouble_of(const Array &array) {
           .severity = is_offline ? "critical" : "major",
           .cause = cause::failed,
           .description = "Array " + array.name + " is " + array.state,
-          .affected = dn + std::to_string(array.position),
+          .affected = system_dn + "/vd-" + std::to_string(array.position),
           .affected_oid = "1.3.6.1.4.1.61453.4.207.1.45.8.1.2." + std::to_string(array.position + 1)};
 }
 
@@ -88,9 +79,7 @@ Finding ArraySource::read() {
     }
   }
   if (!arrays.empty()) {
-    finding.enter = [id = numbers_.number_of("controller", location), arrays](Inventory &inventory) {
-      enter(inventory, id, arrays);
-    };
+    finding.enter = [arrays](Inventory &inventory) { enter(inventory, arrays); };
   }
   return finding;
 }

@@ -1,4 +1,4 @@
-// The kernel's RAID arrays (md), as volumes of a controller of their own.
+// The kernel's RAID arrays (md), as volumes of the operating system's controller.
 #pragma once
 
 #include "hardware/register.h"

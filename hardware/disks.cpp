@@ -6,6 +6,7 @@
 #include "hardware/pci.h"
 #include "hardware/set_line.h"
 #include "hardware/sysfs.h"
+#include "hardware/system_controller.h"
 #include "platform/storage_client.h"
 #include "platform/storage_snapshot.h"
 #include "service/causes.h"
@@ -23,8 +24,8 @@ constexpr int volume_class = 210;
 constexpr const char *connected = "2";
 constexpr std::int64_t block_size = 512;  // what the kernel counts in, whatever the drive's own blocks are
 
-// What the storage agent calls a controller whose drives are the system's.
-constexpr const char *plain_drives = "2";
+// The use of a controller whose drives are listed elsewhere: with the operating system's.
+constexpr const char *shows_no_drives = "0";
 
 // "0000:03:00.0"
 bool is_pci_address(const std::string &name) {
@@ -68,11 +69,6 @@ std::string location_of(const PciDevice &device) {
   return device.slot.empty() ? device.address : "SLOT-" + device.slot;
 }
 
-// The name under which the tables know a drive's or a volume's controller.
-std::string controller_dn(const std::string &location) {
-  return "sys/rack-unit-1/board/storage-SAS-" + location;
-}
-
 std::string row_oid(std::string_view column, std::int64_t row) {
   return "1.3.6.1.4.1.61453.4.207.1.45." + std::string(column) + '.' + std::to_string(row);
 }
@@ -86,17 +82,18 @@ bool is_drive(const fs::path &disk, const fs::path &device) {
 
 }  // namespace
 
-DrivePlace place_of(const fs::path &device) {
-  DrivePlace place;
+std::string place_of(const fs::path &device) {
+  std::string controller;
+  std::string port;
   for (const fs::path &element : device) {
     const std::string name = element.string();
     if (is_pci_address(name)) {
-      place.controller = name;
+      controller = name;
     } else if (is_port(name)) {
-      place.place = name;
+      port = name;
     }
   }
-  return place;
+  return controller + ' ' + port;
 }
 
 DiskSource::DiskSource(Roots roots, Register &numbers, std::string smartctl)
@@ -116,28 +113,23 @@ const SmartReport &DiskSource::report_of(const std::string &device) {
   return (asked_[device] = {.when = now, .report = std::move(report)}).report;
 }
 
-void DiskSource::find_controllers(Found &found) {
+std::vector<RaidController> DiskSource::controllers() {
+  std::vector<RaidController> found;
   for (const PciDevice &device : pci_devices(roots_.sys)) {
     const std::string type = controller_type(device.device_class);
     if (type.empty()) {
       continue;
     }
-    Part &part = controller_at(found, device.address, location_of(device)).part;
+    Part &part = found.emplace_back().part;
+    part.set_number("id", numbers_.number_of("controller", device.address));
+    part.set("mode", shows_no_drives);
+    set_line(part, "location", location_of(device));
     set_line(part, "description", device.device);
     set_line(part, "vendor", device.vendor);
     set_line(part, "type", type);
     set_line(part, "revision", device.revision);
   }
-}
-
-RaidController &DiskSource::controller_at(Found &found, const std::string &address, const std::string &location) {
-  RaidController &controller = found[address];
-  if (controller.part.number("id") == 0) {
-    controller.part.set_number("id", numbers_.number_of("controller", address));
-    controller.part.set("mode", plain_drives);
-    set_line(controller.part, "location", location);
-  }
-  return controller;
+  return found;
 }
 
 Part DiskSource::drive_part(const fs::path &disk, const std::string &place, Finding &finding) {
@@ -163,23 +155,28 @@ Part DiskSource::drive_part(const fs::path &disk, const std::string &place, Find
   return part;
 }
 
-void DiskSource::find_drive(Found &found, const fs::path &disk, const fs::path &device, Finding &finding) {
-  const DrivePlace where = place_of(device);
-  const std::string place = where.controller + ' ' + where.place;
-  RaidController &controller = controller_at(found, where.controller, where.controller);
-  if (controller.drives.size() == STOR_DRIVE_CAPACITY) {
-    finding.unreadable.push_back(disk.filename().string() + ": its controller has too many drives");
-    return;
+std::vector<Part> DiskSource::drives(Finding &finding) {
+  std::vector<Part> found;
+  present_.clear();
+  for (const fs::path &disk : entries(roots_.sys / "block")) {
+    std::error_code error;
+    const fs::path device = fs::canonical(disk, error);
+    if (error || !is_drive(disk, device)) {
+      continue;
+    }
+    if (found.size() == STOR_DRIVE_CAPACITY) {
+      finding.unreadable.push_back(disk.filename().string() + ": there are too many drives");
+      break;
+    }
+    const std::string place = place_of(device);
+    const Part &drive = found.emplace_back(drive_part(disk, place, finding));
+    seen_[place] = {.slot = drive.number("slot"), .name = drive.text("name") + " (" + drive.text("model") + ')'};
+    present_.insert(place);
+    if (drive.written(*find_field(drive_kind, "state")) == "failed") {
+      finding.troubles.push_back(trouble(place, "failing", "major", cause::failed, " reports that it is failing"));
+    }
   }
-  const Part drive = drive_part(disk, place, finding);
-  controller.drives.push_back(drive);
-  seen_[place] = {.slot = drive.number("slot"),
-                  .name = drive.text("name") + " (" + drive.text("model") + ')',
-                  .dn = controller_dn(controller.part.text("location"))};
-  present_.insert(place);
-  if (drive.written(*find_field(drive_kind, "state")) == "failed") {
-    finding.troubles.push_back(trouble(place, "failing", "major", cause::failed, " reports that it is failing"));
-  }
+  return found;
 }
 
 Trouble DiskSource::trouble(const std::string &place, const std::string &what, const std::string &severity, int cause,
@@ -192,30 +189,26 @@ Trouble DiskSource::trouble(const std::string &place, const std::string &what, c
           .severity = severity,
           .cause = cause,
           .description = "Drive " + drive.name + " in slot " + slot + sentence,
-          .affected = drive.dn + "/pd-" + slot,
+          .affected = system_dn + "/pd-" + slot,
           .affected_oid = row_oid("4.1.2", drive.slot)};
 }
 
 Finding DiskSource::read() {
   Finding finding;
-  Found found;
-  present_.clear();
-  find_controllers(found);
-  for (const fs::path &disk : entries(roots_.sys / "block")) {
-    std::error_code error;
-    const fs::path device = fs::canonical(disk, error);
-    if (!error && is_drive(disk, device)) {
-      find_drive(found, disk, device, finding);
-    }
-  }
+  const std::vector<Part> drives_now = drives(finding);
+  std::int64_t slots = 0;
   for (const auto &[place, drive] : seen_) {
+    slots = std::max(slots, drive.slot);
     if (!present_.contains(place)) {
       finding.troubles.push_back(trouble(place, "gone", "warning", cause::missing, " is missing"));
     }
   }
-  finding.enter = [found](Inventory &inventory) {
-    for (const auto &[address, controller] : found) {
-      inventory.controllers.push_back(controller);
+  finding.enter = [controllers = controllers(), drives_now, slots](Inventory &inventory) {
+    // The table of drives shows as many slots as the server says that it has.
+    inventory.server.set_number("drive-slots", slots);
+    inventory.controllers.insert(inventory.controllers.end(), controllers.begin(), controllers.end());
+    if (!drives_now.empty()) {
+      system_controller(inventory).drives = drives_now;
     }
   };
   return finding;

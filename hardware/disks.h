@@ -11,14 +11,9 @@
 
 namespace tavo::service {
 
-// Where the kernel shows a drive: its controller, and its place there.
-struct DrivePlace {
-  std::string controller;  // the PCI address; empty: the drive is on no PCI device
-  std::string place;       // what the kernel calls its port, target or namespace: "ata3", "target0:0:1", "nvme0n1"
-};
-
-// From the path in /sys/devices that the link in /sys/block leads to.
-DrivePlace place_of(const std::filesystem::path &device);
+// Where a drive is plugged in, from the path in /sys/devices that the link in /sys/block leads to: the PCI address of
+// its controller, and what the kernel calls its port, target or namespace: "0000:00:1f.2 target2:0:0".
+std::string place_of(const std::filesystem::path &device);
 
 class DiskSource : public Source {
  public:
@@ -30,8 +25,6 @@ class DiskSource : public Source {
   Finding read() override;
 
  private:
-  using Found = std::map<std::string, RaidController>;  // by PCI address; empty: drives on no PCI device
-
   struct Asked {
     std::chrono::steady_clock::time_point when;
     SmartReport report;
@@ -40,17 +33,14 @@ class DiskSource : public Source {
   struct Seen {
     std::int64_t slot;
     std::string name;
-    std::string dn;  // of its controller
   };
 
   // How long a drive's own report is believed. Asking costs the drive a little.
   static constexpr std::chrono::minutes report_age{5};
 
   const SmartReport &report_of(const std::string &device);
-  void find_controllers(Found &found);
-  void find_drive(Found &found, const std::filesystem::path &disk, const std::filesystem::path &device,
-                  Finding &finding);
-  RaidController &controller_at(Found &found, const std::string &address, const std::string &location);
+  std::vector<RaidController> controllers();
+  std::vector<Part> drives(Finding &finding);
   Part drive_part(const std::filesystem::path &disk, const std::string &place, Finding &finding);
   Trouble trouble(const std::string &place, const std::string &what, const std::string &severity, int cause,
                   const std::string &sentence) const;

@@ -78,17 +78,19 @@ class Disks : public Tree {
 constexpr const char *sda = "devices/pci0000:00/0000:00:1f.2/ata3/host2/target2:0:0/2:0:0:0/block/sda";
 constexpr const char *nvme = "devices/pci0000:00/0000:00:01.0/0000:01:00.0/nvme/nvme0/nvme0n1";
 
-TEST_F(Disks, ADriveIsListedWithItsController) {
+TEST_F(Disks, ADriveIsTheOperatingSystems) {
   add_controller("0000:00:1f.2", "0x010601");
   add_disk("sda", sda, healthy);
   const Inventory inventory = found_by(source_);
-  ASSERT_THAT(inventory.controllers, SizeIs(1));
-  const RaidController &controller = inventory.controllers[0];
-  EXPECT_EQ(controller.part.text("location"), "0000:00:1f.2");
-  EXPECT_EQ(controller.part.text("type"), "SATA");
-  EXPECT_EQ(controller.part.text("revision"), "03");
-  ASSERT_THAT(controller.drives, SizeIs(1));
-  const Part &drive = controller.drives[0];
+  ASSERT_THAT(inventory.controllers, SizeIs(2));
+  const Part &controller = inventory.controllers[0].part;
+  EXPECT_EQ(controller.text("location"), "0000:00:1f.2");
+  EXPECT_EQ(controller.text("type"), "SATA");
+  EXPECT_EQ(controller.text("revision"), "03");
+  EXPECT_THAT(inventory.controllers[0].drives, IsEmpty());
+  EXPECT_EQ(inventory.controllers[1].part.text("location"), "SYSTEM");
+  ASSERT_THAT(inventory.controllers[1].drives, SizeIs(1));
+  const Part &drive = inventory.controllers[1].drives[0];
   EXPECT_EQ(drive.text("name"), "sda");
   EXPECT_EQ(drive.text("model"), "MODEL-1");
   EXPECT_EQ(drive.text("revision"), "F1");
@@ -107,13 +109,19 @@ TEST_F(Disks, AControllerInASlotIsKnownByIt) {
 }
 
 TEST_F(Disks, NoTwoDrivesOfTheMachineShareASlot) {
-  add_controller("0000:00:1f.2", "0x010601");
-  add_controller("0000:01:00.0", "0x010802");
   add_disk("sda", sda, healthy);
   add_disk("nvme0n1", nvme, healthy);
   const Inventory inventory = found_by(source_);
-  ASSERT_THAT(inventory.controllers, SizeIs(2));
-  EXPECT_NE(inventory.controllers[0].drives.at(0).number("slot"), inventory.controllers[1].drives.at(0).number("slot"));
+  ASSERT_THAT(inventory.controllers.at(0).drives, SizeIs(2));
+  EXPECT_NE(inventory.controllers[0].drives[0].number("slot"), inventory.controllers[0].drives[1].number("slot"));
+}
+
+TEST_F(Disks, TheServerHasASlotForEachDrive) {
+  add_disk("sda", sda, healthy);
+  add_disk("nvme0n1", nvme, healthy);
+  EXPECT_EQ(found_by(source_).server.number("drive-slots"), 2);
+  pull("sda");
+  EXPECT_EQ(found_by(source_).server.number("drive-slots"), 2);
 }
 
 TEST_F(Disks, WhatIsNoDriveIsLeftOut) {
@@ -127,7 +135,7 @@ TEST_F(Disks, ADriveThatIsFailingIsATrouble) {
   const Finding finding = source_.read();
   ASSERT_THAT(finding.troubles, SizeIs(1));
   EXPECT_EQ(finding.troubles[0].description, "Drive sda (MODEL-1) in slot 1 reports that it is failing");
-  EXPECT_EQ(finding.troubles[0].affected, "sys/rack-unit-1/board/storage-SAS-0000:00:1f.2/pd-1");
+  EXPECT_EQ(finding.troubles[0].affected, "sys/rack-unit-1/board/storage-SAS-SYSTEM/pd-1");
   EXPECT_EQ(finding.troubles[0].affected_oid, "1.3.6.1.4.1.61453.4.207.1.45.4.1.2.1");
 }
 
@@ -165,7 +173,7 @@ TEST_F(Arrays, AnArrayIsAVolume) {
   add_array("md0", "clean", "0");
   const Inventory inventory = found_by(source_);
   ASSERT_THAT(inventory.controllers, SizeIs(1));
-  EXPECT_EQ(inventory.controllers[0].part.text("location"), "MD");
+  EXPECT_EQ(inventory.controllers[0].part.text("location"), "SYSTEM");
   ASSERT_THAT(inventory.controllers[0].volumes, SizeIs(1));
   const Part &volume = inventory.controllers[0].volumes[0];
   EXPECT_EQ(volume.written(*find_field(volume_kind, "state")), "optimal");
