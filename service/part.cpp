@@ -332,7 +332,7 @@ std::string joined(const std::vector<std::string_view> &names) {
     all += all.empty() ? "" : ", ";
     all += name;
   }
-  return all;
+  return names.empty() ? "none" : all;
 }
 
 std::int64_t parse_number(std::string_view text, std::string_view what, std::int64_t least, std::int64_t most) {

@@ -124,7 +124,7 @@ nlohmann::ordered_json to_json(const Part &part);
 // A line for each field: its name, what it may be, and its default.
 std::string describe_fields(const PartKind &kind);
 
-// "a, b, c", for messages that list what would have been right.
+// "a, b, c", or "none", for messages that list what would have been right.
 std::string joined(const std::vector<std::string_view> &names);
 
 // The whole of `text` as a decimal or, after "0x", a hexadecimal number. Throws BadInput, which names `what`, if `text`

@@ -49,6 +49,9 @@ TEST_F(Control, ErrorsQuoteTheWrongWordAndListTheRightOnes) {
   EXPECT_THAT(running("processor remove 3"), ThrowsMessage<BadInput>(HasSubstr("'3' is not a number from 1 to 2")));
   EXPECT_THAT(running("dimm remove DIMM_Z9"), ThrowsMessage<BadInput>(HasSubstr("no 'DIMM_Z9'; there are DIMM_A1")));
   EXPECT_THAT(running("drive pull 9 1"), ThrowsMessage<BadInput>(HasSubstr("no controller '9'; there are 0, 4")));
+  control_words("controller remove 0");
+  control_words("controller remove 4");
+  EXPECT_THAT(running("drive pull 9 1"), ThrowsMessage<BadInput>(HasSubstr("'9'; there are none")));
   EXPECT_THAT(running("show prozessors"), ThrowsMessage<BadInput>(HasSubstr("'prozessors' after 'show'")));
   EXPECT_THAT(running("tool awk ok"), ThrowsMessage<BadInput>(HasSubstr("unknown tool 'awk'")));
   EXPECT_THAT(running("tool datactl broken"), ThrowsMessage<BadInput>(HasSubstr("'broken' after the tool")));
