@@ -4,6 +4,7 @@ import os
 import pathlib
 import re
 import signal
+import stat
 import subprocess
 import tempfile
 
@@ -137,3 +138,8 @@ def test_a_directory_that_a_reboot_clears_is_named(start, address, directory):
 def test_a_state_that_cannot_be_stored_is_a_warning(start, address):
     agent = start(Agent, address, SNMP_PERSISTENT_DIR="/dev/null/directory")
     assert "cannot store the state of the SNMPv3 engine in /dev/null/directory/snmp-subagentd.conf" in agent.log()
+
+
+def test_its_users_keys_are_for_nobody_else(start, address, directory):
+    start(Agent, address)
+    assert (directory / "snmp-subagentd.conf").stat().st_mode & (stat.S_IRWXG | stat.S_IRWXO) == 0

@@ -4,6 +4,7 @@ import pathlib
 import re
 import shlex
 import shutil
+import stat
 import subprocess
 import sys
 
@@ -136,8 +137,8 @@ def test_a_start_frees_the_sockets_place(server, squatter):  # noqa: F811
 
 
 def files_of(daemon, place):
-    """{name: owner} of what is in this directory, as the daemon sees it."""
-    return {path.name: path.stat().st_uid for path in pathlib.Path(f"/proc/{daemon.pid}/root{place}").iterdir()}
+    """{name: state} of what is in this directory, as the daemon sees it."""
+    return {path.name: path.stat() for path in pathlib.Path(f"/proc/{daemon.pid}/root{place}").iterdir()}
 
 
 @needs("systemd-analyze")
@@ -152,16 +153,18 @@ class TestConfinedDaemon:
         assert all_served(daemon.address) == golden()
         server.wait_for_sd_listener(daemon)
         dumps = files_of(daemon, "/run/snmp-subagentd")
-        assert dumps.pop("tvmcWarmStartup") == 0
-        assert len(dumps) > 5 and set(dumps.values()) == {confinement.user}
+        assert dumps.pop("tvmcWarmStartup").st_uid == 0
+        assert len(dumps) > 5 and {dump.st_uid for dump in dumps.values()} == {confinement.user}
+        assert [name for name, dump in dumps.items() if dump.st_mode & stat.S_IRWXO] == [], "others may read it"
         assert "cannot write" not in daemon.log()
         daemon.stop()
         assert confinement.refused_calls() == set()
 
     def test_a_cold_start_leaves_its_marker(self, start, server, confinement):  # noqa: F811
         daemon = start(ServedDaemon, server, speed=60, before=confinement.words())
-        wait_until(lambda: files_of(daemon, "/run/snmp-subagentd").get("tvmcWarmStartup") == confinement.user,
+        wait_until(lambda: "tvmcWarmStartup" in files_of(daemon, "/run/snmp-subagentd"),
                    what="the marker, a minute after the start")
+        assert files_of(daemon, "/run/snmp-subagentd")["tvmcWarmStartup"].st_uid == confinement.user
         assert server.run("stat", "-L", "/var/tvmcWarmStartup", check=False).returncode != 0, "in the unit's own place"
 
     def test_a_joined_private_tmp_has_the_sd_socket(self, start, server, confinement, directory):  # noqa: F811
