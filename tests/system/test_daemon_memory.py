@@ -1,7 +1,8 @@
 """An allocation that fails costs what it was for: a start says why it ends, a daemon that serves goes on.
 
 net-snmp and the libraries below it do not check all of theirs; what they cannot bear ends the process by a signal, or
-costs a line of the configuration. docs/daemon.md says so. TAVO_MALLOC_STEP: a start is tried with every so many-th allocation failing (default 40).
+costs a line of the configuration. docs/daemon.md says so. TAVO_MALLOC_STEP: a start is tried with every so many-th
+allocation failing (default 40).
 """
 
 import collections
