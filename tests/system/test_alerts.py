@@ -51,8 +51,8 @@ def test_a_fault_is_an_alert_within_two_seconds(start, alerting):
     server.wait_for_listeners()
 
     def timed(words, condition):
-        server.ctl("fault", *words)
         begin = time.monotonic()
+        server.ctl("fault", *words)
         labels = alertmanager.wait_for(lambda labels: condition(of_fault(labels, 7)), words[0])
         duration = time.monotonic() - begin
         print(f"{words[0]}: {duration:.2f} s")
