@@ -101,14 +101,16 @@ def test_wrong_options_of_test_sh_are_named(arguments, complaint):
     (["front_door"], "there is no door 'front_door'; there are"),
 ])
 def test_wrong_options_of_fuzz_are_named(arguments, complaint):
-    result = subprocess.run([ROOT / "scripts/fuzz", *arguments], capture_output=True, text=True, timeout=30, check=False)
+    result = subprocess.run([ROOT / "scripts/fuzz", *arguments], capture_output=True, text=True, timeout=30,
+                            check=False)
     assert result.returncode == 2
     assert complaint in result.stderr
 
 
 @pytest.mark.parametrize("arguments, status", [([], 2), (["--with-tests", "release"], 2), (["--help"], 0)])
 def test_build_asks_for_a_preset(arguments, status):
-    result = subprocess.run([ROOT / "scripts/build", *arguments], capture_output=True, text=True, timeout=30, check=False)
+    result = subprocess.run([ROOT / "scripts/build", *arguments], capture_output=True, text=True, timeout=30,
+                            check=False)
     assert result.returncode == status
     assert (result.stdout + result.stderr).startswith("usage: scripts/build PRESET")
     assert not (result.stdout if status else result.stderr)
