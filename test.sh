@@ -52,6 +52,7 @@ if [[ $long ]]; then
   export TAVO_GATE_REQUESTS=2000
   export TAVO_HOLD_SECONDS=25
   export TAVO_MACHINES='amd64 armhf'
+  export TAVO_MALLOC_STEP=20
   export TAVO_MANY_FAULTS=12000
   export TAVO_PACKAGES=build
   export TAVO_RESYNC_RUNS=1000
