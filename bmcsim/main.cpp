@@ -168,13 +168,13 @@ int run_bmcsim(int argc, char **argv) {
 
   try {
     app.parse(argc, argv);
+    if (serve_command->parsed() && !options.hardware && options.scenario.empty()) {
+      throw CLI::RequiredError("scenario or --hardware");
+    }
   } catch (const CLI::ParseError &error) {
     return app.exit(error) == 0 ? 0 : wrong_usage;
   }
   if (serve_command->parsed()) {
-    if (!options.hardware && options.scenario.empty()) {
-      throw BadInput("serve needs a scenario, or --hardware");
-    }
     return serve(options);
   }
   if (record_command->parsed()) {

@@ -4,7 +4,6 @@
 #include <pthread.h>
 
 #include <atomic>
-#include <exception>
 
 #include "core/trace.h"
 
@@ -54,18 +53,5 @@ class BackgroundThread {
   pthread_t handle_ = {};
   pthread_attr_t attributes_ = {};
 };
-
-// The frame of a start routine: does the thread's work, logs an exception that would otherwise end the process, and
-// leaves by pthread_exit. That unwinds the stack, so no caller may be noexcept. Only standard exceptions are caught,
-// because `catch (...)` would also catch such an unwinding.
-template <class Work>
-[[noreturn]] void run_thread(const char *name, Work work) {
-  try {
-    work();
-  } catch (const std::exception &exception) {
-    snmp_log(LOG_ERR, "%s: %s\n", name, exception.what());
-  }
-  pthread_exit(nullptr);
-}
 
 }  // namespace tavo

@@ -21,6 +21,7 @@
 
 #include "core/background_thread.h"
 #include "core/shortage.h"
+#include "core/thread_frame.h"
 #include "threads/cmc_settings.h"
 
 namespace tavo {

@@ -14,6 +14,7 @@
 #include "core/freed_memory.h"
 #include "core/health.h"
 #include "core/record.h"
+#include "core/thread_frame.h"
 #include "core/trace.h"
 #include "core/zeroed.h"
 #include "platform/fault_engine.h"

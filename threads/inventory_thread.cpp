@@ -8,6 +8,7 @@
 #include "core/background_thread.h"
 #include "core/class_number.h"
 #include "core/shortage.h"
+#include "core/thread_frame.h"
 #include "refresh/refresh_pass.h"
 #include "tables/storage/tavoStorageLocalDiskTable.h"
 

@@ -6,6 +6,7 @@
 #include "core/background_thread.h"
 #include "core/class_number.h"
 #include "core/record.h"
+#include "core/thread_frame.h"
 #include "platform/storage_client.h"
 
 namespace tavo {

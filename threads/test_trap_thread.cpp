@@ -6,6 +6,7 @@
 #include <atomic>
 
 #include "core/background_thread.h"
+#include "core/thread_frame.h"
 #include "platform/test_trap.h"
 #include "tables/faults/tavoFaultTable_traps.h"
 

@@ -16,6 +16,7 @@
 #include "core/descriptor.h"
 #include "core/shortage.h"
 #include "core/text.h"
+#include "core/thread_frame.h"
 #include "platform/storage_client.h"
 #include "refresh/storage_reload.h"
 

@@ -8,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include "core/thread_frame.h"
 #include "tests/fakes/daemon.h"
 #include "tests/fakes/mutexes.h"
 #include "tests/fakes/net_snmp.h"
