@@ -20,7 +20,7 @@ struct CloseProcess {
   void operator()(FILE *process) const { ::pclose(process); }
 };
 
-// After a command that could not be run.
+// After a command that could not be run. errno was 0 before.
 void count_if_out_of_memory() {
   if (errno == ENOMEM) {
     count_failed_allocation();
@@ -68,6 +68,7 @@ bool run_in_shell(const ShellCommand &command) {
   if (!command.fits()) {
     return false;
   }
+  errno = 0;
   if (std::system(command.text()) == -1) {
     count_if_out_of_memory();
   }
@@ -76,6 +77,7 @@ bool run_in_shell(const ShellCommand &command) {
 
 bool first_line_of(const char *command, std::size_t longest, char *out) {
   // "e": a tool that another thread starts meanwhile must not keep this pipe open.
+  errno = 0;
   const std::unique_ptr<FILE, CloseProcess> output(::popen(command, "re"));
   if (output == nullptr) {
     count_if_out_of_memory();

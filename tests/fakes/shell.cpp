@@ -140,7 +140,7 @@ FILE *__wrap_popen(const char *command, const char *mode) {
   }
   const std::optional<std::string> output = answer(false, command);
   if (!output) {
-    errno = ENOMEM;
+    errno = EAGAIN;  // as without a process
     return nullptr;
   }
   FILE *stream = std::tmpfile();
