@@ -9,8 +9,7 @@ usage: ./test.sh [--long] [NAME]...
 
 Installs missing packages, builds, and runs all tests: the system, simulator, MIB and lint tests in the optimised build,
 then the unit tests in two builds by clang, which check the lock annotations: all of them, and the fuzzers over their
-corpora, under AddressSanitizer and UndefinedBehaviorSanitizer, and those with threads under ThreadSanitizer; at last the
-values that a daemon for 32-bit Arm serves, emulated.
+corpora, under AddressSanitizer and UndefinedBehaviorSanitizer, and those with threads under ThreadSanitizer.
 
 With NAMEs, runs only the tests in the optimised build whose names match one of these regular expressions (ctest -N
 lists the names). With --preset, runs the tests of that build instead: release, asan, tsan, clang, armhf or arm64.
@@ -101,7 +100,7 @@ run_tests() {
 }
 
 scripts/install-packages test
-[[ ! $preset =~ ^arm && ($preset || ${#names[@]} -gt 0) ]] || scripts/install-packages cross
+[[ ! $preset =~ ^arm && ! $long ]] || scripts/install-packages cross
 if [[ $long ]]; then
   for set in browser machine packaging; do
     scripts/install-packages "$set"
@@ -115,20 +114,10 @@ build_sanitizer() {
   scripts/build "$1" --with-tests "${targets[@]}"
 }
 
-# For 32-bit Arm, the ordinary tests compare the values of a walk.
-build_armhf() {
-  if [[ $long ]]; then
-    scripts/build armhf --with-tests
-  else
-    scripts/build armhf --with-tests snmpextmibmodule snmp-subagentd bmcsim bmcsim_platform
-  fi
-}
-
 build_the_rest() {
   for sanitizer in "${sanitizers[@]}"; do
     build_sanitizer "$sanitizer"
   done
-  build_armhf
 }
 
 if [[ $preset || ${#names[@]} -gt 0 ]]; then
@@ -137,7 +126,7 @@ if [[ $preset || ${#names[@]} -gt 0 ]]; then
   [[ ${#names[@]} -eq 0 ]] || filter=(--tests-regex "$(IFS='|'; echo "${names[*]}")")
   run_tests "${preset:-release}" "${filter[@]}"
 else
-  [[ -z $long ]] || build_armhf  # one of the system tests boots a machine with it
+  [[ -z $long ]] || scripts/build armhf --with-tests  # one of the system tests boots a machine with it
   scripts/build release --with-tests system_test_programs table_walk_bench fault_record_bench
   builder=
   if [[ -z $long ]]; then
@@ -155,12 +144,9 @@ else
       run_tests "$sanitizer" --tests-regex '^system_random_requests$'
     fi
   done
-  build_armhf
   if [[ $long ]]; then
     run_tests armhf --label-exclude '^single$'
     if scripts/fuzz --seconds 600; then passed=$((passed + 1)); else failed=$((failed + 1)); fi
-  else
-    run_tests armhf --tests-regex '^system_walk$'
   fi
 fi
 
