@@ -131,7 +131,7 @@ else
   builder=
   if [[ -z $long ]]; then
     # Most of these tests wait: the other builds take what they leave of the processors.
-    (renice -n 19 "$BASHPID" >/dev/null && build_the_rest 2> >(cat >&2)) &
+    (chrt --idle --pid 0 "$BASHPID" && build_the_rest 2> >(cat >&2)) &
     builder=$!
   fi
   run_tests release --label-exclude '^(unit|single)$' --exclude-regex '_NOT_BUILT$'

@@ -137,8 +137,8 @@ def by_name(faults):
 
 
 def show_damage(world, fault, logged):
-    wait_until(lambda: re.search(fault.says, world.daemon.log()[logged:]), 30, f"the line {fault.says!r}")
-    wait_until(lambda: world.tables_that_differ() == fault.costs, 30, f"damage to {set(fault.costs)} and no other")
+    wait_until(lambda: re.search(fault.says, world.daemon.log()[logged:]), 90, f"the line {fault.says!r}")
+    wait_until(lambda: world.tables_that_differ() == fault.costs, 90, f"damage to {set(fault.costs)} and no other")
     world.must_answer()
     world.must_notify()
 
