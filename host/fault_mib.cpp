@@ -37,46 +37,35 @@ int answer_scalars(netsnmp_mib_handler * /*handler*/, netsnmp_handler_registrati
 using Column = MibValue (*)(const FaultChange &);
 
 // The last columns of both tables.
-constexpr Column time_of_change = [](const FaultChange &change) { return date_and_time(change.time); };
-constexpr Column severity = [](const FaultChange &change) {
-  return enumeration(static_cast<std::int32_t>(change.severity));
-};
-constexpr Column affected_object = [](const FaultChange &change) { return text(change.affected_object); };
-constexpr Column description = [](const FaultChange &change) { return text(change.description); };
-constexpr Column code = [](const FaultChange &change) { return enumeration(change.code); };
-constexpr Column cause = [](const FaultChange &change) { return enumeration(change.cause); };
-constexpr Column occurrences = [](const FaultChange &change) { return counter(change.occurrences); };
-constexpr Column first_time = [](const FaultChange &change) { return date_and_time(change.first_time); };
-constexpr Column last_time = [](const FaultChange &change) { return date_and_time(change.last_time); };
-
-constexpr auto fault_columns = std::to_array<Column>({
-    [](const FaultChange &change) { return gauge(change.number); },
-    time_of_change,
-    severity,
-    affected_object,
-    description,
-    code,
-    cause,
-    occurrences,
-    first_time,
-    last_time,
+constexpr auto details = std::to_array<Column>({
+    [](const FaultChange &change) { return date_and_time(change.time); },
+    [](const FaultChange &change) { return enumeration(static_cast<std::int32_t>(change.severity)); },
+    [](const FaultChange &change) { return text(change.affected_object); },
+    [](const FaultChange &change) { return text(change.description); },
+    [](const FaultChange &change) { return enumeration(change.code); },
+    [](const FaultChange &change) { return enumeration(change.cause); },
+    [](const FaultChange &change) { return counter(change.occurrences); },
+    [](const FaultChange &change) { return date_and_time(change.first_time); },
+    [](const FaultChange &change) { return date_and_time(change.last_time); },
 });
 
-constexpr auto change_columns = std::to_array<Column>({
+template <std::size_t Count>
+constexpr auto followed_by_details(const std::array<Column, Count> &first) {
+  std::array<Column, Count + details.size()> all{};
+  std::ranges::copy(details, std::ranges::copy(first, all.begin()).out);
+  return all;
+}
+
+constexpr auto fault_columns = followed_by_details(std::to_array<Column>({
+    [](const FaultChange &change) { return gauge(change.number); },
+}));
+
+constexpr auto change_columns = followed_by_details(std::to_array<Column>({
     [](const FaultChange &change) { return enumeration(change.kind); },
     [](const FaultChange &change) { return truth(change.notified); },
     [](const FaultChange &change) { return gauge(change.fault.class_code); },
     [](const FaultChange &change) { return gauge(change.fault.index); },
-    time_of_change,
-    severity,
-    affected_object,
-    description,
-    code,
-    cause,
-    occurrences,
-    first_time,
-    last_time,
-});
+}));
 
 // A row's index: as many numbers as the table has index columns.
 constexpr std::size_t most_indexes = 2;
