@@ -1,8 +1,9 @@
 #include "hardware/disks.h"
 
 #include <algorithm>
-#include <array>
+#include <string_view>
 
+#include "hardware/drive_place.h"
 #include "hardware/pci.h"
 #include "hardware/set_line.h"
 #include "hardware/sysfs.h"
@@ -24,22 +25,11 @@ constexpr int volume_class = 210;
 constexpr const char *connected = "2";
 constexpr std::int64_t block_size = 512;  // what the kernel counts in, whatever the drive's own blocks are
 
+// The drives in the register.
+constexpr const char *drive_group = "drive";
+
 // The use of a controller whose drives are listed elsewhere: with the operating system's.
 constexpr const char *shows_no_drives = "0";
-
-// "0000:03:00.0"
-bool is_pci_address(const std::string &name) {
-  constexpr std::string_view form = "0000:00:00.0";
-  return name.size() == form.size() && name[4] == ':' && name[7] == ':' && name[10] == '.';
-}
-
-bool is_port(const std::string &name) {
-  constexpr auto prefixes = std::to_array<std::string_view>({"ata", "target", "nvme", "virtio", "mmc"});
-  return std::ranges::any_of(prefixes, [&](std::string_view prefix) {
-    return name.starts_with(prefix) && name.size() > prefix.size() &&
-           std::isdigit(static_cast<unsigned char>(name[prefix.size()])) != 0;
-  });
-}
 
 std::string controller_type(std::uint32_t device_class) {
   constexpr std::uint32_t mass_storage = 0x01;
@@ -73,44 +63,56 @@ std::string row_oid(std::string_view column, std::int64_t row) {
   return "1.3.6.1.4.1.61453.4.207.1.45." + std::string(column) + '.' + std::to_string(row);
 }
 
-// What is not a disk: memory, loops, arrays, and drives with media that come and go.
+// What is not a drive: memory, loops, arrays, media that come and go in a drive, SD cards, and the parts of a flash
+// chip that only its own firmware uses.
 bool is_drive(const fs::path &disk, const fs::path &device) {
-  const bool is_virtual = device.string().find("/devices/virtual/") != std::string::npos;
-  const bool is_optical = disk.filename().string().starts_with("sr");
-  return !is_virtual && !is_optical && read_number(disk / "size").value_or(0) > 0;
+  const std::string name = disk.filename();
+  const bool is_virtual = device.empty() || device.string().find("/devices/virtual/") != std::string::npos;
+  const bool has_media = name.starts_with("sr") || name.starts_with("fd");
+  constexpr std::string_view chip = "mmcblk";
+  const bool is_part_of_chip =
+      name.starts_with(chip) && name.find_first_not_of("0123456789", chip.size()) != std::string::npos;
+  const bool is_sd_card = read_attribute(disk / "device/type") == "SD";
+  return !is_virtual && !has_media && !is_part_of_chip && !is_sd_card && read_number(disk / "size").value_or(0) > 0;
+}
+
+std::string name_of(const Part &drive) {
+  return drive.text("name") + " (" + drive.text("model") + ')';
+}
+
+Trouble trouble(const std::string &place, const RegisteredPart &drive, const std::string &what,
+                const std::string &severity, int cause, const std::string &sentence) {
+  const std::string slot = std::to_string(drive.number);
+  return {.key = "drive " + place + ' ' + what,
+          .class_code = drive_class,
+          .unit = drive.number,
+          .severity = severity,
+          .cause = cause,
+          .description = "Drive " + drive.name + " in slot " + slot + sentence,
+          .affected = system_dn + "/pd-" + slot,
+          .affected_oid = row_oid("4.1.2", drive.number)};
 }
 
 }  // namespace
 
-std::string place_of(const fs::path &device) {
-  std::string controller;
-  std::string port;
-  for (const fs::path &element : device) {
-    const std::string name = element.string();
-    if (is_pci_address(name)) {
-      controller = name;
-    } else if (is_port(name)) {
-      port = name;
-    }
-  }
-  return controller + ' ' + port;
-}
-
 DiskSource::DiskSource(Roots roots, Register &numbers, std::string smartctl)
     : roots_(std::move(roots)), numbers_(numbers), smartctl_(std::move(smartctl)) {}
 
-const SmartReport &DiskSource::report_of(const std::string &device) {
+const SmartReport &DiskSource::report_of(const fs::path &disk) {
   const auto now = std::chrono::steady_clock::now();
+  const std::string device = disk.filename();
+  const std::string drive = read_attribute(disk / "diskseq").value_or("");
   const auto known = asked_.find(device);
-  if (known != asked_.end() && now - known->second.when < report_age) {
+  const bool is_same = known != asked_.end() && known->second.drive == drive;
+  if (is_same && now - known->second.when < report_age) {
     return known->second.report;
   }
   SmartReport report = ask_drive(smartctl_, (roots_.dev / device).string());
   // A drive that sleeps is what it was when it last answered.
-  if (report.state == SmartReport::State::Sleeps && known != asked_.end()) {
+  if (report.state == SmartReport::State::Sleeps && is_same) {
     report = known->second.report;
   }
-  return (asked_[device] = {.when = now, .report = std::move(report)}).report;
+  return (asked_[device] = {.when = now, .drive = drive, .report = std::move(report)}).report;
 }
 
 std::vector<RaidController> DiskSource::controllers() {
@@ -134,7 +136,7 @@ std::vector<RaidController> DiskSource::controllers() {
 
 Part DiskSource::drive_part(const fs::path &disk, const std::string &place, Finding &finding) {
   const std::string device = disk.filename();
-  const SmartReport &report = report_of(device);
+  const SmartReport &report = report_of(disk);
   if (report.state == SmartReport::State::Silent) {
     finding.unreadable.push_back(device + ": " + report.why_silent);
   }
@@ -143,7 +145,7 @@ Part DiskSource::drive_part(const fs::path &disk, const std::string &place, Find
   const std::string revision = read_attribute(disk / "device/rev").value_or("");
   Part part(drive_kind);
   // One number for each place of the machine, because the table of drives has one row for each slot.
-  part.set_number("slot", numbers_.number_of("slot", place));
+  part.set_number("slot", numbers_.number_of(drive_group, place));
   part.set("connection", connected);
   part.set("media", read_number(disk / "queue/rotational").value_or(1) != 0 ? "HDD" : "SSD");
   part.set("state", report.healthy.value_or(true) ? "good" : "failed");
@@ -155,13 +157,12 @@ Part DiskSource::drive_part(const fs::path &disk, const std::string &place, Find
   return part;
 }
 
-std::vector<Part> DiskSource::drives(Finding &finding) {
-  std::vector<Part> found;
-  present_.clear();
+// In the order of their slots, in which the reader of the list looks for them: it passes over one that comes too late.
+std::vector<DiskSource::Drive> DiskSource::drives(Finding &finding) {
+  std::vector<Drive> found;
   for (const fs::path &disk : entries(roots_.sys / "block")) {
-    std::error_code error;
-    const fs::path device = fs::canonical(disk, error);
-    if (error || !is_drive(disk, device)) {
+    const fs::path device = device_of(disk);
+    if (!is_drive(disk, device)) {
       continue;
     }
     if (found.size() == STOR_DRIVE_CAPACITY) {
@@ -169,46 +170,51 @@ std::vector<Part> DiskSource::drives(Finding &finding) {
       break;
     }
     const std::string place = place_of(device);
-    const Part &drive = found.emplace_back(drive_part(disk, place, finding));
-    seen_[place] = {.slot = drive.number("slot"), .name = drive.text("name") + " (" + drive.text("model") + ')'};
-    present_.insert(place);
-    if (drive.written(*find_field(drive_kind, "state")) == "failed") {
-      finding.troubles.push_back(trouble(place, "failing", "major", cause::failed, " reports that it is failing"));
-    }
+    const bool is_on_usb = device.string().find("/usb") != std::string::npos;
+    found.push_back({.part = drive_part(disk, place, finding),
+                     .place = place,
+                     .comes_and_goes = is_on_usb || read_number(disk / "removable").value_or(0) != 0});
   }
+  std::ranges::sort(found, {}, [](const Drive &drive) { return drive.part.number("slot"); });
   return found;
 }
 
-Trouble DiskSource::trouble(const std::string &place, const std::string &what, const std::string &severity, int cause,
-                            const std::string &sentence) const {
-  const Seen &drive = seen_.at(place);
-  const std::string slot = std::to_string(drive.slot);
-  return {.key = "drive " + place + ' ' + what,
-          .class_code = drive_class,
-          .unit = drive.slot,
-          .severity = severity,
-          .cause = cause,
-          .description = "Drive " + drive.name + " in slot " + slot + sentence,
-          .affected = system_dn + "/pd-" + slot,
-          .affected_oid = row_oid("4.1.2", drive.slot)};
+void DiskSource::find_troubles(const std::vector<Drive> &present, Finding &finding) {
+  for (const Drive &drive : present) {
+    if (drive.part.written(*find_field(drive_kind, "state")) == "failed") {
+      finding.troubles.push_back(trouble(drive.place, {drive.part.number("slot"), name_of(drive.part)}, "failing",
+                                         "major", cause::failed, " reports that it is failing"));
+    }
+  }
+  for (const auto &[place, drive] : numbers_.parts(drive_group)) {
+    if (std::ranges::find(present, place, &Drive::place) == present.end()) {
+      finding.troubles.push_back(trouble(place, drive, "gone", "warning", cause::missing, " is missing"));
+    }
+  }
 }
 
 Finding DiskSource::read() {
   Finding finding;
-  const std::vector<Part> drives_now = drives(finding);
+  const std::vector<Drive> present = drives(finding);
+  std::vector<Part> parts;
   std::int64_t slots = 0;
-  for (const auto &[place, drive] : seen_) {
-    slots = std::max(slots, drive.slot);
-    if (!present_.contains(place)) {
-      finding.troubles.push_back(trouble(place, "gone", "warning", cause::missing, " is missing"));
+  for (const Drive &drive : present) {
+    parts.push_back(drive.part);
+    slots = std::max(slots, drive.part.number("slot"));
+    if (!drive.comes_and_goes) {
+      numbers_.keep_part(drive_group, drive.place, name_of(drive.part));
     }
   }
-  finding.enter = [controllers = controllers(), drives_now, slots](Inventory &inventory) {
+  for (const auto &[place, drive] : numbers_.parts(drive_group)) {
+    slots = std::max(slots, drive.number);
+  }
+  find_troubles(present, finding);
+  finding.enter = [controllers = controllers(), parts, slots](Inventory &inventory) {
     // The table of drives shows as many slots as the server says that it has.
     inventory.server.set_number("drive-slots", slots);
     inventory.controllers.insert(inventory.controllers.end(), controllers.begin(), controllers.end());
-    if (!drives_now.empty()) {
-      system_controller(inventory).drives = drives_now;
+    if (!parts.empty()) {
+      system_controller(inventory).drives = parts;
     }
   };
   return finding;

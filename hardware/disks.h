@@ -1,8 +1,7 @@
-// Drives, their controllers, and the kernel's RAID arrays (md).
+// Drives and their controllers.
 #pragma once
 
 #include <map>
-#include <set>
 #include <string>
 
 #include "hardware/register.h"
@@ -11,13 +10,9 @@
 
 namespace tavo::service {
 
-// Where a drive is plugged in, from the path in /sys/devices that the link in /sys/block leads to: the PCI address of
-// its controller, and what the kernel calls its port, target or namespace: "0000:00:1f.2 target2:0:0".
-std::string place_of(const std::filesystem::path &device);
-
 class DiskSource : public Source {
  public:
-  // `numbers` outlives the source. It keeps each place's slot.
+  // `numbers` outlives the source. It keeps each place's slot, and which drives should be there.
   DiskSource(Roots roots, Register &numbers, std::string smartctl = "smartctl");
 
   std::string_view name() const override { return "disks"; }
@@ -27,30 +22,28 @@ class DiskSource : public Source {
  private:
   struct Asked {
     std::chrono::steady_clock::time_point when;
+    std::string drive;  // the number that the kernel gives each drive that is plugged in; empty: an old kernel
     SmartReport report;
   };
-  // What there is to say of a drive that has gone.
-  struct Seen {
-    std::int64_t slot;
-    std::string name;
+  struct Drive {
+    Part part;
+    std::string place;
+    bool comes_and_goes;  // nobody misses it
   };
 
   // How long a drive's own report is believed. Asking costs the drive a little.
   static constexpr std::chrono::minutes report_age{5};
 
-  const SmartReport &report_of(const std::string &device);
+  const SmartReport &report_of(const std::filesystem::path &disk);
   std::vector<RaidController> controllers();
-  std::vector<Part> drives(Finding &finding);
+  std::vector<Drive> drives(Finding &finding);
   Part drive_part(const std::filesystem::path &disk, const std::string &place, Finding &finding);
-  Trouble trouble(const std::string &place, const std::string &what, const std::string &severity, int cause,
-                  const std::string &sentence) const;
+  void find_troubles(const std::vector<Drive> &present, Finding &finding);
 
   const Roots roots_;
   Register &numbers_;
   const std::string smartctl_;
   std::map<std::string, Asked> asked_;  // by device
-  std::map<std::string, Seen> seen_;    // every drive since the start, by its place
-  std::set<std::string> present_;       // the places of those that are there now
 };
 
 }  // namespace tavo::service

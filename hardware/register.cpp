@@ -21,6 +21,41 @@ Register::Register(std::filesystem::path file) : file_(std::move(file)) {
 
 std::int64_t Register::number_of(const std::string &group, const std::string &key) {
   const std::lock_guard lock(mutex_);
+  return number_for(group, key);
+}
+
+void Register::keep_part(const std::string &group, const std::string &place, const std::string &name) {
+  const std::lock_guard lock(mutex_);
+  number_for(group, place);
+  std::string &known = names_[group][place];
+  if (known != name) {
+    known = name;
+    save();
+  }
+}
+
+std::map<std::string, RegisteredPart> Register::parts(const std::string &group) {
+  const std::lock_guard lock(mutex_);
+  std::map<std::string, RegisteredPart> parts;
+  for (const auto &[place, name] : names_[group]) {
+    parts[place] = {.number = number_for(group, place), .name = name};
+  }
+  return parts;
+}
+
+bool Register::forget_part(const std::string &group, std::int64_t number) {
+  const std::lock_guard lock(mutex_);
+  auto &numbers = numbers_[group];
+  const auto found = std::ranges::find_if(numbers, [&](const auto &entry) { return entry.second == number; });
+  if (found == numbers.end() || names_[group].erase(found->first) == 0) {
+    return false;
+  }
+  numbers.erase(found);
+  save();
+  return true;
+}
+
+std::int64_t Register::number_for(const std::string &group, const std::string &key) {
   auto &numbers = numbers_[group];
   const auto known = numbers.find(key);
   if (known != numbers.end()) {
@@ -60,9 +95,11 @@ void Register::load() {
     std::ifstream stream(file_);
     const auto content = nlohmann::json::parse(stream);
     numbers_ = content.at("numbers");
+    names_ = content.value("parts", names_);  // older files have none
     faults_ = content.at("faults");
   } catch (const std::exception &error) {
     numbers_.clear();
+    names_.clear();
     faults_.clear();
     std::error_code ignored;
     std::filesystem::rename(file_, file_.string() + ".unreadable", ignored);
@@ -75,7 +112,8 @@ void Register::save() {
     return;
   }
   try {
-    const std::string text = nlohmann::json{{"numbers", numbers_}, {"faults", faults_}}.dump(1) + '\n';
+    const std::string text =
+        nlohmann::json{{"numbers", numbers_}, {"parts", names_}, {"faults", faults_}}.dump(1) + '\n';
     std::filesystem::create_directories(file_.parent_path());
     replace_file(file_, std::as_bytes(std::span(text)));
     save_failed_ = false;

@@ -1,4 +1,5 @@
-// What must stay the same from one start to the next: which number a place has, and which faults are active.
+// What must stay the same from one start to the next: which number a place has, which parts should be there, and which
+// faults are active.
 #pragma once
 
 #include <cstdint>
@@ -23,6 +24,12 @@ struct RegisteredFault {
   std::int64_t first_time;  // seconds since 1970
 };
 
+// A part that was there once. It should be there until it is forgotten.
+struct RegisteredPart {
+  std::int64_t number;  // of its place, within the group
+  std::string name;     // for the operator
+};
+
 // A JSON file, replaced as a whole at each change. Thread safe.
 class Register {
  public:
@@ -34,11 +41,19 @@ class Register {
   // 1 on.
   std::int64_t number_of(const std::string &group, const std::string &key);
 
+  // Notes that a part was there, by its place.
+  void keep_part(const std::string &group, const std::string &place, const std::string &name);
+  // The parts of the group that were there, by their places.
+  std::map<std::string, RegisteredPart> parts(const std::string &group);
+  // Forgets the part with this number, so that the number is free again. False if there is none.
+  bool forget_part(const std::string &group, std::int64_t number);
+
   std::map<std::string, RegisteredFault> faults();
   void keep_fault(const std::string &key, const RegisteredFault &fault);
   void drop_fault(const std::string &key);
 
  private:
+  std::int64_t number_for(const std::string &group, const std::string &key);  // with mutex_ held
   void load();
   void save();  // with mutex_ held
 
@@ -46,6 +61,7 @@ class Register {
   std::mutex mutex_;
   // Guarded by mutex_.
   std::map<std::string, std::map<std::string, std::int64_t>> numbers_;  // by group and key
+  std::map<std::string, std::map<std::string, std::string>> names_;     // of parts, by group and place
   std::map<std::string, RegisteredFault> faults_;                       // by the trouble's key
   bool save_failed_ = false;                                            // said once
 };

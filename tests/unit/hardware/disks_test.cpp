@@ -116,6 +116,16 @@ TEST_F(Disks, NoTwoDrivesOfTheMachineShareASlot) {
   EXPECT_NE(inventory.controllers[0].drives[0].number("slot"), inventory.controllers[0].drives[1].number("slot"));
 }
 
+TEST_F(Disks, DrivesComeInTheOrderOfTheirSlots) {
+  add_disk("sda", sda, healthy);
+  found_by(source_);
+  add_disk("nvme0n1", nvme, healthy);
+  const Inventory inventory = found_by(source_);
+  ASSERT_THAT(inventory.controllers.at(0).drives, SizeIs(2));
+  EXPECT_EQ(inventory.controllers[0].drives[0].text("name"), "sda");
+  EXPECT_EQ(inventory.controllers[0].drives[1].text("name"), "nvme0n1");
+}
+
 TEST_F(Disks, TheServerHasASlotForEachDrive) {
   add_disk("sda", sda, healthy);
   add_disk("nvme0n1", nvme, healthy);
@@ -127,6 +137,10 @@ TEST_F(Disks, TheServerHasASlotForEachDrive) {
 TEST_F(Disks, WhatIsNoDriveIsLeftOut) {
   add_disk("loop0", "devices/virtual/block/loop0", healthy);
   add_disk("sr0", "devices/pci0000:00/0000:00:1f.2/ata4/host3/target3:0:0/3:0:0:0/block/sr0", healthy);
+  const std::string chip = "devices/platform/1c0f000.mmc/mmc_host/mmc0/mmc0:0001/block/";
+  add_disk("mmcblk0boot0", chip + "mmcblk0boot0", healthy);
+  add_disk("mmcblk1", chip + "mmcblk1", healthy);
+  write(chip + "mmcblk1/device/type", "SD\n");
   EXPECT_THAT(found_by(source_).controllers, IsEmpty());
 }
 
@@ -148,6 +162,50 @@ TEST_F(Disks, ADriveThatWasPulledIsATroubleUntilItReturns) {
   EXPECT_EQ(gone.troubles[0].description, "Drive sda (MODEL-1) in slot 1 is missing");
   link("block/sda", sda);
   EXPECT_THAT(source_.read().troubles, IsEmpty());
+}
+
+TEST_F(Disks, ADriveIsMissedAfterARestart) {
+  add_disk("sda", sda, healthy);
+  source_.read();
+  pull("sda");
+  DiskSource later(roots(), register_, smartctl());
+  const Finding gone = later.read();
+  ASSERT_THAT(gone.troubles, SizeIs(1));
+  EXPECT_EQ(gone.troubles[0].description, "Drive sda (MODEL-1) in slot 1 is missing");
+}
+
+TEST_F(Disks, ADriveThatIsForgottenIsMissedNoLonger) {
+  add_disk("sda", sda, healthy);
+  source_.read();
+  pull("sda");
+  EXPECT_TRUE(register_.forget_part("drive", 1));
+  EXPECT_THAT(source_.read().troubles, IsEmpty());
+  EXPECT_EQ(found_by(source_).server.number("drive-slots"), 0);
+}
+
+TEST_F(Disks, NobodyMissesAUsbStick) {
+  add_disk("sdb", "devices/pci0000:00/0000:00:14.0/usb1/1-1/1-1:1.0/host6/target6:0:0/6:0:0:0/block/sdb", healthy);
+  EXPECT_THAT(found_by(source_).controllers, SizeIs(1));
+  pull("sdb");
+  EXPECT_THAT(source_.read().troubles, IsEmpty());
+}
+
+TEST_F(Disks, AnotherDriveOfTheSameNameIsAskedAtOnce) {
+  add_disk("sda", sda, healthy);
+  write(std::string(sda) + "/diskseq", "7\n");
+  EXPECT_EQ(found_by(source_).controllers.at(0).drives.at(0).text("model"), "MODEL-1");
+  std::ofstream(directory_ / "reports/sda") << R"({"model_name": "MODEL-2"})";
+  EXPECT_EQ(found_by(source_).controllers.at(0).drives.at(0).text("model"), "MODEL-1") << "a report lasts a while";
+  write(std::string(sda) + "/diskseq", "8\n");
+  EXPECT_EQ(found_by(source_).controllers.at(0).drives.at(0).text("model"), "MODEL-2");
+}
+
+TEST_F(Disks, ADriveWithSeveralControllersIsOne) {
+  const std::string subsystem = "devices/virtual/nvme-subsystem/nvme-subsys0";
+  add_disk("nvme0n1", subsystem + "/nvme0n1", healthy);
+  EXPECT_THAT(found_by(source_).controllers, IsEmpty());
+  link(subsystem + "/nvme0", "devices/pci0000:00/0000:00:01.0/0000:01:00.0/nvme/nvme0");
+  EXPECT_THAT(found_by(source_).controllers, SizeIs(1));
 }
 
 TEST_F(Disks, ADriveThatDoesNotAnswerIsStillListed) {
