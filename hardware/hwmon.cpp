@@ -1,12 +1,11 @@
 #include "hardware/hwmon.h"
 
-#include <array>
-#include <cstdio>
 #include <optional>
 
 #include "core/class_number.h"
+#include "hardware/decimal.h"
+#include "hardware/fans.h"
 #include "hardware/sysfs.h"
-#include "platform/inventory.h"
 #include "service/causes.h"
 
 namespace tavo::service {
@@ -14,11 +13,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Readings of whole degrees are written with one decimal, as all others are.
-std::string degrees(std::int64_t thousandths) {
-  std::array<char, 32> text{};
-  std::snprintf(text.data(), text.size(), "%.1f", static_cast<double>(thousandths) / 1000);
-  return text.data();
+std::string from_thousandths(std::int64_t thousandths) {
+  return with_one_decimal(static_cast<double>(thousandths) / 1000);
 }
 
 // Of a processor, by its number from 0.
@@ -26,12 +22,6 @@ struct ProcessorTemperature {
   std::size_t processor;
   std::int64_t thousandths;
   bool is_critical;
-};
-
-// A fan's number among all fans, from 1.
-struct Fan {
-  std::int64_t number;
-  bool has_failed;
 };
 
 struct Readings {
@@ -75,8 +65,7 @@ void read_fans(const fs::path &chip, Readings &readings) {
         read_number(chip / (fan + "_alarm")).value_or(0) != 0 || read_number(chip / (fan + "_fault")).value_or(0) != 0;
     const bool stands_still = turns == 0 && read_number(chip / (fan + "_min")).value_or(0) > 0;
     if (turns) {
-      readings.fans.push_back(
-          {.number = static_cast<std::int64_t>(readings.fans.size()) + 1, .has_failed = alarm || stands_still});
+      readings.fans.push_back({.has_failed = alarm || stands_still});
     }
   }
 }
@@ -99,42 +88,14 @@ Readings read_chips(const fs::path &directory) {
   return readings;
 }
 
-std::string fan_name(std::int64_t number, std::string_view what) {
-  return "FAN" + std::to_string(number) + std::string(what);
-}
-
-Part fan_sensor(std::int64_t sensor, const std::string &name, std::int64_t fan, int type) {
-  Part part(sensor_kind);
-  part.set_number("number", sensor);
-  part.set("name", name);
-  part.set_number("entity", ENTITY_FAN);
-  part.set_number("instance", fan);
-  part.set_number("type", type);
-  return part;
-}
-
-// Two sensors a fan: its speed, and whether it is there. The speeds come first and without a gap, because readers stop
-// at the first number that they cannot read.
-void enter_fans(Inventory &inventory, const std::vector<Fan> &fans) {
-  for (const Fan &fan : fans) {
-    inventory.sensors.push_back(
-        fan_sensor(fan.number - 1, fan_name(fan.number, "_TACH1"), fan.number, SENSOR_TYPE_FAN));
-  }
-  const auto count = static_cast<std::int64_t>(fans.size());
-  for (const Fan &fan : fans) {
-    inventory.sensors.push_back(
-        fan_sensor(count + fan.number - 1, fan_name(fan.number, "_PRES"), fan.number, SENSOR_TYPE_ENTITY_PRESENCE));
-  }
-}
-
 void enter(Inventory &inventory, const Readings &readings) {
   for (const ProcessorTemperature &reading : readings.processors) {
     if (reading.processor < inventory.processors.size()) {
-      inventory.processors[reading.processor].set("temperature", degrees(reading.thousandths));
+      inventory.processors[reading.processor].set("temperature", from_thousandths(reading.thousandths));
     }
   }
   if (readings.power) {
-    inventory.environment.set("power", degrees(*readings.power / 1000));
+    inventory.environment.set("power", from_thousandths(*readings.power / 1000));
   }
   enter_fans(inventory, readings.fans);
 }
@@ -152,13 +113,12 @@ std::vector<Trouble> troubles_in(const Readings &readings) {
                           .description = "Processor " + number + " is at its critical temperature"});
     }
   }
-  for (const Fan &fan : readings.fans) {
-    if (fan.has_failed) {
-      const std::string number = std::to_string(fan.number);
-      // The fault's unit is that of a first fan in a fan module.
+  for (std::size_t i = 0; i < readings.fans.size(); ++i) {
+    if (readings.fans[i].has_failed) {
+      const std::string number = std::to_string(i + 1);
       troubles.push_back({.key = "fan " + number + " failed",
                           .class_code = class_number::system_fan,
-                          .unit = (fan.number - 1) * 2,
+                          .unit = fan_unit(i, readings.fans.size()),
                           .severity = "major",
                           .cause = cause::failed,
                           .description = "Fan " + number + " has failed"});
@@ -168,6 +128,11 @@ std::vector<Trouble> troubles_in(const Readings &readings) {
 }
 
 }  // namespace
+
+Measured measured_by_hwmon(const fs::path &sys) {
+  const Readings readings = read_chips(sys / "class/hwmon");
+  return {.fans = !readings.fans.empty(), .processors = !readings.processors.empty()};
+}
 
 Finding HwmonSource::read() {
   const fs::path directory = roots_.sys / "class/hwmon";

@@ -5,6 +5,15 @@
 
 namespace tavo::service {
 
+// What some chip measures at the moment.
+struct Measured {
+  bool fans;
+  bool processors;  // their temperatures
+};
+
+// Says of what the kernel's drivers already tell, so that another source need not show it a second time.
+Measured measured_by_hwmon(const std::filesystem::path &sys);
+
 class HwmonSource : public Source {
  public:
   explicit HwmonSource(Roots roots) : roots_(std::move(roots)) {}

@@ -4,6 +4,7 @@
 #include "hardware/disks.h"
 #include "hardware/edac.h"
 #include "hardware/hwmon.h"
+#include "hardware/ipmi.h"
 #include "hardware/smbios.h"
 
 namespace tavo::service {
@@ -12,6 +13,7 @@ std::vector<std::unique_ptr<Source>> all_sources(const Roots &roots, Register &n
   std::vector<std::unique_ptr<Source>> sources;
   sources.push_back(std::make_unique<SmbiosSource>(roots));
   sources.push_back(std::make_unique<HwmonSource>(roots));
+  sources.push_back(std::make_unique<IpmiSource>(roots));
   sources.push_back(std::make_unique<EdacSource>(roots));
   sources.push_back(std::make_unique<DiskSource>(roots, numbers));
   sources.push_back(std::make_unique<ArraySource>(roots, numbers));

@@ -1,0 +1,14 @@
+#include "hardware/decimal.h"
+
+#include <array>
+#include <cstdio>
+
+namespace tavo::service {
+
+std::string with_one_decimal(double number) {
+  std::array<char, 32> text{};
+  std::snprintf(text.data(), text.size(), "%.1f", number);
+  return text.data();
+}
+
+}  // namespace tavo::service

@@ -1,0 +1,188 @@
+#include "hardware/ipmi_storage.h"
+
+#include <freeipmi/freeipmi.h>
+
+#include <algorithm>
+
+#include "hardware/ipmi_sdr.h"
+
+namespace tavo::service {
+namespace {
+
+constexpr std::uint8_t chunk = 16;  // octets of one answer that every controller manages
+
+std::uint8_t low(unsigned word) {
+  return static_cast<std::uint8_t>(word & 0xff);
+}
+
+std::uint8_t high(unsigned word) {
+  return static_cast<std::uint8_t>(word >> 8 & 0xff);
+}
+
+unsigned word_at(const IpmiOctets &octets, std::size_t offset) {
+  return octets[offset] | static_cast<unsigned>(octets[offset + 1]) << 8;
+}
+
+IpmiCommand storage(std::uint8_t command, IpmiOctets data = {}) {
+  return {.net_fn = IPMI_NET_FN_STORAGE_RQ, .command = command, .data = std::move(data)};
+}
+
+unsigned reservation(IpmiDevice &device) {
+  const auto answer = ask(device, storage(IPMI_CMD_RESERVE_SDR_REPOSITORY), 2);
+  return answer ? word_at(*answer, 0) : 0;
+}
+
+struct SdrPart {
+  unsigned next;  // the record after this one
+  IpmiOctets octets;
+};
+
+// `count` octets of the record at most.
+std::optional<SdrPart> sdr_part(IpmiDevice &device, unsigned reserved, unsigned id, std::size_t offset,
+                                std::size_t count) {
+  const auto answer =
+      ask(device,
+          storage(IPMI_CMD_GET_SDR, {low(reserved), high(reserved), low(id), high(id),
+                                     static_cast<std::uint8_t>(offset), static_cast<std::uint8_t>(count)}),
+          3);
+  if (!answer) {
+    return std::nullopt;
+  }
+  const auto end = answer->begin() + static_cast<std::ptrdiff_t>(std::min(answer->size(), 2 + count));
+  return SdrPart{.next = word_at(*answer, 0), .octets = {answer->begin() + 2, end}};
+}
+
+// The record of this number; nothing if it cannot be read as a whole.
+std::optional<SdrPart> sdr_record(IpmiDevice &device, unsigned reserved, unsigned id) {
+  auto record = sdr_part(device, reserved, id, 0, sdr_header);
+  if (!record || record->octets.size() < sdr_header) {
+    return std::nullopt;
+  }
+  const std::size_t size = sdr_header + record->octets[sdr_header - 1];
+  while (record->octets.size() < size) {
+    const std::size_t offset = record->octets.size();
+    // An offset is an octet.
+    const auto part = offset > UINT8_MAX
+                          ? std::nullopt
+                          : sdr_part(device, reserved, id, offset, std::min<std::size_t>(size - offset, chunk));
+    if (!part || part->octets.empty()) {
+      return std::nullopt;
+    }
+    record->octets.insert(record->octets.end(), part->octets.begin(), part->octets.end());
+  }
+  return record;
+}
+
+}  // namespace
+
+std::optional<IpmiOctets> sdr_state(IpmiDevice &device) {
+  return ask(device, storage(IPMI_CMD_GET_SDR_REPOSITORY_INFO), 1);
+}
+
+std::vector<IpmiOctets> read_sdr(IpmiDevice &device) {
+  constexpr unsigned last = IPMI_SDR_RECORD_ID_LAST;
+  constexpr int attempts = 3;  // someone else's reservation cancels ours
+  std::vector<IpmiOctets> records;
+  std::set<unsigned> seen;
+  unsigned reserved = reservation(device);
+  for (unsigned id = IPMI_SDR_RECORD_ID_FIRST; id != last && seen.insert(id).second;) {
+    auto record = sdr_record(device, reserved, id);
+    for (int attempt = 1; !record && attempt < attempts; ++attempt) {
+      reserved = reservation(device);
+      record = sdr_record(device, reserved, id);
+    }
+    if (!record) {
+      break;
+    }
+    records.push_back(std::move(record->octets));
+    id = record->next;
+  }
+  return records;
+}
+
+IpmiOctets read_fru(IpmiDevice &device, std::uint8_t id) {
+  constexpr std::size_t limit = 8192;
+  constexpr std::uint8_t in_words = 1;
+  const auto info = ask(device, storage(IPMI_CMD_GET_FRU_INVENTORY_AREA_INFO, {id}), 3);
+  if (!info) {
+    return {};
+  }
+  const unsigned unit = (info->at(2) & in_words) != 0 ? 2 : 1;  // in what offsets and counts are given
+  const std::size_t size = std::min<std::size_t>(word_at(*info, 0), limit);
+  IpmiOctets area;
+  while (area.size() < size) {
+    const auto offset = static_cast<unsigned>(area.size() / unit);
+    const std::size_t wanted = std::min<std::size_t>(size - area.size(), chunk);
+    const auto count = static_cast<std::uint8_t>((wanted + unit - 1) / unit);
+    const auto answer = ask(device, storage(IPMI_CMD_READ_FRU_DATA, {id, low(offset), high(offset), count}), 1);
+    const std::size_t got =
+        answer ? std::min<std::size_t>({static_cast<std::size_t>(answer->front()) * unit, answer->size() - 1, wanted})
+               : 0;
+    if (got == 0 || got % unit != 0) {
+      break;
+    }
+    area.insert(area.end(), answer->begin() + 1, answer->begin() + 1 + static_cast<std::ptrdiff_t>(got));
+  }
+  return area;
+}
+
+std::optional<SelReader::Entry> SelReader::entry(IpmiDevice &device, unsigned id) {
+  constexpr std::size_t record_size = 16;
+  constexpr std::uint8_t whole = 0xff;
+  const auto answer =
+      ask(device, storage(IPMI_CMD_GET_SEL_ENTRY, {0, 0, low(id), high(id), 0, whole}), 2 + record_size);
+  if (!answer) {
+    return std::nullopt;
+  }
+  return Entry{.next = word_at(*answer, 0),
+               .record = {answer->begin() + 2, answer->begin() + 2 + static_cast<std::ptrdiff_t>(record_size)}};
+}
+
+// A log that was cleared begins anew, and so does one in which the last known entry is another or has gone: it has
+// been written over.
+unsigned SelReader::first_new(IpmiDevice &device, News &news) const {
+  if (!last_.empty() && !news.begins_anew) {
+    const auto known = entry(device, word_at(last_, 0));
+    if (known && known->record == last_) {
+      return known->next;
+    }
+  }
+  news.begins_anew = true;
+  return IPMI_SEL_GET_RECORD_ID_FIRST_ENTRY;
+}
+
+std::optional<SelReader::News> SelReader::read(IpmiDevice &device) {
+  constexpr std::size_t state_size = 14;  // version, number of entries, free octets, times of adding and erasing, flags
+  constexpr std::size_t count = 1;
+  constexpr auto erased_at = std::make_pair(9, 13);
+  constexpr unsigned last = IPMI_SEL_GET_RECORD_ID_LAST_ENTRY;
+  const auto state = ask(device, storage(IPMI_CMD_GET_SEL_INFO), state_size);
+  if (!state) {
+    return std::nullopt;
+  }
+  News news;
+  if (*state == state_) {
+    return news;
+  }
+  news.begins_anew = state_.empty() || word_at(*state, count) < word_at(state_, count) ||
+                     !std::equal(state->begin() + erased_at.first, state->begin() + erased_at.second,
+                                 state_.begin() + erased_at.first);
+  unsigned next = word_at(*state, count) != 0 ? first_new(device, news) : last;
+  std::set<unsigned> seen;
+  while (next != last && seen.insert(next).second) {
+    auto read = entry(device, next);
+    if (!read) {
+      break;  // what comes after it is read once the log has changed again
+    }
+    next = read->next;
+    last_ = read->record;
+    news.records.push_back(std::move(read->record));
+  }
+  if (news.begins_anew && news.records.empty()) {
+    last_.clear();
+  }
+  state_ = *state;
+  return news;
+}
+
+}  // namespace tavo::service

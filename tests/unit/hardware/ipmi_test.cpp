@@ -1,0 +1,341 @@
+#include "hardware/ipmi.h"
+
+#include <gmock/gmock.h>
+
+#include "controller.h"
+#include "hardware/ipmi_sdr.h"
+#include "hardware/ipmi_storage.h"
+#include "tree.h"
+
+namespace tavo::service {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+constexpr std::uint8_t fan_type = 4;
+constexpr std::uint8_t fan_entity = 0x1d;
+constexpr std::uint8_t turns = 18;
+constexpr std::uint8_t presence_type = 0x25;
+constexpr std::uint8_t specific = 0x6f;
+
+// It turns at a hundred times what it reads, and is slow at 500.
+MadeUpSensor fan(std::uint8_t number, const std::string &name) {
+  return {.number = number,
+          .type = fan_type,
+          .entity = fan_entity,
+          .instance = number,
+          .name = name,
+          .unit = turns,
+          .multiplier = 100,
+          .lower_critical = 5,
+          .hysteresis = 2};
+}
+
+MadeUpSensor temperature(std::uint8_t number, const std::string &name) {
+  return {.number = number,
+          .name = name,
+          .readable = 0x30,
+          .upper_non_recoverable = 90,
+          .upper_critical = 80,
+          .hysteresis = 5};
+}
+
+class Ipmi : public Tree {
+ protected:
+  static std::unique_ptr<MadeUpController> make_controller() { return std::make_unique<MadeUpController>(); }
+
+  std::vector<std::string> descriptions() {
+    std::vector<std::string> all;
+    for (const Trouble &trouble : source_.read().troubles) {
+      all.push_back(trouble.severity + ": " + trouble.description);
+    }
+    return all;
+  }
+
+  std::unique_ptr<MadeUpController> made_ = make_controller();
+  MadeUpController &controller_ = *made_;
+  IpmiSource source_{roots(), std::move(made_)};
+};
+
+using IpmiSdr = Ipmi;
+
+TEST_F(IpmiSdr, AFullRecordTellsOfASensor) {
+  const IpmiInventory inventory = decode_sdr({full_record(fan(9, "SYS_FAN1"))});
+  ASSERT_THAT(inventory.sensors, SizeIs(1));
+  const IpmiSensor &sensor = inventory.sensors[0];
+  EXPECT_EQ(sensor.number, 9);
+  EXPECT_EQ(sensor.name, "SYS_FAN1");
+  EXPECT_EQ(sensor.unit, turns);
+  EXPECT_EQ(sensor.conversion->value(21), 2100);
+  EXPECT_EQ(sensor.thresholds.lower_critical, 500);
+  EXPECT_EQ(sensor.thresholds.upper_non_recoverable, std::nullopt);
+  EXPECT_EQ(sensor.falling_hysteresis, 200);
+}
+
+TEST_F(IpmiSdr, ACompactRecordStandsForSeveralSensors) {
+  const IpmiInventory inventory = decode_sdr({compact_record(30, 8, specific, 10, 1, "PS", 3)});
+  ASSERT_THAT(inventory.sensors, SizeIs(3));
+  EXPECT_EQ(inventory.sensors[2].number, 32);
+  EXPECT_EQ(inventory.sensors[2].entity.instance, 3);
+  EXPECT_EQ(inventory.sensors[2].name, "PS 2");
+}
+
+TEST_F(IpmiSdr, ARecordThatIsCutShortIsLeftOut) {
+  for (const IpmiOctets &whole :
+       {full_record(fan(9, "SYS_FAN1")), compact_record(30, 8, specific, 10, 1, "PS"), fru_record(3, 10, 1)}) {
+    for (std::size_t size = 0; size < whole.size(); ++size) {
+      const IpmiInventory inventory = decode_sdr({IpmiOctets(whole.begin(), whole.begin() + static_cast<int>(size))});
+      EXPECT_THAT(inventory.sensors, IsEmpty()) << size;
+      EXPECT_THAT(inventory.frus, IsEmpty()) << size;
+    }
+  }
+}
+
+TEST_F(IpmiSdr, SensorsOfOthersAreLeftOut) {
+  IpmiOctets record = full_record(fan(9, "SYS_FAN1"));
+  record[5] = 0x2c;
+  EXPECT_THAT(decode_sdr({record}).sensors, IsEmpty());
+}
+
+TEST_F(IpmiSdr, AReadingThatIsNoNumberIsNone) {
+  IpmiConversion conversion;
+  conversion.multiplier = 1;
+  conversion.linearization = 1;  // a logarithm
+  EXPECT_EQ(conversion.value(0), std::nullopt);
+  EXPECT_NE(conversion.value(10), std::nullopt);
+}
+
+TEST_F(IpmiSdr, ANameIsOneLine) {
+  EXPECT_EQ(ipmi_text("  FAN\n1 \xff "), "FAN?1 ?");
+  EXPECT_EQ(ipmi_text("FAN\0X"), "FAN");
+  const IpmiInventory inventory = decode_sdr({full_record(fan(9, ""))});
+  EXPECT_EQ(inventory.sensors.at(0).name, "Sensor 9");
+}
+
+TEST_F(IpmiSdr, ARepositoryThatLoopsEnds) {
+  class Loop : public MadeUpController {
+    IpmiOctets ask(const IpmiCommand &command) override {
+      IpmiOctets answer = MadeUpController::ask(command);
+      if (command.command == 0x23 && answer.size() > 1) {
+        answer[1] = 1;  // the next one is the first
+        answer[2] = 0;
+      }
+      return answer;
+    }
+  };
+  Loop loop;
+  loop.sdr = {full_record(fan(9, "SYS_FAN1")), full_record(fan(10, "SYS_FAN2"))};
+  EXPECT_THAT(read_sdr(loop), SizeIs(2)) << "the first goes by two numbers";
+}
+
+TEST_F(IpmiSdr, ARecordLargerThanAnOffsetIsLeftOut) {
+  IpmiOctets record = full_record(fan(9, "SYS_FAN1"));
+  record[4] = 0xff;
+  record.resize(5 + 0xff);
+  controller_.sdr = {record};
+  EXPECT_THAT(read_sdr(controller_), SizeIs(1));
+  record.resize(100);
+  controller_.sdr = {record};
+  EXPECT_THAT(read_sdr(controller_), IsEmpty());
+}
+
+TEST_F(Ipmi, AMachineWithoutAControllerSaysSo) {
+  controller_.is_there = false;
+  EXPECT_THROW(source_.read(), IpmiSilence);
+  IpmiSource real(roots());
+  try {
+    real.read();
+    FAIL();
+  } catch (const std::exception &error) {
+    EXPECT_EQ(error.what(), (roots().dev / "ipmi0").string() + ": No such file or directory");
+  }
+}
+
+TEST_F(Ipmi, FansHaveRowsInTheOrderOfTheRecords) {
+  controller_.sdr = {full_record(fan(9, "SYS_FAN1")), full_record(fan(8, "SYS_FAN2"))};
+  controller_.reads(9, 30);
+  std::vector<std::string> sensors;
+  for (const Part &sensor : found_by(source_).sensors) {
+    sensors.push_back(sensor.text("name") + ' ' + sensor.written(*find_field(sensor_kind, "presence")));
+  }
+  EXPECT_THAT(sensors,
+              ElementsAre("FAN1_TACH1 present", "FAN2_TACH1 unknown", "FAN1_PRES present", "FAN2_PRES unknown"));
+}
+
+TEST_F(Ipmi, ManyFansAreTwoToAModule) {
+  for (std::uint8_t number = 1; number <= 8; ++number) {
+    controller_.sdr.push_back(full_record(fan(number, "FAN" + std::to_string(number))));
+    controller_.reads(number, 30);
+  }
+  controller_.reads(8, 3);
+  const Finding finding = source_.read();
+  Inventory inventory;
+  finding.enter(inventory);
+  EXPECT_EQ(inventory.sensors.at(7).text("name"), "FAN4_TACH2");
+  EXPECT_EQ(finding.troubles.at(0).unit, 7);
+}
+
+TEST_F(Ipmi, AFanIsShownOnce) {
+  controller_.sdr = {full_record(fan(9, "SYS_FAN1"))};
+  controller_.reads(9, 0);
+  write("class/hwmon/hwmon0/name", "board\n");
+  write("class/hwmon/hwmon0/fan1_input", "2400\n");
+  EXPECT_THAT(found_by(source_).sensors, IsEmpty());
+  EXPECT_THAT(descriptions(), IsEmpty());
+}
+
+TEST_F(Ipmi, ASlowFanIsATroubleUntilItIsFastEnough) {
+  controller_.sdr = {full_record(fan(9, "SYS_FAN1"))};
+  controller_.reads(9, 6);
+  EXPECT_THAT(descriptions(), IsEmpty());
+  controller_.reads(9, 5);
+  EXPECT_THAT(descriptions(), ElementsAre("major: Fan 1 (SYS_FAN1) has failed"));
+  controller_.reads(9, 6);
+  EXPECT_THAT(descriptions(), SizeIs(1)) << "within the hysteresis";
+  controller_.reads(9, 7);
+  EXPECT_THAT(descriptions(), IsEmpty());
+}
+
+TEST_F(Ipmi, AFanThatWasTakenOutIsMissing) {
+  controller_.sdr = {full_record(fan(9, "SYS_FAN1")),
+                     compact_record(20, presence_type, specific, fan_entity, 9, "FAN1 Presence")};
+  controller_.reads(9, 30);
+  controller_.is_in(20, 2);
+  EXPECT_THAT(descriptions(), IsEmpty()) << "its place may be meant to be empty";
+  controller_.is_in(20, 1);
+  EXPECT_THAT(descriptions(), IsEmpty());
+  controller_.is_in(20, 2);
+  controller_.reads(9, 0);
+  const Finding finding = source_.read();
+  ASSERT_THAT(finding.troubles, SizeIs(1));
+  EXPECT_EQ(finding.troubles[0].description, "Fan 1 (SYS_FAN1) is missing");
+  EXPECT_EQ(finding.troubles[0].cause, 238);
+  Inventory inventory;
+  finding.enter(inventory);
+  EXPECT_EQ(inventory.sensors.at(0).written(*find_field(sensor_kind, "presence")), "absent");
+}
+
+TEST_F(Ipmi, AReadingMayBeMissingNowAndThen) {
+  controller_.sdr = {full_record(fan(9, "SYS_FAN1"))};
+  controller_.reads(9, 3);
+  EXPECT_THAT(descriptions(), SizeIs(1));
+  controller_.readings[9] = {3, 0x60};  // unavailable
+  EXPECT_THAT(descriptions(), SizeIs(1));
+  controller_.readings.clear();
+  EXPECT_THAT(descriptions(), SizeIs(1));
+  EXPECT_THAT(descriptions(), IsEmpty()) << "it is no fan that can be told about";
+}
+
+TEST_F(Ipmi, ATemperatureIsATroubleAtItsThreshold) {
+  controller_.sdr = {full_record(temperature(1, "DIMM Temp"))};
+  controller_.reads(1, 79);
+  EXPECT_THAT(descriptions(), IsEmpty());
+  controller_.reads(1, 80);
+  EXPECT_THAT(descriptions(), ElementsAre("major: DIMM Temp is at its critical temperature"));
+  controller_.reads(1, 90);
+  EXPECT_THAT(descriptions(), ElementsAre("critical: DIMM Temp is at a temperature that damages hardware"));
+  controller_.reads(1, 86);
+  EXPECT_THAT(descriptions(), ElementsAre("critical: DIMM Temp is at a temperature that damages hardware"));
+  controller_.reads(1, 76);
+  EXPECT_THAT(descriptions(), ElementsAre("major: DIMM Temp is at its critical temperature"));
+  controller_.reads(1, 75);
+  EXPECT_THAT(descriptions(), IsEmpty());
+}
+
+TEST_F(Ipmi, ThresholdsAreThoseThatAreSet) {
+  controller_.sdr = {full_record(temperature(1, "DIMM Temp"))};
+  controller_.thresholds[1] = {0x10, 0, 0, 0, 0, 50, 0};
+  controller_.reads(1, 60);
+  EXPECT_THAT(descriptions(), SizeIs(1));
+}
+
+TEST_F(Ipmi, AThresholdOfZeroIsNone) {
+  MadeUpSensor sensor = temperature(1, "DIMM Temp");
+  sensor.upper_non_recoverable = 0;
+  controller_.sdr = {full_record(sensor)};
+  controller_.reads(1, 30);
+  EXPECT_THAT(descriptions(), IsEmpty());
+  controller_.reads(1, 80);
+  EXPECT_THAT(descriptions(), SizeIs(1));
+}
+
+TEST_F(Ipmi, TemperaturesGoByTheirNames) {
+  controller_.sdr = {full_record(temperature(1, "Inlet Temp")), full_record(temperature(2, "Exhaust Temp")),
+                     full_record(temperature(3, "PCH Temp")), full_record(temperature(4, "Board Temp"))};
+  for (const std::uint8_t sensor : {1, 2, 3, 4}) {
+    controller_.reads(sensor, static_cast<std::uint8_t>(20 + sensor));
+  }
+  const Inventory inventory = found_by(source_);
+  EXPECT_EQ(inventory.environment.text("ambient"), "21.0");
+  EXPECT_EQ(inventory.environment.text("front"), "21.0");
+  EXPECT_EQ(inventory.environment.text("rear"), "22.0");
+  EXPECT_EQ(inventory.environment.text("iohub1"), "23.0");
+  EXPECT_EQ(inventory.environment.text("iohub2"), "0") << "there is none";
+}
+
+TEST_F(Ipmi, ProcessorsThatHwmonKnowsAreLeftToIt) {
+  MadeUpSensor sensor = temperature(1, "CPU1 Temp");
+  sensor.entity = 3;
+  controller_.sdr = {full_record(sensor)};
+  controller_.reads(1, 85);
+  Inventory inventory;
+  inventory.processors.emplace_back(processor_kind);
+  source_.read().enter(inventory);
+  EXPECT_EQ(inventory.processors[0].text("temperature"), "85.0");
+  EXPECT_THAT(descriptions(), SizeIs(1));
+  write("class/hwmon/hwmon0/name", "k10temp\n");
+  write("class/hwmon/hwmon0/temp1_input", "84000\n");
+  inventory.processors[0] = Part(processor_kind);
+  source_.read().enter(inventory);
+  EXPECT_EQ(inventory.processors[0].text("temperature"), "0");
+  EXPECT_THAT(descriptions(), IsEmpty());
+}
+
+TEST_F(Ipmi, ConsumedPowerIsWhatTheControllerSays) {
+  controller_.sdr = {full_record({.number = 1, .type = 0x0b, .name = "System Power", .unit = 6})};
+  controller_.reads(1, 210);
+  EXPECT_EQ(found_by(source_).environment.text("power"), "210.0");
+  controller_.power = IpmiOctets(18);
+  controller_.power[1] = 0x2c;
+  controller_.power[2] = 0x01;
+  EXPECT_EQ(found_by(source_).environment.text("power"), "210.0") << "it does not measure";
+  controller_.power[17] = 0x40;
+  EXPECT_EQ(found_by(source_).environment.text("power"), "300.0");
+}
+
+TEST_F(Ipmi, TheChassisSaysWhetherItIsOn) {
+  Inventory inventory = found_by(source_);
+  EXPECT_EQ(inventory.server.number("power"), 1);
+  EXPECT_THAT(inventory.leds, IsEmpty()) << "it does not tell of the LED";
+  controller_.chassis = {0, 0, 0x50};
+  inventory = found_by(source_);
+  EXPECT_EQ(inventory.server.number("power"), 0);
+  ASSERT_THAT(inventory.leds, SizeIs(1));
+  EXPECT_EQ(inventory.leds[0].text("state"), "ON");
+}
+
+TEST_F(Ipmi, AControllerThatFallsSilentIsATrouble) {
+  controller_.sdr = {full_record(fan(9, "SYS_FAN1"))};
+  controller_.reads(9, 3);
+  EXPECT_THAT(descriptions(), SizeIs(1));
+  controller_.is_silent = true;
+  const Finding finding = source_.read();
+  EXPECT_THAT(finding.unreadable, ElementsAre("/dev/ipmi0: the driver timed out"));
+  EXPECT_THAT(finding.troubles, SizeIs(2)) << "what was known stays";
+}
+
+TEST_F(Ipmi, RecordsAreReadAgainWhenTheyChange) {
+  controller_.sdr = {full_record(fan(9, "SYS_FAN1"))};
+  EXPECT_THAT(found_by(source_).sensors, SizeIs(2));
+  controller_.sdr.push_back(full_record(fan(10, "SYS_FAN2")));
+  ++controller_.sdr_changes;
+  EXPECT_THAT(found_by(source_).sensors, SizeIs(4));
+  const int before = controller_.asked[{0x0a, 0x23}];
+  source_.read();
+  EXPECT_EQ((controller_.asked[{0x0a, 0x23}]), before);
+}
+
+}  // namespace
+}  // namespace tavo::service
