@@ -88,7 +88,7 @@ void serve_scenario(const ServeOptions &options, int stop) {
 void serve_hardware(const ServeOptions &options, int stop) {
   Register kept(options.kept);
   Hardware hardware(all_sources(Roots(), kept), kept);
-  Machine machine(hardware.first_inventory(patience), options.surroundings);
+  Machine machine(hardware.first_inventory(patience), options.surroundings, &hardware);
   say_unreadable(hardware);
   Service service(machine, options.socket);
   say_ready(options, "this machine");

@@ -189,6 +189,7 @@ void DiskSource::find_troubles(const std::vector<Drive> &present, Finding &findi
   for (const auto &[place, drive] : numbers_.parts(drive_group)) {
     if (std::ranges::find(present, place, &Drive::place) == present.end()) {
       finding.troubles.push_back(trouble(place, drive, "gone", "warning", cause::missing, " is missing"));
+      finding.troubles.back().missing = {.group = drive_group, .number = drive.number};
     }
   }
 }

@@ -2,6 +2,7 @@
 
 #include <poll.h>
 
+#include <algorithm>
 #include <utility>
 
 #include "service/causes.h"
@@ -32,7 +33,7 @@ bool files_differ(const Inventory &left, const Inventory &right) {
 
 }  // namespace
 
-Hardware::Hardware(std::vector<std::unique_ptr<Source>> sources, Register &kept) : keeper_(kept) {
+Hardware::Hardware(std::vector<std::unique_ptr<Source>> sources, Register &kept) : register_(kept), keeper_(kept) {
   for (std::unique_ptr<Source> &source : sources) {
     auto reader = std::make_shared<Reader>();
     reader->source = std::move(source);
@@ -95,6 +96,19 @@ void Hardware::advance(Machine &machine) {
     }
   }
   keeper_.settle(troubles(), Clock::now(), machine);
+}
+
+void Hardware::forget(const std::string &kind, std::int64_t number) {
+  std::vector<std::string> missing;
+  for (const Trouble &trouble : troubles()) {
+    if (trouble.missing) {
+      missing.push_back(trouble.missing->group + ' ' + std::to_string(trouble.missing->number));
+    }
+  }
+  const std::string wanted = kind + ' ' + std::to_string(number);
+  if (std::ranges::find(missing, wanted) == missing.end() || !register_.forget_part(kind, number)) {
+    throw BadInput("'" + wanted + "' is not missing; what is: " + joined({missing.begin(), missing.end()}));
+  }
 }
 
 void Hardware::read_again_and_again(const std::shared_ptr<Reader> &reader) {

@@ -19,14 +19,12 @@
 namespace tavo::service {
 
 // Each source is read on a thread of its own, so one that hangs stalls nobody else; after a while it is a fault.
-class Hardware {
+class Hardware : public RealServer {
  public:
   // `kept` outlives this object.
   Hardware(std::vector<std::unique_ptr<Source>> sources, Register &kept);
   // Waits for no source: the thread of one that hangs is left behind.
-  ~Hardware();
-  Hardware(const Hardware &) = delete;
-  Hardware &operator=(const Hardware &) = delete;
+  ~Hardware() override;
 
   // The server once every source has been read, or as far as it is known when the time is up.
   Inventory first_inventory(std::chrono::seconds at_most);
@@ -36,6 +34,8 @@ class Hardware {
 
   // Brings the machine up to date and raises and clears faults. Called about once a second.
   void advance(Machine &machine);
+
+  void forget(const std::string &kind, std::int64_t number) override;
 
  private:
   // What a source's thread shares with the rest. The thread may outlive the Hardware.
@@ -59,6 +59,7 @@ class Hardware {
   bool take_news();
 
   std::vector<std::shared_ptr<Reader>> readers_;  // in the order in which they enter what they find
+  Register &register_;
   FaultKeeper keeper_;
   std::optional<Inventory> shown_;  // what the machine has
 };

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -16,6 +17,12 @@ namespace tavo::service {
 // The class of faults that are the whole server's: no class of the platform's parts.
 inline constexpr int server_class = 9;
 
+// A part that should be there, as the register knows it.
+struct MissingPart {
+  std::string group;  // "drive"
+  std::int64_t number;
+};
+
 // A condition that is a fault for as long as it lasts.
 struct Trouble {
   std::string key;                // names the condition for ever: "dimm DIMM_A1 uncorrected"
@@ -26,6 +33,7 @@ struct Trouble {
   std::string description;        // a sentence for the operator
   std::string affected = {};      // the part's distinguished name; empty: what the class and unit stand for
   std::string affected_oid = {};  // the object identifier that goes with it
+  std::optional<MissingPart> missing = {};
 };
 
 // What one reading of a source has found.

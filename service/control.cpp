@@ -65,6 +65,16 @@ const Command &find_command(Words words) {
   refuse_verb(words);
 }
 
+void check_server(const Command &command, bool is_real) {
+  const std::string words = std::string(command.object) + (command.verb.empty() ? "" : " ") + std::string(command.verb);
+  if (command.servers == Servers::Simulated && is_real) {
+    throw BadInput("'" + words + "' changes a simulated server; this one is real, and is shown as it is");
+  }
+  if (command.servers == Servers::Real && !is_real) {
+    throw BadInput("'" + words + "' is for a real server; this one is simulated");
+  }
+}
+
 std::size_t position_of(const std::vector<Part> &parts, std::string_view field, const std::string &wanted) {
   std::vector<std::string> known(parts.size());
   std::ranges::transform(parts, known.begin(),
@@ -90,6 +100,7 @@ std::string control(Machine &machine, const std::vector<std::string> &words) {
   if (arguments.size() > command.arity.most) {
     throw BadInput("unexpected word '" + arguments[command.arity.most] + "'; usage: " + usage(command));
   }
+  check_server(command, machine.real() != nullptr);
   return command.run(machine, arguments);
 }
 

@@ -29,6 +29,9 @@ constexpr Arity at_least(std::size_t least) {
   return {.least = least, .most = SIZE_MAX};
 }
 
+// Which servers take a command. A real one is shown as it is.
+enum class Servers { Simulated, Real, Any };
+
 // A command is an object, a verb (empty if the object alone names the command) and arguments.
 struct Command {
   std::string_view object;
@@ -38,6 +41,7 @@ struct Command {
   std::string_view help;
   std::string (*run)(Machine &machine, Words arguments);  // returns what to print
   const PartKind *kind = nullptr;                         // the part whose fields FIELD stands for; null: none
+  Servers servers = Servers::Simulated;
 };
 
 std::span<const Command> fault_commands();

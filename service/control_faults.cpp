@@ -12,17 +12,22 @@ namespace {
 
 constexpr std::int64_t word_most = std::numeric_limits<std::uint32_t>::max();
 
-std::uint32_t index_of(const std::string &word) {
-  return static_cast<std::uint32_t>(parse_number(word, "fault index", 0, word_most));
+// The indexes below are those of a real server's own faults, which only the server raises and clears.
+constexpr std::int64_t least_by_hand = 100'000;
+
+std::uint32_t index_of(const Machine &machine, const std::string &word) {
+  const std::int64_t least = machine.real() != nullptr ? least_by_hand : 0;
+  const char *what = least > 0 ? "fault index (a real server's own are lower)" : "fault index";
+  return static_cast<std::uint32_t>(parse_number(word, what, least, word_most));
 }
 
 std::string raise(Machine &machine, Words words) {
-  machine.raise_fault(index_of(words[0]), words.subspan(1));
+  machine.raise_fault(index_of(machine, words[0]), words.subspan(1));
   return "fault " + words[0] + " raised\n";
 }
 
 std::string update(Machine &machine, Words words) {
-  machine.faults().update(index_of(words[0]), words.subspan(1));
+  machine.faults().update(index_of(machine, words[0]), words.subspan(1));
   return "fault " + words[0] + " updated\n";
 }
 
@@ -31,7 +36,7 @@ std::string clear(Machine &machine, Words words) {
   if (words.size() > 1 && !class_code) {
     throw BadInput("'" + words[1] + "' is not of the form class=CLASS");
   }
-  if (!machine.faults().clear(index_of(words[0]), class_code)) {
+  if (!machine.faults().clear(index_of(machine, words[0]), class_code)) {
     throw BadInput("no active fault has the index " + words[0]);
   }
   return "fault " + words[0] + " cleared\n";
@@ -58,7 +63,7 @@ std::string storm(Machine &machine, Words words) {
 }
 
 std::string send(Machine &machine, Words words) {
-  machine.faults().send(FaultEngine::bare_fault(index_of(words[0]), words.subspan(1)).encoded());
+  machine.faults().send(FaultEngine::bare_fault(index_of(machine, words[0]), words.subspan(1)).encoded());
   return "record sent\n";
 }
 
@@ -95,20 +100,20 @@ std::string refuse_next(Machine &machine, Words words) {
 
 constexpr auto commands = std::to_array<Command>({
     {"fault", "raise", "INDEX class=CLASS [FIELD=VALUE ...]", at_least(2), "raise a fault, or raise it again", raise,
-     &fault_kind},
+     &fault_kind, Servers::Any},
     {"fault", "update", "INDEX [class=CLASS] [FIELD=VALUE ...]", at_least(1), "change an active fault", update,
-     &fault_kind},
-    {"fault", "clear", "INDEX [class=CLASS]", from_to(1, 2), "clear an active fault", clear},
-    {"fault", "list", "", exactly(0), "show the active faults", list},
+     &fault_kind, Servers::Any},
+    {"fault", "clear", "INDEX [class=CLASS]", from_to(1, 2), "clear an active fault", clear, nullptr, Servers::Any},
+    {"fault", "list", "", exactly(0), "show the active faults", list, nullptr, Servers::Any},
     {"fault", "storm", "RECORDS [INDEXES]", from_to(1, 2), "raise, update and clear at random, as fast as possible",
      storm},
     {"fault", "send", "INDEX [FIELD=VALUE ...]", at_least(1), "broadcast a record only; no fault becomes active", send,
-     &fault_kind},
+     &fault_kind, Servers::Any},
     {"fault", "send-file", "FILE", exactly(1), "broadcast the file's 960 octets as a record", send_file},
-    {"broadcaster", "close", "", exactly(0), "drop every listener", close},
-    {"broadcaster", "refuse", "", exactly(0), "refuse new listeners", refuse},
-    {"broadcaster", "accept", "", exactly(0), "accept new listeners again", accept},
-    {"broadcaster", "fail", "N", exactly(1), "refuse the next N listeners", refuse_next},
+    {"broadcaster", "close", "", exactly(0), "drop every listener", close, nullptr, Servers::Any},
+    {"broadcaster", "refuse", "", exactly(0), "refuse new listeners", refuse, nullptr, Servers::Any},
+    {"broadcaster", "accept", "", exactly(0), "accept new listeners again", accept, nullptr, Servers::Any},
+    {"broadcaster", "fail", "N", exactly(1), "refuse the next N listeners", refuse_next, nullptr, Servers::Any},
 });
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <array>
+#include <limits>
 #include <nlohmann/json.hpp>
 
 #include "service/control.h"
@@ -185,12 +186,21 @@ std::string set_tool(Machine &machine, Words words) {
   return words[0] + ": " + words[1] + '\n';
 }
 
+std::string forget(Machine &machine, Words words) {
+  constexpr std::int64_t most = std::numeric_limits<std::int32_t>::max();
+  machine.real()->forget(words[0], parse_number(words[1], "number", 0, most));
+  return words[0] + ' ' + words[1] + " forgotten; its fault is cleared within a minute\n";
+}
+
 constexpr auto commands = std::to_array<Command>({
     {"ping", "", "", exactly(0), "succeed if the simulator serves",
-     [](Machine &, Words) -> std::string { return "bmcsim serves\n"; }},
-    {"show", "", "[--json] [WHAT]", from_to(0, 2), "show the whole server, or one group of its parts", show},
+     [](Machine &, Words) -> std::string { return "bmcsim serves\n"; }, nullptr, Servers::Any},
+    {"show", "", "[--json] [WHAT]", from_to(0, 2), "show the whole server, or one group of its parts", show, nullptr,
+     Servers::Any},
     {"tool", "", "NAME ok|missing|slow SECONDS|silent|garbled|prints FILE|hangs|floods|forks|killed", from_to(2, 3),
      "make a query tool misbehave", set_tool},
+    {"forget", "", "drive|adapter|fan NUMBER", exactly(2), "miss a part of a real server no longer", forget, nullptr,
+     Servers::Real},
 });
 
 }  // namespace

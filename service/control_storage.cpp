@@ -236,7 +236,7 @@ constexpr auto commands = std::to_array<Command>({
     {"battery", "remove", "ID", exactly(1), "remove it", remove_battery},
     {"battery", "insert", "ID", exactly(1), "put it back", insert_battery},
     {"storage-event", "", "TYPE [COUNT]", from_to(1, 2), "send storage events; 7 is a configuration change",
-     send_events},
+     send_events, nullptr, Servers::Any},
     {"snapshot", "missing", "", exactly(0), "remove the storage snapshot", remove_snapshot},
     {"snapshot", "empty", "", exactly(0), "leave it without contents", empty_snapshot},
     {"snapshot", "truncate", "OCTETS", exactly(1), "cut it off", truncate_snapshot},
@@ -251,7 +251,7 @@ constexpr auto commands = std::to_array<Command>({
      set_sd_controller, &sd_controller_kind},
     {"sd-mode", "", "N", exactly(1), "change the SD-card controller's mode", set_sd_mode},
     {"sd-trigger", "", "[TIMES] [TEXT]", from_to(0, 2), "connect to the SD-card socket, and send TEXT if given",
-     trigger_sd},
+     trigger_sd, nullptr, Servers::Any},
 });
 
 }  // namespace

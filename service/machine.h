@@ -15,6 +15,7 @@
 #include "service/fault_engine.h"
 #include "service/inventory.h"
 #include "service/platform_files.h"
+#include "service/real_server.h"
 
 namespace tavo::service {
 
@@ -37,8 +38,11 @@ struct Surroundings {
 // Thread safe.
 class Machine {
  public:
-  // Also writes the platform's files.
-  Machine(Inventory inventory, Surroundings surroundings);
+  // Also writes the platform's files. `real` is the server that the machine shows, and outlives it; null: a simulated
+  // one.
+  Machine(Inventory inventory, Surroundings surroundings, RealServer *real = nullptr);
+
+  RealServer *real() const { return real_; }
 
   template <class Use>
   auto read(Use use) {
@@ -94,6 +98,7 @@ class Machine {
   void write_files() { write_platform_files(inventory_, damage_, surroundings_.var); }
 
   const Surroundings surroundings_;
+  RealServer *const real_;
   std::mutex mutex_;
   // Guarded by mutex_.
   Inventory inventory_;

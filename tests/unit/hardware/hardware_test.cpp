@@ -4,6 +4,8 @@
 
 #include <future>
 
+#include "service/control.h"
+
 #include "tree.h"
 
 namespace tavo::service {
@@ -11,8 +13,10 @@ namespace {
 
 using namespace std::chrono_literals;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
+using testing::ThrowsMessage;
 
 // A source that finds what the test says.
 class Told : public Source {
@@ -75,6 +79,64 @@ TEST_F(HardwareTest, ASourceThatHangsHoldsUpNobody) {
     EXPECT_THAT(hardware.unreadable(), ElementsAre("told: no answer yet"));
   }
   released->set_value();
+}
+
+class RealServerTest : public HardwareTest {
+ protected:
+  RealServerTest() { register_.keep_part("drive", "a place", "sda"); }
+
+  static Finding missing_drive() {
+    Finding finding;
+    finding.troubles = {trouble};
+    finding.troubles[0].missing = {.group = "drive", .number = 1};
+    return finding;
+  }
+
+  auto running(std::vector<std::string> words) {
+    return [this, words] { control(machine_, words); };
+  }
+
+  Hardware hardware_{one(missing_drive), register_};
+  Machine machine_{hardware_.first_inventory(30s),
+                   Surroundings{.var = directory_ / "var", .sd_socket = directory_ / "sd"}, &hardware_};
+};
+
+TEST_F(RealServerTest, CommandsThatWouldChangeItAreRefused) {
+  const auto refusal = ThrowsMessage<BadInput>(HasSubstr("this one is real"));
+  EXPECT_THAT(running({"power", "off"}), refusal);
+  EXPECT_THAT(running({"drive", "pull", "0", "1"}), refusal);
+  EXPECT_THAT(running({"tool", "datactl", "hangs"}), refusal);
+  EXPECT_THAT(running({"snapshot", "empty"}), refusal);
+  EXPECT_THAT(running({"fault", "storm", "10"}), refusal);
+  EXPECT_NO_THROW(running({"ping"})());
+  EXPECT_NO_THROW(running({"show", "server"})());
+  EXPECT_NO_THROW(running({"storage-event", "7"})());
+}
+
+TEST_F(RealServerTest, ATesterRaisesFaultsAboveItsOwn) {
+  EXPECT_THAT(running({"fault", "raise", "99999", "class=fan"}), ThrowsMessage<BadInput>(HasSubstr("from 100000 to")));
+  EXPECT_THAT(running({"fault", "clear", "1"}), ThrowsMessage<BadInput>(HasSubstr("a real server's own are lower")));
+  running({"fault", "raise", "100000", "class=fan"})();
+  EXPECT_EQ(machine_.faults().count(), 1U);
+  running({"fault", "clear", "100000"})();
+  EXPECT_EQ(machine_.faults().count(), 0U);
+}
+
+TEST_F(RealServerTest, APartThatIsMissingCanBeForgotten) {
+  EXPECT_THAT(running({"forget", "drive", "2"}), ThrowsMessage<BadInput>(HasSubstr("what is: drive 1")));
+  EXPECT_THAT(running({"forget", "fan", "1"}), ThrowsMessage<BadInput>(HasSubstr("what is: drive 1")));
+  EXPECT_THAT(register_.parts("drive"), SizeIs(1));
+  running({"forget", "drive", "1"})();
+  EXPECT_THAT(register_.parts("drive"), IsEmpty());
+}
+
+TEST_F(RealServerTest, ASimulatedServerForgetsNothing) {
+  Machine simulated = machine(Inventory());
+  EXPECT_THAT(
+      [&] {
+        control(simulated, {"forget", "drive", "1"});
+      },
+      ThrowsMessage<BadInput>(HasSubstr("this one is simulated")));
 }
 
 class FaultKeeperTest : public HardwareTest {
@@ -146,6 +208,19 @@ TEST_F(RegisterTest, ANumberIsKept) {
   Register again(directory_ / "register.json");
   EXPECT_EQ(again.number_of("slot", "b"), 2);
   EXPECT_EQ(again.number_of("slot", "c"), 3);
+}
+
+TEST_F(RegisterTest, APartIsKeptUntilItIsForgotten) {
+  register_.keep_part("drive", "a", "sda");
+  register_.keep_part("drive", "b", "sdb");
+  EXPECT_TRUE(register_.forget_part("drive", 1));
+  EXPECT_FALSE(register_.forget_part("drive", 1));
+  EXPECT_FALSE(register_.forget_part("fan", 2));
+  Register again(directory_ / "register.json");
+  ASSERT_THAT(again.parts("drive"), SizeIs(1));
+  EXPECT_EQ(again.parts("drive").at("b").number, 2);
+  EXPECT_EQ(again.parts("drive").at("b").name, "sdb");
+  EXPECT_EQ(again.number_of("drive", "c"), 1) << "its number is free again";
 }
 
 TEST_F(RegisterTest, AFileThatIsNoRegisterIsMovedAside) {

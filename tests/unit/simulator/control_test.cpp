@@ -40,7 +40,7 @@ class Control : public ServedScenario {
 
 TEST_F(Control, ErrorsQuoteTheWrongWordAndListTheRightOnes) {
   EXPECT_THAT(running("falt list"),
-              ThrowsMessage<BadInput>(AllOf(HasSubstr("'falt'"), HasSubstr("ping, show, tool, fault"))));
+              ThrowsMessage<BadInput>(AllOf(HasSubstr("'falt'"), HasSubstr("ping, show, tool, forget, fault"))));
   EXPECT_THAT(running("fault lst"),
               ThrowsMessage<BadInput>(AllOf(HasSubstr("'lst' after 'fault'"), HasSubstr("raise, update"))));
   EXPECT_THAT(running("fault"), ThrowsMessage<BadInput>(HasSubstr("'fault' needs one of raise")));
