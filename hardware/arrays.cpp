@@ -58,6 +58,7 @@ Trouble trouble_of(const Array &array) {
 }  // namespace
 
 Finding ArraySource::read() {
+  events_.take();
   Finding finding;
   std::vector<Array> arrays;
   for (const fs::path &disk : entries(roots_.sys / "block", "md")) {

@@ -195,6 +195,7 @@ void DiskSource::find_troubles(const std::vector<Drive> &present, Finding &findi
 }
 
 Finding DiskSource::read() {
+  events_.take();  // before reading: what changes meanwhile is read next time
   Finding finding;
   const std::vector<Drive> present = drives(finding);
   std::vector<Part> parts;

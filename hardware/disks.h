@@ -4,6 +4,7 @@
 #include <map>
 #include <string>
 
+#include "hardware/kernel_events.h"
 #include "hardware/register.h"
 #include "hardware/smart.h"
 #include "hardware/source.h"
@@ -17,6 +18,7 @@ class DiskSource : public Source {
 
   std::string_view name() const override { return "disks"; }
   std::chrono::seconds interval() const override { return std::chrono::seconds(10); }
+  int watch() const override { return events_.descriptor(); }
   Finding read() override;
 
  private:
@@ -43,6 +45,7 @@ class DiskSource : public Source {
   const Roots roots_;
   Register &numbers_;
   const std::string smartctl_;
+  KernelEvents events_{"block"};
   std::map<std::string, Asked> asked_;  // by device
 };
 

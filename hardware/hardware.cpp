@@ -1,8 +1,12 @@
 #include "hardware/hardware.h"
 
 #include <poll.h>
+#include <sys/eventfd.h>
 
 #include <algorithm>
+#include <array>
+#include <cerrno>
+#include <system_error>
 #include <utility>
 
 #include "service/causes.h"
@@ -11,6 +15,9 @@ namespace tavo::service {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+
+// Between readings, however much changes: one plug makes many events.
+constexpr std::chrono::milliseconds shortest_pause(500);
 
 // A source that takes longer has a fault.
 constexpr std::chrono::seconds patience(60);
@@ -37,6 +44,10 @@ Hardware::Hardware(std::vector<std::unique_ptr<Source>> sources, Register &kept)
   for (std::unique_ptr<Source> &source : sources) {
     auto reader = std::make_shared<Reader>();
     reader->source = std::move(source);
+    reader->stop = Descriptor(eventfd(0, EFD_CLOEXEC));
+    if (!reader->stop) {
+      throw std::system_error(errno, std::generic_category(), "eventfd");
+    }
     readers_.push_back(reader);
     std::thread(read_again_and_again, reader).detach();
   }
@@ -44,9 +55,7 @@ Hardware::Hardware(std::vector<std::unique_ptr<Source>> sources, Register &kept)
 
 Hardware::~Hardware() {
   for (const auto &reader : readers_) {
-    const std::lock_guard lock(reader->mutex);
-    reader->stopping = true;
-    reader->changed.notify_all();
+    eventfd_write(reader->stop.get(), 1);
   }
 }
 
@@ -112,12 +121,9 @@ void Hardware::forget(const std::string &kind, std::int64_t number) {
 }
 
 void Hardware::read_again_and_again(const std::shared_ptr<Reader> &reader) {
-  for (;;) {
+  do {
     {
       const std::lock_guard lock(reader->mutex);
-      if (reader->stopping) {
-        return;
-      }
       reader->reading_since = Clock::now();
     }
     Finding finding = read_once(*reader->source);
@@ -128,8 +134,7 @@ void Hardware::read_again_and_again(const std::shared_ptr<Reader> &reader) {
       reader->has_news = true;
       reader->changed.notify_all();
     }
-    wait_until_due(*reader);
-  }
+  } while (wait_until_due(*reader));
 }
 
 Finding Hardware::read_once(Source &source) {
@@ -142,21 +147,19 @@ Finding Hardware::read_once(Source &source) {
   }
 }
 
-void Hardware::wait_until_due(Reader &reader) {
+bool Hardware::wait_until_due(Reader &reader) {
+  const auto milliseconds = [](auto duration) {
+    return static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(duration).count());
+  };
   const auto interval = reader.source->interval();
-  const int watched = reader.source->watch();
-  if (watched >= 0) {
-    pollfd change{.fd = watched, .events = POLLIN | POLLPRI, .revents = 0};
-    poll(&change, 1, interval.count() == 0 ? -1 : static_cast<int>(interval / std::chrono::milliseconds(1)));
-    return;
+  const int until_next = interval.count() == 0 ? -1 : milliseconds(interval - shortest_pause);
+  std::array<pollfd, 2> watched{{{.fd = reader.stop.get(), .events = POLLIN, .revents = 0},
+                                 {.fd = reader.source->watch(), .events = POLLIN, .revents = 0}}};
+  const bool stops = poll(watched.data(), 1, milliseconds(shortest_pause)) > 0;
+  if (!stops) {
+    poll(watched.data(), watched.size(), until_next);
   }
-  std::unique_lock lock(reader.mutex);
-  const auto is_stopping = [&] { return reader.stopping; };
-  if (interval.count() == 0) {
-    reader.changed.wait(lock, is_stopping);
-  } else {
-    reader.changed.wait_for(lock, interval, is_stopping);
-  }
+  return !stops && watched[0].revents == 0;
 }
 
 Inventory Hardware::assemble() {

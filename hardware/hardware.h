@@ -11,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "core/descriptor.h"
 #include "hardware/fault_keeper.h"
 #include "hardware/register.h"
 #include "hardware/source.h"
@@ -41,18 +42,19 @@ class Hardware : public RealServer {
   // What a source's thread shares with the rest. The thread may outlive the Hardware.
   struct Reader {
     std::unique_ptr<Source> source;
+    Descriptor stop;  // readable once the thread is to end
     std::mutex mutex;
     std::condition_variable changed;
     // Guarded by mutex.
     std::optional<Finding> finding;
     std::optional<std::chrono::steady_clock::time_point> reading_since;  // nothing: it is not being read
     bool has_news = false;
-    bool stopping = false;
   };
 
   static void read_again_and_again(const std::shared_ptr<Reader> &reader);
   static Finding read_once(Source &source);
-  static void wait_until_due(Reader &reader);
+  // False if the thread is to end.
+  static bool wait_until_due(Reader &reader);
 
   Inventory assemble();
   std::vector<Trouble> troubles();

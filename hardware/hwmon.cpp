@@ -135,6 +135,7 @@ Measured measured_by_hwmon(const fs::path &sys) {
 }
 
 Finding HwmonSource::read() {
+  events_.take();
   const fs::path directory = roots_.sys / "class/hwmon";
   const Readings readings = read_chips(directory);
   Finding finding;

@@ -1,6 +1,7 @@
 // Temperatures, fans and power as the kernel's drivers measure them.
 #pragma once
 
+#include "hardware/kernel_events.h"
 #include "hardware/source.h"
 
 namespace tavo::service {
@@ -20,10 +21,13 @@ class HwmonSource : public Source {
 
   std::string_view name() const override { return "hwmon"; }
   std::chrono::seconds interval() const override { return std::chrono::seconds(10); }
+  // Chips that come and go, and the alarms that some drivers tell of.
+  int watch() const override { return events_.descriptor(); }
   Finding read() override;
 
  private:
   const Roots roots_;
+  KernelEvents events_{"hwmon"};
 };
 
 }  // namespace tavo::service

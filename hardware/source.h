@@ -57,6 +57,7 @@ class Source {
   // How long after a reading the next one is due. Zero: what it reads never changes.
   virtual std::chrono::seconds interval() const = 0;
   // A descriptor that is readable once something has changed, so that the next reading is due at once; negative: none.
+  // Each reading takes what there is to read.
   virtual int watch() const { return -1; }
 
   // May take as long as the hardware does. Throws std::exception if nothing can be read at all.
@@ -67,6 +68,7 @@ class Source {
 struct Roots {
   std::filesystem::path sys = "/sys";
   std::filesystem::path dev = "/dev";
+  std::filesystem::path proc = "/proc";
 };
 
 }  // namespace tavo::service

@@ -2,7 +2,12 @@
 
 #include <gmock/gmock.h>
 
+#include <sys/eventfd.h>
+
+#include <atomic>
 #include <future>
+#include <optional>
+#include <thread>
 
 #include "service/control.h"
 
@@ -79,6 +84,75 @@ TEST_F(HardwareTest, ASourceThatHangsHoldsUpNobody) {
     EXPECT_THAT(hardware.unreadable(), ElementsAre("told: no answer yet"));
   }
   released->set_value();
+}
+
+// A source that counts its readings, and is told by the test when there is something new.
+class Woken : public Source {
+ public:
+  explicit Woken(std::atomic<int> &readings) : readings_(readings) {}
+  ~Woken() override { readings_ = ended; }
+  std::string_view name() const override { return "woken"; }
+  std::chrono::seconds interval() const override { return 3600s; }
+  int watch() const override { return news_.get(); }
+  Finding read() override {
+    eventfd_t taken = 0;
+    eventfd_read(news_.get(), &taken);
+    ++readings_;
+    return {};
+  }
+
+  int news() const { return news_.get(); }
+  static constexpr int ended = -1;
+
+ private:
+  std::atomic<int> &readings_;
+  const Descriptor news_{eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
+};
+
+class WokenTest : public HardwareTest {
+ protected:
+  WokenTest() {
+    auto source = std::make_unique<Woken>(readings_);
+    news_ = source->news();
+    std::vector<std::unique_ptr<Source>> sources;
+    sources.push_back(std::move(source));
+    hardware_.emplace(std::move(sources), register_);
+    hardware_->first_inventory(30s);
+  }
+  // The source is not to outlive what it counts in.
+  ~WokenTest() override {
+    hardware_.reset();
+    EXPECT_TRUE(eventually([&] { return readings_ == Woken::ended; }));
+  }
+
+  static bool eventually(const std::function<bool()> &is_so) {
+    const auto deadline = std::chrono::steady_clock::now() + 30s;
+    while (!is_so() && std::chrono::steady_clock::now() < deadline) {
+      std::this_thread::sleep_for(1ms);
+    }
+    return is_so();
+  }
+
+  std::atomic<int> readings_ = 0;
+  int news_ = -1;
+  std::optional<Hardware> hardware_;
+};
+
+TEST_F(WokenTest, AChangeIsReadAtOnce) {
+  EXPECT_EQ(readings_, 1);
+  eventfd_write(news_, 1);
+  EXPECT_TRUE(eventually([&] { return readings_ == 2; }));
+}
+
+TEST_F(WokenTest, ManyChangesAreFewReadings) {
+  const auto start = std::chrono::steady_clock::now();
+  auto passed = 0ns;
+  while (passed < 1200ms) {
+    eventfd_write(news_, 1);
+    std::this_thread::sleep_for(1ms);
+    passed = std::chrono::steady_clock::now() - start;
+  }
+  EXPECT_LE(readings_, 2 + passed / 500ms);
 }
 
 class RealServerTest : public HardwareTest {

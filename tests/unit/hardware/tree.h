@@ -31,7 +31,7 @@ class Tree : public testing::Test {
   }
 
   std::filesystem::path sys() const { return directory_ / "sys"; }
-  Roots roots() const { return {.sys = sys(), .dev = directory_ / "dev"}; }
+  Roots roots() const { return {.sys = sys(), .dev = directory_ / "dev", .proc = directory_ / "proc"}; }
 
   // What a server is like of which only this source knows something.
   static Inventory found_by(Source &source) {
