@@ -285,6 +285,16 @@ TEST_F(ChassisLinkUnderASendTest, TheNewestContentReplacesTheBlockAfterwards) {
   EXPECT_EQ(log_.lines().size(), 2U) << "the contents in between never became the block";
 }
 
+TEST_F(ChassisLinkUnderASendTest, WhatIsReplacedUnreadNeverBecomesTheBlock) {
+  reload("second");
+  write("third");
+  link_->reload();
+  end_send();
+  EXPECT_TRUE(becomes("third"));
+  stop(*link_);
+  EXPECT_EQ(log_.lines().size(), 2U);
+}
+
 TEST_F(ChassisLinkUnderASendTest, TheSendsEndIsAwaitedWithoutHaste) {
   reload("second");
   const std::clock_t before = std::clock();  // of the processor's time

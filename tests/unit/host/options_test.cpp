@@ -99,6 +99,7 @@ TEST(OptionsTest, TheChassisLinkCanBeNarrowed) {
 TEST(OptionsTest, TheToolTimeoutIsInSeconds) {
   EXPECT_EQ(parse({}).options.tool_timeout, std::chrono::seconds(30));
   EXPECT_EQ(parse({"--tool-timeout", "90"}).options.tool_timeout, std::chrono::seconds(90));
+  EXPECT_EQ(parse({"--tool-timeout", "1000000"}).options.tool_timeout, std::chrono::seconds(1'000'000));
   EXPECT_EQ(parse({"--tool-timeout", "90", "--tool-timeout", "0"}).options.tool_timeout, std::chrono::seconds(0));
 }
 
@@ -119,6 +120,7 @@ TEST(OptionsTest, ABadOptionIsNamedAndHasTheUsageStatus) {
            {{"--notification-limit", "0"}, "--notification-limit"},
            {{"--change-limit", "-1"}, "--change-limit"},
            {{"--tool-timeout", "-1"}, "--tool-timeout"},
+           {{"--tool-timeout", "1000001"}, "--tool-timeout"},
            {{"--tool-timeout", "soon"}, "--tool-timeout"},
            {{"--answer-within", "-1"}, "--answer-within"},
            {{"--chassis-peer", "192.0.2.1"}, "--chassis-block"},

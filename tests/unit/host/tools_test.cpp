@@ -6,6 +6,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -34,6 +36,7 @@ using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::MatchesRegex;
+using testing::Not;
 using testing::StartsWith;
 
 constexpr auto no_limit = milliseconds(0);
@@ -77,6 +80,28 @@ bool has_children() {
   siginfo_t child;
   return waitid(P_ALL, 0, &child, WEXITED | WNOHANG | WNOWAIT) == 0;
 }
+
+// While it lives, standard input is this text.
+class StandardInput {
+ public:
+  explicit StandardInput(const std::string &text) {
+    std::array<int, 2> ends{};
+    EXPECT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
+    EXPECT_EQ(write(ends[1], text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    dup2(ends[0], STDIN_FILENO);
+    close(ends[0]);
+    close(ends[1]);
+  }
+  ~StandardInput() {
+    dup2(former_, STDIN_FILENO);
+    close(former_);
+  }
+  StandardInput(const StandardInput &) = delete;
+  StandardInput &operator=(const StandardInput &) = delete;
+
+ private:
+  const int former_ = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0);
+};
 
 class ToolsTest : public testing::Test {
  protected:
@@ -148,6 +173,54 @@ TEST_F(ToolsTest, AReaderSeesTheEndOfAToolKilledAtItsLimit) {
   EXPECT_EQ(result.output, "first\n");
   EXPECT_TRUE(killed(result.status));
   EXPECT_THAT(log_.lines(), ElementsAre(HasSubstr("s: echo first; exec sleep 3600\n")));
+}
+
+TEST_F(ToolsTest, EachToolIsKilledAtItsOwnLimit) {
+  limit(short_limit);
+  std::thread first([&] {
+    EXPECT_TRUE(killed(std::system(noting("first", hanging).c_str())));
+    EXPECT_FALSE(has_ended("second"));
+  });
+  EXPECT_GT(noted("first"), 0);
+  std::this_thread::sleep_for(short_limit * 4 / 5);
+  EXPECT_TRUE(killed(std::system(noting("second", hanging).c_str())));
+  first.join();
+}
+
+// A group number of 0 would stand for the daemon's own group.
+TEST_F(ToolsTest, AToolThatCannotBeStartedIsNeverKilled) {
+  const auto stop_after_a_failed_start = [] {
+    setpgid(0, 0);
+    ToolRunner runner(no_limit);
+    const std::string longer_than_an_argument(1 << 20, 'x');
+    EXPECT_EQ(runner.run(longer_than_an_argument.c_str()), -1);
+    EXPECT_EQ(errno, E2BIG);
+    runner.stop();
+    std::_Exit(testing::Test::HasFailure() ? 1 : 0);
+  };
+  EXPECT_EXIT(stop_after_a_failed_start(), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(ToolsTest, ASignalDoesNotEndTheWaitForATool) {
+  limit(long_limit);
+  struct sigaction interrupts {};
+  interrupts.sa_handler = [](int) {};
+  struct sigaction former {};
+  sigaction(SIGUSR2, &interrupts, &former);
+  std::atomic<bool> done = false;
+  std::thread waits([&] {
+    EXPECT_EQ(WEXITSTATUS(std::system("sleep 0.3; exit 3")), 3);
+    const Result result = read_tool("sleep 0.3; echo text; exec >&-; sleep 0.3; exit 4");
+    EXPECT_EQ(result.output, "text\n");
+    EXPECT_EQ(WEXITSTATUS(result.status), 4);
+    done = true;
+  });
+  while (!done) {
+    pthread_kill(waits.native_handle(), SIGUSR2);
+    std::this_thread::sleep_for(milliseconds(10));
+  }
+  waits.join();
+  sigaction(SIGUSR2, &former, nullptr);
 }
 
 TEST_F(ToolsTest, ToolsAreCounted) {
@@ -248,6 +321,7 @@ TEST_F(ToolsTest, AToolStartsWithDefaultSignalsAndNoInput) {
   sigaddset(&blocked, SIGUSR1);
   pthread_sigmask(SIG_BLOCK, &blocked, &former);
   const auto handler = std::signal(SIGPIPE, SIG_IGN);
+  const StandardInput input("for the daemon");
   const Result result = read_tool("cat; grep -E 'Sig(Ign|Blk)' /proc/self/status; readlink /proc/self/fd/0");
   std::signal(SIGPIPE, handler);
   pthread_sigmask(SIG_SETMASK, &former, nullptr);
@@ -257,6 +331,7 @@ TEST_F(ToolsTest, AToolStartsWithDefaultSignalsAndNoInput) {
     EXPECT_EQ(std::stoull(mask, nullptr, 16) & 0x7fffffff, 0U) << name << mask;
   }
   EXPECT_THAT(result.output, EndsWith("\n/dev/null\n"));
+  EXPECT_THAT(result.output, Not(HasSubstr("for the daemon")));
 }
 
 TEST_F(ToolsTest, TheCallerStillTakesSignals) {
