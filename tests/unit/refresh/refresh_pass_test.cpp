@@ -10,9 +10,11 @@
 #include <utility>
 #include <vector>
 
+#include "core/access_lock.h"
 #include "core/class_number.h"
 #include "tests/fakes/clock.h"
 #include "tests/fakes/files.h"
+#include "tests/fakes/mutexes.h"
 #include "tests/fakes/net_snmp.h"
 #include "tests/fakes/storage_client.h"
 #include "tests/fixtures/module_fixture.h"
@@ -207,7 +209,6 @@ TEST_F(RefreshPassTest, ARequestAndThePeriodicSetRebuildOnce) {
                                   processor_statistics, storage, adaptors, led));
 }
 
-// Every line, sleep and rebuild of a pass, in their order.
 TEST_F(RefreshPassTest, AfterAShortageEveryTableIsRebuiltOnce) {
   new_pass().rebuild_all();
   EXPECT_THAT(events,
@@ -217,6 +218,7 @@ TEST_F(RefreshPassTest, AfterAShortageEveryTableIsRebuiltOnce) {
   EXPECT_THAT(clock.sleeps(), IsEmpty());
 }
 
+// Every line, sleep and rebuild of a pass, in their order.
 TEST_F(RefreshPassTest, EachRequestOrdersLineSleepAndRebuild) {
   clock.on_sleep([](unsigned seconds) { events.push_back("sleep " + std::to_string(seconds)); });
   fakes::on_log([](const LogLine &line) { events.push_back(line.text); });
@@ -242,6 +244,11 @@ TEST_F(RefreshPassTest, RequestsAreTakenOnce) {
     EXPECT_FALSE(taken.has(cause));
   }
   EXPECT_FALSE(RefreshRequests::take().has(RefreshCause::Memory));
+}
+
+TEST_F(RefreshPassTest, AMarkSetDuringTheWaitForTheLockCounts) {
+  fakes::before_next_mutex_lock([] { signal_inventory_condition(class_number::memory); });
+  EXPECT_TRUE(RefreshRequests::take().has(RefreshCause::Memory));
 }
 
 }  // namespace

@@ -159,6 +159,13 @@ TEST_F(StorRebuildTest, AListLeftUnderTheHeadIsNotUsed) {
   EXPECT_THAT(table_sizes(), ElementsAre(1, 4, 1, 1));
 }
 
+TEST_F(StorRebuildTest, AListLeftUnderTheHeadIsNotFreed) {
+  StorController not_allocated = {};
+  head_stor_ptr = &not_allocated;
+  files_.remove(path);
+  expect_emptied();
+}
+
 TEST_F(StorRebuildTest, BuildsInItsOrderUnderTheStorageLock) {
   write_snapshot({full_controller()});
   set_slot_count("1");

@@ -329,7 +329,7 @@ TEST_F(InventoryThreadLifeTest, TablesThatLackedMemoryAreBuiltAgain) {
 TEST_F(InventoryThreadLifeTest, TablesThatOthersBuiltAreBuiltAgainToo) {
   fakes::fail_allocations(0, 1);
   reinit_velt_table(1);
-  run_until(200, [](unsigned) {});
+  run_until(80, [](unsigned) {});
   EXPECT_THAT(fakes::velt_requests(), SizeIs(6)) << "the three questions, again";
   EXPECT_THAT(warnings(), SizeIs(2));
 }
