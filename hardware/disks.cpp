@@ -4,7 +4,6 @@
 #include <string_view>
 
 #include "hardware/drive_place.h"
-#include "hardware/pci.h"
 #include "hardware/set_line.h"
 #include "hardware/sysfs.h"
 #include "hardware/system_controller.h"
@@ -55,8 +54,9 @@ std::string controller_type(std::uint32_t device_class) {
 }
 
 // "SLOT-4", or the address of a device on the board, of which there may be several.
-std::string location_of(const PciDevice &device) {
-  return device.slot.empty() ? device.address : "SLOT-" + device.slot;
+std::string location_of(const PciDevice &device, const std::map<std::string, std::string> &slots) {
+  const auto slot = slots.find(without_function(device.address));
+  return slot == slots.end() ? device.address : "SLOT-" + slot->second;
 }
 
 std::string row_oid(std::string_view column, std::int64_t row) {
@@ -96,7 +96,7 @@ Trouble trouble(const std::string &place, const RegisteredPart &drive, const std
 }  // namespace
 
 DiskSource::DiskSource(Roots roots, Register &numbers, std::string smartctl)
-    : roots_(std::move(roots)), numbers_(numbers), smartctl_(std::move(smartctl)) {}
+    : roots_(std::move(roots)), numbers_(numbers), smartctl_(std::move(smartctl)), pci_(roots_.sys) {}
 
 const SmartReport &DiskSource::report_of(const fs::path &disk) {
   const auto now = std::chrono::steady_clock::now();
@@ -117,7 +117,8 @@ const SmartReport &DiskSource::report_of(const fs::path &disk) {
 
 std::vector<RaidController> DiskSource::controllers() {
   std::vector<RaidController> found;
-  for (const PciDevice &device : pci_devices(roots_.sys)) {
+  const auto slots = pci_.slots();
+  for (const PciDevice &device : pci_.devices()) {
     const std::string type = controller_type(device.device_class);
     if (type.empty()) {
       continue;
@@ -125,9 +126,9 @@ std::vector<RaidController> DiskSource::controllers() {
     Part &part = found.emplace_back().part;
     part.set_number("id", numbers_.number_of("controller", device.address));
     part.set("mode", shows_no_drives);
-    set_line(part, "location", location_of(device));
-    set_line(part, "description", device.device);
-    set_line(part, "vendor", device.vendor);
+    set_line(part, "location", location_of(device, slots));
+    set_line(part, "description", device.names.device);
+    set_line(part, "vendor", device.names.vendor);
     set_line(part, "type", type);
     set_line(part, "revision", device.revision);
   }

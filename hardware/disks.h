@@ -5,6 +5,7 @@
 #include <string>
 
 #include "hardware/kernel_events.h"
+#include "hardware/pci.h"
 #include "hardware/register.h"
 #include "hardware/smart.h"
 #include "hardware/source.h"
@@ -45,6 +46,7 @@ class DiskSource : public Source {
   const Roots roots_;
   Register &numbers_;
   const std::string smartctl_;
+  PciBus pci_;
   KernelEvents events_{"block"};
   std::map<std::string, Asked> asked_;  // by device
 };

@@ -6,7 +6,8 @@ extern "C" {
 
 #include <array>
 #include <cstdlib>
-#include <map>
+#include <optional>
+#include <system_error>
 
 #include "hardware/sysfs.h"
 
@@ -24,15 +25,15 @@ void ignore(char *, ...) {}
 
 // Names come from files only. pci_init(), which would look for a way to the devices and ends the program if there is
 // none, is not called, so its messages' handlers are ours.
-struct Names {
-  Names() : access(pci_alloc()) {
+struct List {
+  List() : access(pci_alloc()) {
     access->debug = ignore;
     access->warning = ignore;
     access->error = give_up;
   }
-  Names(const Names &) = delete;
-  Names &operator=(const Names &) = delete;
-  ~Names() { pci_cleanup(access); }
+  List(const List &) = delete;
+  List &operator=(const List &) = delete;
+  ~List() { pci_cleanup(access); }
 
   pci_access *access;
 };
@@ -46,42 +47,54 @@ std::string without_prefix(const std::string &number) {
   return number.starts_with("0x") ? number.substr(2) : number;
 }
 
-// The name that the list has, or the number.
-std::string look_up(const Names &names, int what, std::uint32_t vendor, std::uint32_t device) {
+// The name of what these numbers stand for; empty if the list has none and the numbers are not wanted in its place.
+template <class... Numbers>
+std::string look_up(const List &list, int what, Numbers... numbers) {
   std::array<char, 256> text{};
-  const char *name = pci_lookup_name(names.access, text.data(), static_cast<int>(text.size()), what,
-                                     static_cast<int>(vendor), static_cast<int>(device));
+  const char *name = pci_lookup_name(list.access, text.data(), static_cast<int>(text.size()), what, numbers...);
   return name != nullptr ? name : "";
-}
-
-// The slots' names by the address that a device in them has, which lacks the function.
-std::map<std::string, std::string> slots_by_address(const fs::path &sys) {
-  std::map<std::string, std::string> slots;
-  for (const fs::path &slot : entries(sys / "bus/pci/slots")) {
-    slots[read_attribute(slot / "address").value_or("")] = slot.filename();
-  }
-  return slots;
 }
 
 }  // namespace
 
-std::vector<PciDevice> pci_devices(const fs::path &sys) {
-  const Names names;
-  const auto slots = slots_by_address(sys);
+std::string without_function(const std::string &address) {
+  return address.substr(0, address.find('.'));
+}
+
+std::vector<PciDevice> PciBus::devices() {
+  std::optional<List> list;
   std::vector<PciDevice> devices;
-  for (const fs::path &entry : entries(sys / "bus/pci/devices")) {
-    const std::uint32_t vendor = hexadecimal(entry / "vendor");
-    const std::uint32_t device = hexadecimal(entry / "device");
-    const std::string address = entry.filename();
-    const auto slot = slots.find(address.substr(0, address.find('.')));
-    devices.push_back({.address = address,
+  for (const fs::path &entry : entries(sys_ / "bus/pci/devices")) {
+    Numbers numbers;
+    for (const char *file : {"vendor", "device", "subsystem_vendor", "subsystem_device"}) {
+      numbers.push_back(hexadecimal(entry / file));
+    }
+    if (!known_.contains(numbers)) {
+      if (!list) {
+        list.emplace();
+      }
+      constexpr int card = PCI_LOOKUP_DEVICE | PCI_LOOKUP_SUBSYSTEM | PCI_LOOKUP_NO_NUMBERS;
+      known_[numbers] = {.vendor = look_up(*list, PCI_LOOKUP_VENDOR, numbers[0]),
+                         .device = look_up(*list, PCI_LOOKUP_DEVICE, numbers[0], numbers[1]),
+                         .card = look_up(*list, card, numbers[0], numbers[1], numbers[2], numbers[3])};
+    }
+    std::error_code error;
+    const fs::path directory = fs::canonical(entry, error);
+    devices.push_back({.address = entry.filename(),
+                       .directory = error ? entry : directory,
                        .device_class = hexadecimal(entry / "class"),
-                       .vendor = look_up(names, PCI_LOOKUP_VENDOR, vendor, device),
-                       .device = look_up(names, PCI_LOOKUP_DEVICE, vendor, device),
-                       .revision = without_prefix(read_attribute(entry / "revision").value_or("")),
-                       .slot = slot != slots.end() ? slot->second : ""});
+                       .names = known_[numbers],
+                       .revision = without_prefix(read_attribute(entry / "revision").value_or(""))});
   }
   return devices;
+}
+
+std::map<std::string, std::string> PciBus::slots() const {
+  std::map<std::string, std::string> slots;
+  for (const fs::path &slot : entries(sys_ / "bus/pci/slots")) {
+    slots[read_attribute(slot / "address").value_or("")] = slot.filename();
+  }
+  return slots;
 }
 
 }  // namespace tavo::service

@@ -3,21 +3,47 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <map>
 #include <string>
 #include <vector>
 
 namespace tavo::service {
 
-struct PciDevice {
-  std::string address;         // "0000:03:00.0"
-  std::uint32_t device_class;  // three octets: class, subclass, programming interface
-  std::string vendor;          // in words, or four hexadecimal digits if the list has no name
+// What the list of identifiers says.
+struct PciNames {
+  std::string vendor;  // in words, or its number if the list has no name
   std::string device;
-  std::string revision;  // two hexadecimal digits
-  std::string slot;      // the name of the slot that it is in; empty: it is on the board
+  std::string card;  // the product that the device is part of; empty: the list has no name
 };
 
-// All devices, in the order of their addresses. `sys` is where sysfs is.
-std::vector<PciDevice> pci_devices(const std::filesystem::path &sys);
+struct PciDevice {
+  std::string address;              // "0000:03:00.0"
+  std::filesystem::path directory;  // in /sys/devices, below those of the bridges that lead to it
+  std::uint32_t device_class;       // three octets: class, subclass, programming interface
+  PciNames names;
+  std::string revision;  // two hexadecimal digits
+};
+
+// The address without the function: "0000:03:00".
+std::string without_function(const std::string &address);
+
+class PciBus {
+ public:
+  // `sys` is where sysfs is.
+  explicit PciBus(std::filesystem::path sys) : sys_(std::move(sys)) {}
+
+  // All devices, in the order of their addresses. The list of identifiers is long, so it is read only when there is a
+  // device whose like has not been seen.
+  std::vector<PciDevice> devices();
+
+  // The slots that the kernel knows: their names, by the address that a device in them has, without the function.
+  std::map<std::string, std::string> slots() const;
+
+ private:
+  using Numbers = std::vector<std::uint32_t>;  // vendor, device, and those of the card
+
+  const std::filesystem::path sys_;
+  std::map<Numbers, PciNames> known_;
+};
 
 }  // namespace tavo::service

@@ -19,9 +19,9 @@ Register::Register(std::filesystem::path file) : file_(std::move(file)) {
   }
 }
 
-std::int64_t Register::number_of(const std::string &group, const std::string &key) {
+std::int64_t Register::number_of(const std::string &group, const std::string &key, std::int64_t wanted) {
   const std::lock_guard lock(mutex_);
-  return number_for(group, key);
+  return number_for(group, key, wanted);
 }
 
 void Register::keep_part(const std::string &group, const std::string &place, const std::string &name) {
@@ -55,7 +55,7 @@ bool Register::forget_part(const std::string &group, std::int64_t number) {
   return true;
 }
 
-std::int64_t Register::number_for(const std::string &group, const std::string &key) {
+std::int64_t Register::number_for(const std::string &group, const std::string &key, std::int64_t wanted) {
   auto &numbers = numbers_[group];
   const auto known = numbers.find(key);
   if (known != numbers.end()) {
@@ -64,7 +64,7 @@ std::int64_t Register::number_for(const std::string &group, const std::string &k
   const auto is_taken = [&](std::int64_t number) {
     return std::ranges::any_of(numbers, [&](const auto &entry) { return entry.second == number; });
   };
-  std::int64_t number = 1;
+  std::int64_t number = wanted > 0 && !is_taken(wanted) ? wanted : 1;
   while (is_taken(number)) {
     ++number;
   }

@@ -37,9 +37,9 @@ class Register {
   // error: the numbers begin anew.
   explicit Register(std::filesystem::path file);
 
-  // The number that the key has within its group: the one it had before or, if it is new, the lowest that is free, from
-  // 1 on.
-  std::int64_t number_of(const std::string &group, const std::string &key);
+  // The number that the key has within its group: the one it had before or, if it is new, `wanted` or, if that is taken
+  // or 0, the lowest that is free, from 1 on.
+  std::int64_t number_of(const std::string &group, const std::string &key, std::int64_t wanted = 0);
 
   // Notes that a part was there, by its place.
   void keep_part(const std::string &group, const std::string &place, const std::string &name);
@@ -53,7 +53,8 @@ class Register {
   void drop_fault(const std::string &key);
 
  private:
-  std::int64_t number_for(const std::string &group, const std::string &key);  // with mutex_ held
+  std::int64_t number_for(const std::string &group, const std::string &key,
+                          std::int64_t wanted = 0);  // with mutex_ held
   void load();
   void save();  // with mutex_ held
 

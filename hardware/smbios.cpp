@@ -17,6 +17,7 @@ namespace {
 constexpr std::uint8_t system_type = 1;
 constexpr std::uint8_t board_type = 2;
 constexpr std::uint8_t processor_type = 4;
+constexpr std::uint8_t slot_type = 9;
 constexpr std::uint8_t memory_device_type = 17;
 constexpr std::uint8_t end_type = 127;
 
@@ -38,6 +39,13 @@ enum Processor {
   processor_cores_2 = 0x2a,
   processor_cores_enabled_2 = 0x2c,
   processor_threads_2 = 0x2e
+};
+enum Slot {
+  slot_designation = 4,
+  slot_number = 9,
+  slot_segment = 0x0d,  // the next three are all ones if the slot is of another kind
+  slot_bus = 0x0f,
+  slot_device = 0x10,  // bits 3 to 7: device; 0 to 2: function
 };
 enum Memory {
   memory_data_width = 0x0a,  // bits
@@ -305,8 +313,30 @@ std::vector<SmbiosStructure> smbios_structures(std::span<const std::byte> table)
   return structures;
 }
 
+std::vector<SystemSlot> system_slots(std::span<const std::byte> table) {
+  constexpr std::uint8_t none = 0xff;
+  std::vector<SystemSlot> slots;
+  for (const SmbiosStructure &structure : smbios_structures(table)) {
+    const bool has_address = structure.octets(slot_segment, slot_device + 1 - slot_segment).size() != 0;
+    const std::uint8_t bus = structure.octet(slot_bus);
+    const std::uint8_t device = structure.octet(slot_device);
+    if (structure.type() != slot_type || !has_address || (bus == none && device == none)) {
+      continue;
+    }
+    std::array<char, 16> address{};
+    std::snprintf(address.data(), address.size(), "%04x:%02x:%02x", structure.word(slot_segment), bus, device >> 3);
+    slots.push_back(
+        {.name = structure.text(slot_designation), .number = structure.word(slot_number), .address = address.data()});
+  }
+  return slots;
+}
+
+std::vector<std::byte> smbios_table(const Roots &roots) {
+  return file_content(roots.sys / "firmware/dmi/tables/DMI");
+}
+
 Finding SmbiosSource::read() {
-  const std::vector<std::byte> table = file_content(roots_.sys / "firmware/dmi/tables/DMI");
+  const std::vector<std::byte> table = smbios_table(roots_);
   Finding finding;
   finding.enter = [table](Inventory &inventory) {
     for (const SmbiosStructure &structure : smbios_structures(table)) {

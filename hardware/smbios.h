@@ -38,6 +38,19 @@ class SmbiosStructure {
 // The structures of a table, up to its end mark or to the first that does not fit. They refer to `table`.
 std::vector<SmbiosStructure> smbios_structures(std::span<const std::byte> table);
 
+// A slot for an adapter.
+struct SystemSlot {
+  std::string name;     // "PCIe Slot 3"
+  std::int64_t number;  // on the board; 0: not known
+  std::string address;  // of the device in it or of the bridge in front of it, without the function: "0000:03:00"
+};
+
+// The slots whose address the table tells, in its order.
+std::vector<SystemSlot> system_slots(std::span<const std::byte> table);
+
+// The whole table. Throws std::system_error if it cannot be read.
+std::vector<std::byte> smbios_table(const Roots &roots);
+
 // The server, its board, processors and memory modules, as far as the table tells.
 class SmbiosSource : public Source {
  public:

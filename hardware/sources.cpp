@@ -1,5 +1,6 @@
 #include "hardware/sources.h"
 
+#include "hardware/adapters.h"
 #include "hardware/arrays.h"
 #include "hardware/disks.h"
 #include "hardware/edac.h"
@@ -15,6 +16,7 @@ std::vector<std::unique_ptr<Source>> all_sources(const Roots &roots, Register &n
   sources.push_back(std::make_unique<HwmonSource>(roots));
   sources.push_back(std::make_unique<IpmiSource>(roots));
   sources.push_back(std::make_unique<EdacSource>(roots));
+  sources.push_back(std::make_unique<AdapterSource>(roots, numbers));
   sources.push_back(std::make_unique<DiskSource>(roots, numbers));
   sources.push_back(std::make_unique<ArraySource>(roots, numbers));
   return sources;

@@ -5,6 +5,7 @@
 #include <initializer_list>
 #include <system_error>
 
+#include "structure.h"
 #include "tree.h"
 
 namespace tavo::service {
@@ -12,32 +13,6 @@ namespace {
 
 using testing::ElementsAre;
 using testing::SizeIs;
-
-// A structure of `size` octets, with fields at their offsets and texts after it.
-class Structure {
- public:
-  Structure(int type, std::size_t size) : octets_(size, '\0') {
-    octets_[0] = static_cast<char>(type);
-    octets_[1] = static_cast<char>(size);
-  }
-
-  Structure &octet(std::size_t offset, int value) {
-    octets_[offset] = static_cast<char>(value);
-    return *this;
-  }
-  Structure &word(std::size_t offset, int value) { return octet(offset, value & 0xff).octet(offset + 1, value >> 8); }
-  Structure &text(std::size_t offset, const std::string &text) {
-    texts_ += text + '\0';
-    return octet(offset, ++count_);
-  }
-
-  std::string octets() const { return octets_ + (texts_.empty() ? std::string(1, '\0') : texts_) + '\0'; }
-
- private:
-  std::string octets_;
-  std::string texts_;
-  int count_ = 0;
-};
 
 std::string server() {
   Structure system(1, 0x1b);
@@ -178,6 +153,18 @@ TEST_F(Smbios, AStructureThatIsTooShortEndsTheTable) {
 
 TEST_F(Smbios, NothingAfterTheEndMarkCounts) {
   EXPECT_THAT(found(Structure(127, 4).octets() + processor(0x41).octets()).processors, SizeIs(0));
+}
+
+TEST_F(Smbios, ASlotHasItsAddress) {
+  const std::string table =
+      Structure(9, 0x11).text(4, "PCIe 3").word(9, 3).word(0x0d, 1).octet(0x0f, 0x82).octet(0x10, 0x19).octets() +
+      Structure(9, 0x11).text(4, "Elsewhere").word(0x0d, 0xffff).octet(0x0f, 0xff).octet(0x10, 0xff).octets() +
+      Structure(9, 0x0d).text(4, "Old").octets();
+  const auto slots = system_slots(std::as_bytes(std::span(table)));
+  ASSERT_THAT(slots, SizeIs(1));
+  EXPECT_EQ(slots[0].name, "PCIe 3");
+  EXPECT_EQ(slots[0].number, 3);
+  EXPECT_EQ(slots[0].address, "0001:82:03");
 }
 
 TEST_F(Smbios, AMissingTableIsNamed) {

@@ -1,0 +1,229 @@
+#include "hardware/adapters.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <set>
+#include <system_error>
+
+#include "core/class_number.h"
+#include "core/descriptor.h"
+#include "hardware/set_line.h"
+#include "hardware/smbios.h"
+#include "hardware/sysfs.h"
+#include "service/causes.h"
+
+namespace tavo::service {
+namespace {
+
+namespace fs = std::filesystem;
+
+// The adapters in the register.
+constexpr const char *adapter_group = "adapter";
+
+// What is in a slot but is no adapter: bridges, and drives, which have a table of their own.
+bool is_adapter(const PciDevice &device) {
+  constexpr std::uint32_t bridge = 0x06;
+  constexpr std::uint32_t nvme_drive = 0x0108;
+  return device.device_class >> 16 != bridge && device.device_class >> 8 != nvme_drive;
+}
+
+// The number that a text is; 0 if it is none.
+std::int64_t number_in(const std::string &text) {
+  std::int64_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  return error == std::errc() && end == text.data() + text.size() ? number : 0;
+}
+
+VitalProductData read_product_data(const fs::path &file) {
+  constexpr std::size_t most = 32 * 1024;
+  std::vector<std::byte> octets(most);
+  const Descriptor opened = open_for_reading(file.c_str());
+  octets.resize(opened ? read_up_to(opened, octets) : 0);
+  return parse_vital_product_data(octets);
+}
+
+// The version that the driver of a storage or InfiniBand adapter tells.
+std::string told_by_driver(const fs::path &device) {
+  constexpr auto scsi_files =
+      std::to_array<const char *>({"version_fw", "firmware_version", "firmware_revision", "fw_version", "fwrev"});
+  for (const fs::path &adapter : entries(device / "infiniband")) {
+    if (const auto version = read_attribute(adapter / "fw_ver")) {
+      return *version;
+    }
+  }
+  for (const fs::path &host : entries(device, "host")) {
+    for (const char *file : scsi_files) {
+      if (const auto version = read_attribute(host / "scsi_host" / host.filename() / file)) {
+        return *version;
+      }
+    }
+  }
+  return "";
+}
+
+bool is_too_hot(const fs::path &device) {
+  for (const fs::path &chip : entries(device / "hwmon", "hwmon")) {
+    for (const fs::path &input : entries(chip, "temp")) {
+      const std::string name = input.filename();
+      if (!name.ends_with("_input")) {
+        continue;
+      }
+      const std::string sensor = name.substr(0, name.find('_'));
+      const auto now = read_number(input);
+      const auto limit = read_number(chip / (sensor + "_crit"));
+      const bool alarm = read_number(chip / (sensor + "_crit_alarm")).value_or(0) != 0;
+      if (alarm || (now && limit && *limit > 0 && *now >= *limit)) {
+        return true;
+      }
+    }
+  }
+  return false;
+}
+
+Trouble trouble(const std::string &slot, const RegisteredPart &card, const std::string &what,
+                const std::string &severity, int cause, const std::string &sentence) {
+  return {.key = "adapter " + slot + ' ' + what,
+          .class_code = class_number::adaptor,
+          .unit = card.number,
+          .severity = severity,
+          .cause = cause,
+          .description = "Adapter " + card.name + " in slot " + slot + sentence};
+}
+
+Trouble missing(const std::string &slot, const RegisteredPart &card) {
+  Trouble trouble = service::trouble(slot, card, "gone", "warning", cause::missing, " is missing");
+  // There is no row for it: the identifier is the server's.
+  trouble.affected = "sys/rack-unit-1/adaptor-" + std::to_string(card.number);
+  trouble.affected_oid = "1.3.6.1.4.1.61453.4.207.1.9.35.1.2.1";
+  trouble.missing = {.group = adapter_group, .number = card.number};
+  return trouble;
+}
+
+}  // namespace
+
+AdapterSource::AdapterSource(Roots roots, Register &numbers, FirmwareOf firmware_of)
+    : roots_(std::move(roots)), numbers_(numbers), firmware_of_(std::move(firmware_of)), pci_(roots_.sys) {}
+
+// The table never changes.
+const std::map<std::string, AdapterSource::Slot> &AdapterSource::named_slots() {
+  if (named_slots_) {
+    return *named_slots_;
+  }
+  named_slots_.emplace();
+  try {
+    for (const SystemSlot &slot : system_slots(smbios_table(roots_))) {
+      const std::string name = slot.name.empty() ? slot.address : slot.name;
+      (*named_slots_)[slot.address] = {.name = name, .number = slot.number};
+    }
+  } catch (const std::system_error &) {
+    // The source of what else is in the table tells why it cannot be read.
+  }
+  return *named_slots_;
+}
+
+std::map<std::string, AdapterSource::Slot> AdapterSource::slots() {
+  std::map<std::string, Slot> slots = named_slots();
+  for (const auto &[address, name] : pci_.slots()) {
+    slots.try_emplace(address, Slot{.name = name, .number = number_in(name)});
+  }
+  return slots;
+}
+
+// A card's functions are at the address of its slot, or behind the bridge at that address.
+std::vector<AdapterSource::Card> AdapterSource::cards() {
+  const auto known = slots();
+  std::map<std::string, Card> by_slot;
+  for (const PciDevice &device : pci_.devices()) {
+    auto slot = known.end();
+    for (const fs::path &element : device.directory) {
+      const auto found = known.find(without_function(element));
+      slot = found != known.end() ? found : slot;
+    }
+    if (slot != known.end() && is_adapter(device)) {
+      Card &card = by_slot[slot->first];
+      card.slot = slot->second;
+      card.functions.push_back(device);
+    }
+  }
+  std::vector<Card> cards;
+  std::set<std::string> names;
+  for (auto &[address, card] : by_slot) {
+    if (!names.insert(card.slot.name).second) {
+      card.slot.name += " (" + address + ')';
+    }
+    cards.push_back(std::move(card));
+  }
+  // Slots with a number of their own come first, before another slot gets it.
+  std::ranges::stable_partition(cards, [](const Card &card) { return card.slot.number != 0; });
+  return cards;
+}
+
+const VitalProductData &AdapterSource::product_data(const PciDevice &device) {
+  const auto known = product_data_.find(device.address);
+  return known != product_data_.end() ? known->second
+                                      : product_data_[device.address] = read_product_data(device.directory / "vpd");
+}
+
+std::string AdapterSource::firmware(const Card &card) const {
+  for (const PciDevice &function : card.functions) {
+    for (const fs::path &interface : entries(function.directory / "net")) {
+      const std::string version = firmware_of_(interface.filename());
+      if (!version.empty()) {
+        return version;
+      }
+    }
+    const std::string version = told_by_driver(function.directory);
+    if (!version.empty()) {
+      return version;
+    }
+  }
+  return "";
+}
+
+Part AdapterSource::adapter_part(const Card &card) {
+  const PciDevice &first = card.functions.front();
+  const VitalProductData &data = product_data(first);
+  const PciNames &names = first.names;
+  const std::string &own_name = data.product.empty() ? names.device : data.product;
+  Part part(adapter_kind);
+  part.set_number("slot", numbers_.number_of(adapter_group, card.slot.name, card.slot.number));
+  set_line(part, "product-id", names.card.empty() ? own_name : names.card);
+  set_line(part, "serial", data.serial);
+  set_line(part, "part-number", data.part_number);
+  set_line(part, "running-version", firmware(card));
+  const bool hot = std::ranges::any_of(card.functions, [](const PciDevice &f) { return is_too_hot(f.directory); });
+  part.set("over-temperature", hot ? "yes" : "no");
+  return part;
+}
+
+Finding AdapterSource::read() {
+  events_.take();
+  Finding finding;
+  std::vector<Part> parts;
+  std::set<std::string> present;
+  std::set<std::string> addresses;
+  for (const Card &card : cards()) {
+    addresses.insert(card.functions.front().address);
+    const Part &part = parts.emplace_back(adapter_part(card));
+    present.insert(card.slot.name);
+    numbers_.keep_part(adapter_group, card.slot.name, part.text("product-id"));
+    if (part.flag("over-temperature")) {
+      const RegisteredPart known{.number = part.number("slot"), .name = part.text("product-id")};
+      finding.troubles.push_back(
+          trouble(card.slot.name, known, "too hot", "major", cause::failed, " is at its critical temperature"));
+    }
+  }
+  for (const auto &[slot, card] : numbers_.parts(adapter_group)) {
+    if (!present.contains(slot)) {
+      finding.troubles.push_back(missing(slot, card));
+    }
+  }
+  // A card that takes another's place is read anew.
+  std::erase_if(product_data_, [&](const auto &known) { return !addresses.contains(known.first); });
+  std::ranges::sort(parts, {}, [](const Part &part) { return part.number("slot"); });
+  finding.enter = [parts](Inventory &inventory) { inventory.adapters = parts; };
+  return finding;
+}
+
+}  // namespace tavo::service
