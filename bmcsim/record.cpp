@@ -12,7 +12,8 @@ namespace {
 class Masks {
  public:
   void hide(Part &part) {
-    for (const std::string_view field : {"serial", "board-serial"}) {
+    constexpr auto serial_of_sd_card = "column-24";
+    for (const std::string_view field : {"serial", "board-serial", serial_of_sd_card}) {
       if (find_field(part.kind(), field) != nullptr && !part.text(field).empty()) {
         part.set(field, mask_of(part.text(field)));
       }
@@ -45,6 +46,7 @@ void mask_serials(Inventory &inventory) {
   for (std::vector<Part> *parts : {&inventory.processors, &inventory.dimms, &inventory.supplies, &inventory.adapters}) {
     masks.hide(*parts);
   }
+  masks.hide(inventory.sd.cards);
   for (RaidController &controller : inventory.controllers) {
     masks.hide(controller.part);
   }

@@ -6,6 +6,8 @@
 #include "hardware/edac.h"
 #include "hardware/hwmon.h"
 #include "hardware/ipmi.h"
+#include "hardware/leds.h"
+#include "hardware/sd_cards.h"
 #include "hardware/smbios.h"
 
 namespace tavo::service {
@@ -19,6 +21,8 @@ std::vector<std::unique_ptr<Source>> all_sources(const Roots &roots, Register &n
   sources.push_back(std::make_unique<AdapterSource>(roots, numbers));
   sources.push_back(std::make_unique<DiskSource>(roots, numbers));
   sources.push_back(std::make_unique<ArraySource>(roots, numbers));
+  sources.push_back(std::make_unique<SdCardSource>(roots, numbers));
+  sources.push_back(std::make_unique<LedSource>(roots));
   return sources;
 }
 
