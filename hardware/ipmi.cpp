@@ -1,30 +1,90 @@
 #include "hardware/ipmi.h"
 
+#include <freeipmi/freeipmi.h>
+
 #include "hardware/decimal.h"
 #include "hardware/hwmon.h"
 #include "hardware/ipmi_environment.h"
 #include "hardware/ipmi_storage.h"
+#include "hardware/set_line.h"
 #include "service/causes.h"
 
 namespace tavo::service {
+namespace {
 
-IpmiSource::IpmiSource(Roots roots) : IpmiSource(roots, std::make_unique<OpenIpmiDevice>(roots.dev / "ipmi0")) {}
+constexpr std::uint8_t server_fru = 0;
 
-IpmiSource::IpmiSource(Roots roots, std::unique_ptr<IpmiDevice> device)
-    : roots_(std::move(roots)), device_(std::move(device)) {}
+// The areas of power supplies that were put in a moment ago may not be readable yet.
+constexpr int readings_of_a_fru = 3;
+
+// Fills what SMBIOS has left empty.
+void enter_server(Inventory &inventory, const IpmiFru &fru) {
+  Part &server = inventory.server;
+  const auto fill = [&](std::string_view field, const std::string &text) {
+    if (server.text(field).empty()) {
+      set_line(server, field, text);
+    }
+  };
+  fill("product-name", fru.product_name);
+  fill("product-id", fru.product_part);
+  fill("serial", fru.product_serial);
+  if (!server.flag("board-readable") && !fru.board_product.empty()) {
+    server.set("board-readable", "yes");
+    fill("board-manufacturer", fru.board_manufacturer);
+    fill("board-product", fru.board_product);
+    fill("board-serial", fru.board_serial);
+  }
+}
+
+}  // namespace
+
+IpmiSource::IpmiSource(const Roots &roots, Register &kept)
+    : IpmiSource(roots, kept, std::make_unique<OpenIpmiDevice>(roots.dev / "ipmi0")) {}
+
+IpmiSource::IpmiSource(Roots roots, Register &kept, std::unique_ptr<IpmiDevice> device)
+    : roots_(std::move(roots)), kept_(kept), device_(std::move(device)) {}
 
 void IpmiSource::read_definitions() {
   const auto state = sdr_state(*device_);
   if (!state || state == definitions_state_) {
     return;
   }
-  sensors_.define(decode_sdr(read_sdr(*device_)).sensors);
+  IpmiInventory inventory = decode_sdr(read_sdr(*device_));
+  sensors_.define(inventory.sensors);
+  fru_devices_ = std::move(inventory.frus);
+  server_ = decode_fru(read_fru(*device_, server_fru));
+  fru_readings_left_ = readings_of_a_fru;
   definitions_state_ = state;
+}
+
+// Only after a supply has come or gone: an area takes many commands.
+void IpmiSource::read_supply_frus() {
+  std::vector<bool> present;
+  for (const IpmiSample &sample : sensors_.samples()) {
+    if (sample.sensor.type == IPMI_SENSOR_TYPE_POWER_SUPPLY) {
+      present.push_back(sample.is_in(IPMI_SENSOR_TYPE_POWER_SUPPLY_PRESENCE_DETECTED));
+    }
+  }
+  if (present != supplies_present_) {
+    supplies_present_ = present;
+    fru_readings_left_ = readings_of_a_fru;
+  }
+  if (fru_readings_left_ == 0) {
+    return;
+  }
+  --fru_readings_left_;
+  frus_.clear();
+  for (const IpmiFruDevice &fru : fru_devices_) {
+    if (fru.entity.id == IPMI_ENTITY_ID_POWER_SUPPLY) {
+      frus_[fru.entity] = decode_fru(read_fru(*device_, fru.id));
+    }
+  }
 }
 
 void IpmiSource::read_controller() {
   read_definitions();
   sensors_.read(*device_);
+  read_supply_frus();
   chassis_ = read_chassis(*device_);
   power_ = consumed_power(*device_, sensors_.samples());
 }
@@ -33,11 +93,17 @@ void IpmiSource::read_controller() {
 Finding IpmiSource::finding() {
   const Measured by_hwmon = measured_by_hwmon(roots_.sys);
   const std::vector<IpmiSample> &samples = sensors_.samples();
-  const IpmiFans fans = by_hwmon.fans ? IpmiFans() : ipmi_fans(samples, seen_);
+  const IpmiFans fans = by_hwmon.fans ? IpmiFans() : ipmi_fans(samples, kept_);
+  const IpmiSupplies supplies = ipmi_supplies(samples, frus_, kept_);
   const bool with_processors = !by_hwmon.processors;
   Finding finding;
-  finding.enter = [=, chassis = chassis_, power = power_](Inventory &inventory) {
+  finding.enter = [=, server = server_, chassis = chassis_, power = power_](Inventory &inventory) {
+    enter_server(inventory, server);
     enter_fans(inventory, fans.fans);
+    inventory.supplies = supplies.supplies;
+    for (const SupplyFan &fan : supplies.fans) {
+      enter_supply_fan(inventory, fan.supply, fan.presence);
+    }
     enter_temperatures(inventory, samples, with_processors);
     if (power && inventory.environment.text("power") == "0") {
       inventory.environment.set("power", with_one_decimal(*power));
@@ -47,7 +113,9 @@ Finding IpmiSource::finding() {
     }
   };
   finding.troubles = temperature_troubles(samples, with_processors);
-  finding.troubles.insert(finding.troubles.end(), fans.troubles.begin(), fans.troubles.end());
+  for (const std::vector<Trouble> *troubles : {&fans.troubles, &supplies.troubles}) {
+    finding.troubles.insert(finding.troubles.end(), troubles->begin(), troubles->end());
+  }
   if (has_answered_ && !definitions_state_) {
     finding.unreadable.emplace_back("the controller has no sensor records");
   }

@@ -12,9 +12,9 @@ namespace tavo::service {
 
 struct OpenIpmiDevice::Connection {
   struct Destroy {
-    void operator()(ipmi_ctx_t context) const {
-      ipmi_ctx_close(context);
-      ipmi_ctx_destroy(context);
+    void operator()(ipmi_ctx_t created) const {
+      ipmi_ctx_close(created);
+      ipmi_ctx_destroy(created);
     }
   };
 

@@ -31,7 +31,8 @@ bool is_plausible(const IpmiSample &sample) {
 
 bool has_word(const IpmiSensor &sensor, std::string_view word) {
   const auto is_same = [](char a, char b) { return std::toupper(static_cast<unsigned char>(a)) == b; };
-  return !std::ranges::search(sensor.name, word, is_same).empty();
+  const std::string &name = sensor.name;
+  return std::search(name.begin(), name.end(), word.begin(), word.end(), is_same) != name.end();
 }
 
 // Where a sensor is that a column stands for. Controllers say so by the entity or by the name.

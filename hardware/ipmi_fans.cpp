@@ -63,7 +63,18 @@ std::string_view presence_of(const IpmiEntity &entity, const std::vector<IpmiSam
   return "unknown";
 }
 
-IpmiFans ipmi_fans(const std::vector<IpmiSample> &samples, SeenParts &seen) {
+std::optional<MissingPart> missing_part(Register &kept, const std::string &group, const std::string &place,
+                                        const std::string &name, std::string_view presence) {
+  const std::int64_t number = kept.number_of(group, place);
+  if (presence == "present") {
+    kept.keep_part(group, place, name);
+  }
+  return presence == "absent" && kept.parts(group).contains(place)
+             ? std::optional(MissingPart{.group = group, .number = number})
+             : std::nullopt;
+}
+
+IpmiFans ipmi_fans(const std::vector<IpmiSample> &samples, Register &kept) {
   IpmiFans found;
   const std::vector<const IpmiSample *> all = speeds(samples);
   for (std::size_t i = 0; i < all.size(); ++i) {
@@ -71,11 +82,8 @@ IpmiFans ipmi_fans(const std::vector<IpmiSample> &samples, SeenParts &seen) {
     const std::string_view presence = presence_of_fan(sample, samples);
     const std::string key = sensor_key(sample.sensor);
     const std::string fan = "Fan " + std::to_string(i + 1) + " (" + sample.sensor.name + ')';
-    const bool is_absent = presence == "absent";
-    const bool has_failed = !is_absent && sample.too_low != IpmiLevel::Good;
-    if (presence == "present") {
-      seen.insert(key);
-    }
+    const auto missing = missing_part(kept, "fan", key, sample.sensor.name, presence);
+    const bool has_failed = presence != "absent" && sample.too_low != IpmiLevel::Good;
     found.fans.push_back({.has_failed = has_failed, .presence = presence});
     Trouble trouble{.key = key + " failed",
                     .class_code = class_number::system_fan,
@@ -85,11 +93,12 @@ IpmiFans ipmi_fans(const std::vector<IpmiSample> &samples, SeenParts &seen) {
                     .description = fan + " has failed"};
     if (has_failed) {
       found.troubles.push_back(trouble);
-    } else if (is_absent && seen.contains(key)) {
+    } else if (missing) {
       trouble.key = key + " missing";
       trouble.severity = "warning";
       trouble.cause = cause::missing;
       trouble.description = fan + " is missing";
+      trouble.missing = missing;
       found.troubles.push_back(trouble);
     }
   }

@@ -1,26 +1,28 @@
 // The server's own fans, as the management controller knows them.
 #pragma once
 
-#include <set>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "hardware/fans.h"
 #include "hardware/ipmi_sensors.h"
+#include "hardware/register.h"
 #include "hardware/source.h"
 
 namespace tavo::service {
 
-// Parts that have been there, by a key. Only what has been there can be missing: a place may be meant to be empty.
-using SeenParts = std::set<std::string>;
+// Keeps a part that is there in the register. If it is absent, but was there once, returns it: only such a part is
+// missing, since a place may be meant to be empty. `place` tells the parts of the group apart.
+std::optional<MissingPart> missing_part(Register &kept, const std::string &group, const std::string &place,
+                                        const std::string &name, std::string_view presence);
 
 struct IpmiFans {
   std::vector<Fan> fans;  // in the order of the sensors
   std::vector<Trouble> troubles;
 };
 
-// Adds the fans that are there to `seen`.
-IpmiFans ipmi_fans(const std::vector<IpmiSample> &samples, SeenParts &seen);
+IpmiFans ipmi_fans(const std::vector<IpmiSample> &samples, Register &kept);
 
 // "present", "absent" or "unknown", as the entity's presence sensors tell.
 std::string_view presence_of(const IpmiEntity &entity, const std::vector<IpmiSample> &samples);

@@ -27,7 +27,7 @@ class Record {
   }
 
  private:
-  const ipmi_sdr_ctx_t context_;
+  ipmi_sdr_ctx *const context_;
   const IpmiOctets &octets_;
 };
 
@@ -52,8 +52,11 @@ std::optional<std::uint8_t> unit_of(const Record &record) {
 // The thresholds whose bits are set in `readable`, from the six octets in the order of IPMI.
 IpmiThresholds thresholds_from(const IpmiConversion &conversion, unsigned readable,
                                std::span<const std::uint8_t, 6> octets) {
-  enum Position { lower_critical = 1, lower_non_recoverable = 2, upper_critical = 4, upper_non_recoverable = 5 };
-  const auto at = [&](Position position) {
+  constexpr std::size_t lower_critical = 1;
+  constexpr std::size_t lower_non_recoverable = 2;
+  constexpr std::size_t upper_critical = 4;
+  constexpr std::size_t upper_non_recoverable = 5;
+  const auto at = [&](std::size_t position) {
     return (readable >> position & 1) != 0 ? conversion.value(octets[position]) : std::nullopt;
   };
   return {.lower_critical = at(lower_critical),

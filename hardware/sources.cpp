@@ -16,7 +16,7 @@ std::vector<std::unique_ptr<Source>> all_sources(const Roots &roots, Register &n
   std::vector<std::unique_ptr<Source>> sources;
   sources.push_back(std::make_unique<SmbiosSource>(roots));
   sources.push_back(std::make_unique<HwmonSource>(roots));
-  sources.push_back(std::make_unique<IpmiSource>(roots));
+  sources.push_back(std::make_unique<IpmiSource>(roots, numbers));
   sources.push_back(std::make_unique<EdacSource>(roots));
   sources.push_back(std::make_unique<AdapterSource>(roots, numbers));
   sources.push_back(std::make_unique<DiskSource>(roots, numbers));

@@ -108,6 +108,56 @@ inline IpmiOctets fru_record(std::uint8_t id, std::uint8_t entity, std::uint8_t 
   return with_header(0x11, body);
 }
 
+inline void add_checksum(IpmiOctets &octets) {
+  std::uint8_t sum = 0;
+  for (const std::uint8_t octet : octets) {
+    sum = static_cast<std::uint8_t>(sum + octet);
+  }
+  octets.push_back(static_cast<std::uint8_t>(-sum));
+}
+
+// An information area of a FRU: `start` is what comes before the texts.
+inline IpmiOctets fru_information(IpmiOctets start, const std::vector<std::string> &texts) {
+  IpmiOctets area = std::move(start);
+  for (const std::string &text : texts) {
+    area.push_back(text_length(text));
+    append(area, text);
+  }
+  area.push_back(0xc1);
+  while (area.size() % 8 != 7) {
+    area.push_back(0);
+  }
+  area[1] = static_cast<std::uint8_t>((area.size() + 1) / 8);
+  add_checksum(area);
+  return area;
+}
+
+// A FRU with a board, a product and, unless the capacity is 0, what a power supply says of itself.
+inline IpmiOctets made_up_fru(const std::vector<std::string> &board, const std::vector<std::string> &product,
+                              std::uint16_t capacity = 0) {
+  const IpmiOctets board_area = fru_information({1, 0, 25, 0, 0, 0}, board);
+  const IpmiOctets product_area = fru_information({1, 0, 25}, product);
+  const auto board_at = std::uint8_t{1};
+  const auto product_at = static_cast<std::uint8_t>(board_at + board_area.size() / 8);
+  const auto records_at = static_cast<std::uint8_t>(product_at + product_area.size() / 8);
+  IpmiOctets fru{1, 0, 0, board_at, product_at, capacity != 0 ? records_at : std::uint8_t{0}, 0};
+  add_checksum(fru);
+  fru.insert(fru.end(), board_area.begin(), board_area.end());
+  fru.insert(fru.end(), product_area.begin(), product_area.end());
+  if (capacity != 0) {
+    IpmiOctets record(24);
+    record[0] = static_cast<std::uint8_t>(capacity);
+    record[1] = static_cast<std::uint8_t>(capacity >> 8);
+    IpmiOctets sum = record;
+    add_checksum(sum);
+    IpmiOctets header{0, 0x82, static_cast<std::uint8_t>(record.size()), sum.back()};
+    add_checksum(header);
+    fru.insert(fru.end(), header.begin(), header.end());
+    fru.insert(fru.end(), record.begin(), record.end());
+  }
+  return fru;
+}
+
 class MadeUpController : public IpmiDevice {
  public:
   bool exists() const override { return is_there; }

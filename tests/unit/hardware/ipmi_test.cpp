@@ -56,7 +56,8 @@ class Ipmi : public Tree {
 
   std::unique_ptr<MadeUpController> made_ = make_controller();
   MadeUpController &controller_ = *made_;
-  IpmiSource source_{roots(), std::move(made_)};
+  Register register_{directory_ / "register.json"};
+  IpmiSource source_{roots(), register_, std::move(made_)};
 };
 
 using IpmiSdr = Ipmi;
@@ -144,7 +145,7 @@ TEST_F(IpmiSdr, ARecordLargerThanAnOffsetIsLeftOut) {
 TEST_F(Ipmi, AMachineWithoutAControllerSaysSo) {
   controller_.is_there = false;
   EXPECT_THROW(source_.read(), IpmiSilence);
-  IpmiSource real(roots());
+  IpmiSource real(roots(), register_);
   try {
     real.read();
     FAIL();
@@ -212,6 +213,7 @@ TEST_F(Ipmi, AFanThatWasTakenOutIsMissing) {
   ASSERT_THAT(finding.troubles, SizeIs(1));
   EXPECT_EQ(finding.troubles[0].description, "Fan 1 (SYS_FAN1) is missing");
   EXPECT_EQ(finding.troubles[0].cause, 238);
+  EXPECT_EQ(finding.troubles[0].missing->number, 1);
   Inventory inventory;
   finding.enter(inventory);
   EXPECT_EQ(inventory.sensors.at(0).written(*find_field(sensor_kind, "presence")), "absent");
@@ -314,6 +316,149 @@ TEST_F(Ipmi, TheChassisSaysWhetherItIsOn) {
   EXPECT_EQ(inventory.server.number("power"), 0);
   ASSERT_THAT(inventory.leds, SizeIs(1));
   EXPECT_EQ(inventory.leds[0].text("state"), "ON");
+}
+
+TEST(IpmiFru, AnAreaTellsOfBoardAndProduct) {
+  const IpmiFru fru = decode_fru(
+      made_up_fru({"Board maker", "Board", "B-1", "BP-1", ""}, {"Maker", "Product", "P-1", "1.2", "S-1", "", ""}, 750));
+  EXPECT_EQ(fru.board_manufacturer, "Board maker");
+  EXPECT_EQ(fru.board_product, "Board");
+  EXPECT_EQ(fru.board_serial, "B-1");
+  EXPECT_EQ(fru.product_name, "Product");
+  EXPECT_EQ(fru.product_part, "P-1");
+  EXPECT_EQ(fru.product_version, "1.2");
+  EXPECT_EQ(fru.product_serial, "S-1");
+  EXPECT_EQ(fru.supply_capacity, 750U);
+}
+
+TEST(IpmiFru, AnAreaThatIsCutShortTellsTheRest) {
+  const IpmiOctets whole =
+      made_up_fru({"Board maker", "Board", "B-1", "BP-1", ""}, {"Maker", "Product", "P-1", "1.2", "S-1", "", ""}, 750);
+  bool told_of_board_alone = false;
+  for (std::size_t size = 0; size < whole.size(); ++size) {
+    const IpmiFru fru = decode_fru({whole.begin(), whole.begin() + static_cast<int>(size)});
+    EXPECT_EQ(fru.supply_capacity, std::nullopt) << size;
+    told_of_board_alone = told_of_board_alone || (fru.board_product == "Board" && fru.product_name.empty());
+  }
+  EXPECT_TRUE(told_of_board_alone);
+}
+
+TEST(IpmiFru, AnAreaWithAWrongChecksumTellsNothing) {
+  IpmiOctets area = made_up_fru({"Board maker", "Board", "B-1", "", ""}, {"Maker", "Product", "", "", "S-1", "", ""});
+  ++area[20];
+  EXPECT_EQ(decode_fru(area).board_product, "");
+  EXPECT_EQ(decode_fru(area).product_name, "Product");
+  ++area[3];
+  EXPECT_EQ(decode_fru(area), IpmiFru());
+}
+
+class IpmiSupply : public Ipmi {
+ protected:
+  IpmiSupply() {
+    controller_.sdr = {compact_record(30, supply_type, specific, supply_entity, 1, "PS1 Status"),
+                       compact_record(31, supply_type, specific, supply_entity, 2, "PS2 Status"),
+                       fru_record(5, supply_entity, 2)};
+    controller_.is_in(30, present);
+    controller_.is_in(31, present);
+    controller_.frus[5] =
+        made_up_fru({"", "", "", "", ""}, {"Maker", "SUPPLY-800", "P-1", "01.02", "S-2", "", ""}, 800);
+  }
+
+  static constexpr std::uint8_t supply_type = 8;
+  static constexpr std::uint8_t supply_entity = 10;
+  static constexpr std::uint16_t present = 1;
+};
+
+TEST_F(IpmiSupply, ASupplySaysWhatItIs) {
+  const Inventory inventory = found_by(source_);
+  ASSERT_THAT(inventory.supplies, SizeIs(2));
+  EXPECT_EQ(inventory.supplies[0].text("model"), "") << "it has no area";
+  EXPECT_EQ(inventory.supplies[1].text("model"), "SUPPLY-800");
+  EXPECT_EQ(inventory.supplies[1].text("serial"), "S-2");
+  EXPECT_EQ(inventory.supplies[1].text("revision"), "01.02");
+  EXPECT_EQ(inventory.supplies[1].number("output-power-max"), 800);
+  EXPECT_EQ(inventory.supplies[1].number("status"), 0);
+}
+
+TEST_F(IpmiSupply, ADefectIsATrouble) {
+  EXPECT_THAT(descriptions(), IsEmpty());
+  controller_.is_in(31, present | 1 << 3);
+  EXPECT_THAT(descriptions(), ElementsAre("major: Power supply 2 has no input"));
+  controller_.is_in(31, present | 1 << 3 | 1 << 1);
+  const Finding finding = source_.read();
+  ASSERT_THAT(finding.troubles, SizeIs(1));
+  EXPECT_EQ(finding.troubles[0].description, "Power supply 2 has failed");
+  EXPECT_EQ(finding.troubles[0].class_code, 10);
+  EXPECT_EQ(finding.troubles[0].unit, 2);
+  Inventory inventory;
+  finding.enter(inventory);
+  EXPECT_NE(inventory.supplies.at(1).number("status"), 0);
+  controller_.is_in(31, present | 1 << 2);
+  EXPECT_THAT(descriptions(), ElementsAre("minor: Power supply 2 is about to fail"));
+}
+
+TEST_F(IpmiSupply, ASupplyThatWasTakenOutIsMissing) {
+  controller_.is_in(30, 0);
+  EXPECT_THAT(descriptions(), IsEmpty()) << "its bay may be meant to be empty";
+  controller_.is_in(31, 0);
+  EXPECT_THAT(descriptions(), ElementsAre("warning: Power supply 2 is missing"));
+  EXPECT_FALSE(found_by(source_).supplies.at(1).flag("present"));
+  EXPECT_TRUE(register_.forget_part("supply", 2));
+  EXPECT_THAT(descriptions(), IsEmpty());
+}
+
+TEST_F(IpmiSupply, AnAreaIsReadAgainWhenASupplyComes) {
+  for (int i = 0; i < 5; ++i) {
+    source_.read();
+  }
+  const int before = controller_.asked[{0x0a, 0x11}];
+  source_.read();
+  EXPECT_EQ((controller_.asked[{0x0a, 0x11}]), before);
+  controller_.is_in(31, 0);
+  source_.read();
+  controller_.is_in(31, present);
+  controller_.frus[5] = made_up_fru({"", "", "", "", ""}, {"Maker", "SUPPLY-900", "", "", "", "", ""});
+  EXPECT_EQ(found_by(source_).supplies.at(1).text("model"), "SUPPLY-900");
+}
+
+TEST_F(IpmiSupply, ItsFanHasARowOfItsOwn) {
+  MadeUpSensor its_fan = fan(40, "PS2 Fan");
+  its_fan.entity = supply_entity;
+  its_fan.instance = 2;
+  controller_.sdr.push_back(full_record(fan(9, "SYS_FAN1")));
+  controller_.sdr.push_back(full_record(its_fan));
+  controller_.reads(9, 30);
+  controller_.reads(40, 3);
+  std::vector<std::string> sensors;
+  for (const Part &sensor : found_by(source_).sensors) {
+    EXPECT_EQ(sensor.number("number"), static_cast<std::int64_t>(sensors.size()));
+    sensors.push_back(sensor.text("name"));
+  }
+  EXPECT_THAT(sensors, ElementsAre("FAN1_TACH1", "PSU2_FAN_SPEED", "FAN1_PRES", "PSU2_PRES"));
+  EXPECT_THAT(descriptions(), ElementsAre("major: Power supply 2: its fan has failed"));
+}
+
+TEST_F(IpmiSupply, ThereAreNoMoreThanThePlatformKnows) {
+  for (std::uint8_t instance = 3; instance < 40; ++instance) {
+    controller_.sdr.push_back(
+        compact_record(static_cast<std::uint8_t>(instance + 50), supply_type, specific, supply_entity, instance, "PS"));
+  }
+  EXPECT_THAT(found_by(source_).supplies, SizeIs(supply_limit));
+}
+
+TEST_F(Ipmi, TheServersFruFillsWhatSmbiosLacks) {
+  controller_.sdr = {full_record(temperature(1, "Temp"))};
+  controller_.frus[0] =
+      made_up_fru({"Board maker", "Board", "B-1", "", ""}, {"Maker", "Server", "P-1", "", "S-1", "", ""});
+  Inventory inventory;
+  inventory.server.set("serial", "");
+  inventory.server.set("product-name", "From SMBIOS");
+  inventory.server.set("board-readable", "no");
+  source_.read().enter(inventory);
+  EXPECT_EQ(inventory.server.text("serial"), "S-1");
+  EXPECT_EQ(inventory.server.text("product-name"), "From SMBIOS");
+  EXPECT_TRUE(inventory.server.flag("board-readable"));
+  EXPECT_EQ(inventory.server.text("board-serial"), "B-1");
 }
 
 TEST_F(Ipmi, AControllerThatFallsSilentIsATrouble) {
