@@ -5,7 +5,6 @@
 #include "hardware/decimal.h"
 #include "hardware/hwmon.h"
 #include "hardware/ipmi_environment.h"
-#include "hardware/ipmi_storage.h"
 #include "hardware/set_line.h"
 #include "service/causes.h"
 
@@ -13,6 +12,8 @@ namespace tavo::service {
 namespace {
 
 constexpr std::uint8_t server_fru = 0;
+
+constexpr int readings_of_the_log_to_one_of_sensors = 6;
 
 // The areas of power supplies that were put in a moment ago may not be readable yet.
 constexpr int readings_of_a_fru = 3;
@@ -50,7 +51,8 @@ void IpmiSource::read_definitions() {
     return;
   }
   IpmiInventory inventory = decode_sdr(read_sdr(*device_));
-  sensors_.define(inventory.sensors);
+  all_sensors_ = std::move(inventory.sensors);
+  sensors_.define(all_sensors_);
   fru_devices_ = std::move(inventory.frus);
   server_ = decode_fru(read_fru(*device_, server_fru));
   fru_readings_left_ = readings_of_a_fru;
@@ -81,7 +83,25 @@ void IpmiSource::read_supply_frus() {
   }
 }
 
-void IpmiSource::read_controller() {
+// Returns whether there is something new.
+bool IpmiSource::read_log() {
+  const auto news = log_.read(*device_);
+  has_log_ = news.has_value();
+  if (!has_log_) {
+    return false;
+  }
+  if (news->begins_anew) {
+    log_faults_.forget_all();
+  }
+  for (const IpmiOctets &record : news->records) {
+    if (const auto event = decode_sel(record)) {
+      log_faults_.note(*event);
+    }
+  }
+  return !news->records.empty();
+}
+
+void IpmiSource::read_sensors() {
   read_definitions();
   sensors_.read(*device_);
   read_supply_frus();
@@ -113,11 +133,15 @@ Finding IpmiSource::finding() {
     }
   };
   finding.troubles = temperature_troubles(samples, with_processors);
-  for (const std::vector<Trouble> *troubles : {&fans.troubles, &supplies.troubles}) {
+  const std::vector<Trouble> from_log = log_faults_.troubles(all_sensors_);
+  for (const std::vector<Trouble> *troubles : {&fans.troubles, &supplies.troubles, &from_log}) {
     finding.troubles.insert(finding.troubles.end(), troubles->begin(), troubles->end());
   }
   if (has_answered_ && !definitions_state_) {
     finding.unreadable.emplace_back("the controller has no sensor records");
+  }
+  if (has_answered_ && !has_log_) {
+    finding.unreadable.emplace_back("the controller has no event log");
   }
   return finding;
 }
@@ -125,7 +149,12 @@ Finding IpmiSource::finding() {
 Finding IpmiSource::read() {
   std::string silence;
   try {
-    read_controller();
+    const bool has_news = read_log();
+    if (has_news || readings_until_sensors_ == 0) {
+      read_sensors();
+      readings_until_sensors_ = readings_of_the_log_to_one_of_sensors;
+    }
+    --readings_until_sensors_;
     has_answered_ = true;
   } catch (const IpmiSilence &why) {
     if (!has_answered_ && !device_->exists()) {

@@ -1,4 +1,4 @@
-// The management controller (IPMI): fans, power supplies, temperatures, power.
+// The management controller (IPMI): fans, power supplies, temperatures, power, and its event log.
 #pragma once
 
 #include <memory>
@@ -8,7 +8,9 @@
 #include "hardware/ipmi_chassis.h"
 #include "hardware/ipmi_device.h"
 #include "hardware/ipmi_fans.h"
+#include "hardware/ipmi_sel.h"
 #include "hardware/ipmi_sensors.h"
+#include "hardware/ipmi_storage.h"
 #include "hardware/ipmi_supplies.h"
 #include "hardware/source.h"
 
@@ -22,20 +24,28 @@ class IpmiSource : public Source {
   IpmiSource(Roots roots, Register &kept, std::unique_ptr<IpmiDevice> device);
 
   std::string_view name() const override { return "IPMI"; }
-  std::chrono::seconds interval() const override { return std::chrono::seconds(30); }
+  // Of the event log. The sensors are read every sixth time, and at once when there is a new event. A machine without a
+  // controller hardly ever gets one.
+  std::chrono::seconds interval() const override { return std::chrono::seconds(has_answered_ ? 5 : 60); }
   Finding read() override;
 
  private:
   void read_definitions();
   void read_supply_frus();
-  void read_controller();
+  bool read_log();
+  void read_sensors();
   Finding finding();
 
   const Roots roots_;
   Register &kept_;
   const std::unique_ptr<IpmiDevice> device_;
   std::optional<IpmiOctets> definitions_state_;  // of the sensor records that `sensors_` is made from
+  std::vector<IpmiSensor> all_sensors_;          // also those that are not read
   IpmiSensors sensors_;
+  int readings_until_sensors_ = 0;
+  SelReader log_;
+  SelFaults log_faults_;
+  bool has_log_ = false;
   std::vector<IpmiFruDevice> fru_devices_;
   IpmiFru server_;
   std::map<IpmiEntity, IpmiFru> frus_;  // of the power supplies

@@ -46,9 +46,23 @@ class Ipmi : public Tree {
  protected:
   static std::unique_ptr<MadeUpController> make_controller() { return std::make_unique<MadeUpController>(); }
 
+  // One reading of the sensors: they are read every sixth time.
+  Finding read() {
+    for (int i = 0; i < 5; ++i) {
+      source_.read();
+    }
+    return source_.read();
+  }
+
+  Inventory found() {
+    Inventory inventory;
+    read().enter(inventory);
+    return inventory;
+  }
+
   std::vector<std::string> descriptions() {
     std::vector<std::string> all;
-    for (const Trouble &trouble : source_.read().troubles) {
+    for (const Trouble &trouble : read().troubles) {
       all.push_back(trouble.severity + ": " + trouble.description);
     }
     return all;
@@ -158,7 +172,7 @@ TEST_F(Ipmi, FansHaveRowsInTheOrderOfTheRecords) {
   controller_.sdr = {full_record(fan(9, "SYS_FAN1")), full_record(fan(8, "SYS_FAN2"))};
   controller_.reads(9, 30);
   std::vector<std::string> sensors;
-  for (const Part &sensor : found_by(source_).sensors) {
+  for (const Part &sensor : found().sensors) {
     sensors.push_back(sensor.text("name") + ' ' + sensor.written(*find_field(sensor_kind, "presence")));
   }
   EXPECT_THAT(sensors,
@@ -171,7 +185,7 @@ TEST_F(Ipmi, ManyFansAreTwoToAModule) {
     controller_.reads(number, 30);
   }
   controller_.reads(8, 3);
-  const Finding finding = source_.read();
+  const Finding finding = read();
   Inventory inventory;
   finding.enter(inventory);
   EXPECT_EQ(inventory.sensors.at(7).text("name"), "FAN4_TACH2");
@@ -183,7 +197,7 @@ TEST_F(Ipmi, AFanIsShownOnce) {
   controller_.reads(9, 0);
   write("class/hwmon/hwmon0/name", "board\n");
   write("class/hwmon/hwmon0/fan1_input", "2400\n");
-  EXPECT_THAT(found_by(source_).sensors, IsEmpty());
+  EXPECT_THAT(found().sensors, IsEmpty());
   EXPECT_THAT(descriptions(), IsEmpty());
 }
 
@@ -209,7 +223,7 @@ TEST_F(Ipmi, AFanThatWasTakenOutIsMissing) {
   EXPECT_THAT(descriptions(), IsEmpty());
   controller_.is_in(20, 2);
   controller_.reads(9, 0);
-  const Finding finding = source_.read();
+  const Finding finding = read();
   ASSERT_THAT(finding.troubles, SizeIs(1));
   EXPECT_EQ(finding.troubles[0].description, "Fan 1 (SYS_FAN1) is missing");
   EXPECT_EQ(finding.troubles[0].cause, 238);
@@ -269,7 +283,7 @@ TEST_F(Ipmi, TemperaturesGoByTheirNames) {
   for (const std::uint8_t sensor : {1, 2, 3, 4}) {
     controller_.reads(sensor, static_cast<std::uint8_t>(20 + sensor));
   }
-  const Inventory inventory = found_by(source_);
+  const Inventory inventory = found();
   EXPECT_EQ(inventory.environment.text("ambient"), "21.0");
   EXPECT_EQ(inventory.environment.text("front"), "21.0");
   EXPECT_EQ(inventory.environment.text("rear"), "22.0");
@@ -284,13 +298,13 @@ TEST_F(Ipmi, ProcessorsThatHwmonKnowsAreLeftToIt) {
   controller_.reads(1, 85);
   Inventory inventory;
   inventory.processors.emplace_back(processor_kind);
-  source_.read().enter(inventory);
+  read().enter(inventory);
   EXPECT_EQ(inventory.processors[0].text("temperature"), "85.0");
   EXPECT_THAT(descriptions(), SizeIs(1));
   write("class/hwmon/hwmon0/name", "k10temp\n");
   write("class/hwmon/hwmon0/temp1_input", "84000\n");
   inventory.processors[0] = Part(processor_kind);
-  source_.read().enter(inventory);
+  read().enter(inventory);
   EXPECT_EQ(inventory.processors[0].text("temperature"), "0");
   EXPECT_THAT(descriptions(), IsEmpty());
 }
@@ -298,21 +312,21 @@ TEST_F(Ipmi, ProcessorsThatHwmonKnowsAreLeftToIt) {
 TEST_F(Ipmi, ConsumedPowerIsWhatTheControllerSays) {
   controller_.sdr = {full_record({.number = 1, .type = 0x0b, .name = "System Power", .unit = 6})};
   controller_.reads(1, 210);
-  EXPECT_EQ(found_by(source_).environment.text("power"), "210.0");
+  EXPECT_EQ(found().environment.text("power"), "210.0");
   controller_.power = IpmiOctets(18);
   controller_.power[1] = 0x2c;
   controller_.power[2] = 0x01;
-  EXPECT_EQ(found_by(source_).environment.text("power"), "210.0") << "it does not measure";
+  EXPECT_EQ(found().environment.text("power"), "210.0") << "it does not measure";
   controller_.power[17] = 0x40;
-  EXPECT_EQ(found_by(source_).environment.text("power"), "300.0");
+  EXPECT_EQ(found().environment.text("power"), "300.0");
 }
 
 TEST_F(Ipmi, TheChassisSaysWhetherItIsOn) {
-  Inventory inventory = found_by(source_);
+  Inventory inventory = found();
   EXPECT_EQ(inventory.server.number("power"), 1);
   EXPECT_THAT(inventory.leds, IsEmpty()) << "it does not tell of the LED";
   controller_.chassis = {0, 0, 0x50};
-  inventory = found_by(source_);
+  inventory = found();
   EXPECT_EQ(inventory.server.number("power"), 0);
   ASSERT_THAT(inventory.leds, SizeIs(1));
   EXPECT_EQ(inventory.leds[0].text("state"), "ON");
@@ -370,7 +384,7 @@ class IpmiSupply : public Ipmi {
 };
 
 TEST_F(IpmiSupply, ASupplySaysWhatItIs) {
-  const Inventory inventory = found_by(source_);
+  const Inventory inventory = found();
   ASSERT_THAT(inventory.supplies, SizeIs(2));
   EXPECT_EQ(inventory.supplies[0].text("model"), "") << "it has no area";
   EXPECT_EQ(inventory.supplies[1].text("model"), "SUPPLY-800");
@@ -385,7 +399,7 @@ TEST_F(IpmiSupply, ADefectIsATrouble) {
   controller_.is_in(31, present | 1 << 3);
   EXPECT_THAT(descriptions(), ElementsAre("major: Power supply 2 has no input"));
   controller_.is_in(31, present | 1 << 3 | 1 << 1);
-  const Finding finding = source_.read();
+  const Finding finding = read();
   ASSERT_THAT(finding.troubles, SizeIs(1));
   EXPECT_EQ(finding.troubles[0].description, "Power supply 2 has failed");
   EXPECT_EQ(finding.troubles[0].class_code, 10);
@@ -402,23 +416,23 @@ TEST_F(IpmiSupply, ASupplyThatWasTakenOutIsMissing) {
   EXPECT_THAT(descriptions(), IsEmpty()) << "its bay may be meant to be empty";
   controller_.is_in(31, 0);
   EXPECT_THAT(descriptions(), ElementsAre("warning: Power supply 2 is missing"));
-  EXPECT_FALSE(found_by(source_).supplies.at(1).flag("present"));
+  EXPECT_FALSE(found().supplies.at(1).flag("present"));
   EXPECT_TRUE(register_.forget_part("supply", 2));
   EXPECT_THAT(descriptions(), IsEmpty());
 }
 
 TEST_F(IpmiSupply, AnAreaIsReadAgainWhenASupplyComes) {
   for (int i = 0; i < 5; ++i) {
-    source_.read();
+    read();
   }
   const int before = controller_.asked[{0x0a, 0x11}];
-  source_.read();
+  read();
   EXPECT_EQ((controller_.asked[{0x0a, 0x11}]), before);
   controller_.is_in(31, 0);
-  source_.read();
+  read();
   controller_.is_in(31, present);
   controller_.frus[5] = made_up_fru({"", "", "", "", ""}, {"Maker", "SUPPLY-900", "", "", "", "", ""});
-  EXPECT_EQ(found_by(source_).supplies.at(1).text("model"), "SUPPLY-900");
+  EXPECT_EQ(found().supplies.at(1).text("model"), "SUPPLY-900");
 }
 
 TEST_F(IpmiSupply, ItsFanHasARowOfItsOwn) {
@@ -430,7 +444,7 @@ TEST_F(IpmiSupply, ItsFanHasARowOfItsOwn) {
   controller_.reads(9, 30);
   controller_.reads(40, 3);
   std::vector<std::string> sensors;
-  for (const Part &sensor : found_by(source_).sensors) {
+  for (const Part &sensor : found().sensors) {
     EXPECT_EQ(sensor.number("number"), static_cast<std::int64_t>(sensors.size()));
     sensors.push_back(sensor.text("name"));
   }
@@ -443,7 +457,7 @@ TEST_F(IpmiSupply, ThereAreNoMoreThanThePlatformKnows) {
     controller_.sdr.push_back(
         compact_record(static_cast<std::uint8_t>(instance + 50), supply_type, specific, supply_entity, instance, "PS"));
   }
-  EXPECT_THAT(found_by(source_).supplies, SizeIs(supply_limit));
+  EXPECT_THAT(found().supplies, SizeIs(supply_limit));
 }
 
 TEST_F(Ipmi, TheServersFruFillsWhatSmbiosLacks) {
@@ -454,7 +468,7 @@ TEST_F(Ipmi, TheServersFruFillsWhatSmbiosLacks) {
   inventory.server.set("serial", "");
   inventory.server.set("product-name", "From SMBIOS");
   inventory.server.set("board-readable", "no");
-  source_.read().enter(inventory);
+  read().enter(inventory);
   EXPECT_EQ(inventory.server.text("serial"), "S-1");
   EXPECT_EQ(inventory.server.text("product-name"), "From SMBIOS");
   EXPECT_TRUE(inventory.server.flag("board-readable"));
@@ -466,20 +480,122 @@ TEST_F(Ipmi, AControllerThatFallsSilentIsATrouble) {
   controller_.reads(9, 3);
   EXPECT_THAT(descriptions(), SizeIs(1));
   controller_.is_silent = true;
-  const Finding finding = source_.read();
+  const Finding finding = read();
   EXPECT_THAT(finding.unreadable, ElementsAre("/dev/ipmi0: the driver timed out"));
   EXPECT_THAT(finding.troubles, SizeIs(2)) << "what was known stays";
 }
 
 TEST_F(Ipmi, RecordsAreReadAgainWhenTheyChange) {
   controller_.sdr = {full_record(fan(9, "SYS_FAN1"))};
-  EXPECT_THAT(found_by(source_).sensors, SizeIs(2));
+  EXPECT_THAT(found().sensors, SizeIs(2));
   controller_.sdr.push_back(full_record(fan(10, "SYS_FAN2")));
   ++controller_.sdr_changes;
-  EXPECT_THAT(found_by(source_).sensors, SizeIs(4));
+  EXPECT_THAT(found().sensors, SizeIs(4));
   const int before = controller_.asked[{0x0a, 0x23}];
-  source_.read();
+  read();
   EXPECT_EQ((controller_.asked[{0x0a, 0x23}]), before);
+}
+
+constexpr std::uint8_t processor_type = 7;
+constexpr std::uint8_t memory_type = 12;
+constexpr std::uint8_t drive_type = 13;
+
+class IpmiSel : public Ipmi {
+ protected:
+  // An event that the controller logs: the sensor enters the state or leaves it.
+  void log(std::uint8_t type, std::uint8_t sensor, std::uint8_t state, bool entered = true) {
+    const auto number = static_cast<std::uint8_t>(controller_.sel.size() + 1);
+    controller_.sel.push_back({number, 0, 2, 0, 0, 0, 0, 0x20, 0, 4, type, sensor,
+                               static_cast<std::uint8_t>(entered ? specific : specific | 0x80), state, 0xff, 0xff});
+    ++controller_.sel_changes;
+  }
+
+  int entries_read() { return controller_.asked[{0x0a, 0x43}]; }
+};
+
+TEST_F(IpmiSel, AStateThatLastsIsATroubleUntilItIsLeft) {
+  controller_.sdr = {compact_record(7, processor_type, specific, 3, 2, "CPU2 Status")};
+  EXPECT_THAT(descriptions(), IsEmpty());
+  log(processor_type, 7, 0);
+  const Finding finding = source_.read();
+  ASSERT_THAT(finding.troubles, SizeIs(1));
+  EXPECT_EQ(finding.troubles[0].severity, "critical");
+  EXPECT_EQ(finding.troubles[0].class_code, 3);
+  EXPECT_EQ(finding.troubles[0].unit, 2);
+  EXPECT_EQ(finding.troubles[0].description,
+            "CPU2 Status: the processor has had an internal error, as the event log says");
+  log(processor_type, 7, 0, false);
+  EXPECT_THAT(source_.read().troubles, IsEmpty());
+}
+
+TEST_F(IpmiSel, EachLastingStateHasASeverity) {
+  log(memory_type, 1, 1);
+  log(memory_type, 1, 5);
+  log(drive_type, 2, 1);
+  log(drive_type, 2, 0);   // present
+  log(memory_type, 1, 0);  // corrected
+  EXPECT_THAT(descriptions(),
+              ElementsAre("critical: Sensor 1: memory has had an error that cannot be corrected, as the event log says",
+                          "minor: Sensor 1: memory has had many corrected errors, as the event log says",
+                          "major: Sensor 2: the drive has failed, as the event log says"));
+}
+
+TEST_F(IpmiSel, AClearedLogEndsItsTroubles) {
+  log(memory_type, 1, 1);
+  EXPECT_THAT(descriptions(), SizeIs(1));
+  controller_.sel.clear();
+  ++controller_.sel_clearings;
+  EXPECT_THAT(descriptions(), IsEmpty());
+  log(drive_type, 1, 1);
+  EXPECT_THAT(descriptions(), SizeIs(1));
+}
+
+TEST_F(IpmiSel, AnEntryIsReadOnce) {
+  for (int i = 0; i < 100; ++i) {
+    log(memory_type, 1, 0);
+  }
+  source_.read();
+  EXPECT_EQ(entries_read(), 100);
+  source_.read();
+  EXPECT_EQ(entries_read(), 100);
+  log(memory_type, 1, 1);
+  EXPECT_THAT(source_.read().troubles, SizeIs(1));
+  EXPECT_EQ(entries_read(), 102) << "the last known one, and the new one";
+}
+
+TEST_F(IpmiSel, ALogThatWasWrittenOverIsReadAnew) {
+  log(memory_type, 1, 1);
+  log(memory_type, 1, 0);
+  EXPECT_THAT(source_.read().troubles, SizeIs(1));
+  controller_.sel.clear();
+  log(drive_type, 1, 1);
+  log(drive_type, 1, 2);
+  EXPECT_THAT(descriptions(), ElementsAre("major: Sensor 1: the drive has failed, as the event log says",
+                                          "minor: Sensor 1: the drive is about to fail, as the event log says"));
+}
+
+TEST_F(IpmiSel, AnEventMakesTheSensorsBeReadAtOnce) {
+  controller_.sdr = {full_record(fan(9, "SYS_FAN1"))};
+  controller_.reads(9, 30);
+  EXPECT_THAT(source_.read().troubles, IsEmpty());
+  controller_.reads(9, 3);
+  EXPECT_THAT(source_.read().troubles, IsEmpty());
+  log(fan_type, 9, 2);
+  EXPECT_THAT(source_.read().troubles, SizeIs(1));
+}
+
+TEST_F(IpmiSel, WhatIsNoEventOfAStateSaysNothing) {
+  const IpmiOctets whole{1, 0, 2, 0, 0, 0, 0, 0x20, 0, 4, processor_type, 7, specific, 0, 0xff, 0xff};
+  EXPECT_NE(decode_sel(whole), std::nullopt);
+  for (std::size_t size = 0; size < whole.size(); ++size) {
+    EXPECT_EQ(decode_sel({whole.begin(), whole.begin() + static_cast<int>(size)}), std::nullopt) << size;
+  }
+  IpmiOctets other = whole;
+  other[2] = 0xc0;  // the maker's own
+  EXPECT_EQ(decode_sel(other), std::nullopt);
+  other = whole;
+  other[12] = 1;  // of a threshold
+  EXPECT_EQ(decode_sel(other), std::nullopt);
 }
 
 }  // namespace
