@@ -1,5 +1,6 @@
 // The inventory lock, its condition and the marks of what is due for a refresh.
 #include <gmock/gmock.h>
+#include <pthread.h>
 
 #include <algorithm>
 #include <atomic>
@@ -122,6 +123,21 @@ TEST_F(InventoryLockTest, AWaiterIsWokenAndFindsTheMark) {
   release_inventory_lock();
   waiter.join();
   EXPECT_EQ(due, 1);
+}
+
+TEST_F(InventoryLockTest, ARequestIsMadeUnderTheLock) {
+  acquire_inventory_lock();
+  auto *const mutex = static_cast<pthread_mutex_t *>(const_cast<void *>(fakes::last_locked_mutex()));
+  release_inventory_lock();
+  int error = 0;
+  fakes::answer_next_signal([&] {
+    error = pthread_mutex_trylock(mutex);
+    return 0;
+  });
+  request_refresh(8);
+  EXPECT_EQ(error, EBUSY);
+  EXPECT_EQ(pthread_mutex_trylock(mutex), 0) << "released";
+  pthread_mutex_unlock(mutex);
 }
 
 TEST_F(InventoryLockTest, DestroysTheConditionAndThenTheMutex) {

@@ -220,6 +220,26 @@ TEST_F(RequestGateTest, ManyWaitAndAllAreAnswered) {
   }
 }
 
+TEST_F(RequestGateTest, EightGoThroughInOneTurn) {
+  LockHolder holder(ev_lock_);
+  std::vector<PendingResponse> waiting;
+  for (int i = 0; i < 20; ++i) {
+    waiting.push_back(fakes::send_get({cell(ev_root, 5, 1)}));
+    EXPECT_FALSE(waiting.back().arrived());
+  }
+  holder.release();
+  for (const std::size_t left : {12U, 4U, 0U}) {
+    const std::size_t before = RequestGate::instance().waiting();
+    while (RequestGate::instance().waiting() == before) {
+      agent_check_and_process(1);
+    }
+    ASSERT_EQ(RequestGate::instance().waiting(), left) << "others get their turn in between";
+  }
+  for (const PendingResponse &response : waiting) {
+    EXPECT_EQ(response.wait().error_status, SNMP_ERR_NOERROR);
+  }
+}
+
 TEST_F(RequestGateTest, MoreThanTheBoundGetGenErrAtOnce) {
   LockHolder holder(ev_lock_);
   std::vector<PendingResponse> waiting;
@@ -294,6 +314,24 @@ TEST_F(RequestGateTest, OfARepeatedRequestTheNewestIsAnswered) {
   EXPECT_EQ(other_cell.wait().answers.at(0).value, integer(2));
   EXPECT_EQ(other_transaction.wait().answers.at(0).value, integer(1));
   EXPECT_FALSE(first.arrived());
+}
+
+TEST_F(RequestGateTest, AtTheBoundARepeatedRequestIsTaken) {
+  LockHolder holder(ev_lock_);
+  const PendingResponse first = send_numbered(cell(ev_root, 5, 1), 77);
+  EXPECT_FALSE(first.arrived());
+  std::vector<PendingResponse> others;
+  while (RequestGate::instance().waiting() < RequestGate::most_waiting) {
+    others.push_back(fakes::send_get({cell(ev_root, 5, 1)}));
+    others.back().arrived();
+  }
+  const PendingResponse copy = send_numbered(cell(ev_root, 5, 1), 77);
+  EXPECT_FALSE(copy.arrived());
+  holder.release();
+  EXPECT_EQ(copy.wait().error_status, SNMP_ERR_NOERROR);
+  for (const PendingResponse &response : others) {
+    EXPECT_EQ(response.wait().error_status, SNMP_ERR_NOERROR);
+  }
 }
 
 // Lets every request through access control, as a community with write access does.
@@ -388,18 +426,21 @@ netsnmp_session *open_client_session() {
   return snmp_open(&session);
 }
 
+void send_from(netsnmp_session *client, const Oid &name) {
+  netsnmp_pdu *pdu = snmp_pdu_create(SNMP_MSG_GET);
+  pdu->version = SNMP_VERSION_2c;
+  pdu->flags |= UCD_MSG_FLAG_ALWAYS_IN_VIEW;
+  snmp_add_null_var(pdu, name.data(), name.size());
+  handle_snmp_packet(NETSNMP_CALLBACK_OP_RECEIVED_MESSAGE, client, 1, pdu, nullptr);
+  snmp_free_pdu(pdu);
+}
+
 TEST_F(RequestGateTest, AClientThatHasLeftIsNotAnswered) {
   LockHolder holder(ev_lock_);
   std::vector<netsnmp_session *> clients = {open_client_session(), open_client_session()};
   for (netsnmp_session *client : clients) {
     ASSERT_NE(client, nullptr);
-    netsnmp_pdu *pdu = snmp_pdu_create(SNMP_MSG_GET);
-    pdu->version = SNMP_VERSION_2c;
-    pdu->flags |= UCD_MSG_FLAG_ALWAYS_IN_VIEW;
-    const Oid name = cell(ev_root, 5, 1);
-    snmp_add_null_var(pdu, name.data(), name.size());
-    handle_snmp_packet(NETSNMP_CALLBACK_OP_RECEIVED_MESSAGE, client, 1, pdu, nullptr);
-    snmp_free_pdu(pdu);
+    send_from(client, cell(ev_root, 5, 1));
   }
   EXPECT_EQ(RequestGate::instance().waiting(), 2U);
   for (netsnmp_session *client : clients) {
@@ -413,6 +454,27 @@ TEST_F(RequestGateTest, AClientThatHasLeftIsNotAnswered) {
   EXPECT_EQ(snmp_get_statistic(STAT_SNMPOUTGETRESPONSES), sent + 1);
 }
 
+TEST_F(RequestGateTest, AClientThatHasLeftLeavesTheQueue) {
+  LockHolder holder(ev_lock_);
+  netsnmp_session *const client = open_client_session();
+  ASSERT_NE(client, nullptr);
+  send_from(client, cell(ev_root, 5, 1));
+  EXPECT_EQ(RequestGate::instance().waiting(), 1U);
+  snmp_close(client);
+  // The agent looks after a request of another table, and sees that the client has left.
+  LockHolder other(subagent_lock_);
+  const PendingResponse elsewhere = fakes::send_get({cell(subagent_root, 5, 1)});
+  EXPECT_FALSE(elsewhere.arrived());
+  other.release();
+  elsewhere.wait();
+  EXPECT_EQ(RequestGate::instance().waiting(), 0U);
+  std::this_thread::sleep_for(std::chrono::milliseconds(5));  // too old to be overtaken
+  holder.release();
+  const auto begin = std::chrono::steady_clock::now();
+  { const LockHolder next(ev_lock_); }
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(800));
+}
+
 TEST_F(RequestGateTest, AnAnswerLimitEndsTheWaitWithGenErr) {
   RequestGate::instance().set_answer_limit(std::chrono::milliseconds(100));
   LockHolder holder(ev_lock_);
@@ -422,6 +484,22 @@ TEST_F(RequestGateTest, AnAnswerLimitEndsTheWaitWithGenErr) {
   EXPECT_EQ(get.wait().error_status, SNMP_ERR_GENERR);
   EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(100));
   EXPECT_EQ(get_next.wait().error_status, SNMP_ERR_GENERR);
+}
+
+TEST_F(RequestGateTest, AnAnswerLimitCountsForEachOnItsOwn) {
+  constexpr auto limit = std::chrono::milliseconds(600);
+  RequestGate::instance().set_answer_limit(limit);
+  LockHolder holder(ev_lock_);
+  const PendingResponse first = fakes::send_get({cell(ev_root, 5, 1)});
+  EXPECT_FALSE(first.arrived());
+  std::this_thread::sleep_for(limit / 2);
+  const auto begin = std::chrono::steady_clock::now();
+  const PendingResponse second = fakes::send_get({cell(ev_root, 5, 1)});
+  EXPECT_FALSE(second.arrived());
+  EXPECT_EQ(first.wait().error_status, SNMP_ERR_GENERR);
+  ASSERT_TRUE(eventually([&] { return second.arrived(); }));
+  EXPECT_EQ(second.wait().error_status, SNMP_ERR_GENERR);
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, limit);
 }
 
 TEST_F(RequestGateTest, ARequestComesBetweenEndlessRebuilds) {
