@@ -6,10 +6,12 @@
 #include <sys/un.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <condition_variable>
 #include <cstddef>
 #include <cstring>
+#include <limits>
 #include <map>
 #include <mutex>
 #include <span>
@@ -32,6 +34,7 @@ std::vector<BoundAddress> bound;
 std::vector<int> listened;
 std::vector<SocketOption> options;
 std::vector<OpenedSocket> opened;
+std::atomic<std::size_t> most_in_one_send = std::numeric_limits<std::size_t>::max();
 int accepting = 0;
 std::condition_variable accepting_changed;
 
@@ -73,6 +76,10 @@ void fail_next_socket_call(std::string_view function, int error, int successes) 
   failures.insert_or_assign(std::string(function), Failure{.error = error, .successes_left = successes});
 }
 
+void limit_sends(std::size_t octets) {
+  most_in_one_send = octets;
+}
+
 std::vector<BoundAddress> bound_addresses() {
   const std::scoped_lock lock(mutex);
   return bound;
@@ -111,6 +118,7 @@ void reset_sockets() {
   options.clear();
   opened.clear();
   close_observer = nullptr;
+  most_in_one_send = std::numeric_limits<std::size_t>::max();
 }
 
 }  // namespace tavo::fakes
@@ -197,7 +205,7 @@ int __wrap_select(int count, fd_set *readable, fd_set *writable, fd_set *excepti
 }
 
 ssize_t __wrap_send(int descriptor, const void *octets, std::size_t size, int flags) {
-  return fails("send") ? -1 : __real_send(descriptor, octets, size, flags);
+  return fails("send") ? -1 : __real_send(descriptor, octets, std::min<std::size_t>(size, most_in_one_send), flags);
 }
 
 ssize_t __wrap_recv(int descriptor, void *buffer, std::size_t size, int flags) {

@@ -15,6 +15,9 @@ namespace tavo::fakes {
 // "accept4", "select", "send", "recv") fails with `error`; later ones are real again.
 void fail_next_socket_call(std::string_view function, int error, int successes = 0);
 
+// From now on each send takes this many octets at most.
+void limit_sends(std::size_t octets);
+
 // What the module has passed, oldest first.
 struct BoundAddress {
   unsigned short family;

@@ -172,7 +172,7 @@ class TakenDescriptors {
     setrlimit(RLIMIT_NOFILE, &most);
     do {
       taken_.push_back(fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0));
-    } while (taken_.back() >= 0 && taken_.back() < FD_SETSIZE);
+    } while (taken_.back() >= 0 && taken_.back() < FD_SETSIZE - 1);
   }
   ~TakenDescriptors() {
     for (const int descriptor : taken_) {
@@ -182,7 +182,7 @@ class TakenDescriptors {
   TakenDescriptors(const TakenDescriptors &) = delete;
   TakenDescriptors &operator=(const TakenDescriptors &) = delete;
 
-  bool all() const { return taken_.back() >= FD_SETSIZE; }
+  bool all() const { return taken_.back() == FD_SETSIZE - 1; }
 
  private:
   std::vector<int> taken_;
@@ -193,9 +193,10 @@ TEST_F(CmcThreadTest, AConnectionBeyondSelectIsRefusedAndTheNextServed) {
   start();
   ASSERT_TRUE(eventually([] { return std::atomic_ref(sock_fd).load() != -1; }));
   {
+    const int peer = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     const TakenDescriptors taken;
     ASSERT_TRUE(taken.all()) << "a limit of more than " << FD_SETSIZE << " descriptors";
-    const int peer = connect_client();
+    connect_client(peer);
     EXPECT_EQ(receive(peer, 1), "") << "closed";
     expect_closed(fakes::opened_sockets().back().descriptor);
     close(peer);

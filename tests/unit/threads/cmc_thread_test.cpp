@@ -63,6 +63,17 @@ TEST_F(CmcThreadTest, ALargeBlockArrivesWhole) {
   close(peer);
 }
 
+TEST_F(CmcThreadTest, ABlockThatIsSentInPiecesArrivesWhole) {
+  fakes::limit_sends(4);
+  set_block("inventory block");
+  start();
+  const int peer = connect_client();
+  ASSERT_TRUE(fakes::wait_for_log("\nSend successful\n"));
+  shutdown(peer, SHUT_WR);
+  EXPECT_EQ(receive(peer, 100), "inventory block");
+  close(peer);
+}
+
 TEST_F(CmcThreadTest, ABurstOf3000OctetsIsAnsweredAtMostThreeTimes) {
   set_block("b");
   start();
@@ -92,13 +103,19 @@ TEST_F(CmcThreadTest, APeerThatGoesAwayDuringASendDoesNotEndTheProcess) {
   std::string block(8 << 20, 'x');
   set_block(block);
   start();
-  const int peer = connect_client();
-  EXPECT_EQ(receive(peer, 1000).size(), 1000U);
-  const linger reset = {.l_onoff = 1, .l_linger = 0};
-  setsockopt(peer, SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
-  close(peer);
-  ASSERT_TRUE(fakes::wait_for_log("Send failed...\n"));
-  ASSERT_TRUE(fakes::wait_for_log("\nSend failed\n"));
+  int times = 0;
+  for (const bool has_finished : {false, true}) {  // a send then ends with ECONNRESET, or with EPIPE and SIGPIPE
+    const int peer = connect_client();
+    EXPECT_EQ(receive(peer, 1000).size(), 1000U);
+    if (has_finished) {
+      shutdown(peer, SHUT_WR);
+    }
+    const linger reset = {.l_onoff = 1, .l_linger = 0};
+    setsockopt(peer, SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
+    close(peer);
+    ASSERT_TRUE(fakes::wait_for_log("Send failed...\n", ++times));
+    ASSERT_TRUE(fakes::wait_for_log("\nSend failed\n", times));
+  }
   EXPECT_THAT(fakes::log_lines(), testing::Contains(LogLine{LOG_ERR, "Send failed...\n"}));
 
   set_block("small");

@@ -265,6 +265,7 @@ TEST_F(EventThreadTest, AListThatHasBecomeEmptyIsNotReadAgain) {
   });
   start_warm();
   EXPECT_THAT(fakes::log_texts(), Contains("Reached end of SEL info from FE\n").Times(1));
+  EXPECT_THAT(fakes::fault_engine_calls(), Not(Contains("get_fe_table 0 0")));
 }
 
 TEST_F(EventThreadTest, AWholeLoadIsReportedWithItsFaults) {
