@@ -18,7 +18,6 @@ namespace fs = std::filesystem;
 
 // Classes of storage faults.
 constexpr int drive_class = 209;
-constexpr int volume_class = 210;
 
 // How the storage agent counts: a drive's codes and a controller's use.
 constexpr const char *connected = "2";
