@@ -52,10 +52,7 @@ struct CountedText {
   std::int32_t length;
 
   // Truncates what does not fit.
-  void assign(std::string_view from) {
-    copy_text(text, from);
-    length = static_cast<std::int32_t>(std::min(from.size(), N - 1));
-  }
+  void assign(std::string_view from) { length = static_cast<std::int32_t>(copy_text(text, from)); }
 };
 
 // The longest object identifier that a row holds.

@@ -5,17 +5,31 @@
 
 #include "core/health.h"
 #include "core/request_gate.h"
+#include "core/text.h"
+#include "core/trace.h"
 #include "core/zeroed.h"
 
 namespace tavo {
+namespace {
 
-int Table::start_up(Caller caller) {
-  if (description_.registration_token != nullptr) {
-    trace_under(description_.registration_token, caller, description_.name, "initializing table %s\n",
-                description_.name);
-  } else {
-    trace_entry(caller);
+void name_function(char (&to)[80], TracedFunction function, const char *table) {
+  switch (function) {
+    case TracedFunction::Initialize:
+      format_text(to, "initialize_table_%s", table);
+      break;
+    case TracedFunction::CreateEntry:
+      format_text(to, "%s_createEntry", table);
+      break;
+    case TracedFunction::RemoveEntry:
+      format_text(to, "%s_removeEntry", table);
+      break;
   }
+}
+
+}  // namespace
+
+int Table::start_up(int line) {
+  trace_entry(TracedFunction::Initialize, line);
   const int result = register_with_agent();
   return description_.build == nullptr ? result : build(0);
 }
@@ -109,7 +123,8 @@ void Table::answer_one(netsnmp_agent_request_info *agent_request, netsnmp_reques
   }
 }
 
-void *Table::create(std::uint32_t index, const void *filled) {
+void *Table::create(std::uint32_t index, const void *filled, int line) {
+  trace_entry(TracedFunction::CreateEntry, line);
   void *row = filled == nullptr ? nullptr : allocate_zeroed(1, description_.row.size);
   if (row == nullptr) {
     return nullptr;
@@ -125,7 +140,8 @@ void *Table::create(std::uint32_t index, const void *filled) {
   return row;
 }
 
-int Table::remove(void *row) {
+int Table::remove(void *row, int line) {
+  trace_entry(TracedFunction::RemoveEntry, line);
   if (row == nullptr) {
     return 0;
   }
@@ -139,9 +155,18 @@ int Table::remove(void *row) {
   return guard.release();
 }
 
-void Table::trace_entry(Caller caller) const {
-  if (description_.traces) {
-    trace(caller, description_.name, "%s\n", caller.function);
+void Table::trace_entry(TracedFunction function, int line) const {
+  if (!description_.traces || snmp_get_do_debugging() == 0) {
+    return;
+  }
+  char name[80];
+  name_function(name, function, description_.name);
+  const Caller caller = {.function = name, .line = line};
+  if (function == TracedFunction::Initialize && description_.registration_token != nullptr) {
+    trace_under(description_.registration_token, caller, description_.name, "initializing table %s\n",
+                description_.name);
+  } else {
+    trace(caller, description_.name, "%s\n", name);
   }
 }
 

@@ -16,7 +16,6 @@
 #include "core/column.h"
 #include "core/oids.h"
 #include "core/row_list.h"
-#include "core/trace.h"
 
 namespace tavo {
 
@@ -76,6 +75,13 @@ struct TableEntryPoints {
   Netsnmp_Next_Data_Point *next_row;
 };
 
+// The exported functions of a table that leave a trace. The trace makes their names from the table's.
+enum class TracedFunction : std::uint8_t {
+  Initialize,   // initialize_table_T
+  CreateEntry,  // T_createEntry
+  RemoveEntry,  // T_removeEntry
+};
+
 // A table. Statically initialised, one for each unit, and never destroyed.
 //
 // A request passes through three handlers: request scope, net-snmp's iterator, the table's handler. The iterator may
@@ -97,9 +103,12 @@ class Table {
   const TableEntryPoints &entry_points() const { return entry_points_; }
   ListLock &lock() const TAVO_LOCKING(lock_returned(lock_)) { return lock_; }
 
+  // The exported function that does no more than call one of start_up, create and remove is the one that they trace:
+  // `line` is where it calls.
+
   // Registers the table, read-only, and builds its rows. The builder's result; without a builder net-snmp's for the
   // registration: MIB_REGISTERED_OK, or a failure after which the table is not served.
-  int start_up(Caller caller = Caller::here());
+  int start_up(int line = __builtin_LINE());
   int register_with_agent();
   // Rebuilds the rows with the description's builder, which must exist. The builder's result.
   int build(int refresh);
@@ -118,15 +127,16 @@ class Table {
   int answer(netsnmp_agent_request_info *agent_request, netsnmp_request_info *requests) const;
 
   // Copies a filled row, gives it `index` and puts it in front of the list. Null when there is no memory.
-  void *create(std::uint32_t index, const void *filled) TAVO_LOCKING(requires_capability(lock_));
+  void *create(std::uint32_t index, const void *filled, int line = __builtin_LINE())
+      TAVO_LOCKING(requires_capability(lock_));
   // Unlinks and frees a row, taking the lock itself. 0, or the lock's error. A null row, or one that is not listed, is
   // left alone.
-  int remove(void *row);
+  int remove(void *row, int line = __builtin_LINE());
   void remove_all() TAVO_LOCKING(requires_capability(lock_)) { rows_.clear(); }
   RowList &rows() TAVO_LOCKING(requires_capability(lock_)) { return rows_; }
 
-  // The trace that opens the table's entry points, for tables that trace.
-  void trace_entry(Caller caller = Caller::here()) const;
+  // The trace that opens an exported function, for tables that trace.
+  void trace_entry(TracedFunction function, int line = __builtin_LINE()) const;
 
  private:
   class RequestScope;

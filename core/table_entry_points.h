@@ -40,11 +40,9 @@
   TAVO_DEFINE_TABLE_WITH_OWN_ROWS(T, Row, description)          \
   TAVO_LOCKING(no_thread_safety_analysis)                       \
   Row *T##_createEntry(uint32_t index, const Row *filled) {     \
-    T##_table.trace_entry();                                    \
     return static_cast<Row *>(T##_table.create(index, filled)); \
   }                                                             \
   int T##_removeEntry(Row *row) {                               \
-    T##_table.trace_entry();                                    \
     return T##_table.remove(row);                               \
   }                                                             \
   TAVO_LOCKING(no_thread_safety_analysis)                       \

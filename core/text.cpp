@@ -1,5 +1,6 @@
 #include "core/text.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstdarg>
 #include <cstdio>
@@ -15,6 +16,13 @@ std::string_view without_leading_blanks(std::string_view text) {
 }
 
 }  // namespace
+
+std::size_t copy_text(char *to, std::size_t size, std::string_view text) {
+  const std::size_t length = std::min(text.size(), size - 1);
+  std::copy_n(text.data(), length, to);
+  to[length] = '\0';
+  return length;
+}
 
 bool format_text(char *to, std::size_t size, const char *format, ...) {
   va_list arguments;

@@ -1,7 +1,6 @@
 // Texts in fixed arrays. They always end with a NUL; what does not fit is cut off.
 #pragma once
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -9,11 +8,12 @@
 
 namespace tavo {
 
+// Copies what fits into `size` octets, which are one at least. Returns its length without the NUL.
+std::size_t copy_text(char *to, std::size_t size, std::string_view text);
+
 template <std::size_t N>
-void copy_text(char (&to)[N], std::string_view text) {
-  const std::size_t length = std::min(text.size(), N - 1);
-  text.copy(to, length);
-  to[length] = '\0';
+std::size_t copy_text(char (&to)[N], std::string_view text) {
+  return copy_text(to, N, text);
 }
 
 // As printf. False when the text was cut off. Not inline: the compiler would warn about cuts that are intended.

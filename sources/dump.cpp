@@ -12,6 +12,7 @@
 #include <span>
 
 #include "core/descriptor.h"
+#include "core/text.h"
 
 namespace tavo {
 
@@ -20,7 +21,7 @@ Needle::Needle(std::string_view blank, std::string_view key, std::string_view se
     return;
   }
   for (const std::string_view part : {blank, key, separator}) {
-    part.copy(text_.data() + size_, part.size());
+    std::ranges::copy(part, text_.data() + size_);
     size_ += part.size();
   }
 }
@@ -90,9 +91,7 @@ bool Dump::Search::value(int n, char *out) {
   if (newline_ == std::string_view::npos) {
     return false;
   }
-  const std::size_t length = std::min(newline_ - behind_, dump_value_size - 1);
-  text_.copy(out, length, behind_);
-  out[length] = '\0';
+  copy_text(out, dump_value_size, {text_.data() + behind_, newline_ - behind_});
   return true;
 }
 

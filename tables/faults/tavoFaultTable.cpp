@@ -136,7 +136,7 @@ int remove(Row *row, Unlink unlink) {
 // Ends a row whose node is gone.
 void drop(Row *row, bool listed) {
   if (listed) {
-    table.trace_entry({"tavoFaultTable_removeEntry", __LINE__});
+    table.trace_entry(TracedFunction::RemoveEntry);
     remove(row, [row](RowList &rows) {
       rows.unlink_listed(row);
       return true;
@@ -281,7 +281,7 @@ int populate_fault_table_from_fe(const void *record) {
 }
 
 FaultRow *tavoFaultTable_createEntry(uint32_t, FaultRow *row, int update, int class_code, const char *text) {
-  table.trace_entry();
+  table.trace_entry(TracedFunction::CreateEntry);
   if (row == nullptr) {
     return nullptr;
   }
@@ -301,7 +301,7 @@ FaultRow *tavoFaultTable_createEntry(uint32_t, FaultRow *row, int update, int cl
 }
 
 int tavoFaultTable_removeEntry(FaultRow *row) {
-  table.trace_entry();
+  table.trace_entry(TracedFunction::RemoveEntry);
   if (row == nullptr) {
     return 0;
   }

@@ -140,8 +140,8 @@ TEST_F(TableTest, RemovesAllRows) {
 
 TEST_F(TableTest, EntryPointsTraceTheirNamesInTablesThatTrace) {
   fakes::set_debugging(true);
-  ev_sample.table.trace_entry({.function = "evSampleTable_createEntry", .line = 42});
-  subagent_sample.table.trace_entry({.function = "subagentSampleTable_createEntry", .line = 43});
+  ev_sample.table.trace_entry(TracedFunction::CreateEntry, 42);
+  subagent_sample.table.trace_entry(TracedFunction::CreateEntry, 43);
   const auto traces = fakes::traces();
   ASSERT_EQ(traces.size(), 1U);
   EXPECT_EQ(traces[0].function, "evSampleTable_createEntry");
@@ -151,7 +151,7 @@ TEST_F(TableTest, EntryPointsTraceTheirNamesInTablesThatTrace) {
 }
 
 TEST_F(TableTest, NothingIsTracedWhileDebuggingIsOff) {
-  ev_sample.table.trace_entry({.function = "evSampleTable_createEntry", .line = 42});
+  ev_sample.table.trace_entry(TracedFunction::CreateEntry, 42);
   EXPECT_THAT(fakes::debug_messages(), IsEmpty());
 }
 
