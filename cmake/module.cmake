@@ -44,9 +44,9 @@ target_link_options(snmpextmibmodule PRIVATE
 harden(snmpextmibmodule)
 
 # Relative relocations, most of them of pointers to texts, take 11 KiB, or a quarter of one when packed. glibc applies
-# packed ones from 2.36 on, and an older one refuses the module.
+# packed ones from 2.36 on, and an older one refuses the module. A linker that cannot pack them only says so.
 include(CheckCXXSourceCompiles)
-set(CMAKE_REQUIRED_LINK_OPTIONS LINKER:-z,pack-relative-relocs LINKER:--fatal-warnings)
+set(CMAKE_REQUIRED_LINK_OPTIONS LINKER:--fatal-warnings LINKER:-z,pack-relative-relocs)
 check_cxx_source_compiles("
   #include <features.h>
   #if !__GLIBC_PREREQ(2, 36)
