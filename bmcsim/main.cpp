@@ -29,6 +29,7 @@ struct ServeOptions {
   std::string scenario;
   bool hardware = false;  // serve this machine; there is no scenario then
   std::string kept = "/var/lib/bmcsim/register.json";
+  Intervals intervals;  // of the hardware's sources
   std::string socket = socket_path();
   Surroundings surroundings;
   int ready_fd = -1;               // negative: none
@@ -87,7 +88,7 @@ void serve_scenario(const ServeOptions &options, int stop) {
 
 void serve_hardware(const ServeOptions &options, int stop) {
   Register kept(options.kept);
-  Hardware hardware(all_sources(Roots(), kept), kept);
+  Hardware hardware(all_sources(Roots(), kept), kept, options.intervals);
   Machine machine(hardware.first_inventory(patience), options.surroundings, &hardware);
   say_unreadable(hardware);
   Service service(machine, options.socket);
@@ -138,6 +139,10 @@ int run_bmcsim(int argc, char **argv) {
       ->add_option("--register", options.kept,
                    "with --hardware: where numbers and active faults are kept over restarts")
       ->capture_default_str();
+  std::vector<std::string> polls;
+  serve_command->add_option("--poll", polls, "with --hardware: how often to read a source; may be repeated")
+      ->type_name("SOURCE=SECONDS")
+      ->allow_extra_args(false);
   serve_command->add_option("--socket", options.socket, "Unix socket to listen on")->capture_default_str();
   serve_command->add_option("--var", options.surroundings.var, "directory for the platform's files")
       ->capture_default_str();
@@ -171,8 +176,14 @@ int run_bmcsim(int argc, char **argv) {
     if (serve_command->parsed() && !options.hardware && options.scenario.empty()) {
       throw CLI::RequiredError("scenario or --hardware");
     }
+    for (const std::string &poll : polls) {
+      add_interval(poll, options.intervals);
+    }
   } catch (const CLI::ParseError &error) {
     return app.exit(error) == 0 ? 0 : wrong_usage;
+  } catch (const BadInput &error) {
+    std::cerr << "bmcsim: --poll: " << error.what() << '\n';
+    return wrong_usage;
   }
   if (serve_command->parsed()) {
     return serve(options);

@@ -40,10 +40,13 @@ bool files_differ(const Inventory &left, const Inventory &right) {
 
 }  // namespace
 
-Hardware::Hardware(std::vector<std::unique_ptr<Source>> sources, Register &kept) : register_(kept), keeper_(kept) {
+Hardware::Hardware(std::vector<std::unique_ptr<Source>> sources, Register &kept, const Intervals &intervals)
+    : register_(kept), keeper_(kept) {
   for (std::unique_ptr<Source> &source : sources) {
     auto reader = std::make_shared<Reader>();
     reader->source = std::move(source);
+    const auto interval = intervals.find(std::string(reader->source->name()));
+    reader->interval = interval != intervals.end() ? interval->second : reader->source->interval();
     reader->stop = Descriptor(eventfd(0, EFD_CLOEXEC));
     if (!reader->stop) {
       throw std::system_error(errno, std::generic_category(), "eventfd");
@@ -151,8 +154,7 @@ bool Hardware::wait_until_due(Reader &reader) {
   const auto milliseconds = [](auto duration) {
     return static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(duration).count());
   };
-  const auto interval = reader.source->interval();
-  const int until_next = interval.count() == 0 ? -1 : milliseconds(interval - shortest_pause);
+  const int until_next = reader.interval.count() == 0 ? -1 : milliseconds(reader.interval - shortest_pause);
   std::array<pollfd, 2> watched{{{.fd = reader.stop.get(), .events = POLLIN, .revents = 0},
                                  {.fd = reader.source->watch(), .events = POLLIN, .revents = 0}}};
   const bool stops = poll(watched.data(), 1, milliseconds(shortest_pause)) > 0;

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -19,11 +20,14 @@
 
 namespace tavo::service {
 
+// How often to read sources, by their names, where that is not as often as they say themselves.
+using Intervals = std::map<std::string, std::chrono::seconds>;
+
 // Each source is read on a thread of its own, so one that hangs stalls nobody else; after a while it is a fault.
 class Hardware : public RealServer {
  public:
   // `kept` outlives this object.
-  Hardware(std::vector<std::unique_ptr<Source>> sources, Register &kept);
+  Hardware(std::vector<std::unique_ptr<Source>> sources, Register &kept, const Intervals &intervals = {});
   // Waits for no source: the thread of one that hangs is left behind.
   ~Hardware() override;
 
@@ -42,7 +46,8 @@ class Hardware : public RealServer {
   // What a source's thread shares with the rest. The thread may outlive the Hardware.
   struct Reader {
     std::unique_ptr<Source> source;
-    Descriptor stop;  // readable once the thread is to end
+    std::chrono::seconds interval{};  // as Source::interval()
+    Descriptor stop;                  // readable once the thread is to end
     std::mutex mutex;
     std::condition_variable changed;
     // Guarded by mutex.

@@ -1,5 +1,7 @@
 #include "hardware/sources.h"
 
+#include <algorithm>
+
 #include "hardware/adapters.h"
 #include "hardware/arrays.h"
 #include "hardware/disks.h"
@@ -24,6 +26,23 @@ std::vector<std::unique_ptr<Source>> all_sources(const Roots &roots, Register &n
   sources.push_back(std::make_unique<SdCardSource>(roots, numbers));
   sources.push_back(std::make_unique<LedSource>(roots));
   return sources;
+}
+
+void add_interval(const std::string &word, Intervals &intervals) {
+  constexpr std::int64_t day = 86'400;
+  const std::size_t equals = word.find('=');
+  const std::string wanted = word.substr(0, equals);
+  Register nothing_kept("");
+  const auto sources = all_sources(Roots(), nothing_kept);
+  std::vector<std::string_view> names(sources.size());
+  std::ranges::transform(sources, names.begin(), [](const auto &source) { return source->name(); });
+  if (std::ranges::find(names, wanted) == names.end()) {
+    throw BadInput("unknown source '" + wanted + "'; expected one of " + joined(names));
+  }
+  if (equals == std::string::npos) {
+    throw BadInput("'" + word + "' is not of the form SOURCE=SECONDS");
+  }
+  intervals[wanted] = std::chrono::seconds(parse_number(word.substr(equals + 1), "seconds", 1, day));
 }
 
 }  // namespace tavo::service

@@ -2,8 +2,10 @@
 #pragma once
 
 #include <memory>
+#include <string>
 #include <vector>
 
+#include "hardware/hardware.h"
 #include "hardware/register.h"
 #include "hardware/source.h"
 
@@ -12,5 +14,9 @@ namespace tavo::service {
 // In the order in which they enter what they find: later ones rely on the parts that earlier ones have entered.
 // `numbers` outlives the sources.
 std::vector<std::unique_ptr<Source>> all_sources(const Roots &roots, Register &numbers);
+
+// Adds an interval that a user wrote as SOURCE=SECONDS. Throws BadInput, which lists the sources or the seconds that
+// there may be.
+void add_interval(const std::string &word, Intervals &intervals);
 
 }  // namespace tavo::service

@@ -9,6 +9,7 @@
 #include <optional>
 #include <thread>
 
+#include "hardware/sources.h"
 #include "service/control.h"
 
 #include "tree.h"
@@ -111,12 +112,14 @@ class Woken : public Source {
 
 class WokenTest : public HardwareTest {
  protected:
-  WokenTest() {
+  WokenTest() { start({}); }
+
+  void start(const Intervals &intervals) {
     auto source = std::make_unique<Woken>(readings_);
     news_ = source->news();
     std::vector<std::unique_ptr<Source>> sources;
     sources.push_back(std::move(source));
-    hardware_.emplace(std::move(sources), register_);
+    hardware_.emplace(std::move(sources), register_, intervals);
     hardware_->first_inventory(30s);
   }
   // The source is not to outlive what it counts in.
@@ -153,6 +156,31 @@ TEST_F(WokenTest, ManyChangesAreFewReadings) {
     passed = std::chrono::steady_clock::now() - start;
   }
   EXPECT_LE(readings_, 2 + passed / 500ms);
+}
+
+TEST_F(WokenTest, ASourceIsReadAsOftenAsTheUserSays) {
+  hardware_.reset();
+  ASSERT_TRUE(eventually([&] { return readings_ == Woken::ended; }));
+  readings_ = 0;
+  start({{"woken", 1s}, {"other", 3600s}});
+  EXPECT_TRUE(eventually([&] { return readings_ == 2; }));
+}
+
+TEST(IntervalsTest, AWrongOneIsRefused) {
+  Intervals intervals;
+  const auto refusal = [&](const char *word, const char *message) {
+    EXPECT_THAT([&] { add_interval(word, intervals); }, ThrowsMessage<BadInput>(HasSubstr(message))) << word;
+  };
+  refusal("disk=5", "unknown source 'disk'; expected one of SMBIOS, hwmon, ");
+  refusal("", "unknown source ''");
+  refusal("disks", "'disks' is not of the form SOURCE=SECONDS");
+  for (const char *word : {"disks=", "disks=0", "disks=-1", "disks=5s", "disks=86401", "disks=99999999999999999999"}) {
+    refusal(word, "is not a number from 1 to 86400");
+  }
+  EXPECT_THAT(intervals, IsEmpty());
+  add_interval("disks=5", intervals);
+  add_interval("disks=7", intervals);
+  EXPECT_EQ(intervals, Intervals({{"disks", 7s}})) << "the last one counts";
 }
 
 class RealServerTest : public HardwareTest {
