@@ -1,6 +1,9 @@
 #include "hardware/hwmon.h"
 
+#include <algorithm>
 #include <optional>
+#include <system_error>
+#include <utility>
 
 #include "core/class_number.h"
 #include "hardware/decimal.h"
@@ -24,9 +27,14 @@ struct ProcessorTemperature {
   bool is_critical;
 };
 
+struct PlacedFan {
+  std::string place;  // its chip's, and its name there
+  Fan fan;
+};
+
 struct Readings {
   std::vector<ProcessorTemperature> processors;
-  std::vector<Fan> fans;
+  std::vector<PlacedFan> fans;
   std::optional<std::int64_t> power;  // microwatts
 };
 
@@ -53,7 +61,7 @@ void read_coretemp(const fs::path &chip, Readings &readings) {
   }
 }
 
-void read_fans(const fs::path &chip, Readings &readings) {
+void read_fans(const fs::path &chip, const std::string &place, Readings &readings) {
   for (const fs::path &input : entries(chip, "fan")) {
     const std::string name = input.filename();
     if (!name.ends_with("_input")) {
@@ -65,16 +73,32 @@ void read_fans(const fs::path &chip, Readings &readings) {
         read_number(chip / (fan + "_alarm")).value_or(0) != 0 || read_number(chip / (fan + "_fault")).value_or(0) != 0;
     const bool stands_still = turns == 0 && read_number(chip / (fan + "_min")).value_or(0) > 0;
     if (turns) {
-      readings.fans.push_back({.has_failed = alarm || stands_still});
+      readings.fans.push_back({.place = place + ' ' + fan, .fan = {.has_failed = alarm || stands_still}});
     }
   }
+}
+
+// The device that the chip is, or is part of. The chips' own numbers are those of this boot.
+std::string place_of(const fs::path &chip) {
+  std::error_code error;
+  const fs::path device = fs::canonical(chip / "device", error);
+  return error ? read_attribute(chip / "name").value_or("") : device.string();
+}
+
+std::vector<std::pair<std::string, fs::path>> chips_by_place(const fs::path &directory) {
+  std::vector<std::pair<std::string, fs::path>> chips;
+  for (const fs::path &chip : entries(directory, "hwmon")) {
+    chips.emplace_back(place_of(chip), chip);
+  }
+  std::ranges::stable_sort(chips, {}, &std::pair<std::string, fs::path>::first);
+  return chips;
 }
 
 // Processors of AMD have a chip each, in the order of the processors.
 Readings read_chips(const fs::path &directory) {
   Readings readings;
   std::size_t amd_processors = 0;
-  for (const fs::path &chip : entries(directory, "hwmon")) {
+  for (const auto &[place, chip] : chips_by_place(directory)) {
     const std::string driver = read_attribute(chip / "name").value_or("");
     if (driver == "coretemp") {
       read_coretemp(chip, readings);
@@ -83,7 +107,7 @@ Readings read_chips(const fs::path &directory) {
     } else if (driver == "power_meter") {
       readings.power = read_number(chip / "power1_average");
     }
-    read_fans(chip, readings);
+    read_fans(chip, place, readings);
   }
   return readings;
 }
@@ -97,7 +121,11 @@ void enter(Inventory &inventory, const Readings &readings) {
   if (readings.power) {
     inventory.environment.set("power", from_thousandths(*readings.power / 1000));
   }
-  enter_fans(inventory, readings.fans);
+  std::vector<Fan> fans;
+  for (const PlacedFan &fan : readings.fans) {
+    fans.push_back(fan.fan);
+  }
+  enter_fans(inventory, fans);
 }
 
 std::vector<Trouble> troubles_in(const Readings &readings) {
@@ -114,9 +142,9 @@ std::vector<Trouble> troubles_in(const Readings &readings) {
     }
   }
   for (std::size_t i = 0; i < readings.fans.size(); ++i) {
-    if (readings.fans[i].has_failed) {
+    if (readings.fans[i].fan.has_failed) {
       const std::string number = std::to_string(i + 1);
-      troubles.push_back({.key = "fan " + number + " failed",
+      troubles.push_back({.key = "fan " + readings.fans[i].place + " failed",
                           .class_code = class_number::system_fan,
                           .unit = fan_unit(i, readings.fans.size()),
                           .severity = "major",
@@ -137,7 +165,10 @@ Measured measured_by_hwmon(const fs::path &sys) {
 Finding HwmonSource::read() {
   events_.take();
   const fs::path directory = roots_.sys / "class/hwmon";
-  const Readings readings = read_chips(directory);
+  Readings readings = read_chips(directory);
+  // A fan keeps its place among those that were there before, whatever chips are added.
+  std::ranges::sort(readings.fans, {},
+                    [&](const PlacedFan &fan) { return numbers_.number_of("hwmon-fan", fan.place); });
   Finding finding;
   finding.enter = [readings](Inventory &inventory) { enter(inventory, readings); };
   finding.troubles = troubles_in(readings);

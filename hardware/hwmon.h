@@ -2,6 +2,7 @@
 #pragma once
 
 #include "hardware/kernel_events.h"
+#include "hardware/register.h"
 #include "hardware/source.h"
 
 namespace tavo::service {
@@ -17,7 +18,8 @@ Measured measured_by_hwmon(const std::filesystem::path &sys);
 
 class HwmonSource : public Source {
  public:
-  explicit HwmonSource(Roots roots) : roots_(std::move(roots)) {}
+  // `numbers` outlives the source. It keeps the order of the fans.
+  HwmonSource(Roots roots, Register &numbers) : roots_(std::move(roots)), numbers_(numbers) {}
 
   std::string_view name() const override { return "hwmon"; }
   std::chrono::seconds interval() const override { return std::chrono::seconds(10); }
@@ -27,6 +29,7 @@ class HwmonSource : public Source {
 
  private:
   const Roots roots_;
+  Register &numbers_;
   KernelEvents events_{"hwmon"};
 };
 

@@ -81,7 +81,12 @@ Finding LedSource::read() {
   }
   Finding finding;
   finding.enter = [leds](Inventory &inventory) {
-    inventory.leds.insert(inventory.leds.end(), leds.begin(), leds.end());
+    for (const Part &led : leds) {
+      // The management controller may have told of the same one.
+      if (!is_known(inventory.leds, led.text("name"))) {
+        inventory.leds.push_back(led);
+      }
+    }
   };
   return finding;
 }

@@ -53,6 +53,14 @@ TEST_F(Leds, WhatIsNotTheServersIsLeftOut) {
   EXPECT_THAT(found(), IsEmpty());
 }
 
+TEST_F(Leds, AnLedIsListedOnce) {
+  add_led("identify", "1");
+  Inventory inventory;
+  inventory.leds.emplace_back(led_kind).set("name", "LED_LOCATE");
+  source_.read().enter(inventory);
+  EXPECT_THAT(inventory.leds, testing::SizeIs(1));
+}
+
 TEST_F(Leds, OnlyOneLedShowsTheHealth) {
   add_led("back:red:fault", "1");
   add_led("front:red:fault", "0");

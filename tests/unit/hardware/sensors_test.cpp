@@ -52,7 +52,8 @@ class Hwmon : public Tree {
     write("class/hwmon/hwmon1/fan2_min", "300\n");
   }
 
-  HwmonSource source_{roots()};
+  Register register_{""};
+  HwmonSource source_{roots(), register_};
 };
 
 TEST_F(Hwmon, AProcessorsTemperatureIsItsPackages) {
@@ -88,6 +89,37 @@ TEST_F(Hwmon, AProcessorAtItsLimitIsATrouble) {
   const Finding finding = source_.read();
   ASSERT_THAT(finding.troubles, SizeIs(1));
   EXPECT_EQ(finding.troubles[0].description, "Processor 2 is at its critical temperature");
+}
+
+TEST_F(Hwmon, FansKeepTheirOrderWhenChipsAreRenumbered) {
+  link("class/hwmon/hwmon1/device", "devices/platform/board.1");
+  const auto description_of_failed = [&] {
+    const Finding finding = source_.read();
+    return finding.troubles.size() == 1 ? finding.troubles[0].description : "";
+  };
+  write("class/hwmon/hwmon1/fan2_input", "0\n");
+  EXPECT_EQ(description_of_failed(), "Fan 2 has failed");
+  std::filesystem::rename(sys() / "class/hwmon/hwmon1", sys() / "class/hwmon/hwmon7");
+  write("class/hwmon/hwmon1/name", "another");
+  write("class/hwmon/hwmon1/fan1_input", "900\n");
+  link("class/hwmon/hwmon1/device", "devices/platform/a-board-before.1");
+  EXPECT_EQ(description_of_failed(), "Fan 2 has failed");
+}
+
+TEST_F(Hwmon, ProcessorsAreInTheOrderOfTheirDevices) {
+  link("class/hwmon/hwmon3/device", "devices/pci0000:00/0000:00:18.3");
+  link("class/hwmon/hwmon2/device", "devices/pci0000:00/0000:00:19.3");
+  for (const char *number : {"2", "3"}) {
+    const std::string chip = "class/hwmon/hwmon" + std::string(number);
+    write(chip + "/name", "k10temp\n");
+    write(chip + "/temp1_input", number + std::string("0000\n"));
+  }
+  std::filesystem::remove_all(sys() / "class/hwmon/hwmon0");
+  Inventory inventory;
+  inventory.processors = {Part(processor_kind), Part(processor_kind)};
+  source_.read().enter(inventory);
+  EXPECT_EQ(inventory.processors[0].text("temperature"), "30.0");
+  EXPECT_EQ(inventory.processors[1].text("temperature"), "20.0");
 }
 
 class Edac : public Tree {
