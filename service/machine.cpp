@@ -19,7 +19,10 @@ std::vector<Part> named_faults(const Inventory &inventory) {
 }  // namespace
 
 Machine::Machine(Inventory inventory, Surroundings surroundings, RealServer *real)
-    : surroundings_(std::move(surroundings)), real_(real), inventory_(std::move(inventory)), faults_(named_faults(inventory_)) {
+    : surroundings_(std::move(surroundings)),
+      real_(real),
+      inventory_(std::move(inventory)),
+      faults_(named_faults(inventory_)) {
   write_files();
 }
 
