@@ -155,7 +155,7 @@ std::vector<AdapterSource::Card> AdapterSource::cards() {
     cards.push_back(std::move(card));
   }
   // Slots with a number of their own come first, before another slot gets it.
-  std::ranges::stable_partition(cards, [](const Card &card) { return card.slot.number != 0; });
+  std::stable_partition(cards.begin(), cards.end(), [](const Card &card) { return card.slot.number != 0; });
   return cards;
 }
 

@@ -19,7 +19,7 @@ namespace fs = std::filesystem;
 void ignore(char *, ...) {}
 
 // No function that is called here calls it.
-[[noreturn]] void give_up(char *, ...) {
+[[gnu::noreturn]] void give_up(char *, ...) {
   std::abort();
 }
 
