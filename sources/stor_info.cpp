@@ -5,6 +5,7 @@
 #include <net-snmp/net-snmp-includes.h>
 
 #include <arpa/inet.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -34,33 +35,33 @@ std::size_t bounded(std::int32_t count, std::int32_t capacity) {
   return static_cast<std::size_t>(std::clamp(count, 0, capacity));
 }
 
-// A copy of record number `index`. Null if memory is short or the file counts too many controllers.
-StorController *keep(std::span<const std::byte, STOR_CONTROLLER_SIZE> record, std::int32_t index) {
-  if (index > most_stor_controllers) {
-    return nullptr;
-  }
-  auto controller = make_zeroed<StorController>();
-  if (controller != nullptr) {
-    std::ranges::copy(record, controller->record);
-  }
-  return controller.release();
+// Null if memory is short or the file counts too many controllers.
+Zeroed<StorController> make_controller(std::int32_t index) {
+  return index > most_stor_controllers ? nullptr : make_zeroed<StorController>();
 }
 
+// Whether the file goes on for a whole record.
+bool record_follows(const Descriptor &file) {
+  const off_t here = lseek(file.get(), 0, SEEK_CUR);
+  std::byte last;
+  return here >= 0 && pread(file.get(), &last, sizeof last, here + STOR_CONTROLLER_SIZE - 1) == sizeof last;
+}
+
+// A record is read to where it stays: on a stack it would take 55 KiB, which a stack never gives back.
 int read_records(const Descriptor &file, std::int32_t count, StorController **link) {
-  std::array<std::byte, STOR_CONTROLLER_SIZE> record;
   for (std::int32_t index = 1; index <= count; ++index) {
-    record.fill(std::byte{0});
-    if (!read_whole(file, record)) {
-      snmp_log(LOG_ERR, "Unable to read ctrl from %s for index %d\n", stor_info_path, index);
-      return 0;
-    }
-    StorController *const controller = keep(record, index);
-    if (controller == nullptr) {
+    const bool follows = record_follows(file);
+    auto controller = follows ? make_controller(index) : nullptr;
+    if (follows && controller == nullptr) {
       snmp_log(LOG_ERR, "Unable to get memory\n");
       return 0;
     }
-    *link = controller;
-    link = &controller->next;
+    if (!follows || !read_whole(file, controller->record)) {
+      snmp_log(LOG_ERR, "Unable to read ctrl from %s for index %d\n", stor_info_path, index);
+      return 0;
+    }
+    *link = controller.release();
+    link = &(*link)->next;
   }
   return 1;
 }
