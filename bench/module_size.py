@@ -2,8 +2,8 @@
 """module_size.py [--record] [BUILD]: what fills the stripped module, in octets, and what has grown since it was recorded.
 
 By section, and by the object that the linker took it from. bench/recorded/module_size.json holds the recorded figures
-of each kind of machine; --record writes those of this build anew. Exit status 1 when the module is beyond its budget, 77
-when the build is for a kind of machine that has no budget. BUILD is the build tree (default: build/release).
+of each kind of machine; --record writes those of this build anew. Exit status 1 when the module is beyond its budget,
+77 when the build is for a kind of machine that has no budget. BUILD is the build tree (default: build/release).
 """
 
 import argparse

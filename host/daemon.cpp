@@ -19,6 +19,7 @@
 #include <thread>
 #include <utility>
 
+#include "core/heap.h"
 #include "host/agent.h"
 #include "host/background.h"
 #include "host/chassis_link.h"
@@ -229,6 +230,7 @@ void pass_settings_to_module(const Options &options) {
 }  // namespace
 
 ExitStatus run_daemon(const Options &options) {
+  share_one_heap();
   set_up_logging(options);
   std::optional<Background> background;
   if (!options.foreground) {

@@ -4,7 +4,7 @@
 #include <new>
 #include <utility>
 
-#include "core/freed_memory.h"
+#include "core/heap.h"
 
 namespace tavo {
 namespace {

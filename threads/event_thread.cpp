@@ -11,8 +11,8 @@
 #include <cstdlib>
 
 #include "core/background_thread.h"
-#include "core/freed_memory.h"
 #include "core/health.h"
+#include "core/heap.h"
 #include "core/record.h"
 #include "core/thread_frame.h"
 #include "core/trace.h"

@@ -13,8 +13,9 @@ EntityNode **fault_database = nullptr;
 
 namespace {
 
-// Heads of the chains of nodes with the same hash. Enough for tens of thousands of faults.
-constexpr unsigned hash_bits = 12;
+// Heads of the chains of nodes with the same hash: two pages of them. Tens of thousands of faults still make short
+// chains.
+constexpr unsigned hash_bits = 10;
 constinit EntityNode *nodes_by_hash[1U << hash_bits] = {};
 
 // The link among the nodes of the same hash that leads to the record's node, or the null link behind them if there is

@@ -9,8 +9,8 @@
 
 #include "core/class_number.h"
 #include "core/conversions.h"
-#include "core/freed_memory.h"
 #include "core/health.h"
+#include "core/heap.h"
 #include "core/marker.h"
 #include "core/record.h"
 #include "core/text.h"
