@@ -83,12 +83,13 @@ bool is_too_hot(const fs::path &device) {
 
 Trouble trouble(const std::string &slot, const RegisteredPart &card, const std::string &what,
                 const std::string &severity, int cause, const std::string &sentence) {
-  return {.key = "adapter " + slot + ' ' + what,
-          .class_code = class_number::adaptor,
-          .unit = card.number,
-          .severity = severity,
-          .cause = cause,
-          .description = "Adapter " + card.name + " in slot " + slot + sentence};
+  return {
+      .key = "adapter " + slot + ' ' + what,
+      .class_code = class_number::adaptor,
+      .unit = card.number,
+      .severity = severity,
+      .cause = cause,
+      .description = "Adapter " + std::to_string(card.number) + " (" + card.name + ", slot " + slot + ')' + sentence};
 }
 
 Trouble missing(const std::string &slot, const RegisteredPart &card) {

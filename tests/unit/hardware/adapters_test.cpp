@@ -133,7 +133,7 @@ TEST_F(Adapters, ACardThatIsTooHotIsATrouble) {
   write(device_path("0000:01:00.0") + "/hwmon/hwmon3/temp1_input", "105000\n");
   const Finding finding = source_.read();
   ASSERT_THAT(finding.troubles, SizeIs(1));
-  EXPECT_EQ(finding.troubles[0].description, "Adapter Device fff2 in slot 4 is at its critical temperature");
+  EXPECT_EQ(finding.troubles[0].description, "Adapter 4 (Device fff2, slot 4) is at its critical temperature");
   EXPECT_EQ(finding.troubles[0].unit, 4);
   EXPECT_TRUE(found_by(source_).adapters.at(0).flag("over-temperature"));
 }
@@ -146,7 +146,7 @@ TEST_F(Adapters, ACardThatIsGoneIsMissed) {
   AdapterSource later(roots(), register_);
   const Finding finding = later.read();
   ASSERT_THAT(finding.troubles, SizeIs(1));
-  EXPECT_EQ(finding.troubles[0].description, "Adapter Device fff2 in slot 4 is missing");
+  EXPECT_EQ(finding.troubles[0].description, "Adapter 4 (Device fff2, slot 4) is missing");
   EXPECT_EQ(finding.troubles[0].affected, "sys/rack-unit-1/adaptor-4");
   EXPECT_EQ(finding.troubles[0].missing->group, "adapter");
 }
