@@ -30,6 +30,10 @@ CODE = re.compile(r"^ *```(?:cpp|diff|sh)\n.*?^ *```$", re.MULTILINE | re.DOTALL
 VARBIND = re.compile(r"^\| \d+ \| (tavo\w+)", re.MULTILINE)
 NOTIFICATION = re.compile(r"NOTIFICATION-TYPE\s+OBJECTS\s+{([^}]*)}")
 
+# A column of a MIB module, and its description.
+COLUMN = re.compile(r'^(tavo\w+) OBJECT-TYPE(?:(?!::=).)*?MAX-ACCESS\s+read-only(?:(?!::=).)*?DESCRIPTION\s+"([^"]*)"',
+                    re.MULTILINE | re.DOTALL)
+
 
 @pytest.fixture(scope="module")
 def defined_names():
@@ -69,6 +73,20 @@ def test_varbinds_are_those_of_the_mib():
     listed = VARBIND.findall((ROOT / "docs/notifications.md").read_text())
     notifications = NOTIFICATION.findall((ROOT / "mibs/TAVO-FAULT-MIB").read_text())
     assert [listed, listed] == [NAME.findall(objects) for objects in notifications]
+
+
+def test_the_hardware_page_has_every_column():
+    sections = dict(re.findall(r"^### (tavo\w+)Table\n(.*?)(?=^##)", (ROOT / "docs/hardware.md").read_text(),
+                               re.MULTILINE | re.DOTALL))
+    listed = {table + column for table, section in sections.items()
+              for line in section.splitlines() if line.startswith("| `")
+              for column in re.findall(r"`(\w+)`", " | ".join(line.split(" | ")[:2]))}
+    named = {table + name for table in sections for name in ("Dn", "Rn")}
+    columns = [column for path in ROOT.glob("mibs/TAVO-*-MIB") if path.name != "TAVO-SUBAGENT-MIB"
+               for column in COLUMN.findall(path.read_text())]
+    varying = {column for column, description in columns if not description.startswith("Constant")}
+    assert [len(sections), len(columns)] == [20, 444]
+    assert varying - listed - named == set()
 
 
 def test_tests_of_each_promise_exist():
