@@ -13,6 +13,9 @@ namespace {
 
 constexpr std::uint8_t server_fru = 0;
 
+// A record that cannot be read so often will not be read at all.
+constexpr int readings_of_definitions = 3;
+
 constexpr int readings_of_the_log_to_one_of_sensors = 6;
 
 // The areas of power supplies that were put in a moment ago may not be readable yet.
@@ -50,13 +53,18 @@ void IpmiSource::read_definitions() {
   if (!state || state == definitions_state_) {
     return;
   }
-  IpmiInventory inventory = decode_sdr(read_sdr(*device_));
+  const SdrRecords read = read_sdr(*device_);
+  IpmiInventory inventory = decode_sdr(read.records);
   all_sensors_ = std::move(inventory.sensors);
   sensors_.define(all_sensors_);
   fru_devices_ = std::move(inventory.frus);
   server_ = decode_fru(read_fru(*device_, server_fru));
   fru_readings_left_ = readings_of_a_fru;
-  definitions_state_ = state;
+  definitions_are_complete_ = read.is_complete;
+  if (read.is_complete || ++definition_readings_ >= readings_of_definitions) {
+    definitions_state_ = state;
+    definition_readings_ = 0;
+  }
 }
 
 // Only after a supply has come or gone: an area takes many commands.
@@ -137,8 +145,10 @@ Finding IpmiSource::finding() {
   for (const std::vector<Trouble> *troubles : {&fans.troubles, &supplies.troubles, &from_log}) {
     finding.troubles.insert(finding.troubles.end(), troubles->begin(), troubles->end());
   }
-  if (has_answered_ && !definitions_state_) {
+  if (has_answered_ && all_sensors_.empty()) {
     finding.unreadable.emplace_back("the controller has no sensor records");
+  } else if (!definitions_are_complete_) {
+    finding.unreadable.emplace_back("the controller's sensor records could not all be read");
   }
   if (has_answered_ && !has_log_) {
     finding.unreadable.emplace_back("the controller has no event log");

@@ -40,7 +40,9 @@ class IpmiSource : public Source {
   Register &kept_;
   const std::unique_ptr<IpmiDevice> device_;
   std::optional<IpmiOctets> definitions_state_;  // of the sensor records that `sensors_` is made from
-  std::vector<IpmiSensor> all_sensors_;          // also those that are not read
+  int definition_readings_ = 0;                  // that were not complete
+  bool definitions_are_complete_ = true;
+  std::vector<IpmiSensor> all_sensors_;  // also those that are not read
   IpmiSensors sensors_;
   int readings_until_sensors_ = 0;
   SelReader log_;

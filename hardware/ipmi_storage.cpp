@@ -79,10 +79,10 @@ std::optional<IpmiOctets> sdr_state(IpmiDevice &device) {
   return ask(device, storage(IPMI_CMD_GET_SDR_REPOSITORY_INFO), 1);
 }
 
-std::vector<IpmiOctets> read_sdr(IpmiDevice &device) {
+SdrRecords read_sdr(IpmiDevice &device) {
   constexpr unsigned last = IPMI_SDR_RECORD_ID_LAST;
   constexpr int attempts = 3;  // someone else's reservation cancels ours
-  std::vector<IpmiOctets> records;
+  SdrRecords found;
   std::set<unsigned> seen;
   unsigned reserved = reservation(device);
   for (unsigned id = IPMI_SDR_RECORD_ID_FIRST; id != last && seen.insert(id).second;) {
@@ -92,12 +92,13 @@ std::vector<IpmiOctets> read_sdr(IpmiDevice &device) {
       record = sdr_record(device, reserved, id);
     }
     if (!record) {
+      found.is_complete = false;
       break;
     }
-    records.push_back(std::move(record->octets));
+    found.records.push_back(std::move(record->octets));
     id = record->next;
   }
-  return records;
+  return found;
 }
 
 IpmiOctets read_fru(IpmiDevice &device, std::uint8_t id) {
@@ -175,11 +176,14 @@ std::optional<SelReader::News> SelReader::read(IpmiDevice &device) {
       break;  // what comes after it is read once the log has changed again
     }
     next = read->next;
-    last_ = read->record;
     news.records.push_back(std::move(read->record));
   }
-  if (news.begins_anew && news.records.empty()) {
+  // Not before everything has been read: if the controller falls silent meanwhile, the caller gets nothing.
+  if (news.begins_anew) {
     last_.clear();
+  }
+  if (!news.records.empty()) {
+    last_ = news.records.back();
   }
   state_ = *state;
   return news;

@@ -12,8 +12,13 @@ namespace tavo::service {
 // Everything that tells one state of the repository from another; nothing if the controller has no repository.
 std::optional<IpmiOctets> sdr_state(IpmiDevice &device);
 
-// All records, each with its header. Ends at a record that cannot be read, and at one that comes a second time.
-std::vector<IpmiOctets> read_sdr(IpmiDevice &device);
+struct SdrRecords {
+  std::vector<IpmiOctets> records;  // each with its header
+  bool is_complete = true;          // or else a record could not be read, and those after it are not known
+};
+
+// All records, each once.
+SdrRecords read_sdr(IpmiDevice &device);
 
 // As much of the FRU area as can be read; at most some kilobytes, which is more than areas have.
 IpmiOctets read_fru(IpmiDevice &device, std::uint8_t id);

@@ -164,7 +164,7 @@ class MadeUpController : public IpmiDevice {
 
   IpmiOctets ask(const IpmiCommand &command) override {
     ++asked[{command.net_fn, command.command}];
-    if (!is_there || is_silent) {
+    if (!is_there || is_silent || (command.command == silent_at && --answers_left < 0)) {
       throw IpmiSilence("/dev/ipmi0: the driver timed out");
     }
     const auto answer = answer_to(command);
@@ -183,6 +183,8 @@ class MadeUpController : public IpmiDevice {
 
   bool is_there = true;
   bool is_silent = false;
+  std::uint8_t silent_at = 0xff;  // silent when it gets this command
+  int answers_left = 0;           // to that command
   std::vector<IpmiOctets> sdr;
   std::uint8_t sdr_changes = 1;
   std::map<std::uint8_t, IpmiOctets> readings;    // answers, by the sensor's number

@@ -5,6 +5,7 @@
 #include "controller.h"
 #include "hardware/ipmi_sdr.h"
 #include "hardware/ipmi_storage.h"
+#include "hardware/leds.h"
 #include "tree.h"
 
 namespace tavo::service {
@@ -142,7 +143,7 @@ TEST_F(IpmiSdr, ARepositoryThatLoopsEnds) {
   };
   Loop loop;
   loop.sdr = {full_record(fan(9, "SYS_FAN1")), full_record(fan(10, "SYS_FAN2"))};
-  EXPECT_THAT(read_sdr(loop), SizeIs(2)) << "the first goes by two numbers";
+  EXPECT_THAT(read_sdr(loop).records, SizeIs(2)) << "the first goes by two numbers";
 }
 
 TEST_F(IpmiSdr, ARecordLargerThanAnOffsetIsLeftOut) {
@@ -150,10 +151,29 @@ TEST_F(IpmiSdr, ARecordLargerThanAnOffsetIsLeftOut) {
   record[4] = 0xff;
   record.resize(5 + 0xff);
   controller_.sdr = {record};
-  EXPECT_THAT(read_sdr(controller_), SizeIs(1));
+  EXPECT_THAT(read_sdr(controller_).records, SizeIs(1));
   record.resize(100);
   controller_.sdr = {record};
-  EXPECT_THAT(read_sdr(controller_), IsEmpty());
+  EXPECT_THAT(read_sdr(controller_).records, IsEmpty());
+}
+
+TEST_F(IpmiSdr, ARecordThatCannotBeReadIsTriedThreeTimes) {
+  IpmiOctets broken = full_record(fan(10, "SYS_FAN2"));
+  broken.resize(20);
+  controller_.sdr = {full_record(fan(9, "SYS_FAN1")), broken};
+  const Finding finding = read();
+  EXPECT_THAT(finding.unreadable, ElementsAre("the controller's sensor records could not all be read"));
+  read();
+  controller_.sdr[1] = full_record(fan(10, "SYS_FAN2"));
+  EXPECT_THAT(found().sensors, SizeIs(4));
+  controller_.sdr[1] = broken;
+  ++controller_.sdr_changes;
+  read();
+  read();
+  read();
+  const int before = controller_.asked[{0x0a, 0x23}];
+  EXPECT_THAT(found().sensors, SizeIs(2));
+  EXPECT_EQ((controller_.asked[{0x0a, 0x23}]), before);
 }
 
 TEST_F(Ipmi, AMachineWithoutAControllerSaysSo) {
@@ -330,6 +350,14 @@ TEST_F(Ipmi, TheChassisSaysWhetherItIsOn) {
   EXPECT_EQ(inventory.server.number("power"), 0);
   ASSERT_THAT(inventory.leds, SizeIs(1));
   EXPECT_EQ(inventory.leds[0].text("state"), "ON");
+}
+
+TEST_F(Ipmi, AnLedIsListedOnce) {
+  controller_.chassis = {1, 0, 0x50};
+  write("class/leds/chassis:blue:identify/brightness", "0\n");
+  Inventory inventory = found();
+  LedSource(roots()).read().enter(inventory);
+  EXPECT_THAT(inventory.leds, SizeIs(1));
 }
 
 TEST(IpmiFru, AnAreaTellsOfBoardAndProduct) {
@@ -561,6 +589,17 @@ TEST_F(IpmiSel, AnEntryIsReadOnce) {
   log(memory_type, 1, 1);
   EXPECT_THAT(source_.read().troubles, SizeIs(1));
   EXPECT_EQ(entries_read(), 102) << "the last known one, and the new one";
+}
+
+TEST_F(IpmiSel, SilenceLosesNoEntry) {
+  source_.read();
+  log(memory_type, 1, 1);
+  log(memory_type, 1, 5);
+  controller_.silent_at = 0x43;
+  controller_.answers_left = 1;
+  source_.read();
+  controller_.silent_at = 0xff;
+  EXPECT_THAT(source_.read().troubles, SizeIs(2));
 }
 
 TEST_F(IpmiSel, ALogThatWasWrittenOverIsReadAnew) {
