@@ -14,10 +14,12 @@ MACHINE = ROOT / "scripts/machine"
 EMULATORS = {"amd64": "qemu-system-x86_64", "armhf": "qemu-system-arm"}
 
 
-def require(arch):
-    """Skips the test if no such machine can be had."""
-    if not shutil.which(EMULATORS[arch]):
-        pytest.skip(f"{EMULATORS[arch]} is missing: scripts/install-packages machine installs it")
+def require(arch, *programs):
+    """Skips the test if no such machine can be had, or one of the programs is missing that it takes."""
+    for program in (EMULATORS[arch], *programs):
+        if not shutil.which(program):
+            packages = "machine" if arch == "amd64" else "cross"
+            pytest.skip(f"{program} is missing: scripts/install-packages {packages} installs it")
     if subprocess.run([ROOT / "scripts/sysroot", "--bootable", arch]).returncode != 0:
         pytest.skip("Debian's kernel cannot be had, see above")
 
@@ -25,13 +27,13 @@ def require(arch):
 class EmulatedMachine(Program):
     """Runs `command` on a machine of its own. What it prints is log(). To stop it is to switch it off.
 
-    `config` is more of QEMU's options. `ipmi` are the commands of ipmi_sim that describe a management controller.
+    `config` is more of QEMU's options, `memory` in MiB. `ipmi` are the commands of ipmi_sim that describe a management controller.
     """
 
-    def __init__(self, directory, command=("sleep", "infinity"), config="", ipmi=None, name="machine"):
+    def __init__(self, directory, command=("sleep", "infinity"), config="", ipmi=None, memory=1024, name="machine"):
         self._control = pathlib.Path(directory) / name
         self._control.mkdir()
-        options = ["--control", self._control]
+        options = ["--control", self._control, "--memory", memory]
         for option, text in (("--config", config), ("--ipmi", ipmi)):
             if text:
                 file = self._control / f"described{option}"
@@ -56,7 +58,7 @@ class EmulatedMachine(Program):
         return client
 
     def run(self, command, check=True):
-        """What a shell command prints on the machine. It waits until the machine has booted."""
+        """What a shell command prints on the machine, in this tree. It waits until the machine has booted."""
         self._shell.write(f"({command}) </dev/null 2>&1; echo; echo end of output $?\n")
         self._shell.flush()
         printed = []

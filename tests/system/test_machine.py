@@ -69,44 +69,6 @@ def test_a_machines_parts_change_while_it_runs(arch, start, directory):
     wait_until(lambda: machine.run("ls /sys/block") == "sda\n", what="the drive is back")
 
 
-HARDWARE = """\
--smp 2,sockets=2,cores=1,threads=1
--smbios type=1,manufacturer=Maker,product=Server-1,serial=SERIAL-1,sku=SKU-1,uuid=6f1c9e0a-52d7-4b3e-9a10-5c8d2e7f4b61
--smbios type=2,manufacturer=Maker,product=Board-1,serial=SERIAL-2
--smbios type=4,sock_pfx=CPU,manufacturer=Vendor,version=Model-1,serial=SERIAL-3,max-speed=3000,current-speed=2600
--smbios type=17,loc_pfx=DIMM_A,bank=NODE-0,manufacturer=Maker,serial=SERIAL-4,speed=2933
--drive file={directory}/disk-1,if=none,id=disk-1,format=raw -device ide-hd,drive=disk-1,serial=SERIAL-5,model=DISK-1
--drive file={directory}/disk-2,if=none,id=disk-2,format=raw -device nvme,drive=disk-2,serial=SERIAL-6
-"""
-# What the tables show of it, by group and table.
-SHOWN = {
-    "9.35": {"Server-1", "SKU-1", "SERIAL-1", "6f1c9e0a-52d7-4b3e-9a10-5c8d2e7f4b61", "1024"},
-    "9.6": {"Maker", "Board-1", "SERIAL-2"},
-    "41.9": {"CPU 0", "CPU 1", "Vendor", "Model-1", "SERIAL-3", "2600"},
-    "30.11": {"mem-1", "NODE-0", "SERIAL-4", "2933", "1024"},
-    "45.1": {"0000:00:1f.2", "SATA", "NVMe"},
-    "45.4": {"sda", "nvme0n1", "HDD", "SSD", "67108864"},
-}
-
-
-@pytest.mark.parametrize("arch", ["amd64"], indirect=True)
-def test_a_machines_own_hardware_is_served(arch, directory):
-    for disk in ("disk-1", "disk-2"):
-        with open(directory / disk, "wb") as file:
-            file.truncate(64 << 20)
-    config = directory / "hardware.conf"
-    config.write_text(HARDWARE.format(directory=directory))
-    run = subprocess.run([MACHINE, "--arch", arch, "--config", config, "--", "tests/system/serve_and_walk.sh",
-                          BUILDS[arch], "--hardware", "0"], capture_output=True, text=True)
-    assert run.returncode == 0, run.stdout + run.stderr
-    values = {}
-    for place, value in re.findall(r'^\.1\.3\.6\.1\.4\.1\.61453\.4\.207\.1\.(\d+\.\d+)\.\S* = (?:\w+: )?"?(.*?)"?$',
-                                   run.stdout, re.MULTILINE):
-        values.setdefault(place, set()).add(value)
-    print({place: sorted(found) for place, found in values.items() if place in SHOWN})
-    assert {place: shown - values.get(place, set()) for place, shown in SHOWN.items()} == dict.fromkeys(SHOWN, set())
-
-
 def test_walk_on_a_machine_of_its_own(arch):
     still = BUILDS[arch] / "still.yaml"
     still.write_text(re.sub(r"drift: \d+", "drift: 0", SCENARIO.read_text()))
