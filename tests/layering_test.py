@@ -21,7 +21,8 @@ BELOW = {
     "simulator": {"core", "platform", "service"},
     "hardware": {"core", "platform", "service"},
     "bmcsim": {"core", "platform", "service", "simulator", "hardware"},
-    "fuzz": {"core", "platform", "sources", "tables", "refresh", "threads", "host", "service", "simulator"},
+    "fuzz": {"core", "platform", "sources", "tables", "refresh", "threads", "host", "service", "simulator",
+             "hardware"},
 }
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*"([^"]+)"', re.MULTILINE)
