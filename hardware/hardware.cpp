@@ -47,8 +47,8 @@ Hardware::Hardware(std::vector<std::unique_ptr<Source>> sources, Register &kept,
     reader->source = std::move(source);
     const auto interval = intervals.find(std::string(reader->source->name()));
     reader->interval = interval != intervals.end() ? interval->second : reader->source->interval();
-    reader->stop = Descriptor(eventfd(0, EFD_CLOEXEC));
-    if (!reader->stop) {
+    reader->wake = Descriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    if (!reader->wake) {
       throw std::system_error(errno, std::generic_category(), "eventfd");
     }
     readers_.push_back(reader);
@@ -58,7 +58,8 @@ Hardware::Hardware(std::vector<std::unique_ptr<Source>> sources, Register &kept,
 
 Hardware::~Hardware() {
   for (const auto &reader : readers_) {
-    eventfd_write(reader->stop.get(), 1);
+    reader->stopping = true;
+    wake(*reader);
   }
 }
 
@@ -121,6 +122,9 @@ void Hardware::forget(const std::string &kind, std::int64_t number) {
   if (std::ranges::find(missing, wanted) == missing.end() || !register_.forget_part(kind, number)) {
     throw BadInput("'" + wanted + "' is not missing; what is: " + joined({missing.begin(), missing.end()}));
   }
+  for (const auto &reader : readers_) {
+    wake(*reader);  // whichever source misses it
+  }
 }
 
 void Hardware::read_again_and_again(const std::shared_ptr<Reader> &reader) {
@@ -150,18 +154,24 @@ Finding Hardware::read_once(Source &source) {
   }
 }
 
+void Hardware::wake(const Reader &reader) {
+  eventfd_write(reader.wake.get(), 1);
+}
+
 bool Hardware::wait_until_due(Reader &reader) {
   const auto milliseconds = [](auto duration) {
     return static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(duration).count());
   };
   const int until_next = reader.interval.count() == 0 ? -1 : milliseconds(reader.interval - shortest_pause);
-  std::array<pollfd, 2> watched{{{.fd = reader.stop.get(), .events = POLLIN, .revents = 0},
+  std::array<pollfd, 2> watched{{{.fd = reader.wake.get(), .events = POLLIN, .revents = 0},
                                  {.fd = reader.source->watch(), .events = POLLIN, .revents = 0}}};
-  const bool stops = poll(watched.data(), 1, milliseconds(shortest_pause)) > 0;
-  if (!stops) {
+  const bool is_woken = poll(watched.data(), 1, milliseconds(shortest_pause)) > 0;
+  if (!is_woken) {
     poll(watched.data(), watched.size(), until_next);
   }
-  return !stops && watched[0].revents == 0;
+  eventfd_t taken = 0;
+  eventfd_read(reader.wake.get(), &taken);
+  return !reader.stopping;
 }
 
 Inventory Hardware::assemble() {

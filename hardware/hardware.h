@@ -47,7 +47,8 @@ class Hardware : public RealServer {
   struct Reader {
     std::unique_ptr<Source> source;
     std::chrono::seconds interval{};  // as Source::interval()
-    Descriptor stop;                  // readable once the thread is to end
+    Descriptor wake;                  // readable once the next reading is due, or the thread is to end
+    std::atomic<bool> stopping = false;
     std::mutex mutex;
     std::condition_variable changed;
     // Guarded by mutex.
@@ -58,6 +59,7 @@ class Hardware : public RealServer {
 
   static void read_again_and_again(const std::shared_ptr<Reader> &reader);
   static Finding read_once(Source &source);
+  static void wake(const Reader &reader);
   // False if the thread is to end.
   static bool wait_until_due(Reader &reader);
 

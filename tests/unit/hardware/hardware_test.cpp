@@ -51,6 +51,14 @@ class HardwareTest : public Tree {
     return {std::move(inventory), Surroundings{.var = directory_ / "var", .sd_socket = directory_ / "sd"}};
   }
 
+  static bool eventually(const std::function<bool()> &is_so) {
+    const auto deadline = std::chrono::steady_clock::now() + 30s;
+    while (!is_so() && std::chrono::steady_clock::now() < deadline) {
+      std::this_thread::sleep_for(1ms);
+    }
+    return is_so();
+  }
+
   Register register_{directory_ / "register.json"};
 };
 
@@ -126,14 +134,6 @@ class WokenTest : public HardwareTest {
   ~WokenTest() override {
     hardware_.reset();
     EXPECT_TRUE(eventually([&] { return readings_ == Woken::ended; }));
-  }
-
-  static bool eventually(const std::function<bool()> &is_so) {
-    const auto deadline = std::chrono::steady_clock::now() + 30s;
-    while (!is_so() && std::chrono::steady_clock::now() < deadline) {
-      std::this_thread::sleep_for(1ms);
-    }
-    return is_so();
   }
 
   std::atomic<int> readings_ = 0;
@@ -230,6 +230,21 @@ TEST_F(RealServerTest, APartThatIsMissingCanBeForgotten) {
   EXPECT_THAT(register_.parts("drive"), SizeIs(1));
   running({"forget", "drive", "1"})();
   EXPECT_THAT(register_.parts("drive"), IsEmpty());
+}
+
+TEST_F(RealServerTest, ItsSourcesAreReadAtOnceWithoutThePart) {
+  Hardware hardware(one([this] { return register_.parts("drive").empty() ? Finding() : missing_drive(); }), register_);
+  hardware.first_inventory(30s);
+  hardware.forget("drive", 1);
+  const auto what_is_missing = [&]() -> std::string {
+    try {
+      hardware.forget("drive", 1);
+    } catch (const BadInput &error) {
+      return error.what();
+    }
+    return "";
+  };
+  EXPECT_TRUE(eventually([&] { return what_is_missing() == "'drive 1' is not missing; what is: none"; }));
 }
 
 TEST_F(RealServerTest, ASimulatedServerForgetsNothing) {
