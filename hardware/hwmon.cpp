@@ -1,6 +1,7 @@
 #include "hardware/hwmon.h"
 
 #include <algorithm>
+#include <map>
 #include <optional>
 #include <system_error>
 #include <utility>
@@ -85,12 +86,17 @@ std::string place_of(const fs::path &chip) {
   return error ? read_attribute(chip / "name").value_or("") : device.string();
 }
 
-std::vector<std::pair<std::string, fs::path>> chips_by_place(const fs::path &directory) {
-  std::vector<std::pair<std::string, fs::path>> chips;
+// In the order of their places. Several chips of one device come in the order of their numbers.
+std::map<std::string, fs::path> chips_by_place(const fs::path &directory) {
+  std::map<std::string, fs::path> chips;
   for (const fs::path &chip : entries(directory, "hwmon")) {
-    chips.emplace_back(place_of(chip), chip);
+    const std::string device = place_of(chip);
+    std::string place = device;
+    for (int number = 2; chips.contains(place); ++number) {
+      place = device + " #" + std::to_string(number);
+    }
+    chips[place] = chip;
   }
-  std::ranges::stable_sort(chips, {}, &std::pair<std::string, fs::path>::first);
   return chips;
 }
 
@@ -167,8 +173,11 @@ Finding HwmonSource::read() {
   const fs::path directory = roots_.sys / "class/hwmon";
   Readings readings = read_chips(directory);
   // A fan keeps its place among those that were there before, whatever chips are added.
-  std::ranges::sort(readings.fans, {},
-                    [&](const PlacedFan &fan) { return numbers_.number_of("hwmon-fan", fan.place); });
+  std::map<std::int64_t, PlacedFan> by_number;
+  for (PlacedFan &fan : readings.fans) {
+    by_number[numbers_.number_of("hwmon-fan", fan.place)] = std::move(fan);
+  }
+  std::ranges::transform(by_number, readings.fans.begin(), [](auto &entry) { return std::move(entry.second); });
   Finding finding;
   finding.enter = [readings](Inventory &inventory) { enter(inventory, readings); };
   finding.troubles = troubles_in(readings);

@@ -106,6 +106,13 @@ TEST_F(Hwmon, FansKeepTheirOrderWhenChipsAreRenumbered) {
   EXPECT_EQ(description_of_failed(), "Fan 2 has failed");
 }
 
+TEST_F(Hwmon, ChipsOfOneDeviceShareNoFan) {
+  link("class/hwmon/hwmon1/device", "devices/platform/board.1");
+  link("class/hwmon/hwmon2/device", "devices/platform/board.1");
+  write("class/hwmon/hwmon2/fan1_input", "900\n");
+  EXPECT_THAT(found_by(source_).sensors, SizeIs(6));
+}
+
 TEST_F(Hwmon, ProcessorsAreInTheOrderOfTheirDevices) {
   link("class/hwmon/hwmon3/device", "devices/pci0000:00/0000:00:18.3");
   link("class/hwmon/hwmon2/device", "devices/pci0000:00/0000:00:19.3");
