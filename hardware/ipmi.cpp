@@ -91,6 +91,15 @@ void IpmiSource::read_supply_frus() {
   }
 }
 
+// A controller that is stuck may have the kernel answer for it, with a completion code. Every controller that works
+// gives its number.
+void IpmiSource::check_answers() {
+  const IpmiOctets answer = device_->ask({.net_fn = IPMI_NET_FN_APP_RQ, .command = IPMI_CMD_GET_DEVICE_ID});
+  if (answer.empty() || answer.front() != IPMI_COMP_CODE_COMMAND_SUCCESS) {
+    throw IpmiSilence("the controller does not answer");
+  }
+}
+
 // Returns whether there is something new.
 bool IpmiSource::read_log() {
   const auto news = log_.read(*device_);
@@ -159,6 +168,7 @@ Finding IpmiSource::finding() {
 Finding IpmiSource::read() {
   std::string silence;
   try {
+    check_answers();
     const bool has_news = read_log();
     if (has_news || readings_until_sensors_ == 0) {
       read_sensors();

@@ -32,6 +32,7 @@ class IpmiSource : public Source {
  private:
   void read_definitions();
   void read_supply_frus();
+  void check_answers();
   bool read_log();
   void read_sensors();
   Finding finding();

@@ -167,7 +167,7 @@ class MadeUpController : public IpmiDevice {
     if (!is_there || is_silent || (command.command == silent_at && --answers_left < 0)) {
       throw IpmiSilence("/dev/ipmi0: the driver timed out");
     }
-    const auto answer = answer_to(command);
+    const auto answer = is_stuck ? std::nullopt : answer_to(command);
     if (!answer) {
       return {0xcb};
     }
@@ -183,6 +183,7 @@ class MadeUpController : public IpmiDevice {
 
   bool is_there = true;
   bool is_silent = false;
+  bool is_stuck = false;          // refuses everything, as the kernel does in its place
   std::uint8_t silent_at = 0xff;  // silent when it gets this command
   int answers_left = 0;           // to that command
   std::vector<IpmiOctets> sdr;
@@ -231,6 +232,8 @@ class MadeUpController : public IpmiDevice {
 
   Answer answer_to(const IpmiCommand &command) const {
     switch (command.net_fn << 8 | command.command) {
+      case 0x0601:
+        return IpmiOctets{0x20, 1};
       case 0x0001:
         return chassis;
       case 0x042d:

@@ -513,6 +513,18 @@ TEST_F(Ipmi, AControllerThatFallsSilentIsATrouble) {
   EXPECT_THAT(finding.troubles, SizeIs(2)) << "what was known stays";
 }
 
+TEST_F(Ipmi, AControllerThatIsStuckIsATrouble) {
+  controller_.sdr = {full_record(fan(9, "SYS_FAN1"))};
+  controller_.reads(9, 3);
+  EXPECT_THAT(descriptions(), SizeIs(1));
+  controller_.is_stuck = true;
+  read();
+  read();
+  const Finding finding = read();
+  EXPECT_THAT(finding.unreadable, ElementsAre("the controller does not answer"));
+  EXPECT_THAT(finding.troubles, SizeIs(2)) << "what was known stays";
+}
+
 TEST_F(Ipmi, RecordsAreReadAgainWhenTheyChange) {
   controller_.sdr = {full_record(fan(9, "SYS_FAN1"))};
   EXPECT_THAT(found().sensors, SizeIs(2));
