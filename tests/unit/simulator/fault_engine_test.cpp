@@ -64,6 +64,24 @@ TEST_F(Faults, RaisingAgainChangesTheSameFault) {
   EXPECT_EQ(fault.number("previous-severity"), 4);
 }
 
+TEST_F(Faults, ANewObjectHasALengthOfItsOwn) {
+  control_words("fault raise 7 class=processor unit=2");
+  control_words("fault update 7 affected-oid=1.3.6.1");
+  EXPECT_EQ(machine_->faults().active().back().number("affected-oid-count"), 4);
+}
+
+TEST_F(Faults, AClearIsSentWithSeverityZero) {
+  control_words("fault raise 7 class=fan severity=major");
+  int connection = -1;
+  ASSERT_EQ(connect_to_fe_broadcaster(&connection), 0);
+  control_words("fault clear 7");
+  std::array<char, FAULT_RECORD_SIZE> record{};
+  ASSERT_GT(listen_to_fe_broadcaster(&connection, record.data()), 0);
+  EXPECT_EQ(integer_at<std::uint32_t>(record.data(), FAULT_SEVERITY), 0U);
+  EXPECT_EQ(integer_at<std::uint8_t>(record.data(), FAULT_PREVIOUS_SEVERITY), 5U);
+  close(connection);
+}
+
 TEST_F(Faults, OccurrencesAreCountedInAnOctet) {
   control_words("fault raise 7 class=fan occurrences=255");
   control_words("fault raise 7 class=fan");

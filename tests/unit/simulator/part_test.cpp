@@ -66,6 +66,7 @@ TEST(Part, RefusesWhatDoesNotFitAndSaysWhatDoes) {
   EXPECT_THAT([&] { fault.set("severity", "mjor"); }, ThrowsMessage<BadInput>(HasSubstr("or one of cleared, info")));
   EXPECT_THAT([&] { fault.set("unit", "4294967296"); }, ThrowsMessage<BadInput>(HasSubstr("from 0 to 4294967295")));
   EXPECT_THAT([&] { fault.set("unit", "-1"); }, ThrowsMessage<BadInput>(HasSubstr("'-1' is not a number")));
+  EXPECT_THAT([&] { fault.set("unit", "7x"); }, ThrowsMessage<BadInput>(HasSubstr("'7x' is not a number")));
   EXPECT_THAT([&] { fault.set("occurrences", "256"); }, ThrowsMessage<BadInput>(HasSubstr("from 0 to 255")));
   EXPECT_THAT([&] { fault.set("affected-oid", "1.3.x"); }, ThrowsMessage<BadInput>(HasSubstr("'x' is not a number")));
   EXPECT_THAT([&] { fault.set("description", "two\nlines"); }, ThrowsMessage<BadInput>(HasSubstr("line break")));

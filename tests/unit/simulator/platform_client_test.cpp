@@ -75,6 +75,14 @@ TEST_F(PlatformClient, NeverWritesBeyondTheCallersBuffer) {
   EXPECT_TRUE(std::all_of(records.begin() + PROCESSOR_RECORD_SIZE, records.end(), [](char c) { return c == '#'; }));
 }
 
+TEST_F(PlatformClient, ALargerBufferGetsTheRecordsThatThereAre) {
+  std::uint32_t status = 0;
+  std::array<char, 3 * PROCESSOR_RECORD_SIZE> records;
+  records.fill('#');
+  ASSERT_EQ(GetCPUInfo(&status, records.size(), nullptr, records.data()), 0);
+  EXPECT_TRUE(std::all_of(records.begin() + 2 * PROCESSOR_RECORD_SIZE, records.end(), [](char c) { return c == '#'; }));
+}
+
 TEST_F(PlatformClient, RangeSelectsMemoryModules) {
   std::uint32_t request = MEMORY_REQUEST_SUMMARY;
   int count = 0;

@@ -80,8 +80,9 @@ TEST_F(Protocol, TruncatedFrameEndsOnlyItsConnection) {
 }
 
 TEST_F(Protocol, GarbageEndsOnlyItsConnection) {
-  expect_closed_after(std::string(64, '\xff'));                                           // a length of 4 GiB
-  expect_closed_after(std::string("\x01\x20\x00\x00", 4) + std::string(0x2001, 'x'));     // one octet too long
+  expect_closed_after(std::string(64, '\xff'));                                        // a length of 4 GiB
+  expect_closed_after(std::string("\x01\x20\x00\x00", 4) + std::string(0x2001, 'x'));  // one octet too long
+  expect_closed_after(frame_of({{"call", "ping"}, {"padding", std::string(request_limit, 'x')}}));
   expect_closed_after(std::string("\x04\x00\x00\x00\xff\xff\xff\xff", 8));                // not CBOR
   expect_closed_after(std::string("\x00\x00\x00\x00", 4));                                // empty
   expect_closed_after(std::string("\x00\x20\x00\x00", 4) + std::string(0x2000, '\x81'));  // nested arrays

@@ -2,6 +2,8 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+
 #include "simulator/scenario.h"
 
 namespace tavo::service {
@@ -70,6 +72,11 @@ TEST_F(Queries, MemorySummaryFollowsTheModules) {
   inventory_.dimms[3].set("present", "no");
   EXPECT_EQ(lines("inventoryMemorySummary"),
             " MemorySpeed: 1600 MHz\n EffectiveMemory: 147968 MB\n TotalMemory: 164352 MB\n");
+  const auto failed =
+      std::ranges::find_if(inventory_.dimms, [](const Part &dimm) { return dimm.text("status") == "Inoperable"; });
+  ASSERT_NE(failed, inventory_.dimms.end());
+  failed->set("speed", "800 MHz");
+  EXPECT_THAT(lines("inventoryMemorySummary"), HasSubstr(" MemorySpeed: 1600 MHz\n"));
   inventory_.server.set("memory-total", "1 MB");
   EXPECT_THAT(lines("inventoryMemorySummary"), HasSubstr(" TotalMemory: 1 MB\n"));
 }
