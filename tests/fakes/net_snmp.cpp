@@ -34,7 +34,17 @@ std::function<void()> debug_observer;
 std::atomic<bool> debugging = false;
 std::atomic<int> date_and_time_result = 0;
 thread_local std::optional<int> values_before_refusal;
+thread_local std::optional<int> varbinds_before_refusal;
 thread_local std::size_t last_value_size = 0;
+
+// Whether it is this call's turn to fail.
+bool is_refused(std::optional<int> &calls_before_refusal) {
+  if (!calls_before_refusal || (*calls_before_refusal)-- != 0) {
+    return false;
+  }
+  calls_before_refusal.reset();
+  return true;
+}
 
 std::string formatted(const char *format, va_list arguments) {
   va_list again;
@@ -215,6 +225,10 @@ void refuse_value(int successes) {
   values_before_refusal = successes;
 }
 
+void refuse_varbind(int successes) {
+  varbinds_before_refusal = successes;
+}
+
 std::size_t size_of_last_value() {
   return last_value_size;
 }
@@ -231,6 +245,7 @@ void reset_net_snmp() {
   debugging = false;
   date_and_time_result = 0;
   values_before_refusal.reset();
+  varbinds_before_refusal.reset();
 }
 
 }  // namespace tavo::fakes
@@ -267,14 +282,24 @@ int __real_snmp_set_var_typed_value(netsnmp_variable_list *varbind, u_char type,
 
 int __wrap_snmp_set_var_typed_value(netsnmp_variable_list *varbind, u_char type, const void *value, size_t size) {
   last_value_size = size;
-  if (values_before_refusal && (*values_before_refusal)-- == 0) {
-    values_before_refusal.reset();
+  if (is_refused(values_before_refusal)) {
     return 1;
   }
   if (const char *copied = std::getenv("TAVO_COUNTER64"); copied != nullptr && type == ASN_COUNTER64) {
     return set_counter64(varbind, value, std::string_view(copied) == "length" ? size : sizeof(struct counter64));
   }
   return __real_snmp_set_var_typed_value(varbind, type, value, size);
+}
+
+netsnmp_variable_list *__real_snmp_varlist_add_variable(netsnmp_variable_list **list, const oid *name, size_t length,
+                                                        u_char type, const void *value, size_t size);
+
+netsnmp_variable_list *__wrap_snmp_varlist_add_variable(netsnmp_variable_list **list, const oid *name, size_t length,
+                                                        u_char type, const void *value, size_t size) {
+  if (is_refused(varbinds_before_refusal)) {
+    return nullptr;
+  }
+  return __real_snmp_varlist_add_variable(list, name, length, type, value, size);
 }
 
 int __wrap_snmp_get_do_debugging() {

@@ -103,6 +103,9 @@ void set_date_and_time_result(int error);
 // varbind stays as it is.
 void refuse_value(int successes);
 
+// The calling thread's next snmp_varlist_add_variable after `successes` more fails, as without memory.
+void refuse_varbind(int successes);
+
 // How many octets the module passed with the last value that it set.
 std::size_t size_of_last_value();
 

@@ -182,12 +182,31 @@ TEST_F(RowListTest, OrdersRowsByIndex) {
   EXPECT_THAT(ordered(), ElementsAre(zero, four, nine, highest));
 }
 
+TEST_F(RowListTest, WithoutMemoryToSortThereIsNoOrderUntilThereIs) {
+  Row *one = add(1);
+  Row *two = add(2);
+  EXPECT_THAT(ordered(), ElementsAre(one, two));
+  Row *three = add(3);
+  fakes::fail_allocations(0);  // the pointers have their room by now
+  EXPECT_EQ(list_.ordered(), nullptr);
+  fakes::reset_allocations();
+  EXPECT_THAT(ordered(), ElementsAre(one, two, three));
+}
+
 TEST_F(RowListTest, OfSeveralRowsWithOneIndexTheFirstInTheListCounts) {
   add(7);
   Row *three = add(3);
   add(7);
   Row *newest_seven = add(7);
   EXPECT_THAT(ordered(), ElementsAre(three, newest_seven));
+}
+
+TEST_F(RowListTest, ARowWithoutALinkBackIsUnlinked) {
+  Row *one = add(1);
+  Row *two = add(2);
+  list_.unlink_listed(one);
+  EXPECT_THAT(listed(), ElementsAre(two));
+  std::free(one);
 }
 
 TEST_F(RowListTest, OrdersAnewAfterEveryChange) {

@@ -151,6 +151,12 @@ TEST_P(EnvironmentStatisticsTest, AMissingKeyLeavesItsColumnAsItIs) {
   EXPECT_THAT(GetParam().times(), ElementsAre(""));
 }
 
+TEST_P(EnvironmentStatisticsTest, AMissingIdIsNotThatOfTheUnitBefore) {
+  dump(unit("1", "41") + " id:\n temperature: 42\n");
+  EXPECT_EQ(GetParam().build(0), 0);
+  EXPECT_THAT(GetParam().dns(), ElementsAre(dn("1"), ""));
+}
+
 // Lines are counted, not records: the tool is trusted to print each unit's whole record.
 TEST_P(EnvironmentStatisticsTest, AUnitWithoutATemperatureGetsThatOfTheNext) {
   dump(unit("1", "41") + " id: 2\n" + unit("3", "43"));

@@ -70,7 +70,7 @@ TEST_F(StorInfoTest, RecordsStandInTheFilesOrder) {
 TEST_F(StorInfoTest, ARecordIsKeptOctetByOctetWithItsLinkBehindIt) {
   fakes::StorRecord record;
   for (std::size_t i = 0; i < record.octets.size(); ++i) {
-    record.octets[i] = static_cast<std::byte>(i * 7 + i / 256);
+    record.octets[i] = static_cast<std::byte>(i * 7 + i / 256 + 1);
   }
   files_.write(path, snapshot({record}));
   ASSERT_EQ(get_stor_info(&head_stor_ptr), 1);

@@ -101,6 +101,7 @@ TEST_F(AdaptorUnitTableTest, ServesEveryColumnOfEveryCard) {
   EXPECT_EQ(tavoAdaptorUnitTable_head->index, 5U) << "the last card found comes first";
   EXPECT_THAT(clock.sleeps(), IsEmpty());
   EXPECT_THAT(shell.system_commands(), ElementsAre(dump_command)) << "one dump for the whole build";
+  EXPECT_EQ(fakes::opens_of("/var/adapterInventory"), 1) << "and read once";
   EXPECT_EQ(de_register_adaptor_table_handler(), 0);
 }
 

@@ -130,6 +130,12 @@ struct Power {
   std::int32_t a, known, b, c, d;
 };
 
+TEST_F(RackUnitTableTest, RemovingAllEntriesEmptiesTheTable) {
+  build();
+  tavoComputeRackUnitTable_removeAllEntries();
+  EXPECT_EQ(tavoComputeRackUnitTable_head, nullptr);
+}
+
 TEST_F(RackUnitTableTest, PowerStatesAreMapped) {
   for (const Power &power : std::to_array<Power>({{"0\n", 32, 1, 3, 14, 4},
                                                   {"1\n", 31, 1, 1, 10, 1},

@@ -320,6 +320,22 @@ TEST_F(FaultTableTest, ClearRemovesAndCountsEveryRow) {
   EXPECT_EQ(fakes::log_texts().back(), "Added an entry, Total Fault entries:1\n") << "the count went down accordingly";
 }
 
+TEST_F(FaultTableTest, NullArgumentsDoNothing) {
+  update_fan_prs_and_sev(nullptr);
+  delete_entity_node(nullptr, nullptr);
+  EXPECT_EQ(tavoFaultTable_createEntry(7, nullptr, 0, 3, "text"), nullptr);
+  EXPECT_EQ(row_count(), 0U);
+  EXPECT_THAT(fakes::log_lines(), IsEmpty());
+}
+
+TEST_F(FaultTableTest, AnEntryWithoutATextAffectsNothing) {
+  start_up();
+  auto *const row = static_cast<FaultRow *>(std::calloc(1, sizeof(FaultRow)));
+  row->index = 7;
+  EXPECT_EQ(tavoFaultTable_createEntry(7, row, 0, 3, nullptr), row);
+  EXPECT_EQ(read(5, 7), fakes::text(""));
+}
+
 using FaultDatabaseTest = FaultTableTest;
 
 TEST_F(FaultDatabaseTest, TellsRaiseUpdateAndClearApart) {
@@ -337,6 +353,15 @@ TEST_F(FaultDatabaseTest, TellsRaiseUpdateAndClearApart) {
   ASSERT_NE(again, nullptr);
   delete_entity_node(fault(3, 7, 0).data(), again);
   std::free(again);
+}
+
+// More classes than the database has chains, so some share theirs.
+TEST_F(FaultDatabaseTest, ClassesWithOneIndexAreToldApart) {
+  constexpr std::uint32_t classes = 5000;
+  for (std::uint32_t class_code = 1000; class_code < 1000 + classes; ++class_code) {
+    apply(fault(class_code, 7, 5));
+  }
+  EXPECT_EQ(row_count(), classes);
 }
 
 TEST_F(FaultDatabaseTest, WithoutMemoryThereIsNoRow) {

@@ -93,6 +93,16 @@ TEST_F(FaultNotificationTest, AChangeWithoutMemoryIsReportedUnnotified) {
   EXPECT_THAT(reports.take(), ElementsAre("fault 7 has severity 5"));
 }
 
+TEST_F(FaultNotificationTest, WithoutOneOfItsVarbindsItIsNotSent) {
+  FaultRow row = {};
+  for (int varbinds = 0; varbinds < 13; ++varbinds) {
+    fakes::refuse_varbind(varbinds);
+    EXPECT_EQ(send_fault_trap(7, &row), -1) << varbinds;
+  }
+  EXPECT_THAT(fakes::notifications(), IsEmpty());
+  EXPECT_EQ(send_fault_trap(7, &row), 0);
+}
+
 TEST_F(FaultNotificationTest, NamesAndIndexAreUnsigned) {
   apply(fault(3, 0xFFFFFFFF, 3));
   EXPECT_EQ(varbinds_of(fakes::notifications().at(0)), varbinds_of_fault(raised, 0xFFFFFFFF, 3));
