@@ -172,8 +172,8 @@ int get_fe_table(void *records, int start, int count) {
   const int result =
       ask({.name = call::faults, .numbers = {{"start", start}, {"count", count}}}, [&](const json &reply) {
         const auto &octets = reply.at("records").get_binary();
-        std::memcpy(records, octets.data(),
-                    std::min(octets.size(), static_cast<std::size_t>(count) * FAULT_RECORD_SIZE));
+        const std::size_t room = static_cast<std::size_t>(count) * FAULT_RECORD_SIZE;
+        std::copy_n(octets.begin(), std::min(octets.size(), room), static_cast<std::uint8_t *>(records));
       });
   return result == 0 ? 0 : -1;
 }
