@@ -28,7 +28,8 @@ ARRAY_KIB = 48 << 10
 RAISED_WITHIN = 30 + 3 + 27
 CLEARED_WITHIN = 30 + 20 + 30
 
-# Two processors; drives behind three controllers, of which two form an array; a management controller.
+# Two processors; drives behind three controllers, of which two form an array; a network card and an SD
+# card; a management controller.
 LARGE = """
 -smp 4,sockets=2,cores=2,threads=1
 -smbios type=1,manufacturer=Maker,product=Server-1,serial=SERIAL-1,sku=SKU-1,uuid=6f1c9e0a-52d7-4b3e-9a10-5c8d2e7f4b61
@@ -43,6 +44,10 @@ LARGE = """
 -global ICH9-LPC.acpi-pci-hotplug-with-bridge-support=off
 -device pcie-root-port,id=port-1,slot=4
 -device nvme,bus=port-1,drive=disk-5,serial=SERIAL-5
+-device pcie-root-port,id=port-2,slot=6
+-device e1000e,bus=port-2
+-device sdhci-pci
+-device sd-card,drive=card-1
 """
 FAN_1 = Sensor(1, "FAN1", FAN, 1, TURNS, factor=100, reading=60, thresholds={"lower_critical": 10})
 INLET_TEMPERATURE = Sensor(3, "Inlet Temp", INLET, 1, DEGREES, reading=24, thresholds={"upper_critical": 45})
@@ -54,7 +59,7 @@ SENSORS = [
     Sensor(5, "PCH Temp", BOARD, 1, DEGREES, reading=52),
     Sensor(6, "Power", BOARD, 1, WATTS, factor=2, reading=90),
 ]
-LARGE_DISKS = {"disk-1": 64, "disk-2": 64, "disk-3": 32, "disk-4": 48, "disk-5": 80}
+LARGE_DISKS = {"disk-1": 64, "disk-2": 64, "disk-3": 32, "disk-4": 48, "disk-5": 80, "card-1": 64}
 # What the tables show of it: {table: its rows, without the columns that are not compared}.
 LARGE_SHOWN = {
     "tavoComputeRackUnit": [{
@@ -81,6 +86,11 @@ LARGE_SHOWN = {
          "Blocks": str(80 * MIB // 512), "State": "good", "Operability": "operable", "Presence": "present"}],
     "tavoStorageLocalLun": [{"Operability": "optimal", "Presence": "present", "Capacity": str(ARRAY_KIB * 1024),
                              "Blocks": str(ARRAY_KIB * 2)}],
+    "tavoAdaptorUnit": [
+        {"Slot": "6", "SlotText": "6", "ProductId": "82574L Gigabit Network Connection", "FirmwareVersion": SOME,
+         "Overtemperature": "noneReported", "Operability": "operable"}],
+    "tavoStorageVeltroCard": [
+        {"Column7": "Write enabled", "Column13": "64 MB", "Column21": "QEMU!", "Column4": "0", "Column12": ""}],
     "tavoEquipmentFan": [
         {"Sensor": f"FAN{number}_TACH1", "Module": str(number), "Id": "1", "Presence": "present",
          "Operability": "operable"} for number in (1, 2)],
