@@ -111,7 +111,8 @@ SmartReport parse_smart(std::string_view text) {
       parsed.temperature = static_cast<int>(number);
     }
   }
-  if (parsed.healthy || !parsed.model.empty()) {
+  // A SCSI drive has another name for its model, and need not know SMART.
+  if (parsed.healthy || !parsed.model.empty() || !text_at(report, {"scsi_product"}).empty()) {
     parsed.state = SmartReport::State::Answers;
     return parsed;
   }

@@ -32,6 +32,12 @@ TEST(Smart, ADriveThatSleepsIsNotSilent) {
   EXPECT_EQ(report.state, SmartReport::State::Sleeps);
 }
 
+TEST(Smart, AScsiDriveWithoutSmartAnswers) {
+  const auto report = parse_smart(R"({"scsi_product": "DISK-1", "smart_support": {"available": false}})");
+  EXPECT_EQ(report.state, SmartReport::State::Answers);
+  EXPECT_EQ(report.healthy, std::nullopt);
+}
+
 TEST(Smart, RubbishIsASilentDrive) {
   for (const char *text : {"", "{", "[]", "7", R"({"smart_status": 3, "model_name": [], "temperature": "x"})",
                            R"({"smartctl": {"messages": [7]}})", R"({"smartctl": {"messages": {}}})"}) {
