@@ -134,13 +134,17 @@ std::string family_name(const SmbiosStructure &processor) {
   return found != families.end() ? std::string(found->name) : "";
 }
 
-// Names tell parts apart, and firmware may give the same one twice, or none. `number` counts from 1.
-std::string name_of(const std::vector<Part> &parts, std::string_view field, std::string name, std::size_t number) {
-  const auto is_taken = [&](const Part &part) { return part.text(field) == name; };
-  if (name.empty() || std::ranges::any_of(parts, is_taken)) {
-    name += (name.empty() ? "#" : " #") + std::to_string(number);
+// Names tell parts apart, and firmware may give the same one twice, none, or two whose difference does not fit. The
+// part comes after those of the list.
+void set_name(Part &part, std::string_view field, const std::string &name, const std::vector<Part> &list) {
+  const auto is_taken = [&] {
+    return std::ranges::any_of(list, [&](const Part &other) { return other.text(field) == part.text(field); });
+  };
+  set_line(part, field, name);
+  for (std::size_t number = list.size() + 1; part.text(field).empty() || is_taken(); ++number) {
+    const std::string ending = (name.empty() ? "#" : " #") + std::to_string(number);
+    set_line(part, field, name.substr(0, find_field(part.kind(), field)->size - ending.size()) + ending);
   }
-  return name;
 }
 
 void enter_system(Inventory &inventory, const SmbiosStructure &system) {
@@ -176,7 +180,7 @@ void enter_processor(Inventory &inventory, const SmbiosStructure &structure) {
   const std::uint8_t status = structure.octet(processor_status);
   std::vector<Part> &list = inventory.processors;
   Part part(processor_kind);
-  set_line(part, "socket", name_of(list, "socket", structure.text(processor_socket), list.size() + 1));
+  set_name(part, "socket", structure.text(processor_socket), list);
   set_line(part, "vendor", structure.text(processor_manufacturer));
   set_line(part, "architecture", family_name(structure));
   set_line(part, "model", structure.text(processor_version));
@@ -219,7 +223,7 @@ void enter_memory(Inventory &inventory, const SmbiosStructure &structure) {
   const std::uint16_t speed = configured != 0 ? configured : structure.word(memory_speed);
   std::vector<Part> &list = inventory.dimms;
   Part part(dimm_kind);
-  set_line(part, "name", name_of(list, "name", structure.text(memory_device), list.size() + 1));
+  set_name(part, "name", structure.text(memory_device), list);
   part.set_number("number", static_cast<std::int64_t>(list.size()) + 1);
   set_line(part, "location", structure.text(memory_bank));
   part.set_number("present", capacity != 0 ? 1 : 0);
@@ -331,6 +335,12 @@ std::vector<SystemSlot> system_slots(std::span<const std::byte> table) {
   return slots;
 }
 
+void enter_smbios(Inventory &inventory, std::span<const std::byte> table) {
+  for (const SmbiosStructure &structure : smbios_structures(table)) {
+    enter_structure(inventory, structure);
+  }
+}
+
 std::vector<std::byte> smbios_table(const Roots &roots) {
   return file_content(roots.sys / "firmware/dmi/tables/DMI");
 }
@@ -338,11 +348,7 @@ std::vector<std::byte> smbios_table(const Roots &roots) {
 Finding SmbiosSource::read() {
   const std::vector<std::byte> table = smbios_table(roots_);
   Finding finding;
-  finding.enter = [table](Inventory &inventory) {
-    for (const SmbiosStructure &structure : smbios_structures(table)) {
-      enter_structure(inventory, structure);
-    }
-  };
+  finding.enter = [table](Inventory &inventory) { enter_smbios(inventory, table); };
   return finding;
 }
 

@@ -48,10 +48,13 @@ struct SystemSlot {
 // The slots whose address the table tells, in its order.
 std::vector<SystemSlot> system_slots(std::span<const std::byte> table);
 
+// Enters the server, its board, processors and memory modules, as far as the table tells.
+void enter_smbios(Inventory &inventory, std::span<const std::byte> table);
+
 // The whole table. Throws std::system_error if it cannot be read.
 std::vector<std::byte> smbios_table(const Roots &roots);
 
-// The server, its board, processors and memory modules, as far as the table tells.
+// Reads the table once.
 class SmbiosSource : public Source {
  public:
   explicit SmbiosSource(Roots roots) : roots_(std::move(roots)) {}

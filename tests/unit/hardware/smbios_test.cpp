@@ -108,6 +108,18 @@ TEST_F(Smbios, AnEmptyOrDisabledSocketIsTold) {
   EXPECT_EQ(inventory.processors[1].text("socket"), "CPU1 #2") << "names tell parts apart";
 }
 
+TEST_F(Smbios, NamesDifferEvenWhereTheTextsDoNotFit) {
+  const auto cpu = [](const std::string &socket) { return Structure(4, 0x30).octet(5, 3).text(4, socket).octets(); };
+  const std::string text(80, 'x');
+  const Inventory inventory = found(cpu("A\1B") + cpu("A\2B") + cpu(text + '1') + cpu(text + '2') + cpu("A?B #2"));
+  ASSERT_THAT(inventory.processors, SizeIs(5));
+  EXPECT_EQ(inventory.processors[0].text("socket"), "A?B");
+  EXPECT_EQ(inventory.processors[1].text("socket"), "A?B #2");
+  EXPECT_EQ(inventory.processors[2].text("socket"), std::string(64, 'x'));
+  EXPECT_EQ(inventory.processors[3].text("socket"), std::string(61, 'x') + " #4");
+  EXPECT_EQ(inventory.processors[4].text("socket"), "A?B #2 #5");
+}
+
 TEST_F(Smbios, AProcessorOfAnotherKindIsLeftOut) {
   EXPECT_THAT(found(processor(0x41).octet(5, 6).octets()).processors, SizeIs(0));
 }
