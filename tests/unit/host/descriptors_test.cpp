@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include "core/descriptor.h"
 
@@ -36,6 +37,14 @@ TEST(DescriptorsTest, FilesOpenedBeforeAreMarked) {
   ASSERT_FALSE(closes_on_exec(file));
   close_descriptors_on_exec();
   EXPECT_TRUE(closes_on_exec(file));
+}
+
+TEST(DescriptorsTest, TheStandardOnesStayOpenInTools) {
+  close_descriptors_on_exec();
+  for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    const int flags = fcntl(standard, F_GETFD);
+    EXPECT_TRUE(flags < 0 || (flags & FD_CLOEXEC) == 0) << standard;
+  }
 }
 
 }  // namespace
