@@ -78,6 +78,14 @@ def test_a_slow_master_gets_nothing_twice(start, master):
     assert master.received[NOTIFY] == 50, "neither sent again nor followed by others"
 
 
+def test_a_refused_notification_is_logged(start, master):
+    master.answer = lambda kind, count: 5 if kind == NOTIFY else 0
+    daemon = start(Daemon, module=NOTIFIER, master=master)
+    daemon.wait_for_log(CONNECTED)
+    daemon.order("send 1 1 100")
+    daemon.wait_for_log(r"the AgentX master refused a notification \(error 5\)\n")
+
+
 def test_an_unanswered_notification_is_given_up(start, master):
     """After 60 s on the daemon's clock, and five repetitions."""
     master.answer = lambda kind, count: None if kind == NOTIFY else 0
