@@ -1,6 +1,7 @@
 #include "service/unix_socket.h"
 
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -67,7 +68,10 @@ Descriptor listen_at(const std::string &path) {
     return {};
   }
   unlink(path.c_str());
-  if (bind(listener.get(), generic(*address), sizeof *address) != 0 || listen(listener.get(), SOMAXCONN) != 0) {
+  // The mode set before the bind is the file's from its first moment.
+  constexpr mode_t owner_alone = 0600;
+  if (fchmod(listener.get(), owner_alone) != 0 || bind(listener.get(), generic(*address), sizeof *address) != 0 ||
+      listen(listener.get(), SOMAXCONN) != 0) {
     return failed(std::move(listener));
   }
   return listener;

@@ -16,8 +16,8 @@ inline constexpr auto no_time_limit = std::chrono::milliseconds::zero();
 // descriptor if that fails, and errno says why. Close-on-exec.
 Descriptor connect_to(const std::string &path, std::chrono::milliseconds time_limit);
 
-// Replaces whatever file is at `path` with a socket that listens. Returns no descriptor if that fails, and errno says
-// why. Close-on-exec and non-blocking.
+// Replaces whatever file is at `path` with a socket that listens, to which only its owner may connect, whatever the
+// umask. Returns no descriptor if that fails, and errno says why. Close-on-exec and non-blocking.
 Descriptor listen_at(const std::string &path);
 
 // Send or receive all of the octets. False on an error, or if the peer has closed. Signals do not interrupt them, and
