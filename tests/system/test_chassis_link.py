@@ -58,10 +58,10 @@ def private_network():
 class LinkedDaemon(ServedDaemon):
     """The daemon with a chassis block, and so with the chassis link."""
 
-    def __init__(self, directory, server, block=BLOCK, speed=SPEED, options=()):
+    def __init__(self, directory, server, block=BLOCK, speed=SPEED, options=(), **settings):
         self.block_file = pathlib.Path(directory) / "block"
         self.write_block(block)
-        super().__init__(directory, server, speed, options=["--chassis-block", self.block_file, *options])
+        super().__init__(directory, server, speed, options=["--chassis-block", self.block_file, *options], **settings)
 
     def write_block(self, content):
         """Replaces the block's file, or whatever is in its place, by a rename."""
