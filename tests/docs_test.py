@@ -21,7 +21,7 @@ DEFINITIONS = [path for place in ("mibs/*-MIB", "tables/*/*.*", "threads/*", "mo
                for path in ROOT.glob(place)]
 
 # The name of a system test or of a unit test, in a cell of a table.
-TEST = re.compile(r"`(test_\w+|[A-Z][a-z]*(?:[A-Z]+[a-z]*){2,})`")
+TEST = re.compile(r"`(test_\w+|[A-Z][a-z]*(?:[A-Z]+[a-z\d]*){2,})`")
 # The rows of the tables whose first column says when a promise counts.
 PROMISES = re.compile(r"^\| When \|.*\n\|[-|]+\n((?:\|.*\n)+)", re.MULTILINE)
 DEFINED_TEST = re.compile(r"^ *def (test_\w+)|^TEST(?:_F|_P)?\([^,]+, (\w+)\)", re.MULTILINE)
