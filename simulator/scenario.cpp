@@ -1,10 +1,14 @@
 #include "simulator/scenario.h"
 
+#include <yaml-cpp/eventhandler.h>
 #include <yaml-cpp/yaml.h>
 
 #include <algorithm>
+#include <fstream>
 #include <functional>
+#include <iterator>
 #include <set>
+#include <sstream>
 #include <string>
 
 #include "platform/storage_client.h"
@@ -180,24 +184,63 @@ Inventory read_inventory(const YAML::Node &root, const Place &place) {
   return inventory;
 }
 
-}  // namespace
+// Where each document of a text begins.
+class DocumentStarts : public YAML::EventHandler {
+ public:
+  const std::vector<YAML::Mark> &marks() const { return marks_; }
 
-Inventory load_scenario(const std::filesystem::path &file) {
-  const Place place{.file = file.string(), .part = ""};
-  std::vector<YAML::Node> documents;
-  try {
-    documents = YAML::LoadAllFromFile(file.string());
-  } catch (const YAML::BadFile &) {
+  void OnDocumentStart(const YAML::Mark &mark) override { marks_.push_back(mark); }
+  void OnDocumentEnd() override {}
+  void OnNull(const YAML::Mark & /*mark*/, YAML::anchor_t /*anchor*/) override {}
+  void OnAlias(const YAML::Mark & /*mark*/, YAML::anchor_t /*anchor*/) override {}
+  void OnScalar(const YAML::Mark & /*mark*/, const std::string & /*tag*/, YAML::anchor_t /*anchor*/,
+                const std::string & /*value*/) override {}
+  void OnSequenceStart(const YAML::Mark & /*mark*/, const std::string & /*tag*/, YAML::anchor_t /*anchor*/,
+                       YAML::EmitterStyle::value /*style*/) override {}
+  void OnSequenceEnd() override {}
+  void OnMapStart(const YAML::Mark & /*mark*/, const std::string & /*tag*/, YAML::anchor_t /*anchor*/,
+                  YAML::EmitterStyle::value /*style*/) override {}
+  void OnMapEnd() override {}
+
+ private:
+  std::vector<YAML::Mark> marks_;
+};
+
+// Stops at the second: at a comma outside of a list, yaml-cpp finds empty documents without end.
+void expect_one_document(const std::string &text, const Place &place) {
+  std::istringstream stream(text);
+  YAML::Parser parser(stream);
+  DocumentStarts starts;
+  while (parser.HandleNextDocument(starts)) {
+    if (starts.marks().size() > 1) {
+      fail(place, starts.marks()[1], "a scenario is one document, but another begins here");
+    }
+  }
+}
+
+YAML::Node read_document(const Place &place) {
+  std::ifstream stream(place.file);
+  if (!stream) {
     throw BadInput(place.file + ": cannot be read");
+  }
+  try {
+    const std::string text{std::istreambuf_iterator<char>(stream), {}};
+    expect_one_document(text, place);
+    return YAML::Load(text);
+  } catch (const BadInput &) {
+    throw;
   } catch (const YAML::ParserException &error) {
     fail(place, error.mark, error.msg);
   } catch (const std::exception &error) {  // the file is a directory, for example
     throw BadInput(place.file + ": " + error.what());
   }
-  if (documents.size() > 1) {
-    fail(place, documents[1].Mark(), "a scenario is one document, but another begins here");
-  }
-  return read_inventory(documents.empty() ? YAML::Node() : documents[0], place);
+}
+
+}  // namespace
+
+Inventory load_scenario(const std::filesystem::path &file) {
+  const Place place{.file = file.string(), .part = ""};
+  return read_inventory(read_document(place), place);
 }
 
 }  // namespace tavo::service

@@ -117,6 +117,14 @@ TEST_F(ScenarioFile, WhatIsNoScenarioIsRefusedByName) {
               ThrowsMessage<BadInput>(AllOf(HasSubstr("test.yaml:"), HasSubstr("another begins here"))));
 }
 
+// At a comma outside of a list, yaml-cpp finds one empty document after another.
+TEST_F(ScenarioFile, ALoneCommaIsRefused) {
+  for (const char *text : {",", ",\n,", "--- ,", "\"a\" ,", "&a ,", "? ,", "- ,", "server: {}\n... ,", "]", "}"}) {
+    EXPECT_THAT(loading(text), ThrowsMessage<BadInput>(HasSubstr("test.yaml:"))) << text;
+  }
+  EXPECT_THAT(loading("# nothing but\n,"), ThrowsMessage<BadInput>(HasSubstr("test.yaml:2: ")));
+}
+
 TEST_F(ScenarioFile, YamlErrorsNameTheLine) {
   EXPECT_THAT(loading(std::string(server) + "processors:\n  - {socket: CPU1\n"),
               ThrowsMessage<BadInput>(HasSubstr("test.yaml:")));
