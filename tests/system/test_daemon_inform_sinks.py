@@ -99,6 +99,19 @@ def test_a_sink_that_comes_back_gets_what_follows(start):
             wanted.discard(acknowledge(silent))
 
 
+def test_informs_that_are_given_up_make_room(start):
+    silent, address = silent_socket()
+    silent.settimeout(20)
+    with silent:
+        daemon = start_with_sinks(start, f"informsink {address} public")
+        daemon.order("send 1 200 10")
+        wait_until(lambda: snmpget(daemon.address, UNDELIVERED, options=["-Oqv"]) == ["200"], 60, "the end of all")
+        daemon.order("send 201 1 10")
+        while acknowledge(silent) != 201:
+            pass
+        daemon.wait_for_log("takes notifications again")
+
+
 def test_a_stop_sends_what_is_still_queued(start):
     silent, address = silent_socket()
     silent.settimeout(5)
