@@ -11,6 +11,7 @@ import time
 OPEN, CLOSE, REGISTER, NOTIFY, PING, RESPONSE = 1, 2, 3, 12, 13, 18
 NETWORK_ORDER = 0x10
 CUT_OFF = "cut off"
+UPTIME_OCTETS = 28  # of the first varbind of a NOTIFY: sysUpTime.0
 
 
 class FakeMaster:
@@ -28,7 +29,7 @@ class FakeMaster:
         self.answer = answer
         self.log_file = path  # nothing is logged
         self.received = collections.Counter()  # by kind
-        self.payloads = []  # of NOTIFY, in order
+        self.payloads = []  # of NOTIFY, in order, without the uptime: the same if one is sent again
         self.times = collections.defaultdict(list)  # of arrival, by kind
         self.sessions = 0
         self._connections = []
@@ -56,7 +57,7 @@ class FakeMaster:
                 self.received[kind] += 1
                 self.times[kind].append(time.monotonic())
                 if kind == NOTIFY:
-                    self.payloads.append(payload)
+                    self.payloads.append(payload[UPTIME_OCTETS:])
                 decision = self.answer(kind, self.received[kind])
                 if decision == CUT_OFF:
                     connection.shutdown(socket.SHUT_RDWR)

@@ -52,6 +52,28 @@ def test_a_lost_session_is_found_again_within_seconds(start, master):
         daemon.wait_for_log(CONNECTED, count=count, timeout=5)
 
 
+def test_a_burst_that_breaks_off_is_sent_again(start, master):
+    """The master cuts off while the daemon waits for room in the socket, which cannot hold a burst of 50."""
+    bursts, cuts = [], []
+
+    def answer(kind, count):
+        if kind == NOTIFY and len(cuts) < len(bursts):
+            cuts.append(count)
+            time.sleep(0.2)
+            return CUT_OFF
+        return 0
+
+    master.answer = answer
+    daemon = start(Daemon, module=NOTIFIER, master=master)
+    for first in [1, 101, 201]:
+        daemon.wait_for_log(CONNECTED, count=len(bursts) + 1)
+        time.sleep(1.5)  # a session that ends earlier makes the next attempt wait
+        bursts.append(first)
+        daemon.order(f"send {first} 100 8000")
+    wait_until(lambda: len(set(master.payloads)) == 300, 20, "all notifications")
+    assert len(cuts) == 3
+
+
 def test_a_storm_at_a_deaf_master_costs_no_time(start, master):
     """It opens sessions and registers tables, but cuts off at a ping and acknowledges no notification."""
     master.answer = lambda kind, count: {NOTIFY: None, PING: CUT_OFF}.get(kind, 0)
