@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <deque>
+#include <iterator>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -12,12 +14,16 @@
 
 #include "core/access_lock.h"
 #include "core/class_number.h"
+#include "core/shortage.h"
+#include "tests/fakes/allocation.h"
 #include "tests/fakes/clock.h"
 #include "tests/fakes/files.h"
 #include "tests/fakes/mutexes.h"
 #include "tests/fakes/net_snmp.h"
 #include "tests/fakes/storage_client.h"
 #include "tests/fixtures/module_fixture.h"
+#include "tests/fixtures/whole_server.h"
+#include "tests/harness/manager.h"
 
 namespace tavo {
 namespace {
@@ -249,6 +255,57 @@ TEST_F(RefreshPassTest, RequestsAreTakenOnce) {
 TEST_F(RefreshPassTest, AMarkSetDuringTheWaitForTheLockCounts) {
   fakes::before_next_mutex_lock([] { signal_inventory_condition(class_number::memory); });
   EXPECT_TRUE(RefreshRequests::take().has(RefreshCause::Memory));
+}
+
+// The module's tables themselves, on a server with one of everything.
+class WholeRefreshTest : public fakes::ModuleTest {
+ protected:
+  WholeRefreshTest() {
+    testing::internal::CaptureStdout();  // some builders print
+    for (const Table *table : all_tables()) {
+      table->entry_points().init();
+    }
+  }
+  ~WholeRefreshTest() override { testing::internal::GetCapturedStdout(); }
+
+  // At the same time of day each time, which the statistics show.
+  void rebuild_all() {
+    server_.clock.set(now_);
+    RefreshPass(all_tables()).rebuild_all();
+  }
+
+  static std::vector<fakes::Answer> shown() {
+    std::vector<fakes::Answer> values;
+    for (const Table *table : all_tables()) {
+      std::ranges::copy(fakes::bulk_walk(table->description().root, 100), std::back_inserter(values));
+    }
+    return values;
+  }
+
+ private:
+  fakes::WholeServer server_;
+  const std::int64_t now_ = server_.clock.now();
+};
+
+TEST_F(WholeRefreshTest, WhatAnyFailedAllocationTookComesBack) {
+  rebuild_all();
+  const std::vector<fakes::Answer> whole = shown();
+  int successes = 0;
+  int incomplete = 0;
+  while (true) {
+    fakes::reset_allocations();
+    fakes::fail_allocations(successes, 1);
+    rebuild_all();
+    if (fakes::failed_allocations() == 0) {
+      break;
+    }
+    incomplete += shown() == whole ? 0 : 1;
+    ASSERT_TRUE(shortage_is_over()) << "nobody has noticed the failure after " << successes;
+    rebuild_all();
+    ASSERT_EQ(shown(), whole) << "after the failure behind " << successes;
+    ++successes;
+  }
+  EXPECT_GT(incomplete, 20) << "most of the " << successes << " failures take something";
 }
 
 }  // namespace
