@@ -46,7 +46,9 @@ Hardware::Hardware(std::vector<std::unique_ptr<Source>> sources, Register &kept,
     auto reader = std::make_shared<Reader>();
     reader->source = std::move(source);
     const auto interval = intervals.find(std::string(reader->source->name()));
-    reader->interval = interval != intervals.end() ? interval->second : reader->source->interval();
+    if (interval != intervals.end()) {
+      reader->interval = interval->second;
+    }
     reader->wake = Descriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
     if (!reader->wake) {
       throw std::system_error(errno, std::generic_category(), "eventfd");
@@ -162,7 +164,9 @@ bool Hardware::wait_until_due(Reader &reader) {
   const auto milliseconds = [](auto duration) {
     return static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(duration).count());
   };
-  const int until_next = reader.interval.count() == 0 ? -1 : milliseconds(reader.interval - shortest_pause);
+  // Asked for each time: a source may want to be read more often once it has found something.
+  const std::chrono::seconds interval = reader.interval.value_or(reader.source->interval());
+  const int until_next = interval.count() == 0 ? -1 : milliseconds(interval - shortest_pause);
   std::array<pollfd, 2> watched{{{.fd = reader.wake.get(), .events = POLLIN, .revents = 0},
                                  {.fd = reader.source->watch(), .events = POLLIN, .revents = 0}}};
   const bool is_woken = poll(watched.data(), 1, milliseconds(shortest_pause)) > 0;

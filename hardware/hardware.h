@@ -46,8 +46,8 @@ class Hardware : public RealServer {
   // What a source's thread shares with the rest. The thread may outlive the Hardware.
   struct Reader {
     std::unique_ptr<Source> source;
-    std::chrono::seconds interval{};  // as Source::interval()
-    Descriptor wake;                  // readable once the next reading is due, or the thread is to end
+    std::optional<std::chrono::seconds> interval;  // nothing: what the source says
+    Descriptor wake;                               // readable once the next reading is due, or the thread is to end
     std::atomic<bool> stopping = false;
     std::mutex mutex;
     std::condition_variable changed;

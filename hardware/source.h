@@ -54,7 +54,8 @@ class Source {
   virtual ~Source() = default;
 
   virtual std::string_view name() const = 0;
-  // How long after a reading the next one is due. Zero: what it reads never changes.
+  // How long after a reading the next one is due, which may depend on what the reading found. Zero: what it reads never
+  // changes.
   virtual std::chrono::seconds interval() const = 0;
   // A descriptor that is readable once something has changed, so that the next reading is due at once; negative: none.
   // Each reading takes what there is to read.

@@ -98,10 +98,11 @@ TEST_F(HardwareTest, ASourceThatHangsHoldsUpNobody) {
 // A source that counts its readings, and is told by the test when there is something new.
 class Woken : public Source {
  public:
-  explicit Woken(std::atomic<int> &readings) : readings_(readings) {}
+  Woken(std::atomic<int> &readings, std::chrono::seconds first_interval)
+      : readings_(readings), first_interval_(first_interval) {}
   ~Woken() override { readings_ = ended; }
   std::string_view name() const override { return "woken"; }
-  std::chrono::seconds interval() const override { return 3600s; }
+  std::chrono::seconds interval() const override { return readings_ == 1 ? first_interval_ : 3600s; }
   int watch() const override { return news_.get(); }
   Finding read() override {
     eventfd_t taken = 0;
@@ -115,6 +116,7 @@ class Woken : public Source {
 
  private:
   std::atomic<int> &readings_;
+  const std::chrono::seconds first_interval_;  // after the first reading; 3600 s before it and later
   const Descriptor news_{eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
 };
 
@@ -122,8 +124,8 @@ class WokenTest : public HardwareTest {
  protected:
   WokenTest() { start({}); }
 
-  void start(const Intervals &intervals) {
-    auto source = std::make_unique<Woken>(readings_);
+  void start(const Intervals &intervals, std::chrono::seconds first_interval = 3600s) {
+    auto source = std::make_unique<Woken>(readings_, first_interval);
     news_ = source->news();
     std::vector<std::unique_ptr<Source>> sources;
     sources.push_back(std::move(source));
@@ -134,6 +136,13 @@ class WokenTest : public HardwareTest {
   ~WokenTest() override {
     hardware_.reset();
     EXPECT_TRUE(eventually([&] { return readings_ == Woken::ended; }));
+  }
+
+  void start_anew(const Intervals &intervals, std::chrono::seconds first_interval = 3600s) {
+    hardware_.reset();
+    ASSERT_TRUE(eventually([&] { return readings_ == Woken::ended; }));
+    readings_ = 0;
+    start(intervals, first_interval);
   }
 
   std::atomic<int> readings_ = 0;
@@ -159,10 +168,12 @@ TEST_F(WokenTest, ManyChangesAreFewReadings) {
 }
 
 TEST_F(WokenTest, ASourceIsReadAsOftenAsTheUserSays) {
-  hardware_.reset();
-  ASSERT_TRUE(eventually([&] { return readings_ == Woken::ended; }));
-  readings_ = 0;
-  start({{"woken", 1s}, {"other", 3600s}});
+  start_anew({{"woken", 1s}, {"other", 3600s}});
+  EXPECT_TRUE(eventually([&] { return readings_ == 2; }));
+}
+
+TEST_F(WokenTest, ASourceMayWantToBeReadMoreOften) {
+  start_anew({}, 1s);
   EXPECT_TRUE(eventually([&] { return readings_ == 2; }));
 }
 
