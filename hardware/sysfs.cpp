@@ -54,11 +54,16 @@ std::optional<std::int64_t> read_number(const std::filesystem::path &file) {
 
 std::vector<std::filesystem::path> entries(const std::filesystem::path &directory, std::string_view prefix) {
   std::vector<std::filesystem::path> found;
-  std::error_code ignored;
-  for (const auto &entry : std::filesystem::directory_iterator(directory, ignored)) {
-    if (entry.path().filename().string().starts_with(prefix)) {
-      found.push_back(entry.path());
+  std::error_code error;
+  // Not a range-based loop, which throws if the directory vanishes meanwhile.
+  for (std::filesystem::directory_iterator entry(directory, error), end; !error && entry != end;
+       entry.increment(error)) {
+    if (entry->path().filename().string().starts_with(prefix)) {
+      found.push_back(entry->path());
     }
+  }
+  if (error) {
+    return {};
   }
   std::ranges::sort(found, in_order_of_numbers);
   return found;
