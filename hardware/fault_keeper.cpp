@@ -4,6 +4,8 @@
 #include <ctime>
 #include <set>
 
+#include "hardware/set_line.h"
+
 namespace tavo::service {
 namespace {
 
@@ -21,7 +23,6 @@ std::vector<std::string> settings_of(const RegisteredFault &fault) {
   return settings;
 }
 
-// A description that is too long for its field loses its end.
 RegisteredFault fault_of(const Trouble &trouble) {
   const std::size_t most = find_field(fault_kind, "description")->size;
   return {.index = 0,
@@ -29,10 +30,17 @@ RegisteredFault fault_of(const Trouble &trouble) {
           .unit = trouble.unit,
           .severity = trouble.severity,
           .cause = trouble.cause,
-          .description = trouble.description.substr(0, most),
+          .description = one_line(trouble.description, most),
           .affected = trouble.affected,
           .affected_oid = trouble.affected_oid,
-          .first_time = 0};
+          .first_time = 0,
+          .source = trouble.source};
+}
+
+bool is_undecided(const Situation &situation, const std::string &key, const std::string &source) {
+  const auto found = situation.undecided.find(source);
+  return found != situation.undecided.end() &&
+         std::ranges::any_of(found->second, [&](const std::string &beginning) { return key.starts_with(beginning); });
 }
 
 }  // namespace
@@ -56,14 +64,15 @@ std::vector<Part> FaultKeeper::active() const {
   return faults;
 }
 
-void FaultKeeper::settle(const std::vector<Trouble> &troubles, Clock::time_point now, Machine &machine) {
+void FaultKeeper::settle(const Situation &situation, Clock::time_point now, Machine &machine) {
   std::set<std::string> there;
-  for (const Trouble &trouble : troubles) {
+  for (const Trouble &trouble : situation.troubles) {
     there.insert(trouble.key);
     note(trouble, now, machine);
   }
   for (auto &[key, known] : known_) {
-    if (known.is_there && !there.contains(key)) {
+    const bool stays = known.is_fault && is_undecided(situation, key, known.fault.source);
+    if (known.is_there && !there.contains(key) && !stays) {
       known.is_there = false;
       known.since = now;
     }
@@ -71,9 +80,7 @@ void FaultKeeper::settle(const std::vector<Trouble> &troubles, Clock::time_point
       raise(key, known, machine);
     }
     if (!known.is_there && known.is_fault && now - known.since >= cleared_after) {
-      machine.faults().clear(static_cast<std::uint32_t>(known.fault.index), known.fault.class_code);
-      register_.drop_fault(key);
-      known.is_fault = false;
+      clear(key, known, machine);
     }
   }
   std::erase_if(known_, [](const auto &entry) { return !entry.second.is_there && !entry.second.is_fault; });
@@ -87,12 +94,16 @@ void FaultKeeper::note(const Trouble &trouble, Clock::time_point now, Machine &m
   }
   RegisteredFault fault = fault_of(trouble);
   fault.index = known.fault.index;
-  fault.first_time = known.fault.first_time;
-  const bool changed = fault.severity != known.fault.severity || fault.description != known.fault.description;
-  if (changed || !known.is_fault) {
+  if (!known.is_fault) {
     known.fault = fault;
-  }
-  if (changed && known.is_fault) {
+  } else if (fault.class_code != known.fault.class_code || fault.unit != known.fault.unit) {
+    // Whoever follows the faults knows one by its class and index, and would keep the old one for ever.
+    clear(trouble.key, known, machine);
+    known.fault = fault;
+    raise(trouble.key, known, machine);
+  } else if (fault.severity != known.fault.severity || fault.description != known.fault.description) {
+    fault.first_time = known.fault.first_time;
+    known.fault = fault;
     raise(trouble.key, known, machine);
   }
 }
@@ -106,6 +117,12 @@ void FaultKeeper::raise(const std::string &key, Known &known, Machine &machine) 
   machine.raise_fault(static_cast<std::uint32_t>(known.fault.index), settings_of(known.fault));
   register_.keep_fault(key, known.fault);
   known.is_fault = true;
+}
+
+void FaultKeeper::clear(const std::string &key, Known &known, Machine &machine) {
+  machine.faults().clear(static_cast<std::uint32_t>(known.fault.index), known.fault.class_code);
+  register_.drop_fault(key);
+  known.is_fault = false;
 }
 
 }  // namespace tavo::service

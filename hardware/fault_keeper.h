@@ -14,6 +14,12 @@
 
 namespace tavo::service {
 
+// What the sources say at a time.
+struct Situation {
+  std::vector<Trouble> troubles;
+  std::map<std::string, std::vector<std::string>> undecided;  // as Finding::undecided, by source
+};
+
 class FaultKeeper {
  public:
   using Clock = std::chrono::steady_clock;
@@ -28,8 +34,8 @@ class FaultKeeper {
   std::vector<Part> active() const;
 
   // Compares the troubles that there are now with the active faults. A trouble whose severity or description has
-  // changed updates its fault at once.
-  void settle(const std::vector<Trouble> &troubles, Clock::time_point now, Machine &machine);
+  // changed updates its fault at once; one that is now another part's clears it and raises another.
+  void settle(const Situation &situation, Clock::time_point now, Machine &machine);
 
  private:
   struct Known {
@@ -41,6 +47,7 @@ class FaultKeeper {
 
   void note(const Trouble &trouble, Clock::time_point now, Machine &machine);
   void raise(const std::string &key, Known &known, Machine &machine);
+  void clear(const std::string &key, Known &known, Machine &machine);
 
   Register &register_;
   std::map<std::string, Known> known_;  // by the trouble's key

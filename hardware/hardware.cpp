@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <iostream>
 #include <system_error>
 #include <utility>
 
@@ -36,6 +37,19 @@ Inventory unknown_server() {
 // Whether the platform's files hold something else now.
 bool files_differ(const Inventory &left, const Inventory &right) {
   return left.supplies != right.supplies || left.controllers != right.controllers;
+}
+
+// Says why a step fails, unless that is what `failure` holds already.
+void attempt(const std::function<void()> &step, std::string &failure) {
+  try {
+    step();
+    failure.clear();
+  } catch (const std::exception &error) {
+    if (failure != error.what()) {
+      std::cerr << "bmcsim: what has changed is not shown yet: " << error.what() << '\n';
+    }
+    failure = error.what();
+  }
 }
 
 }  // namespace
@@ -69,7 +83,7 @@ Inventory Hardware::first_inventory(std::chrono::seconds at_most) {
   const auto deadline = Clock::now() + at_most;
   for (const auto &reader : readers_) {
     std::unique_lock lock(reader->mutex);
-    reader->changed.wait_until(lock, deadline, [&] { return reader->finding.has_value(); });
+    reader->changed.wait_until(lock, deadline, [&] { return reader->finding || !reader->failure.empty(); });
   }
   take_news();
   shown_ = assemble();
@@ -83,8 +97,13 @@ std::vector<std::string> Hardware::unreadable() {
   for (const auto &reader : readers_) {
     const std::lock_guard lock(reader->mutex);
     const std::string name(reader->source->name());
+    if (!reader->failure.empty()) {
+      lines.push_back(name + ": " + reader->failure);
+    }
     if (!reader->finding) {
-      lines.push_back(name + ": no answer yet");
+      if (reader->failure.empty()) {
+        lines.push_back(name + ": no answer yet");
+      }
       continue;
     }
     for (const std::string &line : reader->finding->unreadable) {
@@ -95,27 +114,34 @@ std::vector<std::string> Hardware::unreadable() {
 }
 
 void Hardware::advance(Machine &machine) {
-  if (take_news()) {
-    Inventory fresh = assemble();
-    const Inventory before = std::exchange(*shown_, fresh);
-    if (files_differ(before, fresh)) {
-      machine.change([&](Inventory &inventory) { inventory = fresh; });
-    } else if (before != fresh) {
-      machine.change_readings([&](Inventory &inventory) { inventory = fresh; });
-    }
-    if (before.controllers != fresh.controllers) {
-      machine.send_storage_event(STORAGE_EVENT_CONFIGURATION_CHANGED);
-    }
-    if (before.sd != fresh.sd) {
-      machine.announce_sd_change("SD cards changed");
-    }
+  attempt([&] { show_news(machine); }, show_failure_);
+  attempt([&] { keeper_.settle(situation(), Clock::now(), machine); }, settle_failure_);
+}
+
+void Hardware::show_news(Machine &machine) {
+  is_behind_ = take_news() || is_behind_;
+  if (!is_behind_) {
+    return;
   }
-  keeper_.settle(troubles(), Clock::now(), machine);
+  const Inventory fresh = assemble();
+  if (files_differ(*shown_, fresh)) {
+    machine.change([&](Inventory &inventory) { inventory = fresh; });
+  } else if (*shown_ != fresh) {
+    machine.change_readings([&](Inventory &inventory) { inventory = fresh; });
+  }
+  const Inventory before = std::exchange(*shown_, fresh);
+  is_behind_ = false;
+  if (before.controllers != fresh.controllers) {
+    machine.send_storage_event(STORAGE_EVENT_CONFIGURATION_CHANGED);
+  }
+  if (before.sd != fresh.sd) {
+    machine.announce_sd_change("SD cards changed");
+  }
 }
 
 void Hardware::forget(const std::string &kind, std::int64_t number) {
   std::vector<std::string> missing;
-  for (const Trouble &trouble : troubles()) {
+  for (const Trouble &trouble : situation().troubles) {
     if (trouble.missing) {
       missing.push_back(trouble.missing->group + ' ' + std::to_string(trouble.missing->number));
     }
@@ -135,25 +161,27 @@ void Hardware::read_again_and_again(const std::shared_ptr<Reader> &reader) {
       const std::lock_guard lock(reader->mutex);
       reader->reading_since = Clock::now();
     }
-    Finding finding = read_once(*reader->source);
-    {
-      const std::lock_guard lock(reader->mutex);
-      reader->finding = std::move(finding);
-      reader->reading_since.reset();
-      reader->has_news = true;
-      reader->changed.notify_all();
-    }
+    read_once(*reader);
   } while (wait_until_due(*reader));
 }
 
-Finding Hardware::read_once(Source &source) {
+void Hardware::read_once(Reader &reader) {
+  std::optional<Finding> finding;
+  std::string failure;
   try {
-    return source.read();
+    finding = reader.source->read();
   } catch (const std::exception &error) {
-    Finding nothing;
-    nothing.unreadable.push_back(error.what());
-    return nothing;
+    failure = error.what();
   }
+  const std::lock_guard lock(reader.mutex);
+  // A reading that fails says nothing of the parts: what was found before stays.
+  if (finding) {
+    reader.finding = std::move(finding);
+    reader.has_news = true;
+  }
+  reader.failure = failure;
+  reader.reading_since.reset();
+  reader.changed.notify_all();
 }
 
 void Hardware::wake(const Reader &reader) {
@@ -189,21 +217,26 @@ Inventory Hardware::assemble() {
   return inventory;
 }
 
-std::vector<Trouble> Hardware::troubles() {
-  std::vector<Trouble> all;
+Situation Hardware::situation() {
+  Situation all;
   for (const auto &reader : readers_) {
     const std::lock_guard lock(reader->mutex);
+    const std::string name(reader->source->name());
+    all.undecided[name] = reader->finding ? reader->finding->undecided : std::vector<std::string>{""};
     if (reader->finding) {
-      all.insert(all.end(), reader->finding->troubles.begin(), reader->finding->troubles.end());
+      for (Trouble trouble : reader->finding->troubles) {
+        trouble.source = name;
+        all.troubles.push_back(std::move(trouble));
+      }
     }
     if (reader->reading_since && Clock::now() - *reader->reading_since > patience) {
-      const std::string name(reader->source->name());
-      all.push_back({.key = "source " + name,
-                     .class_code = server_class,
-                     .unit = 1,
-                     .severity = "warning",
-                     .cause = cause::failed,
-                     .description = name + " does not answer: what it shows may be out of date"});
+      all.troubles.push_back({.key = "source " + name,
+                              .class_code = server_class,
+                              .unit = 1,
+                              .severity = "warning",
+                              .cause = cause::failed,
+                              .description = name + " does not answer: what it shows may be out of date",
+                              .source = name});
     }
   }
   return all;

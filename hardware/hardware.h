@@ -37,7 +37,8 @@ class Hardware : public RealServer {
   // What could not be read and why, a line each.
   std::vector<std::string> unreadable();
 
-  // Brings the machine up to date and raises and clears faults. Called about once a second.
+  // Brings the machine up to date and raises and clears faults. Called about once a second. What fails is said once,
+  // and tried again at the next call.
   void advance(Machine &machine);
 
   void forget(const std::string &kind, std::int64_t number) override;
@@ -52,25 +53,31 @@ class Hardware : public RealServer {
     std::mutex mutex;
     std::condition_variable changed;
     // Guarded by mutex.
-    std::optional<Finding> finding;
+    std::optional<Finding> finding;                                      // of the last reading that has not failed
+    std::string failure;                                                 // why the last reading has; empty: it has not
     std::optional<std::chrono::steady_clock::time_point> reading_since;  // nothing: it is not being read
     bool has_news = false;
   };
 
   static void read_again_and_again(const std::shared_ptr<Reader> &reader);
-  static Finding read_once(Source &source);
+  static void read_once(Reader &reader);
   static void wake(const Reader &reader);
   // False if the thread is to end.
   static bool wait_until_due(Reader &reader);
 
   Inventory assemble();
-  std::vector<Trouble> troubles();
+  Situation situation();
   bool take_news();
+  void show_news(Machine &machine);
 
   std::vector<std::shared_ptr<Reader>> readers_;  // in the order in which they enter what they find
   Register &register_;
   FaultKeeper keeper_;
   std::optional<Inventory> shown_;  // what the machine has
+  bool is_behind_ = false;          // there is news that the machine does not have yet
+  // Why the last attempt has failed; empty: it has not.
+  std::string show_failure_;
+  std::string settle_failure_;
 };
 
 }  // namespace tavo::service

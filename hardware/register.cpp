@@ -4,6 +4,8 @@
 #include <fstream>
 #include <iostream>
 #include <nlohmann/json.hpp>
+#include <set>
+#include <stdexcept>
 #include <system_error>
 
 #include "service/replaced_file.h"
@@ -11,7 +13,31 @@
 namespace tavo::service {
 
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(RegisteredFault, index, class_code, unit, severity, cause, description, affected,
-                                   affected_oid, first_time)
+                                   affected_oid, first_time, source)
+
+namespace {
+
+// Higher indexes of faults are not the server's own. Nothing else needs as many numbers.
+constexpr std::int64_t highest_number = 99'999;
+
+void check_number(std::int64_t number, const std::string &whose) {
+  if (number < 1 || number > highest_number) {
+    throw std::runtime_error(whose + " has the number " + std::to_string(number) + ", which is not from 1 to " +
+                             std::to_string(highest_number));
+  }
+}
+
+void check_numbers(const std::string &group, const std::map<std::string, std::int64_t> &numbers) {
+  std::set<std::int64_t> taken;
+  for (const auto &[key, number] : numbers) {
+    check_number(number, group + " '" + key + "'");
+    if (!taken.insert(number).second) {
+      throw std::runtime_error("two of " + group + " have the number " + std::to_string(number));
+    }
+  }
+}
+
+}  // namespace
 
 Register::Register(std::filesystem::path file) : file_(std::move(file)) {
   if (!file_.empty() && std::filesystem::exists(file_)) {
@@ -93,17 +119,27 @@ void Register::drop_fault(const std::string &key) {
 void Register::load() {
   try {
     std::ifstream stream(file_);
-    const auto content = nlohmann::json::parse(stream);
+    auto content = nlohmann::json::parse(stream);
+    for (auto &fault : content.at("faults")) {
+      fault.emplace("source", "");  // older files have none
+    }
     numbers_ = content.at("numbers");
     names_ = content.value("parts", names_);  // older files have none
     faults_ = content.at("faults");
+    for (const auto &[group, numbers] : numbers_) {
+      check_numbers(group, numbers);
+    }
+    for (const auto &[key, fault] : faults_) {
+      check_number(fault.index, "fault '" + key + "'");
+    }
   } catch (const std::exception &error) {
     numbers_.clear();
     names_.clear();
     faults_.clear();
-    std::error_code ignored;
-    std::filesystem::rename(file_, file_.string() + ".unreadable", ignored);
-    std::cerr << "bmcsim: " << file_.string() << " is no register and was moved aside: " << error.what() << '\n';
+    std::error_code failure;
+    std::filesystem::rename(file_, file_.string() + ".unreadable", failure);
+    const std::string fate = failure ? "cannot be moved aside (" + failure.message() + ")" : "was moved aside";
+    std::cerr << "bmcsim: " << file_.string() << " is no register and " << fate << ": " << error.what() << '\n';
   }
 }
 
@@ -112,9 +148,12 @@ void Register::save() {
     return;
   }
   try {
-    const std::string text =
-        nlohmann::json{{"numbers", numbers_}, {"parts", names_}, {"faults", faults_}}.dump(1) + '\n';
-    std::filesystem::create_directories(file_.parent_path());
+    const nlohmann::json content{{"numbers", numbers_}, {"parts", names_}, {"faults", faults_}};
+    // Names of the hardware need not be UTF-8.
+    const std::string text = content.dump(1, ' ', false, nlohmann::json::error_handler_t::replace) + '\n';
+    if (file_.has_parent_path()) {
+      std::filesystem::create_directories(file_.parent_path());
+    }
     replace_file(file_, std::as_bytes(std::span(text)));
     save_failed_ = false;
   } catch (const std::exception &error) {

@@ -22,6 +22,7 @@ struct RegisteredFault {
   std::string affected;
   std::string affected_oid;
   std::int64_t first_time;  // seconds since 1970
+  std::string source;       // which has found it; empty: not known
 };
 
 // A part that was there once. It should be there until it is forgotten.

@@ -1,4 +1,4 @@
-// Texts of the hardware, which may be long and hold anything, in the fields of parts.
+// Texts of the hardware, which may be long and hold anything, where a line of ASCII must stand.
 #pragma once
 
 #include <string>
@@ -8,7 +8,10 @@
 
 namespace tavo::service {
 
-// Sets a text field to as much of the text as fits, with '?' for what does not belong on a line.
+// The first `most` octets of the text, with '?' for each octet that is no printable ASCII.
+std::string one_line(std::string_view text, std::size_t most);
+
+// Sets a text field to as much of the text as fits, as one_line() does.
 void set_line(Part &part, std::string_view field, std::string_view text);
 
 }  // namespace tavo::service

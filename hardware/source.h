@@ -34,6 +34,7 @@ struct Trouble {
   std::string affected = {};      // the part's distinguished name; empty: what the class and unit stand for
   std::string affected_oid = {};  // the object identifier that goes with it
   std::optional<MissingPart> missing = {};
+  std::string source = {};  // which has found it; filled in by whoever asks the source
 };
 
 // What one reading of a source has found.
@@ -43,6 +44,9 @@ struct Finding {
   std::vector<Trouble> troubles;
   // What could not be read and why, a line each: "/dev/ipmi0: no such file".
   std::vector<std::string> unreadable;
+  // What the keys of troubles begin with of which the reading cannot say whether they are there. Their faults stay as
+  // they are. "": all.
+  std::vector<std::string> undecided = {};
 };
 
 // One way of getting to know the machine. A source is used by one thread at a time.

@@ -27,13 +27,15 @@ using testing::ThrowsMessage;
 // A source that finds what the test says.
 class Told : public Source {
  public:
-  explicit Told(std::function<Finding()> tell) : tell_(std::move(tell)) {}
+  explicit Told(std::function<Finding()> tell, std::chrono::seconds interval)
+      : tell_(std::move(tell)), interval_(interval) {}
   std::string_view name() const override { return "told"; }
-  std::chrono::seconds interval() const override { return 0s; }
+  std::chrono::seconds interval() const override { return interval_; }
   Finding read() override { return tell_(); }
 
  private:
   const std::function<Finding()> tell_;
+  const std::chrono::seconds interval_;
 };
 
 const Trouble trouble{
@@ -41,9 +43,9 @@ const Trouble trouble{
 
 class HardwareTest : public Tree {
  protected:
-  static std::vector<std::unique_ptr<Source>> one(std::function<Finding()> tell) {
+  static std::vector<std::unique_ptr<Source>> one(std::function<Finding()> tell, std::chrono::seconds interval = 0s) {
     std::vector<std::unique_ptr<Source>> sources;
-    sources.push_back(std::make_unique<Told>(std::move(tell)));
+    sources.push_back(std::make_unique<Told>(std::move(tell), interval));
     return sources;
   }
 
@@ -79,6 +81,65 @@ TEST_F(HardwareTest, ASourceThatFailsIsNamed) {
   Hardware hardware(one([]() -> Finding { throw std::runtime_error("/dev/ipmi0: no such device"); }), register_);
   hardware.first_inventory(30s);
   EXPECT_THAT(hardware.unreadable(), ElementsAre("told: /dev/ipmi0: no such device"));
+}
+
+// Finds a serial number and a trouble once, and fails from then on.
+Finding found_once(std::atomic<int> &readings) {
+  if (readings++ > 0) {
+    throw std::runtime_error("/sys/class/block: gone");
+  }
+  Finding finding;
+  finding.enter = [](Inventory &inventory) { inventory.server.set("serial", "S1"); };
+  finding.troubles = {trouble};
+  return finding;
+}
+
+TEST_F(HardwareTest, WhatWasFoundOutlivesAReadingThatFails) {
+  auto readings = std::make_shared<std::atomic<int>>(0);
+  Hardware hardware(one([readings] { return found_once(*readings); }, 1s), register_);
+  Machine served = machine(hardware.first_inventory(30s));
+  ASSERT_TRUE(eventually([&] { return *readings >= 3; }));
+  hardware.advance(served);
+  EXPECT_THAT(hardware.unreadable(), ElementsAre("told: /sys/class/block: gone"));
+  EXPECT_EQ(served.read([](const Inventory &inventory) { return inventory.server.text("serial"); }), "S1");
+}
+
+TEST_F(HardwareTest, AChangeIsShownOnceItsFilesCanBeWritten) {
+  auto model = std::make_shared<std::atomic<char>>('1');
+  Hardware hardware(one(
+                        [model] {
+                          Finding finding;
+                          finding.enter = [model = std::string(1, *model)](Inventory &inventory) {
+                            inventory.supplies.emplace_back(supply_kind);
+                            inventory.supplies.back().set("model", model);
+                          };
+                          return finding;
+                        },
+                        1s),
+                    register_);
+  Machine served = machine(hardware.first_inventory(30s));
+  const auto var = directory_ / "var";
+  const auto kept = directory_ / "kept";
+  std::filesystem::rename(var, kept);
+  std::ofstream(var) << "no directory";
+  *model = '2';
+  std::this_thread::sleep_for(3s);
+  EXPECT_NO_THROW(hardware.advance(served));
+  std::filesystem::remove(var);
+  std::filesystem::rename(kept, var);
+  const auto files = [&] {
+    std::map<std::filesystem::path, std::string> contents;
+    for (const auto &entry : std::filesystem::recursive_directory_iterator(var)) {
+      if (entry.is_regular_file()) {
+        std::ifstream stream(entry.path(), std::ios::binary);
+        contents[entry.path()] = std::string(std::istreambuf_iterator<char>(stream), {});
+      }
+    }
+    return contents;
+  };
+  const auto before = files();
+  hardware.advance(served);
+  EXPECT_NE(files(), before);
 }
 
 TEST_F(HardwareTest, ASourceThatHangsHoldsUpNobody) {
@@ -270,7 +331,7 @@ TEST_F(RealServerTest, ASimulatedServerForgetsNothing) {
 class FaultKeeperTest : public HardwareTest {
  protected:
   void settle(const std::vector<Trouble> &troubles, std::chrono::seconds at) {
-    keeper_.settle(troubles, start_ + at, machine_);
+    keeper_.settle({.troubles = troubles, .undecided = {}}, start_ + at, machine_);
   }
 
   const FaultKeeper::Clock::time_point start_ = FaultKeeper::Clock::now();
@@ -316,6 +377,30 @@ TEST_F(FaultKeeperTest, AWorseTroubleUpdatesItsFault) {
   EXPECT_EQ(machine_.faults().active()[0].written(*find_field(fault_kind, "severity")), "critical");
 }
 
+TEST_F(FaultKeeperTest, ATroubleOfAnotherPartIsAnotherFault) {
+  settle({trouble}, 0s);
+  settle({trouble}, 3s);
+  Trouble other = trouble;
+  other.class_code = server_class;
+  other.unit = 1;
+  settle({other}, 4s);
+  ASSERT_THAT(machine_.faults().active(), SizeIs(1));
+  EXPECT_EQ(machine_.faults().active()[0].number("class"), server_class);
+  EXPECT_EQ(machine_.faults().active()[0].number("occurrences"), 1);
+  settle({}, 5s);
+  settle({}, 25s);
+  EXPECT_EQ(machine_.faults().count(), 0U);
+}
+
+TEST_F(FaultKeeperTest, ADescriptionIsOneLineOfAscii) {
+  Trouble odd = trouble;
+  odd.description = "DIMM\nA1 \xfc";
+  settle({odd}, 0s);
+  settle({odd}, 3s);
+  ASSERT_THAT(machine_.faults().active(), SizeIs(1));
+  EXPECT_EQ(machine_.faults().active()[0].text("description"), "DIMM?A1 ?");
+}
+
 TEST_F(FaultKeeperTest, AFaultOutlivesTheService) {
   settle({trouble}, 0s);
   settle({trouble}, 3s);
@@ -327,7 +412,59 @@ TEST_F(FaultKeeperTest, AFaultOutlivesTheService) {
   EXPECT_EQ(active[0].number("first-time"), machine_.faults().active()[0].number("first-time"));
 }
 
+TEST_F(FaultKeeperTest, AFaultStaysWhileItsSourceCannotTell) {
+  Trouble drive = trouble;
+  drive.key = "drive a failing";
+  drive.source = "disks";
+  settle({drive}, 0s);
+  settle({drive}, 3s);
+  Register again(directory_ / "register.json");
+  FaultKeeper later(again);
+  const auto settle_later = [&](std::vector<std::string> undecided, std::chrono::seconds at) {
+    later.settle({.troubles = {}, .undecided = {{"disks", std::move(undecided)}, {"IPMI", {""}}}}, start_ + at,
+                 machine_);
+  };
+  settle_later({""}, 10s);
+  settle_later({"drive a "}, 100s);
+  settle_later({"drive b ", "drive a "}, 200s);
+  EXPECT_EQ(machine_.faults().count(), 1U);
+  settle_later({"drive b "}, 210s);
+  settle_later({"drive b "}, 230s);
+  EXPECT_EQ(machine_.faults().count(), 0U);
+}
+
+TEST_F(HardwareTest, AFaultStaysUntilItsSourceAnswers) {
+  register_.keep_fault("fan 1", {.index = 1,
+                                 .class_code = 29,
+                                 .unit = 0,
+                                 .severity = "major",
+                                 .cause = 2,
+                                 .description = "Fan 1 has failed",
+                                 .affected = "",
+                                 .affected_oid = "",
+                                 .first_time = 1,
+                                 .source = "told"});
+  Hardware hardware(one([]() -> Finding { throw std::runtime_error("busy"); }), register_);
+  Machine served = machine(hardware.first_inventory(30s));
+  const auto deadline = std::chrono::steady_clock::now() + FaultKeeper::cleared_after + 2s;
+  while (std::chrono::steady_clock::now() < deadline) {
+    hardware.advance(served);
+    std::this_thread::sleep_for(500ms);
+  }
+  EXPECT_EQ(served.faults().count(), 1U);
+}
+
 using RegisterTest = HardwareTest;
+
+TEST_F(RegisterTest, AnOlderFileKnowsNoSourceOfAFault) {
+  std::ofstream(directory_ / "older.json") << R"({"numbers": {"fault": {"fan 1": 3}}, "faults": {"fan 1": {"index": 3,
+      "class_code": 29, "unit": 0, "severity": "major", "cause": 2, "description": "Fan 1 has failed", "affected": "",
+      "affected_oid": "", "first_time": 1}}})";
+  Register older(directory_ / "older.json");
+  ASSERT_THAT(older.faults(), SizeIs(1));
+  EXPECT_EQ(older.faults().at("fan 1").source, "");
+  EXPECT_EQ(older.faults().at("fan 1").index, 3);
+}
 
 TEST_F(RegisterTest, ANumberIsKept) {
   EXPECT_EQ(register_.number_of("slot", "a"), 1);
@@ -351,12 +488,33 @@ TEST_F(RegisterTest, APartIsKeptUntilItIsForgotten) {
   EXPECT_EQ(again.number_of("drive", "c"), 1) << "its number is free again";
 }
 
+TEST_F(RegisterTest, ANameThatIsNotUtf8IsKeptAllTheSame) {
+  register_.keep_part("drive", "a", "model \xfc");
+  register_.keep_part("drive", "b", "sdb");
+  Register again(directory_ / "register.json");
+  EXPECT_THAT(again.parts("drive"), SizeIs(2));
+}
+
+TEST_F(RegisterTest, AFileWithoutADirectoryIsInTheCurrentOne) {
+  const auto before = std::filesystem::current_path();
+  std::filesystem::current_path(directory_);
+  Register here("here.json");
+  here.number_of("slot", "a");
+  std::filesystem::current_path(before);
+  EXPECT_TRUE(std::filesystem::exists(directory_ / "here.json"));
+}
+
 TEST_F(RegisterTest, AFileThatIsNoRegisterIsMovedAside) {
-  for (const char *content : {"", "{", "[]", R"({"numbers": 3, "faults": {}})", R"({"numbers": {}})"}) {
+  for (const char *content :
+       {"", "{", "[]", R"({"numbers": 3, "faults": {}})", R"({"numbers": {}})",
+        R"({"numbers": {"slot": {"b": 0}}, "faults": {}})", R"({"numbers": {"slot": {"b": -1}}, "faults": {}})",
+        R"({"numbers": {"slot": {"b": 1, "c": 1}}, "faults": {}})",
+        R"({"numbers": {"slot": {"b": 4294967296}}, "faults": {}})"}) {
+    std::filesystem::remove(directory_ / "broken.json.unreadable");
     std::ofstream(directory_ / "broken.json") << content;
     Register broken(directory_ / "broken.json");
     EXPECT_EQ(broken.number_of("slot", "a"), 1) << content;
-    EXPECT_TRUE(std::filesystem::exists(directory_ / "broken.json.unreadable"));
+    EXPECT_TRUE(std::filesystem::exists(directory_ / "broken.json.unreadable")) << content;
   }
 }
 
