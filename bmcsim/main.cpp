@@ -7,6 +7,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <iostream>
 #include <optional>
 
@@ -86,8 +87,7 @@ void serve_scenario(const ServeOptions &options, int stop) {
   service.run(stop, [&](unsigned seconds) { drift.advance(machine, seconds); });
 }
 
-void serve_hardware(const ServeOptions &options, int stop) {
-  Register kept(options.kept);
+void serve_hardware(const ServeOptions &options, int stop, Register &kept) {
   Hardware hardware(all_sources(Roots(), kept), kept, options.intervals);
   Machine machine(hardware.first_inventory(patience), options.surroundings, &hardware);
   say_unreadable(hardware);
@@ -96,20 +96,29 @@ void serve_hardware(const ServeOptions &options, int stop) {
   service.run(stop, [&](unsigned) { hardware.advance(machine); });
 }
 
-int serve(const ServeOptions &options) {
-  const Descriptor stop = stop_signals();
-  if (!options.hardware) {
-    serve_scenario(options, stop.get());
-    return 0;
+// Ends the program once `use` returns or throws, and destroys nothing: the thread of a source that hangs is still
+// there, and uses the register.
+[[noreturn]] void use_hardware(const std::string &register_file, const std::function<void(Register &)> &use) {
+  Register kept(register_file);
+  try {
+    use(kept);
+  } catch (const std::exception &error) {
+    std::cerr << "bmcsim: " << error.what() << '\n';
+    std::_Exit(1);
   }
-  serve_hardware(options, stop.get());
-  // The thread of a source that hangs is still there, and uses what returning would destroy.
-  std::cout.flush();
-  std::_Exit(0);
+  std::_Exit(std::cout.flush() ? 0 : 1);
 }
 
-int record(const RecordOptions &options) {
-  Register nothing_kept("");
+int serve(const ServeOptions &options) {
+  const Descriptor stop = stop_signals();
+  if (options.hardware) {
+    use_hardware(options.kept, [&](Register &kept) { serve_hardware(options, stop.get(), kept); });
+  }
+  serve_scenario(options, stop.get());
+  return 0;
+}
+
+void record_hardware(const RecordOptions &options, Register &nothing_kept) {
   Hardware hardware(all_sources(Roots(), nothing_kept), nothing_kept);
   Inventory inventory = hardware.first_inventory(patience);
   say_unreadable(hardware);
@@ -122,7 +131,6 @@ int record(const RecordOptions &options) {
   } else {
     replace_file(options.file, std::as_bytes(std::span(scenario)));
   }
-  std::_Exit(std::cout ? 0 : 1);  // as in serve()
 }
 
 int run_bmcsim(int argc, char **argv) {
@@ -134,25 +142,30 @@ int run_bmcsim(int argc, char **argv) {
       app.add_subcommand("serve", "Serve a simulated server, or this machine, until SIGTERM or SIGINT");
   CLI::Option *scenario =
       serve_command->add_option("scenario", options.scenario, "a YAML file that describes a server");
-  serve_command->add_flag("--hardware", options.hardware, "serve this machine instead")->excludes(scenario);
+  CLI::Option *hardware =
+      serve_command->add_flag("--hardware", options.hardware, "serve this machine instead")->excludes(scenario);
   serve_command
       ->add_option("--register", options.kept,
                    "with --hardware: where numbers and active faults are kept over restarts")
-      ->capture_default_str();
+      ->capture_default_str()
+      ->needs(hardware);
   std::vector<std::string> polls;
   serve_command->add_option("--poll", polls, "with --hardware: how often to read a source; may be repeated")
       ->type_name("SOURCE=SECONDS")
-      ->allow_extra_args(false);
+      ->allow_extra_args(false)
+      ->needs(hardware);
   serve_command->add_option("--socket", options.socket, "Unix socket to listen on")->capture_default_str();
   serve_command->add_option("--var", options.surroundings.var, "directory for the platform's files")
       ->capture_default_str();
   serve_command
       ->add_option("--sd-socket", options.surroundings.sd_socket, "socket on which to announce SD-card changes")
       ->capture_default_str();
-  serve_command->add_option("--drift", options.drift, "seconds between changes of the readings; 0: no changes");
+  serve_command->add_option("--drift", options.drift, "seconds between changes of the readings; 0: no changes")
+      ->excludes(hardware);
   serve_command
       ->add_option("--number", options.number, "be this one of several servers, with serial numbers of its own")
-      ->check(CLI::Range(1U, 65'535U));
+      ->check(CLI::Range(1U, 65'535U))
+      ->excludes(hardware);
   serve_command->add_option("--ready-fd", options.ready_fd, "descriptor to write a line to when the server is up");
 
   RecordOptions record_options;
@@ -189,7 +202,7 @@ int run_bmcsim(int argc, char **argv) {
     return serve(options);
   }
   if (record_command->parsed()) {
-    return record(record_options);
+    use_hardware("", [&](Register &nothing_kept) { record_hardware(record_options, nothing_kept); });
   }
   return run_control(words, socket, wait_seconds);
 }

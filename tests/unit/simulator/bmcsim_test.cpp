@@ -112,6 +112,24 @@ TEST_F(Program, RefusesASocketThatIsInUse) {
   EXPECT_EQ(control("ping").status, 0);
 }
 
+TEST_F(Program, RealHardwareAlsoNeedsASocketOfItsOwn) {
+  serve();
+  const Outcome second = run(std::string(BMCSIM_PROGRAM) + " serve --hardware --register " +
+                             (directory_ / "register.json").string() + " --var " + directory_.string());
+  EXPECT_EQ(second.status, 1);
+  EXPECT_THAT(second.output, HasSubstr("bmcsim: another bmcsim serves " + socket_));
+}
+
+TEST_F(Program, OptionsOfTheOtherKindOfServerAreRefused) {
+  const std::string serve = "timeout 10 " + std::string(BMCSIM_PROGRAM) + " serve --var " + directory_.string() + " ";
+  for (const char *options : {RACK_SERVER " --poll disks=5", RACK_SERVER " --register x.json", "--hardware --drift 1",
+                              "--hardware --number 2"}) {
+    const Outcome outcome = run(serve + options);
+    EXPECT_EQ(outcome.status, 2) << options << ": " << outcome.output;
+    EXPECT_THAT(outcome.output, HasSubstr("--hardware")) << options;
+  }
+}
+
 TEST_F(Program, ReportsAnUnusableScenario) {
   const Outcome outcome = run(std::string(BMCSIM_PROGRAM) + " serve /nonexistent.yaml");
   EXPECT_EQ(outcome.status, 1);
