@@ -127,25 +127,42 @@ IpmiOctets read_fru(IpmiDevice &device, std::uint8_t id) {
   return area;
 }
 
-std::optional<SelReader::Entry> SelReader::entry(IpmiDevice &device, unsigned id) {
+SelReader::Answer SelReader::ask_once(IpmiDevice &device, unsigned id) {
   constexpr std::size_t record_size = 16;
+  constexpr std::size_t start_of_record = 3;  // after the completion code and the number of the next entry
   constexpr std::uint8_t whole = 0xff;
-  const auto answer =
-      ask(device, storage(IPMI_CMD_GET_SEL_ENTRY, {0, 0, low(id), high(id), 0, whole}), 2 + record_size);
-  if (!answer) {
-    return std::nullopt;
+  const IpmiOctets answer = device.ask(storage(IPMI_CMD_GET_SEL_ENTRY, {0, 0, low(id), high(id), 0, whole}));
+  if (!answer.empty() && answer.front() == IPMI_COMP_CODE_REQUESTED_SENSOR_DATA_OR_RECORD_NOT_PRESENT) {
+    return {};
   }
-  return Entry{.next = word_at(*answer, 0),
-               .record = {answer->begin() + 2, answer->begin() + 2 + static_cast<std::ptrdiff_t>(record_size)}};
+  if (answer.size() < start_of_record + record_size || answer.front() != IPMI_COMP_CODE_COMMAND_SUCCESS) {
+    return {.is_refused = true};
+  }
+  const auto start = answer.begin() + static_cast<std::ptrdiff_t>(start_of_record);
+  return {.entry =
+              Entry{.next = word_at(answer, 1), .record = {start, start + static_cast<std::ptrdiff_t>(record_size)}}};
+}
+
+// A controller that is busy has the time a moment later.
+SelReader::Answer SelReader::ask_for(IpmiDevice &device, unsigned id) {
+  constexpr int attempts = 3;
+  Answer answer = ask_once(device, id);
+  for (int attempt = 1; answer.is_refused && attempt < attempts; ++attempt) {
+    answer = ask_once(device, id);
+  }
+  return answer;
 }
 
 // A log that was cleared begins anew, and so does one in which the last known entry is another or has gone: it has
 // been written over.
-unsigned SelReader::first_new(IpmiDevice &device, News &news) const {
+std::optional<unsigned> SelReader::first_new(IpmiDevice &device, News &news) const {
   if (!last_.empty() && !news.begins_anew) {
-    const auto known = entry(device, word_at(last_, 0));
-    if (known && known->record == last_) {
-      return known->next;
+    const Answer known = ask_for(device, word_at(last_, 0));
+    if (known.is_refused) {
+      return std::nullopt;
+    }
+    if (known.entry && known.entry->record == last_) {
+      return known.entry->next;
     }
   }
   news.begins_anew = true;
@@ -162,21 +179,27 @@ std::optional<SelReader::News> SelReader::read(IpmiDevice &device) {
     return std::nullopt;
   }
   News news;
-  if (*state == state_) {
+  if (*state == state_ && is_at_end_) {
     return news;
   }
   news.begins_anew = state_.empty() || word_at(*state, count) < word_at(state_, count) ||
                      !std::equal(state->begin() + erased_at.first, state->begin() + erased_at.second,
                                  state_.begin() + erased_at.first);
-  unsigned next = word_at(*state, count) != 0 ? first_new(device, news) : last;
+  const auto first = word_at(*state, count) != 0 ? first_new(device, news) : last;
+  if (!first) {
+    return News();
+  }
+  unsigned next = *first;
+  bool is_refused = false;
   std::set<unsigned> seen;
   while (next != last && seen.insert(next).second) {
-    auto read = entry(device, next);
-    if (!read) {
-      break;  // what comes after it is read once the log has changed again
+    Answer answer = ask_for(device, next);
+    is_refused = answer.is_refused;
+    if (!answer.entry) {
+      break;
     }
-    next = read->next;
-    news.records.push_back(std::move(read->record));
+    next = answer.entry->next;
+    news.records.push_back(std::move(answer.entry->record));
   }
   // Not before everything has been read: if the controller falls silent meanwhile, the caller gets nothing.
   if (news.begins_anew) {
@@ -186,6 +209,7 @@ std::optional<SelReader::News> SelReader::read(IpmiDevice &device) {
     last_ = news.records.back();
   }
   state_ = *state;
+  is_at_end_ = !is_refused;
   return news;
 }
 

@@ -31,7 +31,8 @@ class SelReader {
     std::vector<IpmiOctets> records;  // of 16 octets
   };
 
-  // What has been logged since the last call; nothing if the controller has no log.
+  // What has been logged since the last call, as far as the controller gives it: the rest comes with the next call.
+  // Nothing if the controller has no log.
   std::optional<News> read(IpmiDevice &device);
 
  private:
@@ -40,11 +41,20 @@ class SelReader {
     IpmiOctets record;
   };
 
-  static std::optional<Entry> entry(IpmiDevice &device, unsigned id);
-  unsigned first_new(IpmiDevice &device, News &news) const;
+  // Whether the controller has an entry is one thing, and whether it gives it is another.
+  struct Answer {
+    bool is_refused = false;
+    std::optional<Entry> entry = {};  // nothing: it is refused, or not in the log
+  };
 
-  IpmiOctets state_;  // the log's, when it was last read to the end
-  IpmiOctets last_;   // the last record that was read; empty: none
+  static Answer ask_once(IpmiDevice &device, unsigned id);
+  static Answer ask_for(IpmiDevice &device, unsigned id);
+  // The number of the first entry that is new; nothing if that is refused.
+  std::optional<unsigned> first_new(IpmiDevice &device, News &news) const;
+
+  IpmiOctets state_;        // the log's, when it was last read
+  bool is_at_end_ = false;  // it was read to the end
+  IpmiOctets last_;         // the last record that was read; empty: none
 };
 
 }  // namespace tavo::service

@@ -168,6 +168,9 @@ class MadeUpController : public IpmiDevice {
       throw IpmiSilence("/dev/ipmi0: the driver timed out");
     }
     const auto answer = is_stuck ? std::nullopt : answer_to(command);
+    if (command.command == refused_at && --answers_left < 0 && refusals_left-- > 0) {
+      return {0xc0};  // busy
+    }
     if (!answer) {
       return {0xcb};
     }
@@ -183,9 +186,11 @@ class MadeUpController : public IpmiDevice {
 
   bool is_there = true;
   bool is_silent = false;
-  bool is_stuck = false;          // refuses everything, as the kernel does in its place
-  std::uint8_t silent_at = 0xff;  // silent when it gets this command
-  int answers_left = 0;           // to that command
+  bool is_stuck = false;           // refuses everything, as the kernel does in its place
+  std::uint8_t silent_at = 0xff;   // silent when it gets this command
+  std::uint8_t refused_at = 0xff;  // too busy for this command
+  int refusals_left = 0;           // before it has the time again
+  int answers_left = 0;            // to either command, before that
   std::vector<IpmiOctets> sdr;
   std::uint8_t sdr_changes = 1;
   std::map<std::uint8_t, IpmiOctets> readings;    // answers, by the sensor's number

@@ -614,6 +614,36 @@ TEST_F(IpmiSel, SilenceLosesNoEntry) {
   EXPECT_THAT(source_.read().troubles, SizeIs(2));
 }
 
+TEST_F(IpmiSel, ABusyControllerHasNotClearedItsLog) {
+  log(memory_type, 1, 1);
+  EXPECT_THAT(source_.read().troubles, SizeIs(1));
+  controller_.sel.erase(controller_.sel.begin());  // the entry is no longer in the log, which was not cleared
+  controller_.sel.insert(controller_.sel.begin(), IpmiOctets(16));
+  log(memory_type, 1, 5);
+  controller_.refused_at = 0x43;
+  controller_.refusals_left = 100;
+  EXPECT_THAT(source_.read().troubles, SizeIs(1));
+  EXPECT_THAT(source_.read().troubles, SizeIs(1));
+  controller_.refusals_left = 0;
+  EXPECT_EQ(source_.read().troubles.at(0).severity, "minor") << "it was written over";
+}
+
+TEST_F(IpmiSel, ARefusalLosesNoEntry) {
+  source_.read();
+  log(memory_type, 1, 1);
+  log(memory_type, 1, 5);
+  controller_.refused_at = 0x43;
+  controller_.answers_left = 1;
+  controller_.refusals_left = 100;
+  EXPECT_THAT(source_.read().troubles, SizeIs(1));
+  controller_.refusals_left = 0;
+  EXPECT_THAT(source_.read().troubles, SizeIs(2));
+  controller_.refusals_left = 1;
+  controller_.answers_left = 1;
+  log(drive_type, 1, 1);
+  EXPECT_THAT(source_.read().troubles, SizeIs(3)) << "it is asked a second time at once";
+}
+
 TEST_F(IpmiSel, ALogThatWasWrittenOverIsReadAnew) {
   log(memory_type, 1, 1);
   log(memory_type, 1, 0);
