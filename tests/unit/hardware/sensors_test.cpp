@@ -1,8 +1,10 @@
 #include <gmock/gmock.h>
 
+#include "core/class_number.h"
 #include "hardware/edac.h"
 #include "hardware/hwmon.h"
 #include "hardware/sysfs.h"
+#include "structure.h"
 #include "tree.h"
 
 namespace tavo::service {
@@ -153,6 +155,25 @@ TEST_F(Edac, ErrorsOfAModuleAreTroubles) {
   EXPECT_EQ(finding.troubles[0].severity, "critical");
   EXPECT_EQ(finding.troubles[1].description, "Memory module DIMM_A1 has had many corrected errors");
   EXPECT_EQ(finding.troubles[1].severity, "minor");
+}
+
+TEST_F(Edac, AModuleIsFoundByWhatTheFirmwareCallsIt) {
+  const auto module = [](int size, const std::string &name) {
+    return Structure(17, 0x22).word(0x0c, size).text(0x10, name).text(0x11, "NODE 0").octets();
+  };
+  write("firmware/dmi/tables/DMI", module(8192, "DIMM_A0") + module(0, "DIMM_A9") + module(8192, "DIMM_A1"));
+  const auto faulty_part = [&](const std::string &label) {
+    write("devices/system/edac/mc/mc0/dimm0/dimm_label", label + '\n');
+    const Trouble trouble = source_.read().troubles.at(0);
+    return std::vector{trouble.class_code, trouble.unit};
+  };
+  write("devices/system/edac/mc/mc0/dimm0/dimm_ue_count", "1\n");
+  EXPECT_THAT(faulty_part("DIMM_A1"), ElementsAre(class_number::memory, 3)) << "empty slots count";
+  EXPECT_THAT(faulty_part("NODE 0 DIMM_A1"), ElementsAre(class_number::memory, 3));
+  EXPECT_THAT(faulty_part("mc#0csrow#0channel#0"), ElementsAre(server_class, 1));
+  EXPECT_THAT(faulty_part(""), ElementsAre(server_class, 1));
+  std::filesystem::remove(sys() / "firmware/dmi/tables/DMI");
+  EXPECT_THAT(faulty_part("DIMM_A1"), ElementsAre(server_class, 1)) << "nobody knows its number";
 }
 
 }  // namespace
