@@ -133,6 +133,7 @@ Finding IpmiSource::finding() {
   const IpmiFans fans = by_hwmon.fans ? IpmiFans() : ipmi_fans(samples, kept_);
   const IpmiSupplies supplies = ipmi_supplies(samples, frus_, kept_);
   const bool with_processors = !by_hwmon.processors;
+  const auto processors = processor_numbers(all_sensors_);
   Finding finding;
   finding.enter = [=, server = server_, chassis = chassis_, power = power_](Inventory &inventory) {
     enter_server(inventory, server);
@@ -141,7 +142,7 @@ Finding IpmiSource::finding() {
     for (const SupplyFan &fan : supplies.fans) {
       enter_supply_fan(inventory, fan.supply, fan.presence);
     }
-    enter_temperatures(inventory, samples, with_processors);
+    enter_temperatures(inventory, samples, processors, with_processors);
     if (power && inventory.environment.text("power") == "0") {
       inventory.environment.set("power", with_one_decimal(*power));
     }
@@ -149,7 +150,7 @@ Finding IpmiSource::finding() {
       enter_chassis(inventory, *chassis);
     }
   };
-  finding.troubles = temperature_troubles(samples, with_processors);
+  finding.troubles = temperature_troubles(samples, processors, with_processors);
   const std::vector<Trouble> from_log = log_faults_.troubles(all_sensors_);
   for (const std::vector<Trouble> *troubles : {&fans.troubles, &supplies.troubles, &from_log}) {
     finding.troubles.insert(finding.troubles.end(), troubles->begin(), troubles->end());

@@ -5,18 +5,12 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
-#include <set>
 
-#include "core/class_number.h"
 #include "hardware/decimal.h"
 #include "service/causes.h"
 
 namespace tavo::service {
 namespace {
-
-bool is_of_processor(const IpmiSensor &sensor) {
-  return sensor.entity.id == IPMI_ENTITY_ID_PROCESSOR || sensor.entity.id == IPMI_ENTITY_ID_PROCESSOR_CPU;
-}
 
 bool is_temperature(const IpmiSample &sample) {
   return sample.sensor.type == IPMI_SENSOR_TYPE_TEMPERATURE && sample.sensor.unit == IPMI_SENSOR_UNIT_DEGREES_C;
@@ -85,23 +79,16 @@ bool is_processor_temperature(const IpmiSample &sample) {
          !has_word(sample.sensor, "VR");
 }
 
-void enter_processor_temperatures(Inventory &inventory, const std::vector<IpmiSample> &samples) {
-  // Controllers number processors from 0 or from 1.
-  std::set<std::uint8_t> instances;
-  for (const IpmiSample &sample : samples) {
-    if (is_processor_temperature(sample)) {
-      instances.insert(sample.sensor.entity.instance);
-    }
-  }
-  std::size_t position = 0;
-  for (const std::uint8_t instance : instances) {
-    const auto found = std::ranges::find_if(samples, [&](const IpmiSample &sample) {
-      return is_processor_temperature(sample) && sample.sensor.entity.instance == instance;
+void enter_processor_temperatures(Inventory &inventory, const std::vector<IpmiSample> &samples,
+                                  const std::map<std::uint8_t, std::int64_t> &numbers) {
+  for (const auto &[instance, number] : numbers) {
+    const auto found = std::ranges::find_if(samples, [&, wanted = instance](const IpmiSample &sample) {
+      return is_processor_temperature(sample) && sample.sensor.entity.instance == wanted;
     });
-    if (position < inventory.processors.size() && is_plausible(*found)) {
+    const auto position = static_cast<std::size_t>(number - 1);
+    if (found != samples.end() && position < inventory.processors.size() && is_plausible(*found)) {
       inventory.processors[position].set("temperature", with_one_decimal(*found->value));
     }
-    ++position;
   }
 }
 
@@ -129,29 +116,33 @@ bool is_of_server(const IpmiSensor &sensor) {
 
 }  // namespace
 
-void enter_temperatures(Inventory &inventory, const std::vector<IpmiSample> &samples, bool with_processors) {
+void enter_temperatures(Inventory &inventory, const std::vector<IpmiSample> &samples,
+                        const std::map<std::uint8_t, std::int64_t> &processors, bool with_processors) {
   for (const BoardPlace &place : board_places) {
     if (const IpmiSample *sample = sample_at(place, samples)) {
       inventory.environment.set(place.field, with_one_decimal(*sample->value));
     }
   }
   if (with_processors) {
-    enter_processor_temperatures(inventory, samples);
+    enter_processor_temperatures(inventory, samples, processors);
   }
 }
 
-std::vector<Trouble> temperature_troubles(const std::vector<IpmiSample> &samples, bool with_processors) {
+std::vector<Trouble> temperature_troubles(const std::vector<IpmiSample> &samples,
+                                          const std::map<std::uint8_t, std::int64_t> &processors,
+                                          bool with_processors) {
   std::vector<Trouble> troubles;
   for (const IpmiSample &sample : samples) {
-    const bool of_processor = is_of_processor(sample.sensor);
-    if (!is_temperature(sample) || sample.too_high == IpmiLevel::Good || (of_processor && !with_processors)) {
+    if (!is_temperature(sample) || sample.too_high == IpmiLevel::Good ||
+        (is_of_processor(sample.sensor) && !with_processors)) {
       continue;
     }
+    const FaultyPart part = part_of(sample.sensor, processors);
     const bool is_critical = sample.too_high == IpmiLevel::Critical;
     troubles.push_back(
         {.key = sensor_key(sample.sensor) + " too hot",
-         .class_code = of_processor ? class_number::processor : server_class,
-         .unit = of_processor ? sample.sensor.entity.instance : 1,
+         .class_code = part.class_code,
+         .unit = part.unit,
          .severity = is_critical ? "major" : "critical",
          .cause = cause::failed,
          .description = sample.sensor.name + (is_critical ? " is at its critical temperature"

@@ -6,10 +6,19 @@
 #include <array>
 #include <cmath>
 #include <memory>
+#include <set>
 #include <span>
+
+#include "core/class_number.h"
+#include "hardware/source.h"
 
 namespace tavo::service {
 namespace {
+
+// Instances from here on count the parts of one device, not those of the server.
+constexpr std::uint8_t first_of_device = 0x60;
+
+constexpr std::uint8_t controller_address = IPMI_SLAVE_ADDRESS_BMC >> 1;
 
 struct Destroy {
   void operator()(ipmi_sdr_ctx_t context) const { ipmi_sdr_ctx_destroy(context); }
@@ -105,7 +114,6 @@ void add_numbers(const Record &record, IpmiSensor &sensor) {
 
 // Nothing if the sensor is not the controller's own.
 std::optional<IpmiSensor> sensor_of(const Record &record) {
-  constexpr std::uint8_t controller = IPMI_SLAVE_ADDRESS_BMC >> 1;
   std::uint8_t owner_type = 0;
   std::uint8_t owner = 0;
   std::uint8_t channel = 0;
@@ -118,7 +126,7 @@ std::optional<IpmiSensor> sensor_of(const Record &record) {
                                      &instance_type) &&
                         record.parse(ipmi_sdr_parse_sensor_type, &sensor.type) &&
                         record.parse(ipmi_sdr_parse_event_reading_type_code, &sensor.event_type);
-  if (!complete || owner_type != IPMI_SDR_SENSOR_OWNER_ID_TYPE_IPMB_SLAVE_ADDRESS || owner != controller) {
+  if (!complete || owner_type != IPMI_SDR_SENSOR_OWNER_ID_TYPE_IPMB_SLAVE_ADDRESS || owner != controller_address) {
     return std::nullopt;
   }
   sensor.name = name_of(record, sensor);
@@ -205,6 +213,36 @@ std::optional<double> IpmiConversion::value(std::uint8_t octet) const {
     return std::nullopt;
   }
   return number;
+}
+
+bool is_of_processor(const IpmiSensor &sensor) {
+  return sensor.entity.id == IPMI_ENTITY_ID_PROCESSOR || sensor.entity.id == IPMI_ENTITY_ID_PROCESSOR_CPU;
+}
+
+std::map<std::uint8_t, std::int64_t> processor_numbers(const std::vector<IpmiSensor> &sensors) {
+  constexpr auto firsts = std::to_array<std::uint8_t>({0, 1, first_of_device, first_of_device + 1});
+  std::set<std::uint8_t> instances;
+  for (const IpmiSensor &sensor : sensors) {
+    if (is_of_processor(sensor)) {
+      instances.insert(sensor.entity.instance);
+    }
+  }
+  if (instances.empty() || std::ranges::find(firsts, *instances.begin()) == firsts.end() ||
+      *instances.rbegin() - *instances.begin() + 1U != instances.size()) {
+    return {};
+  }
+  std::map<std::uint8_t, std::int64_t> numbers;
+  for (const std::uint8_t instance : instances) {
+    numbers[instance] = instance - *instances.begin() + 1;
+  }
+  return numbers;
+}
+
+FaultyPart part_of(const IpmiSensor &sensor, const std::map<std::uint8_t, std::int64_t> &processors) {
+  const auto number = processors.find(sensor.entity.instance);
+  return is_of_processor(sensor) && number != processors.end()
+             ? FaultyPart{.class_code = class_number::processor, .unit = number->second}
+             : FaultyPart{.class_code = server_class, .unit = 1};
 }
 
 IpmiInventory decode_sdr(const std::vector<IpmiOctets> &records) {

@@ -7,7 +7,6 @@
 #include <memory>
 #include <string>
 
-#include "core/class_number.h"
 #include "service/causes.h"
 
 namespace tavo::service {
@@ -58,26 +57,6 @@ const LastingState *find_state(std::uint8_t type, std::uint8_t state) {
   return found != lasting_states.end() ? &*found : nullptr;
 }
 
-struct FaultyPart {
-  std::int64_t class_code;
-  std::int64_t unit;
-};
-
-// The server, if the sensor does not say which part it is about.
-FaultyPart part_of(const IpmiSensor *sensor) {
-  const std::uint8_t entity = sensor != nullptr ? sensor->entity.id : IPMI_ENTITY_ID_UNSPECIFIED;
-  switch (entity) {
-    case IPMI_ENTITY_ID_PROCESSOR:
-    case IPMI_ENTITY_ID_PROCESSOR_CPU:
-      return {.class_code = class_number::processor, .unit = sensor->entity.instance};
-    case IPMI_ENTITY_ID_MEMORY_MODULE:
-    case IPMI_ENTITY_ID_MEMORY_DEVICE:
-      return {.class_code = class_number::memory, .unit = sensor->entity.instance};
-    default:
-      return {.class_code = server_class, .unit = 1};
-  }
-}
-
 }  // namespace
 
 std::optional<SelEvent> decode_sel(const IpmiOctets &record) {
@@ -116,6 +95,7 @@ void SelFaults::note(const SelEvent &event) {
 }
 
 std::vector<Trouble> SelFaults::troubles(const std::vector<IpmiSensor> &sensors) const {
+  const auto processors = processor_numbers(sensors);
   std::vector<Trouble> troubles;
   for (const Active &active : active_) {
     const auto found = std::ranges::find_if(sensors, [&](const IpmiSensor &sensor) {
@@ -123,7 +103,7 @@ std::vector<Trouble> SelFaults::troubles(const std::vector<IpmiSensor> &sensors)
     });
     const IpmiSensor *sensor = found != sensors.end() ? &*found : nullptr;
     const LastingState &state = *find_state(active.type, active.state);
-    const FaultyPart part = part_of(sensor);
+    const FaultyPart part = part_of(sensor != nullptr ? *sensor : IpmiSensor(), processors);
     const std::string number = std::to_string(active.sensor);
     troubles.push_back({.key = "ipmi event " + std::to_string(active.type) + '.' + std::to_string(active.state) +
                                " of " + std::to_string(active.generator) + '.' + number,

@@ -311,6 +311,29 @@ TEST_F(Ipmi, TemperaturesGoByTheirNames) {
   EXPECT_EQ(inventory.environment.text("iohub2"), "0") << "there is none";
 }
 
+TEST_F(Ipmi, ProcessorsAreCountedFromOneOrNought) {
+  for (const std::uint8_t first : {0, 1, 0x60}) {
+    controller_.sdr.clear();
+    for (std::uint8_t i = 0; i < 2; ++i) {
+      MadeUpSensor sensor = temperature(static_cast<std::uint8_t>(i + 1), "CPU Temp");
+      sensor.entity = 3;
+      sensor.instance = static_cast<std::uint8_t>(first + i);
+      controller_.sdr.push_back(full_record(sensor));
+    }
+    ++controller_.sdr_changes;
+    controller_.reads(1, 40);
+    controller_.reads(2, 85);
+    const Finding finding = read();
+    ASSERT_THAT(finding.troubles, SizeIs(1));
+    EXPECT_EQ(finding.troubles[0].class_code, 3);
+    EXPECT_EQ(finding.troubles[0].unit, 2) << "counted from " << int{first};
+    Inventory inventory;
+    inventory.processors = {Part(processor_kind), Part(processor_kind)};
+    finding.enter(inventory);
+    EXPECT_EQ(inventory.processors[1].text("temperature"), "85.0");
+  }
+}
+
 TEST_F(Ipmi, ProcessorsThatHwmonKnowsAreLeftToIt) {
   MadeUpSensor sensor = temperature(1, "CPU1 Temp");
   sensor.entity = 3;
@@ -554,7 +577,8 @@ class IpmiSel : public Ipmi {
 };
 
 TEST_F(IpmiSel, AStateThatLastsIsATroubleUntilItIsLeft) {
-  controller_.sdr = {compact_record(7, processor_type, specific, 3, 2, "CPU2 Status")};
+  controller_.sdr = {compact_record(6, processor_type, specific, 3, 1, "CPU1 Status"),
+                     compact_record(7, processor_type, specific, 3, 2, "CPU2 Status")};
   EXPECT_THAT(descriptions(), IsEmpty());
   log(processor_type, 7, 0);
   const Finding finding = source_.read();
@@ -578,6 +602,19 @@ TEST_F(IpmiSel, EachLastingStateHasASeverity) {
               ElementsAre("critical: Sensor 1: memory has had an error that cannot be corrected, as the event log says",
                           "minor: Sensor 1: memory has had many corrected errors, as the event log says",
                           "major: Sensor 2: the drive has failed, as the event log says"));
+}
+
+TEST_F(IpmiSel, MemoryAndOddProcessorsAreTheServers) {
+  controller_.sdr = {compact_record(1, memory_type, specific, 32, 1, "DIMM ECC"),
+                     compact_record(7, processor_type, specific, 3, 2, "CPU Status")};
+  log(memory_type, 1, 1);
+  log(processor_type, 7, 0);
+  const Finding finding = source_.read();
+  ASSERT_THAT(finding.troubles, SizeIs(2));
+  for (const Trouble &trouble : finding.troubles) {
+    EXPECT_EQ(trouble.class_code, server_class) << trouble.description;
+    EXPECT_EQ(trouble.unit, 1);
+  }
 }
 
 TEST_F(IpmiSel, AClearedLogEndsItsTroubles) {
