@@ -162,6 +162,7 @@ std::vector<IpmiSensor> shared_sensors(const Record &record, const IpmiSensor &f
   return sensors;
 }
 
+// Nothing if it is no area that the controller itself gives.
 std::optional<IpmiFruDevice> fru_of(const Record &record) {
   std::uint8_t access_address = 0;
   std::uint8_t device = 0;
@@ -172,7 +173,8 @@ std::optional<IpmiFruDevice> fru_of(const Record &record) {
   IpmiEntity entity;
   if (!record.parse(ipmi_sdr_parse_fru_device_locator_parameters, &access_address, &device, &bus, &lun, &is_logical,
                     &channel) ||
-      !record.parse(ipmi_sdr_parse_fru_entity_id_and_instance, &entity.id, &entity.instance) || is_logical == 0) {
+      !record.parse(ipmi_sdr_parse_fru_entity_id_and_instance, &entity.id, &entity.instance) || is_logical == 0 ||
+      access_address != controller_address || lun != 0) {
     return std::nullopt;
   }
   return IpmiFruDevice{.id = device, .entity = entity};

@@ -176,6 +176,16 @@ TEST_F(IpmiSdr, ARecordThatCannotBeReadIsTriedThreeTimes) {
   EXPECT_EQ((controller_.asked[{0x0a, 0x23}]), before);
 }
 
+TEST_F(IpmiSdr, AreasOfOthersAreLeftOut) {
+  IpmiOctets record = fru_record(3, 10, 1);
+  EXPECT_THAT(decode_sdr({record}).frus, SizeIs(1));
+  record[5] = 0x2c;
+  EXPECT_THAT(decode_sdr({record}).frus, IsEmpty());
+  record[5] = 0x20;
+  record[7] = 0x88;  // another unit of this controller
+  EXPECT_THAT(decode_sdr({record}).frus, IsEmpty());
+}
+
 TEST_F(Ipmi, AMachineWithoutAControllerSaysSo) {
   controller_.is_there = false;
   EXPECT_THROW(source_.read(), IpmiSilence);
