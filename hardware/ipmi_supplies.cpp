@@ -14,6 +14,8 @@
 namespace tavo::service {
 namespace {
 
+constexpr const char *supply_group = "supply";  // in the register
+
 // What can be wrong with a supply, and which bits of its PMBus status word say so. The worst come first.
 struct Defect {
   unsigned state;
@@ -61,23 +63,38 @@ bool is_state_of_supply(const IpmiSensor &sensor) {
 
 // A place for a supply.
 struct Bay {
+  std::string key;  // tells it from the others, for ever
   IpmiEntity entity;
-  const IpmiSample *state = nullptr;  // none: it has only a FRU area
+  std::vector<const IpmiSample *> states = {};  // none: it has only a FRU area
 };
 
-// Each with its state or, where there is none, with its FRU area, in the order of the instances.
+// Other entities, such as the board, have several supplies.
+bool is_of_one_supply(const IpmiEntity &entity) {
+  return entity.id == IPMI_ENTITY_ID_POWER_SUPPLY;
+}
+
+std::string key_of(const IpmiEntity &entity) {
+  return "ipmi supply " + std::to_string(entity.id) + '.' + std::to_string(entity.instance);
+}
+
+Bay &bay_with(std::vector<Bay> &bays, const std::string &key, const IpmiEntity &entity) {
+  const auto found = std::ranges::find_if(bays, [&](const Bay &bay) { return bay.key == key; });
+  return found != bays.end() ? *found : bays.emplace_back(Bay{.key = key, .entity = entity});
+}
+
+// Each with its states or, where there are none, with its FRU area, in the order of the instances.
 std::vector<Bay> bays_of(const std::vector<IpmiSample> &samples, const std::map<IpmiEntity, IpmiFru> &frus) {
   std::vector<Bay> bays;
   for (const IpmiSample &sample : samples) {
     if (is_state_of_supply(sample.sensor)) {
-      bays.push_back({.entity = sample.sensor.entity, .state = &sample});
+      const IpmiEntity &entity = sample.sensor.entity;
+      const std::string key = is_of_one_supply(entity) ? key_of(entity) : "ipmi supply of " + sensor_key(sample.sensor);
+      bay_with(bays, key, entity).states.push_back(&sample);
     }
   }
   for (const auto &entry : frus) {
-    const IpmiEntity &entity = entry.first;
-    const bool is_known = std::ranges::any_of(bays, [&](const Bay &bay) { return bay.entity == entity; });
-    if (entity.id == IPMI_ENTITY_ID_POWER_SUPPLY && !is_known) {
-      bays.push_back({.entity = entity});
+    if (is_of_one_supply(entry.first)) {
+      bay_with(bays, key_of(entry.first), entry.first);
     }
   }
   std::ranges::stable_sort(bays, {}, [](const Bay &bay) { return bay.entity.instance; });
@@ -85,22 +102,31 @@ std::vector<Bay> bays_of(const std::vector<IpmiSample> &samples, const std::map<
   return bays;
 }
 
-// A sensor of states that are all clear tells of a supply that is not there, unless another sensor knows better.
-bool is_present(const Bay &bay, const std::vector<IpmiSample> &samples, const std::map<IpmiEntity, IpmiFru> &frus) {
-  const std::string_view told = presence_of(bay.entity, samples);
+// "present", "absent" or "unknown". Sensors of states that are all clear tell of a supply that is not there, unless
+// another sensor knows better.
+std::string_view presence_of_supply(const Bay &bay, const std::vector<IpmiSample> &samples,
+                                    const std::map<IpmiEntity, IpmiFru> &frus) {
+  const std::string_view told = is_of_one_supply(bay.entity) ? presence_of(bay.entity, samples) : "unknown";
   if (told != "unknown") {
-    return told == "present";
+    return told;
   }
-  if (bay.state != nullptr && bay.state->is_known) {
-    return bay.state->is_in(IPMI_SENSOR_TYPE_POWER_SUPPLY_PRESENCE_DETECTED);
+  const auto says_present = [](const IpmiSample *state) {
+    return state->is_in(IPMI_SENSOR_TYPE_POWER_SUPPLY_PRESENCE_DETECTED);
+  };
+  if (std::ranges::any_of(bay.states, says_present)) {
+    return "present";
+  }
+  if (!bay.states.empty() && std::ranges::all_of(bay.states, &IpmiSample::is_known)) {
+    return "absent";
   }
   const auto fru = frus.find(bay.entity);
-  return fru != frus.end() && fru->second != IpmiFru();
+  return fru != frus.end() && fru->second != IpmiFru() ? "present" : "unknown";
 }
 
 const Defect *defect_of(const Bay &bay) {
-  const auto found = std::ranges::find_if(
-      defects, [&](const Defect &defect) { return bay.state != nullptr && bay.state->is_in(defect.state); });
+  const auto found = std::ranges::find_if(defects, [&](const Defect &defect) {
+    return std::ranges::any_of(bay.states, [&](const IpmiSample *state) { return state->is_in(defect.state); });
+  });
   return found != defects.end() ? &*found : nullptr;
 }
 
@@ -130,28 +156,34 @@ const IpmiSample *fan_of(const IpmiEntity &entity, const std::vector<IpmiSample>
 IpmiSupplies ipmi_supplies(const std::vector<IpmiSample> &samples, const std::map<IpmiEntity, IpmiFru> &frus,
                            Register &kept) {
   IpmiSupplies found;
-  std::int64_t number = 0;
   for (const Bay &bay : bays_of(samples, frus)) {
-    ++number;
-    const auto fru = frus.find(bay.entity);
-    const bool present = is_present(bay, samples, frus);
-    const Defect *defect = present ? defect_of(bay) : nullptr;
-    const IpmiSample *fan = bay.entity.id == IPMI_ENTITY_ID_POWER_SUPPLY ? fan_of(bay.entity, samples) : nullptr;
-    found.supplies.push_back(supply_part(fru != frus.end() ? fru->second : IpmiFru(), present, defect));
-    if (fan != nullptr) {
-      found.fans.push_back({.supply = number, .presence = present ? "present" : "absent"});
+    const std::int64_t number = kept.number_of(supply_group, bay.key);
+    const auto row = static_cast<std::size_t>(number);
+    if (row > supply_limit) {
+      continue;
     }
-    const std::string key = "ipmi supply " + std::to_string(number);
+    if (found.supplies.size() < row) {
+      found.supplies.resize(row, supply_part(IpmiFru(), false, nullptr));
+    }
+    const auto fru = frus.find(bay.entity);
+    const std::string_view presence = presence_of_supply(bay, samples, frus);
+    const bool present = presence == "present" || (presence == "unknown" && kept.parts(supply_group).contains(bay.key));
+    const Defect *defect = present ? defect_of(bay) : nullptr;
+    const IpmiSample *fan = is_of_one_supply(bay.entity) ? fan_of(bay.entity, samples) : nullptr;
+    found.supplies[row - 1] = supply_part(fru != frus.end() ? fru->second : IpmiFru(), present, defect);
+    if (fan != nullptr) {
+      found.fans.push_back({.supply = number, .presence = presence});
+    }
     const std::string supply = "Power supply " + std::to_string(number);
     const auto add = [&](const std::string &what, std::string_view severity, int cause, std::string_view sentence) {
-      found.troubles.push_back({.key = key + what,
+      found.troubles.push_back({.key = bay.key + what,
                                 .class_code = class_number::power_supply_fan,
                                 .unit = number,
                                 .severity = std::string(severity),
                                 .cause = cause,
                                 .description = supply + std::string(sentence)});
     };
-    if (const auto missing = missing_part(kept, "supply", key, supply, present ? "present" : "absent")) {
+    if (const auto missing = missing_part(kept, supply_group, bay.key, supply, presence)) {
       add(" missing", "warning", cause::missing, " is missing");
       found.troubles.back().missing = missing;
     }

@@ -18,12 +18,13 @@ struct SupplyFan {
 };
 
 struct IpmiSupplies {
-  std::vector<Part> supplies;  // a supply's number is its position, from 1
+  std::vector<Part> supplies;  // a supply's number is its position, from 1; absent ones fill the gaps
   std::vector<SupplyFan> fans;
   std::vector<Trouble> troubles;
 };
 
-// A supply is what has a sensor for the state of a power supply, or a FRU area as one.
+// A supply is what has sensors for the state of a power supply, or a FRU area as one. Its number is kept. One of which
+// the controller does not say whether it is there counts as there if it was there once.
 IpmiSupplies ipmi_supplies(const std::vector<IpmiSample> &samples, const std::map<IpmiEntity, IpmiFru> &frus,
                            Register &kept);
 

@@ -2,6 +2,8 @@
 
 #include <gmock/gmock.h>
 
+#include <utility>
+
 #include "controller.h"
 #include "hardware/ipmi_sdr.h"
 #include "hardware/ipmi_storage.h"
@@ -480,6 +482,48 @@ TEST_F(IpmiSupply, ASupplyThatWasTakenOutIsMissing) {
   EXPECT_FALSE(found().supplies.at(1).flag("present"));
   EXPECT_TRUE(register_.forget_part("supply", 2));
   EXPECT_THAT(descriptions(), IsEmpty());
+}
+
+TEST_F(IpmiSupply, ASupplyThatIsNotToldOfIsNotMissing) {
+  EXPECT_THAT(descriptions(), IsEmpty());
+  auto busy = std::make_unique<MadeUpController>();
+  busy->sdr = controller_.sdr;
+  IpmiSource source(roots(), register_, std::move(busy));
+  const Finding finding = source.read();
+  EXPECT_THAT(finding.troubles, IsEmpty());
+  Inventory inventory;
+  finding.enter(inventory);
+  EXPECT_TRUE(inventory.supplies.at(0).flag("present")) << "it was there before";
+}
+
+TEST_F(IpmiSupply, TwoSensorsOfASupplyAreOneSupply) {
+  controller_.sdr.push_back(compact_record(32, supply_type, specific, supply_entity, 2, "PS2 Input"));
+  controller_.is_in(32, 1 << 3);
+  EXPECT_THAT(found().supplies, SizeIs(2));
+  EXPECT_THAT(descriptions(), ElementsAre("major: Power supply 2 has no input"));
+  controller_.is_in(32, 0);
+  EXPECT_THAT(descriptions(), IsEmpty());
+}
+
+TEST_F(IpmiSupply, SensorsOfTheBoardAreASupplyEach) {
+  controller_.sdr = {compact_record(30, supply_type, specific, 7, 1, "PS1 Status"),
+                     compact_record(31, supply_type, specific, 7, 1, "PS2 Status")};
+  EXPECT_THAT(found().supplies, SizeIs(2));
+}
+
+TEST_F(IpmiSupply, ASupplyKeepsItsNumber) {
+  EXPECT_THAT(descriptions(), IsEmpty());
+  controller_.sdr.erase(controller_.sdr.begin());
+  ++controller_.sdr_changes;
+  controller_.is_in(31, present | 1 << 1);
+  const Finding finding = read();
+  ASSERT_THAT(finding.troubles, SizeIs(1));
+  EXPECT_EQ(finding.troubles[0].description, "Power supply 2 has failed");
+  Inventory inventory;
+  finding.enter(inventory);
+  ASSERT_THAT(inventory.supplies, SizeIs(2));
+  EXPECT_FALSE(inventory.supplies[0].flag("present"));
+  EXPECT_EQ(inventory.supplies[1].text("model"), "SUPPLY-800");
 }
 
 TEST_F(IpmiSupply, AnAreaIsReadAgainWhenASupplyComes) {
