@@ -2,6 +2,8 @@
 
 #include <freeipmi/freeipmi.h>
 
+#include <algorithm>
+
 #include "hardware/decimal.h"
 #include "hardware/hwmon.h"
 #include "hardware/ipmi_environment.h"
@@ -54,12 +56,11 @@ void IpmiSource::read_definitions() {
     return;
   }
   const SdrRecords read = read_sdr(*device_);
-  IpmiInventory inventory = decode_sdr(read.records);
-  all_sensors_ = std::move(inventory.sensors);
-  sensors_.define(all_sensors_);
-  fru_devices_ = std::move(inventory.frus);
-  server_ = decode_fru(read_fru(*device_, server_fru));
-  fru_readings_left_ = readings_of_a_fru;
+  // Those that are complete, if out of date, tell more than those that break off.
+  if (read.is_complete || !has_complete_definitions_) {
+    take_over(decode_sdr(read.records));
+  }
+  has_complete_definitions_ = has_complete_definitions_ || read.is_complete;
   definitions_are_complete_ = read.is_complete;
   if (read.is_complete || ++definition_readings_ >= readings_of_definitions) {
     definitions_state_ = state;
@@ -67,25 +68,48 @@ void IpmiSource::read_definitions() {
   }
 }
 
-// Only after a supply has come or gone: an area takes many commands.
-void IpmiSource::read_supply_frus() {
-  std::vector<bool> present;
+void IpmiSource::take_over(IpmiInventory inventory) {
+  all_sensors_ = std::move(inventory.sensors);
+  sensors_.define(all_sensors_);
+  fru_devices_ = std::move(inventory.frus);
+  std::erase_if(frus_, [&](const auto &entry) {
+    return std::ranges::find(fru_devices_, entry.first, &IpmiFruDevice::entity) == fru_devices_.end();
+  });
+  fru_readings_left_ = readings_of_a_fru;
+}
+
+// What a supply said of itself is out of date once it has come or gone.
+void IpmiSource::drop_frus_of_changed_supplies() {
+  std::map<IpmiEntity, bool> present;
   for (const IpmiSample &sample : sensors_.samples()) {
-    if (sample.sensor.type == IPMI_SENSOR_TYPE_POWER_SUPPLY) {
-      present.push_back(sample.is_in(IPMI_SENSOR_TYPE_POWER_SUPPLY_PRESENCE_DETECTED));
+    if (sample.sensor.type == IPMI_SENSOR_TYPE_POWER_SUPPLY && sample.is_known) {
+      bool &is_present = present[sample.sensor.entity];
+      is_present = is_present || sample.is_in(IPMI_SENSOR_TYPE_POWER_SUPPLY_PRESENCE_DETECTED);
     }
   }
-  if (present != supplies_present_) {
-    supplies_present_ = present;
-    fru_readings_left_ = readings_of_a_fru;
+  for (const auto &[entity, is_present] : present) {
+    const auto before = supplies_present_.find(entity);
+    if (before == supplies_present_.end() || before->second != is_present) {
+      supplies_present_[entity] = is_present;
+      frus_.erase(entity);
+      fru_readings_left_ = readings_of_a_fru;
+    }
   }
+}
+
+// Only those that are still empty, and only for a while: an area takes many commands, and a place without a part has
+// none.
+void IpmiSource::read_frus() {
+  drop_frus_of_changed_supplies();
   if (fru_readings_left_ == 0) {
     return;
   }
   --fru_readings_left_;
-  frus_.clear();
+  if (server_ == IpmiFru()) {
+    server_ = decode_fru(read_fru(*device_, server_fru));
+  }
   for (const IpmiFruDevice &fru : fru_devices_) {
-    if (fru.entity.id == IPMI_ENTITY_ID_POWER_SUPPLY) {
+    if (fru.entity.id == IPMI_ENTITY_ID_POWER_SUPPLY && frus_[fru.entity] == IpmiFru()) {
       frus_[fru.entity] = decode_fru(read_fru(*device_, fru.id));
     }
   }
@@ -121,7 +145,7 @@ bool IpmiSource::read_log() {
 void IpmiSource::read_sensors() {
   read_definitions();
   sensors_.read(*device_);
-  read_supply_frus();
+  read_frus();
   chassis_ = read_chassis(*device_);
   power_ = consumed_power(*device_, sensors_.samples());
 }

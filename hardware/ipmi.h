@@ -1,9 +1,11 @@
 // The management controller (IPMI): fans, power supplies, temperatures, power, and its event log.
 #pragma once
 
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "hardware/ipmi_chassis.h"
 #include "hardware/ipmi_device.h"
@@ -31,7 +33,9 @@ class IpmiSource : public Source {
 
  private:
   void read_definitions();
-  void read_supply_frus();
+  void take_over(IpmiInventory inventory);
+  void drop_frus_of_changed_supplies();
+  void read_frus();
   void check_answers();
   bool read_log();
   void read_sensors();
@@ -42,7 +46,8 @@ class IpmiSource : public Source {
   const std::unique_ptr<IpmiDevice> device_;
   std::optional<IpmiOctets> definitions_state_;  // of the sensor records that `sensors_` is made from
   int definition_readings_ = 0;                  // that were not complete
-  bool definitions_are_complete_ = true;
+  bool definitions_are_complete_ = true;         // the last that were read
+  bool has_complete_definitions_ = false;
   std::vector<IpmiSensor> all_sensors_;  // also those that are not read
   IpmiSensors sensors_;
   int readings_until_sensors_ = 0;
@@ -51,8 +56,8 @@ class IpmiSource : public Source {
   bool has_log_ = false;
   std::vector<IpmiFruDevice> fru_devices_;
   IpmiFru server_;
-  std::map<IpmiEntity, IpmiFru> frus_;  // of the power supplies
-  std::vector<bool> supplies_present_;  // when frus_ was read
+  std::map<IpmiEntity, IpmiFru> frus_;           // of the power supplies
+  std::map<IpmiEntity, bool> supplies_present_;  // when frus_ was read
   int fru_readings_left_ = 0;
   std::optional<IpmiChassis> chassis_;
   std::optional<double> power_;

@@ -174,7 +174,7 @@ TEST_F(IpmiSdr, ARecordThatCannotBeReadIsTriedThreeTimes) {
   read();
   read();
   const int before = controller_.asked[{0x0a, 0x23}];
-  EXPECT_THAT(found().sensors, SizeIs(2));
+  EXPECT_THAT(found().sensors, SizeIs(4)) << "the complete records stay";
   EXPECT_EQ((controller_.asked[{0x0a, 0x23}]), before);
 }
 
@@ -524,6 +524,15 @@ TEST_F(IpmiSupply, ASupplyKeepsItsNumber) {
   ASSERT_THAT(inventory.supplies, SizeIs(2));
   EXPECT_FALSE(inventory.supplies[0].flag("present"));
   EXPECT_EQ(inventory.supplies[1].text("model"), "SUPPLY-800");
+}
+
+TEST_F(IpmiSupply, OnlyEmptyAreasAreReadAgain) {
+  controller_.sdr.push_back(fru_record(4, supply_entity, 1));
+  EXPECT_EQ(found().supplies.at(1).text("model"), "SUPPLY-800");
+  controller_.frus[4] = std::exchange(controller_.frus[5], {});
+  const Inventory inventory = found();
+  EXPECT_EQ(inventory.supplies.at(0).text("model"), "SUPPLY-800") << "it could be read in the end";
+  EXPECT_EQ(inventory.supplies.at(1).text("model"), "SUPPLY-800") << "what was read stays";
 }
 
 TEST_F(IpmiSupply, AnAreaIsReadAgainWhenASupplyComes) {
