@@ -201,6 +201,11 @@ Finding IpmiSource::read() {
     }
     --readings_until_sensors_;
     has_answered_ = true;
+  } catch (const IpmiNoPermission &why) {
+    if (!has_answered_) {
+      throw;
+    }
+    silence = why.what();
   } catch (const IpmiSilence &why) {
     if (!has_answered_ && !device_->exists()) {
       throw;

@@ -21,7 +21,12 @@ struct OpenIpmiDevice::Connection {
   explicit Connection(const std::filesystem::path &file) : context(ipmi_ctx_create()) {
     constexpr int no_probing = 1;
     if (access(file.c_str(), R_OK | W_OK) != 0) {
-      throw IpmiSilence(file.string() + ": " + std::generic_category().message(errno));
+      const int error = errno;
+      const std::string why = file.string() + ": " + std::generic_category().message(error);
+      if (error == EACCES || error == EPERM) {
+        throw IpmiNoPermission(why);
+      }
+      throw IpmiSilence(why);
     }
     if (!context || ipmi_ctx_open_inband(context.get(), IPMI_DEVICE_OPENIPMI, no_probing, 0, 0, file.c_str(),
                                          IPMI_WORKAROUND_FLAGS_DEFAULT, IPMI_FLAGS_DEFAULT) < 0) {

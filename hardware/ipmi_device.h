@@ -18,6 +18,12 @@ class IpmiSilence : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// There may be a controller, but this program must not ask it.
+class IpmiNoPermission : public IpmiSilence {
+ public:
+  using IpmiSilence::IpmiSilence;
+};
+
 struct IpmiCommand {
   std::uint8_t net_fn;
   std::uint8_t command;

@@ -164,6 +164,9 @@ class MadeUpController : public IpmiDevice {
 
   IpmiOctets ask(const IpmiCommand &command) override {
     ++asked[{command.net_fn, command.command}];
+    if (is_forbidden) {
+      throw IpmiNoPermission("/dev/ipmi0: Permission denied");
+    }
     if (!is_there || is_silent || (command.command == silent_at && --answers_left < 0)) {
       throw IpmiSilence("/dev/ipmi0: the driver timed out");
     }
@@ -186,6 +189,7 @@ class MadeUpController : public IpmiDevice {
 
   bool is_there = true;
   bool is_silent = false;
+  bool is_forbidden = false;       // to this program
   bool is_stuck = false;           // refuses everything, as the kernel does in its place
   std::uint8_t silent_at = 0xff;   // silent when it gets this command
   std::uint8_t refused_at = 0xff;  // too busy for this command

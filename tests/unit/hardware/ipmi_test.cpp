@@ -1,6 +1,7 @@
 #include "hardware/ipmi.h"
 
 #include <gmock/gmock.h>
+#include <unistd.h>
 
 #include <utility>
 
@@ -198,6 +199,32 @@ TEST_F(Ipmi, AMachineWithoutAControllerSaysSo) {
   } catch (const std::exception &error) {
     EXPECT_EQ(error.what(), (roots().dev / "ipmi0").string() + ": No such file or directory");
   }
+}
+
+TEST_F(Ipmi, AControllerThatMayNotBeAskedIsNoTrouble) {
+  controller_.is_forbidden = true;
+  EXPECT_THROW(source_.read(), IpmiNoPermission);
+}
+
+TEST_F(Ipmi, AMissingPermissionIsTold) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "only root can take a permission from itself";
+  }
+  std::filesystem::create_directories(roots().dev);
+  std::ofstream(roots().dev / "ipmi0").close();
+  EXPECT_EXIT(
+      {
+        constexpr uid_t nobody = 65534;
+        OpenIpmiDevice device(roots().dev / "ipmi0");
+        const bool is_nobody = setresuid(nobody, nobody, nobody) == 0;
+        try {
+          device.ask({.net_fn = 6, .command = 1});
+        } catch (const IpmiNoPermission &) {
+          _Exit(is_nobody ? 0 : 1);
+        }
+        _Exit(1);
+      },
+      testing::ExitedWithCode(0), "");
 }
 
 TEST_F(Ipmi, FansHaveRowsInTheOrderOfTheRecords) {
