@@ -3,6 +3,7 @@
 #include <freeipmi/freeipmi.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "hardware/decimal.h"
 #include "hardware/hwmon.h"
@@ -47,15 +48,25 @@ void enter_server(Inventory &inventory, const IpmiFru &fru) {
 IpmiSource::IpmiSource(const Roots &roots, Register &kept)
     : IpmiSource(roots, kept, std::make_unique<OpenIpmiDevice>(roots.dev / "ipmi0")) {}
 
-IpmiSource::IpmiSource(Roots roots, Register &kept, std::unique_ptr<IpmiDevice> device)
-    : roots_(std::move(roots)), kept_(kept), device_(std::move(device)) {}
+IpmiSource::IpmiSource(Roots roots, Register &kept, std::unique_ptr<IpmiDevice> device,
+                       std::chrono::milliseconds for_definitions)
+    : roots_(std::move(roots)), kept_(kept), device_(std::move(device)), for_definitions_(for_definitions) {}
 
 void IpmiSource::read_definitions() {
   const auto state = sdr_state(*device_);
   if (!state || state == definitions_state_) {
     return;
   }
-  const SdrRecords read = read_sdr(*device_);
+  if (state != reading_state_) {
+    definitions_ = {};
+    reading_state_ = state;
+  }
+  read_sdr(*device_, definitions_, std::chrono::steady_clock::now() + for_definitions_);
+  if (!definitions_.is_at_end) {
+    return;
+  }
+  const SdrRecords read = std::exchange(definitions_, {});
+  reading_state_.reset();
   // Those that are complete, if out of date, tell more than those that break off.
   if (read.is_complete || !has_complete_definitions_) {
     take_over(decode_sdr(read.records));
@@ -179,7 +190,9 @@ Finding IpmiSource::finding() {
   for (const std::vector<Trouble> *troubles : {&fans.troubles, &supplies.troubles, &from_log}) {
     finding.troubles.insert(finding.troubles.end(), troubles->begin(), troubles->end());
   }
-  if (has_answered_ && all_sensors_.empty()) {
+  if (reading_state_) {
+    finding.unreadable.emplace_back("the controller's sensor records have not all been read yet");
+  } else if (has_answered_ && all_sensors_.empty()) {
     finding.unreadable.emplace_back("the controller has no sensor records");
   } else if (!definitions_are_complete_) {
     finding.unreadable.emplace_back("the controller's sensor records could not all be read");
@@ -197,7 +210,7 @@ Finding IpmiSource::read() {
     const bool has_news = read_log();
     if (has_news || readings_until_sensors_ == 0) {
       read_sensors();
-      readings_until_sensors_ = readings_of_the_log_to_one_of_sensors;
+      readings_until_sensors_ = reading_state_ ? 1 : readings_of_the_log_to_one_of_sensors;
     }
     --readings_until_sensors_;
     has_answered_ = true;

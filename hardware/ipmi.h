@@ -1,6 +1,7 @@
 // The management controller (IPMI): fans, power supplies, temperatures, power, and its event log.
 #pragma once
 
+#include <chrono>
 #include <map>
 #include <memory>
 #include <optional>
@@ -22,8 +23,9 @@ class IpmiSource : public Source {
  public:
   // `kept` outlives the source. It keeps which fans and supplies there were.
   IpmiSource(const Roots &roots, Register &kept);
-  // Asks this controller instead of the one below /dev.
-  IpmiSource(Roots roots, Register &kept, std::unique_ptr<IpmiDevice> device);
+  // Asks this controller instead of the one below /dev. One reading spends no more time than that on sensor records.
+  IpmiSource(Roots roots, Register &kept, std::unique_ptr<IpmiDevice> device,
+             std::chrono::milliseconds for_definitions = std::chrono::seconds(30));
 
   std::string_view name() const override { return "IPMI"; }
   // Of the event log. The sensors are read every sixth time, and at once when there is a new event. A machine without a
@@ -44,6 +46,9 @@ class IpmiSource : public Source {
   const Roots roots_;
   Register &kept_;
   const std::unique_ptr<IpmiDevice> device_;
+  const std::chrono::milliseconds for_definitions_;
+  SdrRecords definitions_;                       // as far as they have been read
+  std::optional<IpmiOctets> reading_state_;      // of the records that are being read
   std::optional<IpmiOctets> definitions_state_;  // of the sensor records that `sensors_` is made from
   int definition_readings_ = 0;                  // that were not complete
   bool definitions_are_complete_ = true;         // the last that were read

@@ -79,13 +79,16 @@ std::optional<IpmiOctets> sdr_state(IpmiDevice &device) {
   return ask(device, storage(IPMI_CMD_GET_SDR_REPOSITORY_INFO), 1);
 }
 
-SdrRecords read_sdr(IpmiDevice &device) {
+void read_sdr(IpmiDevice &device, SdrRecords &found, std::chrono::steady_clock::time_point until) {
   constexpr unsigned last = IPMI_SDR_RECORD_ID_LAST;
   constexpr int attempts = 3;  // someone else's reservation cancels ours
-  SdrRecords found;
-  std::set<unsigned> seen;
   unsigned reserved = reservation(device);
-  for (unsigned id = IPMI_SDR_RECORD_ID_FIRST; id != last && seen.insert(id).second;) {
+  do {
+    const unsigned id = found.next;
+    if (id == last || !found.seen.insert(id).second) {
+      found.is_at_end = true;
+      break;
+    }
     auto record = sdr_record(device, reserved, id);
     for (int attempt = 1; !record && attempt < attempts; ++attempt) {
       reserved = reservation(device);
@@ -93,12 +96,13 @@ SdrRecords read_sdr(IpmiDevice &device) {
     }
     if (!record) {
       found.is_complete = false;
+      found.is_at_end = true;
       break;
     }
     found.records.push_back(std::move(record->octets));
-    id = record->next;
-  }
-  return found;
+    found.next = record->next;
+  } while (std::chrono::steady_clock::now() < until);
+  found.is_at_end = found.is_at_end || found.next == last;
 }
 
 IpmiOctets read_fru(IpmiDevice &device, std::uint8_t id) {

@@ -1,6 +1,7 @@
 // What the management controller keeps: its sensor data records, FRU areas and event log, as octets.
 #pragma once
 
+#include <chrono>
 #include <optional>
 #include <set>
 #include <vector>
@@ -15,10 +16,13 @@ std::optional<IpmiOctets> sdr_state(IpmiDevice &device);
 struct SdrRecords {
   std::vector<IpmiOctets> records;  // each with its header
   bool is_complete = true;          // or else a record could not be read, and those after it are not known
+  bool is_at_end = false;           // or else there is more to read
+  unsigned next = 0;                // the number of the record to go on with; 0 is the first
+  std::set<unsigned> seen;          // numbers of records
 };
 
-// All records, each once.
-SdrRecords read_sdr(IpmiDevice &device);
+// Reads on, each record once, until the end or, if that comes later, until the time is up, but at least one record.
+void read_sdr(IpmiDevice &device, SdrRecords &found, std::chrono::steady_clock::time_point until);
 
 // As much of the FRU area as can be read; at most some kilobytes, which is more than areas have.
 IpmiOctets read_fru(IpmiDevice &device, std::uint8_t id);

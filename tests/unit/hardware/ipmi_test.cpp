@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <utility>
 
 #include "controller.h"
@@ -44,6 +45,12 @@ MadeUpSensor temperature(std::uint8_t number, const std::string &name) {
           .upper_non_recoverable = 90,
           .upper_critical = 80,
           .hysteresis = 5};
+}
+
+std::vector<IpmiOctets> all_records(IpmiDevice &device) {
+  SdrRecords found;
+  read_sdr(device, found, std::chrono::steady_clock::time_point::max());
+  return found.records;
 }
 
 class Ipmi : public Tree {
@@ -146,7 +153,7 @@ TEST_F(IpmiSdr, ARepositoryThatLoopsEnds) {
   };
   Loop loop;
   loop.sdr = {full_record(fan(9, "SYS_FAN1")), full_record(fan(10, "SYS_FAN2"))};
-  EXPECT_THAT(read_sdr(loop).records, SizeIs(2)) << "the first goes by two numbers";
+  EXPECT_THAT(all_records(loop), SizeIs(2)) << "the first goes by two numbers";
 }
 
 TEST_F(IpmiSdr, ARecordLargerThanAnOffsetIsLeftOut) {
@@ -154,10 +161,10 @@ TEST_F(IpmiSdr, ARecordLargerThanAnOffsetIsLeftOut) {
   record[4] = 0xff;
   record.resize(5 + 0xff);
   controller_.sdr = {record};
-  EXPECT_THAT(read_sdr(controller_).records, SizeIs(1));
+  EXPECT_THAT(all_records(controller_), SizeIs(1));
   record.resize(100);
   controller_.sdr = {record};
-  EXPECT_THAT(read_sdr(controller_).records, IsEmpty());
+  EXPECT_THAT(all_records(controller_), IsEmpty());
 }
 
 TEST_F(IpmiSdr, ARecordThatCannotBeReadIsTriedThreeTimes) {
@@ -177,6 +184,17 @@ TEST_F(IpmiSdr, ARecordThatCannotBeReadIsTriedThreeTimes) {
   const int before = controller_.asked[{0x0a, 0x23}];
   EXPECT_THAT(found().sensors, SizeIs(4)) << "the complete records stay";
   EXPECT_EQ((controller_.asked[{0x0a, 0x23}]), before);
+}
+
+TEST_F(IpmiSdr, SlowRecordsAreReadInSeveralReadings) {
+  auto made = make_controller();
+  made->sdr = {full_record(fan(9, "SYS_FAN1")), full_record(fan(10, "SYS_FAN2")), full_record(fan(11, "SYS_FAN3"))};
+  IpmiSource source(roots(), register_, std::move(made), std::chrono::milliseconds(0));
+  const auto sensors_after_reading = [&] { return found_by(source).sensors.size(); };
+  EXPECT_EQ(sensors_after_reading(), 0U);
+  EXPECT_THAT(source.read().unreadable, ElementsAre("the controller's sensor records have not all been read yet"));
+  EXPECT_EQ(sensors_after_reading(), 6U);
+  EXPECT_THAT(source.read().unreadable, IsEmpty());
 }
 
 TEST_F(IpmiSdr, AreasOfOthersAreLeftOut) {
