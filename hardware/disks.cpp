@@ -26,6 +26,9 @@ constexpr std::int64_t block_size = 512;  // what the kernel counts in, whatever
 // The drives in the register.
 constexpr const char *drive_group = "drive";
 
+// The condition of a drive that says so itself.
+constexpr const char *failing = "failing";
+
 // The use of a controller whose drives are listed elsewhere: with the operating system's.
 constexpr const char *shows_no_drives = "0";
 
@@ -79,10 +82,14 @@ std::string name_of(const Part &drive) {
   return drive.text("name") + " (" + drive.text("model") + ')';
 }
 
+std::string trouble_key(const std::string &place, const std::string &what) {
+  return "drive " + place + ' ' + what;
+}
+
 Trouble trouble(const std::string &place, const RegisteredPart &drive, const std::string &what,
                 const std::string &severity, int cause, const std::string &sentence) {
   const std::string slot = std::to_string(drive.number);
-  return {.key = "drive " + place + ' ' + what,
+  return {.key = trouble_key(place, what),
           .class_code = drive_class,
           .unit = drive.number,
           .severity = severity,
@@ -92,24 +99,52 @@ Trouble trouble(const std::string &place, const RegisteredPart &drive, const std
           .affected_oid = row_oid("4.1.2", drive.number)};
 }
 
+// Fills in what a drive has left out this time, because it sleeps or is about to die, with what it told last.
+void complete(SmartReport &report, const SmartReport &last) {
+  if (!report.healthy) {
+    report.healthy = last.healthy;
+  }
+  if (report.firmware.empty()) {
+    report.firmware = last.firmware;
+  }
+  if (report.model.empty()) {
+    report.model = last.model;
+  }
+}
+
 }  // namespace
 
-DiskSource::DiskSource(Roots roots, Register &numbers, std::string smartctl)
-    : roots_(std::move(roots)), numbers_(numbers), smartctl_(std::move(smartctl)), pci_(roots_.sys) {}
+DiskSource::DiskSource(Roots roots, Register &numbers, std::string smartctl, std::chrono::seconds report_age)
+    : roots_(std::move(roots)),
+      numbers_(numbers),
+      smartctl_(std::move(smartctl)),
+      report_age_(report_age),
+      pci_(roots_.sys) {
+  const auto faults = numbers_.faults();
+  for (const auto &[place, drive] : numbers_.parts(drive_group)) {
+    if (faults.contains(trouble_key(place, failing))) {
+      failing_before_.insert(place);
+    }
+  }
+}
 
-const SmartReport &DiskSource::report_of(const fs::path &disk) {
+const SmartReport &DiskSource::report_of(const fs::path &disk, const std::string &place) {
   const auto now = std::chrono::steady_clock::now();
   const std::string device = disk.filename();
   const std::string drive = read_attribute(disk / "diskseq").value_or("");
   const auto known = asked_.find(device);
   const bool is_same = known != asked_.end() && known->second.drive == drive;
-  if (is_same && now - known->second.when < report_age) {
+  if (is_same && now - known->second.when < report_age_) {
     return known->second.report;
   }
   SmartReport report = ask_drive(smartctl_, (roots_.dev / device).string());
-  // A drive that sleeps is what it was when it last answered.
-  if (report.state == SmartReport::State::Sleeps && is_same) {
-    report = known->second.report;
+  if (is_same) {
+    complete(report, known->second.report);
+  }
+  if (report.healthy) {
+    failing_before_.erase(place);
+  } else if (failing_before_.contains(place)) {
+    report.healthy = false;
   }
   return (asked_[device] = {.when = now, .drive = drive, .report = std::move(report)}).report;
 }
@@ -136,7 +171,7 @@ std::vector<RaidController> DiskSource::controllers() {
 
 Part DiskSource::drive_part(const fs::path &disk, const std::string &place, Finding &finding) {
   const std::string device = disk.filename();
-  const SmartReport &report = report_of(disk);
+  const SmartReport &report = report_of(disk, place);
   if (report.state == SmartReport::State::Silent) {
     finding.unreadable.push_back(device + ": " + report.why_silent);
   }
@@ -182,7 +217,7 @@ std::vector<DiskSource::Drive> DiskSource::drives(Finding &finding) {
 void DiskSource::find_troubles(const std::vector<Drive> &present, Finding &finding) {
   for (const Drive &drive : present) {
     if (drive.part.written(*find_field(drive_kind, "state")) == "failed") {
-      finding.troubles.push_back(trouble(drive.place, {drive.part.number("slot"), name_of(drive.part)}, "failing",
+      finding.troubles.push_back(trouble(drive.place, {drive.part.number("slot"), name_of(drive.part)}, failing,
                                          "major", cause::failed, " reports that it is failing"));
     }
   }
@@ -192,6 +227,16 @@ void DiskSource::find_troubles(const std::vector<Drive> &present, Finding &findi
       finding.troubles.back().missing = {.group = drive_group, .number = drive.number};
     }
   }
+}
+
+// Another drive that comes in its place is not what it was.
+void DiskSource::forget_what_is_gone(const std::vector<Drive> &present) {
+  std::erase_if(failing_before_, [&](const std::string &place) {
+    return std::ranges::find(present, place, &Drive::place) == present.end();
+  });
+  std::erase_if(asked_, [&](const auto &asked) {
+    return std::ranges::none_of(present, [&](const Drive &drive) { return drive.part.text("name") == asked.first; });
+  });
 }
 
 Finding DiskSource::read() {
@@ -211,6 +256,7 @@ Finding DiskSource::read() {
     slots = std::max(slots, drive.number);
   }
   find_troubles(present, finding);
+  forget_what_is_gone(present);
   finding.enter = [controllers = controllers(), parts, slots](Inventory &inventory) {
     // The table of drives shows as many slots as the server says that it has.
     inventory.server.set_number("drive-slots", slots);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <map>
+#include <set>
 #include <string>
 
 #include "hardware/kernel_events.h"
@@ -14,8 +15,10 @@ namespace tavo::service {
 
 class DiskSource : public Source {
  public:
-  // `numbers` outlives the source. It keeps each place's slot, and which drives should be there.
-  DiskSource(Roots roots, Register &numbers, std::string smartctl = "smartctl");
+  // `numbers` outlives the source. It keeps each place's slot, which drives should be there, and which were failing. A
+  // drive's own report is believed for `report_age`: asking costs the drive a little.
+  DiskSource(Roots roots, Register &numbers, std::string smartctl = "smartctl",
+             std::chrono::seconds report_age = std::chrono::minutes(5));
 
   std::string_view name() const override { return "disks"; }
   std::chrono::seconds interval() const override { return std::chrono::seconds(10); }
@@ -34,21 +37,23 @@ class DiskSource : public Source {
     bool comes_and_goes;  // nobody misses it
   };
 
-  // How long a drive's own report is believed. Asking costs the drive a little.
-  static constexpr std::chrono::minutes report_age{5};
-
-  const SmartReport &report_of(const std::filesystem::path &disk);
+  const SmartReport &report_of(const std::filesystem::path &disk, const std::string &place);
   std::vector<RaidController> controllers();
   std::vector<Drive> drives(Finding &finding);
   Part drive_part(const std::filesystem::path &disk, const std::string &place, Finding &finding);
   void find_troubles(const std::vector<Drive> &present, Finding &finding);
+  void forget_what_is_gone(const std::vector<Drive> &present);
 
   const Roots roots_;
   Register &numbers_;
   const std::string smartctl_;
+  const std::chrono::seconds report_age_;
   PciBus pci_;
   KernelEvents events_{"block"};
   std::map<std::string, Asked> asked_;  // by device
+  // The places of drives that were failing when the service ended, and have neither told of their health nor gone
+  // since.
+  std::set<std::string> failing_before_;
 };
 
 }  // namespace tavo::service

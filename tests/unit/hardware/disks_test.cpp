@@ -75,11 +75,17 @@ class Disks : public Tree {
     std::ofstream(directory_ / "reports" / name) << report;
   }
 
+  void report(const std::string &name, const std::string &report) {
+    std::ofstream(directory_ / "reports" / name) << report;
+  }
+
   void pull(const std::string &name) { std::filesystem::remove(sys() / "block" / name); }
 
   Register register_{""};
   DiskSource source_{roots(), register_, smartctl()};
 };
+
+constexpr const char *asleep = R"({"smartctl": {"messages": [{"string": "Device is in STANDBY mode"}]}})";
 
 constexpr const char *sda = "devices/pci0000:00/0000:00:1f.2/ata3/host2/target2:0:0/2:0:0:0/block/sda";
 constexpr const char *nvme = "devices/pci0000:00/0000:00:01.0/0000:01:00.0/nvme/nvme0/nvme0n1";
@@ -219,6 +225,58 @@ TEST_F(Disks, ADriveThatDoesNotAnswerIsStillListed) {
   const Finding finding = source_.read();
   EXPECT_THAT(finding.unreadable, ElementsAre("sda: smartctl printed no JSON"));
   EXPECT_THAT(found_by(source_).controllers.at(0).drives, SizeIs(1));
+}
+
+TEST_F(Disks, AFailingDriveThatFallsSilentIsFailing) {
+  DiskSource source(roots(), register_, smartctl(), std::chrono::seconds(0));
+  add_disk("sda", sda, failing);
+  EXPECT_THAT(source.read().troubles, SizeIs(1));
+  for (const char *now : {"no JSON", asleep, R"({"model_name": "MODEL-1"})", "no JSON"}) {
+    report("sda", now);
+    const Finding finding = source.read();
+    ASSERT_THAT(finding.troubles, SizeIs(1)) << now;
+    EXPECT_EQ(finding.troubles[0].description, "Drive sda (MODEL-1) in slot 1 reports that it is failing");
+  }
+  EXPECT_THAT(source.read().unreadable, ElementsAre("sda: smartctl printed no JSON"));
+  report("sda", healthy);
+  EXPECT_THAT(source.read().troubles, IsEmpty());
+}
+
+TEST_F(Disks, ADriveIsNotWhatTheOneBeforeItWas) {
+  add_disk("sda", sda, failing);
+  EXPECT_THAT(source_.read().troubles, SizeIs(1));
+  pull("sda");
+  source_.read();
+  report("sda", "no JSON");
+  link("block/sda", sda);
+  EXPECT_THAT(source_.read().troubles, IsEmpty());
+}
+
+TEST_F(Disks, ADriveThatSleepsOverARestartIsStillFailing) {
+  add_disk("sda", sda, failing);
+  const Finding before = source_.read();
+  ASSERT_THAT(before.troubles, SizeIs(1));
+  register_.keep_fault(before.troubles[0].key, {});
+  report("sda", asleep);
+  DiskSource later(roots(), register_, smartctl(), std::chrono::seconds(0));
+  EXPECT_THAT(later.read().troubles, SizeIs(1));
+  report("sda", healthy);
+  EXPECT_THAT(later.read().troubles, IsEmpty());
+  report("sda", asleep);
+  EXPECT_THAT(later.read().troubles, IsEmpty());
+}
+
+TEST_F(Disks, AnotherDriveAfterARestartIsNotFailing) {
+  add_disk("sda", sda, failing);
+  const Finding before = source_.read();
+  ASSERT_THAT(before.troubles, SizeIs(1));
+  register_.keep_fault(before.troubles[0].key, {});
+  pull("sda");
+  DiskSource later(roots(), register_, smartctl());
+  later.read();
+  report("sda", asleep);
+  link("block/sda", sda);
+  EXPECT_THAT(later.read().troubles, IsEmpty());
 }
 
 class Arrays : public Tree {
