@@ -137,7 +137,7 @@ const SmartReport &DiskSource::report_of(const fs::path &disk, const std::string
   if (is_same && now - known->second.when < report_age_) {
     return known->second.report;
   }
-  SmartReport report = ask_drive(smartctl_, (roots_.dev / device).string());
+  SmartReport report = smartctl_.ask((roots_.dev / device).string());
   if (is_same) {
     complete(report, known->second.report);
   }

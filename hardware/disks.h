@@ -46,7 +46,7 @@ class DiskSource : public Source {
 
   const Roots roots_;
   Register &numbers_;
-  const std::string smartctl_;
+  Smartctl smartctl_;
   const std::chrono::seconds report_age_;
   PciBus pci_;
   KernelEvents events_{"block"};

@@ -2,6 +2,8 @@
 
 #include <gmock/gmock.h>
 
+#include <csignal>
+
 #include "hardware/arrays.h"
 #include "tree.h"
 
@@ -47,7 +49,55 @@ TEST(Smart, RubbishIsASilentDrive) {
 }
 
 TEST(Smart, AMissingProgramIsNamed) {
-  EXPECT_THAT(ask_drive("/nonexistent/smartctl", "/dev/null").why_silent, HasSubstr("/nonexistent/smartctl: No such"));
+  Smartctl smartctl("/nonexistent/smartctl");
+  EXPECT_THAT(smartctl.ask("/dev/null").why_silent, HasSubstr("/nonexistent/smartctl: No such"));
+}
+
+// A program in place of smartctl.
+class SmartProgram : public Tree {
+ protected:
+  std::string program(const std::string &commands) {
+    const std::filesystem::path file = directory_ / "smartctl";
+    std::ofstream(file) << "#!/bin/sh\n" << commands << '\n';
+    std::filesystem::permissions(file, std::filesystem::perms::owner_all);
+    return file;
+  }
+
+  // The number of the process that wrote it there.
+  pid_t child() const {
+    pid_t child = 0;
+    std::ifstream(directory_ / "pid") >> child;
+    return child;
+  }
+};
+
+TEST_F(SmartProgram, OneThatHangsIsKilledInTime) {
+  const std::string note = "echo $$ > " + (directory_ / "pid").string() + "; ";
+  for (const char *hang : {"exec sleep 60", "exec sleep 60 >&-", "exec yes"}) {
+    Smartctl smartctl(program(note + hang), std::chrono::milliseconds(500));
+    const auto begin = std::chrono::steady_clock::now();
+    const SmartReport report = smartctl.ask("/dev/null");
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20)) << hang;
+    EXPECT_EQ(report.state, SmartReport::State::Silent);
+    EXPECT_EQ(kill(child(), 0), -1) << hang;
+  }
+}
+
+TEST_F(SmartProgram, TheReasonOfSilenceNamesTheTime) {
+  Smartctl smartctl(program("exec sleep 60"), std::chrono::milliseconds(100));
+  EXPECT_THAT(smartctl.ask("/dev/null").why_silent, HasSubstr("smartctl has not answered within 1 s"));
+}
+
+TEST_F(SmartProgram, SignalsCanEndIt) {
+  sigset_t signals;
+  sigset_t before;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &signals, &before);
+  Smartctl smartctl(program("kill -TERM $$\necho '" + std::string(R"({"model_name": "survived"})") + "'"));
+  const SmartReport report = smartctl.ask("/dev/null");
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  EXPECT_EQ(report.model, "");
 }
 
 class Disks : public Tree {
