@@ -20,9 +20,18 @@ struct Array {
   std::int64_t blocks;
 };
 
+// Neither an array that is not set up yet, nor the container of others that firmware describes: that one is never
+// active. The arrays in it say "external:/md127/0".
+bool is_array(const fs::path &md) {
+  std::error_code error;
+  const std::string metadata = read_attribute(md / "metadata_version").value_or("");
+  const bool is_container = metadata.starts_with("external:") && !metadata.starts_with("external:/");
+  return fs::exists(md, error) && read_attribute(md / "array_state") != "clear" && !is_container;
+}
+
 std::string state_of(const fs::path &md) {
   const std::string state = read_attribute(md / "array_state").value_or("");
-  if (state.empty() || state == "inactive" || state == "clear" || state == "broken") {
+  if (state.empty() || state == "inactive" || state == "broken") {
     return "offline";
   }
   return read_number(md / "degraded").value_or(0) > 0 ? "degraded" : "optimal";
@@ -62,7 +71,7 @@ Finding ArraySource::read() {
   Finding finding;
   std::vector<Array> arrays;
   for (const fs::path &disk : entries(roots_.sys / "block", "md")) {
-    if (!fs::exists(disk / "md")) {
+    if (!is_array(disk / "md")) {
       continue;
     }
     const std::string name = disk.filename();

@@ -364,6 +364,27 @@ TEST_F(Arrays, ADegradedOrStoppedArrayIsATrouble) {
   EXPECT_EQ(finding.troubles[1].severity, "critical");
 }
 
+TEST_F(Arrays, WhatHoldsNoDataIsNoArray) {
+  add_array("md0", "clear", "0");
+  add_array("md127", "inactive", "0");
+  write("block/md127/md/metadata_version", "external:imsm\n");
+  add_array("md126", "clean", "0");
+  write("block/md126/md/metadata_version", "external:/md127/0\n");
+  EXPECT_THAT(source_.read().troubles, IsEmpty());
+  const Inventory inventory = found_by(source_);
+  ASSERT_THAT(inventory.controllers.at(0).volumes, SizeIs(1));
+  EXPECT_EQ(inventory.controllers[0].volumes[0].written(*find_field(volume_kind, "state")), "optimal");
+  write("block/md126/md/array_state", "inactive\n");
+  EXPECT_THAT(source_.read().troubles, SizeIs(1));
+}
+
+TEST_F(Arrays, OneThatCannotBeReadHidesNoOther) {
+  add_array("md0", "active", "1");
+  std::filesystem::create_directories(sys() / "block/md1");
+  std::filesystem::create_symlink("md", sys() / "block/md1/md");  // leads to itself
+  EXPECT_THAT(source_.read().troubles, SizeIs(1));
+}
+
 TEST_F(Arrays, AnArrayKeepsItsNumber) {
   add_array("md0", "clean", "0");
   add_array("md1", "clean", "0");
