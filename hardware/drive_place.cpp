@@ -85,7 +85,7 @@ fs::path device_of(const fs::path &disk) {
   std::vector<fs::path> ways;
   for (const fs::path &entry : entries(device.parent_path(), "nvme")) {
     const fs::path controller = fs::canonical(entry, error);
-    if (!error && fs::is_symlink(entry)) {
+    if (!error && fs::is_symlink(entry, error)) {
       ways.push_back(controller / device.filename());
     }
   }
