@@ -65,8 +65,8 @@ std::string row_oid(std::string_view column, std::int64_t row) {
   return "1.3.6.1.4.1.61453.4.207.1.45." + std::string(column) + '.' + std::to_string(row);
 }
 
-// What is not a drive: memory, loops, arrays, media that come and go in a drive, SD cards, and the parts of a flash
-// chip that only its own firmware uses.
+// What is not a drive: memory, loops, arrays, media that come and go in a drive, SD cards, the parts of a flash chip
+// that only its own firmware uses, and the single ways to a drive that the kernel shows as one besides.
 bool is_drive(const fs::path &disk, const fs::path &device) {
   const std::string name = disk.filename();
   const bool is_virtual = device.empty() || device.string().find("/devices/virtual/") != std::string::npos;
@@ -75,7 +75,9 @@ bool is_drive(const fs::path &disk, const fs::path &device) {
   const bool is_part_of_chip =
       name.starts_with(chip) && name.find_first_not_of("0123456789", chip.size()) != std::string::npos;
   const bool is_sd_card = read_attribute(disk / "device/type") == "SD";
-  return !is_virtual && !has_media && !is_part_of_chip && !is_sd_card && read_number(disk / "size").value_or(0) > 0;
+  const bool is_hidden = read_number(disk / "hidden").value_or(0) != 0;
+  return !is_virtual && !has_media && !is_part_of_chip && !is_sd_card && !is_hidden &&
+         read_number(disk / "size").value_or(0) > 0;
 }
 
 std::string name_of(const Part &drive) {

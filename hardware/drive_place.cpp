@@ -46,6 +46,19 @@ std::string nvme_namespace(std::string_view name) {
   return number.empty() ? "" : 'n' + number;
 }
 
+// Of the login to an iSCSI target: "TARGET ADDRESS INTERFACE", as far as the kernel tells, because the same target may
+// be reached in several ways; the login's own name if it does not.
+std::string iscsi_way(const fs::path &session) {
+  const std::string name = session.filename();
+  const fs::path told = session / "iscsi_session" / name;
+  std::string way = read_attribute(told / "targetname").value_or(name);
+  for (const fs::path &connection : entries(session, "connection")) {
+    const fs::path connected = connection / "iscsi_connection" / connection.filename();
+    way += ' ' + read_attribute(connected / "persistent_address").value_or("");
+  }
+  return way + ' ' + read_attribute(told / "ifacename").value_or("");
+}
+
 // What a directory on the way to a drive says of the drive's place; empty: nothing that lasts. The kernel numbers
 // ports, hosts, virtio devices and NVMe controllers in the order in which it comes upon them, which may differ at the
 // next boot.
@@ -57,6 +70,9 @@ std::string lasting_part(const fs::path &directory) {
   const auto begins_name = [&](std::string_view prefix) { return is_numbered(name, prefix); };
   if (begins_name("ata")) {
     return "port " + read_attribute(directory / "ata_port" / name / "port_no").value_or(name);
+  }
+  if (begins_name("session")) {
+    return iscsi_way(directory);
   }
   if (begins_name("nvme")) {
     return nvme_namespace(name);

@@ -206,6 +206,18 @@ TEST_F(Disks, WhatIsNoDriveIsLeftOut) {
   EXPECT_THAT(found_by(source_).controllers, IsEmpty());
 }
 
+TEST_F(Disks, AHiddenWayToADriveIsNone) {
+  const std::string controller = "devices/pci0000:00/0000:00:01.0/0000:01:00.0/nvme/nvme0";
+  add_disk("nvme0n1", "devices/virtual/nvme-subsystem/nvme-subsys0/nvme0n1", healthy);
+  link("devices/virtual/nvme-subsystem/nvme-subsys0/nvme0", controller);
+  add_disk("nvme0c0n1", controller + "/nvme0c0n1", healthy);
+  write(controller + "/nvme0c0n1/hidden", "1\n");
+  const Inventory inventory = found_by(source_);
+  ASSERT_THAT(inventory.controllers, SizeIs(1));
+  ASSERT_THAT(inventory.controllers[0].drives, SizeIs(1));
+  EXPECT_EQ(inventory.controllers[0].drives[0].text("name"), "nvme0n1");
+}
+
 TEST_F(Disks, ADriveThatIsFailingIsATrouble) {
   add_disk("sda", sda, failing);
   const Finding finding = source_.read();

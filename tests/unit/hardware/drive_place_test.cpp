@@ -41,6 +41,22 @@ TEST_F(DrivePlace, NumbersOfThisBootAreLeftOut) {
   }
 }
 
+TEST_F(DrivePlace, AnIscsiDriveIsAtItsTarget) {
+  const auto log_in = [&](const std::string &number, const std::string &target, const std::string &address) {
+    const std::string session = "devices/platform/host3/session" + number;
+    write(session + "/iscsi_session/session" + number + "/targetname", target + "\n");
+    write(session + "/iscsi_session/session" + number + "/ifacename", "default\n");
+    const std::string connection = "connection" + number + ":0";
+    write(session + "/" + connection + "/iscsi_connection/" + connection + "/persistent_address", address + "\n");
+    return place_of(sys() / session / "target3:0:0/3:0:0:1/block/sdb");
+  };
+  const std::string place = log_in("1", "iqn.2001-04.com.example:one", "192.0.2.1");
+  EXPECT_EQ(place, "platform iqn.2001-04.com.example:one 192.0.2.1 default 0:0:1");
+  EXPECT_EQ(log_in("2", "iqn.2001-04.com.example:one", "192.0.2.1"), place);
+  EXPECT_NE(log_in("3", "iqn.2001-04.com.example:one", "192.0.2.2"), place);
+  EXPECT_NE(log_in("4", "iqn.2001-04.com.example:two", "192.0.2.1"), place);
+}
+
 TEST_F(DrivePlace, NoTwoDrivesShareAPlace) {
   const auto at = [&](const char *device) { return place_of(sys() / "devices/pci0000:00" / device); };
   EXPECT_NE(at("0000:01:00.0/nvme/nvme0/nvme0n1"), at("0000:01:00.0/nvme/nvme0/nvme0n2"));
