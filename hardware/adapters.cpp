@@ -107,7 +107,7 @@ AdapterSource::AdapterSource(Roots roots, Register &numbers, FirmwareOf firmware
     : roots_(std::move(roots)), numbers_(numbers), firmware_of_(std::move(firmware_of)), pci_(roots_.sys) {}
 
 // The table never changes.
-const std::map<std::string, AdapterSource::Slot> &AdapterSource::named_slots() {
+const AdapterSource::Slots &AdapterSource::named_slots() {
   if (named_slots_) {
     return *named_slots_;
   }
@@ -123,24 +123,47 @@ const std::map<std::string, AdapterSource::Slot> &AdapterSource::named_slots() {
   return *named_slots_;
 }
 
-std::map<std::string, AdapterSource::Slot> AdapterSource::slots() {
-  std::map<std::string, Slot> slots = named_slots();
+// A card is known by its slot's name, which must not depend on the other cards. The firmware's slots never change, and
+// those of the kernel, which come and go with its drivers, have each a name of their own among themselves.
+AdapterSource::Slots AdapterSource::slots() {
+  Slots slots;
+  std::set<std::string> names;
+  std::set<std::string> devices;
+  for (const auto &[address, slot] : named_slots()) {
+    const bool is_free = names.insert(slot.name).second;
+    slots[address] = {.name = is_free ? slot.name : slot.name + " (" + address + ')', .number = slot.number};
+    devices.insert(without_function(address));
+  }
   for (const auto &[address, name] : pci_.slots()) {
-    slots.try_emplace(address, Slot{.name = name, .number = number_in(name)});
+    if (!devices.contains(address)) {
+      slots[address] = {.name = names.contains(name) ? name + " (" + address + ')' : name, .number = number_in(name)};
+    }
   }
   return slots;
 }
 
-// A card's functions are at the address of its slot, or behind the bridge at that address.
+// A card's functions are at the address of its slot, or behind the bridge at that address. The functions of a card
+// share its slot, but the ports of a bridge, which are functions as well, have a slot each.
+AdapterSource::Slots::const_iterator AdapterSource::slot_of(const PciDevice &device, const Slots &slots) {
+  auto slot = slots.end();
+  for (const fs::path &element : device.directory) {
+    for (const std::string &address : {without_function(element), element.string()}) {
+      const auto found = slots.find(address);
+      slot = found != slots.end() ? found : slot;
+    }
+  }
+  const std::string card = without_function(device.address);
+  const auto first = slots.lower_bound(card);
+  const bool is_there =
+      slots.contains(device.address) || first == slots.end() || without_function(first->first) != card;
+  return is_there ? slot : first;
+}
+
 std::vector<AdapterSource::Card> AdapterSource::cards() {
   const auto known = slots();
   std::map<std::string, Card> by_slot;
   for (const PciDevice &device : pci_.devices()) {
-    auto slot = known.end();
-    for (const fs::path &element : device.directory) {
-      const auto found = known.find(without_function(element));
-      slot = found != known.end() ? found : slot;
-    }
+    const auto slot = slot_of(device, known);
     if (slot != known.end() && is_adapter(device)) {
       Card &card = by_slot[slot->first];
       card.slot = slot->second;
@@ -148,11 +171,7 @@ std::vector<AdapterSource::Card> AdapterSource::cards() {
     }
   }
   std::vector<Card> cards;
-  std::set<std::string> names;
   for (auto &[address, card] : by_slot) {
-    if (!names.insert(card.slot.name).second) {
-      card.slot.name += " (" + address + ')';
-    }
     cards.push_back(std::move(card));
   }
   // Slots with a number of their own come first, before another slot gets it.

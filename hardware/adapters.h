@@ -38,8 +38,12 @@ class AdapterSource : public Source {
     std::vector<PciDevice> functions;
   };
 
-  const std::map<std::string, Slot> &named_slots();
-  std::map<std::string, Slot> slots();
+  // By the address of the card, or of the bridge in front of it. Those of the kernel are without the function.
+  using Slots = std::map<std::string, Slot>;
+
+  static Slots::const_iterator slot_of(const PciDevice &device, const Slots &slots);
+  const Slots &named_slots();
+  Slots slots();
   std::vector<Card> cards();
   const VitalProductData &product_data(const PciDevice &device);
   std::string firmware(const Card &card) const;
@@ -50,8 +54,8 @@ class AdapterSource : public Source {
   const FirmwareOf firmware_of_;
   PciBus pci_;
   KernelEvents events_{"pci", "net"};
-  std::optional<std::map<std::string, Slot>> named_slots_;  // by SMBIOS; nothing: not read yet
-  std::map<std::string, VitalProductData> product_data_;    // of the cards that are there, by address
+  std::optional<Slots> named_slots_;                      // by SMBIOS; nothing: not read yet
+  std::map<std::string, VitalProductData> product_data_;  // of the cards that are there, by address
 };
 
 }  // namespace tavo::service

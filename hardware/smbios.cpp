@@ -328,7 +328,8 @@ std::vector<SystemSlot> system_slots(std::span<const std::byte> table) {
       continue;
     }
     std::array<char, 16> address{};
-    std::snprintf(address.data(), address.size(), "%04x:%02x:%02x", structure.word(slot_segment), bus, device >> 3);
+    std::snprintf(address.data(), address.size(), "%04x:%02x:%02x.%x", structure.word(slot_segment), bus, device >> 3,
+                  device & 7U);
     slots.push_back(
         {.name = structure.text(slot_designation), .number = structure.word(slot_number), .address = address.data()});
   }

@@ -42,7 +42,7 @@ std::vector<SmbiosStructure> smbios_structures(std::span<const std::byte> table)
 struct SystemSlot {
   std::string name;     // "PCIe Slot 3"
   std::int64_t number;  // on the board; 0: not known
-  std::string address;  // of the device in it or of the bridge in front of it, without the function: "0000:03:00"
+  std::string address;  // of the device in it or of the bridge in front of it: "0000:00:1c.4"
 };
 
 // The slots whose address the table tells, in its order.

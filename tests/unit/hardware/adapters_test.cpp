@@ -98,6 +98,47 @@ TEST_F(Adapters, ASlotOfTheFirmwareIsBehindItsBridge) {
   EXPECT_EQ(inventory.adapters[0].number("slot"), 6);
 }
 
+TEST_F(Adapters, EachPortOfABridgeHasASlotOfItsOwn) {
+  const auto slot = [](const std::string &name, int number, int function) {
+    return Structure(9, 0x11).text(4, name).word(9, number).octet(0x0f, 0).octet(0x10, 0x1c << 3 | function).octets();
+  };
+  write("firmware/dmi/tables/DMI", slot("PCIe 1", 1, 0) + slot("PCIe 2", 2, 4));
+  add_function("0000:00:1c.0/", "0000:01:00.0", network);
+  add_function("0000:00:1c.4/", "0000:02:00.0", network);
+  add_function("0000:00:1c.5/", "0000:03:00.0", network);
+  const Inventory inventory = found_by(source_);
+  ASSERT_THAT(inventory.adapters, SizeIs(2)) << "no slot is known behind the third port";
+  EXPECT_EQ(inventory.adapters[0].number("slot"), 1);
+  EXPECT_EQ(inventory.adapters[1].number("slot"), 2);
+}
+
+TEST_F(Adapters, TheFunctionsOfACardShareItsSlot) {
+  write("firmware/dmi/tables/DMI",
+        Structure(9, 0x11).text(4, "PCIe 6").word(9, 6).octet(0x0f, 1).octet(0x10, 0).octets());
+  write("bus/pci/slots/9/address", "0000:01:00\n");
+  add_function("0000:00:01.0/", "0000:01:00.0", network);
+  add_function("0000:00:01.0/", "0000:01:00.1", network);
+  const Inventory inventory = found_by(source_);
+  ASSERT_THAT(inventory.adapters, SizeIs(1));
+  EXPECT_EQ(inventory.adapters[0].number("slot"), 6);
+}
+
+TEST_F(Adapters, ASlotsNameDoesNotDependOnOtherCards) {
+  const auto slot = [](int bus) { return Structure(9, 0x11).text(4, "SLOT").octet(0x0f, bus).octet(0x10, 0).octets(); };
+  write("firmware/dmi/tables/DMI", slot(1) + slot(2));
+  write("bus/pci/slots/SLOT/address", "0000:03:00\n");
+  for (const char *address : {"0000:01:00.0", "0000:02:00.0", "0000:03:00.0"}) {
+    add_function("", address, network);
+  }
+  EXPECT_THAT(found_by(source_).adapters, SizeIs(3));
+  pull("0000:01:00.0");
+  const Finding finding = source_.read();
+  ASSERT_THAT(finding.troubles, SizeIs(1));
+  EXPECT_EQ(finding.troubles[0].description, "Adapter 1 (Device fff2, slot SLOT) is missing");
+  pull("0000:02:00.0");
+  EXPECT_THAT(source_.read().troubles, SizeIs(2));
+}
+
 TEST_F(Adapters, SlotsWithoutANumberGetOne) {
   write("bus/pci/slots/riser/address", "0000:01:00\n");
   write("bus/pci/slots/1/address", "0000:02:00\n");

@@ -176,7 +176,7 @@ TEST_F(Smbios, ASlotHasItsAddress) {
   ASSERT_THAT(slots, SizeIs(1));
   EXPECT_EQ(slots[0].name, "PCIe 3");
   EXPECT_EQ(slots[0].number, 3);
-  EXPECT_EQ(slots[0].address, "0001:82:03");
+  EXPECT_EQ(slots[0].address, "0001:82:03.1");
 }
 
 TEST_F(Smbios, AMissingTableIsNamed) {
