@@ -6,22 +6,13 @@
 #include <string_view>
 #include <vector>
 
+#include "hardware/pci.h"
 #include "hardware/sysfs.h"
 
 namespace tavo::service {
 namespace {
 
 namespace fs = std::filesystem;
-
-// "0000:03:00.0"; the number of the domain may be longer.
-bool is_pci_address(std::string_view name) {
-  constexpr std::string_view form = "0000:00:00.0";
-  if (name.size() < form.size()) {
-    return false;
-  }
-  const std::string_view end = name.substr(name.size() - form.size());
-  return end[4] == ':' && end[7] == ':' && end[10] == '.';
-}
 
 bool is_numbered(std::string_view name, std::string_view prefix) {
   return name.starts_with(prefix) && name.size() > prefix.size() &&

@@ -9,6 +9,7 @@
 #include "core/class_number.h"
 #include "hardware/decimal.h"
 #include "hardware/fans.h"
+#include "hardware/pci.h"
 #include "hardware/sysfs.h"
 #include "service/causes.h"
 
@@ -79,6 +80,25 @@ void read_fans(const fs::path &chip, const std::string &place, Readings &reading
   }
 }
 
+// Whether the chip measures an expansion card, whose fans are not the server's: it is a PCI device itself, or on a
+// graphics card's own bus. A chip of the board may be behind a PCI device as well, which then is the board's bus
+// controller.
+bool is_of_card(const fs::path &chip) {
+  constexpr std::string_view display = "0x03";
+  std::error_code error;
+  fs::path device = fs::canonical(chip / "device", error);
+  if (error) {
+    return false;
+  }
+  if (is_pci_address(device.filename().string())) {
+    return true;
+  }
+  while (device.has_relative_path() && !is_pci_address(device.filename().string())) {
+    device = device.parent_path();
+  }
+  return read_attribute(device / "class").value_or("").starts_with(display);
+}
+
 // The device that the chip is, or is part of. The chips' own numbers are those of this boot.
 std::string place_of(const fs::path &chip) {
   std::error_code error;
@@ -113,7 +133,9 @@ Readings read_chips(const fs::path &directory) {
     } else if (driver == "power_meter") {
       readings.power = read_number(chip / "power1_average");
     }
-    read_fans(chip, place, readings);
+    if (!is_of_card(chip)) {
+      read_fans(chip, place, readings);
+    }
   }
   return readings;
 }

@@ -57,6 +57,15 @@ std::string look_up(const List &list, int what, Numbers... numbers) {
 
 }  // namespace
 
+bool is_pci_address(std::string_view name) {
+  constexpr std::string_view form = "0000:00:00.0";
+  if (name.size() < form.size()) {
+    return false;
+  }
+  const std::string_view end = name.substr(name.size() - form.size());
+  return end[4] == ':' && end[7] == ':' && end[10] == '.';
+}
+
 std::string without_function(const std::string &address) {
   return address.substr(0, address.find('.'));
 }

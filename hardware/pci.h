@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace tavo::service {
@@ -23,6 +24,9 @@ struct PciDevice {
   PciNames names;
   std::string revision;  // two hexadecimal digits
 };
+
+// Whether it has the form of a device's address; the number of the domain may be longer.
+bool is_pci_address(std::string_view name);
 
 // The address without the function: "0000:03:00".
 std::string without_function(const std::string &address);

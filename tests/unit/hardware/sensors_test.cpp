@@ -115,6 +115,28 @@ TEST_F(Hwmon, ChipsOfOneDeviceShareNoFan) {
   EXPECT_THAT(found_by(source_).sensors, SizeIs(6));
 }
 
+TEST_F(Hwmon, FansOfACardAreNotTheServers) {
+  const std::string bridge = "devices/pci0000:00/0000:00:01.0";
+  const std::string graphics = bridge + "/0000:01:00.0";
+  write(bridge + "/class", "0x060400\n");
+  write(graphics + "/class", "0x030000\n");
+  write("devices/pci0000:00/0000:00:1f.4/class", "0x0c0500\n");
+  const auto add_chip = [&](const std::string &chip, const std::string &device) {
+    write("class/hwmon/" + chip + "/fan1_input", "0\n");
+    write("class/hwmon/" + chip + "/fan1_min", "300\n");
+    link("class/hwmon/" + chip + "/device", device);
+  };
+  std::filesystem::remove_all(sys() / "class/hwmon/hwmon1");
+  add_chip("hwmon2", graphics);
+  add_chip("hwmon3", graphics + "/i2c-3/3-002e");
+  EXPECT_FALSE(measured_by_hwmon(sys()).fans);
+  EXPECT_THAT(source_.read().troubles, IsEmpty());
+  EXPECT_THAT(found_by(source_).sensors, IsEmpty());
+  add_chip("hwmon4", "devices/pci0000:00/0000:00:1f.4/i2c-0/0-002d");
+  EXPECT_TRUE(measured_by_hwmon(sys()).fans);
+  EXPECT_THAT(source_.read().troubles, SizeIs(1));
+}
+
 TEST_F(Hwmon, ProcessorsAreInTheOrderOfTheirDevices) {
   link("class/hwmon/hwmon3/device", "devices/pci0000:00/0000:00:18.3");
   link("class/hwmon/hwmon2/device", "devices/pci0000:00/0000:00:19.3");
