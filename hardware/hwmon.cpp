@@ -194,12 +194,19 @@ Finding HwmonSource::read() {
   events_.take();
   const fs::path directory = roots_.sys / "class/hwmon";
   Readings readings = read_chips(directory);
-  // A fan keeps its place among those that were there before, whatever chips are added.
+  // A fan keeps its place, whatever chips come and go.
   std::map<std::int64_t, PlacedFan> by_number;
   for (PlacedFan &fan : readings.fans) {
-    by_number[numbers_.number_of("hwmon-fan", fan.place)] = std::move(fan);
+    const std::int64_t number = numbers_.number_of("hwmon-fan", fan.place);
+    places_ = std::max(places_, number);
+    by_number[number] = std::move(fan);
   }
-  std::ranges::transform(by_number, readings.fans.begin(), [](auto &entry) { return std::move(entry.second); });
+  // Once the last has gone, fans are the management controller's to tell of.
+  const std::int64_t places = by_number.empty() ? 0 : places_;
+  readings.fans.assign(static_cast<std::size_t>(places), {.place = "", .fan = {.presence = "absent"}});
+  for (auto &[number, fan] : by_number) {
+    readings.fans[static_cast<std::size_t>(number) - 1] = std::move(fan);
+  }
   Finding finding;
   finding.enter = [readings](Inventory &inventory) { enter(inventory, readings); };
   finding.troubles = troubles_in(readings);

@@ -18,7 +18,7 @@ Measured measured_by_hwmon(const std::filesystem::path &sys);
 
 class HwmonSource : public Source {
  public:
-  // `numbers` outlives the source. It keeps the order of the fans.
+  // `numbers` outlives the source. It keeps the place of each fan.
   HwmonSource(Roots roots, Register &numbers) : roots_(std::move(roots)), numbers_(numbers) {}
 
   std::string_view name() const override { return "hwmon"; }
@@ -31,6 +31,7 @@ class HwmonSource : public Source {
   const Roots roots_;
   Register &numbers_;
   KernelEvents events_{"hwmon"};
+  std::int64_t places_ = 0;  // of fans, also of those that have gone
 };
 
 }  // namespace tavo::service

@@ -118,9 +118,11 @@ TEST_F(Adapters, TheFunctionsOfACardShareItsSlot) {
   write("bus/pci/slots/9/address", "0000:01:00\n");
   add_function("0000:00:01.0/", "0000:01:00.0", network);
   add_function("0000:00:01.0/", "0000:01:00.1", network);
+  write(device_path("0000:01:00.1") + "/net/eth7/mtu", "1500\n");
   const Inventory inventory = found_by(source_);
   ASSERT_THAT(inventory.adapters, SizeIs(1));
   EXPECT_EQ(inventory.adapters[0].number("slot"), 6);
+  EXPECT_EQ(inventory.adapters[0].text("running-version"), "1.2.3") << "the second function's";
 }
 
 TEST_F(Adapters, ASlotsNameDoesNotDependOnOtherCards) {

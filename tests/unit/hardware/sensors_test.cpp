@@ -108,6 +108,30 @@ TEST_F(Hwmon, FansKeepTheirOrderWhenChipsAreRenumbered) {
   EXPECT_EQ(description_of_failed(), "Fan 2 has failed");
 }
 
+TEST_F(Hwmon, AFanThatGoesMovesNoOther) {
+  link("class/hwmon/hwmon1/device", "devices/platform/board.1");
+  write("class/hwmon/hwmon2/fan1_input", "900\n");
+  write("class/hwmon/hwmon2/fan1_alarm", "1\n");
+  link("class/hwmon/hwmon2/device", "devices/platform/board.2");
+  const Finding before = source_.read();
+  ASSERT_THAT(before.troubles, SizeIs(1));
+  std::filesystem::remove_all(sys() / "class/hwmon/hwmon1");
+  HwmonSource later(roots(), register_);
+  for (HwmonSource *source : {&source_, &later}) {
+    const Finding finding = source->read();
+    ASSERT_THAT(finding.troubles, SizeIs(1));
+    EXPECT_EQ(finding.troubles[0].description, "Fan 3 has failed");
+    EXPECT_EQ(finding.troubles[0].unit, before.troubles[0].unit);
+    const Inventory inventory = found_by(*source);
+    ASSERT_THAT(inventory.sensors, SizeIs(6));
+    const auto &presence = *find_field(sensor_kind, "presence");
+    EXPECT_EQ(inventory.sensors[0].written(presence), "absent");
+    EXPECT_EQ(inventory.sensors[2].written(presence), "present");
+  }
+  std::filesystem::remove_all(sys() / "class/hwmon/hwmon2");
+  EXPECT_THAT(found_by(source_).sensors, IsEmpty()) << "the management controller may know fans";
+}
+
 TEST_F(Hwmon, ChipsOfOneDeviceShareNoFan) {
   link("class/hwmon/hwmon1/device", "devices/platform/board.1");
   link("class/hwmon/hwmon2/device", "devices/platform/board.1");
