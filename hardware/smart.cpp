@@ -68,8 +68,8 @@ int start(const std::string &program, const std::string &device, const Descripto
   posix_spawnattr_init(&attributes);
   posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
   posix_spawnattr_setsigmask(&attributes, &none);
-  std::array<std::string, 7> words{program, "--json", "-n", "standby", "-iH", "-A", device};
-  std::array<char *, 8> arguments{};
+  std::array<std::string, 6> words{program, "--json", "-n", "standby", "-iH", device};
+  std::array<char *, 7> arguments{};
   for (std::size_t i = 0; i < words.size(); ++i) {
     arguments[i] = words[i].data();
   }
@@ -131,19 +131,10 @@ SmartReport parse_smart(std::string_view text) {
     return parsed;
   }
   const json *passed = find(report, {"smart_status", "passed"});
-  const json *degrees = find(report, {"temperature", "current"});
-  parsed.serial = text_at(report, {"serial_number"});
   parsed.firmware = text_at(report, {"firmware_version"});
   parsed.model = text_at(report, {"model_name"});
   if (passed != nullptr && passed->is_boolean()) {
     parsed.healthy = passed->get<bool>();
-  }
-  if (degrees != nullptr && degrees->is_number_integer()) {
-    const auto number = degrees->get<std::int64_t>();
-    constexpr std::int64_t most = 200;
-    if (number > -most && number < most) {
-      parsed.temperature = static_cast<int>(number);
-    }
   }
   // A SCSI drive has another name for its model, and need not know SMART.
   if (parsed.healthy || !parsed.model.empty() || !text_at(report, {"scsi_product"}).empty()) {

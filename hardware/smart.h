@@ -16,10 +16,8 @@ struct SmartReport {
   State state = State::Silent;
   std::string why_silent;       // Silent
   std::optional<bool> healthy;  // nothing: the drive does not tell
-  std::string serial;           // empty: not known, like the next two
-  std::string firmware;
+  std::string firmware;         // empty: not known, like the next
   std::string model;
-  std::optional<int> temperature;  // degrees Celsius
 };
 
 // What smartctl's JSON says. Never throws: what is no JSON, or lacks everything, is a silent drive.

@@ -1,5 +1,4 @@
 // What smartctl prints of a drive: JSON, or whatever a program of that name prints.
-#include <cstdlib>
 #include <string_view>
 
 #include "fuzz/harness/door.h"
@@ -13,8 +12,6 @@ void try_input(Octets input) {
       service::parse_smart({reinterpret_cast<const char *>(input.data()), input.size()});
   expect(report.state == State::Answers || !report.why_silent.empty(), "silence has a reason");
   expect(!report.healthy || report.state == State::Answers, "a drive that tells of its health answers");
-  constexpr int most = 200;
-  expect(!report.temperature || std::abs(*report.temperature) < most, "a temperature is one");
 }
 
 }  // namespace tavo::fuzz
