@@ -36,7 +36,7 @@ struct FaultyPart {
 // that is, the server does not tell, and it is at fault as a whole.
 FaultyPart part_of(const std::string &label, const std::vector<Part> &modules) {
   const auto found = std::ranges::find_if(modules, [&](const Part &module) {
-    const std::string name = module.text("name");
+    const std::string &name = module.text("name");
     return label == name || label == module.text("location") + ' ' + name;
   });
   return found != modules.end() ? FaultyPart{.class_code = class_number::memory, .unit = found->number("number")}
