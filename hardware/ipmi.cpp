@@ -227,6 +227,9 @@ Finding IpmiSource::read() {
   }
   Finding found = finding();
   if (!silence.empty()) {
+    if (!has_answered_) {
+      found.undecided = {""};  // faults from before a restart stay
+    }
     found.unreadable.push_back(silence);
     found.troubles.push_back(
         {.key = "ipmi silent",

@@ -644,6 +644,14 @@ TEST_F(Ipmi, AControllerThatFallsSilentIsATrouble) {
   EXPECT_THAT(finding.troubles, SizeIs(2)) << "what was known stays";
 }
 
+TEST_F(Ipmi, SilenceFromTheStartDecidesNothing) {
+  controller_.sdr = {full_record(fan(9, "SYS_FAN1"))};
+  controller_.is_silent = true;
+  EXPECT_THAT(read().undecided, ElementsAre(""));
+  controller_.is_silent = false;
+  EXPECT_THAT(read().undecided, IsEmpty());
+}
+
 TEST_F(Ipmi, AControllerThatIsStuckIsATrouble) {
   controller_.sdr = {full_record(fan(9, "SYS_FAN1"))};
   controller_.reads(9, 3);
