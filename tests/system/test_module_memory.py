@@ -1,7 +1,7 @@
 """A start with the real module, one allocation of which fails, says why it ends, or serves everything in the end.
 
 The daemon's clock is fast, because tables that lacked memory are built again in their own time. TAVO_MALLOC_STEP: every
-so many-th allocation is tried, times ten (default 40).
+so many-th allocation is tried, times thirty (default 40).
 """
 
 import collections
@@ -20,7 +20,7 @@ from server import SCENARIO, ServedDaemon, Server
 from test_daemon_memory import has_ended, is_good
 from test_walk import cells
 
-STEP = 10 * int(os.environ.get("TAVO_MALLOC_STEP", 40))
+STEP = 30 * int(os.environ.get("TAVO_MALLOC_STEP", 40))
 SPEED = 20
 PATIENCE = 15  # seconds: five minutes of the daemon's clock
 FANS = f"{OBJECTS}.15.12"

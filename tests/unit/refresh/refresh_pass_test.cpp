@@ -15,6 +15,7 @@
 #include "core/access_lock.h"
 #include "core/class_number.h"
 #include "core/shortage.h"
+#include "sources/stor_info.h"
 #include "tests/fakes/allocation.h"
 #include "tests/fakes/clock.h"
 #include "tests/fakes/files.h"
@@ -265,6 +266,7 @@ class WholeRefreshTest : public fakes::ModuleTest {
     for (const Table *table : all_tables()) {
       table->entry_points().init();
     }
+    free_stor_info(head_stor_ptr);  // a reload takes it that nothing was left in memory
   }
   ~WholeRefreshTest() override { testing::internal::GetCapturedStdout(); }
 
