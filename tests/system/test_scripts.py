@@ -119,8 +119,8 @@ def test_build_asks_for_a_preset(arguments, status):
 def test_every_door_is_documented():
     doors = subprocess.run([ROOT / "scripts/fuzz", "--list"], capture_output=True, text=True, check=True).stdout.split()
     documented = re.findall(r"^\| `(\w+)` \|", (ROOT / "docs/fuzzing.md").read_text(), re.MULTILINE)
-    assert documented == sorted(doors)
-    assert sorted(path.name for path in (ROOT / "fuzz/corpus").iterdir()) == documented
+    assert documented == 2 * sorted(doors), "what comes in there, and what has been tried"
+    assert sorted(path.name for path in (ROOT / "fuzz/corpus").iterdir()) == sorted(doors)
 
 
 def test_ci_runs_test_sh_and_nothing_else():
