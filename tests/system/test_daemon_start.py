@@ -127,14 +127,24 @@ def test_port_in_use_is_named(directory):
     assert f"cannot listen on {address}" in result.stderr
 
 
-@pytest.mark.parametrize("limit", [7, 9, 12, 16, 40])
-def test_too_few_descriptors_are_named(directory, limit):
+def free_descriptors(directory, limit):
+    """How many a start that refuses to go on says that it has."""
     command = ["prlimit", f"--nofile={limit}", "--", DAEMON, "-f", "-C", "--module", NOTIFIER, "--listen",
                f"udp:127.0.0.1:{free_port()}"]
     result = subprocess.run(command, capture_output=True, text=True, timeout=20, env=environment(directory))
     assert result.returncode == 1
-    assert re.search(rf"only \d+ descriptors are free, 48 are needed: Too many open files \(limit: {limit}\)",
+    said = re.search(rf"only (\d+) descriptors are free, 48 are needed: Too many open files \(limit: {limit}\)",
                      result.stderr)
+    return int(said[1])
+
+
+@pytest.mark.parametrize("limit", [7, 9, 12, 16, 40])
+def test_too_few_descriptors_are_named(directory, limit):
+    assert free_descriptors(directory, limit) < 48
+
+
+def test_one_descriptor_too_few_is_named(directory):
+    assert free_descriptors(directory, 20 + 47 - free_descriptors(directory, 20)) == 47
 
 
 def test_a_user_that_cannot_write_dumps_is_told(start, directory):
