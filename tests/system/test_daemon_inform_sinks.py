@@ -75,6 +75,17 @@ def test_a_sink_that_acknowledges_gets_a_whole_burst(start):
     assert "lost" not in daemon.log()
 
 
+@contextlib.contextmanager
+def silent_sink_of_200(start, timeout):
+    """A socket that is to acknowledge by hand, and a daemon that sends it informs, from number 1 to 200."""
+    silent, address = silent_socket()
+    silent.settimeout(timeout)
+    with silent:
+        daemon = start_with_sinks(start, f"informsink {address} public")
+        daemon.order("send 1 200 10")
+        yield silent, daemon
+
+
 def acknowledge(silent):
     """Acknowledges one inform, and returns its number."""
     datagram, sender = silent.recvfrom(65536)
@@ -84,11 +95,7 @@ def acknowledge(silent):
 
 
 def test_a_sink_that_comes_back_gets_what_follows(start):
-    silent, address = silent_socket()
-    silent.settimeout(10)
-    with silent:
-        daemon = start_with_sinks(start, f"informsink {address} public")
-        daemon.order("send 1 200 10")
+    with silent_sink_of_200(start, timeout=10) as (silent, daemon):
         daemon.wait_for_log("does not acknowledge informs")
         while "takes notifications again" not in daemon.log():
             acknowledge(silent)
@@ -100,11 +107,7 @@ def test_a_sink_that_comes_back_gets_what_follows(start):
 
 
 def test_informs_that_are_given_up_make_room(start):
-    silent, address = silent_socket()
-    silent.settimeout(20)
-    with silent:
-        daemon = start_with_sinks(start, f"informsink {address} public")
-        daemon.order("send 1 200 10")
+    with silent_sink_of_200(start, timeout=20) as (silent, daemon):
         wait_until(lambda: snmpget(daemon.address, UNDELIVERED, options=["-Oqv"]) == ["200"], 60, "the end of all")
         daemon.order("send 201 1 10")
         while acknowledge(silent) != 201:
@@ -113,11 +116,7 @@ def test_informs_that_are_given_up_make_room(start):
 
 
 def test_a_stop_sends_what_is_still_queued(start):
-    silent, address = silent_socket()
-    silent.settimeout(5)
-    with silent:
-        daemon = start_with_sinks(start, f"informsink {address} public")
-        daemon.order("send 1 200 10")
+    with silent_sink_of_200(start, timeout=5) as (silent, daemon):
         daemon.wait_for_log("sent number 200\n")
         daemon.signal(signal.SIGTERM)
         daemon.wait_for_log("stopping")
