@@ -1,9 +1,11 @@
 """A server and a daemon to which a test can do what the world does: full disks, missing processes, wrong clocks."""
 
+import contextlib
 import mmap
 import os
 import pathlib
 import random
+import signal
 import struct
 import subprocess
 import time
@@ -12,7 +14,7 @@ from agents import BUILD, snmpget, wait_until
 from datagrams import Collector, varbinds
 from oids import CLEARED, FAULT_TABLE, PROCESSOR_DN, RAISED
 from rebuilds import quiet_scenario
-from server import UNREFRESHED_CLASS, ServedDaemon, Server, children_of
+from server import UNREFRESHED_CLASS, ServedDaemon, Server, children_of, has_ended
 from test_bad_tools import TABLES, values
 
 SPEED = 60
@@ -96,6 +98,16 @@ class World:
     def let_it_read_on(self):
         self._hold.with_suffix(".held").unlink()
 
+    @contextlib.contextmanager
+    def stopped_daemon(self):
+        """The daemon does nothing in this context. The tools that it runs go on."""
+        os.kill(self.daemon.pid, signal.SIGSTOP)
+        try:
+            yield
+        finally:
+            os.kill(self.daemon.pid, signal.SIGCONT)
+            self.daemon.process.send_signal(signal.SIGCONT)  # nsenter stops with its child
+
     # What the daemon does.
 
     def ask_for_rebuilds(self, parts=parts):
@@ -112,6 +124,10 @@ class World:
             return self.shell("stat -c %.Y /var/LedInv")
         before = last()
         wait_until(lambda: last() != before and not children_of(self.daemon.pid), what="a periodic refresh")
+
+    def wait_for_the_end_of_tools(self):
+        """Waits until all tools have ended that the daemon runs now."""
+        wait_until(lambda: all(map(has_ended, children_of(self.daemon.pid))), what="the end of the tools")
 
     def tables_that_differ(self):
         """The tables that do not show what they show when all is well, apart from the fault table."""

@@ -27,6 +27,14 @@ def children_of(pid):
             for child in task.read_text().split()]
 
 
+def has_ended(pid):
+    """Whether there is no such process any more, or its parent has only to be told."""
+    try:
+        return pathlib.Path(f"/proc/{pid}/stat").read_text().rpartition(") ")[2].startswith("Z")
+    except (FileNotFoundError, ProcessLookupError):
+        return True
+
+
 def descendant(pid, name):
     """The id of the live process of this name: `pid` itself, or one that it has started. None if there is none yet."""
     try:

@@ -1,7 +1,6 @@
 """The daemon's start: message and exit status when it fails, listening addresses, log options, going to background."""
 
 import os
-import pathlib
 import re
 import signal
 import socket
@@ -11,7 +10,7 @@ import time
 import pytest
 
 from agents import BUILD, TEST_BASE, TEST_MODULES, Daemon, environment, free_port, snmpget, wait_until
-from server import ServedDaemon, Server
+from server import ServedDaemon, Server, has_ended
 
 DAEMON = BUILD / "snmp-subagentd"
 NOTIFIER = TEST_MODULES / "notifier.so"
@@ -210,13 +209,6 @@ def test_log_options_are_those_of_net_snmp(directory, start):
 def test_traces_appear_for_the_tokens_named(start):
     daemon = start(Daemon, module=NOTIFIER, options=["-D", "snmp_agent,trap"])
     assert "registered debug token trap" in daemon.log()
-
-
-def has_ended(pid):
-    try:
-        return pathlib.Path(f"/proc/{pid}/stat").read_text().rpartition(") ")[2].startswith("Z")
-    except (FileNotFoundError, ProcessLookupError):
-        return True
 
 
 def test_background_start_returns_when_daemon_serves(directory):

@@ -67,6 +67,13 @@ def cool(world):
     world.server.ctl("processor", "set", "1", "temperature=41.6")
 
 
+def fill_var(world):
+    """No tool writes a dump between the removal of the old ones and the moment when there is no room left."""
+    with world.stopped_daemon():
+        world.wait_for_the_end_of_tools()
+        world.shell(FILL_VAR)
+
+
 def bad_snapshot(name, script, says, goes=""):
     return Fault(f"snapshot-{name}", f"{NO_SNAPSHOT}; {script}", f"{goes}{NO_SNAPSHOT}; bmcsim ctl snapshot ok", says,
                  STORAGE, parts=())
@@ -81,7 +88,7 @@ LATER = [
     # 2,147,483,647 controllers, and zeros for most of them.
     bad_snapshot("has-10-GB", rf"printf '\377\377\377\177' > {SNAPSHOT}; truncate -s 10G {SNAPSHOT}",
                  "Unable to get memory"),
-    Fault("var-is-full", FILL_VAR, EMPTY_VAR, "SNMP:Failed frontTemp", FROM_DUMPS),
+    Fault("var-is-full", fill_var, EMPTY_VAR, "SNMP:Failed frontTemp", FROM_DUMPS),
     # The dumps stay as they were.
     Fault("var-is-read-only", read_only("/var"), "umount -l /var",
           "cannot create /var/processorStatsInventory: Read-only file system"),
@@ -257,16 +264,12 @@ def test_stopped_daemon_loses_nothing(world):
     answer = []
     manager = threading.Thread(target=lambda: answer.extend(
         snmpget(world.daemon.address, f"{PROCESSOR_DN}.1", timeout=STOPPED + 30)))
-    os.kill(world.daemon.pid, signal.SIGSTOP)
-    try:
+    with world.stopped_daemon():
         manager.start()
         for index in indexes:
             world.server.ctl("fault", "raise", index, f"class={UNREFRESHED_CLASS}")
         time.sleep(STOPPED)
         assert len(world.collector.datagrams) == before
-    finally:
-        os.kill(world.daemon.pid, signal.SIGCONT)
-        world.daemon.process.send_signal(signal.SIGCONT)  # nsenter stops with its child
     manager.join()
     assert answer and answer[0] in world.well
     wait_until(lambda: len(world.collector.datagrams) >= before + len(indexes), what="every notification")
