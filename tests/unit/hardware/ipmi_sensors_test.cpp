@@ -1,0 +1,57 @@
+#include <gmock/gmock.h>
+
+#include "ipmi_fixture.h"
+
+namespace tavo::service {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+TEST_F(Ipmi, AReadingMayBeMissingNowAndThen) {
+  controller_.sdr = {full_record(fan(9, "SYS_FAN1"))};
+  controller_.reads(9, 3);
+  EXPECT_THAT(descriptions(), SizeIs(1));
+  controller_.readings[9] = {3, 0x60};  // unavailable
+  EXPECT_THAT(descriptions(), SizeIs(1));
+  controller_.readings.clear();
+  EXPECT_THAT(descriptions(), SizeIs(1));
+  EXPECT_THAT(descriptions(), IsEmpty()) << "it is no fan that can be told about";
+}
+
+TEST_F(Ipmi, ATemperatureIsATroubleAtItsThreshold) {
+  controller_.sdr = {full_record(temperature(1, "DIMM Temp"))};
+  controller_.reads(1, 79);
+  EXPECT_THAT(descriptions(), IsEmpty());
+  controller_.reads(1, 80);
+  EXPECT_THAT(descriptions(), ElementsAre("major: DIMM Temp is at its critical temperature"));
+  controller_.reads(1, 90);
+  EXPECT_THAT(descriptions(), ElementsAre("critical: DIMM Temp is at a temperature that damages hardware"));
+  controller_.reads(1, 86);
+  EXPECT_THAT(descriptions(), ElementsAre("critical: DIMM Temp is at a temperature that damages hardware"));
+  controller_.reads(1, 76);
+  EXPECT_THAT(descriptions(), ElementsAre("major: DIMM Temp is at its critical temperature"));
+  controller_.reads(1, 75);
+  EXPECT_THAT(descriptions(), IsEmpty());
+}
+
+TEST_F(Ipmi, ThresholdsAreThoseThatAreSet) {
+  controller_.sdr = {full_record(temperature(1, "DIMM Temp"))};
+  controller_.thresholds[1] = {0x10, 0, 0, 0, 0, 50, 0};
+  controller_.reads(1, 60);
+  EXPECT_THAT(descriptions(), SizeIs(1));
+}
+
+TEST_F(Ipmi, AThresholdOfZeroIsNone) {
+  MadeUpSensor sensor = temperature(1, "DIMM Temp");
+  sensor.upper_non_recoverable = 0;
+  controller_.sdr = {full_record(sensor)};
+  controller_.reads(1, 30);
+  EXPECT_THAT(descriptions(), IsEmpty());
+  controller_.reads(1, 80);
+  EXPECT_THAT(descriptions(), SizeIs(1));
+}
+
+}  // namespace
+}  // namespace tavo::service
