@@ -7,7 +7,7 @@
 #include <memory>
 #include <span>
 
-#include "hardware/ipmi_sdr.h"
+#include "hardware/told_text.h"
 
 namespace tavo::service {
 namespace {
@@ -29,7 +29,7 @@ std::string text_of(ipmi_fru_ctx_t context, std::uint8_t language, const ipmi_fr
                                            language, text.data(), &length) < 0) {
     return "";
   }
-  return ipmi_text(text.data());
+  return told_text(text.data());
 }
 
 void add_board(ipmi_fru_ctx_t context, Part part, IpmiFru &fru) {

@@ -11,6 +11,7 @@
 
 #include "core/class_number.h"
 #include "hardware/source.h"
+#include "hardware/told_text.h"
 
 namespace tavo::service {
 namespace {
@@ -44,7 +45,7 @@ class Record {
 std::string name_of(const Record &record, const IpmiSensor &sensor, const std::string &ending = "") {
   std::array<char, IPMI_SDR_MAX_SENSOR_NAME_LENGTH + 1> text{};
   record.parse(ipmi_sdr_parse_id_string, text.data(), static_cast<unsigned>(text.size() - 1));
-  const std::string name = ipmi_text(text.data());
+  const std::string name = told_text(text.data());
   return name.empty() ? "Sensor " + std::to_string(sensor.number) : name + ending;
 }
 
@@ -269,14 +270,6 @@ std::optional<IpmiThresholds> decode_thresholds(const IpmiSensor &sensor, const 
     return std::nullopt;
   }
   return thresholds_from(*sensor.conversion, answer[0], std::span(answer).subspan<1, count>());
-}
-
-std::string ipmi_text(std::string_view text) {
-  std::string line(text.substr(0, text.find('\0')));
-  std::ranges::replace_if(
-      line, [](unsigned char c) { return c < ' ' || c >= 0x7f; }, '?');
-  const std::size_t first = line.find_first_not_of(' ');
-  return first == std::string::npos ? "" : line.substr(first, line.find_last_not_of(' ') - first + 1);
 }
 
 }  // namespace tavo::service

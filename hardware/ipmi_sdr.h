@@ -91,7 +91,4 @@ IpmiInventory decode_sdr(const std::vector<IpmiOctets> &records);
 // The thresholds in the answer to "get sensor thresholds"; nothing if it is cut short or the sensor has no numbers.
 std::optional<IpmiThresholds> decode_thresholds(const IpmiSensor &sensor, const IpmiOctets &answer);
 
-// The text without what does not belong on a line, and without blanks around it.
-std::string ipmi_text(std::string_view text);
-
 }  // namespace tavo::service

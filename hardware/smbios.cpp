@@ -2,13 +2,13 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <system_error>
 
 #include "core/descriptor.h"
 #include "hardware/set_line.h"
+#include "hardware/told_text.h"
 
 namespace tavo::service {
 namespace {
@@ -59,32 +59,6 @@ enum Memory {
 };
 
 constexpr std::size_t header_size = 4;
-
-std::string in_lower_case(std::string text) {
-  std::ranges::transform(text, text.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return text;
-}
-
-// Whether the text says that there is none.
-bool is_placeholder(const std::string &text) {
-  constexpr auto phrases = std::to_array<std::string_view>(
-      {"to be filled by o.e.m.", "default string", "not specified", "not provided", "not available", "unknown",
-       "no dimm", "no module installed", "none", "n/a", "system serial number", "system product name",
-       "system manufacturer", "base board serial number", "0123456789"});
-  return std::ranges::find(phrases, in_lower_case(text)) != phrases.end();
-}
-
-// Blanks and everything that no text should hold, at both ends.
-std::string_view trimmed(std::string_view text) {
-  const auto is_visible = [](unsigned char c) { return c > ' ' && c != 0x7f; };
-  while (!text.empty() && !is_visible(static_cast<unsigned char>(text.front()))) {
-    text.remove_prefix(1);
-  }
-  while (!text.empty() && !is_visible(static_cast<unsigned char>(text.back()))) {
-    text.remove_suffix(1);
-  }
-  return text;
-}
 
 // The first three fields are little-endian, as all tables of version 2.6 and later have them.
 std::string uuid_text(std::span<const std::byte> octets) {
@@ -286,8 +260,7 @@ std::string SmbiosStructure::text(std::size_t offset) const {
   for (std::uint8_t number = 1; wanted != 0 && !rest.empty(); ++number) {
     const std::size_t end = std::min(rest.find('\0'), rest.size());
     if (number == wanted) {
-      std::string text(trimmed(rest.substr(0, end)));
-      return is_placeholder(text) ? "" : text;
+      return told_text(rest.substr(0, end));
     }
     rest.remove_prefix(std::min(end + 1, rest.size()));
   }

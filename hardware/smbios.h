@@ -24,8 +24,7 @@ class SmbiosStructure {
   std::uint16_t word(std::size_t offset) const { return static_cast<std::uint16_t>(number(offset, 2)); }
   std::uint32_t long_word(std::size_t offset) const { return number(offset, 4); }
   std::span<const std::byte> octets(std::size_t offset, std::size_t count) const;  // empty if they are not all there
-  // The text whose number stands at `offset`, without blanks around it. Phrases with which firmware says that it does
-  // not know, such as "To Be Filled By O.E.M.", are empty.
+  // The text whose number stands at `offset`, as told_text() gives it.
   std::string text(std::size_t offset) const;
 
  private:

@@ -6,19 +6,10 @@
 #include <string_view>
 
 #include "core/descriptor.h"
+#include "hardware/told_text.h"
 
 namespace tavo::service {
 namespace {
-
-constexpr std::string_view blanks = " \t\r\n";
-
-std::string trimmed(std::string_view text) {
-  const std::size_t first = text.find_first_not_of(blanks);
-  if (first == std::string_view::npos) {
-    return "";
-  }
-  return std::string(text.substr(first, text.find_last_not_of(blanks) - first + 1));
-}
 
 // Orders "hwmon2" before "hwmon10".
 bool in_order_of_numbers(const std::filesystem::path &left, const std::filesystem::path &right) {
@@ -40,7 +31,7 @@ std::optional<std::string> read_attribute(const std::filesystem::path &file) {
   if (length < 0) {
     return std::nullopt;
   }
-  return trimmed({text.data(), static_cast<std::size_t>(length)});
+  return std::string(trimmed({text.data(), static_cast<std::size_t>(length)}));
 }
 
 std::optional<std::int64_t> read_number(const std::filesystem::path &file) {

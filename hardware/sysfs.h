@@ -9,7 +9,7 @@
 
 namespace tavo::service {
 
-// The file's text without the line end and blanks around it; nothing if it cannot be read.
+// The file's text, trimmed; nothing if it cannot be read.
 std::optional<std::string> read_attribute(const std::filesystem::path &file);
 
 // The decimal number that the file begins with; nothing if it cannot be read or begins with something else.

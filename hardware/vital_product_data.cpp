@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <string_view>
 
+#include "hardware/told_text.h"
+
 namespace tavo::service {
 namespace {
 
@@ -18,13 +20,8 @@ std::uint8_t octet(std::span<const std::byte> octets, std::size_t at) {
   return std::to_integer<std::uint8_t>(octets[at]);
 }
 
-// Without blanks and NULs, with which fields are filled up.
-std::string text_of(std::span<const std::byte> octets) {
-  constexpr std::string_view filling(" \0", 2);
-  const std::string_view text(reinterpret_cast<const char *>(octets.data()), octets.size());
-  const std::size_t first = text.find_first_not_of(filling);
-  return first == std::string_view::npos ? ""
-                                         : std::string(text.substr(first, text.find_last_not_of(filling) - first + 1));
+std::string_view characters(std::span<const std::byte> octets) {
+  return {reinterpret_cast<const char *>(octets.data()), octets.size()};
 }
 
 // Each field has a keyword of two letters, the length of its text in an octet, and the text.
@@ -35,12 +32,12 @@ void read_fields(std::span<const std::byte> fields, VitalProductData &data) {
     if (length > fields.size() - header) {
       return;
     }
-    const std::string keyword = text_of(fields.first(2));
-    const std::span<const std::byte> text = fields.subspan(header, length);
+    const std::string_view keyword = characters(fields.first(2));
+    const std::string_view text = characters(fields.subspan(header, length));
     if (keyword == "PN") {
-      data.part_number = text_of(text);
+      data.part_number = told_text(text);
     } else if (keyword == "SN") {
-      data.serial = text_of(text);
+      data.serial = told_text(text);
     }
     fields = fields.subspan(header + length);
   }
@@ -65,7 +62,7 @@ VitalProductData parse_vital_product_data(std::span<const std::byte> octets) {
     }
     const std::span<const std::byte> content = octets.subspan(header, length);
     if (tag == product_name) {
-      data.product = text_of(content);
+      data.product = told_text(characters(content));
     } else if (tag == read_only_fields) {
       read_fields(content, data);
     }

@@ -7,7 +7,7 @@
 
 namespace tavo::service {
 
-// A text is empty if it is not there.
+// As told_text() gives them; empty if they are not there.
 struct VitalProductData {
   std::string product;
   std::string part_number;
