@@ -1,5 +1,6 @@
 """scripts/install-packages, debian_programs.py, the options of test.sh, fuzz and build, and the entry point of CI."""
 
+import functools
 import os
 import re
 import shutil
@@ -11,6 +12,8 @@ from agents import ROOT
 from debian import debian_programs
 
 INSTALL = ROOT / "scripts/install-packages"
+SCRIPTS = [ROOT / "run.sh", ROOT / "test.sh", ROOT / "simulator/boot",
+           *(path for path in sorted((ROOT / "scripts").iterdir()) if path.is_file() and os.access(path, os.X_OK))]
 
 
 @pytest.fixture
@@ -107,13 +110,24 @@ def test_wrong_options_of_fuzz_are_named(arguments, complaint):
     assert complaint in result.stderr
 
 
-@pytest.mark.parametrize("arguments, status", [([], 2), (["--with-tests", "release"], 2), (["--help"], 0)])
-def test_build_asks_for_a_preset(arguments, status):
+@pytest.mark.parametrize("arguments", [[], ["--with-tests", "release"]], ids=str)
+def test_build_asks_for_a_preset(arguments):
     result = subprocess.run([ROOT / "scripts/build", *arguments], capture_output=True, text=True, timeout=30,
                             check=False)
-    assert result.returncode == status
-    assert (result.stdout + result.stderr).startswith("usage: scripts/build PRESET")
-    assert not (result.stdout if status else result.stderr)
+    assert (result.returncode, result.stdout) == (2, "")
+    assert result.stderr.startswith("usage: scripts/build PRESET")
+
+
+@pytest.mark.parametrize("script", SCRIPTS, ids=lambda script: script.name)
+def test_every_script_explains_itself(script):
+    """And does nothing of what it is for when it is asked wrongly."""
+    ask = functools.partial(subprocess.run, capture_output=True, text=True, timeout=60, check=False)
+    helped = ask([script, "--help"])
+    assert (helped.returncode, helped.stderr) == (0, "")
+    assert script.name in helped.stdout.splitlines()[0]
+    refused = ask([script, "--no-such-option"])
+    assert (refused.returncode, refused.stdout) == (2, "")
+    assert refused.stderr
 
 
 def test_every_door_is_documented():
