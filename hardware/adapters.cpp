@@ -11,7 +11,6 @@
 #include "hardware/set_line.h"
 #include "hardware/smbios.h"
 #include "hardware/sysfs.h"
-#include "service/causes.h"
 
 namespace tavo::service {
 namespace {
@@ -81,24 +80,20 @@ bool is_too_hot(const fs::path &device) {
   return false;
 }
 
-Trouble trouble(const std::string &slot, const RegisteredPart &card, const std::string &what,
-                const std::string &severity, int cause, const std::string &sentence) {
-  return {
-      .key = "adapter " + slot + ' ' + what,
-      .class_code = class_number::adaptor,
-      .unit = card.number,
-      .severity = severity,
-      .cause = cause,
-      .description = "Adapter " + std::to_string(card.number) + " (" + card.name + ", slot " + slot + ')' + sentence};
+// Without its severity, and with a description that only names the card.
+Trouble trouble(const std::string &slot, std::int64_t number, const std::string &name, const std::string &what) {
+  return {.key = "adapter " + slot + ' ' + what,
+          .class_code = class_number::adaptor,
+          .unit = number,
+          .description = "Adapter " + std::to_string(number) + " (" + name + ", slot " + slot + ')'};
 }
 
-Trouble missing(const std::string &slot, const RegisteredPart &card) {
-  Trouble trouble = service::trouble(slot, card, "gone", "warning", cause::missing, " is missing");
+Trouble missing_card(const std::string &slot, const MissingPart &card) {
+  Trouble gone = missing(trouble(slot, card.number, card.name, "gone"), card);
   // There is no row for it: the identifier is the server's.
-  trouble.affected = "sys/rack-unit-1/adaptor-" + std::to_string(card.number);
-  trouble.affected_oid = "1.3.6.1.4.1.61453.4.207.1.9.35.1.2.1";
-  trouble.missing = {.group = adapter_group, .number = card.number};
-  return trouble;
+  gone.affected = "sys/rack-unit-1/adaptor-" + std::to_string(card.number);
+  gone.affected_oid = "1.3.6.1.4.1.61453.4.207.1.9.35.1.2.1";
+  return gone;
 }
 
 }  // namespace
@@ -221,23 +216,21 @@ Finding AdapterSource::read() {
   events_.take();
   Finding finding;
   std::vector<Part> parts;
-  std::set<std::string> present;
+  std::map<std::string, std::string> present;
   std::set<std::string> addresses;
   for (const Card &card : cards()) {
     addresses.insert(card.functions.front().address);
     const Part &part = parts.emplace_back(adapter_part(card));
-    present.insert(card.slot.name);
-    numbers_.keep_part(adapter_group, card.slot.name, part.text("product-id"));
+    present[card.slot.name] = part.text("product-id");
     if (part.flag("over-temperature")) {
-      const RegisteredPart known{.number = part.number("slot"), .name = part.text("product-id")};
-      finding.troubles.push_back(
-          trouble(card.slot.name, known, "too hot", "major", cause::failed, " is at its critical temperature"));
+      Trouble hot = trouble(card.slot.name, part.number("slot"), part.text("product-id"), "too hot");
+      hot.severity = "major";
+      hot.description += " is at its critical temperature";
+      finding.troubles.push_back(hot);
     }
   }
-  for (const auto &[slot, card] : numbers_.parts(adapter_group)) {
-    if (!present.contains(slot)) {
-      finding.troubles.push_back(missing(slot, card));
-    }
+  for (const auto &[slot, card] : missing_parts(numbers_, adapter_group, present)) {
+    finding.troubles.push_back(missing_card(slot, card));
   }
   // A card that takes another's place is read anew.
   std::erase_if(product_data_, [&](const auto &known) { return !addresses.contains(known.first); });

@@ -88,17 +88,15 @@ std::string trouble_key(const std::string &place, const std::string &what) {
   return "drive " + place + ' ' + what;
 }
 
-Trouble trouble(const std::string &place, const RegisteredPart &drive, const std::string &what,
-                const std::string &severity, int cause, const std::string &sentence) {
-  const std::string slot = std::to_string(drive.number);
+// Without its severity, and with a description that only names the drive.
+Trouble trouble(const std::string &place, std::int64_t number, const std::string &name, const std::string &what) {
+  const std::string slot = std::to_string(number);
   return {.key = trouble_key(place, what),
           .class_code = drive_class,
-          .unit = drive.number,
-          .severity = severity,
-          .cause = cause,
-          .description = "Drive " + drive.name + " in slot " + slot + sentence,
+          .unit = number,
+          .description = "Drive " + name + " in slot " + slot,
           .affected = system_dn + "/pd-" + slot,
-          .affected_oid = row_oid("4.1.2", drive.number)};
+          .affected_oid = row_oid("4.1.2", number)};
 }
 
 // Fills in what a drive has left out this time, because it sleeps or is about to die, with what it told last.
@@ -219,14 +217,10 @@ std::vector<DiskSource::Drive> DiskSource::drives(Finding &finding) {
 void DiskSource::find_troubles(const std::vector<Drive> &present, Finding &finding) {
   for (const Drive &drive : present) {
     if (drive.part.written(*find_field(drive_kind, "state")) == "failed") {
-      finding.troubles.push_back(trouble(drive.place, {drive.part.number("slot"), name_of(drive.part)}, failing,
-                                         "major", cause::failed, " reports that it is failing"));
-    }
-  }
-  for (const auto &[place, drive] : numbers_.parts(drive_group)) {
-    if (std::ranges::find(present, place, &Drive::place) == present.end()) {
-      finding.troubles.push_back(trouble(place, drive, "gone", "warning", cause::missing, " is missing"));
-      finding.troubles.back().missing = {.group = drive_group, .number = drive.number};
+      Trouble failed = trouble(drive.place, drive.part.number("slot"), name_of(drive.part), failing);
+      failed.severity = "major";
+      failed.description += " reports that it is failing";
+      finding.troubles.push_back(failed);
     }
   }
 }
@@ -246,18 +240,20 @@ Finding DiskSource::read() {
   Finding finding;
   const std::vector<Drive> present = drives(finding);
   std::vector<Part> parts;
+  std::map<std::string, std::string> to_stay;
   std::int64_t slots = 0;
   for (const Drive &drive : present) {
     parts.push_back(drive.part);
     slots = std::max(slots, drive.part.number("slot"));
     if (!drive.comes_and_goes) {
-      numbers_.keep_part(drive_group, drive.place, name_of(drive.part));
+      to_stay[drive.place] = name_of(drive.part);
     }
   }
-  for (const auto &[place, drive] : numbers_.parts(drive_group)) {
-    slots = std::max(slots, drive.number);
-  }
   find_troubles(present, finding);
+  for (const auto &[place, drive] : missing_parts(numbers_, drive_group, to_stay)) {
+    slots = std::max(slots, drive.number);
+    finding.troubles.push_back(missing(trouble(place, drive.number, drive.name, "gone"), drive));
+  }
   forget_what_is_gone(present);
   finding.enter = [controllers = controllers(), parts, slots](Inventory &inventory) {
     // The table of drives shows as many slots as the server says that it has.

@@ -63,17 +63,6 @@ std::string_view presence_of(const IpmiEntity &entity, const std::vector<IpmiSam
   return "unknown";
 }
 
-std::optional<MissingPart> missing_part(Register &kept, const std::string &group, const std::string &place,
-                                        const std::string &name, std::string_view presence) {
-  const std::int64_t number = kept.number_of(group, place);
-  if (presence == "present") {
-    kept.keep_part(group, place, name);
-  }
-  return presence == "absent" && kept.parts(group).contains(place)
-             ? std::optional(MissingPart{.group = group, .number = number})
-             : std::nullopt;
-}
-
 IpmiFans ipmi_fans(const std::vector<IpmiSample> &samples, Register &kept) {
   IpmiFans found;
   const std::vector<const IpmiSample *> all = speeds(samples);

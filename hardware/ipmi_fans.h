@@ -12,11 +12,6 @@
 
 namespace tavo::service {
 
-// Keeps a part that is there in the register. If it is absent, but was there once, returns it: only such a part is
-// missing, since a place may be meant to be empty. `place` tells the parts of the group apart.
-std::optional<MissingPart> missing_part(Register &kept, const std::string &group, const std::string &place,
-                                        const std::string &name, std::string_view presence);
-
 struct IpmiFans {
   std::vector<Fan> fans;  // in the order of the sensors
   std::vector<Trouble> troubles;

@@ -164,4 +164,29 @@ void Register::save() {
   }
 }
 
+std::optional<MissingPart> missing_part(Register &kept, const std::string &group, const std::string &place,
+                                        const std::string &name, std::string_view presence) {
+  const std::int64_t number = kept.number_of(group, place);
+  if (presence == "present") {
+    kept.keep_part(group, place, name);
+  }
+  return presence == "absent" && kept.parts(group).contains(place)
+             ? std::optional(MissingPart{.group = group, .number = number, .name = name})
+             : std::nullopt;
+}
+
+std::map<std::string, MissingPart> missing_parts(Register &kept, const std::string &group,
+                                                 const std::map<std::string, std::string> &present) {
+  for (const auto &[place, name] : present) {
+    kept.keep_part(group, place, name);
+  }
+  std::map<std::string, MissingPart> missing;
+  for (const auto &[place, part] : kept.parts(group)) {
+    if (!present.contains(place)) {
+      missing[place] = {.group = group, .number = part.number, .name = part.name};
+    }
+  }
+  return missing;
+}
+
 }  // namespace tavo::service

@@ -6,7 +6,9 @@
 #include <filesystem>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace tavo::service {
@@ -29,6 +31,13 @@ struct RegisteredFault {
 struct RegisteredPart {
   std::int64_t number;  // of its place, within the group
   std::string name;     // for the operator
+};
+
+// A part that should be there and is not.
+struct MissingPart {
+  std::string group;  // "drive"
+  std::int64_t number;
+  std::string name = {};
 };
 
 // A JSON file, replaced as a whole at each change. Thread safe.
@@ -67,5 +76,15 @@ class Register {
   std::map<std::string, RegisteredFault> faults_;                       // by the trouble's key
   bool save_failed_ = false;                                            // said once
 };
+
+// Keeps a part that is there in the register. If it is absent, but was there once, returns it: only such a part is
+// missing, since a place may be meant to be empty. `presence` is "present", "absent" or "unknown".
+std::optional<MissingPart> missing_part(Register &kept, const std::string &group, const std::string &place,
+                                        const std::string &name, std::string_view presence);
+
+// The same for a whole group: keeps the parts that are there, whose names are given by their places, and returns those
+// that were there once and are not among them, by their places.
+std::map<std::string, MissingPart> missing_parts(Register &kept, const std::string &group,
+                                                 const std::map<std::string, std::string> &present);
 
 }  // namespace tavo::service

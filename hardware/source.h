@@ -10,6 +10,8 @@
 #include <string_view>
 #include <vector>
 
+#include "hardware/register.h"
+#include "service/causes.h"
 #include "service/inventory.h"
 
 namespace tavo::service {
@@ -17,25 +19,22 @@ namespace tavo::service {
 // The class of faults that are the whole server's: no class of the platform's parts.
 inline constexpr int server_class = 9;
 
-// A part that should be there, as the register knows it.
-struct MissingPart {
-  std::string group;  // "drive"
-  std::int64_t number;
-};
-
 // A condition that is a fault for as long as it lasts.
 struct Trouble {
   std::string key;                // names the condition for ever: "dimm DIMM_A1 uncorrected"
   std::int64_t class_code;        // of the part: core/class_number.h
   std::int64_t unit;              // the number by which the fault's class knows the part
-  std::string severity;           // as a scenario writes it
-  int cause;                      // service/causes.h
-  std::string description;        // a sentence for the operator
+  std::string severity = {};      // as a scenario writes it
+  int cause = cause::failed;      // service/causes.h
+  std::string description = {};   // a sentence for the operator
   std::string affected = {};      // the part's distinguished name; empty: what the class and unit stand for
   std::string affected_oid = {};  // the object identifier that goes with it
   std::optional<MissingPart> missing = {};
   std::string source = {};  // which has found it; filled in by whoever asks the source
 };
+
+// The trouble that a part is missing. `part` has a key and a description, which name the part.
+Trouble missing(Trouble part, const MissingPart &missing);
 
 // What one reading of a source has found.
 struct Finding {
