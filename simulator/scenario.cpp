@@ -219,6 +219,10 @@ void expect_one_document(const std::string &text, const Place &place) {
 }
 
 YAML::Node read_document(const Place &place) {
+  std::error_code ignored;
+  if (std::filesystem::is_directory(place.file, ignored)) {
+    throw BadInput(place.file + ": is a directory");
+  }
   std::ifstream stream(place.file);
   if (!stream) {
     throw BadInput(place.file + ": cannot be read");
@@ -231,7 +235,7 @@ YAML::Node read_document(const Place &place) {
     throw;
   } catch (const YAML::ParserException &error) {
     fail(place, error.mark, error.msg);
-  } catch (const std::exception &error) {  // the file is a directory, for example
+  } catch (const std::exception &error) {  // the disk fails, for example
     throw BadInput(place.file + ": " + error.what());
   }
 }

@@ -112,7 +112,7 @@ TEST_F(ScenarioFile, NumbersAndTextsFitThePlatformsRecords) {
 }
 
 TEST_F(ScenarioFile, WhatIsNoScenarioIsRefusedByName) {
-  EXPECT_THAT([this] { load_scenario(directory_); }, ThrowsMessage<BadInput>(HasSubstr(directory_.string() + ": ")));
+  EXPECT_THAT([this] { load_scenario(directory_); }, ThrowsMessage<BadInput>(directory_.string() + ": is a directory"));
   EXPECT_THAT(loading("server: {}\n---\nserver: {}\n"),
               ThrowsMessage<BadInput>(AllOf(HasSubstr("test.yaml:"), HasSubstr("another begins here"))));
 }
