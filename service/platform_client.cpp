@@ -62,21 +62,27 @@ int result_of(const std::optional<json> &reply) {
   return reply ? reply->value("result", unreachable) : unreachable;
 }
 
-// Asks on a connection of its own and passes a reply with result 0 to `use`. Returns the result, or `unreachable` if
-// anything fails here: no exception may reach a C caller.
+// Asks on a connection of its own and passes it and a reply with result 0 to `use`, which may receive what follows the
+// reply. Returns the result, or `unreachable` if anything fails here: no exception may reach a C caller.
 template <class Use>
-int ask(const Question &question, Use use) noexcept {
+int converse(const Question &question, Use use) noexcept {
   try {
     const Descriptor connection = connect_to(socket_path(), time_limit);
     const auto reply = connection ? exchange(connection.get(), request_of(question)) : std::nullopt;
     const int result = result_of(reply);
     if (result == 0) {
-      use(*reply);
+      use(connection.get(), *reply);
     }
     return result;
   } catch (...) {
     return unreachable;
   }
+}
+
+// The same for a reply that nothing follows.
+template <class Use>
+int ask(const Question &question, Use use) noexcept {
+  return converse(question, [&](int, const json &reply) { use(reply); });
 }
 
 // How many records `name` has. `size` is the size of *count.
@@ -169,12 +175,13 @@ int get_fe_table_count(void) {
 }
 
 int get_fe_table(void *records, int start, int count) {
-  const int result =
-      ask({.name = call::faults, .numbers = {{"start", start}, {"count", count}}}, [&](const json &reply) {
-        const auto &octets = reply.at("records").get_binary();
-        const std::size_t room = static_cast<std::size_t>(count) * FAULT_RECORD_SIZE;
-        std::copy_n(octets.begin(), std::min(octets.size(), room), static_cast<std::uint8_t *>(records));
-      });
+  const int result = converse({.name = call::faults, .numbers = {{"start", start}, {"count", count}}},
+                              [&](int connection, const json &) {
+                                const std::size_t size = static_cast<std::size_t>(count) * FAULT_RECORD_SIZE;
+                                if (!receive_all(connection, {static_cast<std::byte *>(records), size})) {
+                                  throw std::runtime_error("the records end early");
+                                }
+                              });
   return result == 0 ? 0 : -1;
 }
 

@@ -1,8 +1,10 @@
 // What the simulator and its clients say to each other over a Unix socket: frames, each a 32-bit little-endian length
 // and that many octets of CBOR.
 //
-// A client sends a request, {"call": NAME, ...}, and gets one reply. A follow_... call turns the connection into a
-// stream of raw records after its reply.
+// A client sends a request, {"call": NAME, ...}, and gets one reply. The records of faults that were asked for follow
+// their reply raw, so that the client receives them where they belong: 1,024 of them are a megabyte, of which a frame
+// and the value parsed from it would be two copies more. A follow_... call turns the connection into a stream of raw
+// records after its reply.
 #pragma once
 
 #include <cstddef>

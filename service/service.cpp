@@ -12,7 +12,9 @@
 #include <filesystem>
 #include <iostream>
 #include <nlohmann/json.hpp>
+#include <span>
 #include <system_error>
+#include <utility>
 
 #include "service/protocol.h"
 #include "service/requests.h"
@@ -20,6 +22,8 @@
 
 namespace tavo::service {
 namespace {
+
+using nlohmann::json;
 
 [[noreturn]] void fail(const std::string &what) {
   throw std::system_error(errno, std::generic_category(), what);
@@ -39,6 +43,16 @@ Descriptor lock_path(const std::string &path) {
     fail(name);
   }
   return lock;
+}
+
+// Sends the reply; the records of faults follow it. False if the peer takes no more.
+bool send_reply(int fd, json reply, bool has_faults) {
+  json::binary_t records;
+  if (has_faults && reply.contains("records")) {
+    records = std::move(reply.at("records").get_binary());
+    reply.erase("records");
+  }
+  return send_frame(fd, reply) && send_all(fd, std::as_bytes(std::span(records)));
 }
 
 }  // namespace
@@ -125,7 +139,7 @@ void Service::serve_requests(int fd) {
       machine_.storage_events().serve(fd);
       break;
     }
-    if (!send_frame(fd, answer(machine_, *request))) {
+    if (!send_reply(fd, answer(machine_, *request), name == call::faults)) {
       break;
     }
   }

@@ -1,6 +1,7 @@
 // libbmcsim.so, called as the module calls it, with a simulator served in this process.
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -10,12 +11,17 @@
 #include <atomic>
 #include <csignal>
 #include <cstring>
+#include <nlohmann/json.hpp>
+#include <thread>
+#include <vector>
 
 #include "platform/fault_engine.h"
 #include "platform/fru.h"
 #include "platform/inventory.h"
 #include "platform/storage_client.h"
 #include "served_scenario.h"
+#include "service/protocol.h"
+#include "service/unix_socket.h"
 
 namespace tavo::service {
 namespace {
@@ -360,6 +366,26 @@ TEST_F(PlatformClient, HangingSimulatorFailsTheCallInTime) {
   const auto began = std::chrono::steady_clock::now();
   EXPECT_EQ(processor_count(), -1);
   EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(60));
+}
+
+// A simulator that is killed between its reply and the records that follow it.
+TEST_F(PlatformClient, FaultRecordsThatEndEarlyAreRefused) {
+  const std::string path = directory_ / "ends-early";
+  const Descriptor listener = listen_at(path);
+  ASSERT_TRUE(listener);
+  setenv("BMCSIM_SOCKET", path.c_str(), 1);
+  for (const std::size_t sent : {std::size_t{0}, std::size_t{FAULT_RECORD_SIZE}, 2 * std::size_t{FAULT_RECORD_SIZE}}) {
+    const std::jthread peer([&] {
+      pollfd ready{.fd = listener.get(), .events = POLLIN, .revents = 0};
+      poll(&ready, 1, -1);
+      const Descriptor connection(accept(listener.get(), nullptr, nullptr));
+      receive_frame(connection.get(), request_limit);
+      send_frame(connection.get(), {{"result", 0}});
+      send_all(connection.get(), std::vector<std::byte>(sent));
+    });
+    std::array<char, 2 * FAULT_RECORD_SIZE> records{};
+    EXPECT_EQ(get_fe_table(records.data(), 0, 2), sent == records.size() ? 0 : -1) << sent;
+  }
 }
 
 TEST_F(PlatformClient, ServesManyThreadsAtOnce) {

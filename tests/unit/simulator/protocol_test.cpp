@@ -9,6 +9,8 @@
 #include <thread>
 #include <vector>
 
+#include "core/record.h"
+#include "platform/fault_engine.h"
 #include "served_scenario.h"
 #include "service/protocol.h"
 #include "service/unix_socket.h"
@@ -68,6 +70,17 @@ TEST_F(Protocol, OneConnectionCarriesSeveralRequests) {
   const Descriptor connection = connect();
   EXPECT_EQ(ask(connection, {{"call", "ping"}}).value().at("result"), 0);
   EXPECT_EQ(ask(connection, {{"call", "processors"}}).value().at("count"), 2);
+  EXPECT_EQ(ask(connection, {{"call", "fault-count"}}).value().at("count"), 4);
+}
+
+TEST_F(Protocol, FaultRecordsFollowTheirReplyRaw) {
+  const Descriptor connection = connect();
+  const json request = {{"call", "faults"}, {"start", 1}, {"count", 3}};
+  EXPECT_EQ(ask(connection, request), (json{{"result", 0}}));
+  std::vector<std::byte> records(std::size_t{3} * FAULT_RECORD_SIZE);
+  ASSERT_TRUE(receive_all(connection.get(), records));
+  EXPECT_EQ(tavo::Record(records).u32(2 * FAULT_RECORD_SIZE + FAULT_INDEX), 31U);
+  EXPECT_EQ(ask(connection, {{"call", "faults"}, {"start", 4}, {"count", 1}}).value().count("records"), 0U);
   EXPECT_EQ(ask(connection, {{"call", "fault-count"}}).value().at("count"), 4);
 }
 
