@@ -2,6 +2,11 @@
 #pragma once
 
 #include <malloc.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <cstdint>
 
 namespace tavo {
 
@@ -19,6 +24,17 @@ inline void give_memory_back() {
 #ifdef __GLIBC__
   malloc_trim(0);
 #endif
+}
+
+// Gives the whole pages among the `size` octets from `block` on back to the system, while the block remains its
+// owner's. They are zero when they are next read.
+inline void give_pages_back(std::byte *block, std::size_t size) {
+  const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
+  const auto address = reinterpret_cast<std::uintptr_t>(block);
+  const std::size_t before = (page - address % page) % page;
+  if (before < size) {
+    madvise(block + before, (size - before) / page * page, MADV_DONTNEED);
+  }
 }
 
 }  // namespace tavo
