@@ -2,9 +2,12 @@
 
 #include <sys/random.h>
 
+#include <algorithm>
+#include <ctime>
+#include <functional>
+#include <iterator>
 #include <limits>
 #include <new>
-#include <utility>
 
 #include "core/health.h"
 #include "core/record.h"
@@ -26,23 +29,36 @@ FaultKey key_of(const Record &record) {
   return {.class_code = record.u32(FAULT_CLASS_CODE), .index = record.u32(FAULT_INDEX)};
 }
 
-// The change that the record tells of, but for its number.
-FaultChange change_of(const Record &record, FaultChange::Kind kind, bool notified) {
+std::uint32_t now() {
+  return static_cast<std::uint32_t>(std::time(nullptr));
+}
+
+// The change that the record tells of, but for its number and its texts.
+FaultChangeFields change_of(const Record &record, FaultChange::Kind kind, bool notified) {
   return {
-      .kind = kind,
-      .notified = notified,
       .number = 0,
-      .time = std::time(nullptr),
+      .time = now(),
       .fault = key_of(record),
       .severity = record.u32(FAULT_SEVERITY),
       .code = record.i32(FAULT_CODE),
       .cause = record.i32(FAULT_CAUSE),
-      .occurrences = record.u8(FAULT_OCCURRENCES),
       .first_time = record.i32(FAULT_FIRST_TIME),
       .last_time = record.i32(FAULT_LAST_TIME),
-      .affected_object = std::string(record.text(FAULT_AFFECTED_OBJECT, FAULT_AFFECTED_OBJECT_SIZE)),
-      .description = std::string(record.text(FAULT_DESCRIPTION, FAULT_DESCRIPTION_SIZE)),
+      .kind = kind,
+      .notified = notified,
+      .occurrences = record.u8(FAULT_OCCURRENCES),
   };
+}
+
+// Where the first one is, or would be, whose key is not below `from`.
+template <class Changes>
+auto place_in(Changes &active, FaultKey from) {
+  return std::ranges::lower_bound(active, from, {}, [](const FaultChangePtr &change) { return change->fault; });
+}
+
+template <class Changes>
+bool is_at(const Changes &active, typename Changes::const_iterator place, FaultKey fault) {
+  return place != active.end() && (*place)->fault == fault;
 }
 
 }  // namespace
@@ -58,13 +74,19 @@ void FaultHistory::changed(const void *record, bool notified) noexcept {
   const Record fault(record, FAULT_RECORD_SIZE);
   const std::lock_guard lock(mutex_);
   const FaultKey key = key_of(fault);
-  FaultChange::Kind kind = active_.contains(key) ? FaultChange::Updated : FaultChange::Raised;
+  const auto place = place_in(active_, key);
+  const bool is_active = is_at(active_, place, key);
+  FaultChange::Kind kind = is_active ? FaultChange::Updated : FaultChange::Raised;
   if (fault.u32(FAULT_SEVERITY) == 0) {
     kind = FaultChange::Cleared;
-    active_.erase(key);
+    if (is_active) {
+      active_.erase(place);
+      give_room_back();
+    }
   }
   try {
-    add(change_of(fault, kind, notified));
+    add(change_of(fault, kind, notified), fault.text(FAULT_AFFECTED_OBJECT, FAULT_AFFECTED_OBJECT_SIZE),
+        fault.text(FAULT_DESCRIPTION, FAULT_DESCRIPTION_SIZE));
   } catch (const std::bad_alloc &) {
     lose_track();
   }
@@ -90,36 +112,47 @@ void FaultHistory::load_ends(bool whole) noexcept {
 }
 
 void FaultHistory::remove_unreported(std::uint32_t before_load) {
-  for (auto fault = active_.begin(); fault != active_.end();) {
-    if (fault->second->number > before_load) {
-      ++fault;
-      continue;
-    }
-    const FaultChangePtr last = fault->second;
-    fault = active_.erase(fault);
-    FaultChange change = *last;
+  const auto is_reported = [&](const FaultChangePtr &fault) { return fault->number > before_load; };
+  std::vector<FaultChangePtr> vanished;
+  std::ranges::remove_copy_if(active_, std::back_inserter(vanished), is_reported);
+  std::erase_if(active_, std::not_fn(is_reported));
+  give_room_back();
+  for (const FaultChangePtr &last : vanished) {
+    FaultChangeFields change = *last;
     change.kind = FaultChange::Vanished;
     change.notified = false;
-    change.time = std::time(nullptr);
+    change.time = now();
     change.severity = 0;
-    add(std::move(change));
+    add(change, last->affected_object(), last->description());
   }
 }
 
-void FaultHistory::add(FaultChange change) {
+void FaultHistory::add(FaultChangeFields change, std::string_view affected_object, std::string_view description) {
   if (summary_.changes == std::numeric_limits<std::uint32_t>::max()) {
     begin_epoch();
   }
   change.number = summary_.changes + 1;
-  const auto added = std::make_shared<const FaultChange>(std::move(change));
+  const FaultChangePtr added = FaultChange::create(change, affected_object, description);
   changes_.push_back(added);
-  if (added->severity != 0) {
-    active_.insert_or_assign(added->fault, added);
+  if (change.severity != 0) {
+    const auto place = place_in(active_, change.fault);
+    if (is_at(active_, place, change.fault)) {
+      *place = added;
+    } else {
+      active_.insert(place, added);
+    }
   }
-  summary_.changes = added->number;
-  summary_.notified += added->notified ? 1 : 0;
+  summary_.changes = change.number;
+  summary_.notified += change.notified ? 1 : 0;
   if (changes_.size() > limit_) {
     changes_.pop_front();
+  }
+}
+
+void FaultHistory::give_room_back() {
+  constexpr std::size_t least = 64;  // half a kibioctet
+  if (active_.capacity() > least && active_.size() < active_.capacity() / 4) {
+    active_.shrink_to_fit();
   }
 }
 
@@ -146,14 +179,14 @@ FaultSummary FaultHistory::summary() const {
 
 FaultChangePtr FaultHistory::active(FaultKey fault) const {
   const std::lock_guard lock(mutex_);
-  const auto found = active_.find(fault);
-  return found == active_.end() ? nullptr : found->second;
+  const auto found = place_in(active_, fault);
+  return is_at(active_, found, fault) ? *found : nullptr;
 }
 
 FaultChangePtr FaultHistory::first_active(FaultKey from) const {
   const std::lock_guard lock(mutex_);
-  const auto found = active_.lower_bound(from);
-  return found == active_.end() ? nullptr : found->second;
+  const auto found = place_in(active_, from);
+  return found == active_.end() ? nullptr : *found;
 }
 
 FaultChangePtr FaultHistory::first_change(std::uint32_t from) const {

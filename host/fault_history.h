@@ -6,49 +6,15 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <ctime>
 #include <deque>
-#include <map>
-#include <memory>
 #include <mutex>
 #include <optional>
-#include <string>
-#include <tuple>
+#include <string_view>
+#include <vector>
+
+#include "host/fault_change.h"
 
 namespace tavo {
-
-struct FaultKey {
-  std::uint32_t class_code;
-  std::uint32_t index;
-  bool operator==(const FaultKey &) const = default;
-  bool operator<(const FaultKey &other) const {
-    return std::tie(class_code, index) < std::tie(other.class_code, other.index);
-  }
-};
-
-// One change, and how the fault was afterwards.
-struct FaultChange {
-  enum Kind : std::uint8_t {
-    Raised = 1,
-    Updated = 2,
-    Cleared = 3,
-    Vanished = 4,  // was not in the fault engine's list when that was loaded again
-  };
-  Kind kind;
-  bool notified;  // a notification tells of it
-  std::uint32_t number;
-  std::time_t time;
-  FaultKey fault;
-  std::uint32_t severity;  // 0 if the fault is not active any more
-  std::int32_t code;
-  std::int32_t cause;
-  std::uint8_t occurrences;
-  std::time_t first_time;
-  std::time_t last_time;
-  std::string affected_object;  // without the serial number that notifications may carry
-  std::string description;
-};
-using FaultChangePtr = std::shared_ptr<const FaultChange>;
 
 struct FaultSummary {
   // Another one at each start, and whenever numbers do not follow from those before: then a manager begins anew.
@@ -89,8 +55,11 @@ class FaultHistory {
   FaultChangePtr first_change(std::uint32_t from) const;
 
  private:
-  void add(FaultChange change);
+  // Numbers the change and keeps it.
+  void add(FaultChangeFields change, std::string_view affected_object, std::string_view description);
   void remove_unreported(std::uint32_t before_load);
+  // When most faults have gone.
+  void give_room_back();
   void begin_epoch();
   void lose_track();
 
@@ -98,7 +67,7 @@ class FaultHistory {
   mutable std::mutex mutex_;
   // Guarded by mutex_.
   std::deque<FaultChangePtr> changes_;  // kept, with numbers that follow each other
-  std::map<FaultKey, FaultChangePtr> active_;
+  std::vector<FaultChangePtr> active_;  // the last change of each active fault, by ascending key
   FaultSummary summary_;
   std::optional<std::uint32_t> before_load_;  // the last change before a load that is under way
 };

@@ -40,8 +40,8 @@ using Column = MibValue (*)(const FaultChange &);
 constexpr auto details = std::to_array<Column>({
     [](const FaultChange &change) { return date_and_time(change.time); },
     [](const FaultChange &change) { return enumeration(static_cast<std::int32_t>(change.severity)); },
-    [](const FaultChange &change) { return text(change.affected_object); },
-    [](const FaultChange &change) { return text(change.description); },
+    [](const FaultChange &change) { return text(change.affected_object()); },
+    [](const FaultChange &change) { return text(change.description()); },
     [](const FaultChange &change) { return enumeration(change.code); },
     [](const FaultChange &change) { return enumeration(change.cause); },
     [](const FaultChange &change) { return counter(change.occurrences); },

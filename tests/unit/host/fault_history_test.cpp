@@ -6,6 +6,7 @@
 #include <array>
 #include <atomic>
 #include <cstring>
+#include <ctime>
 #include <limits>
 #include <string>
 #include <thread>
@@ -92,6 +93,19 @@ TEST_F(FaultHistoryTest, FaultsThatShareAnIndexAreApart) {
   EXPECT_EQ(history.active({.class_code = 3, .index = 7}), nullptr);
 }
 
+TEST_F(FaultHistoryTest, FaultsStayInOrderWhileMostGo) {
+  constexpr std::uint32_t count = 1000;
+  for (std::uint32_t i = 0; i < count; ++i) {
+    change(3, i * 7 % count, 5);
+  }
+  EXPECT_EQ(active().size(), count);
+  for (std::uint32_t index = 0; index < count; ++index) {
+    change(3, index, index % 300 == 1 ? 4 : 0);
+  }
+  EXPECT_THAT(active(), ElementsAre("3.1", "3.301", "3.601", "3.901"));
+  EXPECT_EQ(history.active({.class_code = 3, .index = 301})->severity, 4U);
+}
+
 TEST_F(FaultHistoryTest, AChangeTellsWhatTheRecordTells) {
   Record record = fault(4'000'000'000, 4'294'967'295, 6);
   std::strcpy(&record[FAULT_AFFECTED_OBJECT], "sys/rack-unit-1");
@@ -106,8 +120,8 @@ TEST_F(FaultHistoryTest, AChangeTellsWhatTheRecordTells) {
   ASSERT_NE(change, nullptr);
   EXPECT_EQ(change->fault, (FaultKey{.class_code = 4'000'000'000, .index = 4'294'967'295}));
   EXPECT_EQ(change->severity, 6U);
-  EXPECT_EQ(change->affected_object, "sys/rack-unit-1");
-  EXPECT_EQ(change->description, std::string(FAULT_DESCRIPTION_SIZE, 'd'));
+  EXPECT_EQ(change->affected_object(), "sys/rack-unit-1");
+  EXPECT_EQ(change->description(), std::string(FAULT_DESCRIPTION_SIZE, 'd'));
   EXPECT_EQ(change->code, -3);
   EXPECT_EQ(change->cause, 17);
   EXPECT_EQ(change->first_time, 1'700'000'000);
