@@ -81,6 +81,61 @@ bool Register::forget_part(const std::string &group, std::int64_t number) {
   return true;
 }
 
+void Register::rename(const std::string &group, const std::string &from, const std::string &to) {
+  const std::lock_guard lock(mutex_);
+  auto &numbers = numbers_[group];
+  auto &names = names_[group];
+  if (!numbers.contains(from) || numbers.contains(to)) {
+    return;
+  }
+  auto number = numbers.extract(from);
+  number.key() = to;
+  numbers.insert(std::move(number));
+  if (auto name = names.extract(from)) {
+    name.key() = to;
+    names.insert(std::move(name));
+  }
+  absent_[group].erase(from);
+  save();
+}
+
+void Register::free_absent(const std::string &group, const std::map<std::string, std::string> &present,
+                           std::time_t now) {
+  const std::lock_guard lock(mutex_);
+  auto &numbers = numbers_[group];
+  auto &absent = absent_[group];
+  const auto before = absent;
+  for (const auto &entry : numbers) {
+    if (present.contains(entry.first) || names_[group].contains(entry.first)) {
+      absent.erase(entry.first);
+    } else {
+      absent.try_emplace(entry.first, now);
+    }
+  }
+  std::erase_if(absent, [&](const auto &entry) {
+    return !numbers.contains(entry.first) || (now - entry.second >= kept_for.count() && numbers.erase(entry.first) > 0);
+  });
+  if (absent != before) {
+    save();
+  }
+}
+
+void Register::free(const std::string &group, const std::string &key) {
+  const std::lock_guard lock(mutex_);
+  if (!names_[group].contains(key) && numbers_[group].erase(key) > 0) {
+    save();
+  }
+}
+
+std::vector<std::string> Register::keys(const std::string &group) {
+  const std::lock_guard lock(mutex_);
+  std::vector<std::string> keys;
+  for (const auto &entry : numbers_[group]) {
+    keys.push_back(entry.first);
+  }
+  return keys;
+}
+
 std::int64_t Register::number_for(const std::string &group, const std::string &key, std::int64_t wanted) {
   auto &numbers = numbers_[group];
   const auto known = numbers.find(key);
@@ -124,7 +179,8 @@ void Register::load() {
       fault.emplace("source", "");  // older files have none
     }
     numbers_ = content.at("numbers");
-    names_ = content.value("parts", names_);  // older files have none
+    names_ = content.value("parts", names_);     // older files have none
+    absent_ = content.value("absent", absent_);  // the same
     faults_ = content.at("faults");
     for (const auto &[group, numbers] : numbers_) {
       check_numbers(group, numbers);
@@ -135,6 +191,7 @@ void Register::load() {
   } catch (const std::exception &error) {
     numbers_.clear();
     names_.clear();
+    absent_.clear();
     faults_.clear();
     std::error_code failure;
     std::filesystem::rename(file_, file_.string() + ".unreadable", failure);
@@ -148,7 +205,7 @@ void Register::save() {
     return;
   }
   try {
-    const nlohmann::json content{{"numbers", numbers_}, {"parts", names_}, {"faults", faults_}};
+    const nlohmann::json content{{"numbers", numbers_}, {"parts", names_}, {"absent", absent_}, {"faults", faults_}};
     // Names of the hardware need not be UTF-8.
     const std::string text = content.dump(1, ' ', false, nlohmann::json::error_handler_t::replace) + '\n';
     if (file_.has_parent_path()) {

@@ -2,7 +2,9 @@
 // faults are active.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
+#include <ctime>
 #include <filesystem>
 #include <map>
 #include <mutex>
@@ -38,6 +40,8 @@ struct MissingPart {
   std::string group;  // "drive"
   std::int64_t number;
   std::string name = {};
+
+  bool operator==(const MissingPart &) const = default;
 };
 
 // A JSON file, replaced as a whole at each change. Thread safe.
@@ -58,6 +62,20 @@ class Register {
   // Forgets the part with this number, so that the number is free again. False if there is none.
   bool forget_part(const std::string &group, std::int64_t number);
 
+  // Gives what was known as `from` another key, if that is not known yet.
+  void rename(const std::string &group, const std::string &from, const std::string &to);
+
+  // How long the number is kept of what nobody misses.
+  static constexpr std::chrono::seconds kept_for = std::chrono::hours(24 * 30);
+  // Frees the numbers of keys that are neither parts nor `present`, and have not been for `kept_for`. What is present
+  // is given by its key; the rest of it does not matter.
+  void free_absent(const std::string &group, const std::map<std::string, std::string> &present,
+                   std::time_t now = std::time(nullptr));
+  // Frees the number of this key at once, unless it is a part's.
+  void free(const std::string &group, const std::string &key);
+  // All keys of the group that have a number.
+  std::vector<std::string> keys(const std::string &group);
+
   std::map<std::string, RegisteredFault> faults();
   void keep_fault(const std::string &key, const RegisteredFault &fault);
   void drop_fault(const std::string &key);
@@ -73,8 +91,10 @@ class Register {
   // Guarded by mutex_.
   std::map<std::string, std::map<std::string, std::int64_t>> numbers_;  // by group and key
   std::map<std::string, std::map<std::string, std::string>> names_;     // of parts, by group and place
-  std::map<std::string, RegisteredFault> faults_;                       // by the trouble's key
-  bool save_failed_ = false;                                            // said once
+  // Since when what nobody misses is not there, in seconds since 1970, by group and key.
+  std::map<std::string, std::map<std::string, std::int64_t>> absent_;
+  std::map<std::string, RegisteredFault> faults_;  // by the trouble's key
+  bool save_failed_ = false;                       // said once
 };
 
 // Keeps a part that is there in the register. If it is absent, but was there once, returns it: only such a part is

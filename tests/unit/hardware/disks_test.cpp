@@ -4,7 +4,6 @@
 
 #include <csignal>
 
-#include "hardware/arrays.h"
 #include "tree.h"
 
 namespace tavo::service {
@@ -337,76 +336,6 @@ TEST_F(Disks, AnotherDriveAfterARestartIsNotFailing) {
   report("sda", asleep);
   link("block/sda", sda);
   EXPECT_THAT(later.read().troubles, IsEmpty());
-}
-
-class Arrays : public Tree {
- protected:
-  void add_array(const std::string &name, const std::string &state, const std::string &degraded) {
-    write("block/" + name + "/size", "4096\n");
-    write("block/" + name + "/md/array_state", state + "\n");
-    write("block/" + name + "/md/degraded", degraded + "\n");
-  }
-
-  Register register_{""};
-  ArraySource source_{roots(), register_};
-};
-
-TEST_F(Arrays, AnArrayIsAVolume) {
-  add_array("md0", "clean", "0");
-  const Inventory inventory = found_by(source_);
-  ASSERT_THAT(inventory.controllers, SizeIs(1));
-  EXPECT_EQ(inventory.controllers[0].part.text("location"), "SYSTEM");
-  ASSERT_THAT(inventory.controllers[0].volumes, SizeIs(1));
-  const Part &volume = inventory.controllers[0].volumes[0];
-  EXPECT_EQ(volume.written(*find_field(volume_kind, "state")), "optimal");
-  EXPECT_EQ(volume.number("capacity"), 4096 * 512);
-  EXPECT_THAT(source_.read().troubles, IsEmpty());
-}
-
-TEST_F(Arrays, ADegradedOrStoppedArrayIsATrouble) {
-  add_array("md0", "active", "1");
-  add_array("md1", "inactive", "0");
-  const Finding finding = source_.read();
-  ASSERT_THAT(finding.troubles, SizeIs(2));
-  EXPECT_EQ(finding.troubles[0].description, "Array md0 is degraded");
-  EXPECT_EQ(finding.troubles[0].severity, "major");
-  EXPECT_EQ(finding.troubles[1].description, "Array md1 is offline");
-  EXPECT_EQ(finding.troubles[1].severity, "critical");
-}
-
-TEST_F(Arrays, WhatHoldsNoDataIsNoArray) {
-  add_array("md0", "clear", "0");
-  add_array("md127", "inactive", "0");
-  write("block/md127/md/metadata_version", "external:imsm\n");
-  add_array("md126", "clean", "0");
-  write("block/md126/md/metadata_version", "external:/md127/0\n");
-  EXPECT_THAT(source_.read().troubles, IsEmpty());
-  const Inventory inventory = found_by(source_);
-  ASSERT_THAT(inventory.controllers.at(0).volumes, SizeIs(1));
-  EXPECT_EQ(inventory.controllers[0].volumes[0].written(*find_field(volume_kind, "state")), "optimal");
-  write("block/md126/md/array_state", "inactive\n");
-  EXPECT_THAT(source_.read().troubles, SizeIs(1));
-}
-
-TEST_F(Arrays, OneThatCannotBeReadHidesNoOther) {
-  add_array("md0", "active", "1");
-  std::filesystem::create_directories(sys() / "block/md1");
-  std::filesystem::create_symlink("md", sys() / "block/md1/md");  // leads to itself
-  EXPECT_THAT(source_.read().troubles, SizeIs(1));
-}
-
-TEST_F(Arrays, AnArrayKeepsItsNumber) {
-  add_array("md0", "clean", "0");
-  add_array("md1", "clean", "0");
-  source_.read();
-  std::filesystem::remove_all(sys() / "block/md0");
-  const Inventory inventory = found_by(source_);
-  ASSERT_THAT(inventory.controllers.at(0).volumes, SizeIs(2));
-  EXPECT_EQ(inventory.controllers[0].volumes[0].written(*find_field(volume_kind, "state")), "none");
-}
-
-TEST_F(Arrays, WithoutArraysThereIsNoController) {
-  EXPECT_THAT(found_by(source_).controllers, IsEmpty());
 }
 
 }  // namespace

@@ -488,6 +488,47 @@ TEST_F(RegisterTest, APartIsKeptUntilItIsForgotten) {
   EXPECT_EQ(again.number_of("drive", "c"), 1) << "its number is free again";
 }
 
+TEST_F(RegisterTest, APartThatWasThereOnceIsMissed) {
+  EXPECT_THAT(missing_parts(register_, "drive", {{"a", "sda"}, {"b", "sdb"}}), IsEmpty());
+  const auto missing = missing_parts(register_, "drive", {{"b", "sdb"}});
+  ASSERT_THAT(missing, SizeIs(1));
+  EXPECT_EQ(missing.at("a").number, 1);
+  EXPECT_EQ(missing.at("a").name, "sda");
+  EXPECT_EQ(missing_part(register_, "fan", "f", "FAN1", "absent"), std::nullopt) << "it never was";
+  EXPECT_EQ(missing_part(register_, "fan", "f", "FAN1", "present"), std::nullopt);
+  EXPECT_EQ(missing_part(register_, "fan", "f", "FAN1", "unknown"), std::nullopt);
+  EXPECT_NE(missing_part(register_, "fan", "f", "FAN1", "absent"), std::nullopt);
+}
+
+TEST_F(RegisterTest, ANumberThatNobodyMissesIsFreedInTheEnd) {
+  constexpr std::time_t start = 1'000'000'000;
+  constexpr std::time_t long_after = Register::kept_for.count();
+  register_.keep_part("drive", "stays", "sda");
+  register_.number_of("drive", "stick");
+  const auto keys_when_gone_since = [&](std::time_t seconds) {
+    Register again(directory_ / "register.json");
+    again.free_absent("drive", {}, start + seconds);
+    return again.keys("drive");
+  };
+  EXPECT_THAT(keys_when_gone_since(0), ElementsAre("stays", "stick"));
+  EXPECT_THAT(keys_when_gone_since(long_after - 1), ElementsAre("stays", "stick"));
+  Register returned(directory_ / "register.json");
+  returned.free_absent("drive", {{"stick", ""}}, start + long_after);
+  EXPECT_THAT(keys_when_gone_since(long_after + 1), ElementsAre("stays", "stick")) << "it was there again";
+  EXPECT_THAT(keys_when_gone_since(2 * long_after + 1), ElementsAre("stays"));
+}
+
+TEST_F(RegisterTest, APartMayGetAnotherKey) {
+  register_.keep_part("array", "md0", "md0");
+  register_.keep_part("array", "md1", "md1");
+  register_.rename("array", "md1", "uuid 1");
+  register_.rename("array", "md0", "uuid 1");
+  register_.rename("array", "md7", "uuid 7");
+  Register again(directory_ / "register.json");
+  EXPECT_THAT(again.keys("array"), ElementsAre("md0", "uuid 1"));
+  EXPECT_EQ(again.parts("array").at("uuid 1").number, 2);
+}
+
 TEST_F(RegisterTest, ANameThatIsNotUtf8IsKeptAllTheSame) {
   register_.keep_part("drive", "a", "model \xfc");
   register_.keep_part("drive", "b", "sdb");
