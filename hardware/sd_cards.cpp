@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <array>
+#include <map>
+#include <set>
 
+#include "core/class_number.h"
 #include "hardware/drive_place.h"
 #include "hardware/set_line.h"
 #include "hardware/sysfs.h"
@@ -27,6 +30,23 @@ Part part_with_unknown(const PartKind &kind, std::span<const std::string_view> c
   return part;
 }
 
+// In the register. A partition's key is that of its card, and its number on it after this word.
+constexpr const char *card_group = "sd-card";
+constexpr const char *partition_group = "sd-partition";
+constexpr std::string_view partition_word = " partition ";
+
+Trouble missing_card(const std::string &place, const MissingPart &card) {
+  const std::string slot = std::to_string(card.number);
+  return missing({.key = "sd-card " + place + " gone",
+                  .class_code = class_number::storage,
+                  .unit = card.number,
+                  .description = "SD card " + slot + " (" + card.name + ')',
+                  .affected = "sys/rack-unit-1/board/storage-veltro/pd-SLOT-" + slot,
+                  // There is no row for it: the identifier is the server's.
+                  .affected_oid = "1.3.6.1.4.1.61453.4.207.1.9.35.1.2.1"},
+                 card);
+}
+
 // The name that the partition table has, or the kernel's.
 std::string partition_name(const fs::path &partition) {
   constexpr std::string_view key = "PARTNAME=";
@@ -42,13 +62,15 @@ std::string partition_name(const fs::path &partition) {
 }  // namespace
 
 void SdCardSource::read_partitions(const fs::path &disk, const std::string &place, SdCards &cards, Finding &finding) {
+  std::set<std::string> present;
   for (const fs::path &directory : entries(disk, disk.filename().string())) {
     const auto number_on_card = read_number(directory / "partition");
     if (!number_on_card) {
       continue;
     }
-    const std::string key = place + " partition " + std::to_string(*number_on_card);
-    const std::int64_t number = numbers_.number_of("sd-partition", key);
+    const std::string key = place + std::string(partition_word) + std::to_string(*number_on_card);
+    const std::int64_t number = numbers_.number_of(partition_group, key);
+    present.insert(key);
     if (number > VELT_PARTITION_COUNT) {
       finding.unreadable.push_back(directory.filename().string() + ": there are too many partitions");
       continue;
@@ -57,11 +79,23 @@ void SdCardSource::read_partitions(const fs::path &disk, const std::string &plac
     partition.set_number("number", number);
     set_line(partition, "name", partition_name(directory));
   }
+  free_partitions(
+      [&](const std::string &key, const std::string &card) { return card == place && !present.contains(key); });
+}
+
+// There are few numbers. Those of a card that was taken out stay until it is forgotten.
+void SdCardSource::free_partitions(
+    const std::function<bool(const std::string &key, const std::string &place)> &is_gone) {
+  for (const std::string &key : numbers_.keys(partition_group)) {
+    if (is_gone(key, key.substr(0, key.rfind(partition_word)))) {
+      numbers_.free(partition_group, key);
+    }
+  }
 }
 
 void SdCardSource::read_card(const fs::path &card, SdCards &cards, Finding &finding) {
   const std::string place = place_of(card);
-  const std::int64_t slot = numbers_.number_of("sd-card", place);
+  const std::int64_t slot = numbers_.number_of(card_group, place);
   if (slot > VELT_CARD_COUNT) {
     finding.unreadable.push_back(card.filename().string() + ": there are too many SD cards");
     return;
@@ -86,15 +120,22 @@ Finding SdCardSource::read() {
   Finding finding;
   SdCards cards;
   cards.controller = part_with_unknown(sd_controller_kind, codes_of_controller);
+  std::map<std::string, std::string> present;
   for (const fs::path &host : entries(roots_.sys / "class/mmc_host", "mmc")) {
     std::error_code error;
     const fs::path directory = fs::canonical(host, error);
     for (const fs::path &card : entries(directory, host.filename().string() + ':')) {
       if (read_attribute(card / "type") == "SD") {
+        present[place_of(card)] = read_attribute(card / "name").value_or("");
         read_card(card, cards, finding);
       }
     }
   }
+  for (const auto &[place, card] : missing_parts(numbers_, card_group, present)) {
+    finding.troubles.push_back(missing_card(place, card));
+  }
+  const auto known = numbers_.parts(card_group);
+  free_partitions([&](const std::string &, const std::string &place) { return !known.contains(place); });
   if (!cards.cards.empty()) {
     finding.enter = [cards](Inventory &inventory) { inventory.sd = cards; };
   }

@@ -82,5 +82,35 @@ TEST_F(SdCardsTest, AChipThatIsNoCardIsLeftOut) {
   EXPECT_THAT(found_by(source_).sd.cards, IsEmpty());
 }
 
+TEST_F(SdCardsTest, ACardThatIsGoneIsMissedUntilForgotten) {
+  add_partition(add_card("0", "SD"), "1");
+  source_.read();
+  std::filesystem::remove(sys() / "class/mmc_host/mmc0");
+  const Finding gone = source_.read();
+  ASSERT_THAT(gone.troubles, SizeIs(1));
+  EXPECT_EQ(gone.troubles[0].description, "SD card 1 (CARD0) is missing");
+  EXPECT_EQ(gone.troubles[0].affected, "sys/rack-unit-1/board/storage-veltro/pd-SLOT-1");
+  EXPECT_THAT(register_.keys("sd-partition"), SizeIs(1)) << "it may come back";
+  EXPECT_TRUE(register_.forget_part("sd-card", 1));
+  EXPECT_THAT(source_.read().troubles, IsEmpty());
+  EXPECT_THAT(register_.keys("sd-partition"), IsEmpty());
+}
+
+TEST_F(SdCardsTest, APartitionThatIsGoneFreesItsNumber) {
+  const std::string disk = add_card("0", "SD");
+  add_partition(disk, "1");
+  add_partition(disk, "2");
+  source_.read();
+  std::filesystem::remove_all(sys() / disk / "mmcblk0p1");
+  add_partition(disk, "3");
+  source_.read();
+  add_partition(disk, "4");
+  std::vector<std::int64_t> numbers;
+  for (const Part &partition : found_by(source_).sd.partitions) {
+    numbers.push_back(partition.number("number"));
+  }
+  EXPECT_THAT(numbers, ElementsAre(2, 3, 1));
+}
+
 }  // namespace
 }  // namespace tavo::service
