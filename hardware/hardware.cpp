@@ -115,6 +115,7 @@ std::vector<std::string> Hardware::unreadable() {
 
 void Hardware::advance(Machine &machine) {
   attempt([&] { show_news(machine); }, show_failure_);
+  tell_of_sd_cards(machine);
   attempt([&] { keeper_.settle(situation(), Clock::now(), machine); }, settle_failure_);
 }
 
@@ -134,8 +135,15 @@ void Hardware::show_news(Machine &machine) {
   if (before.controllers != fresh.controllers) {
     machine.send_storage_event(STORAGE_EVENT_CONFIGURATION_CHANGED);
   }
-  if (before.sd != fresh.sd) {
-    machine.announce_sd_change("SD cards changed");
+  has_sd_news_ = has_sd_news_ || before.sd != fresh.sd;
+}
+
+// Nothing else can be done meanwhile, so one that is busy is told later. Who does not listen reads the cards when it
+// starts.
+void Hardware::tell_of_sd_cards(const Machine &machine) {
+  constexpr std::chrono::milliseconds a_moment(10);
+  if (has_sd_news_) {
+    has_sd_news_ = !machine.announce_sd_change("SD cards changed", a_moment) && errno == EAGAIN;
   }
 }
 

@@ -69,12 +69,14 @@ class Hardware : public RealServer {
   Situation situation();
   bool take_news();
   void show_news(Machine &machine);
+  void tell_of_sd_cards(const Machine &machine);
 
   std::vector<std::shared_ptr<Reader>> readers_;  // in the order in which they enter what they find
   Register &register_;
   FaultKeeper keeper_;
   std::optional<Inventory> shown_;  // what the machine has
   bool is_behind_ = false;          // there is news that the machine does not have yet
+  bool has_sd_news_ = false;        // the machine has news of SD cards, of which nobody has been told yet
   // Why the last attempt has failed; empty: it has not.
   std::string show_failure_;
   std::string settle_failure_;

@@ -58,9 +58,7 @@ void Machine::send_storage_event(std::uint32_t type) {
   storage_events_.publish(event);
 }
 
-bool Machine::announce_sd_change(const std::string &text) const {
-  // A daemon whose backlog is full may be slow; one that does not listen refuses at once.
-  constexpr std::chrono::seconds time_limit(60);
+bool Machine::announce_sd_change(const std::string &text, std::chrono::milliseconds time_limit) const {
   const Descriptor connection = connect_to(surroundings_.sd_socket, time_limit);
   return connection && send_all(connection.get(), std::as_bytes(std::span(text)));
 }

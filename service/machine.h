@@ -3,6 +3,7 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <map>
 #include <mutex>
 #include <string>
@@ -84,9 +85,11 @@ class Machine {
   EventStream &storage_events() { return storage_events_; }
   void send_storage_event(std::uint32_t type);
 
-  // Connects to the SD-card socket, sends `text` and closes, as the SD-card service does after a change. False if
-  // nobody listens.
-  bool announce_sd_change(const std::string &text) const;
+  // Connects to the SD-card socket, sends `text` and closes, as the SD-card service does after a change. False, with
+  // errno set, if nobody listens, or whoever does has not taken it within the time limit (EAGAIN): a daemon whose
+  // backlog is full may be slow.
+  bool announce_sd_change(const std::string &text,
+                          std::chrono::milliseconds time_limit = std::chrono::seconds(60)) const;
   const std::string &sd_socket() const { return surroundings_.sd_socket; }
 
   // Ends storms and other long commands early.

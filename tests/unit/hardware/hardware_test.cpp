@@ -3,7 +3,10 @@
 #include <gmock/gmock.h>
 
 #include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 
+#include <array>
 #include <atomic>
 #include <future>
 #include <optional>
@@ -140,6 +143,74 @@ TEST_F(HardwareTest, AChangeIsShownOnceItsFilesCanBeWritten) {
   const auto before = files();
   hardware.advance(served);
   EXPECT_NE(files(), before);
+}
+
+// A listener that takes nothing: as many connections wait as there may be.
+class BusyListener {
+ public:
+  explicit BusyListener(const std::string &path) {
+    path.copy(address_.sun_path, sizeof address_.sun_path - 1);
+    EXPECT_EQ(bind(listener_.get(), generic(), sizeof address_), 0);
+    EXPECT_EQ(listen(listener_.get(), 0), 0);
+    while (fill()) {
+    }
+  }
+
+  // Takes all connections. What the last one that said something said.
+  std::string last_word() {
+    std::string said;
+    for (;;) {
+      const Descriptor peer(accept4(listener_.get(), nullptr, nullptr, SOCK_NONBLOCK));
+      if (!peer) {
+        return said;
+      }
+      std::array<std::byte, 64> octets{};
+      const ssize_t got = read_some(peer, octets);
+      if (got > 0) {
+        said.assign(reinterpret_cast<const char *>(octets.data()), static_cast<std::size_t>(got));
+      }
+    }
+  }
+
+ private:
+  const sockaddr *generic() const { return reinterpret_cast<const sockaddr *>(&address_); }
+  bool fill() {
+    Descriptor &peer = peers_.emplace_back(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0));
+    return connect(peer.get(), generic(), sizeof address_) == 0;
+  }
+
+  sockaddr_un address_{.sun_family = AF_UNIX, .sun_path = {}};
+  const Descriptor listener_{socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0)};
+  std::vector<Descriptor> peers_;
+};
+
+TEST_F(HardwareTest, ABusyListenerHoldsUpNoChange) {
+  auto column = std::make_shared<std::atomic<int>>(1);
+  Hardware hardware(one(
+                        [column] {
+                          Finding finding;
+                          finding.enter = [value = column->load()](Inventory &inventory) {
+                            inventory.sd.controller.set_number("column-4", value);
+                          };
+                          return finding;
+                        },
+                        1s),
+                    register_);
+  Machine served = machine(hardware.first_inventory(30s));
+  BusyListener listener(served.sd_socket());
+  *column = 2;
+  const auto column_shown = [&] {
+    const auto begin = std::chrono::steady_clock::now();
+    hardware.advance(served);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 10s);
+    return served.read([](const Inventory &inventory) { return inventory.sd.controller.number("column-4"); });
+  };
+  EXPECT_TRUE(eventually([&] { return column_shown() == 2; }));
+  EXPECT_EQ(listener.last_word(), "");
+  hardware.advance(served);
+  EXPECT_EQ(listener.last_word(), "SD cards changed");
+  hardware.advance(served);
+  EXPECT_EQ(listener.last_word(), "") << "once is enough";
 }
 
 TEST_F(HardwareTest, ASourceThatHangsHoldsUpNobody) {
