@@ -4,30 +4,28 @@
 #include <string_view>
 
 #include "hardware/drive_place.h"
+#include "hardware/drive_trouble.h"
 #include "hardware/set_line.h"
 #include "hardware/sysfs.h"
 #include "hardware/system_controller.h"
 #include "platform/storage_client.h"
 #include "platform/storage_snapshot.h"
-#include "service/causes.h"
 
 namespace tavo::service {
 namespace {
 
 namespace fs = std::filesystem;
 
-// Classes of storage faults.
-constexpr int drive_class = 209;
-
 // How the storage agent counts: a drive's codes and a controller's use.
 constexpr const char *connected = "2";
 constexpr std::int64_t block_size = 512;  // what the kernel counts in, whatever the drive's own blocks are
 
-// The drives in the register.
-constexpr const char *drive_group = "drive";
-
 // The condition of a drive that says so itself.
 constexpr const char *failing = "failing";
+
+// That of one that does not answer, and how often in a row it has not.
+constexpr const char *unanswered = "unanswered";
+constexpr int most_unanswered = 2;
 
 // The use of a controller whose drives are listed elsewhere: with the operating system's.
 constexpr const char *shows_no_drives = "0";
@@ -55,16 +53,6 @@ std::string controller_type(std::uint32_t device_class) {
   }
 }
 
-// "SLOT-4", or the address of a device on the board, of which there may be several.
-std::string location_of(const PciDevice &device, const std::map<std::string, std::string> &slots) {
-  const auto slot = slots.find(without_function(device.address));
-  return slot == slots.end() ? device.address : "SLOT-" + slot->second;
-}
-
-std::string row_oid(std::string_view column, std::int64_t row) {
-  return "1.3.6.1.4.1.61453.4.207.1.45." + std::string(column) + '.' + std::to_string(row);
-}
-
 // What is not a drive: memory, loops, arrays, media that come and go in a drive, SD cards, the parts of a flash chip
 // that only its own firmware uses, and the single ways to a drive that the kernel shows as one besides.
 bool is_drive(const fs::path &disk, const fs::path &device) {
@@ -84,117 +72,76 @@ std::string name_of(const Part &drive) {
   return drive.text("name") + " (" + drive.text("model") + ')';
 }
 
-std::string trouble_key(const std::string &place, const std::string &what) {
-  return "drive " + place + ' ' + what;
-}
-
-// Without its severity, and with a description that only names the drive.
-Trouble trouble(const std::string &place, std::int64_t number, const std::string &name, const std::string &what) {
-  const std::string slot = std::to_string(number);
-  return {.key = trouble_key(place, what),
-          .class_code = drive_class,
-          .unit = number,
-          .description = "Drive " + name + " in slot " + slot,
-          .affected = system_dn + "/pd-" + slot,
-          .affected_oid = row_oid("4.1.2", number)};
-}
-
-// Fills in what a drive has left out this time, because it sleeps or is about to die, with what it told last.
-void complete(SmartReport &report, const SmartReport &last) {
-  if (!report.healthy) {
-    report.healthy = last.healthy;
-  }
-  if (report.firmware.empty()) {
-    report.firmware = last.firmware;
-  }
-  if (report.model.empty()) {
-    report.model = last.model;
-  }
-}
-
 }  // namespace
 
-DiskSource::DiskSource(Roots roots, Register &numbers, std::string smartctl, std::chrono::seconds report_age)
-    : roots_(std::move(roots)),
-      numbers_(numbers),
-      smartctl_(std::move(smartctl)),
-      report_age_(report_age),
-      pci_(roots_.sys) {
+DiskSource::DiskSource(Roots roots, Register &numbers, std::string smartctl, const DriveReports::Times &times)
+    : roots_(std::move(roots)), numbers_(numbers), reports_(std::move(smartctl), times), pci_(roots_.sys) {
+  watched_.add(events_.descriptor());
+  watched_.add(reports_.descriptor());
   const auto faults = numbers_.faults();
   for (const auto &[place, drive] : numbers_.parts(drive_group)) {
-    if (faults.contains(trouble_key(place, failing))) {
+    if (faults.contains(drive_trouble_key(place, failing))) {
       failing_before_.insert(place);
     }
   }
 }
 
-const SmartReport &DiskSource::report_of(const fs::path &disk, const std::string &place) {
-  const auto now = std::chrono::steady_clock::now();
-  const std::string device = disk.filename();
-  const std::string drive = read_attribute(disk / "diskseq").value_or("");
-  const auto known = asked_.find(device);
-  const bool is_same = known != asked_.end() && known->second.drive == drive;
-  if (is_same && now - known->second.when < report_age_) {
-    return known->second.report;
-  }
-  SmartReport report = smartctl_.ask((roots_.dev / device).string());
-  if (is_same) {
-    complete(report, known->second.report);
-  }
-  if (report.healthy) {
-    failing_before_.erase(place);
-  } else if (failing_before_.contains(place)) {
-    report.healthy = false;
-  }
-  return (asked_[device] = {.when = now, .drive = drive, .report = std::move(report)}).report;
-}
-
 std::vector<RaidController> DiskSource::controllers() {
   std::vector<RaidController> found;
+  std::map<std::string, std::string> here;
   const auto slots = pci_.slots();
   for (const PciDevice &device : pci_.devices()) {
     const std::string type = controller_type(device.device_class);
     if (type.empty()) {
       continue;
     }
+    here[device.address] = type;
     Part &part = found.emplace_back().part;
-    part.set_number("id", numbers_.number_of("controller", device.address));
+    part.set_number("id", numbers_.number_of(controller_group, device.address));
     part.set("mode", shows_no_drives);
-    set_line(part, "location", location_of(device, slots));
+    set_line(part, "location", location_of(device.address, slots));
     set_line(part, "description", device.names.device);
     set_line(part, "vendor", device.names.vendor);
     set_line(part, "type", type);
     set_line(part, "revision", device.revision);
   }
+  numbers_.free_absent(controller_group, here);
   return found;
 }
 
-Part DiskSource::drive_part(const fs::path &disk, const std::string &place, Finding &finding) {
-  const std::string device = disk.filename();
-  const SmartReport &report = report_of(disk, place);
-  if (report.state == SmartReport::State::Silent) {
-    finding.unreadable.push_back(device + ": " + report.why_silent);
+DriveReport DiskSource::report_of(const Drive &drive) {
+  DriveReport report = reports_.of(drive.asked);
+  if (report.smart.healthy) {
+    failing_before_.erase(drive.place);
+  } else if (failing_before_.contains(drive.place)) {
+    report.smart.healthy = false;
   }
-  const std::int64_t blocks = read_number(disk / "size").value_or(0);
-  const std::string model = read_attribute(disk / "device/model").value_or("");
-  const std::string revision = read_attribute(disk / "device/rev").value_or("");
+  return report;
+}
+
+Part DiskSource::drive_part(const Drive &drive) {
+  const SmartReport &smart = drive.report.smart;
+  const std::int64_t blocks = read_number(drive.disk / "size").value_or(0);
+  const std::string model = read_attribute(drive.disk / "device/model").value_or("");
+  const std::string revision = read_attribute(drive.disk / "device/rev").value_or("");
   Part part(drive_kind);
   // One number for each place of the machine, because the table of drives has one row for each slot.
-  part.set_number("slot", numbers_.number_of(drive_group, place));
+  part.set_number("slot", numbers_.number_of(drive_group, drive.place));
   part.set("connection", connected);
-  part.set("media", read_number(disk / "queue/rotational").value_or(1) != 0 ? "HDD" : "SSD");
-  part.set("state", report.healthy.value_or(true) ? "good" : "failed");
+  part.set("media", read_number(drive.disk / "queue/rotational").value_or(1) != 0 ? "HDD" : "SSD");
+  part.set("state", smart.healthy.value_or(true) ? "good" : "failed");
   part.set_number("capacity", blocks * block_size);
   part.set_number("blocks", blocks);
-  set_line(part, "name", device);
-  set_line(part, "model", report.model.empty() ? model : report.model);
-  set_line(part, "revision", report.firmware.empty() ? revision : report.firmware);
+  set_line(part, "name", drive.disk.filename().string());
+  set_line(part, "model", smart.model.empty() ? model : smart.model);
+  set_line(part, "revision", smart.firmware.empty() ? revision : smart.firmware);
   return part;
 }
 
 // In the order of their slots, in which the reader of the list looks for them: it passes over one that comes too late.
 std::vector<DiskSource::Drive> DiskSource::drives(Finding &finding) {
   std::vector<Drive> found;
+  std::vector<AskedDrive> asked;
   for (const fs::path &disk : entries(roots_.sys / "block")) {
     const fs::path device = device_of(disk);
     if (!is_drive(disk, device)) {
@@ -204,11 +151,18 @@ std::vector<DiskSource::Drive> DiskSource::drives(Finding &finding) {
       finding.unreadable.push_back(disk.filename().string() + ": there are too many drives");
       break;
     }
-    const std::string place = place_of(device);
     const bool is_on_usb = device.string().find("/usb") != std::string::npos;
-    found.push_back({.part = drive_part(disk, place, finding),
-                     .place = place,
-                     .comes_and_goes = is_on_usb || read_number(disk / "removable").value_or(0) != 0});
+    asked.push_back(
+        {.device = (roots_.dev / disk.filename()).string(), .number = read_attribute(disk / "diskseq").value_or("")});
+    found.push_back({.disk = disk,
+                     .place = place_of(device),
+                     .comes_and_goes = is_on_usb || read_number(disk / "removable").value_or(0) != 0,
+                     .asked = asked.back()});
+  }
+  reports_.ask(asked);
+  for (Drive &drive : found) {
+    drive.report = report_of(drive);
+    drive.part = drive_part(drive);
   }
   std::ranges::sort(found, {}, [](const Drive &drive) { return drive.part.number("slot"); });
   return found;
@@ -216,11 +170,24 @@ std::vector<DiskSource::Drive> DiskSource::drives(Finding &finding) {
 
 void DiskSource::find_troubles(const std::vector<Drive> &present, Finding &finding) {
   for (const Drive &drive : present) {
-    if (drive.part.written(*find_field(drive_kind, "state")) == "failed") {
-      Trouble failed = trouble(drive.place, drive.part.number("slot"), name_of(drive.part), failing);
-      failed.severity = "major";
-      failed.description += " reports that it is failing";
-      finding.troubles.push_back(failed);
+    const SmartReport &smart = drive.report.smart;
+    const auto add = [&](const char *what, const char *severity, const char *sentence) {
+      const RegisteredPart known{.number = drive.part.number("slot"), .name = name_of(drive.part)};
+      Trouble trouble = drive_trouble(drive.place, known, what);
+      trouble.severity = severity;
+      trouble.description += sentence;
+      finding.troubles.push_back(trouble);
+    };
+    if (!smart.healthy.value_or(true)) {
+      add(failing, "major", " reports that it is failing");
+    }
+    if (drive.report.times_unanswered >= most_unanswered) {
+      add(unanswered, "warning", " does not answer");
+    } else if (!drive.report.is_known || drive.report.times_unanswered > 0) {
+      finding.undecided.push_back(drive_trouble_key(drive.place, unanswered));
+    }
+    if (drive.report.is_known && smart.state == SmartReport::State::Silent) {
+      finding.unreadable.push_back(drive.part.text("name") + ": " + smart.why_silent);
     }
   }
 }
@@ -230,9 +197,6 @@ void DiskSource::forget_what_is_gone(const std::vector<Drive> &present) {
   std::erase_if(failing_before_, [&](const std::string &place) {
     return std::ranges::find(present, place, &Drive::place) == present.end();
   });
-  std::erase_if(asked_, [&](const auto &asked) {
-    return std::ranges::none_of(present, [&](const Drive &drive) { return drive.part.text("name") == asked.first; });
-  });
 }
 
 Finding DiskSource::read() {
@@ -240,20 +204,24 @@ Finding DiskSource::read() {
   Finding finding;
   const std::vector<Drive> present = drives(finding);
   std::vector<Part> parts;
-  std::map<std::string, std::string> to_stay;
+  std::map<std::string, std::string> here;
+  std::map<std::string, std::string> to_stay;  // those of them that are missed once they go
+  const auto known = numbers_.parts(drive_group);
   std::int64_t slots = 0;
   for (const Drive &drive : present) {
     parts.push_back(drive.part);
     slots = std::max(slots, drive.part.number("slot"));
-    if (!drive.comes_and_goes) {
+    here[drive.place] = name_of(drive.part);
+    if (!drive.comes_and_goes || known.contains(drive.place)) {
       to_stay[drive.place] = name_of(drive.part);
     }
   }
   find_troubles(present, finding);
   for (const auto &[place, drive] : missing_parts(numbers_, drive_group, to_stay)) {
     slots = std::max(slots, drive.number);
-    finding.troubles.push_back(missing(trouble(place, drive.number, drive.name, "gone"), drive));
+    finding.troubles.push_back(missing(drive_trouble(place, {drive.number, drive.name}, "gone"), drive));
   }
+  numbers_.free_absent(drive_group, here);
   forget_what_is_gone(present);
   finding.enter = [controllers = controllers(), parts, slots](Inventory &inventory) {
     // The table of drives shows as many slots as the server says that it has.

@@ -1,7 +1,5 @@
 #include "hardware/file_events.h"
 
-#include <sys/epoll.h>
-
 #include <array>
 
 namespace tavo::service {
@@ -13,11 +11,7 @@ FileEvents::FileEvents(std::filesystem::path file) : path_(std::move(file)) {
 void FileEvents::take() {
   if (!file_) {
     file_ = open_for_reading(path_.c_str());
-    Descriptor events(epoll_create1(EPOLL_CLOEXEC));
-    epoll_event change{.events = EPOLLPRI, .data = {}};
-    if (file_ && events && epoll_ctl(events.get(), EPOLL_CTL_ADD, file_.get(), &change) == 0) {
-      events_ = std::move(events);
-    }
+    events_.add(file_.get(), EPOLLPRI);
   }
   // Reading from the start on is what tells the kernel that the change is known.
   std::array<std::byte, 4096> content{};

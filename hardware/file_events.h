@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "core/descriptor.h"
+#include "hardware/descriptor_set.h"
 
 namespace tavo::service {
 
@@ -13,13 +14,13 @@ class FileEvents {
   explicit FileEvents(std::filesystem::path file);
 
   // Readable from a change on until the events are taken; negative: the kernel does not tell of changes of this file.
-  int descriptor() const { return events_.get(); }
+  int descriptor() const { return events_.descriptor(); }
   void take();
 
  private:
   const std::filesystem::path path_;
   Descriptor file_;
-  Descriptor events_;  // of epoll: such a file can be read at all times, and a change is something else
+  DescriptorSet events_;  // such a file can be read at all times, and a change is something else
 };
 
 }  // namespace tavo::service

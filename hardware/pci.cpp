@@ -70,6 +70,11 @@ std::string without_function(const std::string &address) {
   return address.substr(0, address.find('.'));
 }
 
+std::string location_of(const std::string &address, const std::map<std::string, std::string> &slots) {
+  const auto slot = slots.find(without_function(address));
+  return slot == slots.end() ? address : "SLOT-" + slot->second;
+}
+
 std::vector<PciDevice> PciBus::devices() {
   std::optional<List> list;
   std::vector<PciDevice> devices;

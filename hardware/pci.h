@@ -31,6 +31,9 @@ bool is_pci_address(std::string_view name);
 // The address without the function: "0000:03:00".
 std::string without_function(const std::string &address);
 
+// "SLOT-4", by the slots that PciBus tells of, or the address of a device on the board, of which there may be several.
+std::string location_of(const std::string &address, const std::map<std::string, std::string> &slots);
+
 class PciBus {
  public:
   // `sys` is where sysfs is.

@@ -2,7 +2,9 @@
 
 #include <gmock/gmock.h>
 
-#include <csignal>
+#include <sys/stat.h>
+
+#include <thread>
 
 #include "tree.h"
 
@@ -45,58 +47,6 @@ TEST(Smart, RubbishIsASilentDrive) {
   EXPECT_EQ(parse_smart(std::string(100'000, '[')).state, SmartReport::State::Silent);
 }
 
-TEST(Smart, AMissingProgramIsNamed) {
-  Smartctl smartctl("/nonexistent/smartctl");
-  EXPECT_THAT(smartctl.ask("/dev/null").why_silent, HasSubstr("/nonexistent/smartctl: No such"));
-}
-
-// A program in place of smartctl.
-class SmartProgram : public Tree {
- protected:
-  std::string program(const std::string &commands) {
-    const std::filesystem::path file = directory_ / "smartctl";
-    std::ofstream(file) << "#!/bin/sh\n" << commands << '\n';
-    std::filesystem::permissions(file, std::filesystem::perms::owner_all);
-    return file;
-  }
-
-  // The number of the process that wrote it there.
-  pid_t child() const {
-    pid_t child = 0;
-    std::ifstream(directory_ / "pid") >> child;
-    return child;
-  }
-};
-
-TEST_F(SmartProgram, OneThatHangsIsKilledInTime) {
-  const std::string note = "echo $$ > " + (directory_ / "pid").string() + "; ";
-  for (const char *hang : {"exec sleep 60", "exec sleep 60 >&-", "exec yes"}) {
-    Smartctl smartctl(program(note + hang), std::chrono::milliseconds(500));
-    const auto begin = std::chrono::steady_clock::now();
-    const SmartReport report = smartctl.ask("/dev/null");
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20)) << hang;
-    EXPECT_EQ(report.state, SmartReport::State::Silent);
-    EXPECT_EQ(kill(child(), 0), -1) << hang;
-  }
-}
-
-TEST_F(SmartProgram, TheReasonOfSilenceNamesTheTime) {
-  Smartctl smartctl(program("exec sleep 60"), std::chrono::milliseconds(100));
-  EXPECT_THAT(smartctl.ask("/dev/null").why_silent, HasSubstr("smartctl has not answered within 1 s"));
-}
-
-TEST_F(SmartProgram, SignalsCanEndIt) {
-  sigset_t signals;
-  sigset_t before;
-  sigemptyset(&signals);
-  sigaddset(&signals, SIGTERM);
-  pthread_sigmask(SIG_BLOCK, &signals, &before);
-  Smartctl smartctl(program("kill -TERM $$\necho '" + std::string(R"({"model_name": "survived"})") + "'"));
-  const SmartReport report = smartctl.ask("/dev/null");
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
-  EXPECT_EQ(report.model, "");
-}
-
 class Disks : public Tree {
  protected:
   Disks() {
@@ -136,6 +86,9 @@ constexpr const char *asleep = R"({"smartctl": {"messages": [{"string": "Device 
 
 constexpr const char *sda = "devices/pci0000:00/0000:00:1f.2/ata3/host2/target2:0:0/2:0:0:0/block/sda";
 constexpr const char *nvme = "devices/pci0000:00/0000:00:01.0/0000:01:00.0/nvme/nvme0/nvme0n1";
+
+constexpr const char *usb_stick =
+    "devices/pci0000:00/0000:00:14.0/usb1/1-1/1-1:1.0/host6/target6:0:0/6:0:0:0/block/sdb";
 
 TEST_F(Disks, ADriveIsTheOperatingSystems) {
   add_controller("0000:00:1f.2", "0x010601");
@@ -255,10 +208,20 @@ TEST_F(Disks, ADriveThatIsForgottenIsMissedNoLonger) {
 }
 
 TEST_F(Disks, NobodyMissesAUsbStick) {
-  add_disk("sdb", "devices/pci0000:00/0000:00:14.0/usb1/1-1/1-1:1.0/host6/target6:0:0/6:0:0:0/block/sdb", healthy);
+  add_disk("sdb", usb_stick, healthy);
   EXPECT_THAT(found_by(source_).controllers, SizeIs(1));
   pull("sdb");
   EXPECT_THAT(source_.read().troubles, IsEmpty());
+}
+
+TEST_F(Disks, AUsbPlaceKeepsItsNumberForAWhile) {
+  add_disk("sdb", usb_stick, healthy);
+  source_.read();
+  pull("sdb");
+  source_.read();
+  EXPECT_THAT(register_.keys("drive"), SizeIs(1));
+  register_.free_absent("drive", {}, std::time(nullptr) + Register::kept_for.count());
+  EXPECT_THAT(register_.keys("drive"), IsEmpty());
 }
 
 TEST_F(Disks, AnotherDriveOfTheSameNameIsAskedAtOnce) {
@@ -286,8 +249,29 @@ TEST_F(Disks, ADriveThatDoesNotAnswerIsStillListed) {
   EXPECT_THAT(found_by(source_).controllers.at(0).drives, SizeIs(1));
 }
 
+TEST_F(Disks, ADriveThatNeverAnswersIsATrouble) {
+  using std::chrono::milliseconds;
+  DiskSource source(roots(), register_, smartctl(),
+                    {.age = milliseconds(1), .limit = milliseconds(50), .patience = milliseconds(10)});
+  add_disk("sda", sda, "");
+  std::filesystem::remove(directory_ / "reports/sda");
+  ASSERT_EQ(mkfifo((directory_ / "reports/sda").c_str(), 0600), 0);
+  Finding finding = source.read();
+  EXPECT_THAT(finding.troubles, IsEmpty());
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  while (finding.troubles.empty() && std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::sleep_for(milliseconds(5));
+    EXPECT_THAT(finding.undecided, ElementsAre("drive 0000:00:1f.2 port ata3 0:0:0 unanswered"));
+    finding = source.read();
+  }
+  ASSERT_THAT(finding.troubles, SizeIs(1));
+  EXPECT_EQ(finding.troubles[0].description, "Drive sda () in slot 1 does not answer");
+  EXPECT_EQ(finding.troubles[0].severity, "warning");
+  EXPECT_THAT(finding.unreadable, ElementsAre(HasSubstr("sda: ")));
+}
+
 TEST_F(Disks, AFailingDriveThatFallsSilentIsFailing) {
-  DiskSource source(roots(), register_, smartctl(), std::chrono::seconds(0));
+  DiskSource source(roots(), register_, smartctl(), {.age = std::chrono::seconds(0)});
   add_disk("sda", sda, failing);
   EXPECT_THAT(source.read().troubles, SizeIs(1));
   for (const char *now : {"no JSON", asleep, R"({"model_name": "MODEL-1"})", "no JSON"}) {
@@ -317,7 +301,7 @@ TEST_F(Disks, ADriveThatSleepsOverARestartIsStillFailing) {
   ASSERT_THAT(before.troubles, SizeIs(1));
   register_.keep_fault(before.troubles[0].key, {});
   report("sda", asleep);
-  DiskSource later(roots(), register_, smartctl(), std::chrono::seconds(0));
+  DiskSource later(roots(), register_, smartctl(), {.age = std::chrono::seconds(0)});
   EXPECT_THAT(later.read().troubles, SizeIs(1));
   report("sda", healthy);
   EXPECT_THAT(later.read().troubles, IsEmpty());
