@@ -9,6 +9,7 @@
 #include "hardware/hwmon.h"
 #include "hardware/ipmi.h"
 #include "hardware/leds.h"
+#include "hardware/raid_batteries.h"
 #include "hardware/sd_cards.h"
 #include "hardware/smbios.h"
 
@@ -22,6 +23,7 @@ std::vector<std::unique_ptr<Source>> all_sources(const Roots &roots, Register &n
   sources.push_back(std::make_unique<EdacSource>(roots));
   sources.push_back(std::make_unique<AdapterSource>(roots, numbers));
   sources.push_back(std::make_unique<DiskSource>(roots, numbers));
+  sources.push_back(std::make_unique<RaidBatterySource>(roots, numbers));
   sources.push_back(std::make_unique<ArraySource>(roots, numbers));
   sources.push_back(std::make_unique<SdCardSource>(roots, numbers));
   sources.push_back(std::make_unique<LedSource>(roots));
