@@ -1,9 +1,11 @@
 #include "hardware/fans.h"
 
 #include <algorithm>
-#include <string>
+#include <map>
 
+#include "core/class_number.h"
 #include "platform/inventory.h"
+#include "service/causes.h"
 
 namespace tavo::service {
 namespace {
@@ -33,6 +35,7 @@ Part sensor(const std::string &name, int entity, std::int64_t instance, int type
 }
 
 constexpr std::size_t most_sensors = 256;
+constexpr std::size_t most_fans = most_sensors / 2;
 
 // The fans' speeds come first and without a gap, because readers stop at the first number that they cannot read.
 void insert(Inventory &inventory, Part speed, Part presence) {
@@ -48,8 +51,6 @@ void insert(Inventory &inventory, Part speed, Part presence) {
   }
 }
 
-}  // namespace
-
 void enter_fans(Inventory &inventory, const std::vector<Fan> &fans) {
   for (std::size_t i = 0; i < fans.size(); ++i) {
     const Place place = place_of(i, fans.size());
@@ -61,9 +62,57 @@ void enter_fans(Inventory &inventory, const std::vector<Fan> &fans) {
   }
 }
 
-std::int64_t fan_unit(std::size_t position, std::size_t count) {
+// The number by which a fan's faults know it.
+std::int64_t unit_of(std::size_t position, std::size_t count) {
   const Place place = place_of(position, count);
   return static_cast<std::int64_t>((place.module - 1) * 2 + place.fan - 1);
+}
+
+// Of a fan that has failed or is missing.
+Trouble trouble_of(const std::vector<Fan> &fans, std::size_t position) {
+  const Fan &fan = fans[position];
+  const std::string name = fan.name.empty() ? "" : " (" + fan.name + ')';
+  Trouble trouble{.key = fan.key + (fan.has_failed ? " failed" : " missing"),
+                  .class_code = class_number::system_fan,
+                  .unit = unit_of(position, fans.size()),
+                  .description = "Fan " + std::to_string(position + 1) + name};
+  if (!fan.has_failed) {
+    return missing(trouble, *fan.missing);
+  }
+  trouble.severity = "major";
+  trouble.description += " has failed";
+  return trouble;
+}
+
+}  // namespace
+
+std::vector<Fan> FanPlaces::in_places(const std::vector<Fan> &fans) {
+  if (fans.empty()) {
+    return {};
+  }
+  std::map<std::size_t, const Fan *> by_number;
+  for (const Fan &fan : fans) {
+    const auto number = static_cast<std::size_t>(kept_.number_of(group_, fan.place));
+    if (number <= most_fans) {
+      by_number[number] = &fan;
+      places_ = std::max(places_, number);
+    }
+  }
+  std::vector<Fan> placed(places_, {.presence = "absent"});
+  for (const auto &[number, fan] : by_number) {
+    placed[number - 1] = *fan;
+  }
+  return placed;
+}
+
+Account account_of_fans(const std::vector<Fan> &fans) {
+  Account account{.enter = [fans](Inventory &inventory) { enter_fans(inventory, fans); }};
+  for (std::size_t i = 0; i < fans.size(); ++i) {
+    if (fans[i].has_failed || fans[i].missing) {
+      account.troubles.push_back(trouble_of(fans, i));
+    }
+  }
+  return account;
 }
 
 void enter_supply_fan(Inventory &inventory, std::int64_t supply, std::string_view presence) {

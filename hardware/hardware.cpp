@@ -174,10 +174,10 @@ void Hardware::read_again_and_again(const std::shared_ptr<Reader> &reader) {
 }
 
 void Hardware::read_once(Reader &reader) {
-  std::optional<Finding> finding;
+  std::shared_ptr<const Finding> finding;
   std::string failure;
   try {
-    finding = reader.source->read();
+    finding = std::make_shared<Finding>(reader.source->read());
   } catch (const std::exception &error) {
     failure = error.what();
   }
@@ -214,29 +214,29 @@ bool Hardware::wait_until_due(Reader &reader) {
   return !reader.stopping;
 }
 
-Inventory Hardware::assemble() {
-  Inventory inventory = unknown_server();
+std::vector<Word> Hardware::words() {
+  std::vector<Word> words;
   for (const auto &reader : readers_) {
     const std::lock_guard lock(reader->mutex);
-    if (reader->finding) {
-      reader->finding->enter(inventory);
-    }
+    const bool is_late = reader->reading_since && Clock::now() - *reader->reading_since > patience;
+    words.push_back({.source = reader->source->name(),
+                     .finding = reader->finding,
+                     .is_awaited = !reader->finding && reader->failure.empty() && !is_late});
   }
+  return words;
+}
+
+Inventory Hardware::assemble() {
+  Inventory inventory = unknown_server();
+  enter_all(inventory, words());
   return inventory;
 }
 
 Situation Hardware::situation() {
-  Situation all;
+  Situation all = situation_of(words());
   for (const auto &reader : readers_) {
     const std::lock_guard lock(reader->mutex);
     const std::string name(reader->source->name());
-    all.undecided[name] = reader->finding ? reader->finding->undecided : std::vector<std::string>{""};
-    if (reader->finding) {
-      for (Trouble trouble : reader->finding->troubles) {
-        trouble.source = name;
-        all.troubles.push_back(std::move(trouble));
-      }
-    }
     if (reader->reading_since && Clock::now() - *reader->reading_since > patience) {
       all.troubles.push_back({.key = "source " + name,
                               .class_code = server_class,

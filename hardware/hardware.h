@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "core/descriptor.h"
+#include "hardware/choice.h"
 #include "hardware/fault_keeper.h"
 #include "hardware/register.h"
 #include "hardware/source.h"
@@ -53,7 +54,7 @@ class Hardware : public RealServer {
     std::mutex mutex;
     std::condition_variable changed;
     // Guarded by mutex.
-    std::optional<Finding> finding;                                      // of the last reading that has not failed
+    std::shared_ptr<const Finding> finding;                              // of the last reading that has not failed
     std::string failure;                                                 // why the last reading has; empty: it has not
     std::optional<std::chrono::steady_clock::time_point> reading_since;  // nothing: it is not being read
     bool has_news = false;
@@ -65,6 +66,7 @@ class Hardware : public RealServer {
   // False if the thread is to end.
   static bool wait_until_due(Reader &reader);
 
+  std::vector<Word> words();
   Inventory assemble();
   Situation situation();
   bool take_news();

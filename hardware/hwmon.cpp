@@ -29,14 +29,9 @@ struct ProcessorTemperature {
   bool is_critical;
 };
 
-struct PlacedFan {
-  std::string place;  // its chip's, and its name there
-  Fan fan;
-};
-
 struct Readings {
   std::vector<ProcessorTemperature> processors;
-  std::vector<PlacedFan> fans;
+  std::vector<Fan> fans;
   std::optional<std::int64_t> power;  // microwatts
 };
 
@@ -75,7 +70,8 @@ void read_fans(const fs::path &chip, const std::string &place, Readings &reading
         read_number(chip / (fan + "_alarm")).value_or(0) != 0 || read_number(chip / (fan + "_fault")).value_or(0) != 0;
     const bool stands_still = turns == 0 && read_number(chip / (fan + "_min")).value_or(0) > 0;
     if (turns) {
-      readings.fans.push_back({.place = place + ' ' + fan, .fan = {.has_failed = alarm || stands_still}});
+      const std::string name_of_fan = place + ' ' + fan;
+      readings.fans.push_back({.place = name_of_fan, .key = "fan " + name_of_fan, .has_failed = alarm || stands_still});
     }
   }
 }
@@ -97,6 +93,12 @@ bool is_of_card(const fs::path &chip) {
     device = device.parent_path();
   }
   return read_attribute(device / "class").value_or("").starts_with(display);
+}
+
+// Whether the chip is the management controller, as a driver for some makes shows it: what it measures comes from the
+// controller itself.
+bool is_controller(const std::string &driver) {
+  return driver == "ibmpex" || driver.starts_with("aem");
 }
 
 // The device that the chip is, or is part of. The chips' own numbers are those of this boot.
@@ -133,32 +135,24 @@ Readings read_chips(const fs::path &directory) {
     } else if (driver == "power_meter") {
       readings.power = read_number(chip / "power1_average");
     }
-    if (!is_of_card(chip)) {
+    if (!is_of_card(chip) && !is_controller(driver)) {
       read_fans(chip, place, readings);
     }
   }
   return readings;
 }
 
-void enter(Inventory &inventory, const Readings &readings) {
-  for (const ProcessorTemperature &reading : readings.processors) {
+void enter_processors(Inventory &inventory, const std::vector<ProcessorTemperature> &readings) {
+  for (const ProcessorTemperature &reading : readings) {
     if (reading.processor < inventory.processors.size()) {
       inventory.processors[reading.processor].set("temperature", from_thousandths(reading.thousandths));
     }
   }
-  if (readings.power) {
-    inventory.environment.set("power", from_thousandths(*readings.power / 1000));
-  }
-  std::vector<Fan> fans;
-  for (const PlacedFan &fan : readings.fans) {
-    fans.push_back(fan.fan);
-  }
-  enter_fans(inventory, fans);
 }
 
-std::vector<Trouble> troubles_in(const Readings &readings) {
+std::vector<Trouble> troubles_of_processors(const std::vector<ProcessorTemperature> &readings) {
   std::vector<Trouble> troubles;
-  for (const ProcessorTemperature &reading : readings.processors) {
+  for (const ProcessorTemperature &reading : readings) {
     if (reading.is_critical) {
       const std::string number = std::to_string(reading.processor + 1);
       troubles.push_back({.key = "processor " + number + " too hot",
@@ -169,47 +163,30 @@ std::vector<Trouble> troubles_in(const Readings &readings) {
                           .description = "Processor " + number + " is at its critical temperature"});
     }
   }
-  for (std::size_t i = 0; i < readings.fans.size(); ++i) {
-    if (readings.fans[i].fan.has_failed) {
-      const std::string number = std::to_string(i + 1);
-      troubles.push_back({.key = "fan " + readings.fans[i].place + " failed",
-                          .class_code = class_number::system_fan,
-                          .unit = fan_unit(i, readings.fans.size()),
-                          .severity = "major",
-                          .cause = cause::failed,
-                          .description = "Fan " + number + " has failed"});
-    }
-  }
   return troubles;
 }
 
 }  // namespace
 
-Measured measured_by_hwmon(const fs::path &sys) {
-  const Readings readings = read_chips(sys / "class/hwmon");
-  return {.fans = !readings.fans.empty(), .processors = !readings.processors.empty()};
-}
-
 Finding HwmonSource::read() {
   events_.take();
   const fs::path directory = roots_.sys / "class/hwmon";
-  Readings readings = read_chips(directory);
-  // A fan keeps its place, whatever chips come and go.
-  std::map<std::int64_t, PlacedFan> by_number;
-  for (PlacedFan &fan : readings.fans) {
-    const std::int64_t number = numbers_.number_of("hwmon-fan", fan.place);
-    places_ = std::max(places_, number);
-    by_number[number] = std::move(fan);
-  }
-  // Once the last has gone, fans are the management controller's to tell of.
-  const std::int64_t places = by_number.empty() ? 0 : places_;
-  readings.fans.assign(static_cast<std::size_t>(places), {.place = "", .fan = {.presence = "absent"}});
-  for (auto &[number, fan] : by_number) {
-    readings.fans[static_cast<std::size_t>(number) - 1] = std::move(fan);
-  }
+  const Readings readings = read_chips(directory);
   Finding finding;
-  finding.enter = [readings](Inventory &inventory) { enter(inventory, readings); };
-  finding.troubles = troubles_in(readings);
+  if (!readings.processors.empty()) {
+    finding.accounts[Topic::ProcessorTemperatures] = {
+        .enter = [=](Inventory &inventory) { enter_processors(inventory, readings.processors); },
+        .troubles = troubles_of_processors(readings.processors)};
+  }
+  if (readings.power) {
+    finding.accounts[Topic::Power] = {
+        .enter = [watts = from_thousandths(*readings.power / 1000)](Inventory &inventory) {
+          inventory.environment.set("power", watts);
+        }};
+  }
+  if (const std::vector<Fan> fans = fans_.in_places(readings.fans); !fans.empty()) {
+    finding.accounts[Topic::Fans] = account_of_fans(fans);
+  }
   if (entries(directory).empty()) {
     finding.unreadable.push_back(directory.string() + ": no chips");
   }

@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "hardware/decimal.h"
-#include "hardware/hwmon.h"
 #include "hardware/ipmi_environment.h"
 #include "hardware/set_line.h"
 #include "service/causes.h"
@@ -46,11 +45,10 @@ void enter_server(Inventory &inventory, const IpmiFru &fru) {
 }  // namespace
 
 IpmiSource::IpmiSource(const Roots &roots, Register &kept)
-    : IpmiSource(roots, kept, std::make_unique<OpenIpmiDevice>(roots.dev / "ipmi0")) {}
+    : IpmiSource(kept, std::make_unique<OpenIpmiDevice>(roots.dev / "ipmi0")) {}
 
-IpmiSource::IpmiSource(Roots roots, Register &kept, std::unique_ptr<IpmiDevice> device,
-                       std::chrono::milliseconds for_definitions)
-    : roots_(std::move(roots)), kept_(kept), device_(std::move(device)), for_definitions_(for_definitions) {}
+IpmiSource::IpmiSource(Register &kept, std::unique_ptr<IpmiDevice> device, std::chrono::milliseconds for_definitions)
+    : kept_(kept), device_(std::move(device)), for_definitions_(for_definitions) {}
 
 void IpmiSource::read_definitions() {
   const auto state = sdr_state(*device_);
@@ -80,6 +78,7 @@ void IpmiSource::read_definitions() {
 }
 
 void IpmiSource::take_over(IpmiInventory inventory) {
+  has_definitions_ = true;
   all_sensors_ = std::move(inventory.sensors);
   sensors_.define(all_sensors_);
   fru_devices_ = std::move(inventory.frus);
@@ -161,34 +160,55 @@ void IpmiSource::read_sensors() {
   power_ = consumed_power(*device_, sensors_.samples());
 }
 
+void IpmiSource::add_accounts(Finding &finding) {
+  const std::vector<IpmiSample> &samples = sensors_.samples();
+  const std::vector<Fan> fans = ipmi_fans(samples, kept_);
+  if (!fans.empty()) {
+    Account &account = finding.accounts[Topic::Fans] = account_of_fans(fan_places_.in_places(fans));
+    account.is_vague = !is_sure_of_fans(fans, kept_);
+  }
+  if (knows_processor_temperatures(samples)) {
+    const auto processors = processor_numbers(all_sensors_);
+    finding.accounts[Topic::ProcessorTemperatures] = {
+        .enter = [=](Inventory &inventory) { enter_processor_temperatures(inventory, samples, processors); },
+        .troubles = temperature_troubles(samples, processors, true)};
+  }
+  if (power_) {
+    finding.accounts[Topic::Power] = {.enter = [power = *power_](Inventory &inventory) {
+      inventory.environment.set("power", with_one_decimal(power));
+    }};
+  }
+  const IpmiSupplies supplies = ipmi_supplies(samples, frus_, kept_);
+  if (!supplies.supplies.empty()) {
+    finding.accounts[Topic::Supplies] = {.enter =
+                                             [supplies](Inventory &inventory) {
+                                               inventory.supplies = supplies.supplies;
+                                               for (const SupplyFan &fan : supplies.fans) {
+                                                 enter_supply_fan(inventory, fan.supply, fan.presence);
+                                               }
+                                             },
+                                         .troubles = supplies.troubles};
+  }
+}
+
 // From what was read last, even if the controller has gone silent since.
 Finding IpmiSource::finding() {
-  const Measured by_hwmon = measured_by_hwmon(roots_.sys);
   const std::vector<IpmiSample> &samples = sensors_.samples();
-  const IpmiFans fans = by_hwmon.fans ? IpmiFans() : ipmi_fans(samples, kept_);
-  const IpmiSupplies supplies = ipmi_supplies(samples, frus_, kept_);
-  const bool with_processors = !by_hwmon.processors;
-  const auto processors = processor_numbers(all_sensors_);
   Finding finding;
-  finding.enter = [=, server = server_, chassis = chassis_, power = power_](Inventory &inventory) {
+  finding.enter = [samples, server = server_, chassis = chassis_](Inventory &inventory) {
     enter_server(inventory, server);
-    enter_fans(inventory, fans.fans);
-    inventory.supplies = supplies.supplies;
-    for (const SupplyFan &fan : supplies.fans) {
-      enter_supply_fan(inventory, fan.supply, fan.presence);
-    }
-    enter_temperatures(inventory, samples, processors, with_processors);
-    if (power && inventory.environment.text("power") == "0") {
-      inventory.environment.set("power", with_one_decimal(*power));
-    }
+    enter_board_temperatures(inventory, samples);
     if (chassis) {
       enter_chassis(inventory, *chassis);
     }
   };
-  finding.troubles = temperature_troubles(samples, processors, with_processors);
+  add_accounts(finding);
+  finding.troubles = temperature_troubles(samples, processor_numbers(all_sensors_), false);
   const std::vector<Trouble> from_log = log_faults_.troubles(all_sensors_);
-  for (const std::vector<Trouble> *troubles : {&fans.troubles, &supplies.troubles, &from_log}) {
-    finding.troubles.insert(finding.troubles.end(), troubles->begin(), troubles->end());
+  finding.troubles.insert(finding.troubles.end(), from_log.begin(), from_log.end());
+  if (reading_state_ && !has_definitions_) {
+    finding.awaited = {Topic::Fans, Topic::ProcessorTemperatures, Topic::Power, Topic::Supplies};
+    finding.undecided = {"ipmi s"};  // sensors and supplies
   }
   if (reading_state_) {
     finding.unreadable.emplace_back("the controller's sensor records have not all been read yet");

@@ -24,7 +24,7 @@ class IpmiSource : public Source {
   // `kept` outlives the source. It keeps which fans and supplies there were.
   IpmiSource(const Roots &roots, Register &kept);
   // Asks this controller instead of the one below /dev. One reading spends no more time than that on sensor records.
-  IpmiSource(Roots roots, Register &kept, std::unique_ptr<IpmiDevice> device,
+  IpmiSource(Register &kept, std::unique_ptr<IpmiDevice> device,
              std::chrono::milliseconds for_definitions = std::chrono::seconds(30));
 
   std::string_view name() const override { return "IPMI"; }
@@ -41,9 +41,9 @@ class IpmiSource : public Source {
   void check_answers();
   bool read_log();
   void read_sensors();
+  void add_accounts(Finding &finding);
   Finding finding();
 
-  const Roots roots_;
   Register &kept_;
   const std::unique_ptr<IpmiDevice> device_;
   const std::chrono::milliseconds for_definitions_;
@@ -52,7 +52,9 @@ class IpmiSource : public Source {
   std::optional<IpmiOctets> definitions_state_;  // of the sensor records that `sensors_` is made from
   int definition_readings_ = 0;                  // that were not complete
   bool definitions_are_complete_ = true;         // the last that were read
+  bool has_definitions_ = false;                 // complete or not
   bool has_complete_definitions_ = false;
+  FanPlaces fan_places_{kept_, ipmi_fan_group};
   std::vector<IpmiSensor> all_sensors_;  // also those that are not read
   IpmiSensors sensors_;
   int readings_until_sensors_ = 0;

@@ -79,19 +79,6 @@ bool is_processor_temperature(const IpmiSample &sample) {
          !has_word(sample.sensor, "VR");
 }
 
-void enter_processor_temperatures(Inventory &inventory, const std::vector<IpmiSample> &samples,
-                                  const std::map<std::uint8_t, std::int64_t> &numbers) {
-  for (const auto &[instance, number] : numbers) {
-    const auto found = std::ranges::find_if(samples, [&, wanted = instance](const IpmiSample &sample) {
-      return is_processor_temperature(sample) && sample.sensor.entity.instance == wanted;
-    });
-    const auto position = static_cast<std::size_t>(number - 1);
-    if (found != samples.end() && position < inventory.processors.size() && is_plausible(*found)) {
-      inventory.processors[position].set("temperature", with_one_decimal(*found->value));
-    }
-  }
-}
-
 // The answer to DCMI's "get power reading"; nothing if the controller does not measure it.
 std::optional<double> decode_power(const IpmiOctets &answer) {
   constexpr std::size_t state = 17;
@@ -116,25 +103,39 @@ bool is_of_server(const IpmiSensor &sensor) {
 
 }  // namespace
 
-void enter_temperatures(Inventory &inventory, const std::vector<IpmiSample> &samples,
-                        const std::map<std::uint8_t, std::int64_t> &processors, bool with_processors) {
+void enter_board_temperatures(Inventory &inventory, const std::vector<IpmiSample> &samples) {
   for (const BoardPlace &place : board_places) {
     if (const IpmiSample *sample = sample_at(place, samples)) {
       inventory.environment.set(place.field, with_one_decimal(*sample->value));
     }
   }
-  if (with_processors) {
-    enter_processor_temperatures(inventory, samples, processors);
+}
+
+void enter_processor_temperatures(Inventory &inventory, const std::vector<IpmiSample> &samples,
+                                  const std::map<std::uint8_t, std::int64_t> &processors) {
+  for (const auto &[instance, number] : processors) {
+    const auto found = std::ranges::find_if(samples, [&, wanted = instance](const IpmiSample &sample) {
+      return is_processor_temperature(sample) && sample.sensor.entity.instance == wanted;
+    });
+    const auto position = static_cast<std::size_t>(number - 1);
+    if (found != samples.end() && position < inventory.processors.size() && is_plausible(*found)) {
+      inventory.processors[position].set("temperature", with_one_decimal(*found->value));
+    }
   }
 }
 
+bool knows_processor_temperatures(const std::vector<IpmiSample> &samples) {
+  return std::ranges::any_of(samples, [](const IpmiSample &sample) {
+    return is_temperature(sample) && is_of_processor(sample.sensor) && sample.value;
+  });
+}
+
 std::vector<Trouble> temperature_troubles(const std::vector<IpmiSample> &samples,
-                                          const std::map<std::uint8_t, std::int64_t> &processors,
-                                          bool with_processors) {
+                                          const std::map<std::uint8_t, std::int64_t> &processors, bool of_processors) {
   std::vector<Trouble> troubles;
   for (const IpmiSample &sample : samples) {
     if (!is_temperature(sample) || sample.too_high == IpmiLevel::Good ||
-        (is_of_processor(sample.sensor) && !with_processors)) {
+        is_of_processor(sample.sensor) != of_processors) {
       continue;
     }
     const FaultyPart part = part_of(sample.sensor, processors);

@@ -10,13 +10,19 @@
 
 namespace tavo::service {
 
-// Enters those of the board and, if `with_processors`, those of the processors with these numbers.
-void enter_temperatures(Inventory &inventory, const std::vector<IpmiSample> &samples,
-                        const std::map<std::uint8_t, std::int64_t> &processors, bool with_processors);
+// Enters the board's temperatures.
+void enter_board_temperatures(Inventory &inventory, const std::vector<IpmiSample> &samples);
 
-// The temperatures that are too high.
+// Enters the temperatures of the processors with these numbers.
+void enter_processor_temperatures(Inventory &inventory, const std::vector<IpmiSample> &samples,
+                                  const std::map<std::uint8_t, std::int64_t> &processors);
+
+// Whether a sensor of a processor tells its temperature.
+bool knows_processor_temperatures(const std::vector<IpmiSample> &samples);
+
+// The temperatures that are too high: those of the processors, or all others.
 std::vector<Trouble> temperature_troubles(const std::vector<IpmiSample> &samples,
-                                          const std::map<std::uint8_t, std::int64_t> &processors, bool with_processors);
+                                          const std::map<std::uint8_t, std::int64_t> &processors, bool of_processors);
 
 // The server's power in watts: what the controller itself says or, if it does not, a sensor or the sum of those of the
 // power supplies. Throws IpmiSilence.

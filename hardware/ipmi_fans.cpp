@@ -4,9 +4,6 @@
 
 #include <algorithm>
 
-#include "core/class_number.h"
-#include "service/causes.h"
-
 namespace tavo::service {
 namespace {
 
@@ -63,35 +60,25 @@ std::string_view presence_of(const IpmiEntity &entity, const std::vector<IpmiSam
   return "unknown";
 }
 
-IpmiFans ipmi_fans(const std::vector<IpmiSample> &samples, Register &kept) {
-  IpmiFans found;
-  const std::vector<const IpmiSample *> all = speeds(samples);
-  for (std::size_t i = 0; i < all.size(); ++i) {
-    const IpmiSample &sample = *all[i];
-    const std::string_view presence = presence_of_fan(sample, samples);
-    const std::string key = sensor_key(sample.sensor);
-    const std::string fan = "Fan " + std::to_string(i + 1) + " (" + sample.sensor.name + ')';
-    const auto missing = missing_part(kept, "fan", key, sample.sensor.name, presence);
-    const bool has_failed = presence != "absent" && sample.too_low != IpmiLevel::Good;
-    found.fans.push_back({.has_failed = has_failed, .presence = presence});
-    Trouble trouble{.key = key + " failed",
-                    .class_code = class_number::system_fan,
-                    .unit = fan_unit(i, all.size()),
-                    .severity = "major",
-                    .cause = cause::failed,
-                    .description = fan + " has failed"};
-    if (has_failed) {
-      found.troubles.push_back(trouble);
-    } else if (missing) {
-      trouble.key = key + " missing";
-      trouble.severity = "warning";
-      trouble.cause = cause::missing;
-      trouble.description = fan + " is missing";
-      trouble.missing = missing;
-      found.troubles.push_back(trouble);
-    }
+std::vector<Fan> ipmi_fans(const std::vector<IpmiSample> &samples, Register &kept) {
+  std::vector<Fan> fans;
+  for (const IpmiSample *sample : speeds(samples)) {
+    const std::string_view presence = presence_of_fan(*sample, samples);
+    const std::string place = sensor_key(sample->sensor);
+    fans.push_back({.place = place,
+                    .key = place,
+                    .name = sample->sensor.name,
+                    .presence = presence,
+                    .has_failed = presence != "absent" && sample->too_low != IpmiLevel::Good,
+                    .missing = missing_part(kept, ipmi_fan_group, place, sample->sensor.name, presence)});
   }
-  return found;
+  return fans;
+}
+
+bool is_sure_of_fans(const std::vector<Fan> &fans, Register &kept) {
+  const auto before = kept.parts(ipmi_fan_group);
+  return std::ranges::any_of(
+      fans, [&](const Fan &fan) { return fan.presence != "unknown" || fan.has_failed || before.contains(fan.place); });
 }
 
 }  // namespace tavo::service

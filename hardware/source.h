@@ -5,7 +5,9 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -36,6 +38,16 @@ struct Trouble {
 // The trouble that a part is missing. `part` has a key and a description, which name the part.
 Trouble missing(Trouble part, const MissingPart &missing);
 
+// What several sources may tell of, and the tables show once. They are entered in this order.
+enum class Topic { Fans, ProcessorTemperatures, Power, Supplies };
+
+// What one source says of a topic.
+struct Account {
+  std::function<void(Inventory &)> enter = [](Inventory &) {};
+  std::vector<Trouble> troubles = {};
+  bool is_vague = false;  // it says that there is something, but has seen nothing of it yet
+};
+
 // What one reading of a source has found.
 struct Finding {
   // Enters it into an inventory that already holds what the sources before this one have found.
@@ -46,6 +58,10 @@ struct Finding {
   // What the keys of troubles begin with of which the reading cannot say whether they are there. Their faults stay as
   // they are. "": all.
   std::vector<std::string> undecided = {};
+  // On the topics of which the source knows something. Whose account counts is chosen in choice.h.
+  std::map<Topic, Account> accounts = {};
+  // Topics of which it cannot say yet whether it knows something.
+  std::set<Topic> awaited = {};
 };
 
 // One way of getting to know the machine. A source is used by one thread at a time.

@@ -65,8 +65,7 @@ void try_input(Octets input) {
     return;
   }
   service::Register nothing_kept("");
-  service::IpmiSource source({.sys = "/nonexistent", .dev = "/nonexistent"}, nothing_kept,
-                             std::make_unique<LyingController>(rest));
+  service::IpmiSource source(nothing_kept, std::make_unique<LyingController>(rest));
   for (int reading = 0; reading < 3; ++reading) {
     check_finding(source.read());
   }

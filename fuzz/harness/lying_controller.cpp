@@ -1,8 +1,12 @@
 #include "fuzz/harness/lying_controller.h"
 
 #include <algorithm>
+#include <memory>
 #include <set>
 #include <string>
+#include <vector>
+
+#include "hardware/choice.h"
 
 namespace tavo::fuzz {
 
@@ -23,16 +27,18 @@ service::IpmiOctets LyingController::ask(const service::IpmiCommand &) {
 }
 
 void check_finding(const service::Finding &finding) {
+  const std::vector<service::Word> words{
+      {.source = "IPMI", .finding = std::make_shared<const service::Finding>(finding)}};
   service::Inventory inventory;
   inventory.processors.resize(2, service::Part(service::processor_kind));
-  finding.enter(inventory);
+  service::enter_all(inventory, words);
   for (std::size_t i = 0; i < inventory.sensors.size(); ++i) {
     expect(inventory.sensors[i].number("number") == static_cast<std::int64_t>(i), "sensors have no gap");
   }
   expect(inventory.sensors.size() <= 256, "the platform numbers sensors with an octet");
   expect(inventory.supplies.size() <= service::supply_limit, "the platform knows no more supplies");
   std::set<std::string> keys;
-  for (const service::Trouble &trouble : finding.troubles) {
+  for (const service::Trouble &trouble : service::situation_of(words).troubles) {
     expect(keys.insert(trouble.key).second, "a key names one trouble");
     service::Part fault(service::fault_kind);
     fault.set("description", trouble.description.substr(0, service::find_field(fault.kind(), "description")->size));

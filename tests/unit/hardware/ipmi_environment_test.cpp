@@ -45,24 +45,6 @@ TEST_F(Ipmi, ProcessorsAreCountedFromOneOrNought) {
   }
 }
 
-TEST_F(Ipmi, ProcessorsThatHwmonKnowsAreLeftToIt) {
-  MadeUpSensor sensor = temperature(1, "CPU1 Temp");
-  sensor.entity = 3;
-  controller_.sdr = {full_record(sensor)};
-  controller_.reads(1, 85);
-  Inventory inventory;
-  inventory.processors.emplace_back(processor_kind);
-  read().enter(inventory);
-  EXPECT_EQ(inventory.processors[0].text("temperature"), "85.0");
-  EXPECT_THAT(descriptions(), SizeIs(1));
-  write("class/hwmon/hwmon0/name", "k10temp\n");
-  write("class/hwmon/hwmon0/temp1_input", "84000\n");
-  inventory.processors[0] = Part(processor_kind);
-  read().enter(inventory);
-  EXPECT_EQ(inventory.processors[0].text("temperature"), "0");
-  EXPECT_THAT(descriptions(), IsEmpty());
-}
-
 TEST_F(Ipmi, ConsumedPowerIsWhatTheControllerSays) {
   controller_.sdr = {full_record({.number = 1, .type = 0x0b, .name = "System Power", .unit = 6})};
   controller_.reads(1, 210);

@@ -33,13 +33,14 @@ TEST_F(Ipmi, ManyFansAreTwoToAModule) {
   EXPECT_EQ(finding.troubles.at(0).unit, 7);
 }
 
-TEST_F(Ipmi, AFanIsShownOnce) {
-  controller_.sdr = {full_record(fan(9, "SYS_FAN1"))};
-  controller_.reads(9, 0);
-  write("class/hwmon/hwmon0/name", "board\n");
-  write("class/hwmon/hwmon0/fan1_input", "2400\n");
-  EXPECT_THAT(found().sensors, IsEmpty());
-  EXPECT_THAT(descriptions(), IsEmpty());
+TEST_F(Ipmi, FansKeepTheirPlacesWhenRecordsMove) {
+  controller_.sdr = {full_record(fan(9, "SYS_FAN1")), full_record(fan(8, "SYS_FAN2"))};
+  controller_.reads(9, 30);
+  controller_.reads(8, 3);
+  EXPECT_THAT(descriptions(), ElementsAre("major: Fan 2 (SYS_FAN2) has failed"));
+  std::swap(controller_.sdr[0], controller_.sdr[1]);
+  ++controller_.sdr_changes;
+  EXPECT_THAT(descriptions(), ElementsAre("major: Fan 2 (SYS_FAN2) has failed"));
 }
 
 TEST_F(Ipmi, ASlowFanIsATroubleUntilItIsFastEnough) {

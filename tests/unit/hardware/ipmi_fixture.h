@@ -49,7 +49,7 @@ class Ipmi : public Tree {
     for (int i = 0; i < 5; ++i) {
       source_.read();
     }
-    return source_.read();
+    return read_alone(source_);
   }
 
   Inventory found() {
@@ -69,7 +69,7 @@ class Ipmi : public Tree {
   std::unique_ptr<MadeUpController> made_ = make_controller();
   MadeUpController &controller_ = *made_;
   Register register_{directory_ / "register.json"};
-  IpmiSource source_{roots(), register_, std::move(made_)};
+  IpmiSource source_{register_, std::move(made_)};
 };
 
 }  // namespace tavo::service

@@ -121,7 +121,7 @@ TEST_F(IpmiSdr, ARecordThatCannotBeReadIsTriedThreeTimes) {
 TEST_F(IpmiSdr, SlowRecordsAreReadInSeveralReadings) {
   auto made = make_controller();
   made->sdr = {full_record(fan(9, "SYS_FAN1")), full_record(fan(10, "SYS_FAN2")), full_record(fan(11, "SYS_FAN3"))};
-  IpmiSource source(roots(), register_, std::move(made), std::chrono::milliseconds(0));
+  IpmiSource source(register_, std::move(made), std::chrono::milliseconds(0));
   const auto sensors_after_reading = [&] { return found_by(source).sensors.size(); };
   EXPECT_EQ(sensors_after_reading(), 0U);
   EXPECT_THAT(source.read().unreadable, ElementsAre("the controller's sensor records have not all been read yet"));

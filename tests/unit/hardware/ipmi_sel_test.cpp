@@ -145,11 +145,11 @@ TEST_F(IpmiSel, ALogThatWasWrittenOverIsReadAnew) {
 TEST_F(IpmiSel, AnEventMakesTheSensorsBeReadAtOnce) {
   controller_.sdr = {full_record(fan(9, "SYS_FAN1"))};
   controller_.reads(9, 30);
-  EXPECT_THAT(source_.read().troubles, IsEmpty());
+  EXPECT_THAT(read_alone(source_).troubles, IsEmpty());
   controller_.reads(9, 3);
-  EXPECT_THAT(source_.read().troubles, IsEmpty());
+  EXPECT_THAT(read_alone(source_).troubles, IsEmpty());
   log(fan_type, 9, 2);
-  EXPECT_THAT(source_.read().troubles, SizeIs(1));
+  EXPECT_THAT(read_alone(source_).troubles, SizeIs(1));
 }
 
 TEST_F(IpmiSel, WhatIsNoEventOfAStateSaysNothing) {

@@ -70,8 +70,8 @@ TEST_F(IpmiSupply, ASupplyThatIsNotToldOfIsNotMissing) {
   EXPECT_THAT(descriptions(), IsEmpty());
   auto busy = std::make_unique<MadeUpController>();
   busy->sdr = controller_.sdr;
-  IpmiSource source(roots(), register_, std::move(busy));
-  const Finding finding = source.read();
+  IpmiSource source(register_, std::move(busy));
+  const Finding finding = read_alone(source);
   EXPECT_THAT(finding.troubles, IsEmpty());
   Inventory inventory;
   finding.enter(inventory);

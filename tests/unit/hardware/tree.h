@@ -6,8 +6,11 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <string>
+#include <vector>
 
+#include "hardware/choice.h"
 #include "hardware/source.h"
 
 namespace tavo::service {
@@ -33,10 +36,20 @@ class Tree : public testing::Test {
   std::filesystem::path sys() const { return directory_ / "sys"; }
   Roots roots() const { return {.sys = sys(), .dev = directory_ / "dev", .proc = directory_ / "proc"}; }
 
+  // What the source finds if no other one tells of the same topics.
+  static Finding read_alone(Source &source) {
+    auto found = std::make_shared<Finding>(source.read());
+    const std::vector<Word> words{{.source = source.name(), .finding = found}};
+    Finding whole = *found;
+    whole.enter = [words](Inventory &inventory) { enter_all(inventory, words); };
+    whole.troubles = situation_of(words).troubles;
+    return whole;
+  }
+
   // What a server is like of which only this source knows something.
   static Inventory found_by(Source &source) {
     Inventory inventory;
-    source.read().enter(inventory);
+    read_alone(source).enter(inventory);
     return inventory;
   }
 
