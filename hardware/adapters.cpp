@@ -61,7 +61,8 @@ std::string told_by_driver(const fs::path &device) {
   return "";
 }
 
-bool is_too_hot(const fs::path &device) {
+bool is_too_hot(const fs::path &device, ChipLimits &limits) {
+  bool any = false;
   for (const fs::path &chip : entries(device / "hwmon", "hwmon")) {
     for (const fs::path &input : entries(chip, "temp")) {
       const std::string name = input.filename();
@@ -69,15 +70,11 @@ bool is_too_hot(const fs::path &device) {
         continue;
       }
       const std::string sensor = name.substr(0, name.find('_'));
-      const auto now = read_number(input);
-      const auto limit = read_number(chip / (sensor + "_crit"));
       const bool alarm = read_number(chip / (sensor + "_crit_alarm")).value_or(0) != 0;
-      if (alarm || (now && limit && *limit > 0 && *now >= *limit)) {
-        return true;
-      }
+      any = limits.is_critical(chip, sensor) || alarm || any;
     }
   }
-  return false;
+  return any;
 }
 
 // Without its severity, and with a description that only names the card.
@@ -207,7 +204,10 @@ Part AdapterSource::adapter_part(const Card &card) {
   set_line(part, "serial", data.serial);
   set_line(part, "part-number", data.part_number);
   set_line(part, "running-version", firmware(card));
-  const bool hot = std::ranges::any_of(card.functions, [](const PciDevice &f) { return is_too_hot(f.directory); });
+  bool hot = false;
+  for (const PciDevice &function : card.functions) {
+    hot = is_too_hot(function.directory, limits_) || hot;
+  }
   part.set("over-temperature", hot ? "yes" : "no");
   return part;
 }

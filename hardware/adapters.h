@@ -8,6 +8,7 @@
 
 #include "hardware/ethtool.h"
 #include "hardware/kernel_events.h"
+#include "hardware/limits.h"
 #include "hardware/pci.h"
 #include "hardware/register.h"
 #include "hardware/source.h"
@@ -53,6 +54,7 @@ class AdapterSource : public Source {
   Register &numbers_;
   const FirmwareOf firmware_of_;
   PciBus pci_;
+  ChipLimits limits_;
   KernelEvents events_{"pci", "net"};
   std::optional<Slots> named_slots_;                      // by SMBIOS; nothing: not read yet
   std::map<std::string, VitalProductData> product_data_;  // of the cards that are there, by address

@@ -35,30 +35,29 @@ struct Readings {
   std::optional<std::int64_t> power;  // microwatts
 };
 
-bool is_over(std::int64_t now, const fs::path &limit) {
-  const auto most = read_number(limit);
-  return most && *most > 0 && now >= *most;
-}
-
-ProcessorTemperature processor_temperature(std::size_t processor, const fs::path &chip, const std::string &input) {
-  const std::int64_t now = read_number(chip / (input + "_input")).value_or(0);
-  return {.processor = processor, .thousandths = now, .is_critical = is_over(now, chip / (input + "_crit"))};
+// Nothing is added if it cannot be read.
+void read_processor(std::size_t processor, const fs::path &chip, const std::string &sensor, ChipLimits &limits,
+                    Readings &readings) {
+  if (const auto now = read_number(chip / (sensor + "_input"))) {
+    readings.processors.push_back(
+        {.processor = processor, .thousandths = *now, .is_critical = limits.is_critical(chip, sensor)});
+  }
 }
 
 // "coretemp" has a chip for each processor, with the label "Package id N".
-void read_coretemp(const fs::path &chip, Readings &readings) {
+void read_coretemp(const fs::path &chip, ChipLimits &limits, Readings &readings) {
   constexpr std::string_view package = "Package id ";
   for (const fs::path &label : entries(chip, "temp")) {
     const std::string name = label.filename();
     const std::string text = name.ends_with("_label") ? read_attribute(label).value_or("") : "";
     if (text.starts_with(package)) {
       const auto processor = static_cast<std::size_t>(std::atoi(text.c_str() + package.size()));
-      readings.processors.push_back(processor_temperature(processor, chip, name.substr(0, name.find('_'))));
+      read_processor(processor, chip, name.substr(0, name.find('_')), limits, readings);
     }
   }
 }
 
-void read_fans(const fs::path &chip, const std::string &place, Readings &readings) {
+void read_fans(const fs::path &chip, const std::string &place, ChipLimits &limits, Readings &readings) {
   for (const fs::path &input : entries(chip, "fan")) {
     const std::string name = input.filename();
     if (!name.ends_with("_input")) {
@@ -66,12 +65,10 @@ void read_fans(const fs::path &chip, const std::string &place, Readings &reading
     }
     const std::string fan = name.substr(0, name.find('_'));
     const auto turns = read_number(input);
-    const bool alarm =
-        read_number(chip / (fan + "_alarm")).value_or(0) != 0 || read_number(chip / (fan + "_fault")).value_or(0) != 0;
-    const bool stands_still = turns == 0 && read_number(chip / (fan + "_min")).value_or(0) > 0;
     if (turns) {
       const std::string name_of_fan = place + ' ' + fan;
-      readings.fans.push_back({.place = name_of_fan, .key = "fan " + name_of_fan, .has_failed = alarm || stands_still});
+      readings.fans.push_back(
+          {.place = name_of_fan, .key = "fan " + name_of_fan, .has_failed = limits.is_too_slow(chip, fan, *turns)});
     }
   }
 }
@@ -123,20 +120,20 @@ std::map<std::string, fs::path> chips_by_place(const fs::path &directory) {
 }
 
 // Processors of AMD have a chip each, in the order of the processors.
-Readings read_chips(const fs::path &directory) {
+Readings read_chips(const fs::path &directory, ChipLimits &limits) {
   Readings readings;
   std::size_t amd_processors = 0;
   for (const auto &[place, chip] : chips_by_place(directory)) {
     const std::string driver = read_attribute(chip / "name").value_or("");
     if (driver == "coretemp") {
-      read_coretemp(chip, readings);
+      read_coretemp(chip, limits, readings);
     } else if (driver == "k10temp") {
-      readings.processors.push_back(processor_temperature(amd_processors++, chip, "temp1"));
+      read_processor(amd_processors++, chip, "temp1", limits, readings);
     } else if (driver == "power_meter") {
       readings.power = read_number(chip / "power1_average");
     }
     if (!is_of_card(chip) && !is_controller(driver)) {
-      read_fans(chip, place, readings);
+      read_fans(chip, place, limits, readings);
     }
   }
   return readings;
@@ -171,7 +168,7 @@ std::vector<Trouble> troubles_of_processors(const std::vector<ProcessorTemperatu
 Finding HwmonSource::read() {
   events_.take();
   const fs::path directory = roots_.sys / "class/hwmon";
-  const Readings readings = read_chips(directory);
+  const Readings readings = read_chips(directory, limits_);
   Finding finding;
   if (!readings.processors.empty()) {
     finding.accounts[Topic::ProcessorTemperatures] = {

@@ -3,6 +3,7 @@
 
 #include "hardware/fans.h"
 #include "hardware/kernel_events.h"
+#include "hardware/limits.h"
 #include "hardware/register.h"
 #include "hardware/source.h"
 
@@ -22,6 +23,7 @@ class HwmonSource : public Source {
  private:
   const Roots roots_;
   KernelEvents events_{"hwmon"};
+  ChipLimits limits_;
   FanPlaces fans_;
 };
 

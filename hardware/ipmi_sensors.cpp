@@ -2,6 +2,8 @@
 
 #include <freeipmi/freeipmi.h>
 
+#include "hardware/limits.h"
+
 namespace tavo::service {
 namespace {
 
@@ -39,11 +41,6 @@ void drop_unused_thresholds(IpmiSensor &sensor) {
   drop(sensor.thresholds.lower_non_recoverable);
   drop(sensor.thresholds.upper_critical);
   drop(sensor.thresholds.upper_non_recoverable);
-}
-
-// `distance` is how far the reading is beyond the threshold.
-bool is_reached(double distance, double hysteresis, bool before) {
-  return distance >= 0 || (before && distance > -hysteresis);
 }
 
 }  // namespace

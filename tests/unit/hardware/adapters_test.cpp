@@ -179,6 +179,10 @@ TEST_F(Adapters, ACardThatIsTooHotIsATrouble) {
   EXPECT_EQ(finding.troubles[0].description, "Adapter 4 (Device fff2, slot 4) is at its critical temperature");
   EXPECT_EQ(finding.troubles[0].unit, 4);
   EXPECT_TRUE(found_by(source_).adapters.at(0).flag("over-temperature"));
+  write(device_path("0000:01:00.0") + "/hwmon/hwmon3/temp1_input", "103000\n");
+  EXPECT_THAT(source_.read().troubles, SizeIs(1)) << "within the hysteresis";
+  write(device_path("0000:01:00.0") + "/hwmon/hwmon3/temp1_input", "102000\n");
+  EXPECT_THAT(source_.read().troubles, IsEmpty());
 }
 
 TEST_F(Adapters, ACardThatIsGoneIsMissed) {

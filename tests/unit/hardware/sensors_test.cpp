@@ -93,6 +93,41 @@ TEST_F(Hwmon, AProcessorAtItsLimitIsATrouble) {
   EXPECT_EQ(finding.troubles[0].description, "Processor 2 is at its critical temperature");
 }
 
+TEST_F(Hwmon, AProcessorIsGoodBelowTheHysteresis) {
+  const auto troubles_at = [&](const std::string &temperature) {
+    write("class/hwmon/hwmon0/temp1_input", temperature + '\n');
+    return read_alone(source_).troubles.size();
+  };
+  EXPECT_EQ(troubles_at("99999"), 0U);
+  EXPECT_EQ(troubles_at("100000"), 1U);
+  EXPECT_EQ(troubles_at("97001"), 1U) << "3 degrees, if the chip does not say";
+  EXPECT_EQ(troubles_at("97000"), 0U);
+  write("class/hwmon/hwmon0/temp1_crit_hyst", "90000\n");
+  EXPECT_EQ(troubles_at("100000"), 1U);
+  EXPECT_EQ(troubles_at("90001"), 1U);
+  EXPECT_EQ(troubles_at("90000"), 0U);
+}
+
+TEST_F(Hwmon, AProcessorThatCannotBeReadIsLeftOut) {
+  std::filesystem::remove(sys() / "class/hwmon/hwmon0/temp1_input");
+  EXPECT_FALSE(source_.read().accounts.contains(Topic::ProcessorTemperatures));
+}
+
+TEST_F(Hwmon, ASlowFanIsGoodOnceItIsFasterThanItsLimit) {
+  const auto troubles_at = [&](const std::string &turns) {
+    write("class/hwmon/hwmon1/fan2_input", turns + '\n');
+    return read_alone(source_).troubles.size();
+  };
+  EXPECT_EQ(troubles_at("300"), 0U);
+  EXPECT_EQ(troubles_at("299"), 1U);
+  EXPECT_EQ(troubles_at("313"), 1U);
+  EXPECT_EQ(troubles_at("314"), 0U);
+  write("class/hwmon/hwmon1/fan2_alarm", "1\n");
+  EXPECT_EQ(troubles_at("2500"), 1U);
+  write("class/hwmon/hwmon1/fan2_alarm", "0\n");
+  EXPECT_EQ(troubles_at("2500"), 0U);
+}
+
 TEST_F(Hwmon, FansKeepTheirOrderWhenChipsAreRenumbered) {
   link("class/hwmon/hwmon1/device", "devices/platform/board.1");
   const auto description_of_failed = [&] {
