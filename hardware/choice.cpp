@@ -10,14 +10,14 @@ namespace {
 // Who tells of a topic, the best first. Unused places are empty.
 struct Preference {
   Topic topic;
-  std::array<std::string_view, 2> sources;
+  std::array<std::string_view, 3> sources;
 };
 
 // The controller names fans and supplies as the chassis does, and knows their limits. The kernel's drivers read a
 // processor and the server's power meter themselves, and more often.
 constexpr auto preferences =
     std::to_array<Preference>({{.topic = Topic::Fans, .sources = {"IPMI", "hwmon"}},
-                               {.topic = Topic::ProcessorTemperatures, .sources = {"hwmon", "IPMI"}},
+                               {.topic = Topic::ProcessorTemperatures, .sources = {"hwmon", "IPMI", "thermal"}},
                                {.topic = Topic::Power, .sources = {"hwmon", "IPMI"}},
                                {.topic = Topic::Supplies, .sources = {"IPMI", "hwmon"}}});
 

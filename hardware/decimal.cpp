@@ -11,4 +11,8 @@ std::string with_one_decimal(double number) {
   return text.data();
 }
 
+std::string from_thousandths(std::int64_t thousandths) {
+  return with_one_decimal(static_cast<double>(thousandths) / 1000);
+}
+
 }  // namespace tavo::service

@@ -18,10 +18,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string from_thousandths(std::int64_t thousandths) {
-  return with_one_decimal(static_cast<double>(thousandths) / 1000);
-}
-
 // Of a processor, by its number from 0.
 struct ProcessorTemperature {
   std::size_t processor;

@@ -12,6 +12,7 @@
 #include "hardware/raid_batteries.h"
 #include "hardware/sd_cards.h"
 #include "hardware/smbios.h"
+#include "hardware/thermal.h"
 
 namespace tavo::service {
 
@@ -20,6 +21,7 @@ std::vector<std::unique_ptr<Source>> all_sources(const Roots &roots, Register &n
   sources.push_back(std::make_unique<SmbiosSource>(roots));
   sources.push_back(std::make_unique<HwmonSource>(roots, numbers));
   sources.push_back(std::make_unique<IpmiSource>(roots, numbers));
+  sources.push_back(std::make_unique<ThermalSource>(roots));
   sources.push_back(std::make_unique<EdacSource>(roots));
   sources.push_back(std::make_unique<AdapterSource>(roots, numbers));
   sources.push_back(std::make_unique<DiskSource>(roots, numbers));
