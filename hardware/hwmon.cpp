@@ -9,6 +9,7 @@
 #include "core/class_number.h"
 #include "hardware/decimal.h"
 #include "hardware/fans.h"
+#include "hardware/kernel_supplies.h"
 #include "hardware/pci.h"
 #include "hardware/sysfs.h"
 #include "service/causes.h"
@@ -128,7 +129,7 @@ Readings read_chips(const fs::path &directory, ChipLimits &limits) {
     } else if (driver == "power_meter") {
       readings.power = read_number(chip / "power1_average");
     }
-    if (!is_of_card(chip) && !is_controller(driver)) {
+    if (!is_of_card(chip) && !is_controller(driver) && !is_supply_driver(driver)) {
       read_fans(chip, place, limits, readings);
     }
   }
@@ -179,6 +180,9 @@ Finding HwmonSource::read() {
   }
   if (const std::vector<Fan> fans = fans_.in_places(readings.fans); !fans.empty()) {
     finding.accounts[Topic::Fans] = account_of_fans(fans);
+  }
+  if (const Supplies supplies = kernel_supplies(roots_.sys, numbers_); !supplies.supplies.empty()) {
+    finding.accounts[Topic::Supplies] = account_of_supplies(supplies);
   }
   if (entries(directory).empty()) {
     finding.unreadable.push_back(directory.string() + ": no chips");

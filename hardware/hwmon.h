@@ -1,4 +1,4 @@
-// Temperatures, fans and power as the kernel's drivers measure them.
+// Temperatures, fans, power and power supplies as the kernel's drivers measure them.
 #pragma once
 
 #include "hardware/fans.h"
@@ -11,8 +11,8 @@ namespace tavo::service {
 
 class HwmonSource : public Source {
  public:
-  // `numbers` outlives the source. It keeps the place of each fan.
-  HwmonSource(Roots roots, Register &numbers) : roots_(std::move(roots)), fans_(numbers, "hwmon-fan") {}
+  // `numbers` outlives the source. It keeps the places of fans and supplies.
+  HwmonSource(Roots roots, Register &numbers) : roots_(std::move(roots)), numbers_(numbers) {}
 
   std::string_view name() const override { return "hwmon"; }
   std::chrono::seconds interval() const override { return std::chrono::seconds(10); }
@@ -22,9 +22,10 @@ class HwmonSource : public Source {
 
  private:
   const Roots roots_;
+  Register &numbers_;
   KernelEvents events_{"hwmon"};
   ChipLimits limits_;
-  FanPlaces fans_;
+  FanPlaces fans_{numbers_, "hwmon-fan"};
 };
 
 }  // namespace tavo::service

@@ -178,16 +178,9 @@ void IpmiSource::add_accounts(Finding &finding) {
       inventory.environment.set("power", with_one_decimal(power));
     }};
   }
-  const IpmiSupplies supplies = ipmi_supplies(samples, frus_, kept_);
+  const Supplies supplies = ipmi_supplies(samples, frus_, kept_);
   if (!supplies.supplies.empty()) {
-    finding.accounts[Topic::Supplies] = {.enter =
-                                             [supplies](Inventory &inventory) {
-                                               inventory.supplies = supplies.supplies;
-                                               for (const SupplyFan &fan : supplies.fans) {
-                                                 enter_supply_fan(inventory, fan.supply, fan.presence);
-                                               }
-                                             },
-                                         .troubles = supplies.troubles};
+    finding.accounts[Topic::Supplies] = account_of_supplies(supplies);
   }
 }
 

@@ -7,7 +7,6 @@
 #include <limits>
 #include <optional>
 
-#include "core/class_number.h"
 #include "hardware/set_line.h"
 #include "service/causes.h"
 
@@ -16,44 +15,26 @@ namespace {
 
 constexpr const char *supply_group = "supply";  // in the register
 
-// What can be wrong with a supply, and which bits of its PMBus status word say so. The worst come first.
-struct Defect {
+// States of a supply's sensor. The worst come first.
+struct BadState {
   unsigned state;
-  std::int64_t status;
-  std::string_view severity;
-  std::string_view sentence;
+  SupplyDefect defect;
 };
 
-constexpr std::int64_t off_and_power_not_good = 0x0840;
-constexpr std::int64_t input = 0x2000;
+constexpr std::int64_t input = supply_without_input.status;
 constexpr std::int64_t none_of_the_named = 0x0001;
 
-constexpr auto defects = std::to_array<Defect>({
-    {.state = IPMI_SENSOR_TYPE_POWER_SUPPLY_POWER_SUPPLY_FAILURE_DETECTED,
-     .status = off_and_power_not_good,
-     .severity = "major",
-     .sentence = " has failed"},
-    {.state = IPMI_SENSOR_TYPE_POWER_SUPPLY_POWER_SUPPLY_INPUT_LOST_AC_DC,
-     .status = input,
-     .severity = "major",
-     .sentence = " has no input"},
-    {.state = IPMI_SENSOR_TYPE_POWER_SUPPLY_POWER_SUPPLY_INPUT_LOST_OR_OUT_OF_RANGE,
-     .status = input,
-     .severity = "major",
-     .sentence = " has no input, or one out of range"},
-    {.state = IPMI_SENSOR_TYPE_POWER_SUPPLY_POWER_SUPPLY_INPUT_OUT_OF_RANGE_BUT_PRESENT,
-     .status = input,
-     .severity = "minor",
-     .sentence = " has an input out of range"},
-    {.state = IPMI_SENSOR_TYPE_POWER_SUPPLY_CONFIGURATION_ERROR,
-     .status = none_of_the_named,
-     .severity = "minor",
-     .sentence = " does not fit the others"},
+constexpr auto bad_states = std::to_array<BadState>({
+    {IPMI_SENSOR_TYPE_POWER_SUPPLY_POWER_SUPPLY_FAILURE_DETECTED, failed_supply},
+    {IPMI_SENSOR_TYPE_POWER_SUPPLY_POWER_SUPPLY_INPUT_LOST_AC_DC, supply_without_input},
+    {IPMI_SENSOR_TYPE_POWER_SUPPLY_POWER_SUPPLY_INPUT_LOST_OR_OUT_OF_RANGE, supply_with_doubtful_input},
+    {IPMI_SENSOR_TYPE_POWER_SUPPLY_POWER_SUPPLY_INPUT_OUT_OF_RANGE_BUT_PRESENT,
+     {.status = input, .severity = "minor", .sentence = " has an input out of range"}},
+    {IPMI_SENSOR_TYPE_POWER_SUPPLY_CONFIGURATION_ERROR,
+     {.status = none_of_the_named, .severity = "minor", .sentence = " does not fit the others"}},
     // It still works, so its status is good.
-    {.state = IPMI_SENSOR_TYPE_POWER_SUPPLY_PREDICTIVE_FAILURE,
-     .status = 0,
-     .severity = "minor",
-     .sentence = " is about to fail"},
+    {IPMI_SENSOR_TYPE_POWER_SUPPLY_PREDICTIVE_FAILURE,
+     {.status = 0, .severity = "minor", .sentence = " is about to fail"}},
 });
 
 bool is_state_of_supply(const IpmiSensor &sensor) {
@@ -123,23 +104,21 @@ std::string_view presence_of_supply(const Bay &bay, const std::vector<IpmiSample
   return fru != frus.end() && fru->second != IpmiFru() ? "present" : "unknown";
 }
 
-const Defect *defect_of(const Bay &bay) {
-  const auto found = std::ranges::find_if(defects, [&](const Defect &defect) {
-    return std::ranges::any_of(bay.states, [&](const IpmiSample *state) { return state->is_in(defect.state); });
+const SupplyDefect *defect_of(const Bay &bay) {
+  const auto found = std::ranges::find_if(bad_states, [&](const BadState &bad) {
+    return std::ranges::any_of(bay.states, [&](const IpmiSample *state) { return state->is_in(bad.state); });
   });
-  return found != defects.end() ? &*found : nullptr;
+  return found != bad_states.end() ? &found->defect : nullptr;
 }
 
-Part supply_part(const IpmiFru &fru, bool present, const Defect *defect) {
+Part described_part(const IpmiFru &fru, bool present, const SupplyDefect *defect) {
   constexpr unsigned most = std::numeric_limits<std::uint16_t>::max();
-  Part part(supply_kind);
-  part.set("present", present ? "yes" : "no");
+  Part part = supply_part(present, defect);
   if (present) {
     set_line(part, "model", fru.product_name.empty() ? fru.product_part : fru.product_name);
     set_line(part, "revision", fru.product_version);
     set_line(part, "serial", fru.product_serial);
     part.set_number("output-power-max", std::min(fru.supply_capacity.value_or(0), most));
-    part.set_number("status", defect != nullptr ? defect->status : 0);
   }
   return part;
 }
@@ -153,37 +132,28 @@ const IpmiSample *fan_of(const IpmiEntity &entity, const std::vector<IpmiSample>
 
 }  // namespace
 
-IpmiSupplies ipmi_supplies(const std::vector<IpmiSample> &samples, const std::map<IpmiEntity, IpmiFru> &frus,
-                           Register &kept) {
-  IpmiSupplies found;
+Supplies ipmi_supplies(const std::vector<IpmiSample> &samples, const std::map<IpmiEntity, IpmiFru> &frus,
+                       Register &kept) {
+  Supplies found;
   for (const Bay &bay : bays_of(samples, frus)) {
     const std::int64_t number = kept.number_of(supply_group, bay.key);
-    const auto row = static_cast<std::size_t>(number);
-    if (row > supply_limit) {
-      continue;
-    }
-    if (found.supplies.size() < row) {
-      found.supplies.resize(row, supply_part(IpmiFru(), false, nullptr));
-    }
     const auto fru = frus.find(bay.entity);
     const std::string_view presence = presence_of_supply(bay, samples, frus);
     const bool present = presence == "present" || (presence == "unknown" && kept.parts(supply_group).contains(bay.key));
-    const Defect *defect = present ? defect_of(bay) : nullptr;
+    const SupplyDefect *defect = present ? defect_of(bay) : nullptr;
     const IpmiSample *fan = is_of_one_supply(bay.entity) ? fan_of(bay.entity, samples) : nullptr;
-    found.supplies[row - 1] = supply_part(fru != frus.end() ? fru->second : IpmiFru(), present, defect);
+    if (!place_supply(found.supplies, number,
+                      described_part(fru != frus.end() ? fru->second : IpmiFru(), present, defect))) {
+      continue;
+    }
     if (fan != nullptr) {
       found.fans.push_back({.supply = number, .presence = presence});
     }
-    const std::string supply = "Power supply " + std::to_string(number);
     const auto add = [&](const std::string &what, std::string_view severity, int cause, std::string_view sentence) {
-      found.troubles.push_back({.key = bay.key + what,
-                                .class_code = class_number::power_supply_fan,
-                                .unit = number,
-                                .severity = std::string(severity),
-                                .cause = cause,
-                                .description = supply + std::string(sentence)});
+      found.troubles.push_back(supply_trouble(bay.key + what, number, severity, cause, sentence));
     };
-    if (const auto missing = missing_part(kept, supply_group, bay.key, supply, presence)) {
+    const std::string name = "Power supply " + std::to_string(number);
+    if (const auto missing = missing_part(kept, supply_group, bay.key, name, presence)) {
       add(" missing", "warning", cause::missing, " is missing");
       found.troubles.back().missing = missing;
     }
