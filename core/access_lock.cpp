@@ -71,8 +71,8 @@ constexpr auto refresh_marks = std::to_array<RefreshMark>({
     {.class_number = 4, .bit = 0x10},
     {.class_number = class_number::adaptor, .bit = 0x20},
     {.class_number = class_number::storage, .bit = 0x40},
-    {.class_number = 209, .bit = 0x40},
-    {.class_number = 210, .bit = 0x40},
+    {.class_number = class_number::drive, .bit = 0x40},
+    {.class_number = class_number::volume, .bit = 0x40},
     {.class_number = 211, .bit = 0x40},
 });
 

@@ -11,6 +11,7 @@
 #include "hardware/set_line.h"
 #include "hardware/smbios.h"
 #include "hardware/sysfs.h"
+#include "service/affected.h"
 
 namespace tavo::service {
 namespace {
@@ -88,8 +89,8 @@ Trouble trouble(const std::string &slot, std::int64_t number, const std::string 
 Trouble missing_card(const std::string &slot, const MissingPart &card) {
   Trouble gone = missing(trouble(slot, card.number, card.name, "gone"), card);
   // There is no row for it: the identifier is the server's.
-  gone.affected = "sys/rack-unit-1/adaptor-" + std::to_string(card.number);
-  gone.affected_oid = "1.3.6.1.4.1.61453.4.207.1.9.35.1.2.1";
+  gone.affected = affected_server().dn + "/adaptor-" + std::to_string(card.number);
+  gone.affected_oid = affected_server().oid;
   return gone;
 }
 

@@ -4,18 +4,19 @@
 #include <cctype>
 #include <map>
 
+#include "core/class_number.h"
 #include "hardware/drive_place.h"
 #include "hardware/drive_trouble.h"
 #include "hardware/sysfs.h"
 #include "hardware/system_controller.h"
 #include "platform/storage_snapshot.h"
+#include "service/affected.h"
 
 namespace tavo::service {
 namespace {
 
 namespace fs = std::filesystem;
 
-constexpr int volume_class = 210;
 constexpr std::int64_t block_size = 512;
 
 // The arrays in the register.
@@ -122,11 +123,11 @@ void enter_members(RaidController &controller, const std::vector<Member> &member
 // Without its severity.
 Trouble trouble_of(const std::string &key, std::int64_t position, const std::string &description) {
   return {.key = key,
-          .class_code = volume_class,
+          .class_code = class_number::volume,
           .unit = position,
           .description = description,
           .affected = system_dn + "/vd-" + std::to_string(position),
-          .affected_oid = "1.3.6.1.4.1.61453.4.207.1.45.8.1.2." + std::to_string(position + 1)};
+          .affected_oid = dn_oid(dn_column::volume, position + 1)};
 }
 
 Trouble trouble_of(const Array &array) {
@@ -141,7 +142,7 @@ Trouble missing_array(const std::string &key, const MissingPart &array) {
                          array);
   gone.severity = "major";  // what is on it cannot be reached
   // There is no row for it: the identifier is the server's.
-  gone.affected_oid = "1.3.6.1.4.1.61453.4.207.1.9.35.1.2.1";
+  gone.affected_oid = affected_server().oid;
   return gone;
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <string_view>
 
+#include "core/class_number.h"
 #include "hardware/drive_place.h"
 #include "hardware/drive_trouble.h"
 #include "hardware/set_line.h"

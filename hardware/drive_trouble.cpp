@@ -1,6 +1,8 @@
 #include "hardware/drive_trouble.h"
 
+#include "core/class_number.h"
 #include "hardware/system_controller.h"
+#include "service/affected.h"
 
 namespace tavo::service {
 
@@ -9,14 +11,13 @@ std::string drive_trouble_key(const std::string &place, const std::string &what)
 }
 
 Trouble drive_trouble(const std::string &place, const RegisteredPart &drive, const std::string &what) {
-  constexpr int drive_class = 209;
   const std::string slot = std::to_string(drive.number);
   return {.key = drive_trouble_key(place, what),
-          .class_code = drive_class,
+          .class_code = class_number::drive,
           .unit = drive.number,
           .description = "Drive " + drive.name + " in slot " + slot,
           .affected = system_dn + "/pd-" + slot,
-          .affected_oid = "1.3.6.1.4.1.61453.4.207.1.45.4.1.2." + slot};
+          .affected_oid = dn_oid(dn_column::drive, drive.number)};
 }
 
 }  // namespace tavo::service

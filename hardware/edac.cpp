@@ -40,7 +40,7 @@ FaultyPart part_of(const std::string &label, const std::vector<Part> &modules) {
     return label == name || label == module.text("location") + ' ' + name;
   });
   return found != modules.end() ? FaultyPart{.class_code = class_number::memory, .unit = found->number("number")}
-                                : FaultyPart{.class_code = server_class, .unit = 1};
+                                : FaultyPart{.class_code = class_number::server, .unit = 1};
 }
 
 Trouble trouble_of(const std::string &module, const FaultyPart &part, const std::string &what,

@@ -10,6 +10,7 @@
 #include <system_error>
 #include <utility>
 
+#include "core/class_number.h"
 #include "service/causes.h"
 
 namespace tavo::service {
@@ -239,7 +240,7 @@ Situation Hardware::situation() {
     const std::string name(reader->source->name());
     if (reader->reading_since && Clock::now() - *reader->reading_since > patience) {
       all.troubles.push_back({.key = "source " + name,
-                              .class_code = server_class,
+                              .class_code = class_number::server,
                               .unit = 1,
                               .severity = "warning",
                               .cause = cause::failed,

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "core/class_number.h"
 #include "hardware/decimal.h"
 #include "hardware/ipmi_environment.h"
 #include "hardware/set_line.h"
@@ -246,7 +247,7 @@ Finding IpmiSource::read() {
     found.unreadable.push_back(silence);
     found.troubles.push_back(
         {.key = "ipmi silent",
-         .class_code = server_class,
+         .class_code = class_number::server,
          .unit = 1,
          .severity = "warning",
          .cause = cause::failed,

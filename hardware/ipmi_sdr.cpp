@@ -245,7 +245,7 @@ FaultyPart part_of(const IpmiSensor &sensor, const std::map<std::uint8_t, std::i
   const auto number = processors.find(sensor.entity.instance);
   return is_of_processor(sensor) && number != processors.end()
              ? FaultyPart{.class_code = class_number::processor, .unit = number->second}
-             : FaultyPart{.class_code = server_class, .unit = 1};
+             : FaultyPart{.class_code = class_number::server, .unit = 1};
 }
 
 IpmiInventory decode_sdr(const std::vector<IpmiOctets> &records) {

@@ -8,6 +8,7 @@
 #include "core/class_number.h"
 #include "hardware/sysfs.h"
 #include "hardware/system_controller.h"
+#include "service/affected.h"
 
 namespace tavo::service {
 namespace {
@@ -82,7 +83,7 @@ Trouble RaidBatterySource::trouble(const RaidBattery &battery, std::int64_t numb
       .unit = number,
       .description = "Battery " + std::to_string(number) + " (" + battery.model + ") of RAID controller " + location,
       .affected = storage_dn(location) + "/raid-battery",
-      .affected_oid = "1.3.6.1.4.1.61453.4.207.1.9.35.1.2.1"};
+      .affected_oid = affected_server().oid};
 }
 
 Finding RaidBatterySource::read() {
@@ -99,7 +100,7 @@ Finding RaidBatterySource::read() {
       Trouble bad = trouble(battery, numbers_.number_of(battery_group, battery.controller), "state");
       bad.severity = "major";
       bad.description += " is not good: " + battery.state;
-      bad.affected_oid = "1.3.6.1.4.1.61453.4.207.1.45.11.1.2." + std::to_string(row);
+      bad.affected_oid = dn_oid(dn_column::raid_battery, row);
       finding.troubles.push_back(bad);
     }
   }

@@ -10,6 +10,7 @@
 #include "hardware/set_line.h"
 #include "hardware/sysfs.h"
 #include "platform/storage_client.h"
+#include "service/affected.h"
 
 namespace tavo::service {
 namespace {
@@ -41,9 +42,9 @@ Trouble missing_card(const std::string &place, const MissingPart &card) {
                   .class_code = class_number::storage,
                   .unit = card.number,
                   .description = "SD card " + slot + " (" + card.name + ')',
-                  .affected = "sys/rack-unit-1/board/storage-veltro/pd-SLOT-" + slot,
+                  .affected = affected_server().dn + "/board/storage-veltro/pd-SLOT-" + slot,
                   // There is no row for it: the identifier is the server's.
-                  .affected_oid = "1.3.6.1.4.1.61453.4.207.1.9.35.1.2.1"},
+                  .affected_oid = affected_server().oid},
                  card);
 }
 

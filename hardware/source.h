@@ -18,9 +18,6 @@
 
 namespace tavo::service {
 
-// The class of faults that are the whole server's: no class of the platform's parts.
-inline constexpr int server_class = 9;
-
 // A condition that is a fault for as long as it lasts.
 struct Trouble {
   std::string key;                // names the condition for ever: "dimm DIMM_A1 uncorrected"

@@ -4,7 +4,6 @@
 #include <array>
 #include <charconv>
 #include <optional>
-#include <string_view>
 
 #include "core/class_number.h"
 #include "platform/inventory.h"
@@ -13,15 +12,6 @@ namespace tavo::service {
 namespace {
 
 const std::string server_dn = "sys/rack-unit-1";
-const std::string objects = "1.3.6.1.4.1.61453.4.207.1.";
-
-std::string oid_of(std::string_view column, std::int64_t row) {
-  return objects + std::string(column) + '.' + std::to_string(row);
-}
-
-AffectedObject affected_server() {
-  return {.dn = server_dn, .oid = oid_of("9.35.1.2", 1)};
-}
 
 // Removes `literal` and the number after it from the front of a name, and returns the number; 0 if they are not there.
 std::int64_t take_number_after(std::string_view literal, std::string_view &name) {
@@ -134,6 +124,10 @@ AffectedObject affected_by(std::int64_t class_code, std::int64_t unit, const Inv
 
 }  // namespace
 
+std::string dn_oid(std::string_view column, std::int64_t row) {
+  return "1.3.6.1.4.1.61453.4.207.1." + std::string(column) + '.' + std::to_string(row);
+}
+
 std::size_t row_of(const std::vector<Part> &parts, std::size_t position) {
   const auto end = parts.begin() + static_cast<std::ptrdiff_t>(position) + 1;
   return static_cast<std::size_t>(std::count_if(parts.begin(), end, [](const Part &p) { return p.flag("present"); }));
@@ -161,36 +155,41 @@ std::int64_t fan_number(const Part &sensor) {
   return by_place ? (place.module - 1) * 2 + (place.fan - 1) : sensor.number("instance");
 }
 
+AffectedObject affected_server() {
+  return {.dn = server_dn, .oid = dn_oid(dn_column::server, 1)};
+}
+
 AffectedObject affected_processor(const Inventory &inventory, std::size_t position) {
   const std::string board = server_dn + "/board";
   if (!inventory.processors[position].flag("present")) {
-    return {.dn = board + "/cpu-" + std::to_string(position + 1), .oid = oid_of("9.6.1.2", 1)};
+    return {.dn = board + "/cpu-" + std::to_string(position + 1), .oid = dn_oid(dn_column::board, 1)};
   }
   const std::size_t row = row_of(inventory.processors, position);
-  return {.dn = board + "/cpu-" + std::to_string(row), .oid = oid_of("41.9.1.2", static_cast<std::int64_t>(row))};
+  return {.dn = board + "/cpu-" + std::to_string(row),
+          .oid = dn_oid(dn_column::processor, static_cast<std::int64_t>(row))};
 }
 
 AffectedObject affected_dimm(const Inventory &inventory, std::size_t position) {
   const bool present = inventory.dimms[position].flag("present");
   const auto row = static_cast<std::int64_t>(row_of(inventory.dimms, position));
   return {.dn = server_dn + "/board/memarray-1/mem-" + std::to_string(dimm_number(inventory.dimms, position)),
-          .oid = present ? oid_of("30.11.1.2", row) : oid_of("9.6.1.2", 1)};
+          .oid = present ? dn_oid(dn_column::dimm, row) : dn_oid(dn_column::board, 1)};
 }
 
 AffectedObject affected_supply(std::size_t position) {
   const auto number = static_cast<std::int64_t>(position) + 1;
-  return {.dn = server_dn + "/psu-" + std::to_string(number), .oid = oid_of("15.56.1.2", number)};
+  return {.dn = server_dn + "/psu-" + std::to_string(number), .oid = dn_oid(dn_column::supply, number)};
 }
 
 AffectedObject affected_adapter(const Part &adapter) {
   const std::int64_t slot = adapter.number("slot");
   return {.dn = server_dn + "/adaptor-" + std::to_string(slot),
-          .oid = adapter.flag("present") ? oid_of("3.85.1.2", slot) : affected_server().oid};
+          .oid = adapter.flag("present") ? dn_oid(dn_column::adapter, slot) : affected_server().oid};
 }
 
 AffectedObject affected_fan(const Inventory &inventory, const Part &sensor) {
   const auto row = fan_row(inventory, sensor);
-  const std::string oid = row ? oid_of("15.12.1.2", *row) : affected_server().oid;
+  const std::string oid = row ? dn_oid(dn_column::fan, *row) : affected_server().oid;
   std::string_view name = sensor.text("name");
   if (is_in_supply(sensor)) {
     return {.dn = server_dn + "/psu-" + std::to_string(take_number_after("PSU", name)) + "/fan-1", .oid = oid};

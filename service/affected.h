@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "service/inventory.h"
 
@@ -15,6 +16,23 @@ struct AffectedObject {
   std::string dn;   // distinguished name
   std::string oid;  // of the row's column with that name
 };
+
+// The column with the name, in each table: group, table, entry, column.
+namespace dn_column {
+inline constexpr std::string_view adapter = "3.85.1.2";
+inline constexpr std::string_view board = "9.6.1.2";
+inline constexpr std::string_view server = "9.35.1.2";
+inline constexpr std::string_view fan = "15.12.1.2";
+inline constexpr std::string_view supply = "15.56.1.2";
+inline constexpr std::string_view dimm = "30.11.1.2";
+inline constexpr std::string_view processor = "41.9.1.2";
+inline constexpr std::string_view drive = "45.4.1.2";
+inline constexpr std::string_view volume = "45.8.1.2";
+inline constexpr std::string_view raid_battery = "45.11.1.2";
+}  // namespace dn_column
+
+// The object identifier of such a column in a row of its table.
+std::string dn_oid(std::string_view column, std::int64_t row);
 
 // Which row a part has in its table, from 1: tables list only what is present. `position` counts from 0.
 std::size_t row_of(const std::vector<Part> &parts, std::size_t position);
@@ -30,6 +48,7 @@ bool is_in_supply(const Part &sensor);
 // those of all other fans by their entity instance.
 std::int64_t fan_number(const Part &sensor);
 
+AffectedObject affected_server();
 AffectedObject affected_processor(const Inventory &inventory, std::size_t position);
 AffectedObject affected_dimm(const Inventory &inventory, std::size_t position);
 AffectedObject affected_supply(std::size_t position);

@@ -5,6 +5,7 @@
 #include <ctime>
 
 #include "core/class_number.h"
+#include "service/affected.h"
 #include "service/part_kinds.h"
 
 namespace tavo::service {
@@ -204,8 +205,8 @@ void FaultEngine::add_to_storm(std::int64_t index, std::size_t sequence, std::mi
   } else {
     fault.set_number("index", index);
     fault.set_number("class", class_number::processor);
-    fault.set("affected", "sys/rack-unit-1");
-    fault.set("affected-oid", "1.3.6.1.4.1.61453.4.207.1.9.35.1.2.1");
+    fault.set("affected", affected_server().dn);
+    fault.set("affected-oid", affected_server().oid);
     complete(fault);
   }
   fault.set_number("code", static_cast<std::int64_t>(sequence));

@@ -1,4 +1,5 @@
 #include "hardware/hardware.h"
+#include "core/class_number.h"
 
 #include <gmock/gmock.h>
 
@@ -452,11 +453,11 @@ TEST_F(FaultKeeperTest, ATroubleOfAnotherPartIsAnotherFault) {
   settle({trouble}, 0s);
   settle({trouble}, 3s);
   Trouble other = trouble;
-  other.class_code = server_class;
+  other.class_code = class_number::server;
   other.unit = 1;
   settle({other}, 4s);
   ASSERT_THAT(machine_.faults().active(), SizeIs(1));
-  EXPECT_EQ(machine_.faults().active()[0].number("class"), server_class);
+  EXPECT_EQ(machine_.faults().active()[0].number("class"), class_number::server);
   EXPECT_EQ(machine_.faults().active()[0].number("occurrences"), 1);
   settle({}, 5s);
   settle({}, 25s);

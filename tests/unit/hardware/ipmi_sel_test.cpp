@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include "core/class_number.h"
 #include "ipmi_fixture.h"
 
 namespace tavo::service {
@@ -62,7 +63,7 @@ TEST_F(IpmiSel, MemoryAndOddProcessorsAreTheServers) {
   const Finding finding = source_.read();
   ASSERT_THAT(finding.troubles, SizeIs(2));
   for (const Trouble &trouble : finding.troubles) {
-    EXPECT_EQ(trouble.class_code, server_class) << trouble.description;
+    EXPECT_EQ(trouble.class_code, class_number::server) << trouble.description;
     EXPECT_EQ(trouble.unit, 1);
   }
 }

@@ -257,10 +257,10 @@ TEST_F(Edac, AModuleIsFoundByWhatTheFirmwareCallsIt) {
   write("devices/system/edac/mc/mc0/dimm0/dimm_ue_count", "1\n");
   EXPECT_THAT(faulty_part("DIMM_A1"), ElementsAre(class_number::memory, 3)) << "empty slots count";
   EXPECT_THAT(faulty_part("NODE 0 DIMM_A1"), ElementsAre(class_number::memory, 3));
-  EXPECT_THAT(faulty_part("mc#0csrow#0channel#0"), ElementsAre(server_class, 1));
-  EXPECT_THAT(faulty_part(""), ElementsAre(server_class, 1));
+  EXPECT_THAT(faulty_part("mc#0csrow#0channel#0"), ElementsAre(class_number::server, 1));
+  EXPECT_THAT(faulty_part(""), ElementsAre(class_number::server, 1));
   std::filesystem::remove(sys() / "firmware/dmi/tables/DMI");
-  EXPECT_THAT(faulty_part("DIMM_A1"), ElementsAre(server_class, 1)) << "nobody knows its number";
+  EXPECT_THAT(faulty_part("DIMM_A1"), ElementsAre(class_number::server, 1)) << "nobody knows its number";
 }
 
 }  // namespace
