@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <ctime>
+#include <iterator>
 
 #include "core/class_number.h"
 #include "service/affected.h"
@@ -64,6 +65,10 @@ void mark_raised_again(Part &fault) {
   fault.set_number("occurrences", (fault.number("occurrences") + 1) & 0xFF);
 }
 
+std::pair<std::int64_t, std::int64_t> key_of(const Part &fault) {
+  return {fault.number("class"), fault.number("index")};
+}
+
 }  // namespace
 
 std::optional<std::int64_t> class_in(Settings settings) {
@@ -77,8 +82,11 @@ std::optional<std::int64_t> class_in(Settings settings) {
   return probe.number("class");
 }
 
-FaultEngine::FaultEngine(const std::vector<Part> &active) : active_(active) {
-  std::ranges::for_each(active_, complete);
+FaultEngine::FaultEngine(const std::vector<Part> &active) {
+  for (Part fault : active) {
+    complete(fault);
+    add(std::move(fault));
+  }
 }
 
 std::size_t FaultEngine::count() {
@@ -92,30 +100,40 @@ std::optional<Record> FaultEngine::records(std::size_t start, std::size_t count)
     return std::nullopt;
   }
   Record all(count * fault_kind.record_size);
-  for (std::size_t i = 0; i < count; ++i) {
-    active_[start + i].encode(std::span(all).subspan(i * fault_kind.record_size, fault_kind.record_size));
+  auto fault = std::next(active_.begin(), static_cast<std::ptrdiff_t>(start));
+  for (std::size_t i = 0; i < count; ++i, ++fault) {
+    fault->encode(std::span(all).subspan(i * fault_kind.record_size, fault_kind.record_size));
   }
   return all;
 }
 
 std::vector<Part> FaultEngine::active() {
   const std::lock_guard lock(mutex_);
-  return active_;
+  return {active_.begin(), active_.end()};
 }
 
-std::vector<Part>::iterator FaultEngine::find(std::int64_t class_code, std::int64_t index) {
-  return std::ranges::find_if(active_, [&](const Part &fault) {
-    return fault.number("index") == index && fault.number("class") == class_code;
-  });
+FaultEngine::Faults::iterator FaultEngine::find(std::int64_t class_code, std::int64_t index) {
+  const auto found = by_key_.find({class_code, index});
+  return found != by_key_.end() ? found->second : active_.end();
 }
 
-std::vector<Part>::iterator FaultEngine::find_active(std::uint32_t index, std::optional<std::int64_t> class_code) {
+void FaultEngine::add(Part fault) {
+  const auto added = active_.insert(active_.end(), std::move(fault));
+  by_key_[key_of(*added)] = added;
+}
+
+void FaultEngine::remove(Faults::iterator fault) {
+  by_key_.erase(key_of(*fault));
+  active_.erase(fault);
+}
+
+FaultEngine::Faults::iterator FaultEngine::find_active(std::uint32_t index, std::optional<std::int64_t> class_code) {
   if (class_code) {
     return find(*class_code, index);
   }
   const auto has_index = [&](const Part &fault) { return fault.number("index") == index; };
   const auto found = std::ranges::find_if(active_, has_index);
-  if (found != active_.end() && std::find_if(found + 1, active_.end(), has_index) != active_.end()) {
+  if (found != active_.end() && std::find_if(std::next(found), active_.end(), has_index) != active_.end()) {
     throw BadInput("two active faults have the index " + std::to_string(index) + "; say which with class=...");
   }
   return found;
@@ -139,7 +157,7 @@ void FaultEngine::raise(const Part &fresh, Settings settings) {
   Part fault = fresh;
   complete(fault);
   broadcaster_.publish(fault.encoded());
-  active_.push_back(std::move(fault));
+  add(std::move(fault));
 }
 
 void FaultEngine::update(std::uint32_t index, Settings settings) {
@@ -164,7 +182,7 @@ bool FaultEngine::clear(std::uint32_t index, std::optional<std::int64_t> class_c
   mark_changed(cleared);
   cleared.set_number("severity", 0);
   commit(*found, cleared);
-  active_.erase(found);
+  remove(found);
   return true;
 }
 
@@ -214,13 +232,13 @@ void FaultEngine::add_to_storm(std::int64_t index, std::size_t sequence, std::mi
   fault.set_number("severity", clears ? 0 : 1 + static_cast<std::int64_t>(random() % highest_severity));
   broadcaster_.publish(fault.encoded());
   if (clears) {
-    active_.erase(found);
+    remove(found);
     ++result.cleared;
   } else if (known) {
     *found = std::move(fault);
     ++result.updated;
   } else {
-    active_.push_back(std::move(fault));
+    add(std::move(fault));
     ++result.raised;
   }
 }

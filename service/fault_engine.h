@@ -4,11 +4,14 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <list>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <random>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "service/event_stream.h"
@@ -57,15 +60,21 @@ class FaultEngine {
   EventStream &broadcaster() { return broadcaster_; }
 
  private:
+  using Faults = std::list<Part>;
+
   // All with mutex_ held.
-  std::vector<Part>::iterator find(std::int64_t class_code, std::int64_t index);
-  std::vector<Part>::iterator find_active(std::uint32_t index, std::optional<std::int64_t> class_code);
+  Faults::iterator find(std::int64_t class_code, std::int64_t index);
+  Faults::iterator find_active(std::uint32_t index, std::optional<std::int64_t> class_code);
+  void add(Part fault);
+  void remove(Faults::iterator fault);
   // Puts `changed` in the active fault's place and broadcasts it.
   void commit(Part &fault, const Part &changed);
   void add_to_storm(std::int64_t index, std::size_t sequence, std::minstd_rand &random, StormResult &result);
 
-  std::mutex mutex_;          // held while a change is applied and published, so that both happen in the same order
-  std::vector<Part> active_;  // guarded by mutex_; in the order in which they were raised
+  std::mutex mutex_;  // held while a change is applied and published, so that both happen in the same order
+  Faults active_;     // guarded by mutex_; in the order in which they were raised
+  // Guarded by mutex_. By class and index: a storm has no time to search tens of thousands.
+  std::map<std::pair<std::int64_t, std::int64_t>, Faults::iterator> by_key_;
   EventStream broadcaster_;
 };
 
