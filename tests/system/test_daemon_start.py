@@ -9,7 +9,7 @@ import time
 
 import pytest
 
-from agents import BUILD, TEST_BASE, TEST_MODULES, Daemon, environment, free_port, snmpget, wait_until
+from agents import BUILD, TEST_BASE, TEST_MODULES, Daemon, TrapCollector, environment, free_port, snmpget, wait_until
 from server import ServedDaemon, Server, has_ended
 
 DAEMON = BUILD / "snmp-subagentd"
@@ -41,6 +41,21 @@ def test_missing_configuration_file_is_named(directory):
     result = run(directory, "-f", "-C", "-c", directory / "absent.conf", "--module", NOTIFIER)
     assert result.returncode == 3
     assert f"cannot read configuration file {directory}/absent.conf: No such file or directory" in result.stderr
+
+
+def test_a_wrong_line_of_a_configuration_is_named(start, directory):
+    """The lines around it hold."""
+    collector = start(TrapCollector)
+    daemon = start(Daemon, module=NOTIFIER, configuration=f"""rocomunity private
+rouser
+trap2sink {collector.destination} public
+""")
+    for line, complaint in ((1, "Warning: Unknown token: rocomunity"), (2, "Error: Blank line following rouser token")):
+        assert f"{directory}/subagentd.conf: line {line}: {complaint}" in daemon.log()
+    assert snmpget(daemon.address, f"{TEST_BASE}.1.0")
+    daemon.order("send 1 1 0")
+    collector.wait_for_log(re.escape(TEST_BASE))
+    assert daemon.stop() == 0
 
 
 def test_missing_platform_library_is_named(directory):
