@@ -130,6 +130,20 @@ def test_standalone_agent_sends_to_its_destinations(start):
     assert numbers(collector) == list(range(1, 1001))
 
 
+def test_only_v1_managers_miss_a_counter64(start):
+    """Of the four kinds, two have one. net-snmp logs that it cannot make SNMPv1 traps of these, whoever wants them."""
+    collector = start(TrapCollector)
+    daemon = start(Daemon, module=NOTIFIER, configuration="".join(
+        f"{sink} {collector.destination} public\n" for sink in ("trapsink", "trap2sink", "informsink")))
+    daemon.order("kinds")
+    daemon.order("send 1 1 0")
+    wait_for_count(collector, 3)
+    received = [line for line in collector.received() if "61453" in line]
+    of_each_form = {form: sum(form in line for line in received) for form in ("TRAP, SNMP v1", "TRAP2, ", "INFORM, ")}
+    assert of_each_form == {"TRAP, SNMP v1": 2 + 1, "TRAP2, ": 4 + 1, "INFORM, ": 4 + 1}
+    assert daemon.log().count("v1 traps can't carry Counter64 varbinds") == 2
+
+
 def test_every_kind_matches_net_snmp_on_the_wire(start, directory):
     def without_times(collector):
         wait_until(lambda: len(module_notifications(collector)) == 4, what="four notifications")
