@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <ctime>
+#include <iostream>
 #include <set>
 
 #include "hardware/set_line.h"
@@ -37,6 +38,23 @@ RegisteredFault fault_of(const Trouble &trouble) {
           .source = trouble.source};
 }
 
+Part part_of(const RegisteredFault &fault) {
+  Part part(fault_kind);
+  part.set_number("index", fault.index);
+  apply_settings(part, settings_of(fault));
+  return part;
+}
+
+// Why a fault cannot be active: somebody may have edited the register. Empty if it can; its index is then taken.
+std::string trouble_with(const RegisteredFault &fault, std::set<std::int64_t> &indexes) {
+  try {
+    part_of(fault);
+  } catch (const BadInput &error) {
+    return error.what();
+  }
+  return indexes.insert(fault.index).second ? "" : "another one has its index";
+}
+
 bool is_undecided(const Situation &situation, const std::string &key, const std::string &source) {
   const auto found = situation.undecided.find(source);
   return found != situation.undecided.end() &&
@@ -46,7 +64,14 @@ bool is_undecided(const Situation &situation, const std::string &key, const std:
 }  // namespace
 
 FaultKeeper::FaultKeeper(Register &kept) : register_(kept) {
+  std::set<std::int64_t> indexes;
   for (const auto &[key, fault] : register_.faults()) {
+    const std::string trouble = trouble_with(fault, indexes);
+    if (!trouble.empty()) {
+      std::cerr << "bmcsim: the fault '" << key << "' in the register is dropped: " << trouble << '\n';
+      register_.drop_fault(key);
+      continue;
+    }
     known_[key] = {.is_fault = true, .is_there = true, .since = Clock::now(), .fault = fault};
   }
 }
@@ -55,10 +80,7 @@ std::vector<Part> FaultKeeper::active() const {
   std::vector<Part> faults;
   for (const auto &[key, known] : known_) {
     if (known.is_fault) {
-      Part fault(fault_kind);
-      fault.set_number("index", known.fault.index);
-      apply_settings(fault, settings_of(known.fault));
-      faults.push_back(std::move(fault));
+      faults.push_back(part_of(known.fault));
     }
   }
   return faults;

@@ -27,7 +27,8 @@ class FaultKeeper {
   static constexpr std::chrono::seconds raised_after{3};
   static constexpr std::chrono::seconds cleared_after{20};
 
-  // `kept` outlives the keeper. Its faults are taken to be active.
+  // `kept` outlives the keeper. Its faults are taken to be active. One that cannot be
+  // is dropped, with a line on standard error.
   explicit FaultKeeper(Register &kept);
 
   // The active faults as parts, for the inventory with which a machine starts.

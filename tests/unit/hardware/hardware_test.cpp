@@ -484,6 +484,32 @@ TEST_F(FaultKeeperTest, AFaultOutlivesTheService) {
   EXPECT_EQ(active[0].number("first-time"), machine_.faults().active()[0].number("first-time"));
 }
 
+TEST_F(FaultKeeperTest, ARegisteredFaultThatCannotBeIsDropped) {
+  const RegisteredFault good{.index = 1,
+                             .class_code = 9,
+                             .unit = 1,
+                             .severity = "major",
+                             .cause = 1,
+                             .description = "",
+                             .affected = "",
+                             .affected_oid = "",
+                             .first_time = 1,
+                             .source = ""};
+  register_.keep_fault("1", good);
+  register_.keep_fault("2", good);
+  RegisteredFault edited = good;
+  edited.index = 2;
+  edited.severity = "nasty";
+  register_.keep_fault("3", edited);
+  testing::internal::CaptureStderr();
+  const FaultKeeper keeper(register_);
+  const std::string lines = testing::internal::GetCapturedStderr();
+  EXPECT_THAT(lines, HasSubstr("the fault '2' in the register is dropped: another one has its index"));
+  EXPECT_THAT(lines, HasSubstr("the fault '3' in the register is dropped: "));
+  EXPECT_THAT(keeper.active(), SizeIs(1));
+  EXPECT_THAT(register_.faults(), SizeIs(1));
+}
+
 TEST_F(FaultKeeperTest, AFaultStaysWhileItsSourceCannotTell) {
   Trouble drive = trouble;
   drive.key = "drive a failing";
