@@ -276,7 +276,6 @@ ExitStatus run_daemon(const Options &options) {
   close_descriptors_on_exec();
   warn_of_unwritable_dumps();
   start_module(module, options, pid_file);
-  health.list_tables();
   // A manager that polls during the start would otherwise find an empty fault table.
   module.wait_for_faults(faults_limit);
   if (link) {

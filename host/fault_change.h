@@ -75,6 +75,7 @@ class FaultChangePtr {
   FaultChangePtr &operator=(FaultChangePtr other) noexcept;
   ~FaultChangePtr();
 
+  explicit operator bool() const { return change_ != nullptr; }
   const FaultChange &operator*() const { return *change_; }
   const FaultChange *operator->() const { return change_; }
   bool operator==(const FaultChangePtr &) const = default;

@@ -11,14 +11,12 @@
 #include <string_view>
 
 #include "host/mib_value.h"
+#include "host/row_table.h"
 
 namespace tavo {
 namespace {
 
 using Duration = std::chrono::steady_clock::duration;
-
-constexpr oid table_number = 7;
-constexpr oid index_column = 1;
 
 MibValue milliseconds(Duration time) {
   return gauge(static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(time).count()));
@@ -108,25 +106,32 @@ constexpr auto groups = std::to_array<Group>({
     {.name = "tavoSubagentPlatform", .number = 6, .objects = platform_objects},
 });
 
-MibValue rebuild_state(const TableHealth &table) {
+// A table of the module.
+struct TableRow {
+  std::uint32_t number;  // in ModuleHealth, from 1
+  TableHealth health;
+};
+
+MibValue rebuild_state(const TableRow &row) {
   enum { Idle = 1, Rebuilding = 2 };
-  return enumeration(table.began ? Rebuilding : Idle);
+  return enumeration(row.health.began ? Rebuilding : Idle);
 }
 
-MibValue rebuild_age(const TableHealth &table) {
-  return milliseconds(table.began ? std::chrono::steady_clock::now() - *table.began : Duration(0));
+MibValue rebuild_age(const TableRow &row) {
+  const auto &began = row.health.began;
+  return milliseconds(began ? std::chrono::steady_clock::now() - *began : Duration(0));
 }
 
 // The table's columns, from 2 on.
-using TableColumn = MibValue (*)(const TableHealth &);
+using TableColumn = MibValue (*)(const TableRow &);
 
 constexpr auto table_columns = std::to_array<TableColumn>({
-    [](const TableHealth &table) { return text(table.name); },
-    [](const TableHealth &table) { return gauge(*table.rows); },
-    [](const TableHealth &table) { return counter(table.rebuilds); },
-    [](const TableHealth &table) { return counter(table.failures); },
-    [](const TableHealth &table) { return date_and_time(table.ended); },
-    [](const TableHealth &table) { return milliseconds(table.duration); },
+    [](const TableRow &row) { return text(row.health.name); },
+    [](const TableRow &row) { return gauge(*row.health.rows); },
+    [](const TableRow &row) { return counter(row.health.rebuilds); },
+    [](const TableRow &row) { return counter(row.health.failures); },
+    [](const TableRow &row) { return date_and_time(row.health.ended); },
+    [](const TableRow &row) { return milliseconds(row.health.duration); },
     rebuild_state,
     rebuild_age,
 });
@@ -142,33 +147,21 @@ int answer_group(netsnmp_mib_handler * /*handler*/, netsnmp_handler_registration
   return SNMP_ERR_NOERROR;
 }
 
-int answer_table(netsnmp_mib_handler * /*handler*/, netsnmp_handler_registration *registration,
-                 netsnmp_agent_request_info *info, netsnmp_request_info *requests) {
-  const auto &mib = *static_cast<const HealthMib *>(registration->my_reg_void);
-  for (; requests != nullptr; requests = requests->next) {
-    const void *row = netsnmp_tdata_extract_entry(requests);
-    const netsnmp_table_request_info *cell = netsnmp_extract_table_info(requests);
-    if (row == nullptr || cell == nullptr) {
-      netsnmp_set_request_error(info, requests, SNMP_NOSUCHINSTANCE);
-      continue;
-    }
-    const TableHealth table = mib.sources().module.table(reinterpret_cast<std::uintptr_t>(row) - 1);
-    answer(info, requests, table_columns[cell->colnum - index_column - 1](table));
-  }
-  return SNMP_ERR_NOERROR;
-}
+constexpr RowTable<ModuleHealth, std::optional<TableRow>> table_table = {
+    .name = "tavoSubagentTableTable",
+    .number = 7,
+    .indexes = 1,
+    .columns = table_columns,
+    .first_row = [](const ModuleHealth &module, const RowIndex &from) -> std::optional<TableRow> {
+      const std::uint32_t number = std::max(from[0], std::uint32_t{1});
+      return number <= module.tables() ? std::optional(TableRow{number, module.table(number - 1)}) : std::nullopt;
+    },
+    .index_of = [](const TableRow &row) -> RowIndex {
+      return {row.number, 0};
+    },
+};
 
 }  // namespace
-
-HealthMib::~HealthMib() {
-  if (rows_ == nullptr) {
-    return;
-  }
-  while (netsnmp_tdata_row *row = netsnmp_tdata_row_first(rows_)) {
-    netsnmp_tdata_remove_and_delete_row(rows_, row);
-  }
-  netsnmp_tdata_delete_table(rows_);
-}
 
 void HealthMib::attach() {
   for (const Group &group : groups) {
@@ -178,40 +171,7 @@ void HealthMib::attach() {
                               : netsnmp_register_scalar_group(registration, 1, group.objects.size()),
                           group.name);
   }
-  register_table();
-}
-
-void HealthMib::register_table() {
-  constexpr const char *name = "tavoSubagentTableTable";
-  netsnmp_handler_registration *registration = new_registration(name, table_number, answer_table, this);
-  auto *info = SNMP_MALLOC_TYPEDEF(netsnmp_table_registration_info);
-  rows_ = netsnmp_tdata_create_table(name, 0);
-  if (registration == nullptr || info == nullptr || rows_ == nullptr) {
-    netsnmp_handler_registration_free(registration);
-    std::free(info);
-    log_unless_registered(MIB_REGISTRATION_FAILED, name);
-    return;
-  }
-  netsnmp_table_helper_add_indexes(info, ASN_UNSIGNED, 0);
-  info->min_column = index_column + 1;
-  info->max_column = index_column + table_columns.size();
-  log_unless_registered(netsnmp_tdata_register(registration, rows_, info), name);
-}
-
-void HealthMib::list_tables() {
-  for (std::uintptr_t number = 1; rows_ != nullptr && number <= sources_.module.tables(); ++number) {
-    netsnmp_tdata_row *row = netsnmp_tdata_create_row();
-    if (row == nullptr) {
-      return;
-    }
-    const auto index = static_cast<std::uint32_t>(number);
-    row->data = reinterpret_cast<void *>(number);
-    if (netsnmp_tdata_row_add_index(row, ASN_UNSIGNED, &index, sizeof index) == nullptr ||
-        netsnmp_tdata_add_row(rows_, row) != SNMPERR_SUCCESS) {
-      netsnmp_tdata_delete_row(row);
-      return;
-    }
-  }
+  serve_rows<table_table>(sources_.module);
 }
 
 }  // namespace tavo

@@ -7,7 +7,6 @@
 #include <net-snmp/net-snmp-includes.h>
 
 #include <net-snmp/agent/net-snmp-agent-includes.h>
-#include <net-snmp/agent/table_tdata.h>
 
 #include <chrono>
 
@@ -31,26 +30,19 @@ class HealthMib {
   };
 
   explicit HealthMib(const Sources &sources) : sources_(sources) {}
-  // The agent must have been shut down, or be about to: it keeps pointers to this object.
-  ~HealthMib();
   HealthMib(const HealthMib &) = delete;
   HealthMib &operator=(const HealthMib &) = delete;
 
   // Registers all objects. Call it after init_agent() and before an AgentX session is opened. An object that cannot be
-  // registered is logged and not served.
+  // registered is logged and not served. The agent keeps pointers to this object and to its sources.
   void attach();
-  // Makes a row for each table that the module has registered by now.
-  void list_tables();
 
   const Sources &sources() const { return sources_; }
   std::chrono::steady_clock::duration uptime() const { return std::chrono::steady_clock::now() - started_; }
 
  private:
-  void register_table();
-
   const Sources sources_;
   const std::chrono::steady_clock::time_point started_ = std::chrono::steady_clock::now();
-  netsnmp_tdata *rows_ = nullptr;  // each row's data is the table's number in ModuleHealth, from 1
 };
 
 }  // namespace tavo
