@@ -46,25 +46,15 @@ TAVO_LOCKING(no_thread_safety_analysis)  // the count of rows needs no lock
 int Table::register_with_agent() {
   netsnmp_handler_registration *registration = netsnmp_create_handler_registration(
       description_.name, entry_points_.handler, description_.root.data(), description_.root.size(), HANDLER_CAN_RONLY);
-  auto *table_info = SNMP_MALLOC_TYPEDEF(netsnmp_table_registration_info);
-  auto *iterator_info = SNMP_MALLOC_TYPEDEF(netsnmp_iterator_info);
+  Served *const info = served();
   netsnmp_mib_handler *scope = netsnmp_create_handler("request_scope", enter_request_scope);
-  if (registration == nullptr || table_info == nullptr || iterator_info == nullptr || scope == nullptr) {
+  if (registration == nullptr || info == nullptr || scope == nullptr) {
     netsnmp_handler_registration_free(registration);
-    std::free(table_info);
-    std::free(iterator_info);
     netsnmp_handler_free(scope);
     return MIB_REGISTRATION_FAILED;
   }
 
-  netsnmp_table_helper_add_indexes(table_info, ASN_UNSIGNED, 0);
-  table_info->min_column = first_column;
-  table_info->max_column = first_column + static_cast<unsigned int>(description_.columns.size()) - 1;
-  iterator_info->get_first_data_point = entry_points_.first_row;
-  iterator_info->get_next_data_point = entry_points_.next_row;
-  iterator_info->table_reginfo = table_info;
-  iterator_info->flags = NETSNMP_HANDLER_OWNS_IINFO;
-  const int result = netsnmp_register_table_iterator(registration, iterator_info);
+  const int result = netsnmp_register_table_iterator(registration, &info->iterator);
   if (result != MIB_REGISTERED_OK) {  // net-snmp has freed the registration
     netsnmp_handler_free(scope);
     return result;
@@ -78,6 +68,30 @@ int Table::register_with_agent() {
   }
   report(tavo_table_registered, description_.name, &rows_.count());
   return result;
+}
+
+// All tables have the same index, so they share its variable, which takes 1.1 KiB. Given to net-snmp to keep, each
+// table would have one, and the iterator a copy of it.
+Table::Served *Table::served() {
+  static constinit netsnmp_variable_list *index = nullptr;
+  if (index == nullptr && snmp_varlist_add_variable(&index, nullptr, 0, ASN_UNSIGNED, nullptr, 0) == nullptr) {
+    return nullptr;
+  }
+  if (served_ == nullptr) {
+    served_ = make_zeroed<Served>().release();
+  }
+  if (served_ != nullptr) {
+    served_->table = {.indexes = index,
+                      .number_indexes = 1,
+                      .min_column = first_column,
+                      .max_column = first_column + static_cast<unsigned int>(description_.columns.size()) - 1,
+                      .valid_columns = nullptr};
+    served_->iterator.get_first_data_point = entry_points_.first_row;
+    served_->iterator.get_next_data_point = entry_points_.next_row;
+    served_->iterator.table_reginfo = &served_->table;
+    served_->iterator.indexes = index;
+  }
+  return served_;
 }
 
 int Table::de_register() {

@@ -141,7 +141,16 @@ class Table {
  private:
   class RequestScope;
 
+  // What net-snmp reads to serve a table.
+  struct Served {
+    netsnmp_table_registration_info table;
+    netsnmp_iterator_info iterator;
+  };
+
   static Netsnmp_Node_Handler enter_request_scope;
+
+  // Null if memory is short.
+  Served *served();
 
   // Takes the list lock for a walk. False when the walk cannot go on without it: only ev locks' results are checked.
   bool lock_for_walk() const TAVO_LOCKING(no_thread_safety_analysis) { return lock_.acquire() == 0 || !lock_.is_ev(); }
@@ -155,6 +164,7 @@ class Table {
 
   // Touched by the agent's thread only.
   netsnmp_handler_registration *registration_ = nullptr;
+  Served *served_ = nullptr;       // from the first registration on; the next ones use it again
   RequestScope *scope_ = nullptr;  // the requests being answered
   bool walking_ = false;           // a walk outside a scope holds the lock
 };
