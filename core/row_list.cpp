@@ -72,54 +72,28 @@ void RowList::set_next(void *row, void *next) const {
   store_pointer(static_cast<std::byte *>(row) + layout_.next, next);
 }
 
-void RowList::set_previous(void *row, void *previous) const {
-  if (layout_.previous != 0 && row != nullptr) {
-    store_pointer(static_cast<std::byte *>(row) + layout_.previous, previous);
-  }
-}
-
 void RowList::push_front(void *row) {
   set_next(row, first());
-  set_previous(row, nullptr);
-  set_previous(first(), row);
   set_first(row);
   count_.fetch_add(1, std::memory_order_relaxed);
 }
 
-void *RowList::previous(const void *row) const {
-  return layout_.previous == 0 ? nullptr : load_pointer(static_cast<const std::byte *>(row) + layout_.previous);
-}
-
-bool RowList::unlink(void *row) {
-  void *before = nullptr;
-  for (void *candidate = first(); candidate != nullptr; candidate = next(candidate)) {
+bool RowList::unlink(void *row, void *before) {
+  void *last = before;
+  for (void *candidate = last == nullptr ? first() : next(last); candidate != nullptr; candidate = next(candidate)) {
     if (candidate == row) {
-      detach(row, before);
+      if (last == nullptr) {
+        set_first(next(row));
+      } else {
+        set_next(last, next(row));
+        ordered_is_current_ = false;
+      }
+      count_.fetch_sub(1, std::memory_order_relaxed);
       return true;
     }
-    before = candidate;
+    last = candidate;
   }
-  return false;
-}
-
-void RowList::unlink_listed(void *row) {
-  void *const before = previous(row);
-  if ((before == nullptr ? first() : next(before)) == row) {
-    detach(row, before);
-  } else {
-    unlink(row);
-  }
-}
-
-void RowList::detach(void *row, void *before) {
-  set_previous(next(row), before);
-  if (before == nullptr) {
-    set_first(next(row));
-  } else {
-    set_next(before, next(row));
-    ordered_is_current_ = false;
-  }
-  count_.fetch_sub(1, std::memory_order_relaxed);
+  return before != nullptr && unlink(row);
 }
 
 std::size_t RowList::clear() {

@@ -15,20 +15,16 @@
 namespace tavo {
 
 // The shape of a row record: a standard-layout struct that begins with its index (uint32) and holds a link to the next
-// row. A row of a long list that is taken out by itself also has a link `previous`, so that it is not searched for.
+// row.
 struct RowLayout {
-  std::size_t size;          // octets
-  std::size_t next;          // offset of the link
-  std::size_t previous = 0;  // offset of the link back; 0: there is none
+  std::size_t size;  // octets
+  std::size_t next;  // offset of the link
 };
 
 template <class Row>
 consteval RowLayout layout_of() {
   static_assert(std::is_standard_layout_v<Row> && std::is_trivially_copyable_v<Row>);
   static_assert(offsetof(Row, index) == 0 && sizeof(Row::index) == sizeof(std::uint32_t));
-  if constexpr (requires { &Row::previous; }) {
-    return {.size = sizeof(Row), .next = offsetof(Row, next), .previous = offsetof(Row, previous)};
-  }
   return {.size = sizeof(Row), .next = offsetof(Row, next)};
 }
 
@@ -44,10 +40,9 @@ class RowList {
 
   // Puts `row` at the front of the list, which then owns it.
   void push_front(void *row);
-  // Takes `row` out of the list; the caller then owns it. False if it is not listed: it is looked for, not read.
-  bool unlink(void *row);
-  // The same for a row that is certainly listed. With a link back, it is not looked for.
-  void unlink_listed(void *row);
+  // Takes `row` out of the list; the caller then owns it. False if it is not listed: it is looked for, not read. In a
+  // long list it is found sooner behind `before`, a listed row somewhere before it.
+  bool unlink(void *row, void *before = nullptr);
   // Frees every row. Returns how many there were.
   std::size_t clear();
   // May be read without the lock.
@@ -60,11 +55,6 @@ class RowList {
  private:
   void set_first(void *row);
   void set_next(void *row, void *next) const;
-  // The link back; null, or nothing done, in a layout without one.
-  void *previous(const void *row) const;
-  void set_previous(void *row, void *previous) const;
-  // Takes out a listed row, which follows `before` or, if that is null, the head.
-  void detach(void *row, void *before);
 
   RowLayout layout_;
   void *head_;

@@ -13,9 +13,8 @@ EntityNode **fault_database = nullptr;
 
 namespace {
 
-// Heads of the chains of nodes with the same hash: two pages of them. Tens of thousands of faults still make short
-// chains.
-constexpr unsigned hash_bits = 10;
+// Heads of the chains of nodes with the same hash: one page of them. Ten thousand faults still make short chains.
+constexpr unsigned hash_bits = 9;
 constinit EntityNode *nodes_by_hash[1U << hash_bits] = {};
 
 // The link among the nodes of the same hash that leads to the record's node, or the null link behind them if there is
@@ -31,19 +30,23 @@ EntityNode **find_link(const Record &fault) {
   return link;
 }
 
-void push_front(EntityNode *&bucket, EntityNode *node) {
+EntityNode *&bucket_of(const EntityNode &node) {
+  return fault_database[node.class_code % fault_bucket_count];
+}
+
+void push_front(EntityNode *node) {
+  EntityNode *&bucket = bucket_of(*node);
   node->next = bucket;
-  node->link = &bucket;
   if (bucket != nullptr) {
-    bucket->link = &node->next;
+    bucket->previous = node;
   }
   bucket = node;
 }
 
 void unlink(const EntityNode &node) {
-  *node.link = node.next;
+  (node.previous != nullptr ? node.previous->next : bucket_of(node)) = node.next;
   if (node.next != nullptr) {
-    node.next->link = node.link;
+    node.next->previous = node.previous;
   }
 }
 
@@ -51,6 +54,11 @@ void unlink(const EntityNode &node) {
 
 bool has_node(const void *record) {
   return *find_link(Record(record, FAULT_RECORD_SIZE)) != nullptr;
+}
+
+FaultRow *row_of_node_before(const void *record) {
+  const EntityNode *const node = *find_link(Record(record, FAULT_RECORD_SIZE));
+  return node == nullptr || node->previous == nullptr ? nullptr : node->previous->row;
 }
 
 int free_entity_nodes() {
@@ -91,7 +99,7 @@ int lookup_and_modify_fault_table(const void *record, FaultRow **row) {
   fresh->index = fault.u32(FAULT_INDEX);
   node->class_code = fault.u32(FAULT_CLASS_CODE);
   node->row = *row = fresh.release();
-  push_front(fault_database[node->class_code % fault_bucket_count], node.get());
+  push_front(node.get());
   *link = node.release();
   return clears ? UnknownFaultCleared : FaultRaised;
 }

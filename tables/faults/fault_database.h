@@ -14,7 +14,7 @@ struct EntityNode {
   FaultRow *row;  // owned by the fault table
   EntityNode *next;
   std::uint32_t class_code;
-  EntityNode **link;     // the bucket or the node that leads to this one
+  EntityNode *previous;  // the one before it in its chain; null: it is the first
   EntityNode *neighbor;  // the next node of the same hash
 };
 
@@ -32,6 +32,10 @@ enum FaultLookup : int {
 
 // Whether the record's fault has a node. `record`: FAULT_RECORD_SIZE octets.
 bool has_node(const void *record);
+
+// The row of the node before the record's in its chain, which was listed next, but for rows of other classes. Null if
+// there is none.
+FaultRow *row_of_node_before(const void *record);
 
 // Frees every node, but no row. Returns how many nodes there were.
 int free_entity_nodes();

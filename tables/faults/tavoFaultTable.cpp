@@ -133,14 +133,14 @@ int remove(Row *row, Unlink unlink) {
   return 0;
 }
 
-// Ends a row whose node is gone.
-void drop(Row *row, bool listed) {
+// Ends the record's node and its row. Rows of one class have the order of their nodes, so a listed row is close behind
+// that of the node before.
+void drop(const void *record, Row *row, bool listed) {
+  Row *const before = row_of_node_before(record);
+  delete_entity_node(record, row);
   if (listed) {
     table.trace_entry(TracedFunction::RemoveEntry);
-    remove(row, [row](RowList &rows) {
-      rows.unlink_listed(row);
-      return true;
-    });
+    remove(row, [row, before](RowList &rows) { return rows.unlink(row, before); });
     return;
   }
   snmp_log(LOG_DEBUG, "Clearing a Table_entry\n");
@@ -264,8 +264,7 @@ int populate_fault_table_from_fe(const void *record) {
   FaultRow content = *row;
   if (const int error = convert_fe_to_fault_table_entry(record, &content); error != 0) {
     snmp_log(LOG_DEBUG, "failed to convert FE to fault table entry, event id: %0x\n", class_code);
-    delete_entity_node(record, row);
-    drop(row, listed);
+    drop(record, row, listed);
     return error;
   }
   if (notifies) {
@@ -275,8 +274,7 @@ int populate_fault_table_from_fe(const void *record) {
     return show(fault, row, listed, content);
   }
   request_refresh(class_code);
-  delete_entity_node(record, row);
-  drop(row, listed);
+  drop(record, row, listed);
   return 0;
 }
 

@@ -36,7 +36,6 @@ struct FaultRow {
   std::uint8_t tag;
   std::int32_t column_22;  // always 5
   FaultRow *next;
-  FaultRow *previous;
 };
 
 // The table's columns, from first_column on.

@@ -101,68 +101,30 @@ TEST_F(RowListTest, LeavesARowAloneThatIsNotListed) {
   EXPECT_EQ(list_.count(), 1U);
 }
 
-struct TwoWayRow {
-  std::uint32_t index;
-  TwoWayRow *next;
-  TwoWayRow *previous;
-};
-
-// A list whose rows know the one before them. The rows are the test's.
-class TwoWayListTest : public testing::Test {
- protected:
-  TwoWayListTest() {
-    for (TwoWayRow &row : rows_) {
-      list_.push_front(&row);
-    }
-  }
-
-  // In the order of the list, each with the row that it takes for the one before it.
-  std::vector<std::pair<const TwoWayRow *, const TwoWayRow *>> listed() const {
-    std::vector<std::pair<const TwoWayRow *, const TwoWayRow *>> rows;
-    for (const TwoWayRow *row = head_; row != nullptr; row = row->next) {
-      rows.emplace_back(row, row->previous);
-    }
-    return rows;
-  }
-
-  TwoWayRow rows_[4] = {};
-  TwoWayRow *const a = &rows_[3];  // the first in the list
-  TwoWayRow *const b = &rows_[2];
-  TwoWayRow *const c = &rows_[1];
-  TwoWayRow *const d = &rows_[0];
-  TwoWayRow *head_ = nullptr;
-  RowList list_{layout_of<TwoWayRow>(), &head_};
-};
-
-TEST_F(TwoWayListTest, UnlinksAMiddleTheFirstAndTheLastRow) {
-  list_.unlink_listed(b);
-  EXPECT_THAT(listed(), ElementsAre(std::pair(a, nullptr), std::pair(c, a), std::pair(d, c)));
-  list_.unlink_listed(a);
-  EXPECT_THAT(listed(), ElementsAre(std::pair(c, nullptr), std::pair(d, c)));
-  list_.unlink_listed(d);
-  EXPECT_THAT(listed(), ElementsAre(std::pair(c, nullptr)));
-  list_.unlink_listed(c);
-  EXPECT_EQ(head_, nullptr);
-  EXPECT_EQ(list_.count(), 0U);
+TEST_F(RowListTest, FindsARowBehindOneThatIsBeforeIt) {
+  Row *last = add(1);
+  Row *middle = add(2);
+  Row *second = add(3);
+  Row *first = add(4);
+  Row *const unreachable = std::exchange(first->next, nullptr);
+  EXPECT_TRUE(list_.unlink(last, second)) << "without a look at the front";
+  first->next = unreachable;
+  EXPECT_THAT(listed(), ElementsAre(first, second, middle));
+  EXPECT_TRUE(list_.unlink(second, first));
+  EXPECT_THAT(listed(), ElementsAre(first, middle));
+  EXPECT_EQ(list_.count(), 2U);
+  std::free(last);
+  std::free(second);
 }
 
-TEST_F(TwoWayListTest, ARowThatIsLookedForKeepsTheLinksRight) {
-  EXPECT_TRUE(list_.unlink(b));
-  EXPECT_THAT(listed(), ElementsAre(std::pair(a, nullptr), std::pair(c, a), std::pair(d, c)));
-}
-
-TEST_F(TwoWayListTest, AListedRowIsNotLookedFor) {
-  TwoWayRow *const unreachable = std::exchange(b->next, nullptr);
-  list_.unlink_listed(d);
-  EXPECT_EQ(unreachable->next, nullptr) << "found through the row before it alone";
-}
-
-TEST_F(TwoWayListTest, AListedRowWhoseLinkBackIsWrongIsFound) {
-  TwoWayRow outsider = {.index = 9, .next = head_, .previous = nullptr};
-  head_ = &outsider;
-  list_.unlink_listed(a);
-  EXPECT_THAT(listed(),
-              ElementsAre(std::pair(&outsider, nullptr), std::pair(b, &outsider), std::pair(c, b), std::pair(d, c)));
+TEST_F(RowListTest, FindsARowThatIsNotBehindTheOther) {
+  Row *last = add(1);
+  Row *first = add(2);
+  EXPECT_TRUE(list_.unlink(first, last));
+  EXPECT_THAT(listed(), ElementsAre(last));
+  EXPECT_FALSE(list_.unlink(first, last));
+  EXPECT_EQ(list_.count(), 1U);
+  std::free(first);
 }
 
 TEST_F(RowListTest, ClearFreesEveryRowAndSaysHowMany) {
@@ -199,14 +161,6 @@ TEST_F(RowListTest, OfSeveralRowsWithOneIndexTheFirstInTheListCounts) {
   add(7);
   Row *newest_seven = add(7);
   EXPECT_THAT(ordered(), ElementsAre(three, newest_seven));
-}
-
-TEST_F(RowListTest, ARowWithoutALinkBackIsUnlinked) {
-  Row *one = add(1);
-  Row *two = add(2);
-  list_.unlink_listed(one);
-  EXPECT_THAT(listed(), ElementsAre(two));
-  std::free(one);
 }
 
 TEST_F(RowListTest, OrdersAnewAfterEveryChange) {
