@@ -9,11 +9,11 @@
 
 #include <array>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <optional>
 
 #include "core/calendar.h"
-#include "core/zeroed.h"
 
 namespace tavo {
 namespace {
@@ -22,7 +22,7 @@ constexpr int null_argument = -103;
 constexpr int conversion_failed = -108;
 
 // The last result of enum_value.
-constinit Zeroed<char[]> last_text;
+constinit char *last_text = nullptr;
 
 }  // namespace
 
@@ -67,7 +67,8 @@ const char *enum_value(int value, const EnumText *table) {
   if (asprintf(&text, "%d, %s", value, table->text) < 0) {
     text = nullptr;
   }
-  last_text.reset(text);
+  std::free(last_text);
+  last_text = text;
   return text;
 }
 

@@ -5,19 +5,10 @@
 #include <cstdint>
 #include <ctime>
 
+#include "core/mutex_hold.h"
+
 namespace tavo {
 namespace {
-
-class Hold {
- public:
-  explicit Hold(pthread_mutex_t &mutex) : mutex_(mutex) { pthread_mutex_lock(&mutex_); }
-  Hold(const Hold &) = delete;
-  Hold &operator=(const Hold &) = delete;
-  ~Hold() { pthread_mutex_unlock(&mutex_); }
-
- private:
-  pthread_mutex_t &mutex_;
-};
 
 timespec to_timespec(std::chrono::steady_clock::time_point time) {
   const auto seconds = std::chrono::floor<std::chrono::seconds>(time.time_since_epoch());
@@ -33,7 +24,7 @@ void write_event(int event) {
 }  // namespace
 
 void LockQueue::enter() {
-  const Hold hold(mutex_);
+  const MutexHold hold(mutex_);
   unsigned ticket;
   if (reservation_ && !given_up_ && pthread_equal(owner_, pthread_self()) != 0) {
     ticket = *reservation_;
@@ -64,7 +55,7 @@ void LockQueue::wait_for_turn(unsigned ticket) {
 }
 
 void LockQueue::leave() {
-  const Hold hold(mutex_);
+  const MutexHold hold(mutex_);
   serve_next();
 }
 
@@ -97,7 +88,7 @@ bool LockQueue::may_be_overtaken() const {
 
 void LockQueue::reserve(int event) {
   {
-    const Hold hold(mutex_);
+    const MutexHold hold(mutex_);
     owner_ = pthread_self();
     event_ = event;
     has_reserved_ = true;
@@ -111,7 +102,7 @@ void LockQueue::reserve(int event) {
 }
 
 void LockQueue::give_up_reservation() {
-  const Hold hold(mutex_);
+  const MutexHold hold(mutex_);
   has_reserved_ = false;
   if (!reservation_) {
     return;
@@ -124,7 +115,7 @@ void LockQueue::give_up_reservation() {
 }
 
 void LockQueue::offer_to_reservation() {
-  const Hold hold(mutex_);
+  const MutexHold hold(mutex_);
   if (reservation_is_first_) {
     offered_at_ = Clock::now();
     write_event(event_);

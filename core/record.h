@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <span>
 #include <string_view>
 
@@ -26,8 +27,8 @@ class Record {
   // The text in a field of `capacity` octets: up to its NUL, or the whole field if it has none.
   std::string_view text(std::size_t offset, std::size_t capacity) const {
     const std::span<const std::byte> field = part(offset, capacity).octets_;
-    const std::string_view whole(reinterpret_cast<const char *>(field.data()), field.size());
-    return whole.substr(0, whole.find('\0'));
+    const auto *const start = reinterpret_cast<const char *>(field.data());
+    return {start, ::strnlen(start, field.size())};
   }
 
   // `length` octets from `offset` on, or fewer if the record ends first.

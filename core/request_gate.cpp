@@ -10,11 +10,11 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
-#include <new>
 #include <utility>
 
+#include "core/descriptor.h"
 #include "core/health.h"
+#include "core/zeroed.h"
 
 // Exported by net-snmp's agent library, but declared in none of its headers.
 extern "C" {
@@ -106,28 +106,31 @@ struct RequestGate::Group {
 // A PDU that waits or has waited.
 struct RequestGate::Waiting {
   netsnmp_agent_request_info *info;
-  netsnmp_session *session = info->asp->session;
-  std::vector<Group> groups = {};  // that wait
-  Clock::time_point since = Clock::now();
+  netsnmp_session *session;
+  Array<Group> groups;  // that wait
+  Clock::time_point since;
 
   bool waits_for(const ListLock &lock) const {
-    return std::ranges::any_of(groups, [&](const Group &group) { return &group.lock() == &lock; });
+    return std::ranges::any_of(groups.items(), [&](const Group &group) { return &group.lock() == &lock; });
   }
 };
 
 RequestGate &RequestGate::instance() {
-  alignas(RequestGate) static std::byte memory[sizeof(RequestGate)];
-  static RequestGate &gate = *new (memory) RequestGate;
+  static constinit RequestGate gate;
+  if (!gate.started_) {
+    gate.started_ = true;
+    gate.start();
+  }
   return gate;
 }
 
-RequestGate::RequestGate() {
+void RequestGate::start() {
   Descriptor event(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
   if (!event || register_readfd(
                     event.get(), [](int, void *) { instance().wake(); }, nullptr) != FD_REGISTERED_OK) {
     return;
   }
-  event_ = std::move(event);
+  event_ = event.release();
   // While a request is delegated net-snmp lets a SET wait, and every other request behind the SET. Access control,
   // which comes last before that, lets the gate know: called last, it sees whether the SET goes on.
   netsnmp_register_callback(
@@ -167,11 +170,7 @@ void RequestGate::guard(netsnmp_handler_registration *registration, ListLock &lo
   if (gate == nullptr) {
     return;
   }
-  try {
-    if (std::ranges::find(locks_, &lock) == locks_.end()) {
-      locks_.push_back(&lock);
-    }
-  } catch (const std::bad_alloc &) {
+  if (std::ranges::count(locks_.items(), &lock) == 0 && !locks_.push(&lock)) {
     netsnmp_handler_free(gate);
     return;
   }
@@ -190,7 +189,7 @@ int RequestGate::enter(netsnmp_mib_handler *handler, netsnmp_handler_registratio
   RequestGate &gate = instance();
   const Group group = {.gate = handler, .registration = registration, .requests = requests};
   ListLock &lock = group.lock();
-  if (!gate.event_ || info->asp == nullptr) {
+  if (gate.event_ < 0 || info->asp == nullptr) {
     return gate.pass(group, info, lock.acquire());
   }
   if (looks_for_inclusive_starts(info)) {
@@ -200,17 +199,16 @@ int RequestGate::enter(netsnmp_mib_handler *handler, netsnmp_handler_registratio
   }
   // One that has waited comes back for its next row or table: it does not queue up again.
   if (!gate.is_awaited(lock) || netsnmp_agent_get_list_data(info, note_name) != nullptr) {
-    const int error = lock.acquire_or_reserve(gate.event_.get());
+    const int error = lock.acquire_or_reserve(gate.event_);
     if (error != EBUSY) {
       return gate.pass(group, info, error);
     }
   }
-  try {
-    return gate.set_aside(group, info);
-  } catch (const std::bad_alloc &) {
-    gate.leave_queue_unless_awaited(lock);
-    return gate.pass(group, info, lock.acquire());
+  if (gate.set_aside(group, info)) {
+    return SNMP_ERR_NOERROR;
   }
+  gate.leave_queue_unless_awaited(lock);
+  return gate.pass(group, info, lock.acquire());
 }
 
 // Lets the group through to its table. `error`: of the attempt to lock; without the lock the walk tries for itself.
@@ -230,39 +228,55 @@ int RequestGate::pass(const Group &group, netsnmp_agent_request_info *info, int 
   return result;
 }
 
-int RequestGate::set_aside(const Group &group, netsnmp_agent_request_info *info) {
-  drop_earlier_copy_of(info);
-  Waiting *const request = note_of(info);
-  if (request == nullptr) {
+bool RequestGate::set_aside(const Group &group, netsnmp_agent_request_info *info) {
+  if (!drop_earlier_copy_of(info)) {
+    return false;
+  }
+  if (is_full(info)) {
     leave_queue_unless_awaited(group.lock());
     netsnmp_request_set_error_all(group.requests, SNMP_ERR_GENERR);
-    return SNMP_ERR_NOERROR;
+    return true;
   }
-  if (request->groups.empty()) {
-    request->groups.reserve(1);
-    waiting_.push_back(request);
+  Waiting *const request = note_of(info);
+  if (request == nullptr) {
+    return false;
   }
-  request->groups.push_back(group);
+  const bool waits_already = !request->groups.empty();
+  if (!request->groups.push(group)) {
+    return false;
+  }
+  if (!waits_already && !waiting_.push(request)) {
+    request->groups.clear();
+    return false;
+  }
   mark(group.requests, true);
   start_alarm();
-  return SNMP_ERR_NOERROR;
+  return true;
+}
+
+bool RequestGate::is_full(netsnmp_agent_request_info *info) const {
+  return notes_ - dropped_.size() >= most_waiting && netsnmp_agent_get_list_data(info, note_name) == nullptr;
 }
 
 RequestGate::Waiting *RequestGate::note_of(netsnmp_agent_request_info *info) {
   if (void *const noted = netsnmp_agent_get_list_data(info, note_name); noted != nullptr) {
     return static_cast<Waiting *>(noted);
   }
-  if (notes_ - dropped_.size() >= most_waiting) {
+  auto request = make_zeroed<Waiting>();
+  if (request == nullptr) {
     return nullptr;
   }
-  auto request = std::make_unique<Waiting>(Waiting{.info = info});
   netsnmp_data_list *const node = netsnmp_create_data_list(note_name, request.get(), [](void *freed) {
-    const std::unique_ptr<Waiting> ended(static_cast<Waiting *>(freed));
+    const Zeroed<Waiting> ended(static_cast<Waiting *>(freed));
     instance().forget(ended.get());
+    ended->groups.release();
   });
   if (node == nullptr) {
-    throw std::bad_alloc();
+    return nullptr;
   }
+  request->info = info;
+  request->session = info->asp->session;
+  request->since = Clock::now();
   netsnmp_agent_add_list_data(info, node);
   ++notes_;
   report(tavo_request_set_aside, info);
@@ -272,33 +286,36 @@ RequestGate::Waiting *RequestGate::note_of(netsnmp_agent_request_info *info) {
 // Managers that get no answer ask again. Only the last copy is answered: its predecessors are the same question, and an
 // SNMPv3 manager listens for the newest message id alone. The copy is freed later, as net-snmp may be walking through
 // its requests now.
-void RequestGate::drop_earlier_copy_of(netsnmp_agent_request_info *info) {
-  const auto copy = std::ranges::find_if(waiting_, [&](const Waiting *request) {
-    return request->info != info && is_repeated(*request->info->asp, *info->asp);
-  });
-  if (copy == waiting_.end()) {
-    return;
+bool RequestGate::drop_earlier_copy_of(netsnmp_agent_request_info *info) {
+  for (Waiting *request : waiting_.items()) {
+    if (request->info == info || !is_repeated(*request->info->asp, *info->asp)) {
+      continue;
+    }
+    if (!dropped_.push(request)) {
+      return false;
+    }
+    waiting_.remove(request);
+    wake_later();
+    break;
   }
-  dropped_.push_back(*copy);
-  waiting_.erase(copy);
-  wake_later();
+  return true;
 }
 
 void RequestGate::forget(Waiting *request) {
   --notes_;
   report(tavo_request_ended, request->info);
-  std::erase(waiting_, request);
-  std::erase(dropped_, request);
-  for (const Group &group : request->groups) {
+  waiting_.remove(request);
+  dropped_.remove(request);
+  for (const Group &group : request->groups.items()) {
     leave_queue_unless_awaited(group.lock());
   }
 }
 
 void RequestGate::wake() {
   std::uint64_t count;
-  [[maybe_unused]] const ssize_t got = ::read(event_.get(), &count, sizeof count);
+  [[maybe_unused]] const ssize_t got = ::read(event_, &count, sizeof count);
   tidy_up();
-  for (ListLock *lock : locks_) {
+  for (ListLock *lock : locks_.items()) {
     if (is_awaited(*lock)) {
       serve(*lock);
     }
@@ -309,13 +326,13 @@ void RequestGate::wake() {
 // Lets the requests that wait for a lock through to their tables.
 TAVO_LOCKING(no_thread_safety_analysis)
 void RequestGate::serve(ListLock &lock) {
-  const int error = lock.acquire_or_reserve(event_.get());
+  const int error = lock.acquire_or_reserve(event_);
   if (error == EBUSY) {
     return;
   }
   lock_held = error == 0 ? &lock : nullptr;
   int left = most_in_one_turn;
-  for (Waiting *request : waiting_) {
+  for (Waiting *request : waiting_.items()) {
     if (!request->waits_for(lock)) {
       continue;
     }
@@ -323,7 +340,7 @@ void RequestGate::serve(ListLock &lock) {
       wake_later();
       break;
     }
-    std::erase_if(request->groups, [&](const Group &group) {
+    request->groups.remove_if([&](const Group &group) {
       if (&group.lock() != &lock) {
         return false;
       }
@@ -337,7 +354,7 @@ void RequestGate::serve(ListLock &lock) {
     lock_held = nullptr;
     lock.release();
   }
-  std::erase_if(waiting_, [](const Waiting *request) { return request->groups.empty(); });
+  waiting_.remove_if([](const Waiting *request) { return request->groups.empty(); });
 }
 
 // Frees the requests that nobody waits for: earlier copies, and those of TCP clients that have left, whose session
@@ -345,25 +362,29 @@ void RequestGate::serve(ListLock &lock) {
 // while it lists another with the same transaction id, as when one PDU at an AgentX master becomes several here.
 void RequestGate::tidy_up() {
   while (!dropped_.empty()) {
-    netsnmp_remove_and_free_agent_snmp_session(dropped_.back()->info->asp);  // forgets it, too
+    netsnmp_remove_and_free_agent_snmp_session(dropped_.items().back()->info->asp);  // forgets it, too
   }
-  const auto has_left = [](const Waiting *request) { return snmp_sess_pointer(request->session) == nullptr; };
-  for (auto left = std::ranges::find_if(waiting_, has_left); left != waiting_.end();
-       left = std::ranges::find_if(waiting_, has_left)) {
-    netsnmp_remove_and_free_agent_snmp_session((*left)->info->asp);
+  for (std::size_t i = 0; i < waiting_.size();) {
+    const Waiting *const request = waiting_.items()[i];
+    if (snmp_sess_pointer(request->session) == nullptr) {
+      netsnmp_remove_and_free_agent_snmp_session(request->info->asp);  // likewise, and so moves the others
+      i = 0;
+    } else {
+      ++i;
+    }
   }
-  for (const Waiting *request : waiting_) {
+  for (const Waiting *request : waiting_.items()) {
     netsnmp_check_for_delegated_and_add(request->info->asp);
   }
 }
 
 void RequestGate::refuse(Clock::time_point latest) {
   tidy_up();
-  for (Waiting *request : waiting_) {
+  for (Waiting *request : waiting_.items()) {
     if (request->since > latest) {
       continue;
     }
-    for (const Group &group : request->groups) {
+    for (const Group &group : request->groups.items()) {
       take_back_missing_values(request->info, group.requests);
       netsnmp_request_set_error_all(group.requests, SNMP_ERR_GENERR);
     }
@@ -376,8 +397,10 @@ void RequestGate::start_alarm() {
   if (answer_limit_.count() == 0 || alarm_ != 0 || waiting_.empty()) {
     return;
   }
-  const Clock::time_point oldest =
-      (*std::ranges::min_element(waiting_, {}, [](const Waiting *request) { return request->since; }))->since;
+  Clock::time_point oldest = Clock::time_point::max();
+  for (const Waiting *request : waiting_.items()) {
+    oldest = std::min(oldest, request->since);
+  }
   const auto left = std::max(std::chrono::milliseconds(1),
                              std::chrono::ceil<std::chrono::milliseconds>(oldest + answer_limit_ - Clock::now()));
   const timeval delay = {.tv_sec = static_cast<time_t>(left.count() / 1000),
@@ -394,7 +417,7 @@ void RequestGate::start_alarm() {
 }
 
 bool RequestGate::is_awaited(const ListLock &lock) const {
-  return std::ranges::any_of(waiting_, [&](const Waiting *request) { return request->waits_for(lock); });
+  return std::ranges::any_of(waiting_.items(), [&](const Waiting *request) { return request->waits_for(lock); });
 }
 
 void RequestGate::leave_queue_unless_awaited(ListLock &lock) {
@@ -405,7 +428,7 @@ void RequestGate::leave_queue_unless_awaited(ListLock &lock) {
 
 void RequestGate::wake_later() const {
   const std::uint64_t one = 1;
-  [[maybe_unused]] const ssize_t written = ::write(event_.get(), &one, sizeof one);
+  [[maybe_unused]] const ssize_t written = ::write(event_, &one, sizeof one);
 }
 
 }  // namespace tavo

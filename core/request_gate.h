@@ -31,10 +31,9 @@
 
 #include <chrono>
 #include <cstddef>
-#include <vector>
 
 #include "core/access_lock.h"
-#include "core/descriptor.h"
+#include "core/array.h"
 
 namespace tavo {
 
@@ -62,13 +61,17 @@ class RequestGate {
   struct Group;
   struct Waiting;
 
-  RequestGate();
+  constexpr RequestGate() = default;
+  void start();
 
   static Netsnmp_Node_Handler enter;
-  int set_aside(const Group &group, netsnmp_agent_request_info *info);
-  // Null when too many wait. One that has waited before keeps its note, and is not refused half-way.
+  // False if memory is short.
+  bool set_aside(const Group &group, netsnmp_agent_request_info *info);
+  // Too many wait. One that has waited before keeps its note, and is not refused half-way.
+  bool is_full(netsnmp_agent_request_info *info) const;
+  // Null if memory is short.
   Waiting *note_of(netsnmp_agent_request_info *info);
-  void drop_earlier_copy_of(netsnmp_agent_request_info *info);
+  bool drop_earlier_copy_of(netsnmp_agent_request_info *info);
   // Called when net-snmp frees the request.
   void forget(Waiting *request);
 
@@ -85,11 +88,12 @@ class RequestGate {
   void leave_queue_unless_awaited(ListLock &lock);
   void wake_later() const;
 
-  Descriptor event_;                // none: net-snmp cannot watch it, and requests wait in their handlers
-  std::vector<ListLock *> locks_;   // of all guarded tables
-  std::vector<Waiting *> waiting_;  // in the order in which they came
-  std::vector<Waiting *> dropped_;  // repeated since, to be freed without an answer
-  std::size_t notes_ = 0;           // of requests that wait, have waited or are dropped
+  bool started_ = false;
+  int event_ = -1;            // -1: net-snmp cannot watch it, and requests wait in their handlers
+  Array<ListLock *> locks_;   // of all guarded tables
+  Array<Waiting *> waiting_;  // in the order in which they came
+  Array<Waiting *> dropped_;  // repeated since, to be freed without an answer
+  std::size_t notes_ = 0;     // of requests that wait, have waited or are dropped
   static constinit inline const ListLock *lock_held = nullptr;
   std::chrono::milliseconds answer_limit_{0};
   unsigned alarm_ = 0;  // of the answer limit; 0: not running

@@ -121,7 +121,7 @@ const RowPointers *RowList::ordered() {
       return nullptr;
     }
   }
-  const auto rows = ordered_.rows();
+  const auto rows = ordered_.items();
   if (!sort_by_index(rows)) {
     return nullptr;
   }

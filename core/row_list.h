@@ -10,7 +10,7 @@
 #include <cstdint>
 #include <type_traits>
 
-#include "core/row_pointers.h"
+#include "core/array.h"
 
 namespace tavo {
 
@@ -27,6 +27,8 @@ consteval RowLayout layout_of() {
   static_assert(offsetof(Row, index) == 0 && sizeof(Row::index) == sizeof(std::uint32_t));
   return {.size = sizeof(Row), .next = offsetof(Row, next)};
 }
+
+using RowPointers = Array<void *>;
 
 // Nothing here locks: callers hold the table's lock. Rows come from calloc and are freed with free.
 class RowList {

@@ -39,7 +39,7 @@ int next_character(FILE *output) {
 }
 
 // Formats a command into `text`. False when it is longer than `most` characters.
-bool format_command(char *text, std::size_t most, const char *format, va_list arguments) {
+bool format_command(char (&text)[longest_command + 1], std::size_t most, const char *format, va_list arguments) {
   const int length = std::vsnprintf(text, most + 1, format, arguments);
   if (length >= 0 && static_cast<std::size_t>(length) <= most) {
     return true;
@@ -50,26 +50,17 @@ bool format_command(char *text, std::size_t most, const char *format, va_list ar
 
 }  // namespace
 
-ShellCommand::ShellCommand(const char *format, ...) {
+bool run_in_shell(const char *format, ...) {
+  char command[longest_command + 1];
   va_list arguments;
   va_start(arguments, format);
-  fits_ = format_command(text_, longest, format, arguments);
+  const bool fits = format_command(command, longest_command, format, arguments);
   va_end(arguments);
-}
-
-ShellCommand::ShellCommand(std::size_t most, const char *format, ...) {
-  va_list arguments;
-  va_start(arguments, format);
-  fits_ = format_command(text_, std::min(most, longest), format, arguments);
-  va_end(arguments);
-}
-
-bool run_in_shell(const ShellCommand &command) {
-  if (!command.fits()) {
+  if (!fits) {
     return false;
   }
   errno = 0;
-  if (std::system(command.text()) == -1) {
+  if (std::system(command) == -1) {
     count_if_out_of_memory();
   }
   return true;
@@ -106,8 +97,13 @@ bool first_line_of(const char *command, std::size_t longest, char *out) {
   return true;
 }
 
-bool first_line_of(const ShellCommand &command, std::size_t longest, char *out) {
-  return command.fits() && first_line_of(command.text(), longest, out);
+bool first_line_of(std::size_t most, std::size_t longest, char *out, const char *format, ...) {
+  char command[longest_command + 1];
+  va_list arguments;
+  va_start(arguments, format);
+  const bool fits = format_command(command, std::min(most, longest_command), format, arguments);
+  va_end(arguments);
+  return fits && first_line_of(command, longest, out);
 }
 
 }  // namespace tavo

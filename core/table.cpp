@@ -94,6 +94,14 @@ Table::Served *Table::served() {
   return served_;
 }
 
+int Table::begin_rebuild(int refresh) TAVO_LOCKING(no_thread_safety_analysis) {
+  const int error = lock_.acquire();
+  if (error == 0 && refresh == 1) {
+    remove_all();
+  }
+  return error;
+}
+
 int Table::de_register() {
   ListGuard guard(lock_);
   if (guard.error() != 0) {

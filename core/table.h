@@ -112,6 +112,8 @@ class Table {
   int register_with_agent();
   // Rebuilds the rows with the description's builder, which must exist. The builder's result.
   int build(int refresh);
+  // Takes the lock, and with `refresh` 1 removes the rows. 0, or the lock's error, after which nothing has changed.
+  int begin_rebuild(int refresh) TAVO_LOCKING(acquire_capability(lock_));
   // Takes the table away from the agent, under the lock. 0, or the lock's error, after which nothing has changed.
   int de_register();
 
@@ -172,18 +174,22 @@ class Table {
 // Holds a table's lock while its builder runs, and first removes the rows when `refresh` is 1.
 class TAVO_LOCKING(scoped_lockable) Rebuild {
  public:
-  Rebuild(Table &table, int refresh) TAVO_LOCKING(acquire_capability(table.lock())) : guard_(table.lock()) {
-    if (guard_.error() == 0 && refresh == 1) {
-      table.remove_all();
+  Rebuild(Table &table, int refresh) TAVO_LOCKING(acquire_capability(table.lock()))
+      : table_(table), error_(table.begin_rebuild(refresh)) {}
+  Rebuild(const Rebuild &) = delete;
+  Rebuild &operator=(const Rebuild &) = delete;
+  ~Rebuild() TAVO_LOCKING(release_capability()) {
+    if (error_ == 0) {
+      table_.lock().release();
     }
   }
-  ~Rebuild() TAVO_LOCKING(release_capability()) {}
 
   // 0, or why the lock could not be had, and then nothing was removed.
-  int error() const { return guard_.error(); }
+  int error() const { return error_; }
 
  private:
-  ListGuard guard_;
+  Table &table_;
+  const int error_;
 };
 
 // Every table of the module, in the order of start-up (module/start_up.def).

@@ -78,7 +78,7 @@ class Table::RequestScope {
     }
     const RowPointers *rows_by_index = table_.rows_.ordered();
     offers_one_row_ = rows_by_index != nullptr && (mode_ == MODE_GET || mode_ == MODE_GETNEXT);
-    *loop_context = offers_one_row_ ? answering_row(rows_by_index->rows()) : table_.rows_.first();
+    *loop_context = offers_one_row_ ? answering_row(rows_by_index->items()) : table_.rows_.first();
     return next_row(loop_context, row, index);
   }
 

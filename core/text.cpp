@@ -12,7 +12,8 @@ namespace {
 constexpr std::string_view blanks = " \t\n\v\f\r";
 
 std::string_view without_leading_blanks(std::string_view text) {
-  return text.substr(std::min(text.find_first_not_of(blanks), text.size()));
+  text.remove_prefix(std::min(text.find_first_not_of(blanks), text.size()));
+  return text;
 }
 
 }  // namespace
@@ -22,6 +23,10 @@ std::size_t copy_text(char *to, std::size_t size, std::string_view text) {
   std::copy_n(text.data(), length, to);
   to[length] = '\0';
   return length;
+}
+
+std::size_t copy_text(char *to, std::size_t size, const char *text) {
+  return copy_text(to, size, std::string_view(text));
 }
 
 bool format_text(char *to, std::size_t size, const char *format, ...) {
@@ -46,14 +51,23 @@ std::optional<std::int32_t> take_number(std::string_view &text) {
     using Limits = std::numeric_limits<std::int32_t>;
     number = digits.starts_with('-') ? Limits::min() : Limits::max();
   }
-  text = digits.substr(static_cast<std::size_t>(end - digits.data()));
+  digits.remove_prefix(static_cast<std::size_t>(end - digits.data()));
+  text = digits;
   return number;
 }
 
+std::int32_t leading_number_or(std::int32_t otherwise, std::string_view text) {
+  return take_number(text).value_or(otherwise);
+}
+
+std::int32_t leading_number_or(std::int32_t otherwise, const char *text) {
+  return leading_number_or(otherwise, std::string_view(text));
+}
+
 std::string_view take_word(std::string_view &text) {
-  const std::string_view rest = without_leading_blanks(text);
-  const std::string_view word = rest.substr(0, rest.find_first_of(blanks));
-  text = rest.substr(word.size());
+  text = without_leading_blanks(text);
+  const std::string_view word(text.data(), std::min(text.find_first_of(blanks), text.size()));
+  text.remove_prefix(word.size());
   return word;
 }
 

@@ -10,9 +10,15 @@ namespace tavo {
 
 // Copies what fits into `size` octets, which are one at least. Returns its length without the NUL.
 std::size_t copy_text(char *to, std::size_t size, std::string_view text);
+std::size_t copy_text(char *to, std::size_t size, const char *text);
 
 template <std::size_t N>
 std::size_t copy_text(char (&to)[N], std::string_view text) {
+  return copy_text(to, N, text);
+}
+
+template <std::size_t N>
+std::size_t copy_text(char (&to)[N], const char *text) {
   return copy_text(to, N, text);
 }
 
@@ -32,6 +38,10 @@ std::optional<std::int32_t> take_number(std::string_view &text);
 inline std::optional<std::int32_t> leading_number(std::string_view text) {
   return take_number(text);
 }
+
+// leading_number, or `otherwise` when there is none.
+std::int32_t leading_number_or(std::int32_t otherwise, std::string_view text);
+std::int32_t leading_number_or(std::int32_t otherwise, const char *text);
 
 // Takes leading blanks and the word behind them, up to the next blank, off the text. Empty when there is no word.
 std::string_view take_word(std::string_view &text);

@@ -18,18 +18,10 @@ using Zeroed = std::unique_ptr<T, FreeMemory>;
 // Since core/shortage last looked: how often memory was short for what the module shows.
 inline constinit std::atomic<unsigned> failed_allocations = 0;
 
-inline void count_failed_allocation() {
-  ++failed_allocations;
-}
+void count_failed_allocation();
 
 // `count` zeroed blocks of `size` octets, back to back, for free(). Null, too, if the product overflows.
-inline void *allocate_zeroed(std::size_t count, std::size_t size) {
-  void *memory = std::calloc(count, size);
-  if (memory == nullptr) {
-    count_failed_allocation();
-  }
-  return memory;
-}
+void *allocate_zeroed(std::size_t count, std::size_t size);
 
 // One zeroed object.
 template <class T>

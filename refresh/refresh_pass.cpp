@@ -140,8 +140,8 @@ void RefreshPass::rebuild_all() {
 }
 
 void RefreshPass::rebuild(std::size_t position) {
-  if (!rebuilt_.test(position)) {
-    rebuilt_.set(position);
+  if (!rebuilt_[position]) {
+    rebuilt_[position] = true;
     tables_[position]->build(1);
     look_for_shortage();
   }

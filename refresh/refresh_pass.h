@@ -16,8 +16,8 @@ class RefreshRequests {
   // Reads and clears the pending marks, taking the inventory lock.
   static RefreshRequests take();
 
-  void add(RefreshCause cause) { causes_.set(static_cast<std::size_t>(cause)); }
-  bool has(RefreshCause cause) const { return causes_.test(static_cast<std::size_t>(cause)); }
+  void add(RefreshCause cause) { causes_[static_cast<std::size_t>(cause)] = true; }
+  bool has(RefreshCause cause) const { return causes_[static_cast<std::size_t>(cause)]; }
 
  private:
   std::bitset<static_cast<std::size_t>(RefreshCause::Periodic)> causes_;

@@ -14,22 +14,19 @@ constexpr std::size_t longest_query = 127;
 
 bool query_value(const char *source, const char *key, const char *separator, char *out) {
   if (std::string_view(source) == "fru" && std::string_view(key) == "Product Serial") {
-    const ShellCommand fru(longest_query,
-                           "ipmitool -I bmc %s 2> /dev/null | grep \"%s\" | awk -F\"%s\" ' NR<2 { print $2 } '", source,
-                           key, separator);
-    return first_line_of(fru, longest_query_line, out);
+    return first_line_of(longest_query, longest_query_line, out,
+                         "ipmitool -I bmc %s 2> /dev/null | grep \"%s\" | awk -F\"%s\" ' NR<2 { print $2 } '", source,
+                         key, separator);
   }
-  const ShellCommand tool(longest_query, "datactl get=%s | flatkv | grep %s | awk -F\"%s\" '{print $2}'", source, key,
-                          separator);
-  return first_line_of(tool, longest_query_line, out);
+  return first_line_of(longest_query, longest_query_line, out,
+                       "datactl get=%s | flatkv | grep %s | awk -F\"%s\" '{print $2}'", source, key, separator);
 }
 
 bool query_counted_value(const char *source, const char *key, const char *separator, char *out) {
-  const ShellCommand counting(
-      longest_query,
+  return first_line_of(
+      longest_query, longest_query_line, out,
       "datactl get=%s | flatkv | grep %s | awk -F\"%s\" '{print $2}' | uniq -c | awk '{ print $1\" \"$2 }'", source,
       key, separator);
-  return first_line_of(counting, longest_query_line, out);
 }
 
 }  // namespace tavo

@@ -16,13 +16,15 @@
 
 namespace tavo {
 
-Needle::Needle(std::string_view blank, std::string_view key, std::string_view separator) {
-  if (blank.size() + key.size() + separator.size() > text_.size()) {
-    return;
-  }
-  for (const std::string_view part : {blank, key, separator}) {
-    std::ranges::copy(part, text_.data() + size_);
-    size_ += part.size();
+Needle::Needle(const char *blank, const char *key, const char *separator) {
+  for (const char *const part : {blank, key, separator}) {
+    const std::size_t length = std::strlen(part);
+    if (length > text_.size() - size_) {
+      size_ = 0;
+      return;
+    }
+    std::memcpy(text_.data() + size_, part, length);
+    size_ += length;
   }
 }
 
@@ -81,7 +83,9 @@ Dump::Search::Search(const Dump &dump, const Needle &needle) : text_(dump.text()
   restart();
 }
 
-bool Dump::Search::value(int n, char *out) {
+Dump::Search::Search(const Dump &dump, const char *key, const char *separator) : Search(dump, Needle(key, separator)) {}
+
+bool Dump::Search::value(int n, char *out, std::size_t size) {
   if (!advance_to(std::max(n, 0))) {
     return false;
   }
@@ -91,7 +95,7 @@ bool Dump::Search::value(int n, char *out) {
   if (newline_ == std::string_view::npos) {
     return false;
   }
-  copy_text(out, dump_value_size, {text_.data() + behind_, newline_ - behind_});
+  copy_text(out, size, {text_.data() + behind_, newline_ - behind_});
   return true;
 }
 
@@ -108,7 +112,8 @@ bool Dump::Search::advance_to(int n) {
   }
   const std::string_view needle = needle_.text();
   while (current_ < n && !is_last_) {
-    const std::string_view rest = text_.substr(behind_);
+    std::string_view rest = text_;
+    rest.remove_prefix(behind_);
     // Not string_view::find, whose time grows with the product of both lengths on a file of blanks.
     const void *found =
         needle.empty() || rest.empty() ? nullptr : ::memmem(rest.data(), rest.size(), needle.data(), needle.size());

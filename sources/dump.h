@@ -15,16 +15,16 @@ namespace tavo {
 class Needle {
  public:
   // A blank, the key and the separator between key and value. A needle of more than 255 octets is never found.
-  Needle(std::string_view key, std::string_view separator) : Needle(" ", key, separator) {}
+  Needle(const char *key, const char *separator) : Needle(" ", key, separator) {}
   // The same without the blank, for the one dump that is not indented.
-  static Needle without_blank(std::string_view key, std::string_view separator) { return {"", key, separator}; }
+  static Needle without_blank(const char *key, const char *separator) { return {"", key, separator}; }
 
   std::string_view text() const { return {text_.data(), size_}; }
 
  private:
-  Needle(std::string_view blank, std::string_view key, std::string_view separator);
+  Needle(const char *blank, const char *key, const char *separator);
 
-  std::array<char, 255> text_{};
+  std::array<char, 255> text_;
   std::size_t size_ = 0;
 };
 
@@ -83,11 +83,13 @@ class Dump {
 class Dump::Search {
  public:
   Search(const Dump &dump, const Needle &needle);
+  Search(const Dump &dump, const char *key, const char *separator);
   Search(Dump &&dump, const Needle &needle) = delete;
 
-  // Writes the value behind occurrence `n` and a NUL to `out`, which holds dump_value_size octets. With `n` 0 or less
-  // the value is the dump's first line. False, and `out` left alone, when the occurrence or its newline is missing.
-  bool value(int n, char *out);
+  // Writes the value behind occurrence `n` and a NUL to `out`, which holds `size` octets; what does not fit is cut off.
+  // With `n` 0 or less the value is the dump's first line. False, and `out` left alone, when the occurrence or its
+  // newline is missing.
+  bool value(int n, char *out, std::size_t size = dump_value_size);
 
  private:
   friend class Dump;

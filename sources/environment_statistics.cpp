@@ -25,8 +25,8 @@ int build(const EnvironmentStatistics &statistics, int refresh) {
   if (dump.value(Needle("timeCollected", ": "), 1, value)) {
     take_collection_time(value, sample.collected);
   }
-  Dump::Search ids(dump, Needle("id", ": "));
-  Dump::Search temperatures(dump, Needle("temperature", ": "));
+  Dump::Search ids(dump, "id", ": ");
+  Dump::Search temperatures(dump, "temperature", ": ");
   const int count = dump.count_units(Needle("id", ":"));
   for (int n = 1; n <= count; ++n) {
     sample.row = static_cast<std::uint32_t>(n);

@@ -11,10 +11,10 @@
 #include <array>
 #include <cstring>
 #include <iterator>
-#include <mutex>
 #include <span>
 
 #include "core/descriptor.h"
+#include "core/mutex_hold.h"
 #include "core/zeroed.h"
 
 namespace tavo {
@@ -99,7 +99,7 @@ void convert(std::byte *record, std::span<const Words> words) {
   }
 }
 
-constinit std::mutex conversion_mutex;
+constinit pthread_mutex_t conversion_mutex = PTHREAD_MUTEX_INITIALIZER;
 
 }  // namespace
 
@@ -156,7 +156,7 @@ int convert_host_to_network(void *record) {
     snmp_log(LOG_ERR, "From %s, Some of the pointers are NULL\n", __func__);
     return 0;
   }
-  const std::scoped_lock lock(conversion_mutex);
+  const MutexHold hold(conversion_mutex);
   auto *const octets = static_cast<std::byte *>(record);
   convert(octets, controller_words);
   for (std::size_t i = 0; i < STOR_DRIVE_CAPACITY; ++i) {

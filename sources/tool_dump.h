@@ -26,6 +26,14 @@ class ToolDump {
   // The dump as it stands in the file.
   Dump read_without_tool() const { return Dump(path_); }
 
+  // Dump::value, count and sum of a key and its separator in what read() gives. The figures are written as decimal
+  // numbers. `out` holds dump_value_size octets; false, and `out` left alone, when there is no value or no dump.
+  bool value(const char *source, const char *key, const char *separator, int n, char *out);
+  bool count(const char *source, const char *key, const char *separator, char *out);
+  bool sum(const char *source, const char *key, const char *separator, char *out);
+  // Dump::value in the dump as it stands in the file.
+  bool value_without_tool(const char *key, const char *separator, int n, char *out) const;
+
   // Calls `lookup`, which reads the dump, until it gives true; see try_repeatedly. Each failed try, the last one too,
   // ends with forget(), so that the next read runs the tool again.
   template <class Lookup>
@@ -41,6 +49,10 @@ class ToolDump {
   }
 
  private:
+  // A figure of the dump, written to `out`.
+  bool write_figure(const char *source, const Needle &needle,
+                    std::int32_t (*figure)(const Dump &dump, const Needle &of), char *out);
+
   const char *path_;
   const char *tools_;
   bool is_written_ = false;

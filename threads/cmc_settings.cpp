@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <string>
 #include <string_view>
 
 #include "core/text.h"
@@ -16,18 +15,20 @@
 namespace tavo {
 namespace {
 
+// `text`: an address, which may have a comma behind it.
 bool take_address(std::string_view text, in_addr &address) {
-  return inet_pton(AF_INET, std::string(text).c_str(), &address) == 1;
+  char alone[INET_ADDRSTRLEN];
+  const std::size_t length = std::min(text.find(','), text.size());
+  return copy_text(alone, {text.data(), length}) == length && inet_pton(AF_INET, alone, &address) == 1;
 }
 
 bool take_peers(std::string_view list, CmcSettings &settings) {
   while (true) {
-    const std::size_t comma = list.find(',');
     in_addr peer = {};
-    if (!take_address(list.substr(0, comma), peer)) {
+    if (!take_address(list, peer) || !settings.peers.push(peer.s_addr)) {
       return false;
     }
-    settings.peers.push_back(peer.s_addr);
+    const std::size_t comma = list.find(',');
     if (comma == std::string_view::npos) {
       return true;
     }
@@ -48,7 +49,10 @@ struct Setting {
 
 constexpr Setting known_settings[] = {
     {.name = "TAVO_CHASSIS_LISTEN",
-     .take = [](std::string_view text, CmcSettings &settings) { return take_address(text, settings.address); }},
+     .take =
+         [](std::string_view text, CmcSettings &settings) {
+           return text.find(',') == std::string_view::npos && take_address(text, settings.address);
+         }},
     {.name = "TAVO_CHASSIS_PEERS", .take = take_peers},
     {.name = "TAVO_CHASSIS_IDLE_LIMIT", .take = take_idle_limit},
 };
@@ -56,19 +60,18 @@ constexpr Setting known_settings[] = {
 }  // namespace
 
 bool CmcSettings::admits(in_addr peer) const {
-  return peers.empty() || std::ranges::count(peers, peer.s_addr) > 0;
+  return peers.empty() || std::ranges::count(peers.items(), peer.s_addr) > 0;
 }
 
-std::optional<CmcSettings> read_cmc_settings() {
-  CmcSettings settings;
+bool CmcSettings::read() {
   for (const Setting &setting : known_settings) {
     const char *text = std::getenv(setting.name);
-    if (text != nullptr && !setting.take(text, settings)) {
+    if (text != nullptr && !setting.take(text, *this)) {
       snmp_log(LOG_ERR, "the chassis link stays closed: %s cannot be understood: %s\n", setting.name, text);
-      return std::nullopt;
+      return false;
     }
   }
-  return settings;
+  return true;
 }
 
 }  // namespace tavo

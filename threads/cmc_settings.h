@@ -7,20 +7,24 @@
 
 #include <netinet/in.h>
 
-#include <optional>
-#include <vector>
+#include "core/array.h"
 
 namespace tavo {
 
 struct CmcSettings {
   in_addr address = {.s_addr = htonl(INADDR_ANY)};
-  std::vector<in_addr_t> peers;  // in network byte order; empty: anybody
-  int idle_limit = 0;            // seconds; 0: none
+  Array<in_addr_t> peers;  // in network byte order; empty: anybody
+  int idle_limit = 0;      // seconds; 0: none
+
+  CmcSettings() = default;
+  CmcSettings(const CmcSettings &) = delete;
+  CmcSettings &operator=(const CmcSettings &) = delete;
+  ~CmcSettings() { peers.release(); }
+
+  // False, and the reason logged, if a setting cannot be understood: then the link must stay closed.
+  bool read();
 
   bool admits(in_addr peer) const;
 };
-
-// Empty, and the reason logged, if a setting cannot be understood: then the link must stay closed.
-std::optional<CmcSettings> read_cmc_settings();
 
 }  // namespace tavo

@@ -17,11 +17,10 @@
 #include <csignal>
 #include <cstring>
 #include <ctime>
-#include <optional>
 
 #include "core/background_thread.h"
+#include "core/mutex_hold.h"
 #include "core/shortage.h"
-#include "core/thread_frame.h"
 #include "threads/cmc_settings.h"
 
 namespace tavo {
@@ -50,14 +49,6 @@ constexpr ThreadDescription description = {
 };
 
 constinit BackgroundThread thread(description);
-
-class BlockGuard {
- public:
-  BlockGuard() { pthread_mutex_lock(&cmc_lock); }
-  BlockGuard(const BlockGuard &) = delete;
-  BlockGuard &operator=(const BlockGuard &) = delete;
-  ~BlockGuard() { pthread_mutex_unlock(&cmc_lock); }
-};
 
 // Other threads may read the descriptors (send_to_cmc does), so they are changed atomically.
 int connection() {
@@ -230,6 +221,17 @@ void block_sigpipe() {
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 }
 
+void serve_chassis() {
+  block_sigpipe();
+  snmp_log(LOG_DEBUG, "CMCThread initiated\n");
+  CmcSettings settings;
+  if (!settings.read() || !open_listener(settings)) {
+    return;
+  }
+  while (serve_one_event(settings)) {
+  }
+}
+
 struct KeepaliveOption {
   int level;
   int name;
@@ -253,20 +255,12 @@ int join_cmc_thread(void) {
 }
 
 void *cmc_thread(void *) {
-  run_thread(__func__, [] {
-    block_sigpipe();
-    snmp_log(LOG_DEBUG, "CMCThread initiated\n");
-    const std::optional<CmcSettings> settings = read_cmc_settings();
-    if (!settings || !open_listener(*settings)) {
-      return;
-    }
-    while (serve_one_event(*settings)) {
-    }
-  });
+  serve_chassis();
+  pthread_exit(nullptr);
 }
 
 int send_to_cmc(void) {
-  const BlockGuard guard;
+  const MutexHold hold(cmc_lock);
   const int descriptor = connection();
   if (descriptor <= 0) {
     return 1;

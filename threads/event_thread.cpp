@@ -14,7 +14,6 @@
 #include "core/health.h"
 #include "core/heap.h"
 #include "core/record.h"
-#include "core/thread_frame.h"
 #include "core/trace.h"
 #include "core/zeroed.h"
 #include "platform/fault_engine.h"
@@ -164,7 +163,8 @@ int join_FE_thread(void) {
 }
 
 void *FE_thread(void *) {
-  run_thread(__func__, keep_table_in_step);
+  keep_table_in_step();
+  pthread_exit(nullptr);
 }
 
 int init_fault_tables(void) {

@@ -8,7 +8,6 @@
 #include "core/background_thread.h"
 #include "core/class_number.h"
 #include "core/shortage.h"
-#include "core/thread_frame.h"
 #include "refresh/refresh_pass.h"
 #include "tables/storage/tavoStorageLocalDiskTable.h"
 
@@ -90,7 +89,8 @@ int join_inventory_thread(void) {
 }
 
 void *inventory_thread(void *) {
-  run_thread(__func__, keep_fresh);
+  keep_fresh();
+  pthread_exit(nullptr);
 }
 
 }  // namespace tavo

@@ -6,7 +6,6 @@
 #include "core/background_thread.h"
 #include "core/class_number.h"
 #include "core/record.h"
-#include "core/thread_frame.h"
 #include "platform/storage_client.h"
 
 namespace tavo {
@@ -40,14 +39,13 @@ int create_stor_thread(void) {
 }
 
 void *stor_thread(void *) {
-  run_thread(__func__, [] {
-    snmp_log(LOG_DEBUG, "StorageThread initiated\n");
-    void *const events = se_open_storage_events(0, 0);
-    while (thread.is_running()) {
-      serve_next_event(events);
-    }
-    se_close_storage_events(events);
-  });
+  snmp_log(LOG_DEBUG, "StorageThread initiated\n");
+  void *const events = se_open_storage_events(0, 0);
+  while (thread.is_running()) {
+    serve_next_event(events);
+  }
+  se_close_storage_events(events);
+  pthread_exit(nullptr);
 }
 
 void stop_stor_thread(void) {

@@ -6,7 +6,6 @@
 #include <atomic>
 
 #include "core/background_thread.h"
-#include "core/thread_frame.h"
 #include "platform/test_trap.h"
 #include "tables/faults/tavoFaultTable_traps.h"
 
@@ -39,7 +38,8 @@ void send_test_traps() {
 }  // namespace
 
 void *SendTestTrap(void *) {
-  run_thread(__func__, send_test_traps);
+  send_test_traps();
+  pthread_exit(nullptr);
 }
 
 void stop_test_trap_thread(void) {

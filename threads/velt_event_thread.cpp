@@ -16,7 +16,6 @@
 #include "core/descriptor.h"
 #include "core/shortage.h"
 #include "core/text.h"
-#include "core/thread_frame.h"
 #include "platform/storage_client.h"
 #include "refresh/storage_reload.h"
 
@@ -127,6 +126,14 @@ void serve_next_peer(Descriptor &listener) {
   reinit_velt_table(1);
 }
 
+void serve_peers() {
+  snmp_log(LOG_DEBUG, "Velt Thread initiated\n");
+  Descriptor listener = listen_at_socket_path();
+  while (thread.is_running()) {
+    serve_next_peer(listener);
+  }
+}
+
 }  // namespace
 
 int create_velt_thread(void) {
@@ -134,13 +141,8 @@ int create_velt_thread(void) {
 }
 
 void *velt_thread(void *) {
-  run_thread(__func__, [] {
-    snmp_log(LOG_DEBUG, "Velt Thread initiated\n");
-    Descriptor listener = listen_at_socket_path();
-    while (thread.is_running()) {
-      serve_next_peer(listener);
-    }
-  });
+  serve_peers();
+  pthread_exit(nullptr);
 }
 
 void stop_velt_thread(void) {

@@ -55,12 +55,12 @@ constinit ToolDump adaptor_dump("/var/adapterInventory");
 // The fields of the cards in one dump.
 struct CardFields {
   explicit CardFields(const Dump &dump)
-      : slot(dump, Needle("slot-number", ": ")),
-        product_id(dump, Needle("product-id", ": ")),
-        bus(dump, Needle("i2cLogicalBus", ": ")),
-        serial(dump, Needle("serial-number", ": ")),
-        overtemperature(dump, Needle("overtemp-condition", ": ")),
-        part_number(dump, Needle("hw-part-no", ": ")) {}
+      : slot(dump, "slot-number", ": "),
+        product_id(dump, "product-id", ": "),
+        bus(dump, "i2cLogicalBus", ": "),
+        serial(dump, "serial-number", ": "),
+        overtemperature(dump, "overtemp-condition", ": "),
+        part_number(dump, "hw-part-no", ": ") {}
 
   Dump::Search slot;
   Dump::Search product_id;
@@ -99,19 +99,13 @@ bool fill(Row &row, BuildDump &dump, int n) {
   CardFields &fields = dump.fields();
   const std::uint32_t slot_before = row.slot;
   row = {};
-  row.slot = static_cast<std::uint32_t>(leading_number(slot).value_or(static_cast<std::int32_t>(slot_before)));
+  row.slot = static_cast<std::uint32_t>(leading_number_or(static_cast<std::int32_t>(slot_before), slot));
   copy_text(row.slot_text, slot);
   format_text(row.dn, "sys/rack-unit-1/adaptor-%s", slot);
   format_text(row.rn, "adaptor-%s", slot);
-  if (fields.product_id.value(n, value)) {
-    copy_text(row.product_id, value);
-  }
-  if (fields.bus.value(n, value)) {
-    copy_text(row.bus, value);
-  }
-  if (fields.serial.value(n, value)) {
-    copy_text(row.serial, value);
-  }
+  fields.product_id.value(n, row.product_id, sizeof row.product_id);
+  fields.bus.value(n, row.bus, sizeof row.bus);
+  fields.serial.value(n, row.serial, sizeof row.serial);
   copy_text(row.vendor, server_vendor);
   if (GetAdaptorFirmwareRevision(static_cast<int>(row.slot), value) == 1) {
     copy_text(row.firmware_version, value);
@@ -126,9 +120,7 @@ bool fill(Row &row, BuildDump &dump, int n) {
     row.oper_state = 8;
     row.operability = 8;
   }
-  if (fields.part_number.value(n, value)) {
-    copy_text(row.part_number, value);
-  }
+  fields.part_number.value(n, row.part_number, sizeof row.part_number);
   return true;
 }
 
@@ -162,20 +154,23 @@ int GetNumOfAdaptors(void) {
   if (!first_line_of("slotutil -L  | grep \"slot-number\" | wc -l", longest_line, line)) {
     return 0;
   }
-  return leading_number(line).value_or(0);
+  return leading_number_or(0, line);
 }
 
 int GetValuefromCache(const char *key, const char *separator, int occurrence, char *out) {
-  return adaptor_dump.read(dump_source).value(Needle(key, separator), occurrence, out) ? 1 : 0;
+  return adaptor_dump.value(dump_source, key, separator, occurrence, out) ? 1 : 0;
 }
 
 int GetAdaptorFirmwareRevision(int slot, char *out) {
   constexpr int tries = 10;
-  const ShellCommand command(
-      "datactl get=adapterFW[%d] | flatkv | grep -B 1 \"STARTUP, RUNNING\" | grep \"image-version\" | awk -F\": \" ' { "
-      "print $2 } ' ",
-      slot);
-  const bool read = try_repeatedly([&] { return first_line_of(command, longest_line, out); }, tries);
+  const auto ask = [&] {
+    return first_line_of(
+        longest_command, longest_line, out,
+        "datactl get=adapterFW[%d] | flatkv | grep -B 1 \"STARTUP, RUNNING\" | grep \"image-version\" | "
+        "awk -F\": \" ' { print $2 } ' ",
+        slot);
+  };
+  const bool read = try_repeatedly(ask, tries);
   return read ? 1 : 0;
 }
 

@@ -24,7 +24,7 @@ void BoardDump::read_collection_time(CollectionTime &collected) {
 }
 
 bool BoardDump::value(const char *key, char (&out)[dump_value_size]) {
-  return dump_.read("motherboardStats").value(Needle(key, ": "), 1, out);
+  return dump_.value("motherboardStats", key, ": ", 1, out);
 }
 
 }  // namespace tavo

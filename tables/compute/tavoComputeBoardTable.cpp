@@ -111,8 +111,10 @@ void tavoComputeBoardTable_removeAllEntries(void) {
 }
 
 int GetValueFromGDS(const char *key, const char *separator, char *out) {
-  const ShellCommand command("datactl get=%s | flatkv | grep %s|awk -F\"%s\" '{print $2}'", key, key, separator);
-  return first_line_of(command, longest_query_line, out) ? 1 : 0;
+  return first_line_of(longest_command, longest_query_line, out,
+                       "datactl get=%s | flatkv | grep %s|awk -F\"%s\" '{print $2}'", key, key, separator)
+             ? 1
+             : 0;
 }
 
 int PipetoOutput(const char *command, char *out) {

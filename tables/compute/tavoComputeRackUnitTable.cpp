@@ -92,17 +92,6 @@ PowerStates power_states_of(std::int32_t state) {
   }
 }
 
-// Writes a figure of the processor dump to `out`. 0 if the dump cannot be read, otherwise 1.
-template <class Figure>
-int cpu_figure(const char *tool_key, char *out, Figure figure) {
-  const Dump dump = cpu_dump.read(tool_key);
-  if (!dump.opened()) {
-    return 0;
-  }
-  format_text(out, dump_value_size, "%d", figure(dump));
-  return 1;
-}
-
 // A value from what the tool prints. Without one, logs that and leaves `out` alone.
 bool query(const char *tool_key, const char *grep_key, const char *separator, char *out) {
   const bool found = getValue(tool_key, grep_key, separator, out) == 1;
@@ -114,7 +103,7 @@ bool query(const char *tool_key, const char *grep_key, const char *separator, ch
 
 // The number at the beginning of a value; 0 if there is none.
 std::uint32_t number(const char *value) {
-  return static_cast<std::uint32_t>(leading_number(value).value_or(0));
+  return static_cast<std::uint32_t>(leading_number_or(0, value));
 }
 
 void read_kept_values() {
@@ -227,15 +216,15 @@ void tavoComputeRackUnitTable_removeAllEntries(void) TAVO_LOCKING(no_thread_safe
 }
 
 int getCPU(const char *tool_key, const char *lookup_key, const char *separator, char *out) {
-  return cpu_figure(tool_key, out, [&](const Dump &dump) { return dump.sum({lookup_key, separator}); });
+  return cpu_dump.sum(tool_key, lookup_key, separator, out) ? 1 : 0;
 }
 
 int getCPUCount(const char *tool_key, const char *lookup_key, const char *separator, char *out) {
-  return cpu_figure(tool_key, out, [&](const Dump &dump) { return dump.count({lookup_key, separator}); });
+  return cpu_dump.count(tool_key, lookup_key, separator, out) ? 1 : 0;
 }
 
 int getMemory(const char *tool_key, const char *lookup_key, const char *separator, char *out) {
-  return memory_dump.read(tool_key).value(Needle(lookup_key, separator), 1, out) ? 1 : 0;
+  return memory_dump.value(tool_key, lookup_key, separator, 1, out) ? 1 : 0;
 }
 
 int getValue(const char *tool_key, const char *grep_key, const char *separator, char *out) {
@@ -245,7 +234,7 @@ int getValue(const char *tool_key, const char *grep_key, const char *separator, 
 int GetMemoryVoltage(void) {
   char text[32] = {};
   read_beginning("/var/vessa/dimms/low_voltage_support", std::as_writable_bytes(std::span(text, sizeof text - 1)));
-  return leading_number(text) == 1 ? 1 : 2;
+  return leading_number_or(0, text) == 1 ? 1 : 2;
 }
 
 }  // namespace tavo

@@ -62,21 +62,28 @@ class Sensor {
   // False if there is no such sensor or it cannot be read.
   bool read(int number) {
     octets_ = {};
-    number_ = static_cast<std::uint32_t>(number);
     std::uint32_t output = 0;
-    return IPMI_SensorGetSensorData(number, &output, octets_.data()) == 0;
+    const bool was_read = IPMI_SensorGetSensorData(number, &output, octets_.data()) == 0;
+    const Record record(octets_);
+    type_ = record.u32(SENSOR_TYPE);
+    address_ = {static_cast<std::uint32_t>(number), record.u32(SENSOR_ENTITY_ID), record.u32(SENSOR_ENTITY_INSTANCE)};
+    return was_read;
   }
 
-  std::uint32_t type() const { return record().u32(SENSOR_TYPE); }
-  std::uint32_t entity() const { return record().u32(SENSOR_ENTITY_ID); }
-  std::uint32_t instance() const { return record().u32(SENSOR_ENTITY_INSTANCE); }
-  std::string_view name() const { return record().text(SENSOR_NAME, SENSOR_NAME_SIZE); }
+  std::uint32_t type() const { return type_; }
+  std::uint32_t entity() const { return address_[1]; }
+  std::uint32_t instance() const { return address_[2]; }
+  std::string_view name() const { return Record(octets_).text(SENSOR_NAME, SENSOR_NAME_SIZE); }
 
-  bool entity_is_present() const { return IPMI_Discrete_CheckPresence(address().data()) == 0; }
+  bool entity_is_present() const {
+    auto address = address_;
+    return IPMI_Discrete_CheckPresence(address.data()) == 0;
+  }
 
   // The table's code for a fan: 10 present, 11 absent, 30 undetermined.
   std::uint8_t presence() const {
-    switch (IPMI_Thresh_Sensor_CheckPresence(address().data())) {
+    auto address = address_;
+    switch (IPMI_Thresh_Sensor_CheckPresence(address.data())) {
       case 0x00:
       case 0xCB:
         return 10;
@@ -89,10 +96,8 @@ class Sensor {
   }
 
  private:
-  Record record() const { return Record(octets_); }
-  std::array<std::uint32_t, 3> address() const { return {number_, entity(), instance()}; }
-
-  std::uint32_t number_ = 0;
+  std::uint32_t type_ = 0;
+  std::array<std::uint32_t, 3> address_;  // as the platform wants it: number, entity, instance
   std::array<std::byte, SENSOR_RECORD_SIZE> octets_;
 };
 

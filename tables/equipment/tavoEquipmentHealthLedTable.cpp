@@ -71,11 +71,7 @@ bool same(const char *one, const char *other) {
 
 constinit ToolDump led_dump("/var/LedInv", platform_tools);
 
-// The dump, which the tool writes each time.
-Dump new_dump() {
-  led_dump.forget();
-  return led_dump.read("externalLEDs");
-}
+constexpr char dump_source[] = "externalLEDs";
 
 // See getValueFromGDSforHLEDVal.
 bool value_of(Dump::Search &field, int n, char *out) {
@@ -85,9 +81,7 @@ bool value_of(Dump::Search &field, int n, char *out) {
 // The fields of the LEDs in a dump.
 struct LedFields {
   explicit LedFields(const Dump &dump)
-      : name(dump, Needle("ledName", ": ")),
-        state(dump, Needle("ledState", ": ")),
-        color(dump, Needle("ledColor", ": ")) {}
+      : name(dump, "ledName", ": "), state(dump, "ledState", ": "), color(dump, "ledColor", ": ") {}
 
   Dump::Search name;
   Dump::Search state;
@@ -133,7 +127,8 @@ int initialize_health_led_table(int refresh) {
   if (rebuild.error() != 0) {
     return 0;
   }
-  const Dump dump = new_dump();
+  led_dump.forget();  // the tool writes it each time
+  const Dump dump = led_dump.read(dump_source);
   LedFields fields(dump);
   const int count = dump.count_units(Needle("id", ": "));
   std::uint32_t index = 1;
@@ -150,18 +145,12 @@ int initialize_health_led_table(int refresh) {
 }
 
 int getValueFromGDSforHLED(const char *key, const char *separator, char *out) {
-  const Dump dump = new_dump();
-  if (!dump.opened()) {
-    return 0;
-  }
-  format_text(out, dump_value_size, "%d", dump.count(Needle(key, separator)));
-  return 1;
+  led_dump.forget();
+  return led_dump.count(dump_source, key, separator, out) ? 1 : 0;
 }
 
 int getValueFromGDSforHLEDVal(const char *key, const char *separator, char *out, int n) {
-  const Dump dump = led_dump.read_without_tool();
-  Dump::Search field(dump, Needle(key, separator));
-  return value_of(field, n, out) ? 1 : 0;
+  return n < INT_MAX && led_dump.value_without_tool(key, separator, n + 1, out) ? 1 : 0;
 }
 
 }  // namespace tavo

@@ -173,18 +173,18 @@ std::optional<int> count_supplies_of_tool() {
   if (!tool_dump.await([&] { return getPSU("id:", " ", count) == 1; }, 3)) {
     return std::nullopt;
   }
-  return leading_number(count).value_or(0);
+  return leading_number_or(0, count);
 }
 
 // The fields of the supplies in the tool's dump.
 struct SupplyFields {
   explicit SupplyFields(const Dump &dump)
-      : id(dump, Needle("id:", " ")),
-        presence(dump, Needle("presence:", " ")),
-        model(dump, Needle("model:", " ")),
-        power(dump, Needle("power:", " ")),
-        firmware_version(dump, Needle("fwVersion:", " ")),
-        serial(dump, Needle("serial:", " ")) {}
+      : id(dump, "id:", " "),
+        presence(dump, "presence:", " "),
+        model(dump, "model:", " "),
+        power(dump, "power:", " "),
+        firmware_version(dump, "fwVersion:", " "),
+        serial(dump, "serial:", " ") {}
 
   Dump::Search id;
   Dump::Search presence;
@@ -199,28 +199,22 @@ struct SupplyFields {
 bool fill_from_tool(Row &row, SupplyFields &fields, int n, int &supply) {
   char text[dump_value_size];
   if (fields.id.value(n, text)) {
-    supply = leading_number(text).value_or(supply);
+    supply = leading_number_or(supply, text);
   }
   if (!fields.presence.value(n, text) || ::strcasecmp(text, "equipped") != 0) {
     return false;
   }
   row = {};
   name_row(row, supply);
-  if (fields.model.value(n, text)) {
-    copy_text(row.model, text);
-  }
+  fields.model.value(n, row.model, sizeof row.model);
   if (fields.power.value(n, text) && ::strcasecmp(text, "on") == 0) {
     set_states(row, 1, 1, 4);
   } else {
     set_states(row, 5, 3, 5);
   }
   row.presence = 10;
-  if (fields.firmware_version.value(n, text)) {
-    copy_text(row.firmware_version, text);
-  }
-  if (fields.serial.value(n, text)) {
-    copy_text(row.serial, text);
-  }
+  fields.firmware_version.value(n, row.firmware_version, sizeof row.firmware_version);
+  fields.serial.value(n, row.serial, sizeof row.serial);
   copy_text(row.vendor, "unknown");
   return true;
 }
@@ -279,16 +273,11 @@ int InventoryPSUviaMCTools(EquipmentPsuRow *scratch) {
 }
 
 int getPSU(const char *key, const char *suffix, char *out) {
-  const Dump dump = tool_dump.read(dump_source);
-  if (!dump.opened()) {
-    return 0;
-  }
-  format_text(out, dump_value_size, "%d", dump.count(Needle(key, suffix)));
-  return 1;
+  return tool_dump.count(dump_source, key, suffix, out) ? 1 : 0;
 }
 
 int getPSUData(const char *key, const char *suffix, int occurrence, char *out) {
-  return tool_dump.read_without_tool().value(Needle(key, suffix), occurrence, out) ? 1 : 0;
+  return tool_dump.value_without_tool(key, suffix, occurrence, out) ? 1 : 0;
 }
 
 }  // namespace tavo

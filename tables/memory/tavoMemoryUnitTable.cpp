@@ -74,7 +74,7 @@ int id_of(const std::byte *detail, std::uint32_t index) {
 }
 
 std::uint32_t number_in(std::string_view text) {
-  return static_cast<std::uint32_t>(leading_number(text).value_or(0));
+  return static_cast<std::uint32_t>(leading_number_or(0, text));
 }
 
 // Of "16 GB", or of a number without that unit, which counts megabytes.

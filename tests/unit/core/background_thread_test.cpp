@@ -4,11 +4,9 @@
 
 #include <atomic>
 #include <cerrno>
-#include <stdexcept>
 #include <thread>
 #include <vector>
 
-#include "core/thread_frame.h"
 #include "tests/fakes/daemon.h"
 #include "tests/fakes/mutexes.h"
 #include "tests/fakes/net_snmp.h"
@@ -26,7 +24,6 @@ using testing::IsEmpty;
 std::atomic<int> units_of_work = 0;
 
 void *work_until_stopped(void *argument);
-void *fail_at_once(void *);
 
 // What had been destroyed when each was called.
 std::vector<const void *> destroyed_before;
@@ -61,31 +58,12 @@ constexpr ThreadDescription description = {
 constinit BackgroundThread sample(description);
 
 void *work_until_stopped(void *argument) {
-  run_thread("work_until_stopped", [argument] {
-    if (argument != nullptr) {
-      throw std::logic_error("a thread is given no argument");
-    }
-    while (sample.is_running()) {
-      ++units_of_work;
-      std::this_thread::yield();
-    }
-  });
-}
-
-void *fail_at_once(void *) {
-  run_thread("fail_at_once", [] { throw std::runtime_error("out of everything"); });
-}
-
-std::atomic<bool> left_from_within = false;
-
-void *leave_from_within(void *) {
-  run_thread("leave_from_within", [] {
-    struct Frame {
-      ~Frame() { left_from_within = true; }
-    };
-    const Frame frame;
-    pthread_exit(nullptr);
-  });
+  EXPECT_EQ(argument, nullptr);
+  while (sample.is_running()) {
+    ++units_of_work;
+    std::this_thread::yield();
+  }
+  pthread_exit(nullptr);
 }
 
 class BackgroundThreadTest : public fakes::ModuleTest {
@@ -93,7 +71,6 @@ class BackgroundThreadTest : public fakes::ModuleTest {
   BackgroundThreadTest() {
     sample.clear_run_flag();
     units_of_work = 0;
-    left_from_within = false;
     destroyed_before.clear();
     destroyed_after.clear();
   }
@@ -202,26 +179,6 @@ TEST_F(BackgroundThreadTest, NothingToReleaseIsNothingToDo) {
   thread.create({.function = "create_sample_thread", .line = 12});
   thread.join();
   EXPECT_THAT(fakes::log_texts(), ElementsAre("SampleThread exited\n"));
-}
-
-TEST_F(BackgroundThreadTest, AnExceptionEndsTheThreadAndNotTheProcess) {
-  ThreadDescription failing = description;
-  failing.start_routine = fail_at_once;
-  BackgroundThread thread(failing);
-  ASSERT_EQ(thread.create({.function = "create_sample_thread", .line = 12}), 0);
-  thread.join();
-  EXPECT_EQ(fakes::log_lines()[0], (LogLine{LOG_ERR, "fail_at_once: out of everything\n"}));
-}
-
-TEST_F(BackgroundThreadTest, WorkThatCallsPthreadExitEndsItsThreadAlone) {
-  ThreadDescription leaving = description;
-  leaving.start_routine = leave_from_within;
-  BackgroundThread thread(leaving);
-  ASSERT_EQ(thread.create({.function = "create_sample_thread", .line = 12}), 0);
-  thread.join();
-  EXPECT_TRUE(left_from_within);
-  EXPECT_THAT(fakes::log_texts(), ElementsAre("released before the attributes\n", "released after the attributes\n",
-                                              "SampleThread exited\n"));
 }
 
 }  // namespace

@@ -48,7 +48,7 @@ class RowListTest : public fakes::ModuleTest {
     const RowPointers *rows = list_.ordered();
     EXPECT_NE(rows, nullptr);
     return rows == nullptr ? std::vector<const void *>{}
-                           : std::vector<const void *>(rows->rows().begin(), rows->rows().end());
+                           : std::vector<const void *>(rows->items().begin(), rows->items().end());
   }
 
   // Lives as long as the process, like a table's list.

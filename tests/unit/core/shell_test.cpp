@@ -140,7 +140,7 @@ TEST_F(ShellTest, LeavesNoDescriptorAndNoChildBehind) {
   const auto before = descriptors();
   first_line("yes");
   first_line("no-such-tool 2> /dev/null");
-  run_in_shell(ShellCommand("true"));
+  run_in_shell("true");
   EXPECT_EQ(descriptors(), before);
   EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1);
   EXPECT_EQ(errno, ECHILD);
@@ -161,39 +161,36 @@ TEST_F(ShellTest, APipeIsNotInheritedByToolsThatStartMeanwhile) {
 
 TEST_F(ShellTest, RunsACommandToItsEnd) {
   const std::string real = fakes::FakeFiles::real_path("/var/written");
-  EXPECT_TRUE(run_in_shell(ShellCommand("echo written | tr a-z A-Z > %s", real.c_str())));
+  EXPECT_TRUE(run_in_shell("echo written | tr a-z A-Z > %s", real.c_str()));
   EXPECT_EQ(files.read("/var/written"), "WRITTEN\n");
 }
 
 TEST_F(ShellTest, RunsAMissingCommandWithoutHarm) {
-  EXPECT_TRUE(run_in_shell(ShellCommand("no-such-tool 2> /dev/null")));
+  EXPECT_TRUE(run_in_shell("no-such-tool 2> /dev/null"));
 }
 
 TEST_F(ShellTest, ACommandMayFillItsLength) {
-  const ShellCommand whole("echo %s", std::string(ShellCommand::longest - 5, 'x').c_str());
-  EXPECT_TRUE(whole.fits());
-  EXPECT_EQ(std::string(whole.text()).size(), ShellCommand::longest);
-  const ShellCommand of_seven(7, "echo %s", "xy");
-  EXPECT_TRUE(of_seven.fits());
-  EXPECT_STREQ(of_seven.text(), "echo xy");
+  const fakes::FakeShell shell;
+  const std::string tail(longest_command - 5, 'x');
+  EXPECT_TRUE(run_in_shell("echo %s", tail.c_str()));
+  char out[8];
+  first_line_of(7, sizeof out, out, "echo %s", "xy");
+  EXPECT_THAT(shell.commands(), testing::ElementsAre("echo " + tail, "echo xy"));
   EXPECT_THAT(fakes::log_lines(), testing::IsEmpty());
 }
 
 TEST_F(ShellTest, ACommandThatIsTooLongIsLoggedAndNotRun) {
   const fakes::FakeShell shell;
-  const std::string tail(ShellCommand::longest - 4, 'x');
-  const ShellCommand command("echo %s", tail.c_str());
-  EXPECT_FALSE(command.fits());
+  const std::string tail(longest_command - 4, 'x');
+  EXPECT_FALSE(run_in_shell("echo %s", tail.c_str()));
   EXPECT_THAT(fakes::log_lines(),
               testing::ElementsAre(
                   fakes::LogLine{LOG_ERR, "Not run: a shell command may have 511 characters, this one has 512: echo " +
                                               tail.substr(1) + "...\n"}));
-  EXPECT_FALSE(run_in_shell(command));
   char out[8] = "before";
-  EXPECT_FALSE(first_line_of(command, sizeof out, out));
+  EXPECT_FALSE(first_line_of(6, sizeof out, out, "echo %s", "xy"));
+  EXPECT_FALSE(first_line_of(1 << 20, sizeof out, out, "echo %s", tail.c_str()));
   EXPECT_STREQ(out, "before");
-  EXPECT_FALSE(run_in_shell(ShellCommand(6, "echo %s", "xy")));
-  EXPECT_FALSE(run_in_shell(ShellCommand(1 << 20, "echo %s", tail.c_str())));
   EXPECT_THAT(shell.commands(), testing::IsEmpty());
   EXPECT_THAT(fakes::log_lines(), testing::SizeIs(3)) << "one line for each";
 }

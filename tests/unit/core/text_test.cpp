@@ -81,7 +81,10 @@ TEST(Text, ACopyIsCutOffAtItsField) {
 TEST(Text, ACopyMayBeEmpty) {
   Field field;
   field.text[0] = 'x';
-  copy_text(field.text, {});
+  copy_text(field.text, std::string_view());
+  EXPECT_STREQ(field.text, "");
+  field.text[0] = 'x';
+  copy_text(field.text, "");
   EXPECT_STREQ(field.text, "");
 }
 

@@ -178,8 +178,8 @@ TEST_F(DumpTest, NulsAreOrdinaryOctets) {
 
 TEST_F(DumpTest, AnOverlongOrEmptyNeedleIsFoundNowhere) {
   const std::string key(253, 'k');
-  EXPECT_EQ(value(" " + key + ":1\n", Needle(key, ":"), 1), "1");
-  EXPECT_EQ(value(" " + key + "k:1\n", Needle(key + "k", ":"), 1), std::nullopt);
+  EXPECT_EQ(value(" " + key + ":1\n", Needle(key.c_str(), ":"), 1), "1");
+  EXPECT_EQ(value(" " + key + "k:1\n", Needle((key + "k").c_str(), ":"), 1), std::nullopt);
   EXPECT_EQ(count("abc\n", Needle::without_blank("", "")), 0);
 }
 
@@ -307,7 +307,7 @@ TEST_F(DumpTest, SearchesForSeveralKeysDoNotMeet) {
   const Dump dump(path);
   std::vector<Dump::Search> searches;
   for (int key = 0; key < 20; ++key) {
-    searches.emplace_back(dump, Needle("key" + std::to_string(key), ": "));
+    searches.emplace_back(dump, Needle(("key" + std::to_string(key)).c_str(), ": "));
   }
   for (int unit = 1; unit <= 5; ++unit) {
     for (int key = 0; key < 20; ++key) {

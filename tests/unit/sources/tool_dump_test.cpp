@@ -81,7 +81,7 @@ TEST_F(ToolDumpTest, IsReadWithoutTheToolAsItStands) {
 
 TEST_F(ToolDumpTest, ASourceThatIsTooLongGivesNoDump) {
   files.write(path, " id: 7\n");
-  EXPECT_FALSE(dump.read(std::string(ShellCommand::longest, 's').c_str()).opened());
+  EXPECT_FALSE(dump.read(std::string(longest_command, 's').c_str()).opened());
   EXPECT_THAT(shell.commands(), IsEmpty());
   EXPECT_THAT(fakes::log_lines(), ElementsAre(testing::Field(&fakes::LogLine::priority, LOG_ERR)));
   shell.prints(command, " id: 1\n");
