@@ -29,12 +29,14 @@ class Machine:
 
 # {machine, as the module's ELF header names it}
 MACHINES = {
-    "Advanced Micro Devices X86-64": Machine("amd64", 145 * 1024, "x86_64-linux-gnu-"),
-    "ARM": Machine("armhf", 110 * 1024, "arm-linux-gnueabihf-"),
+    "Advanced Micro Devices X86-64": Machine("amd64", 124 * 1024, "x86_64-linux-gnu-"),
+    "ARM": Machine("armhf", 95 * 1024, "arm-linux-gnueabihf-"),
 }
 
 # A line of the linker's map: an input section, its address, its size and its object. A long name has a line of its own.
 INPUT = re.compile(r"^ (\.\S+)\s+0x[0-9a-f]+\s+0x([0-9a-f]+) (\S+)$", re.MULTILINE)
+# The same in the map of lld: two addresses, size, alignment, object and section.
+INPUT_OF_LLD = re.compile(r"^ +[0-9a-f]+ +[0-9a-f]+ +([0-9a-f]+) +\d+ {9}(\S+):\((\.[^)]+)\)$", re.MULTILINE)
 OBJECT = re.compile(r"module_objects\.dir/(.*)\.cpp\.o$")
 LOADED = re.compile(r"\.(text|rodata|data|eh_frame|gcc_except_table|ARM\.ex|init_array)")
 SECTION = re.compile(r"^ *\[ *\d+\] (\.\S+) +(\S+) +[0-9a-f]+ [0-9a-f]+ ([0-9a-f]+) \S+ +(\w*)", re.MULTILINE)
@@ -57,12 +59,19 @@ def sections(binary):
 
 def objects(link_map):
     """{object, as core/table: octets}. Texts that several objects share are the linker's, and have their own line."""
-    _, _, placed = link_map.read_text().partition("Linker script and memory map")
+    text = link_map.read_text()
+    _, _, placed = text.partition("Linker script and memory map")
+    inputs = INPUT.findall(re.sub(r"^( \.\S+)\n", r"\1", placed, flags=re.MULTILINE))
+    inputs += [(section, size, source) for size, source, section in INPUT_OF_LLD.findall(text)]
     sizes = collections.Counter()
-    for section, size, source in INPUT.findall(re.sub(r"^( \.\S+)\n", r"\1", placed, flags=re.MULTILINE)):
+    for section, size, source in inputs:
         found = OBJECT.search(source)
-        if found and LOADED.match(section):
-            sizes["texts" if ".str" in section else found[1]] += int(size, 16)
+        if not LOADED.match(section):
+            continue
+        if found and ".str" in section or source == "<internal>" and section == ".rodata":
+            sizes["texts"] += int(size, 16)
+        elif found:
+            sizes[found[1]] += int(size, 16)
     return dict(sizes)
 
 

@@ -42,19 +42,33 @@ target_link_options(snmpextmibmodule PRIVATE
                     LINKER:-Map=${CMAKE_BINARY_DIR}/module.link-map)
 harden(snmpextmibmodule)
 
-# Relative relocations, most of them of pointers to texts, take 11 KiB, or a quarter of one when packed. glibc applies
-# packed ones from 2.36 on, and an older one refuses the module. A linker that cannot pack them only says so.
+# Relative relocations, most of them of pointers to texts, take 11 KiB (4 KiB with 32 bits), or a quarter of one when
+# packed. glibc applies packed ones from 2.36 on, and an older one refuses the module. A linker that cannot pack them only
+# says so. Debian 12's for Arm is one: there lld links the module, from version 16 on, if it is installed. Earlier ones
+# leave out the mark without which glibc refuses packed relocations.
 include(CheckCXXSourceCompiles)
-set(CMAKE_REQUIRED_LINK_OPTIONS LINKER:--fatal-warnings LINKER:-z,pack-relative-relocs)
-check_cxx_source_compiles("
-  #include <features.h>
-  #if !__GLIBC_PREREQ(2, 36)
-  #error too old
-  #endif
-  int main() {}" TAVO_LOADER_UNPACKS_RELOCATIONS)
-unset(CMAKE_REQUIRED_LINK_OPTIONS)
-if(TAVO_LOADER_UNPACKS_RELOCATIONS)
+function(check_packing result)
+  set(CMAKE_REQUIRED_LINK_OPTIONS LINKER:--fatal-warnings LINKER:-z,pack-relative-relocs ${ARGN})
+  check_cxx_source_compiles("
+    #include <features.h>
+    #if !__GLIBC_PREREQ(2, 36)
+    #error too old
+    #endif
+    int main() {}" ${result})
+endfunction()
+check_packing(TAVO_LINKER_PACKS_RELOCATIONS)
+if(TAVO_LINKER_PACKS_RELOCATIONS)
   target_link_options(snmpextmibmodule PRIVATE LINKER:-z,pack-relative-relocs)
+else()
+  find_program(TAVO_LLD NAMES ld.lld-19 ld.lld-18 ld.lld-17 ld.lld-16 ld.lld CMAKE_FIND_ROOT_PATH_BOTH)
+  # A cross compiler looks for lld under a name that no package has, unless it is told the directory.
+  get_filename_component(lld_directory "${TAVO_LLD}" REALPATH)
+  get_filename_component(lld_directory "${lld_directory}" DIRECTORY)
+  set(with_lld -fuse-ld=lld -B${lld_directory} LINKER:-O2)
+  check_packing(TAVO_LLD_PACKS_RELOCATIONS ${with_lld})
+  if(TAVO_LLD_PACKS_RELOCATIONS)
+    target_link_options(snmpextmibmodule PRIVATE ${with_lld} LINKER:-z,pack-relative-relocs)
+  endif()
 endif()
 
 # A name with default visibility that the list lacks would be hidden without a word, and so would one that the list has
