@@ -80,7 +80,7 @@ TEST_F(DriveReportsTest, AnotherDriveOfTheSameNameIsAskedAtOnce) {
 }
 
 TEST_F(DriveReportsTest, ADriveThatHangsHoldsUpNoOther) {
-  DriveReports reports(smartctl(), {.patience = 200ms});
+  DriveReports reports(smartctl(), {.patience = 1s});
   std::vector<AskedDrive> drives;
   for (const char *name : {"sda", "sdb", "sdc", "sdd", "sde"}) {
     answer(name, "exec sleep 60");
@@ -92,7 +92,7 @@ TEST_F(DriveReportsTest, ADriveThatHangsHoldsUpNoOther) {
   EXPECT_TRUE(asks_until(reports, drives, [&] { return reports.of(drive("sdf")).is_known; }));
   EXPECT_EQ(reports.of(drive("sdf")).smart.model, "MODEL-1");
   EXPECT_FALSE(reports.of(drive("sda")).is_known);
-  EXPECT_LT(time_of([&] { reports.ask(drives); }), 150ms) << "nobody waits a second time";
+  EXPECT_LT(time_of([&] { reports.ask(drives); }), 900ms) << "nobody waits a second time";
 }
 
 TEST_F(DriveReportsTest, AFewAreAskedAtATime) {
@@ -116,7 +116,7 @@ TEST_F(DriveReportsTest, AFewAreAskedAtATime) {
 }
 
 TEST_F(DriveReportsTest, OneThatNeverAnswersIsAskedLessAndLessOften) {
-  DriveReports reports(smartctl(), {.age = 200ms, .limit = 50ms, .patience = 20ms, .longest_age = 800ms});
+  DriveReports reports(smartctl(), {.age = 200ms, .limit = 200ms, .patience = 20ms, .longest_age = 800ms});
   answer("sda", "exec sleep 60");
   const std::vector<AskedDrive> drives{drive("sda")};
   std::vector<std::chrono::milliseconds> pauses;
@@ -133,8 +133,8 @@ TEST_F(DriveReportsTest, OneThatNeverAnswersIsAskedLessAndLessOften) {
   EXPECT_GE(pauses[3], 800ms);
   EXPECT_GE(pauses[4], 800ms);
   answer_with_model("sda", "MODEL-1");
-  EXPECT_TRUE(asks_until(reports, drives, [&] { return reports.of(drives[0]).times_unanswered == 0; }));
-  EXPECT_EQ(reports.of(drives[0]).smart.model, "MODEL-1");
+  EXPECT_TRUE(asks_until(reports, drives, [&] { return reports.of(drives[0]).smart.model == "MODEL-1"; }));
+  EXPECT_EQ(reports.of(drives[0]).times_unanswered, 0);
 }
 
 TEST_F(DriveReportsTest, AnAnswerThatComesLaterIsTaken) {

@@ -13,8 +13,10 @@ class ProgramTest : public Tree {
   // A shell script of this name that runs the commands, and knows its directory as $here.
   std::string program(const std::string &name, const std::string &commands) {
     const std::filesystem::path file = directory_ / name;
-    std::ofstream(file) << "#!/bin/sh\nhere=" << directory_.string() << '\n' << commands << '\n';
-    std::filesystem::permissions(file, std::filesystem::perms::owner_all);
+    const std::filesystem::path fresh = directory_ / (name + ".new");  // one that runs may be replaced
+    std::ofstream(fresh) << "#!/bin/sh\nhere=" << directory_.string() << '\n' << commands << '\n';
+    std::filesystem::permissions(fresh, std::filesystem::perms::owner_all);
+    std::filesystem::rename(fresh, file);
     return file;
   }
 };
