@@ -24,6 +24,9 @@ constexpr std::int64_t block_size = 512;  // what the kernel counts in, whatever
 // The condition of a drive that says so itself.
 constexpr const char *failing = "failing";
 
+// That of one that is too hot.
+constexpr const char *hot = "too hot";
+
 // That of one that does not answer, and how often in a row it has not.
 constexpr const char *unanswered = "unanswered";
 constexpr int most_unanswered = 2;
@@ -156,6 +159,7 @@ std::vector<DiskSource::Drive> DiskSource::drives(Finding &finding) {
     asked.push_back(
         {.device = (roots_.dev / disk.filename()).string(), .number = read_attribute(disk / "diskseq").value_or("")});
     found.push_back({.disk = disk,
+                     .device = device,
                      .place = place_of(device),
                      .comes_and_goes = is_on_usb || read_number(disk / "removable").value_or(0) != 0,
                      .asked = asked.back()});
@@ -164,6 +168,7 @@ std::vector<DiskSource::Drive> DiskSource::drives(Finding &finding) {
   for (Drive &drive : found) {
     drive.report = report_of(drive);
     drive.part = drive_part(drive);
+    drive.is_too_hot = heat_.is_too_hot(drive.device, drive.report);
   }
   std::ranges::sort(found, {}, [](const Drive &drive) { return drive.part.number("slot"); });
   return found;
@@ -181,6 +186,13 @@ void DiskSource::find_troubles(const std::vector<Drive> &present, Finding &findi
     };
     if (!smart.healthy.value_or(true)) {
       add(failing, "major", " reports that it is failing");
+    }
+    if (drive.is_too_hot) {
+      add(hot, "major", " is at its critical temperature");
+    } else if (smart.has_bad_temperature.value_or(false)) {
+      add(hot, "major", " reports a temperature beyond its limits");
+    } else if (!drive.report.is_known) {
+      finding.undecided.push_back(drive_trouble_key(drive.place, hot));
     }
     if (drive.report.times_unanswered >= most_unanswered) {
       add(unanswered, "warning", " does not answer");

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "hardware/descriptor_set.h"
+#include "hardware/drive_heat.h"
 #include "hardware/drive_reports.h"
 #include "hardware/kernel_events.h"
 #include "hardware/pci.h"
@@ -25,12 +26,14 @@ class DiskSource : public Source {
 
  private:
   struct Drive {
-    std::filesystem::path disk;  // in /sys/block
+    std::filesystem::path disk;    // in /sys/block
+    std::filesystem::path device;  // in /sys/devices
     std::string place;
     bool comes_and_goes;  // nobody misses it
     AskedDrive asked;
     Part part{drive_kind};
     DriveReport report = {};
+    bool is_too_hot = false;
   };
 
   std::vector<RaidController> controllers();
@@ -43,6 +46,7 @@ class DiskSource : public Source {
   const Roots roots_;
   Register &numbers_;
   DriveReports reports_;
+  DriveHeat heat_;
   PciBus pci_;
   KernelEvents events_{"block"};
   DescriptorSet watched_;

@@ -13,9 +13,11 @@ constexpr std::ptrdiff_t at_a_time = 4;
 
 // Fills in what a drive has left out this time, because it sleeps or is about to die, with what it told last.
 void complete(SmartReport &report, const SmartReport &last) {
-  if (!report.healthy) {
-    report.healthy = last.healthy;
-  }
+  const auto fill = [](auto &now, const auto &before) { now = now ? now : before; };
+  fill(report.healthy, last.healthy);
+  fill(report.has_bad_temperature, last.has_bad_temperature);
+  fill(report.temperature, last.temperature);
+  fill(report.critical_temperature, last.critical_temperature);
   if (report.firmware.empty()) {
     report.firmware = last.firmware;
   }
@@ -101,7 +103,7 @@ void DriveReports::begin(const AskedDrive &drive) {
   known.due = Clock::now() + times_.age;
   known.is_taken = false;
   known.run = std::make_unique<ToolRun>(
-      std::vector<std::string>{program_, "--json", "-n", "standby", "-iH", drive.device}, times_.limit);
+      std::vector<std::string>{program_, "--json", "-n", "standby", "-iHA", drive.device}, times_.limit);
   watched_.add(known.run->descriptor());
 }
 
@@ -115,7 +117,7 @@ void DriveReports::take_answer(Known &known) {
   } else if (!known.is_taken && state == ToolRun::State::Ended) {
     SmartReport smart = known.run->error().empty() ? parse_smart(known.run->output()) : silent(known.run->error());
     complete(smart, known.report.smart);
-    known.report = {.smart = std::move(smart), .is_known = true};
+    known.report = {.smart = std::move(smart), .is_known = true, .answered = Clock::now()};
     known.is_taken = true;
   }
   if (known.is_taken && known.run->is_gone()) {
@@ -126,7 +128,9 @@ void DriveReports::take_answer(Known &known) {
 void DriveReports::note_silence(Known &known, const std::string &why) {
   SmartReport smart = silent(why);
   complete(smart, known.report.smart);
-  known.report = {.smart = std::move(smart), .is_known = true, .times_unanswered = known.report.times_unanswered + 1};
+  known.report.smart = std::move(smart);
+  known.report.is_known = true;
+  ++known.report.times_unanswered;
   known.is_taken = true;
   const auto longest = std::max(times_.age, times_.longest_age);
   auto pause = times_.age;

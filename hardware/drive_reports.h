@@ -22,9 +22,10 @@ struct AskedDrive {
 };
 
 struct DriveReport {
-  SmartReport smart = {};    // what it said last, completed by what it said before
-  bool is_known = false;     // it has answered, or its time was up
-  int times_unanswered = 0;  // in a row
+  SmartReport smart = {};                               // what it said last, completed by what it said before
+  bool is_known = false;                                // it has answered, or its time was up
+  std::chrono::steady_clock::time_point answered = {};  // when it did last, be it only that it sleeps
+  int times_unanswered = 0;                             // in a row
 };
 
 class DriveReports {

@@ -16,6 +16,11 @@ std::string first_message(const json &report) {
   return text.empty() ? "no answer" : text;
 }
 
+std::optional<std::int64_t> number_at(const json &report, std::initializer_list<const char *> path) {
+  const json *found = find_printed(report, path);
+  return found != nullptr && found->is_number_integer() ? std::optional(found->get<std::int64_t>()) : std::nullopt;
+}
+
 }  // namespace
 
 SmartReport parse_smart(std::string_view text) {
@@ -31,6 +36,13 @@ SmartReport parse_smart(std::string_view text) {
   if (passed != nullptr && passed->is_boolean()) {
     parsed.healthy = passed->get<bool>();
   }
+  if (const auto warnings = number_at(report, {"smart_status", "nvme", "value"})) {
+    constexpr std::int64_t temperature = 0x02;
+    parsed.has_bad_temperature = (*warnings & temperature) != 0;
+    parsed.healthy = parsed.healthy ? std::optional((*warnings & ~temperature) == 0) : std::nullopt;
+  }
+  parsed.temperature = number_at(report, {"temperature", "current"});
+  parsed.critical_temperature = number_at(report, {"temperature", "drive_trip"});
   // A SCSI drive has another name for its model, and need not know SMART.
   if (parsed.healthy || !parsed.model.empty() || !printed_text(report, {"scsi_product"}).empty()) {
     parsed.state = SmartReport::State::Answers;

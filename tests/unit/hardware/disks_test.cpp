@@ -11,6 +11,7 @@
 namespace tavo::service {
 namespace {
 
+using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -74,6 +75,22 @@ class Disks : public Tree {
 
   void report(const std::string &name, const std::string &report) {
     std::ofstream(directory_ / "reports" / name) << report;
+  }
+
+  // A drive that is failing, and whose fault is kept.
+  void fail_before_a_restart(const std::string &name, const std::string &device) {
+    add_disk(name, device, failing);
+    const Finding before = source_.read();
+    ASSERT_THAT(before.troubles, SizeIs(1));
+    register_.keep_fault(before.troubles[0].key, {});
+  }
+
+  static std::vector<std::string> troubles_of(Source &source) {
+    std::vector<std::string> descriptions;
+    for (const Trouble &trouble : source.read().troubles) {
+      descriptions.push_back(trouble.description);
+    }
+    return descriptions;
   }
 
   void pull(const std::string &name) { std::filesystem::remove(sys() / "block" / name); }
@@ -177,25 +194,78 @@ TEST_F(Disks, ADriveThatIsFailingIsATrouble) {
   EXPECT_EQ(finding.troubles[0].affected_oid, "1.3.6.1.4.1.61453.4.207.1.45.4.1.2.1");
 }
 
-TEST_F(Disks, ADriveThatWasPulledIsATroubleUntilItReturns) {
-  add_disk("sda", sda, healthy);
-  EXPECT_THAT(source_.read().troubles, IsEmpty());
-  pull("sda");
-  const Finding gone = source_.read();
-  ASSERT_THAT(gone.troubles, SizeIs(1));
-  EXPECT_EQ(gone.troubles[0].description, "Drive sda (MODEL-1) in slot 1 is missing");
-  link("block/sda", sda);
-  EXPECT_THAT(source_.read().troubles, IsEmpty());
+TEST(Smart, ATemperatureAloneIsNoFailure) {
+  const auto report_with = [](int warnings) {
+    return parse_smart(R"({"smart_status": {"passed": false, "nvme": {"value": )" + std::to_string(warnings) + "}}}");
+  };
+  EXPECT_EQ(report_with(2).healthy, true);
+  EXPECT_EQ(report_with(2).has_bad_temperature, true);
+  EXPECT_EQ(report_with(4).healthy, false);
+  EXPECT_EQ(report_with(4).has_bad_temperature, false);
+  EXPECT_EQ(report_with(6).healthy, false);
+  EXPECT_EQ(report_with(6).has_bad_temperature, true);
 }
 
-TEST_F(Disks, ADriveIsMissedAfterARestart) {
+// A report with the temperature that the drive switches itself off at.
+std::string scsi_report(int temperature) {
+  return R"({"scsi_product": "DISK-1", "model_name": "DISK-1", "temperature": {"drive_trip": 65, "current": )" +
+         std::to_string(temperature) + "}}";
+}
+
+TEST_F(Disks, ADriveThatSaysItIsTooHotIsATrouble) {
+  DiskSource source(roots(), register_, smartctl(), {.age = std::chrono::seconds(0)});
+  add_disk("sda", sda, scsi_report(64));
+  EXPECT_THAT(source.read().troubles, IsEmpty());
+  for (const int temperature : {65, 63}) {
+    report("sda", scsi_report(temperature));
+    const Finding finding = source.read();
+    ASSERT_THAT(finding.troubles, SizeIs(1)) << temperature;
+    EXPECT_EQ(finding.troubles[0].description, "Drive sda (DISK-1) in slot 1 is at its critical temperature");
+  }
+  report("sda", scsi_report(62));
+  EXPECT_THAT(source.read().troubles, IsEmpty());
+}
+
+TEST_F(Disks, ADriveThatIsMeasuredTooHotIsATrouble) {
+  const std::string chip_of_sda = "devices/pci0000:00/0000:00:1f.2/ata3/host2/target2:0:0/2:0:0:0/hwmon/hwmon3/temp1_";
+  const std::string chip_of_nvme = "devices/pci0000:00/0000:00:01.0/0000:01:00.0/nvme/nvme0/hwmon4/temp1_";
+  DiskSource source(roots(), register_, smartctl(), {.age = std::chrono::seconds(0)});
   add_disk("sda", sda, healthy);
-  source_.read();
+  add_disk("nvme0n1", nvme, healthy);
+  for (const std::string &chip : {chip_of_sda, chip_of_nvme}) {
+    write(chip + "crit", "84850\n");
+    write(chip + "input", "31850\n");
+  }
+  EXPECT_THAT(source.read().troubles, IsEmpty());
+  write(chip_of_sda + "input", "84850\n");
+  EXPECT_THAT(troubles_of(source), ElementsAre("Drive sda (MODEL-1) in slot 2 is at its critical temperature"));
+  write(chip_of_nvme + "input", "85850\n");
+  EXPECT_THAT(troubles_of(source), SizeIs(2));
+  write(chip_of_sda + "input", "81850\n");
+  write(chip_of_nvme + "input", "81851\n");
+  EXPECT_THAT(troubles_of(source), ElementsAre(HasSubstr("nvme0n1")));
+  report("sda", asleep);
+  write(chip_of_sda + "input", "84850\n");
+  EXPECT_THAT(troubles_of(source), ElementsAre(HasSubstr("nvme0n1"))) << "a drive that sleeps is not measured";
+}
+
+TEST_F(Disks, AnNvmeDriveReportsItsTemperatureItself) {
+  add_disk("nvme0n1", nvme, R"({"model_name": "M", "smart_status": {"passed": false, "nvme": {"value": 2}}})");
+  const Finding finding = source_.read();
+  ASSERT_THAT(finding.troubles, SizeIs(1));
+  EXPECT_EQ(finding.troubles[0].description, "Drive nvme0n1 (M) in slot 1 reports a temperature beyond its limits");
+}
+
+TEST_F(Disks, ADriveThatWasPulledIsATroubleUntilItReturns) {
+  add_disk("sda", sda, healthy);
+  EXPECT_THAT(troubles_of(source_), IsEmpty());
   pull("sda");
-  DiskSource later(roots(), register_, smartctl());
-  const Finding gone = later.read();
-  ASSERT_THAT(gone.troubles, SizeIs(1));
-  EXPECT_EQ(gone.troubles[0].description, "Drive sda (MODEL-1) in slot 1 is missing");
+  DiskSource after_a_restart(roots(), register_, smartctl());
+  for (DiskSource *source : {&source_, &after_a_restart}) {
+    EXPECT_THAT(troubles_of(*source), ElementsAre("Drive sda (MODEL-1) in slot 1 is missing"));
+  }
+  link("block/sda", sda);
+  EXPECT_THAT(troubles_of(after_a_restart), IsEmpty());
 }
 
 TEST_F(Disks, ADriveThatIsForgottenIsMissedNoLonger) {
@@ -261,7 +331,7 @@ TEST_F(Disks, ADriveThatNeverAnswersIsATrouble) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
   while (finding.troubles.empty() && std::chrono::steady_clock::now() < deadline) {
     std::this_thread::sleep_for(milliseconds(5));
-    EXPECT_THAT(finding.undecided, ElementsAre("drive 0000:00:1f.2 port ata3 0:0:0 unanswered"));
+    EXPECT_THAT(finding.undecided, Contains("drive 0000:00:1f.2 port ata3 0:0:0 unanswered"));
     finding = source.read();
   }
   ASSERT_THAT(finding.troubles, SizeIs(1));
@@ -296,10 +366,7 @@ TEST_F(Disks, ADriveIsNotWhatTheOneBeforeItWas) {
 }
 
 TEST_F(Disks, ADriveThatSleepsOverARestartIsStillFailing) {
-  add_disk("sda", sda, failing);
-  const Finding before = source_.read();
-  ASSERT_THAT(before.troubles, SizeIs(1));
-  register_.keep_fault(before.troubles[0].key, {});
+  fail_before_a_restart("sda", sda);
   report("sda", asleep);
   DiskSource later(roots(), register_, smartctl(), {.age = std::chrono::seconds(0)});
   EXPECT_THAT(later.read().troubles, SizeIs(1));
@@ -310,10 +377,7 @@ TEST_F(Disks, ADriveThatSleepsOverARestartIsStillFailing) {
 }
 
 TEST_F(Disks, AnotherDriveAfterARestartIsNotFailing) {
-  add_disk("sda", sda, failing);
-  const Finding before = source_.read();
-  ASSERT_THAT(before.troubles, SizeIs(1));
-  register_.keep_fault(before.troubles[0].key, {});
+  fail_before_a_restart("sda", sda);
   pull("sda");
   DiskSource later(roots(), register_, smartctl());
   later.read();
