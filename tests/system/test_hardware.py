@@ -281,15 +281,20 @@ def test_a_large_server(serve, directory):
     at_once("Power supply 1 has failed", machine.controller, *set_reading(SUPPLY_1, PRESENT_AND_FAILED))
     at_once("DIMM ECC: memory has had an error that cannot be corrected", machine.controller,
             *set_reading(MEMORY_ERRORS, UNCORRECTABLE))
+    failed_member = r"Drive \w+ \(DISK-2\) in slot \d has failed in array md0"
+    since[failed_member] = since["Array md0 is degraded"]
     wait_for_notifications(machine, RAISED, since, RAISED_WITHIN)
     faults = tables.faults()
     assert len(faults) == len(since) and all(re.search(fault, "\n".join(faults)) for fault in since), faults
     await_shown(tables, {"tavoStorageLocalLun": [LARGE_SHOWN["tavoStorageLocalLun"][0] | {"Operability": "degraded"}]})
-    assert {"Model": "DISK-3"} not in rows(tables.cells(), "tavoStorageLocalDisk", {"Model"})
+    drives = rows(tables.cells(), "tavoStorageLocalDisk", {"Model", "State"})
+    assert {"Model": "DISK-2", "State": "failed"} in drives
+    assert "DISK-3" not in [drive["Model"] for drive in drives]
 
-    array, missing, fan, inlet, supply, memory = since
+    array, missing, fan, inlet, supply, memory, failed_member = since
     at_once(array, machine.run, f"cd /sys/block/md0/md; echo remove >dev-{second}/state;"
                                 f" cat /sys/block/{second}/dev >new_dev; echo recover >sync_action")
+    since[failed_member] = since[array]
     at_once(missing, machine.monitor, "device_add", driver="scsi-hd", bus="scsi.0", drive="disk-3", id="drive-3",
             product="DISK-3", ver="1.3")
     at_once(fan, machine.controller, *set_reading(FAN_1, FAN_1.reading))
