@@ -4,6 +4,8 @@
 #include <sys/timerfd.h>
 
 #include <algorithm>
+#include <array>
+#include <cstdint>
 
 namespace tavo::service {
 namespace {
@@ -40,6 +42,8 @@ DriveReports::DriveReports(std::string program, const Times &times)
 }
 
 void DriveReports::ask(const std::vector<AskedDrive> &drives) {
+  std::array<std::byte, sizeof(std::uint64_t)> times_fired{};
+  read_some(timer_, times_fired);
   forget_all_but(drives);
   std::vector<AskedDrive> waiting = due_drives();
   const auto until = Clock::now() + times_.patience;

@@ -4,6 +4,7 @@
 
 #include <poll.h>
 
+#include <ctime>
 #include <functional>
 
 #include "program.h"
@@ -135,6 +136,18 @@ TEST_F(DriveReportsTest, OneThatNeverAnswersIsAskedLessAndLessOften) {
   answer_with_model("sda", "MODEL-1");
   EXPECT_TRUE(asks_until(reports, drives, [&] { return reports.of(drives[0]).smart.model == "MODEL-1"; }));
   EXPECT_EQ(reports.of(drives[0]).times_unanswered, 0);
+}
+
+TEST_F(DriveReportsTest, WaitingForAnAnswerTakesNoProcessor) {
+  DriveReports reports(smartctl(), {.age = 10ms, .patience = 1s});
+  answer_with_model("sda", "MODEL-1");
+  reports.ask({drive("sda")});
+  answer("sda", "exec sleep 60");
+  pollfd due{.fd = reports.descriptor(), .events = POLLIN, .revents = 0};
+  ASSERT_EQ(poll(&due, 1, 30'000), 1);
+  const std::clock_t before = std::clock();
+  EXPECT_GE(time_of([&] { reports.ask({drive("sda")}); }), 1s);
+  EXPECT_LT(std::clock() - before, CLOCKS_PER_SEC / 20);
 }
 
 TEST_F(DriveReportsTest, AnAnswerThatComesLaterIsTaken) {
