@@ -67,8 +67,9 @@ std::optional<RaidReport> parse_raid_report(std::string_view text) {
     }
   }
   std::ranges::sort(report.batteries, {}, &RaidBattery::controller);
-  const auto again = std::ranges::unique(report.batteries, {}, &RaidBattery::controller);
-  report.batteries.erase(again.begin(), again.end());
+  const auto is_of_same = [](const RaidBattery &a, const RaidBattery &b) { return a.controller == b.controller; };
+  const auto again = std::unique(report.batteries.begin(), report.batteries.end(), is_of_same);
+  report.batteries.erase(again, report.batteries.end());
   return report;
 }
 
