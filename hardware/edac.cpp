@@ -20,7 +20,7 @@ constexpr std::int64_t many_corrected = 100;
 std::vector<Part> modules_of_firmware(const Roots &roots) {
   Inventory inventory;
   try {
-    SmbiosSource(roots).read().enter(inventory);
+    enter_smbios(inventory, smbios_table(roots));
   } catch (const std::system_error &) {
     return {};
   }

@@ -24,17 +24,6 @@ constexpr std::chrono::milliseconds shortest_pause(500);
 // A source that takes longer has a fault.
 constexpr std::chrono::seconds patience(60);
 
-// A server of which nothing is known yet.
-Inventory unknown_server() {
-  Inventory inventory;
-  for (const std::string_view field : {"description", "product-name", "product-id", "serial", "uuid"}) {
-    inventory.server.set(field, "");
-  }
-  inventory.server.set("board-readable", "no");
-  inventory.sd.controller.set("present", "no");
-  return inventory;
-}
-
 // Whether the platform's files hold something else now.
 bool files_differ(const Inventory &left, const Inventory &right) {
   return left.supplies != right.supplies || left.controllers != right.controllers;

@@ -4,8 +4,10 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <map>
 #include <system_error>
 
+#include "core/class_number.h"
 #include "core/descriptor.h"
 #include "hardware/set_line.h"
 #include "hardware/told_text.h"
@@ -239,6 +241,37 @@ std::vector<std::byte> file_content(const std::filesystem::path &path) {
   return content;
 }
 
+// A kind of parts that are in sockets or slots.
+struct Socketed {
+  const char *group;  // in the register
+  std::int64_t class_code;
+  std::string_view field;  // with the name of the socket
+  std::string name;        // of such a part, without its socket's
+};
+
+// Keeps the parts that are there, and misses those that were there before: their socket is empty now, or the firmware
+// does not list it any more.
+void add_missing(const Socketed &kind, const std::vector<Part> &parts, Register &kept, std::vector<Trouble> &troubles) {
+  std::map<std::string, std::string> present;
+  for (std::size_t i = 0; i < parts.size(); ++i) {
+    const std::string &socket = parts[i].text(kind.field);
+    kept.number_of(kind.group, socket, static_cast<std::int64_t>(i) + 1);
+    if (parts[i].flag("present")) {
+      present[socket] = kind.name + socket;
+    }
+  }
+  for (const auto &[socket, part] : missing_parts(kept, kind.group, present)) {
+    const auto found = std::ranges::find_if(
+        parts, [&, &wanted = socket](const Part &candidate) { return candidate.text(kind.field) == wanted; });
+    const bool is_listed = found != parts.end();
+    troubles.push_back(missing({.key = std::string(kind.group) + ' ' + socket + " gone",
+                                .class_code = is_listed ? kind.class_code : class_number::server,
+                                .unit = is_listed ? found - parts.begin() + 1 : 1,
+                                .description = part.name},
+                               part));
+  }
+}
+
 }  // namespace
 
 std::uint32_t SmbiosStructure::number(std::size_t offset, std::size_t size) const {
@@ -320,9 +353,18 @@ std::vector<std::byte> smbios_table(const Roots &roots) {
 }
 
 Finding SmbiosSource::read() {
-  const std::vector<std::byte> table = smbios_table(roots_);
+  Inventory known = unknown_server();
+  enter_smbios(known, smbios_table(roots_));
   Finding finding;
-  finding.enter = [table](Inventory &inventory) { enter_smbios(inventory, table); };
+  finding.enter = [server = known.server, processors = known.processors, dimms = known.dimms](Inventory &inventory) {
+    inventory.server = server;
+    inventory.processors = processors;
+    inventory.dimms = dimms;
+  };
+  add_missing({.group = "processor", .class_code = class_number::processor, .field = "socket", .name = "Processor "},
+              known.processors, kept_, finding.troubles);
+  add_missing({.group = "module", .class_code = class_number::memory, .field = "name", .name = "Memory module "},
+              known.dimms, kept_, finding.troubles);
   return finding;
 }
 

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "hardware/register.h"
 #include "hardware/source.h"
 
 namespace tavo::service {
@@ -53,10 +54,11 @@ void enter_smbios(Inventory &inventory, std::span<const std::byte> table);
 // The whole table. Throws std::system_error if it cannot be read.
 std::vector<std::byte> smbios_table(const Roots &roots);
 
-// Reads the table once.
+// Reads the table once. Processors and memory modules that were there at an earlier start are missed.
 class SmbiosSource : public Source {
  public:
-  explicit SmbiosSource(Roots roots) : roots_(std::move(roots)) {}
+  // `kept` outlives the source. It keeps which processors and modules there were.
+  SmbiosSource(Roots roots, Register &kept) : roots_(std::move(roots)), kept_(kept) {}
 
   std::string_view name() const override { return "SMBIOS"; }
   std::chrono::seconds interval() const override { return std::chrono::seconds(0); }
@@ -64,6 +66,7 @@ class SmbiosSource : public Source {
 
  private:
   const Roots roots_;
+  Register &kept_;
 };
 
 }  // namespace tavo::service

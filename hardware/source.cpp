@@ -11,4 +11,14 @@ Trouble missing(Trouble part, const MissingPart &missing) {
   return part;
 }
 
+Inventory unknown_server() {
+  Inventory inventory;
+  for (const std::string_view field : {"description", "product-name", "product-id", "serial", "uuid"}) {
+    inventory.server.set(field, "");
+  }
+  inventory.server.set("board-readable", "no");
+  inventory.sd.controller.set("present", "no");
+  return inventory;
+}
+
 }  // namespace tavo::service

@@ -81,6 +81,9 @@ class Source {
   virtual Finding read() = 0;
 };
 
+// A server of which nothing is known yet.
+Inventory unknown_server();
+
 // Where the kernel shows the machine; other directories in tests.
 struct Roots {
   std::filesystem::path sys = "/sys";

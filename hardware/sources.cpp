@@ -18,7 +18,7 @@ namespace tavo::service {
 
 std::vector<std::unique_ptr<Source>> all_sources(const Roots &roots, Register &numbers) {
   std::vector<std::unique_ptr<Source>> sources;
-  sources.push_back(std::make_unique<SmbiosSource>(roots));
+  sources.push_back(std::make_unique<SmbiosSource>(roots, numbers));
   sources.push_back(std::make_unique<HwmonSource>(roots, numbers));
   sources.push_back(std::make_unique<IpmiSource>(roots, numbers));
   sources.push_back(std::make_unique<ThermalSource>(roots));

@@ -199,7 +199,7 @@ constexpr auto commands = std::to_array<Command>({
      Servers::Any},
     {"tool", "", "NAME ok|missing|slow SECONDS|silent|garbled|prints FILE|hangs|floods|forks|killed", from_to(2, 3),
      "make a query tool misbehave", set_tool},
-    {"forget", "", "drive|array|raid-battery|sd-card|adapter|fan|supply NUMBER", exactly(2),
+    {"forget", "", "drive|array|raid-battery|sd-card|adapter|fan|supply|processor|module NUMBER", exactly(2),
      "miss a part of a real server no longer", forget, nullptr, Servers::Real},
 });
 

@@ -5,6 +5,7 @@
 #include <initializer_list>
 #include <system_error>
 
+#include "core/class_number.h"
 #include "structure.h"
 #include "tree.h"
 
@@ -12,6 +13,7 @@ namespace tavo::service {
 namespace {
 
 using testing::ElementsAre;
+using testing::IsEmpty;
 using testing::SizeIs;
 
 std::string server() {
@@ -51,9 +53,17 @@ class Smbios : public Tree {
     write("firmware/dmi/tables/DMI", table);
     Inventory inventory;
     inventory.server.set("board-readable", "no");
-    SmbiosSource(roots()).read().enter(inventory);
+    SmbiosSource(roots(), register_).read().enter(inventory);
     return inventory;
   }
+
+  // What is wrong at the next start, with this table.
+  std::vector<Trouble> troubles(const std::string &table) {
+    write("firmware/dmi/tables/DMI", table);
+    return SmbiosSource(roots(), register_).read().troubles;
+  }
+
+  Register register_{directory_ / "register.json"};
 };
 
 TEST_F(Smbios, TheServerAndItsBoardAreNamed) {
@@ -179,8 +189,39 @@ TEST_F(Smbios, ASlotHasItsAddress) {
   EXPECT_EQ(slots[0].address, "0001:82:03.1");
 }
 
+TEST_F(Smbios, AModuleThatIsGoneAfterARestartIsMissed) {
+  const auto slot = [](int size, const std::string &name) { return memory(size).text(0x10, name).octets(); };
+  const std::string before = slot(0, "A1") + slot(8192, "A2") + slot(8192, "A3");
+  EXPECT_THAT(troubles(before), IsEmpty()) << "a slot may be meant to be empty";
+  EXPECT_THAT(troubles(before), IsEmpty());
+  const std::vector<Trouble> found = troubles(slot(0, "A1") + slot(8192, "A2") + slot(0, "A3"));
+  ASSERT_THAT(found, SizeIs(1));
+  EXPECT_EQ(found[0].description, "Memory module A3 is missing");
+  EXPECT_EQ(found[0].class_code, class_number::memory);
+  EXPECT_EQ(found[0].unit, 3);
+  EXPECT_EQ(found[0].cause, 238);
+  EXPECT_EQ(found[0].missing->group, "module");
+  EXPECT_EQ(found[0].missing->number, 3);
+  EXPECT_THAT(troubles(before), IsEmpty()) << "it is back";
+  EXPECT_THAT(troubles(slot(8192, "A2") + slot(8192, "A3")), IsEmpty()) << "slots are known by their names";
+  const std::vector<Trouble> unlisted = troubles(slot(8192, "A3"));
+  ASSERT_THAT(unlisted, SizeIs(1)) << "the firmware does not list its slot";
+  EXPECT_EQ(unlisted[0].class_code, class_number::server);
+  EXPECT_TRUE(register_.forget_part("module", unlisted[0].missing->number));
+  EXPECT_THAT(troubles(slot(8192, "A3")), IsEmpty());
+}
+
+TEST_F(Smbios, AProcessorThatIsGoneAfterARestartIsMissed) {
+  EXPECT_THAT(troubles(processor(0x41).octets() + processor(0x41).octets()), IsEmpty());
+  const std::vector<Trouble> found = troubles(processor(0x41).octets() + processor(0).octets());
+  ASSERT_THAT(found, SizeIs(1));
+  EXPECT_EQ(found[0].description, "Processor CPU1 #2 is missing");
+  EXPECT_EQ(found[0].class_code, class_number::processor);
+  EXPECT_EQ(found[0].unit, 2);
+}
+
 TEST_F(Smbios, AMissingTableIsNamed) {
-  SmbiosSource source(roots());
+  SmbiosSource source(roots(), register_);
   EXPECT_THAT([&] { source.read(); },
               testing::ThrowsMessage<std::system_error>(testing::HasSubstr("firmware/dmi/tables/DMI: No such file")));
 }
