@@ -4,6 +4,7 @@
 #include <system_error>
 
 #include "core/class_number.h"
+#include "hardware/same_error.h"
 #include "hardware/smbios.h"
 #include "hardware/sysfs.h"
 #include "service/causes.h"
@@ -44,13 +45,14 @@ FaultyPart part_of(const std::string &label, const std::vector<Part> &modules) {
 }
 
 Trouble trouble_of(const std::string &module, const FaultyPart &part, const std::string &what,
-                   const std::string &severity, const std::string &sentence) {
+                   const std::string &severity, const std::string &sentence, const std::string &error) {
   return {.key = "memory " + module + ' ' + what,
           .class_code = part.class_code,
           .unit = part.unit,
           .severity = severity,
           .cause = cause::failed,
-          .description = "Memory module " + module + sentence};
+          .description = "Memory module " + module + sentence,
+          .error = error};
 }
 
 }  // namespace
@@ -72,11 +74,12 @@ Finding EdacSource::read() {
       }
       const FaultyPart part = part_of(label, modules_of_firmware(roots_));
       if (uncorrected) {
-        finding.troubles.push_back(
-            trouble_of(module, part, "uncorrected", "critical", " has had errors that cannot be corrected"));
+        finding.troubles.push_back(trouble_of(module, part, "uncorrected", "critical",
+                                              " has had errors that cannot be corrected", uncorrected_memory_error));
       }
       if (corrected) {
-        finding.troubles.push_back(trouble_of(module, part, "corrected", "minor", " has had many corrected errors"));
+        finding.troubles.push_back(
+            trouble_of(module, part, "corrected", "minor", " has had many corrected errors", corrected_memory_errors));
       }
     }
   }

@@ -5,6 +5,7 @@
 #include <iostream>
 #include <set>
 
+#include "hardware/same_error.h"
 #include "hardware/set_line.h"
 
 namespace tavo::service {
@@ -87,10 +88,15 @@ std::vector<Part> FaultKeeper::active() const {
 }
 
 void FaultKeeper::settle(const Situation &situation, Clock::time_point now, Machine &machine) {
+  const auto is_fault = [&](const std::string &key) { return known_.contains(key) && known_.at(key).is_fault; };
+  const auto told = told_by_others(situation.troubles, is_fault);
   std::set<std::string> there;
   for (const Trouble &trouble : situation.troubles) {
-    there.insert(trouble.key);
-    note(trouble, now, machine);
+    // A fault stays until the one that says the same has become one.
+    if (!told.contains(trouble.key) || is_fault(trouble.key)) {
+      there.insert(trouble.key);
+      note(trouble, now, machine);
+    }
   }
   for (auto &[key, known] : known_) {
     const bool stays = known.is_fault && is_undecided(situation, key, known.fault.source);
@@ -103,6 +109,12 @@ void FaultKeeper::settle(const Situation &situation, Clock::time_point now, Mach
     }
     if (!known.is_there && known.is_fault && now - known.since >= cleared_after) {
       clear(key, known, machine);
+    }
+  }
+  for (const auto &[key, by] : told) {
+    if (is_fault(key) && is_fault(by)) {
+      known_[key].is_there = false;
+      clear(key, known_[key], machine);
     }
   }
   std::erase_if(known_, [](const auto &entry) { return !entry.second.is_there && !entry.second.is_fault; });

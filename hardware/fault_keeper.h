@@ -35,7 +35,8 @@ class FaultKeeper {
   std::vector<Part> active() const;
 
   // Compares the troubles that there are now with the active faults. A trouble whose severity or description has
-  // changed updates its fault at once; one that is now another part's clears it and raises another.
+  // changed updates its fault at once; one that is now another part's clears it and raises another. An error of which
+  // several troubles tell is one fault.
   void settle(const Situation &situation, Clock::time_point now, Machine &machine);
 
  private:

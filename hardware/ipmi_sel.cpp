@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 
+#include "hardware/same_error.h"
 #include "service/causes.h"
 
 namespace tavo::service {
@@ -22,6 +23,7 @@ struct LastingState {
   std::uint8_t state;
   std::string_view severity;
   std::string_view sentence;
+  const char *error = "";  // as Trouble::error
 };
 
 constexpr auto lasting_states = std::to_array<LastingState>({
@@ -40,12 +42,12 @@ constexpr auto lasting_states = std::to_array<LastingState>({
     {IPMI_SENSOR_TYPE_PROCESSOR, IPMI_SENSOR_TYPE_PROCESSOR_MACHINE_CHECK_EXCEPTION, "critical",
      "the processor has reported a machine check"},
     {IPMI_SENSOR_TYPE_MEMORY, IPMI_SENSOR_TYPE_MEMORY_UNCORRECTABLE_MEMORY_ERROR, "critical",
-     "memory has had an error that cannot be corrected"},
+     "memory has had an error that cannot be corrected", uncorrected_memory_error},
     {IPMI_SENSOR_TYPE_MEMORY, IPMI_SENSOR_TYPE_MEMORY_PARITY, "critical", "memory has had a parity error"},
     {IPMI_SENSOR_TYPE_MEMORY, IPMI_SENSOR_TYPE_MEMORY_MEMORY_DEVICE_DISABLED, "major",
      "a memory module has been disabled"},
     {IPMI_SENSOR_TYPE_MEMORY, IPMI_SENSOR_TYPE_MEMORY_CORRECTABLE_MEMORY_ERROR_LOGGING_LIMIT_REACHED, "minor",
-     "memory has had many corrected errors"},
+     "memory has had many corrected errors", corrected_memory_errors},
     {IPMI_SENSOR_TYPE_DRIVE_SLOT, IPMI_SENSOR_TYPE_DRIVE_SLOT_DRIVE_FAULT, "major", "the drive has failed"},
     {IPMI_SENSOR_TYPE_DRIVE_SLOT, IPMI_SENSOR_TYPE_DRIVE_SLOT_PREDICTIVE_FAILURE, "minor",
      "the drive is about to fail"},
@@ -112,7 +114,8 @@ std::vector<Trouble> SelFaults::troubles(const std::vector<IpmiSensor> &sensors)
                         .severity = std::string(state.severity),
                         .cause = cause::failed,
                         .description = (sensor != nullptr ? sensor->name : "Sensor " + number) + ": " +
-                                       std::string(state.sentence) + ", as the event log says"});
+                                       std::string(state.sentence) + ", as the event log says",
+                        .error = state.error});
   }
   return troubles;
 }

@@ -29,6 +29,9 @@ struct Trouble {
   std::string affected = {};      // the part's distinguished name; empty: what the class and unit stand for
   std::string affected_oid = {};  // the object identifier that goes with it
   std::optional<MissingPart> missing = {};
+  // What has happened, in words that all sources use which may tell of it: "uncorrected memory error". Empty: only this
+  // source can know. Of several troubles with the same words, one is a fault: see hardware/same_error.h.
+  std::string error = {};
   std::string source = {};  // which has found it; filled in by whoever asks the source
 };
 
