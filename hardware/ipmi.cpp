@@ -81,6 +81,7 @@ void IpmiSource::read_definitions() {
 void IpmiSource::take_over(IpmiInventory inventory) {
   has_definitions_ = true;
   all_sensors_ = std::move(inventory.sensors);
+  sensors_of_others_ = inventory.of_others;
   sensors_.define(all_sensors_);
   fru_devices_ = std::move(inventory.frus);
   std::erase_if(frus_, [&](const auto &entry) {
@@ -210,6 +211,9 @@ Finding IpmiSource::finding() {
     finding.unreadable.emplace_back("the controller has no sensor records");
   } else if (!definitions_are_complete_) {
     finding.unreadable.emplace_back("the controller's sensor records could not all be read");
+  }
+  if (sensors_of_others_ != 0) {
+    finding.unreadable.push_back("sensors of other controllers behind this one: " + std::to_string(sensors_of_others_));
   }
   if (has_answered_ && !has_log_) {
     finding.unreadable.emplace_back("the controller has no event log");

@@ -56,6 +56,7 @@ class IpmiSource : public Source {
   bool has_complete_definitions_ = false;
   FanPlaces fan_places_{kept_, ipmi_fan_group};
   std::vector<IpmiSensor> all_sensors_;  // also those that are not read
+  int sensors_of_others_ = 0;
   IpmiSensors sensors_;
   int readings_until_sensors_ = 0;
   SelReader log_;

@@ -60,14 +60,14 @@ std::optional<std::uint8_t> unit_of(const Record &record) {
 }
 
 // The thresholds whose bits are set in `readable`, from the six octets in the order of IPMI.
-IpmiThresholds thresholds_from(const IpmiConversion &conversion, unsigned readable,
+IpmiThresholds thresholds_from(const std::function<std::optional<double>(std::uint8_t)> &convert, unsigned readable,
                                std::span<const std::uint8_t, 6> octets) {
   constexpr std::size_t lower_critical = 1;
   constexpr std::size_t lower_non_recoverable = 2;
   constexpr std::size_t upper_critical = 4;
   constexpr std::size_t upper_non_recoverable = 5;
   const auto at = [&](std::size_t position) {
-    return (readable >> position & 1) != 0 ? conversion.value(octets[position]) : std::nullopt;
+    return (readable >> position & 1) != 0 ? convert(octets[position]) : std::nullopt;
   };
   return {.lower_critical = at(lower_critical),
           .lower_non_recoverable = at(lower_non_recoverable),
@@ -82,17 +82,8 @@ double size_of_steps(const IpmiConversion &conversion, std::uint8_t steps) {
   return none && all ? std::abs(*all - *none) : 0;
 }
 
-void add_numbers(const Record &record, IpmiSensor &sensor) {
-  // These linearizations have factors that depend on the reading.
-  const auto is_fixed = [](std::uint8_t linearization) { return linearization <= IPMI_SDR_LINEARIZATION_CUBERT; };
-  IpmiConversion conversion;
-  if (sensor.event_type != IPMI_EVENT_READING_TYPE_CODE_THRESHOLD ||
-      !record.parse(ipmi_sdr_parse_sensor_decoding_data, &conversion.result_exponent, &conversion.offset_exponent,
-                    &conversion.multiplier, &conversion.offset, &conversion.linearization, &conversion.format) ||
-      !is_fixed(conversion.linearization)) {
-    return;
-  }
-  sensor.conversion = conversion;
+// The thresholds that the record holds, with the sensor's conversion.
+void add_thresholds(const Record &record, IpmiSensor &sensor) {
   std::array<std::uint8_t, 6> readable{};
   std::array<std::uint8_t, 6> octets{};
   if (record.parse(ipmi_sdr_parse_threshold_readable, &readable[0], &readable[1], &readable[2], &readable[3],
@@ -103,18 +94,40 @@ void add_numbers(const Record &record, IpmiSensor &sensor) {
     for (std::size_t i = 0; i < readable.size(); ++i) {
       bits |= (readable[i] != 0 ? 1U : 0U) << i;
     }
-    sensor.thresholds = thresholds_from(conversion, bits, octets);
-  }
-  std::uint8_t rising = 0;
-  std::uint8_t falling = 0;
-  if (record.parse(ipmi_sdr_parse_hysteresis, &rising, &falling)) {
-    sensor.rising_hysteresis = size_of_steps(conversion, rising);
-    sensor.falling_hysteresis = size_of_steps(conversion, falling);
+    const auto convert = [&](std::uint8_t octet) { return sensor.conversion->value(octet); };
+    sensor.thresholds = thresholds_from(convert, bits, octets);
   }
 }
 
-// Nothing if the sensor is not the controller's own.
-std::optional<IpmiSensor> sensor_of(const Record &record) {
+void add_numbers(const Record &record, IpmiSensor &sensor) {
+  constexpr std::uint8_t first_non_linear = 0x70;
+  constexpr std::uint8_t last_non_linear = 0x7f;
+  IpmiConversion conversion;
+  if (sensor.event_type != IPMI_EVENT_READING_TYPE_CODE_THRESHOLD ||
+      !record.parse(ipmi_sdr_parse_sensor_decoding_data, &conversion.result_exponent, &conversion.offset_exponent,
+                    &conversion.multiplier, &conversion.offset, &conversion.linearization, &conversion.format)) {
+    return;
+  }
+  sensor.is_linear = conversion.linearization < first_non_linear;
+  if (conversion.linearization > (sensor.is_linear ? IPMI_SDR_LINEARIZATION_CUBERT : last_non_linear)) {
+    return;
+  }
+  if (!record.parse(ipmi_sdr_parse_hysteresis, &sensor.rising_steps, &sensor.falling_steps)) {
+    sensor.rising_steps = 0;
+    sensor.falling_steps = 0;
+  }
+  if (!sensor.is_linear) {
+    // The controller gives factors for each reading, between which the sensor is linear.
+    conversion.linearization = IPMI_SDR_LINEARIZATION_LINEAR;
+  }
+  set_conversion(sensor, conversion);
+  if (sensor.is_linear) {
+    add_thresholds(record, sensor);
+  }
+}
+
+// Nothing if the sensor is not the controller's own, which is counted.
+std::optional<IpmiSensor> sensor_of(const Record &record, int &of_others) {
   std::uint8_t owner_type = 0;
   std::uint8_t owner = 0;
   std::uint8_t channel = 0;
@@ -127,7 +140,11 @@ std::optional<IpmiSensor> sensor_of(const Record &record) {
                                      &instance_type) &&
                         record.parse(ipmi_sdr_parse_sensor_type, &sensor.type) &&
                         record.parse(ipmi_sdr_parse_event_reading_type_code, &sensor.event_type);
-  if (!complete || owner_type != IPMI_SDR_SENSOR_OWNER_ID_TYPE_IPMB_SLAVE_ADDRESS || owner != controller_address) {
+  if (!complete) {
+    return std::nullopt;
+  }
+  if (owner_type != IPMI_SDR_SENSOR_OWNER_ID_TYPE_IPMB_SLAVE_ADDRESS || owner != controller_address) {
+    ++of_others;
     return std::nullopt;
   }
   sensor.name = name_of(record, sensor);
@@ -192,14 +209,16 @@ void add_record(const Record &record, IpmiInventory &inventory) {
       inventory.frus.push_back(*fru);
     }
   } else if (type == IPMI_SDR_FORMAT_FULL_SENSOR_RECORD) {
-    if (auto sensor = sensor_of(record)) {
+    if (auto sensor = sensor_of(record, inventory.of_others)) {
       sensor->is_readable = true;
       add_numbers(record, *sensor);
       inventory.sensors.push_back(std::move(*sensor));
     }
   } else if (type == IPMI_SDR_FORMAT_COMPACT_SENSOR_RECORD || type == IPMI_SDR_FORMAT_EVENT_ONLY_RECORD) {
-    if (auto sensor = sensor_of(record)) {
-      sensor->is_readable = type == IPMI_SDR_FORMAT_COMPACT_SENSOR_RECORD;
+    int without_reading = 0;
+    const bool is_readable = type == IPMI_SDR_FORMAT_COMPACT_SENSOR_RECORD;
+    if (auto sensor = sensor_of(record, is_readable ? inventory.of_others : without_reading)) {
+      sensor->is_readable = is_readable;
       const auto sensors = shared_sensors(record, *sensor);
       inventory.sensors.insert(inventory.sensors.end(), sensors.begin(), sensors.end());
     }
@@ -264,12 +283,39 @@ IpmiInventory decode_sdr(const std::vector<IpmiOctets> &records) {
   return inventory;
 }
 
-std::optional<IpmiThresholds> decode_thresholds(const IpmiSensor &sensor, const IpmiOctets &answer) {
+std::optional<IpmiThresholds> decode_thresholds(
+    const IpmiOctets &answer, const std::function<std::optional<double>(std::uint8_t octet)> &convert) {
   constexpr std::size_t count = 6;
-  if (!sensor.conversion || answer.size() < 1 + count) {
+  if (answer.size() < 1 + count) {
     return std::nullopt;
   }
-  return thresholds_from(*sensor.conversion, answer[0], std::span(answer).subspan<1, count>());
+  return thresholds_from(convert, answer[0], std::span(answer).subspan<1, count>());
+}
+
+std::optional<IpmiConversion> decode_factors(const IpmiSensor &sensor, const IpmiOctets &answer) {
+  constexpr std::size_t size = 7;  // the next reading, M, M and tolerance, B, B and accuracy, accuracy, exponents
+  constexpr int high_bits = 0xc0;
+  if (answer.size() < size || !sensor.conversion) {
+    return std::nullopt;
+  }
+  const auto signed_bits = [](int number, int bits) {
+    return number >= 1 << (bits - 1) ? number - (1 << bits) : number;
+  };
+  const auto ten_bits = [&](std::size_t low, std::size_t high) {
+    return static_cast<std::int16_t>(signed_bits(answer[low] | (answer[high] & high_bits) << 2, 10));
+  };
+  IpmiConversion conversion = *sensor.conversion;
+  conversion.multiplier = ten_bits(1, 2);
+  conversion.offset = ten_bits(3, 4);
+  conversion.result_exponent = static_cast<std::int8_t>(signed_bits(answer[6] >> 4, 4));
+  conversion.offset_exponent = static_cast<std::int8_t>(signed_bits(answer[6] & 0x0f, 4));
+  return conversion;
+}
+
+void set_conversion(IpmiSensor &sensor, const IpmiConversion &conversion) {
+  sensor.conversion = conversion;
+  sensor.rising_hysteresis = size_of_steps(conversion, sensor.rising_steps);
+  sensor.falling_hysteresis = size_of_steps(conversion, sensor.falling_steps);
 }
 
 }  // namespace tavo::service

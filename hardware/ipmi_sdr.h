@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -43,7 +44,7 @@ struct IpmiConversion {
   std::optional<double> value(std::uint8_t octet) const;
 };
 
-// A sensor of the controller itself; those of others are not read.
+// A sensor of the controller itself.
 struct IpmiSensor {
   std::uint8_t number = 0;
   std::uint8_t lun = 0;
@@ -54,6 +55,9 @@ struct IpmiSensor {
   std::string name{};                  // one line; never empty
   std::optional<std::uint8_t> unit{};  // IPMI_SENSOR_UNIT_...; nothing if it is no plain one: percentages, rates
   std::optional<IpmiConversion> conversion{};  // of a sensor with thresholds
+  bool is_linear = true;                       // or else the controller has a conversion for each reading
+  std::uint8_t rising_steps = 0;               // the hysteresis, in steps of the octet
+  std::uint8_t falling_steps = 0;
   IpmiThresholds thresholds{};
   double rising_hysteresis = 0;   // how far below an upper threshold a reading has to fall to be good again
   double falling_hysteresis = 0;  // the same above a lower threshold
@@ -68,6 +72,7 @@ struct IpmiFruDevice {
 struct IpmiInventory {
   std::vector<IpmiSensor> sensors;
   std::vector<IpmiFruDevice> frus;
+  int of_others = 0;  // sensors with readings that other controllers own, behind this one: they are left out
 };
 
 bool is_of_processor(const IpmiSensor &sensor);
@@ -88,7 +93,16 @@ FaultyPart part_of(const IpmiSensor &sensor, const std::map<std::uint8_t, std::i
 // Records that are cut short or contradict themselves are left out.
 IpmiInventory decode_sdr(const std::vector<IpmiOctets> &records);
 
-// The thresholds in the answer to "get sensor thresholds"; nothing if it is cut short or the sensor has no numbers.
-std::optional<IpmiThresholds> decode_thresholds(const IpmiSensor &sensor, const IpmiOctets &answer);
+// The thresholds in the answer to "get sensor thresholds", whose octets `convert` makes numbers; nothing if it is cut
+// short.
+std::optional<IpmiThresholds> decode_thresholds(
+    const IpmiOctets &answer, const std::function<std::optional<double>(std::uint8_t octet)> &convert);
+
+// The conversion in the answer to "get sensor reading factors", for a sensor that is not linear; nothing if it is cut
+// short.
+std::optional<IpmiConversion> decode_factors(const IpmiSensor &sensor, const IpmiOctets &answer);
+
+// Gives the sensor a conversion, and the hysteresis that goes with it.
+void set_conversion(IpmiSensor &sensor, const IpmiConversion &conversion);
 
 }  // namespace tavo::service

@@ -98,6 +98,7 @@ std::string sensor_key(const IpmiSensor &sensor) {
 
 void IpmiSensors::define(const std::vector<IpmiSensor> &sensors) {
   samples_.clear();
+  conversions_.clear();
   readings_ = 0;
   for (const IpmiSensor &sensor : sensors) {
     if (is_of_interest(sensor)) {
@@ -112,8 +113,37 @@ void IpmiSensors::read(IpmiDevice &device) {
     read_thresholds(device);
   }
   for (IpmiSample &sample : samples_) {
-    enter_reading(sample, ask(device, to_sensor(sample.sensor, IPMI_CMD_GET_SENSOR_READING)));
+    auto answer = ask(device, to_sensor(sample.sensor, IPMI_CMD_GET_SENSOR_READING));
+    if (!sample.sensor.is_linear && answer && !answer->empty()) {
+      const auto conversion = conversion_of(device, sample.sensor, answer->front());
+      if (conversion) {
+        set_conversion(sample.sensor, *conversion);
+      } else {
+        answer.reset();
+      }
+    }
+    enter_reading(sample, answer);
   }
+}
+
+std::optional<IpmiConversion> IpmiSensors::conversion_of(IpmiDevice &device, const IpmiSensor &sensor,
+                                                         std::uint8_t octet) {
+  if (sensor.is_linear) {
+    return sensor.conversion;
+  }
+  const Key key{sensor_key(sensor), octet};
+  const auto known = conversions_.find(key);
+  if (known != conversions_.end()) {
+    return known->second;
+  }
+  IpmiCommand command = to_sensor(sensor, IPMI_CMD_GET_SENSOR_READING_FACTORS);
+  command.data.push_back(octet);
+  const auto answer = ask(device, command);
+  const auto conversion = answer ? decode_factors(sensor, *answer) : std::nullopt;
+  if (conversion) {
+    conversions_[key] = *conversion;
+  }
+  return conversion;
 }
 
 void IpmiSensors::read_thresholds(IpmiDevice &device) {
@@ -122,7 +152,11 @@ void IpmiSensors::read_thresholds(IpmiDevice &device) {
       continue;
     }
     const auto answer = ask(device, to_sensor(sample.sensor, IPMI_CMD_GET_SENSOR_THRESHOLDS));
-    const auto thresholds = answer ? decode_thresholds(sample.sensor, *answer) : std::nullopt;
+    const auto convert = [&](std::uint8_t octet) {
+      const auto conversion = conversion_of(device, sample.sensor, octet);
+      return conversion ? conversion->value(octet) : std::nullopt;
+    };
+    const auto thresholds = answer ? decode_thresholds(*answer, convert) : std::nullopt;
     if (thresholds) {
       sample.sensor.thresholds = *thresholds;
       drop_unused_thresholds(sample.sensor);

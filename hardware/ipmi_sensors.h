@@ -2,8 +2,10 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "hardware/ipmi_sdr.h"
@@ -48,10 +50,15 @@ class IpmiSensors {
   const std::vector<IpmiSample> &samples() const { return samples_; }
 
  private:
+  using Key = std::pair<std::string, std::uint8_t>;  // a sensor's, and an octet
+
   void read_thresholds(IpmiDevice &device);
+  // How the octet of the sensor becomes a number. Nothing if the controller does not say.
+  std::optional<IpmiConversion> conversion_of(IpmiDevice &device, const IpmiSensor &sensor, std::uint8_t octet);
 
   std::vector<IpmiSample> samples_;
-  int readings_ = 0;  // since the thresholds were read
+  std::map<Key, IpmiConversion> conversions_;  // of sensors that are not linear, as far as they were asked for
+  int readings_ = 0;                           // since the thresholds were read
 };
 
 }  // namespace tavo::service

@@ -199,6 +199,7 @@ class MadeUpController : public IpmiDevice {
   std::uint8_t sdr_changes = 1;
   std::map<std::uint8_t, IpmiOctets> readings;    // answers, by the sensor's number
   std::map<std::uint8_t, IpmiOctets> thresholds;  // the same
+  std::map<std::uint8_t, IpmiOctets> factors;     // the same, by the reading
   std::map<std::uint8_t, IpmiOctets> frus;        // areas, by their number
   std::vector<IpmiOctets> sel;
   std::uint8_t sel_changes = 1;
@@ -249,6 +250,8 @@ class MadeUpController : public IpmiDevice {
         return found(readings, command.data.at(0));
       case 0x0427:
         return found(thresholds, command.data.at(0));
+      case 0x0423:
+        return found(factors, command.data.at(1));
       case 0x2c02:
         return power.empty() ? std::nullopt : Answer(power);
       case 0x0a10:

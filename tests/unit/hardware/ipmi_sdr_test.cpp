@@ -57,6 +57,9 @@ TEST_F(IpmiSdr, SensorsOfOthersAreLeftOut) {
   IpmiOctets record = full_record(fan(9, "SYS_FAN1"));
   record[5] = 0x2c;
   EXPECT_THAT(decode_sdr({record}).sensors, IsEmpty());
+  controller_.sdr = {record, full_record(fan(10, "SYS_FAN2"))};
+  const Finding finding = read();
+  EXPECT_THAT(finding.unreadable, ElementsAre("sensors of other controllers behind this one: 1"));
 }
 
 TEST_F(IpmiSdr, AReadingThatIsNoNumberIsNone) {

@@ -53,5 +53,34 @@ TEST_F(Ipmi, AThresholdOfZeroIsNone) {
   EXPECT_THAT(descriptions(), SizeIs(1));
 }
 
+TEST_F(Ipmi, ASensorThatIsNotLinearHasFactorsForEachReading) {
+  MadeUpSensor sensor = temperature(1, "Inlet Temp");
+  sensor.hysteresis = 2;
+  controller_.sdr = {full_record(sensor)};
+  constexpr std::size_t linearization = 23;
+  controller_.sdr[0].at(linearization) = 0x70;
+  controller_.thresholds[1] = {0x10, 0, 0, 0, 0, 200, 0};
+  controller_.reads(1, 100);
+  EXPECT_EQ(found().environment.text("ambient"), "0") << "the controller does not say what that is";
+  controller_.factors[100] = {101, 5, 0, 0xf6, 0xc0, 0, 0xf0};  // 5 times the octet, less 10, by 10
+  controller_.factors[200] = {201, 3, 0, 2, 0, 0, 0xf1};        // 3 times the octet and 20, by 10
+  controller_.factors[199] = controller_.factors[200];
+  controller_.factors[197] = controller_.factors[200];
+  ++controller_.sdr_changes;
+  EXPECT_EQ(found().environment.text("ambient"), "49.0");
+  EXPECT_THAT(descriptions(), IsEmpty());
+  controller_.reads(1, 200);
+  EXPECT_EQ(found().environment.text("ambient"), "62.0");
+  EXPECT_THAT(descriptions(), SizeIs(1)) << "its threshold";
+  controller_.reads(1, 199);
+  EXPECT_THAT(descriptions(), SizeIs(1)) << "within the hysteresis of two steps";
+  const int asked = controller_.asked[{0x04, 0x23}];
+  controller_.reads(1, 197);
+  EXPECT_THAT(descriptions(), IsEmpty());
+  controller_.reads(1, 100);
+  EXPECT_THAT(descriptions(), IsEmpty());
+  EXPECT_EQ((controller_.asked[{0x04, 0x23}]), asked + 1) << "factors are asked for once";
+}
+
 }  // namespace
 }  // namespace tavo::service
