@@ -71,7 +71,7 @@ bool is_too_hot(const fs::path &device, ChipLimits &limits) {
         continue;
       }
       const std::string sensor = name.substr(0, name.find('_'));
-      const bool alarm = read_number(chip / (sensor + "_crit_alarm")).value_or(0) != 0;
+      const bool alarm = is_set(chip / (sensor + "_crit_alarm"));
       any = limits.is_critical(chip, sensor) || alarm || any;
     }
   }

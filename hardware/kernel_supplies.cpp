@@ -22,10 +22,6 @@ struct KernelSupply {
   bool fan_has_failed = false;
 };
 
-bool is_set(const fs::path &flag) {
-  return read_number(flag).value_or(0) != 0;
-}
-
 // An adapter that feeds the machine, not something that is plugged into it. Batteries and UPSs are no supplies.
 bool is_mains_of_machine(const fs::path &supply) {
   return read_attribute(supply / "type") == "Mains" && read_attribute(supply / "scope") != "Device" &&

@@ -10,10 +10,6 @@ namespace fs = std::filesystem;
 constexpr std::int64_t default_hysteresis = 3000;  // thousandths of a degree
 constexpr std::int64_t percent_for_fans = 5;
 
-bool is_set(const fs::path &flag) {
-  return read_number(flag).value_or(0) != 0;
-}
-
 }  // namespace
 
 bool is_reached(double distance, double hysteresis, bool before) {

@@ -43,6 +43,10 @@ std::optional<std::int64_t> read_number(const std::filesystem::path &file) {
   return number;
 }
 
+bool is_set(const std::filesystem::path &file) {
+  return read_number(file).value_or(0) != 0;
+}
+
 std::vector<std::filesystem::path> entries(const std::filesystem::path &directory, std::string_view prefix) {
   std::vector<std::filesystem::path> found;
   std::error_code error;

@@ -15,6 +15,9 @@ std::optional<std::string> read_attribute(const std::filesystem::path &file);
 // The decimal number that the file begins with; nothing if it cannot be read or begins with something else.
 std::optional<std::int64_t> read_number(const std::filesystem::path &file);
 
+// Whether the file holds a number other than 0.
+bool is_set(const std::filesystem::path &file);
+
 // The entries of a directory whose names begin with `prefix`, those with numbers in the order of the numbers. Empty if
 // it cannot be read.
 std::vector<std::filesystem::path> entries(const std::filesystem::path &directory, std::string_view prefix = "");
