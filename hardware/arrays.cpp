@@ -151,13 +151,13 @@ Trouble missing_array(const std::string &key, const MissingPart &array) {
 // An array is known by its UUID, because the kernel's number may be another one after each boot. Where nobody tells the
 // UUID, because the array has none or udevd has not come to it yet, the name must do.
 std::string ArraySource::key_of(const fs::path &disk) {
-  const std::string name = disk.filename();
+  std::string name = disk.filename();
   std::string uuid = uuid_digits(read_attribute(disk / "md/uuid").value_or(""));
   if (uuid.empty()) {
     uuid = uuid_digits(property_of_(name, "MD_UUID"));
   }
   if (!uuid.empty()) {
-    const std::string key = "uuid " + uuid;
+    std::string key = "uuid " + uuid;
     numbers_.rename(array_group, name, key);
     return key;
   }

@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <spawn.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -12,8 +13,6 @@
 #include <cstring>
 #include <span>
 #include <thread>
-
-extern char **environ;
 
 namespace tavo::service {
 namespace {
@@ -41,6 +40,7 @@ int spawn(std::vector<std::string> &words, const Descriptor &out, pid_t &child) 
   posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETPGROUP);
   posix_spawnattr_setsigmask(&attributes, &none);
   std::vector<char *> arguments;
+  arguments.reserve(words.size() + 1);
   for (std::string &word : words) {
     arguments.push_back(word.data());
   }
