@@ -20,7 +20,9 @@ target_compile_options(
   module_objects PRIVATE
   "$<$<NOT:$<CONFIG:Debug>>:-fno-exceptions;-fno-unwind-tables;-fno-asynchronous-unwind-tables;-fno-sized-deallocation>")
 # Where time_t has 32 bits, this file alone knows the times beyond 2038.
-set_source_files_properties(core/calendar.cpp PROPERTIES COMPILE_DEFINITIONS _TIME_BITS=64)
+set_source_files_properties(core/calendar.cpp PROPERTIES COMPILE_DEFINITIONS _TIME_BITS=64
+                                                         SKIP_PRECOMPILE_HEADERS ON)
+precompile_headers(module_objects)
 target_link_libraries(module_objects PUBLIC netsnmpagent netsnmp Threads::Threads)
 
 # module/exports.txt is the one list of what the module exports: the linker's version script is written from it.
@@ -75,7 +77,8 @@ endif()
 # and no object defines.
 add_custom_command(
   OUTPUT ${CMAKE_BINARY_DIR}/exports.checked
-  COMMAND ${CMAKE_SOURCE_DIR}/module/check-exports ${exports_list} $<TARGET_OBJECTS:module_objects>
+  COMMAND ${CMAKE_SOURCE_DIR}/module/check-exports ${exports_list}
+          $<FILTER:$<TARGET_OBJECTS:module_objects>,EXCLUDE,[.]pch$>
   COMMAND ${CMAKE_COMMAND} -E touch ${CMAKE_BINARY_DIR}/exports.checked
   DEPENDS $<TARGET_OBJECTS:module_objects> ${exports_list} ${CMAKE_SOURCE_DIR}/module/check-exports
   COMMAND_EXPAND_LISTS VERBATIM)
