@@ -8,6 +8,7 @@
 #include "core/class_number.h"
 #include "hardware/decimal.h"
 #include "hardware/ipmi_environment.h"
+#include "hardware/ipmi_source.h"
 #include "hardware/set_line.h"
 #include "service/causes.h"
 
@@ -258,6 +259,10 @@ Finding IpmiSource::read() {
          .description = "The management controller does not answer: what it shows is out of date"});
   }
   return found;
+}
+
+std::unique_ptr<Source> ipmi_source(const Roots &roots, Register &kept) {
+  return std::make_unique<IpmiSource>(roots, kept);
 }
 
 }  // namespace tavo::service

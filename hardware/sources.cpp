@@ -7,7 +7,7 @@
 #include "hardware/disks.h"
 #include "hardware/edac.h"
 #include "hardware/hwmon.h"
-#include "hardware/ipmi.h"
+#include "hardware/ipmi_source.h"
 #include "hardware/leds.h"
 #include "hardware/raid_batteries.h"
 #include "hardware/sd_cards.h"
@@ -20,7 +20,7 @@ std::vector<std::unique_ptr<Source>> all_sources(const Roots &roots, Register &n
   std::vector<std::unique_ptr<Source>> sources;
   sources.push_back(std::make_unique<SmbiosSource>(roots, numbers));
   sources.push_back(std::make_unique<HwmonSource>(roots, numbers));
-  sources.push_back(std::make_unique<IpmiSource>(roots, numbers));
+  sources.push_back(ipmi_source(roots, numbers));
   sources.push_back(std::make_unique<ThermalSource>(roots));
   sources.push_back(std::make_unique<EdacSource>(roots));
   sources.push_back(std::make_unique<AdapterSource>(roots, numbers));

@@ -1,5 +1,6 @@
 """What can be left out of a build, and that its libraries are then not looked for; builds for other processors."""
 
+import re
 import subprocess
 
 import pytest
@@ -26,6 +27,12 @@ class Tree:
             ["cmake", "-G", "Ninja", "-S", ROOT, "-B", self.directory,
              *(f"-D{name}={value}" for name, value in settings.items())],
             capture_output=True, text=True, check=False)
+
+    def looked_for(self):
+        """The settings of the tree that name a library or a package of CMake's."""
+        assert self.result.returncode == 0, self.result.stderr
+        return set(re.findall(r"^(\w+)_(?:LIBRARY|DIR):(?:FILEPATH|PATH)=",
+                              (self.directory / "CMakeCache.txt").read_text(), re.MULTILINE))
 
     def rules(self):
         assert self.result.returncode == 0, self.result.stderr
@@ -56,6 +63,26 @@ def test_benchmarks_need_no_other_library(directory):
     assert "table_walk_bench.dir" in tree.rules()
 
 
+def test_the_simulator_without_ipmi_needs_no_freeipmi(directory):
+    simulator = {"TAVO_BUILD_SIMULATOR": "ON"}
+    (directory / "with").mkdir()
+    tree = Tree(directory / "with", simulator)
+    assert "FREEIPMI" in tree.looked_for() and "ipmi_device.cpp" in tree.rules() and "freeipmi" in tree.rules()
+
+    tree = Tree(directory, {**simulator, "TAVO_IPMI": "OFF"})
+    assert tree.looked_for() >= {"PCI", "UDEV"} and "FREEIPMI" not in tree.looked_for()
+    assert "without_ipmi.cpp" in tree.rules()
+    for name in ("freeipmi", "ipmi_device.cpp"):
+        assert name not in tree.rules()
+
+
+def test_an_image_needs_no_library_for_hardware(directory):
+    tree = Tree(directory, {"TAVO_BUILD_DAEMON": "ON"})
+    assert tree.looked_for() == {"CLI11"}
+    libraries = set(re.findall(r" -l(\w+)", "".join(re.findall(r"^  LINK_LIBRARIES = (.*)$", tree.rules(), re.MULTILINE))))
+    assert libraries <= {"netsnmp", "netsnmpagent", "netsnmpmibs", "dl"} and "netsnmp" in libraries
+
+
 def test_the_unit_for_systemd_can_be_left_out(directory):
     tree = Tree(directory, {"TAVO_BUILD_DAEMON": "ON", "TAVO_SYSTEMD": "OFF"})
     assert "systemd" not in tree.rules()
@@ -70,7 +97,7 @@ def test_what_is_wanted_names_its_library(directory, library, wanted):
     assert library in tree.result.stderr
 
 
-@pytest.mark.parametrize("missing", ["TAVO_BUILD_DAEMON", "TAVO_BUILD_SIMULATOR"])
+@pytest.mark.parametrize("missing", ["TAVO_BUILD_DAEMON", "TAVO_BUILD_SIMULATOR", "TAVO_IPMI"])
 def test_tests_without_what_they_test_are_refused(directory, missing):
     everything = {"TAVO_BUILD_DAEMON": "ON", "TAVO_BUILD_SIMULATOR": "ON", "TAVO_BUILD_TESTS": "ON"}
     tree = Tree(directory, {**everything, missing: "OFF"})
