@@ -37,6 +37,17 @@ def test_options_of_the_build_exist(text):
     assert len(used) == 4 and used <= options
 
 
+def test_recipes_build_what_belongs_on_a_controller():
+    """So they need neither the simulated server's libraries nor those for real hardware (test_build_options.py)."""
+    wanted = {"-DTAVO_BUILD_SIMULATOR=OFF", "-DTAVO_BUILD_TESTS=OFF", "-DTAVO_BUILD_BENCH=OFF"}
+    for text in (YOCTO, MAKEFILE):
+        assert wanted <= set(re.findall(r"-D\w+=OFF", text))
+    assert re.search(r'^DEPENDS = "(.*)"$', YOCTO, re.MULTILINE)[1].split() == ["cli11", "net-snmp"]
+    assert re.search(r"_DEPENDENCIES = (.*)$", MAKEFILE, re.MULTILINE)[1].split() == ["cli11", "netsnmp"]
+    selected = set(re.findall(r"^\tselect (\w+)", (BUILDROOT / "Config.in").read_text(), re.MULTILINE))
+    assert selected == {"BR2_PACKAGE_CLI11", "BR2_PACKAGE_NETSNMP", "BR2_PACKAGE_NETSNMP_SERVER"}
+
+
 def test_yocto_packages_hold_what_is_installed(installed):  # noqa: F811
     patterns = re.sub(r"\$\{(\w+)\}", lambda name: VARIABLES.get(name[1], name[0]),
                       " ".join(re.findall(r'^FILES:\S+ = "([^"]*)"', YOCTO, re.MULTILINE))).replace("\\", "").split()

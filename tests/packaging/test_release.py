@@ -135,6 +135,14 @@ def check_bill(bill, directory):
               relation["relationshipType"] == "DYNAMIC_LINK"}
     assert {packages[name]["SPDXID"] for name in ("libsnmp40", "libstdc++6", "libc6")} <= linked
     assert {"libcli11-dev", "nlohmann-json3-dev"} <= set(packages), "compiled in"
+    # Whoever distributes the program has to keep to.
+    declared = {name: packages[name]["licenseDeclared"] for name in ("libfreeipmi17", "libpci3", "libudev1")}
+    assert declared == {"libfreeipmi17": "GPL-3.0-or-later", "libpci3": "GPL-2.0-or-later",
+                        "libudev1": "LGPL-2.1-or-later"}
+    under_the_gpl = [file["fileName"] for file in bill["files"] if file["licenseConcluded"] == "GPL-3.0-or-later"]
+    assert under_the_gpl == ["./usr/bin/bmcsim"]
+    assert packages["bmcsim"]["licenseConcluded"] == "Apache-2.0 AND GPL-3.0-or-later"
+    assert packages["snmp-subagentd"]["licenseConcluded"] == "Apache-2.0"
 
 
 @pytest.mark.skipif(not EVERYTHING, reason="builds packages for minutes: only with TAVO_PACKAGES=build")
