@@ -5,6 +5,7 @@ TAVO_PACKAGES=build runs all of this. It builds the packages of what git knows o
 TAVO_PACKAGES=DIR, the packages in DIR are installed and so on.
 """
 
+import json
 import os
 import pathlib
 import re
@@ -26,8 +27,10 @@ pytestmark = pytest.mark.skipif(WANTED is None, reason="builds packages for minu
 DAEMON = "snmp-subagentd.service"
 SIMULATOR = """
 [Service]
-UMask=0000
 ExecStart=/usr/bin/bmcsim serve /etc/still.yaml
+# It opens its socket to its own user alone.
+ExecStartPost=/usr/bin/bmcsim ctl --wait 10 ping
+ExecStartPost=/bin/chmod a+rw /var/bmcsim/socket
 """
 JOINED = f"""
 [Unit]
@@ -135,6 +138,15 @@ class Story:
         [simulated] = self.machine.root.glob("usr/lib/*/libbmcsim.so")
         return f"/{simulated.with_name('libbmcplatform.so').relative_to(self.machine.root)}"
 
+    def serve_hardware(self):
+        """What the packaged program says of this machine, and what it could not read. Its register stays."""
+        self.machine.run("systemd-run", "--unit=hardware", "bmcsim", "serve", "--hardware")
+        # It may wait for what does not answer.
+        self.machine.run("bmcsim", "ctl", "--wait", "60", "ping")
+        shown = self.machine.run("bmcsim", "ctl", "show", "--json").stdout
+        self.machine.run("systemctl", "stop", "hardware")
+        return json.loads(shown), self.machine.log("hardware")
+
     def add_platform(self):
         """The simulated server in the platform's place, one whose readings do not change."""
         machine = self.machine
@@ -150,7 +162,7 @@ class Story:
     def remove_platform(self):
         self.machine.run("systemctl", "stop", "bmcsim")
         self.machine.run("rm", "-r", "/etc/still.yaml", "/etc/systemd/system/bmcsim.service", "/srv/packages",
-                         "/var/bmcsim", self.platform(), *(f"/usr/local/bin/{tool}" for tool in FRONT_ENDS))
+                         self.platform(), *(f"/usr/local/bin/{tool}" for tool in FRONT_ENDS))
         self.machine.run("rm", "-rf", "/var/pmbus", "/var/vessa", "/var/stor_info_data")
 
     def start_master(self):
@@ -202,6 +214,11 @@ def test_installed_upgraded_removed_purged(story, tmp_path):
     story.install(story.packages)
     assert machine.unit("ActiveState", "ConditionResult", "UnitFileState") == ["inactive", "no", "enabled"]
     assert "Missing" not in machine.log()
+
+    hardware, unread = story.serve_hardware()
+    assert "server" in hardware
+    # This machine is a container without a management controller: the program says so, and serves the rest.
+    assert re.search(r"^bmcsim: not read: IPMI: /dev/ipmi0: ", unread, re.MULTILINE), unread
 
     story.add_platform()
     story.start_master()
