@@ -29,6 +29,11 @@ def unpacked(*packages):
     return _or_skip(debian_programs.unpacked, BUILD, *packages, with_needs=True)
 
 
+def files_of(package):
+    """A directory with this package's files, whether or not it is installed."""
+    return _or_skip(debian_programs.unpacked, BUILD, package)
+
+
 def libraries(place):
     """The environment in which programs below `place` find their libraries."""
     return {"LD_LIBRARY_PATH": ":".join(str(path) for path in place.glob("usr/lib/*-linux-*") if path.is_dir())}
