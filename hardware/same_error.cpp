@@ -1,10 +1,12 @@
 #include "hardware/same_error.h"
+#include "core/class_number.h"
+
 
 namespace tavo::service {
 namespace {
 
 bool is_vague(const Trouble &trouble) {
-  return trouble.class_code == server_class;
+  return trouble.class_code == class_number::server;
 }
 
 bool are_same(const Trouble &one, const Trouble &other) {

@@ -16,7 +16,7 @@ using testing::Pair;
 
 Trouble counted(const std::string &key, std::int64_t module) {
   return {.key = key,
-          .class_code = module == 0 ? server_class : class_number::memory,
+          .class_code = module == 0 ? class_number::server : class_number::memory,
           .unit = module == 0 ? 1 : module,
           .severity = "critical",
           .cause = 2,
@@ -27,7 +27,7 @@ Trouble counted(const std::string &key, std::int64_t module) {
 
 Trouble logged() {
   return {.key = "logged",
-          .class_code = server_class,
+          .class_code = class_number::server,
           .unit = 1,
           .severity = "critical",
           .cause = 2,
