@@ -21,7 +21,7 @@ class Array {
 
   // Appends `item`. False, and nothing changed, if memory is short.
   [[nodiscard]] bool push(const T &item) {
-    if (size_ == capacity_ && !make_wider(&elements_, &capacity_, sizeof(T))) {
+    if (size_ == capacity_ && !make_wider(&elements_, &capacity_, sizeof(T))) {  // NOLINT(bugprone-sizeof-expression)
       return false;
     }
     static_cast<T *>(elements_)[size_++] = item;

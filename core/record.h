@@ -28,7 +28,7 @@ class Record {
   std::string_view text(std::size_t offset, std::size_t capacity) const {
     const std::span<const std::byte> field = part(offset, capacity).octets_;
     const auto *const start = reinterpret_cast<const char *>(field.data());
-    return {start, ::strnlen(start, field.size())};
+    return {start, field.empty() ? 0 : ::strnlen(start, field.size())};
   }
 
   // `length` octets from `offset` on, or fewer if the record ends first.
