@@ -1,6 +1,6 @@
 #include "hardware/same_error.h"
-#include "core/class_number.h"
 
+#include "core/class_number.h"
 
 namespace tavo::service {
 namespace {
