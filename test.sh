@@ -9,14 +9,16 @@ usage: ./test.sh [--long] [NAME]...
 
 Installs missing packages, builds, and runs all tests: the system, simulator, MIB and lint tests in the optimised build,
 then the unit tests in two builds by clang, which check the lock annotations: all of them, and the fuzzers over their
-corpora, under AddressSanitizer and UndefinedBehaviorSanitizer, and those with threads under ThreadSanitizer.
+corpora, under AddressSanitizer and UndefinedBehaviorSanitizer, and those of the module and the daemon that have threads
+under ThreadSanitizer.
 
 With NAMEs, runs only the tests in the optimised build whose names match one of these regular expressions (ctest -N
 lists the names). With --preset, runs the tests of that build instead: release, asan, tsan, clang, armhf or arm64.
 
 --long is for releases: tests with a long form run in that form (CONTRIBUTING.md lists them), and only one test runs at
 a time, so that its figures mean something. Without NAMEs the sanitizer builds get the random requests as well, and each
-fuzzer runs for ten minutes (docs/fuzzing.md); the unit tests also run on 32-bit Arm (docs/small-machines.md).
+fuzzer runs for ten minutes (docs/fuzzing.md); the unit tests of the simulated and the real server also run under
+ThreadSanitizer, and all of them on 32-bit Arm (docs/small-machines.md).
 TEXT
 }
 
@@ -110,10 +112,16 @@ if [[ $long ]]; then
 fi
 
 sanitizers=(asan tsan)
+# What a sanitizer's build runs: labels of tests.
+declare -A labels=([asan]='unit simulator fuzz' [tsan]=unit)
+[[ ! $long ]] || labels[tsan]+=' simulator'
+declare -A targets=([unit]=unit_test_programs [simulator]=simulator_test_programs [fuzz]=fuzzers)
 build_sanitizer() {
-  local targets=(unit_test_programs)
-  [[ $1 != asan ]] || targets+=(fuzzers)
-  scripts/build "$1" --with-tests "${targets[@]}"
+  local label wanted=()
+  for label in ${labels[$1]}; do
+    wanted+=("${targets[$label]}")
+  done
+  scripts/build "$1" --with-tests "${wanted[@]}"
 }
 
 build_the_rest() {
@@ -136,11 +144,11 @@ else
     (chrt --idle --pid 0 "$BASHPID" && build_the_rest 2> >(cat >&2)) &
     builder=$!
   fi
-  run_tests release --label-exclude '^(unit|single)$' --exclude-regex '_NOT_BUILT$'
+  run_tests release --label-exclude '^(unit|simulator|single)$' --exclude-regex '_NOT_BUILT$'
   [[ -z $builder ]] || wait "$builder"
   for sanitizer in "${sanitizers[@]}"; do
     build_sanitizer "$sanitizer"
-    run_tests "$sanitizer" --label-regex '^(unit|fuzz)$'
+    run_tests "$sanitizer" --label-regex "^(${labels[$sanitizer]// /|})$"
     if [[ $long ]]; then
       scripts/build "$sanitizer" --with-tests system_test_programs
       run_tests "$sanitizer" --tests-regex '^system_random_requests$'

@@ -15,6 +15,7 @@
 
 #include "hardware/sources.h"
 #include "service/control.h"
+#include "tests/harness/threaded.h"
 
 #include "tree.h"
 

@@ -10,6 +10,7 @@
 #include "platform/storage_snapshot.h"
 #include "served_scenario.h"
 #include "simulator/scenario.h"
+#include "tests/harness/threaded.h"
 
 namespace tavo::service {
 namespace {

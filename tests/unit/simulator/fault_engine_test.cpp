@@ -12,6 +12,7 @@
 #include "core/class_number.h"
 #include "platform/fault_engine.h"
 #include "served_scenario.h"
+#include "tests/harness/threaded.h"
 
 namespace tavo::service {
 namespace {

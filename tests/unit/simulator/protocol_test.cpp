@@ -14,6 +14,7 @@
 #include "served_scenario.h"
 #include "service/protocol.h"
 #include "service/unix_socket.h"
+#include "tests/harness/threaded.h"
 
 namespace tavo::service {
 namespace {
