@@ -12,8 +12,8 @@ LINK = re.compile(r"\]\(([^)#]*)(?:#([^)]*))?\)")
 HEADING = re.compile(r"^#+ (.*)$", re.MULTILINE)
 LISTING = re.compile(r"^ *```.*?^ *```$", re.MULTILINE | re.DOTALL)
 # Text in backquotes that begins with a directory of the tree is a path. Capitals in it are placeholders.
-PATH = re.compile(r"`(?:\./)?((?:core|sources|tables|refresh|threads|module|platform|host|simulator|mibs|scripts|"
-                  r"tests|bench|fuzz|docs)/[\w./-]*)[^`]*`")
+PATH = re.compile(r"`(?:\./)?((?:core|sources|tables|refresh|threads|module|platform|host|simulator|bmcsim|service|"
+                  r"hardware|mibs|man|scripts|tests|bench|fuzz|docs|cmake|contrib|debian|examples)/[\w./-]*)[^`]*`")
 
 # Names of tables, columns, notifications and entry points, and the files that define them.
 NAME = re.compile(r"(?<!/)\btavo[A-Z]\w*")
