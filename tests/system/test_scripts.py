@@ -1,14 +1,15 @@
 """scripts/install-packages, debian_programs.py, the options of test.sh, fuzz and build, and the entry point of CI."""
 
-import functools
 import os
+import pathlib
 import re
 import shutil
+import signal
 import subprocess
 
 import pytest
 
-from agents import ROOT
+from agents import ROOT, wait_until
 from debian import debian_programs
 
 INSTALL = ROOT / "scripts/install-packages"
@@ -118,10 +119,29 @@ def test_build_asks_for_a_preset(arguments):
     assert result.stderr.startswith("usage: scripts/build PRESET")
 
 
+def ask(command, seconds=60):
+    """Runs a script that should end soon. If it does not, whatever it has started is killed with it."""
+    with subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
+                          start_new_session=True) as process:
+        try:
+            printed, complaint = process.communicate(timeout=seconds)
+        except subprocess.TimeoutExpired:
+            os.killpg(process.pid, signal.SIGKILL)
+            raise
+    return subprocess.CompletedProcess(command, process.returncode, printed, complaint)
+
+
+def test_what_a_late_script_started_is_killed(directory):
+    started = directory / "started"
+    with pytest.raises(subprocess.TimeoutExpired):
+        ask(["bash", "-c", f"sleep 600 & echo $! > {started}.new; mv {started}.new {started}; wait"], seconds=2)
+    status = pathlib.Path(f"/proc/{int(started.read_text())}/status")
+    wait_until(lambda: not status.exists() or "\nState:\tZ" in status.read_text(), 5, "the program's end")
+
+
 @pytest.mark.parametrize("script", SCRIPTS, ids=lambda script: script.name)
 def test_every_script_explains_itself(script):
     """And does nothing of what it is for when it is asked wrongly."""
-    ask = functools.partial(subprocess.run, capture_output=True, text=True, timeout=60, check=False)
     helped = ask([script, "--help"])
     assert (helped.returncode, helped.stderr) == (0, "")
     assert script.name in helped.stdout.splitlines()[0]
