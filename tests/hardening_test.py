@@ -38,3 +38,8 @@ class TestHardening:
     def test_its_library_calls_are_checked(self, binary):
         checked = {name for name in imports(binary) if re.fullmatch(r"__\w+_chk", name)} - {"__stack_chk_fail"}
         assert checked, "no call was compiled with _FORTIFY_SOURCE"
+
+    def test_a_loader_refuses_what_it_cannot_unpack(self, binary):
+        """glibc before 2.36 ignores packed relocations, but not this version, which it lacks."""
+        packed = ".relr.dyn" in readelf(binary, "--section-headers")
+        assert not packed or "GLIBC_ABI_DT_RELR" in readelf(binary, "--version-info")
