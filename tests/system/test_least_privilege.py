@@ -44,6 +44,8 @@ class TestUnit:
         exposure = float(re.search(r"Overall exposure level for \S+: ([\d.]+)", judgement)[1])
         print(f"exposure {exposure}")
         assert exposure <= HIGHEST_EXPOSURE
+        said = re.search(r"rates the unit\s([\d.]+),", (ROOT / "docs/operations.md").read_text())[1]
+        assert float(said) == exposure
 
     def test_each_exception_is_mentioned(self, judgement):
         exceptions = {name for names in re.findall(r"^✗ (\S+)", judgement, re.MULTILINE)
