@@ -43,9 +43,17 @@ def test_recipes_build_what_belongs_on_a_controller():
     for text in (YOCTO, MAKEFILE):
         assert wanted <= set(re.findall(r"-D\w+=OFF", text))
     assert re.search(r'^DEPENDS = "(.*)"$', YOCTO, re.MULTILINE)[1].split() == ["cli11", "net-snmp"]
-    assert re.search(r"_DEPENDENCIES = (.*)$", MAKEFILE, re.MULTILINE)[1].split() == ["cli11", "netsnmp"]
+    assert re.search(r"_DEPENDENCIES = (.*?)( \$.*)?$", MAKEFILE, re.MULTILINE)[1].split() == ["cli11", "netsnmp"]
     selected = set(re.findall(r"^\tselect (\w+)", (BUILDROOT / "Config.in").read_text(), re.MULTILINE))
     assert selected == {"BR2_PACKAGE_CLI11", "BR2_PACKAGE_NETSNMP", "BR2_PACKAGE_NETSNMP_SERVER"}
+
+
+def test_a_linker_that_packs_can_be_asked_for():
+    """A tool of the host's, which nobody gets who does not ask for it."""
+    on, off, build, *more = re.search(r'^PACKAGECONFIG\[lld\] = "(.*)"$', YOCTO, re.MULTILINE)[1].split(",")
+    assert (on, off, build, more) == ("", "", "lld-native", [])
+    assert "lld" not in re.search(r'^PACKAGECONFIG \?\?= "(.*)"$', YOCTO, re.MULTILINE)[1]
+    assert re.search(r"_DEPENDENCIES = .* \$\(if \$\(BR2_PACKAGE_HOST_LLD\),host-lld\)$", MAKEFILE, re.MULTILINE)
 
 
 def test_yocto_packages_hold_what_is_installed(installed):  # noqa: F811
