@@ -85,6 +85,17 @@ def test_build_needs_the_packages_of_run_sh():
     assert set(to_build) - {"g++"} <= needed
 
 
+@pytest.mark.parametrize("package, licence", [("libcli11-dev", "BSD-3-clause"), ("nlohmann-json3-dev", "Expat")])
+def test_what_is_compiled_in_has_its_notice(package, licence):
+    """As the package says it, but for the lines' lengths and the kind of quotes."""
+    known = pathlib.Path("/usr/share/doc", package, "copyright").read_text()
+    notice = re.search(r"^Copyright: (.*)", known, re.MULTILINE)[1]
+    text = re.search(rf"^License: {licence}\n((?: .*\n)+)", known, re.MULTILINE)[1]
+    ours = " ".join(word for word in (DEBIAN / "copyright").read_text().split() if word != ".")
+    assert f"Copyright (c) {notice}" in ours
+    assert " ".join(word for word in text.replace("``AS IS''", '"AS IS"').split() if word != ".") in ours
+
+
 def test_the_linker_that_packs_on_arm_is_there():
     """Else armhf's module would be 3.8 KiB larger, without a word."""
     package, architectures = re.search(r"^ (lld-\d+) \[(.*)\],$", CONTROL.partition("\n\n")[0], re.MULTILINE).groups()
