@@ -163,6 +163,7 @@ class Story:
         self.machine.run("systemctl", "stop", "bmcsim")
         self.machine.run("rm", "-r", "/etc/still.yaml", "/etc/systemd/system/bmcsim.service", "/srv/packages",
                          self.platform(), *(f"/usr/local/bin/{tool}" for tool in FRONT_ENDS))
+        # The simulated server's files in the platform's places, which its package leaves: they might be a platform's.
         self.machine.run("rm", "-rf", "/var/pmbus", "/var/vessa", "/var/stor_info_data")
 
     def start_master(self):
