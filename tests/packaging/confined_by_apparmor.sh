@@ -1,8 +1,10 @@
 #!/bin/sh
 # confined_by_apparmor.sh IMAGE APPARMOR PROFILE: installs the files below IMAGE on the machine that it runs on, loads the
 # profile with the package of AppArmor that is unpacked in APPARMOR, and runs the daemon confined by it, as the unit's
-# user: behind an AgentX master, then on its own, and has it do all that it can do. Prints below headings (==) its
-# confinement and a walk of all tables, what AppArmor has denied to it, and what to a shell that does what is forbidden.
+# user: behind an AgentX master, then on its own. It starts, answers a walk, notifies, takes the SD cards' trigger, reads
+# its configuration again and stops. Not tried: the chassis link, SNMPv3 users, storage events, the periodic refresh.
+# Prints below headings (==) its confinement and a walk of all tables, what AppArmor has denied to it, and what to a
+# shell that does what is forbidden.
 set -eu
 image=$1
 apparmor=$2
@@ -77,7 +79,7 @@ four_faults_are_listed() {
   [ "$(snmpbulkwalk -v2c -c public -r 0 -t 20 -On "$1" "$subtree.1.1.1.1.2" | grep -c STRING)" = 4 ]
 }
 
-# uses NAME PORT: all that the daemon does, seen from the manager at this port of the machine.
+# uses NAME PORT: has the daemon do its work, seen from the manager at this port of the machine, and stops it.
 uses() {
   address=udp:127.0.0.1:$2
   await "the daemon $1" answers "$address"
