@@ -127,6 +127,25 @@ class TestSimulator:
         assert "--socket" in options_of_help("bmcsim", "serve")
         assert set(options_of_page(serve)) | HELP == set(options_of_help("bmcsim", "serve"))
         assert set(options_of_page(control)) | HELP == set(options_of_help("bmcsim", "ctl"))
+        record = section(text, ".Cm record\nare:", ".El")
+        assert set(options_of_page(record)) | HELP == set(options_of_help("bmcsim", "record"))
+
+    def test_sources_of_poll_are_the_programs(self):
+        refusal = subprocess.run([BUILD / "bmcsim", "serve", "--hardware", "--poll", "none=1"], capture_output=True,
+                                 text=True, check=False).stderr
+        sources = refusal.strip().partition("expected one of ")[2].split(", ")
+        assert len(sources) > 5
+        described = options_of_page(page("bmcsim.1"))["--poll"]
+        assert re.findall(r"^\.Cm (\S+)", described, re.MULTILINE) == sources
+        documented = re.search(r"The sources are (.*?);", document("hardware.md"), re.DOTALL)[1]
+        assert re.findall(r"`(\S+)`", documented) == sources
+
+    def test_files_named_in_its_help_are_in_the_page(self):
+        defaults = [match[1] for line in options_of_help("bmcsim", "serve").values()
+                    if (match := re.search(r"=(/\S+)", line))]
+        assert "/var/lib/bmcsim/register.json" in defaults
+        files = re.findall(r"^\.It Pa (.*)$", section(page("bmcsim.1"), ".Sh FILES", ".Sh"), re.MULTILINE)
+        assert {path for path in defaults if path != "/var"} <= set(files)
 
     def test_documented_options_are_those_of_its_help(self):
         table = section(document("simulator.md"), "| Option of `serve` | Default | |", "**Start")
