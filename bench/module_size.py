@@ -112,6 +112,8 @@ def main():
     if size > machine.budget:
         print("Make it smaller where it has grown, or move the budget in bench/module_size.py and say why. --record "
               "writes the figures anew.")
+        if ".relr.dyn" not in now["sections"]:
+            print("Its relocations are not packed: this build has no linker that can. lld can, from version 16 on.")
     sys.exit(size > machine.budget)
 
 

@@ -61,18 +61,28 @@ endfunction()
 check_packing(TAVO_LINKER_PACKS_RELOCATIONS)
 if(TAVO_LINKER_PACKS_RELOCATIONS)
   target_link_options(snmpextmibmodule PRIVATE LINKER:-z,pack-relative-relocs)
+  message(STATUS "The module's linker: the compiler's, which packs relocations")
 else()
   # A plain ld.lld may be of any version, and the check above does not see the mark.
   find_program(TAVO_LLD NAMES ld.lld-19 ld.lld-18 ld.lld-17 ld.lld-16 NO_CMAKE_FIND_ROOT_PATH)
+  # A cross compiler looks for lld under a name that no package has, unless it is told the directory.
+  get_filename_component(lld_directory "${TAVO_LLD}" REALPATH)
+  get_filename_component(lld_directory "${lld_directory}" DIRECTORY)
+  set(with_lld -fuse-ld=lld -B${lld_directory} LINKER:-O2)
+  # One that is installed later, or named, may do what the one before could not.
+  if(NOT "${TAVO_LLD}" STREQUAL "${TAVO_LLD_CHECKED}")
+    unset(TAVO_LLD_PACKS_RELOCATIONS CACHE)
+    set(TAVO_LLD_CHECKED "${TAVO_LLD}" CACHE INTERNAL "The lld that TAVO_LLD_PACKS_RELOCATIONS is about")
+  endif()
+  # The compiler would find one by itself where TAVO_LLD is OFF.
   if(TAVO_LLD)
-    # A cross compiler looks for lld under a name that no package has, unless it is told the directory.
-    get_filename_component(lld_directory "${TAVO_LLD}" REALPATH)
-    get_filename_component(lld_directory "${lld_directory}" DIRECTORY)
-    set(with_lld -fuse-ld=lld -B${lld_directory} LINKER:-O2)
     check_packing(TAVO_LLD_PACKS_RELOCATIONS ${with_lld})
   endif()
-  if(TAVO_LLD_PACKS_RELOCATIONS)
+  if(TAVO_LLD AND TAVO_LLD_PACKS_RELOCATIONS)
     target_link_options(snmpextmibmodule PRIVATE ${with_lld} LINKER:-z,pack-relative-relocs)
+    message(STATUS "The module's linker: ${TAVO_LLD}, which packs relocations")
+  else()
+    message(STATUS "The module's linker: the compiler's, relocations stay unpacked (TAVO_LLD: ${TAVO_LLD})")
   endif()
 endif()
 

@@ -13,7 +13,7 @@ DEPENDS = "cli11 net-snmp"
 
 inherit cmake pkgconfig systemd useradd
 
-EXTRA_OECMAKE = "-DTAVO_BUILD_SIMULATOR=OFF -DTAVO_BUILD_TESTS=OFF -DTAVO_BUILD_BENCH=OFF"
+EXTRA_OECMAKE = "-DTAVO_BUILD_SIMULATOR=OFF -DTAVO_BUILD_TESTS=OFF -DTAVO_BUILD_BENCH=OFF -DTAVO_LLD=OFF"
 PACKAGECONFIG ??= "${@bb.utils.filter('DISTRO_FEATURES', 'systemd', d)}"
 PACKAGECONFIG[systemd] = "-DTAVO_SYSTEMD=ON,-DTAVO_SYSTEMD=OFF"
 # Makes the module smaller on Arm, where a layer has this linker, version 16 or later.

@@ -15,7 +15,7 @@ RECIPE = next(ROOT.glob("contrib/yocto/*.bb"))
 YOCTO = RECIPE.read_text()
 BUILDROOT = ROOT / "contrib/buildroot/snmpextmibmodule"
 MAKEFILE = (BUILDROOT / "snmpextmibmodule.mk").read_text()
-CMAKE = (ROOT / "CMakeLists.txt").read_text()
+CMAKE = "".join((ROOT / name).read_text() for name in ("CMakeLists.txt", "cmake/module.cmake"))
 INIT_SCRIPT = BUILDROOT / "S60snmp-subagentd"
 SYSUSERS = lines(ROOT / "host/snmp-subagentd.sysusers")[0]
 # What Yocto's variables stand for.
@@ -32,14 +32,14 @@ def test_licences_are_the_one_of_the_tree():
 
 @pytest.mark.parametrize("text", [YOCTO, MAKEFILE], ids=["yocto", "buildroot"])
 def test_options_of_the_build_exist(text):
-    options = set(re.findall(r"^option\((\w+)", CMAKE, re.MULTILINE))
+    options = set(re.findall(r"^ *(?:option|find_program)\((\w+)", CMAKE, re.MULTILINE))
     used = set(re.findall(r"-D(TAVO_\w+)", text))
-    assert len(used) == 4 and used <= options
+    assert len(used) == 5 and used <= options
 
 
 def test_recipes_build_what_belongs_on_a_controller():
     """So they need neither the simulated server's libraries nor those for real hardware (test_build_options.py)."""
-    wanted = {"-DTAVO_BUILD_SIMULATOR=OFF", "-DTAVO_BUILD_TESTS=OFF", "-DTAVO_BUILD_BENCH=OFF"}
+    wanted = {"-DTAVO_BUILD_SIMULATOR=OFF", "-DTAVO_BUILD_TESTS=OFF", "-DTAVO_BUILD_BENCH=OFF", "-DTAVO_LLD=OFF"}
     for text in (YOCTO, MAKEFILE):
         assert wanted <= set(re.findall(r"-D\w+=OFF", text))
     assert re.search(r'^DEPENDS = "(.*)"$', YOCTO, re.MULTILINE)[1].split() == ["cli11", "net-snmp"]
