@@ -1,4 +1,5 @@
-"""The built module exports exactly the names in exports.txt, each of the kind given there (D data, F function)."""
+"""The built module exports exactly the names in exports.txt, each of the kind given there (D data, F function), and imports
+nothing that throws."""
 
 import os
 import pathlib
@@ -40,6 +41,15 @@ def test_every_listed_name_is_exported():
 
 def test_nothing_else_is_exported():
     assert exported(os.environ["MODULE"]) - set(expected()) == set()
+
+
+@pytest.mark.skipif(os.environ.get("BUILD_TYPE") == "Debug", reason="sanitizers' builds are compiled with exceptions")
+def test_nothing_is_imported_that_throws():
+    # The module is loaded by programs that catch nothing, and is built without tables for unwinding.
+    imports = re.findall(r"\S+$", output_of("nm", "--dynamic", "--undefined-only", os.environ["MODULE"]), re.MULTILINE)
+    throwing = r"_Zn[wa]|_ZSt\d+__throw|__cxa_(throw|rethrow|allocate_exception|begin_catch)|__gxx_personality|_Unwind_"
+    assert "snmp_log" in imports
+    assert [name for name in imports if re.match(throwing, name)] == []
 
 
 @pytest.mark.skipif("QEMU_LD_PREFIX" in os.environ, reason="ldd tells nothing about another machine's libraries")
