@@ -58,6 +58,10 @@ Chosen choose(const Preference &preference, const std::vector<Word> &words) {
       chosen.source = source;
       chosen.account = account;
     }
+    // What the rest may still say changes nothing.
+    if (!is_open && chosen.account != nullptr && !chosen.account->is_vague) {
+      break;
+    }
   }
   if (is_open) {
     chosen.account = nullptr;

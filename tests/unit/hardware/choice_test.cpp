@@ -100,6 +100,18 @@ TEST_F(ChoiceTest, NoFanIsShownUntilTheRecordsAreRead) {
   EXPECT_THAT(situation_of(at_last).undecided, Contains(Pair("hwmon", IsEmpty())));
 }
 
+TEST_F(ChoiceTest, WhoComesFirstAwaitsNobody) {
+  write("class/hwmon/hwmon1/name", "k10temp\n");
+  write("class/hwmon/hwmon1/temp1_input", "96000\n");
+  write("class/hwmon/hwmon1/temp1_crit", "95000\n");
+  write("class/hwmon/hwmon2/name", "power_meter\n");
+  write("class/hwmon/hwmon2/power1_average", "190000000\n");
+  const std::vector<Word> words{word_of(hwmon_), {.source = "IPMI", .is_awaited = true}};
+  EXPECT_EQ(inventory_of(words).processors[0].text("temperature"), "96.0");
+  EXPECT_EQ(inventory_of(words).environment.text("power"), "190.0");
+  EXPECT_THAT(descriptions_of(words), ElementsAre("hwmon: Processor 1 is at its critical temperature"));
+}
+
 TEST_F(ChoiceTest, ControllersThatFailLeaveFansToTheKernel) {
   EXPECT_THAT(inventory_of({word_of(hwmon_), {.source = "IPMI"}}).sensors, SizeIs(4));
 }
