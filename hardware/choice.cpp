@@ -18,6 +18,7 @@ struct Preference {
 constexpr auto preferences =
     std::to_array<Preference>({{.topic = Topic::Fans, .sources = {"IPMI", "hwmon"}},
                                {.topic = Topic::ProcessorTemperatures, .sources = {"hwmon", "IPMI", "thermal"}},
+                               {.topic = Topic::ProcessorHeat, .sources = {"hwmon", "IPMI"}},
                                {.topic = Topic::Power, .sources = {"hwmon", "IPMI"}},
                                {.topic = Topic::Supplies, .sources = {"IPMI", "hwmon"}}});
 

@@ -23,6 +23,7 @@ namespace fs = std::filesystem;
 struct ProcessorTemperature {
   std::size_t processor;
   std::int64_t thousandths;
+  bool has_limit;
   bool is_critical;
 };
 
@@ -37,7 +38,10 @@ void read_processor(std::size_t processor, const fs::path &chip, const std::stri
                     Readings &readings) {
   if (const auto now = read_number(chip / (sensor + "_input"))) {
     readings.processors.push_back(
-        {.processor = processor, .thousandths = *now, .is_critical = limits.is_critical(chip, sensor)});
+        {.processor = processor,
+         .thousandths = *now,
+         .has_limit = read_number(chip / (sensor + "_crit")).value_or(0) > 0,
+         .is_critical = limits.is_critical(chip, sensor)});
   }
 }
 
@@ -48,8 +52,10 @@ void read_coretemp(const fs::path &chip, ChipLimits &limits, Readings &readings)
     const std::string name = label.filename();
     const std::string text = name.ends_with("_label") ? read_attribute(label).value_or("") : "";
     if (text.starts_with(package)) {
-      const auto processor = static_cast<std::size_t>(std::atoi(text.c_str() + package.size()));
-      read_processor(processor, chip, name.substr(0, name.find('_')), limits, readings);
+      const int processor = std::atoi(text.c_str() + package.size());
+      if (processor >= 0) {
+        read_processor(static_cast<std::size_t>(processor), chip, name.substr(0, name.find('_')), limits, readings);
+      }
     }
   }
 }
@@ -169,8 +175,10 @@ Finding HwmonSource::read() {
   Finding finding;
   if (!readings.processors.empty()) {
     finding.accounts[Topic::ProcessorTemperatures] = {
-        .enter = [=](Inventory &inventory) { enter_processors(inventory, readings.processors); },
-        .troubles = troubles_of_processors(readings.processors)};
+        .enter = [=](Inventory &inventory) { enter_processors(inventory, readings.processors); }};
+  }
+  if (std::ranges::any_of(readings.processors, &ProcessorTemperature::has_limit)) {
+    finding.accounts[Topic::ProcessorHeat] = {.troubles = troubles_of_processors(readings.processors)};
   }
   if (readings.power) {
     finding.accounts[Topic::Power] = {

@@ -173,8 +173,8 @@ void IpmiSource::add_accounts(Finding &finding) {
   if (knows_processor_temperatures(samples)) {
     const auto processors = processor_numbers(all_sensors_);
     finding.accounts[Topic::ProcessorTemperatures] = {
-        .enter = [=](Inventory &inventory) { enter_processor_temperatures(inventory, samples, processors); },
-        .troubles = temperature_troubles(samples, processors, true)};
+        .enter = [=](Inventory &inventory) { enter_processor_temperatures(inventory, samples, processors); }};
+    finding.accounts[Topic::ProcessorHeat] = {.troubles = temperature_troubles(samples, processors, true)};
   }
   if (power_) {
     finding.accounts[Topic::Power] = {.enter = [power = *power_](Inventory &inventory) {
@@ -203,7 +203,8 @@ Finding IpmiSource::finding() {
   const std::vector<Trouble> from_log = log_faults_.troubles(all_sensors_);
   finding.troubles.insert(finding.troubles.end(), from_log.begin(), from_log.end());
   if (reading_state_ && !has_definitions_) {
-    finding.awaited = {Topic::Fans, Topic::ProcessorTemperatures, Topic::Power, Topic::Supplies};
+    finding.awaited = {Topic::Fans, Topic::ProcessorTemperatures, Topic::ProcessorHeat, Topic::Power,
+                       Topic::Supplies};
     finding.undecided = {"ipmi s"};  // sensors and supplies
   }
   if (reading_state_) {

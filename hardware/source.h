@@ -39,7 +39,8 @@ struct Trouble {
 Trouble missing(Trouble part, const MissingPart &missing);
 
 // What several sources may tell of, and the tables show once. They are entered in this order.
-enum class Topic { Fans, ProcessorTemperatures, Power, Supplies };
+// `ProcessorHeat`: which processors are too hot, by limits that the source knows. Who measures best may know none.
+enum class Topic { Fans, ProcessorTemperatures, ProcessorHeat, Power, Supplies };
 
 // What one source says of a topic.
 struct Account {

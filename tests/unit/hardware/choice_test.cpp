@@ -122,8 +122,19 @@ TEST_F(ChoiceTest, ProcessorsAreTheKernelsIfItKnowsThem) {
   EXPECT_THAT(descriptions_of(both()), Contains("IPMI: CPU1 Temp is at its critical temperature"));
   write("class/hwmon/hwmon1/name", "k10temp\n");
   write("class/hwmon/hwmon1/temp1_input", "84000\n");
+  write("class/hwmon/hwmon1/temp1_crit", "95000\n");
   EXPECT_EQ(inventory_of(both()).processors[0].text("temperature"), "84.0");
   EXPECT_THAT(descriptions_of(both()), ElementsAre("hwmon: Fan 2 has failed"));
+}
+
+TEST_F(ChoiceTest, AChipWithoutALimitHidesNoFault) {
+  controller_.reads(1, 85);
+  write("class/hwmon/hwmon1/name", "k10temp\n");
+  write("class/hwmon/hwmon1/temp1_input", "84000\n");
+  const std::vector<Word> words = both();
+  EXPECT_EQ(inventory_of(words).processors[0].text("temperature"), "84.0");
+  EXPECT_THAT(descriptions_of(words),
+              ElementsAre("hwmon: Fan 2 has failed", "IPMI: CPU1 Temp is at its critical temperature"));
 }
 
 TEST_F(ChoiceTest, PowerIsOneFigure) {

@@ -93,6 +93,14 @@ TEST_F(Hwmon, AProcessorAtItsLimitIsATrouble) {
   EXPECT_EQ(finding.troubles[0].description, "Processor 2 is at its critical temperature");
 }
 
+TEST_F(Hwmon, APackageWithoutANumberIsNoProcessor) {
+  write("class/hwmon/hwmon0/temp1_label", "Package id -1\n");
+  write("class/hwmon/hwmon0/temp1_input", "100000\n");
+  const Finding finding = read_alone(source_);
+  EXPECT_THAT(finding.troubles, IsEmpty());
+  EXPECT_FALSE(source_.read().accounts.contains(Topic::ProcessorTemperatures));
+}
+
 TEST_F(Hwmon, AProcessorIsGoodBelowTheHysteresis) {
   const auto troubles_at = [&](const std::string &temperature) {
     write("class/hwmon/hwmon0/temp1_input", temperature + '\n');
