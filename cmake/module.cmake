@@ -46,8 +46,8 @@ harden(snmpextmibmodule)
 
 # Relative relocations, most of them of pointers to texts, take 11 KiB (4 KiB with 32 bits), or a quarter of one when
 # packed. glibc applies packed ones from 2.36 on, and an older one refuses the module. A linker that cannot pack them only
-# says so. Debian 12's for Arm is one: there lld links the module, from version 16 on, if it is installed. Earlier ones
-# leave out the mark without which glibc refuses packed relocations.
+# says so. Debian 12's for Arm is one: there lld links the module, from version 16 on, if it is installed. What lld 14
+# packs lacks the mark without which glibc refuses it.
 include(CheckCXXSourceCompiles)
 function(check_packing result)
   set(CMAKE_REQUIRED_LINK_OPTIONS LINKER:--fatal-warnings LINKER:-z,pack-relative-relocs ${ARGN})
