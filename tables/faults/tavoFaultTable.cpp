@@ -303,11 +303,18 @@ int tavoFaultTable_removeEntry(FaultRow *row) {
   if (row == nullptr) {
     return 0;
   }
-  return remove(row, [row](RowList &rows) { return rows.unlink(row); });
+  return remove(row, [row](RowList &rows) {
+    const bool was_listed = rows.unlink(row);
+    if (was_listed) {
+      free_node_of(row);
+    }
+    return was_listed;
+  });
 }
 
 void tavoFaultTable_removeAllEntries(void) {
   const ListGuard guard(table.lock());
+  free_entity_nodes();
   snmp_log(LOG_DEBUG, "Removed %d fault entries\n", static_cast<int>(table.rows().clear()));
 }
 

@@ -48,8 +48,8 @@ void assign_time(DateAndTime &to, std::int64_t seconds);
 // event thread then fills the table; while it runs, it alone changes the rows and calls the functions below. Before it
 // starts and after it is joined, they are the daemon's thread's to call.
 //
-// tavoFaultTable_removeAllEntries takes the lock itself, unlike most tables' functions of that name. The table
-// cannot be de-registered.
+// tavoFaultTable_removeAllEntries takes the lock itself, unlike most tables' functions of that name. Rows that are
+// removed take their nodes of the fault database along. The table cannot be de-registered.
 TAVO_DECLARE_TABLE_WITH_OWN_ROWS(tavoFaultTable, FaultRow)
 
 #pragma GCC visibility push(default)

@@ -437,6 +437,37 @@ TEST_F(FaultDatabaseTest, DeleteFreesTheNodeAndNotTheRow) {
                           LogLine{LOG_DEBUG, "Deleting FaultIndex 7: "}, LogLine{LOG_DEBUG, "Not found\n"}));
 }
 
+TEST_F(FaultDatabaseTest, ARemovedRowTakesItsNodeAlong) {
+  apply(fault(3, 7, 5));
+  apply(fault(3, 8, 5));
+  EXPECT_EQ(tavoFaultTable_removeEntry(tavoFaultTable_head), 0);
+  apply(fault(3, 7, 0));
+  EXPECT_THAT(listed_indexes(), IsEmpty());
+  ASSERT_EQ(fault_database[3], nullptr);
+  apply(fault(3, 8, 5));
+  EXPECT_THAT(listed_indexes(), ElementsAre(8)) << "a new fault";
+}
+
+TEST_F(FaultDatabaseTest, ARowThatIsNotListedKeepsItsNode) {
+  FaultRow *row = nullptr;
+  ASSERT_EQ(lookup_and_modify_fault_table(fault(3, 7, 5).data(), &row), 2);
+  EXPECT_EQ(tavoFaultTable_removeEntry(row), 0);
+  ASSERT_NE(fault_database[3], nullptr);
+  EXPECT_EQ(fault_database[3]->row, row);
+  delete_entity_node(fault(3, 7, 0).data(), row);
+  std::free(row);
+}
+
+TEST_F(FaultDatabaseTest, AnEmptiedTableHasNoNodes) {
+  for (const std::uint32_t class_code : {3U, 3U, 8U}) {
+    apply(fault(class_code, 7, 5));
+  }
+  clear_fault_table_entries();
+  ASSERT_THAT(std::vector(fault_database, fault_database + fault_bucket_count), Each(nullptr));
+  apply(fault(3, 7, 5));
+  EXPECT_THAT(listed_indexes(), ElementsAre(7)) << "a new fault";
+}
+
 TEST_F(FaultDatabaseTest, AFaultIndexIsLoggedSigned) {
   delete_entity_node(fault(3, 0xFFFFFFFF, 5).data(), nullptr);
   EXPECT_EQ(fakes::log_texts().front(), "Deleting FaultIndex -1: ");
