@@ -2,7 +2,7 @@
 // Another program that loads the module lacks them, so the module imports them weakly and reports to those that exist.
 //
 // The module keeps no figures for this: a report says what has just happened, and the daemon counts and takes times. It
-// must not wait, since the module may hold a lock of its own.
+// must not wait, since the module may hold a lock of its own, and must not throw, since the module catches nothing.
 #pragma once
 
 #include <atomic>
@@ -22,8 +22,8 @@ extern "C" {
 [[gnu::weak]] void tavo_rebuild_begins(const char *table);
 [[gnu::weak]] void tavo_rebuild_ends(const char *table, bool succeeded);
 
-// A thread of the module cannot be created: `function`, such as "create_FE_thread", had the error `error` of errno.h.
-// The module serves without the thread. Called on the thread that calls the function.
+// A thread of the module cannot be created: `function`, such as "create_FE_thread", had the error `error` of errno.h;
+// its name stays valid. The module serves without the thread. Called on the thread that calls the function.
 [[gnu::weak]] void tavo_thread_missing(const char *function, int error);
 
 // A request waits because a table is busy; it has ended, by an answer or without one. The pointer only tells requests

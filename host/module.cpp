@@ -33,15 +33,21 @@ pthread_t test_trap_thread = 0;
 
 namespace {
 
-// The first of the module's threads that could not be created, and why; empty if all could.
-std::string missing_thread;  // NOLINT(cert-err58-cpp): an empty string does not throw
+struct MissingThread {
+  const char *function;
+  int error;
+};
+
+// The first of the module's threads that could not be created, and why; no function if all could. Words are made of it
+// later: the module cannot handle an exception, and memory may be short.
+constinit MissingThread missing_thread = {};
 
 }  // namespace
 
 extern "C" {
 void tavo_thread_missing(const char *function, int error) {
-  if (missing_thread.empty()) {
-    missing_thread = std::string(function) + ": " + std::strerror(error);
+  if (missing_thread.function == nullptr) {
+    missing_thread = {.function = function, .error = error};
   }
 }
 }
@@ -107,8 +113,10 @@ Module::Module(const std::string &path)
 
 void Module::start() {
   init_();
-  if (!missing_thread.empty()) {
-    throw StartFailure(ExitStatus::Failure, "cannot create a thread of the module: " + missing_thread);
+  if (missing_thread.function != nullptr) {
+    throw StartFailure(ExitStatus::Failure,
+                       "cannot create a thread of the module: " + std::string(missing_thread.function) + ": " +
+                           std::strerror(missing_thread.error));
   }
   if (auto *body = find<decltype(SendTestTrap)>("SendTestTrap")) {
     if (pthread_create(&test_trap_thread, nullptr, body, nullptr) != 0) {
