@@ -85,6 +85,7 @@ class Dump::Search {
   Search(const Dump &dump, const Needle &needle);
   Search(const Dump &dump, const char *key, const char *separator);
   Search(Dump &&dump, const Needle &needle) = delete;
+  Search(Dump &&dump, const char *key, const char *separator) = delete;
 
   // Writes the value behind occurrence `n` and a NUL to `out`, which holds `size` octets; what does not fit is cut off.
   // With `n` 0 or less the value is the dump's first line. False, and `out` left alone, when the occurrence or its

@@ -13,6 +13,7 @@
 #include <optional>
 #include <random>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -477,6 +478,14 @@ TEST_F(DumpTest, ASearchGoesOverTheDumpOnce) {
     ASSERT_EQ(value(search, n), std::to_string(n - 1));
   }
   EXPECT_LE(fakes::octets_searched(), content.size());
+}
+
+// It would read the dump's text after its end.
+TEST_F(DumpTest, ASearchOfATemporaryDumpDoesNotCompile) {
+  EXPECT_TRUE((std::is_constructible_v<Dump::Search, const Dump &, const Needle &>));
+  EXPECT_TRUE((std::is_constructible_v<Dump::Search, const Dump &, const char *, const char *>));
+  EXPECT_FALSE((std::is_constructible_v<Dump::Search, Dump, const Needle &>));
+  EXPECT_FALSE((std::is_constructible_v<Dump::Search, Dump, const char *, const char *>));
 }
 
 }  // namespace
