@@ -21,7 +21,7 @@ struct CmcSettings {
   CmcSettings &operator=(const CmcSettings &) = delete;
   ~CmcSettings() { peers.release(); }
 
-  // False, and the reason logged, if a setting cannot be understood: then the link must stay closed.
+  // False, and the reason logged, if a setting cannot be used: then the link must stay closed.
   bool read();
 
   bool admits(in_addr peer) const;

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <string>
 
+#include "tests/fakes/allocation.h"
 #include "tests/fakes/net_snmp.h"
 #include "tests/fakes/sockets.h"
 #include "tests/fixtures/cmc_thread_fixture.h"
@@ -72,6 +73,17 @@ TEST_F(CmcSettingsTest, WhatCannotBeUnderstoodKeepsTheLinkClosed) {
                                                               " cannot be understood: " + value + "\n"}));
     unsetenv(name);
   }
+}
+
+TEST_F(CmcSettingsTest, PeersWithoutMemoryKeepTheLinkClosed) {
+  set("TAVO_CHASSIS_PEERS", "192.0.2.1");
+  CmcSettings settings;
+  fakes::fail_allocations(0, 1);
+  EXPECT_FALSE(settings.read());
+  EXPECT_EQ(fakes::failed_allocations(), 1);
+  EXPECT_THAT(
+      fakes::log_lines(),
+      ElementsAre(LogLine{LOG_ERR, "the chassis link stays closed: TAVO_CHASSIS_PEERS finds no memory: 192.0.2.1\n"}));
 }
 
 TEST_F(CmcSettingsTest, ListensOnTheOneAddress) {
