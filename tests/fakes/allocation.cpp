@@ -3,7 +3,9 @@
 #include <atomic>
 #include <cerrno>
 #include <cstddef>
+#include <functional>
 #include <mutex>
+#include <utility>
 
 namespace tavo::fakes {
 namespace {
@@ -12,6 +14,7 @@ std::mutex mutex;
 int successes_left = 0;
 int failures_left = 0;
 int failed = 0;
+std::function<void()> next_failure_call;
 // Read without the mutex: locking it would order the module's threads and hide their races from ThreadSanitizer.
 std::atomic<bool> failing = false;
 
@@ -19,7 +22,7 @@ bool fails() {
   if (!failing.load(std::memory_order_relaxed)) {
     return false;
   }
-  const std::scoped_lock lock(mutex);
+  std::unique_lock lock(mutex);
   if (failures_left == 0) {
     return false;
   }
@@ -29,6 +32,10 @@ bool fails() {
   }
   --failures_left;
   ++failed;
+  if (const auto call = std::exchange(next_failure_call, nullptr)) {
+    lock.unlock();
+    call();
+  }
   errno = ENOMEM;
   return true;
 }
@@ -42,6 +49,11 @@ void fail_allocations(int successes, int failures) {
   failing = failures > 0;
 }
 
+void on_next_failed_allocation(std::function<void()> call) {
+  const std::scoped_lock lock(mutex);
+  next_failure_call = std::move(call);
+}
+
 int failed_allocations() {
   const std::scoped_lock lock(mutex);
   return failed;
@@ -52,6 +64,7 @@ void reset_allocations() {
   successes_left = 0;
   failures_left = 0;
   failed = 0;
+  next_failure_call = nullptr;
   failing = false;
 }
 

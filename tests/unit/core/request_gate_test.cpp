@@ -6,6 +6,7 @@
 #include <net-snmp/library/fd_event_manager.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdint>
@@ -15,6 +16,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/fakes/allocation.h"
 #include "tests/fakes/daemon.h"
 #include "tests/fixtures/lock_holder.h"
 #include "tests/fixtures/sample_table.h"
@@ -68,6 +70,14 @@ class RequestGateTest : public fakes::SampleTableTest {
     EXPECT_FALSE(fakes::is_locked(subagent_sample));
     RequestGate::instance().set_answer_limit(std::chrono::milliseconds(0));
     unregister_mib(const_cast<oid *>(subagent_root.data()), subagent_root.size());
+  }
+
+  // The lock is free. A reservation would keep a thread out for a second.
+  static void expect_no_reservation(ListLock &lock) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));  // too old to be overtaken
+    const auto begin = std::chrono::steady_clock::now();
+    { const LockHolder next(lock); }
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(800));
   }
 
   ListLock &ev_lock_ = ev_sample.table.lock();
@@ -256,11 +266,8 @@ TEST_F(RequestGateTest, MoreThanTheBoundGetGenErrAtOnce) {
     // Refused at a lock that nobody waits for, it leaves no place in its queue.
     LockHolder other(subagent_lock_);
     EXPECT_EQ(fakes::get({cell(subagent_root, 5, 1)}).error_status, SNMP_ERR_GENERR);
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));  // too old to be overtaken
   }
-  const auto begin = std::chrono::steady_clock::now();
-  { const LockHolder next(subagent_lock_); }
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(800));
+  expect_no_reservation(subagent_lock_);
   EXPECT_EQ(fakes::get({cell(subagent_root, 5, 1)}).error_status, SNMP_ERR_NOERROR);
   holder.release();
   for (const PendingResponse &response : waiting) {
@@ -332,6 +339,54 @@ TEST_F(RequestGateTest, AtTheBoundARepeatedRequestIsTaken) {
   for (const PendingResponse &response : others) {
     EXPECT_EQ(response.wait().error_status, SNMP_ERR_NOERROR);
   }
+}
+
+class ShortMemoryTest : public RequestGateTest {
+ protected:
+  // Asks for a row whose table is busy. The allocation after `successes` fails, and then the lock is free: the request
+  // has a place in the lock's queue by then, and does not need it.
+  void ask(int successes, bool is_repeated) {
+    SCOPED_TRACE(testing::Message() << (is_repeated ? "a copy" : "the first") << ", after " << successes);
+    const fakes::RecordedReports reports;
+    LockHolder holder(ev_lock_);
+    std::optional<PendingResponse> earlier;
+    if (is_repeated) {
+      earlier = send_numbered(cell(ev_root, 5, 2), 77);
+      EXPECT_FALSE(earlier->arrived());
+    }
+    fakes::on_next_failed_allocation([&holder] { holder.release(); });
+    fakes::fail_allocations(successes, 1);
+    const PendingResponse request = send_numbered(cell(ev_root, 5, 2), 77);
+    EXPECT_TRUE(request.arrived());
+    EXPECT_EQ(fakes::failed_allocations(), 1);
+    fakes::reset_allocations();
+    holder.release();
+    const auto response = request.wait();
+    EXPECT_EQ(response.error_status, SNMP_ERR_NOERROR);
+    EXPECT_THAT(response.answers, ElementsAre(Answer{cell(ev_root, 5, 2), integer(2)}));
+    if (earlier) {
+      // Kept if no memory was there to drop it.
+      EXPECT_EQ(earlier->arrived(), successes == 0);
+    }
+    const auto changes = reports.take();
+    EXPECT_EQ(std::ranges::count(changes, "a request is set aside"),
+              std::ranges::count(changes, "a request has ended"));
+    EXPECT_EQ(RequestGate::instance().waiting(), 0U);
+    expect_no_reservation(ev_lock_);
+  }
+};
+
+// In this order, since an array that has grown needs no memory.
+TEST_F(ShortMemoryTest, ARequestThatCannotWaitIsAnswered) {
+  if (ran_in_a_process_of_its_own()) {
+    return;
+  }
+  ask(0, false);  // the request's note
+  ask(1, false);  // its groups
+  ask(2, false);  // the requests that wait
+  ask(0, true);   // those that are dropped for a copy
+  ask(1, true);   // the copy's note
+  ask(1, true);   // its groups, now that a request has been dropped
 }
 
 // Lets every request through access control, as a community with write access does.
@@ -468,11 +523,8 @@ TEST_F(RequestGateTest, AClientThatHasLeftLeavesTheQueue) {
   other.release();
   elsewhere.wait();
   EXPECT_EQ(RequestGate::instance().waiting(), 0U);
-  std::this_thread::sleep_for(std::chrono::milliseconds(5));  // too old to be overtaken
   holder.release();
-  const auto begin = std::chrono::steady_clock::now();
-  { const LockHolder next(ev_lock_); }
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(800));
+  expect_no_reservation(ev_lock_);
 }
 
 TEST_F(RequestGateTest, AnAnswerLimitEndsTheWaitWithGenErr) {
