@@ -389,6 +389,23 @@ TEST_F(ShortMemoryTest, ARequestThatCannotWaitIsAnswered) {
   ask(1, true);   // its groups, now that a request has been dropped
 }
 
+TEST_F(ShortMemoryTest, WhoCouldNotWaitWaitsForTheNextTable) {
+  if (ran_in_a_process_of_its_own()) {
+    return;
+  }
+  LockHolder ev(ev_lock_);
+  LockHolder subagent(subagent_lock_);
+  fakes::on_next_failed_allocation([&ev] { ev.release(); });
+  fakes::fail_allocations(2, 1);
+  const PendingResponse request = fakes::send_get_next({cell(ev_root, 11, 3)});
+  EXPECT_FALSE(request.arrived());
+  EXPECT_EQ(fakes::failed_allocations(), 1);
+  EXPECT_EQ(RequestGate::instance().waiting(), 1U);
+  subagent.release();
+  ASSERT_TRUE(eventually([&] { return request.arrived(); }, std::chrono::seconds(5)));
+  EXPECT_THAT(request.wait().answers, ElementsAre(Answer{cell(subagent_root, 2, 1), text("row-1")}));
+}
+
 // Lets every request through access control, as a community with write access does.
 int allow(int, int, void *check, void *) {
   static_cast<view_parameters *>(check)->errorcode = 0;
