@@ -37,11 +37,10 @@ struct Readings {
 void read_processor(std::size_t processor, const fs::path &chip, const std::string &sensor, ChipLimits &limits,
                     Readings &readings) {
   if (const auto now = read_number(chip / (sensor + "_input"))) {
-    readings.processors.push_back(
-        {.processor = processor,
-         .thousandths = *now,
-         .has_limit = read_number(chip / (sensor + "_crit")).value_or(0) > 0,
-         .is_critical = limits.is_critical(chip, sensor)});
+    readings.processors.push_back({.processor = processor,
+                                   .thousandths = *now,
+                                   .has_limit = read_number(chip / (sensor + "_crit")).value_or(0) > 0,
+                                   .is_critical = limits.is_critical(chip, sensor)});
   }
 }
 

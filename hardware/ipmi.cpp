@@ -54,7 +54,11 @@ IpmiSource::IpmiSource(Register &kept, std::unique_ptr<IpmiDevice> device, std::
 
 void IpmiSource::read_definitions() {
   const auto state = sdr_state(*device_);
-  if (!state || state == definitions_state_) {
+  if (!state) {
+    ++refused_states_;
+    return;
+  }
+  if (state == definitions_state_) {
     return;
   }
   if (state != reading_state_) {
@@ -163,6 +167,29 @@ void IpmiSource::read_sensors() {
   power_ = consumed_power(*device_, sensors_.samples());
 }
 
+// What the keys of troubles begin with of which only sensors can tell that are not known, or have not been read.
+std::vector<std::string> IpmiSource::undecided() const {
+  if (!has_complete_definitions_ && !definitions_state_ && refused_states_ < readings_of_definitions) {
+    return {"ipmi sensor ", "ipmi supply "};
+  }
+  std::vector<std::string> keys;
+  const auto add = [&](const std::string &key) {
+    if (std::ranges::find(keys, key) == keys.end()) {
+      keys.push_back(key);
+    }
+  };
+  const std::vector<IpmiSample> &samples = sensors_.samples();
+  for (const IpmiSample &unread : samples) {
+    for (const IpmiSample &of_same_part : samples) {  // which a sensor may say to be absent
+      if (may_tell_yet(unread) && of_same_part.sensor.entity == unread.sensor.entity) {
+        add(sensor_key(of_same_part.sensor) + ' ');
+        add(supply_key(of_same_part.sensor) + ' ');
+      }
+    }
+  }
+  return keys;
+}
+
 void IpmiSource::add_accounts(Finding &finding) {
   const std::vector<IpmiSample> &samples = sensors_.samples();
   const std::vector<Fan> fans = ipmi_fans(samples, kept_);
@@ -203,10 +230,9 @@ Finding IpmiSource::finding() {
   const std::vector<Trouble> from_log = log_faults_.troubles(all_sensors_);
   finding.troubles.insert(finding.troubles.end(), from_log.begin(), from_log.end());
   if (reading_state_ && !has_definitions_) {
-    finding.awaited = {Topic::Fans, Topic::ProcessorTemperatures, Topic::ProcessorHeat, Topic::Power,
-                       Topic::Supplies};
-    finding.undecided = {"ipmi s"};  // sensors and supplies
+    finding.awaited = {Topic::Fans, Topic::ProcessorTemperatures, Topic::ProcessorHeat, Topic::Power, Topic::Supplies};
   }
+  finding.undecided = undecided();
   if (reading_state_) {
     finding.unreadable.emplace_back("the controller's sensor records have not all been read yet");
   } else if (has_answered_ && all_sensors_.empty()) {

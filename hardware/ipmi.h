@@ -41,6 +41,7 @@ class IpmiSource : public Source {
   void check_answers();
   bool read_log();
   void read_sensors();
+  std::vector<std::string> undecided() const;
   void add_accounts(Finding &finding);
   Finding finding();
 
@@ -51,6 +52,7 @@ class IpmiSource : public Source {
   std::optional<IpmiOctets> reading_state_;      // of the records that are being read
   std::optional<IpmiOctets> definitions_state_;  // of the sensor records that `sensors_` is made from
   int definition_readings_ = 0;                  // that were not complete
+  int refused_states_ = 0;                       // the controller did not say which records it has
   bool definitions_are_complete_ = true;         // the last that were read
   bool has_definitions_ = false;                 // complete or not
   bool has_complete_definitions_ = false;

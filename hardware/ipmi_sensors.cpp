@@ -92,6 +92,10 @@ void enter_reading(IpmiSample &sample, const std::optional<IpmiOctets> &answer) 
   }
 }
 
+bool may_tell_yet(const IpmiSample &sample) {
+  return !sample.is_known && sample.missed < patience;
+}
+
 std::string sensor_key(const IpmiSensor &sensor) {
   return "ipmi sensor " + std::to_string(sensor.number) + '.' + std::to_string(sensor.lun);
 }

@@ -35,6 +35,9 @@ IpmiLevel level_below(const IpmiSensor &sensor, double value, IpmiLevel before);
 // controller is busy, is what it was before.
 void enter_reading(IpmiSample &sample, const std::optional<IpmiOctets> &answer);
 
+// Whether the sensor has had no reading yet, but may only have been refused by a controller that is busy.
+bool may_tell_yet(const IpmiSample &sample);
+
 // "ipmi sensor 48.0": names the sensor in a trouble's key.
 std::string sensor_key(const IpmiSensor &sensor);
 

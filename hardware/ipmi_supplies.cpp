@@ -58,6 +58,11 @@ std::string key_of(const IpmiEntity &entity) {
   return "ipmi supply " + std::to_string(entity.id) + '.' + std::to_string(entity.instance);
 }
 
+// Whether something was seen of the bay, now or before.
+bool is_sure_of(const Bay &bay, std::string_view presence, Register &kept) {
+  return presence != "unknown" || kept.parts(supply_group).contains(bay.key);
+}
+
 Bay &bay_with(std::vector<Bay> &bays, const std::string &key, const IpmiEntity &entity) {
   const auto found = std::ranges::find_if(bays, [&](const Bay &bay) { return bay.key == key; });
   return found != bays.end() ? *found : bays.emplace_back(Bay{.key = key, .entity = entity});
@@ -69,8 +74,7 @@ std::vector<Bay> bays_of(const std::vector<IpmiSample> &samples, const std::map<
   for (const IpmiSample &sample : samples) {
     if (is_state_of_supply(sample.sensor)) {
       const IpmiEntity &entity = sample.sensor.entity;
-      const std::string key = is_of_one_supply(entity) ? key_of(entity) : "ipmi supply of " + sensor_key(sample.sensor);
-      bay_with(bays, key, entity).states.push_back(&sample);
+      bay_with(bays, supply_key(sample.sensor), entity).states.push_back(&sample);
     }
   }
   for (const auto &entry : frus) {
@@ -132,13 +136,19 @@ const IpmiSample *fan_of(const IpmiEntity &entity, const std::vector<IpmiSample>
 
 }  // namespace
 
+std::string supply_key(const IpmiSensor &sensor) {
+  return is_of_one_supply(sensor.entity) ? key_of(sensor.entity) : "ipmi supply of " + sensor_key(sensor);
+}
+
 Supplies ipmi_supplies(const std::vector<IpmiSample> &samples, const std::map<IpmiEntity, IpmiFru> &frus,
                        Register &kept) {
   Supplies found;
+  found.is_vague = true;
   for (const Bay &bay : bays_of(samples, frus)) {
     const std::int64_t number = kept.number_of(supply_group, bay.key);
     const auto fru = frus.find(bay.entity);
     const std::string_view presence = presence_of_supply(bay, samples, frus);
+    found.is_vague = found.is_vague && !is_sure_of(bay, presence, kept);
     const bool present = presence == "present" || (presence == "unknown" && kept.parts(supply_group).contains(bay.key));
     const SupplyDefect *defect = present ? defect_of(bay) : nullptr;
     const IpmiSample *fan = is_of_one_supply(bay.entity) ? fan_of(bay.entity, samples) : nullptr;
@@ -149,19 +159,19 @@ Supplies ipmi_supplies(const std::vector<IpmiSample> &samples, const std::map<Ip
     if (fan != nullptr) {
       found.fans.push_back({.supply = number, .presence = presence});
     }
-    const auto add = [&](const std::string &what, std::string_view severity, int cause, std::string_view sentence) {
-      found.troubles.push_back(supply_trouble(bay.key + what, number, severity, cause, sentence));
+    const auto add = [&](const std::string &what, std::string_view severity, std::string_view sentence) {
+      found.troubles.push_back(supply_trouble(bay.key + what, number, severity, cause::failed, sentence));
     };
     const std::string name = "Power supply " + std::to_string(number);
-    if (const auto missing = missing_part(kept, supply_group, bay.key, name, presence)) {
-      add(" missing", "warning", cause::missing, " is missing");
-      found.troubles.back().missing = missing;
+    if (const auto part = missing_part(kept, supply_group, bay.key, name, presence)) {
+      found.troubles.push_back(
+          missing(supply_trouble(bay.key + " missing", number, "warning", cause::missing, ""), *part));
     }
     if (defect != nullptr) {
-      add(" defect", defect->severity, cause::failed, defect->sentence);
+      add(" defect", defect->severity, defect->sentence);
     }
     if (present && fan != nullptr && fan->too_low != IpmiLevel::Good) {
-      add(" fan", "major", cause::failed, ": its fan has failed");
+      add(" fan", "major", ": its fan has failed");
     }
   }
   return found;

@@ -12,6 +12,9 @@
 
 namespace tavo::service {
 
+// "ipmi supply 10.1": what the keys of the troubles begin with of the supply that the sensor is about.
+std::string supply_key(const IpmiSensor &sensor);
+
 // A supply is what has sensors for the state of a power supply, or a FRU area as one. Its number is kept. One of which
 // the controller does not say whether it is there counts as there if it was there once.
 Supplies ipmi_supplies(const std::vector<IpmiSample> &samples, const std::map<IpmiEntity, IpmiFru> &frus,

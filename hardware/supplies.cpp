@@ -15,7 +15,8 @@ Account account_of_supplies(const Supplies &all) {
                   enter_supply_fan(inventory, fan.supply, fan.presence);
                 }
               },
-          .troubles = all.troubles};
+          .troubles = all.troubles,
+          .is_vague = all.is_vague};
 }
 
 Part supply_part(bool is_present, const SupplyDefect *defect) {

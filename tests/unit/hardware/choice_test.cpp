@@ -94,7 +94,7 @@ TEST_F(ChoiceTest, NoFanIsShownUntilTheRecordsAreRead) {
     EXPECT_THAT(situation.troubles, IsEmpty());
     EXPECT_THAT(situation.undecided, Contains(Pair("hwmon", ElementsAre("")))) << "its faults stay";
   }
-  EXPECT_THAT(at_first.finding->undecided, ElementsAre("ipmi s"));
+  EXPECT_THAT(at_first.finding->undecided, ElementsAre("ipmi sensor ", "ipmi supply "));
   const std::vector<Word> at_last{kernel, word_of(source)};
   EXPECT_THAT(descriptions_of(at_last), ElementsAre("IPMI: Fan 1 (SYS_FAN1) has failed"));
   EXPECT_THAT(situation_of(at_last).undecided, Contains(Pair("hwmon", IsEmpty())));

@@ -78,6 +78,18 @@ TEST_F(IpmiSupply, ASupplyThatIsNotToldOfIsNotMissing) {
   EXPECT_TRUE(inventory.supplies.at(0).flag("present")) << "it was there before";
 }
 
+TEST_F(IpmiSupply, SuppliesThatNobodySawMayBeTheKernels) {
+  controller_.sdr = {fru_record(4, supply_entity, 1)};
+  EXPECT_TRUE(source_.read().accounts.at(Topic::Supplies).is_vague);
+  auto seeing = make_controller();
+  seeing->sdr = {fru_record(4, supply_entity, 1)};
+  seeing->frus[4] = controller_.frus[5];
+  IpmiSource other(register_, std::move(seeing));
+  EXPECT_FALSE(other.read().accounts.at(Topic::Supplies).is_vague);
+  controller_.frus.clear();
+  EXPECT_FALSE(source_.read().accounts.at(Topic::Supplies).is_vague) << "one was there before";
+}
+
 TEST_F(IpmiSupply, TwoSensorsOfASupplyAreOneSupply) {
   controller_.sdr.push_back(compact_record(32, supply_type, specific, supply_entity, 2, "PS2 Input"));
   controller_.is_in(32, 1 << 3);

@@ -78,6 +78,44 @@ TEST_F(Ipmi, SilenceFromTheStartDecidesNothing) {
   controller_.is_silent = true;
   EXPECT_THAT(read().undecided, ElementsAre(""));
   controller_.is_silent = false;
+  controller_.reads(9, 30);
+  EXPECT_THAT(read().undecided, IsEmpty());
+}
+
+TEST_F(Ipmi, RecordsThatAreRefusedDecideNothing) {
+  controller_.sdr = {full_record(fan(9, "SYS_FAN1"))};
+  controller_.reads(9, 30);
+  controller_.refused_at = 0x20;
+  controller_.refusals_left = 100;
+  EXPECT_THAT(read_alone(source_).undecided, ElementsAre("ipmi sensor ", "ipmi supply "));
+  controller_.refusals_left = 0;
+  EXPECT_THAT(read().undecided, IsEmpty());
+}
+
+TEST_F(Ipmi, AControllerWithoutRecordsIsDecidedInTheEnd) {
+  EXPECT_THAT(read_alone(source_).undecided, ElementsAre("ipmi sensor ", "ipmi supply "));
+  read();
+  read();
+  EXPECT_THAT(read().undecided, IsEmpty());
+}
+
+TEST_F(Ipmi, ASensorThatIsRefusedDecidesNothingOfItsPart) {
+  controller_.sdr = {full_record(fan(9, "SYS_FAN1")), full_record(fan(10, "SYS_FAN2")),
+                     compact_record(30, 8, specific, 10, 2, "PS2 Status")};
+  controller_.reads(10, 30);
+  EXPECT_THAT(read_alone(source_).undecided, ElementsAre("ipmi sensor 9.0 ", "ipmi supply of ipmi sensor 9.0 ",
+                                                         "ipmi sensor 30.0 ", "ipmi supply 10.2 "));
+  controller_.reads(9, 30);
+  controller_.is_in(30, 1);
+  EXPECT_THAT(read().undecided, IsEmpty());
+  controller_.readings.clear();
+  EXPECT_THAT(read().undecided, IsEmpty()) << "what was read last counts";
+}
+
+TEST_F(Ipmi, ASensorThatNeverAnswersIsDecidedInTheEnd) {
+  controller_.sdr = {full_record(fan(9, "SYS_FAN1"))};
+  EXPECT_THAT(read_alone(source_).undecided, SizeIs(2));
+  read();
   EXPECT_THAT(read().undecided, IsEmpty());
 }
 
