@@ -246,7 +246,7 @@ struct Socketed {
   const char *group;  // in the register
   std::int64_t class_code;
   std::string_view field;  // with the name of the socket
-  std::string name;        // of such a part, without its socket's
+  std::string name;        // of such a part, without its number and its socket's
 };
 
 // Keeps the parts that are there, and misses those that were there before: their socket is empty now, or the firmware
@@ -255,9 +255,9 @@ void add_missing(const Socketed &kind, const std::vector<Part> &parts, Register 
   std::map<std::string, std::string> present;
   for (std::size_t i = 0; i < parts.size(); ++i) {
     const std::string &socket = parts[i].text(kind.field);
-    kept.number_of(kind.group, socket, static_cast<std::int64_t>(i) + 1);
+    const std::int64_t number = kept.number_of(kind.group, socket, static_cast<std::int64_t>(i) + 1);
     if (parts[i].flag("present")) {
-      present[socket] = kind.name + socket;
+      present[socket] = kind.name + std::to_string(number) + " (" + socket + ')';
     }
   }
   for (const auto &[socket, part] : missing_parts(kept, kind.group, present)) {

@@ -196,7 +196,7 @@ TEST_F(Smbios, AModuleThatIsGoneAfterARestartIsMissed) {
   EXPECT_THAT(troubles(before), IsEmpty());
   const std::vector<Trouble> found = troubles(slot(0, "A1") + slot(8192, "A2") + slot(0, "A3"));
   ASSERT_THAT(found, SizeIs(1));
-  EXPECT_EQ(found[0].description, "Memory module A3 is missing");
+  EXPECT_EQ(found[0].description, "Memory module 3 (A3) is missing");
   EXPECT_EQ(found[0].class_code, class_number::memory);
   EXPECT_EQ(found[0].unit, 3);
   EXPECT_EQ(found[0].cause, 238);
@@ -215,7 +215,7 @@ TEST_F(Smbios, AProcessorThatIsGoneAfterARestartIsMissed) {
   EXPECT_THAT(troubles(processor(0x41).octets() + processor(0x41).octets()), IsEmpty());
   const std::vector<Trouble> found = troubles(processor(0x41).octets() + processor(0).octets());
   ASSERT_THAT(found, SizeIs(1));
-  EXPECT_EQ(found[0].description, "Processor CPU1 #2 is missing");
+  EXPECT_EQ(found[0].description, "Processor 2 (CPU1 #2) is missing");
   EXPECT_EQ(found[0].class_code, class_number::processor);
   EXPECT_EQ(found[0].unit, 2);
 }
