@@ -24,6 +24,10 @@ constexpr std::chrono::milliseconds shortest_pause(500);
 // A source that takes longer has a fault.
 constexpr std::chrono::seconds patience(60);
 
+bool is_late(const std::optional<Clock::time_point> &reading_since) {
+  return reading_since && Clock::now() - *reading_since > patience;
+}
+
 // Whether the platform's files hold something else now.
 bool files_differ(const Inventory &left, const Inventory &right) {
   return left.supplies != right.supplies || left.controllers != right.controllers;
@@ -208,10 +212,9 @@ std::vector<Word> Hardware::words() {
   std::vector<Word> words;
   for (const auto &reader : readers_) {
     const std::lock_guard lock(reader->mutex);
-    const bool is_late = reader->reading_since && Clock::now() - *reader->reading_since > patience;
     words.push_back({.source = reader->source->name(),
                      .finding = reader->finding,
-                     .is_awaited = !reader->finding && reader->failure.empty() && !is_late});
+                     .is_awaited = !reader->finding && reader->failure.empty() && !is_late(reader->reading_since)});
   }
   return words;
 }
@@ -227,7 +230,7 @@ Situation Hardware::situation() {
   for (const auto &reader : readers_) {
     const std::lock_guard lock(reader->mutex);
     const std::string name(reader->source->name());
-    if (reader->reading_since && Clock::now() - *reader->reading_since > patience) {
+    if (is_late(reader->reading_since)) {
       all.troubles.push_back({.key = "source " + name,
                               .class_code = class_number::server,
                               .unit = 1,
