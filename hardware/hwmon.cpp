@@ -188,9 +188,11 @@ Finding HwmonSource::read() {
   if (const std::vector<Fan> fans = fans_.in_places(readings.fans); !fans.empty()) {
     finding.accounts[Topic::Fans] = account_of_fans(fans);
   }
-  if (const Supplies supplies = kernel_supplies(roots_.sys, numbers_); !supplies.supplies.empty()) {
+  const Supplies supplies = kernel_supplies(roots_.sys, numbers_);
+  if (!supplies.supplies.empty()) {
     finding.accounts[Topic::Supplies] = account_of_supplies(supplies);
   }
+  finding.unreadable = supplies.unreadable;
   if (entries(directory).empty()) {
     finding.unreadable.push_back(directory.string() + ": no chips");
   }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <map>
 #include <system_error>
 #include <vector>
 
@@ -87,10 +88,18 @@ bool is_supply_driver(const std::string &driver) {
 
 Supplies kernel_supplies(const fs::path &sys, Register &kept) {
   Supplies found;
-  for (KernelSupply &supply : all_supplies(sys)) {
+  std::vector<KernelSupply> supplies = all_supplies(sys);
+  std::map<std::string, std::string> here;
+  for (const KernelSupply &supply : supplies) {
+    here[supply.place] = "";
+  }
+  kept.free_absent("kernel-supply", here);
+  for (KernelSupply &supply : supplies) {
     const std::int64_t number = kept.number_of("kernel-supply", supply.place);
     const bool is_present = supply.part.flag("present");
     if (!place_supply(found.supplies, number, std::move(supply.part))) {
+      found.unreadable.push_back("power supply " + supply.place + ": there are no more than " +
+                                 std::to_string(supply_limit) + " numbers for power supplies");
       continue;
     }
     if (supply.has_fan) {

@@ -13,8 +13,8 @@ namespace tavo::service {
 // Whether a chip with this driver is in a server's power supply. Others of PMBus are regulators on the board.
 bool is_supply_driver(const std::string &driver);
 
-// `kept` keeps their numbers. Nobody misses one that has gone: a driver that is not loaded
-// looks the same.
+// `kept` keeps their numbers, and frees them once they have been gone for long. Nobody misses one that has gone: a
+// driver that is not loaded looks the same.
 Supplies kernel_supplies(const std::filesystem::path &sys, Register &kept);
 
 }  // namespace tavo::service

@@ -31,7 +31,8 @@ struct Supplies {
   std::vector<Part> supplies;  // a supply's number is its position, from 1; absent ones fill the gaps
   std::vector<SupplyFan> fans;
   std::vector<Trouble> troubles;
-  bool is_vague = false;  // nothing was seen of any of them yet
+  std::vector<std::string> unreadable;  // a line for each that is left out
+  bool is_vague = false;                // nothing was seen of any of them yet
 };
 
 Account account_of_supplies(const Supplies &all);

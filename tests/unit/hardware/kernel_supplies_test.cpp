@@ -92,6 +92,23 @@ TEST_F(KernelSupplies, ASupplyThatWasPulledIsAbsent) {
   EXPECT_THAT(descriptions(), IsEmpty());
 }
 
+TEST_F(KernelSupplies, ASupplyWithoutANumberIsNamed) {
+  for (std::size_t i = 0; i <= supply_limit; ++i) {
+    add_mains("ADP" + std::to_string(i), "1");
+  }
+  EXPECT_THAT(found_by(source_).supplies, SizeIs(supply_limit));
+  EXPECT_THAT(source_.read().unreadable, testing::Contains(testing::StartsWith("power supply ADP")));
+}
+
+TEST_F(KernelSupplies, ANumberIsFreeOnceItsSupplyIsLongGone) {
+  const std::time_t long_ago = std::time(nullptr) - Register::kept_for.count() - 1;
+  register_.number_of("kernel-supply", "OLD");
+  register_.free_absent("kernel-supply", {}, long_ago);
+  add_mains("ADP1", "1");
+  read_alone(source_);
+  EXPECT_THAT(register_.keys("kernel-supply"), ElementsAre("ADP1"));
+}
+
 TEST_F(KernelSupplies, ARegulatorIsNone) {
   add_chip("hwmon1", "1-0040");
   write("class/hwmon/hwmon1/name", "isl68137\n");
