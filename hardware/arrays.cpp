@@ -17,8 +17,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::int64_t block_size = 512;
-
 // The arrays in the register.
 constexpr const char *array_group = "array";
 

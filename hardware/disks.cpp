@@ -19,7 +19,6 @@ namespace fs = std::filesystem;
 
 // How the storage agent counts: a drive's codes and a controller's use.
 constexpr const char *connected = "2";
-constexpr std::int64_t block_size = 512;  // what the kernel counts in, whatever the drive's own blocks are
 
 // The condition of a drive that says so itself.
 constexpr const char *failing = "failing";

@@ -8,7 +8,7 @@
 
 namespace tavo::service {
 
-// No object if the text is no JSON, or is nested more deeply than any tool does.
+// No object if the text is no JSON. What is nested more deeply than any tool does is left out.
 nlohmann::json parse_printed(std::string_view text);
 
 // What is in an object in an object, by these names; null if it is not there, or something on the way is no object.

@@ -9,6 +9,9 @@
 
 namespace tavo::service {
 
+// What the kernel counts the size of a block device in, in octets, whatever the device's own blocks are.
+constexpr std::int64_t block_size = 512;
+
 // The file's text, trimmed; nothing if it cannot be read.
 std::optional<std::string> read_attribute(const std::filesystem::path &file);
 
