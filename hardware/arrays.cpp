@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cctype>
 #include <map>
+#include <set>
+#include <string_view>
 
 #include "core/class_number.h"
 #include "hardware/drive_place.h"
@@ -30,6 +32,7 @@ struct Array {
 
 // A drive that an array consists of, wholly or in part.
 struct Member {
+  std::string array;  // "md0"
   std::string drive;  // "sda"
   bool has_failed;
   bool is_rebuilt;
@@ -73,13 +76,15 @@ std::string drive_of(const fs::path &block) {
   return (is_partition ? device.parent_path() : device).filename();
 }
 
-std::vector<Member> members_of(const fs::path &md) {
+std::vector<Member> members_of(const fs::path &disk) {
+  const fs::path md = disk / "md";
   const bool is_recovering = read_attribute(md / "sync_action") == "recover";
   std::vector<Member> members;
   for (const fs::path &member : entries(md, "dev-")) {
     const std::string states = ',' + read_attribute(member / "state").value_or("") + ',';
     const bool has_place = read_number(member / "slot").has_value();
-    members.push_back({.drive = drive_of(member / "block"),
+    members.push_back({.array = disk.filename(),
+                       .drive = drive_of(member / "block"),
                        .has_failed = states.find(",faulty,") != std::string::npos,
                        .is_rebuilt = is_recovering && has_place && states.find(",spare,") != std::string::npos});
   }
@@ -144,6 +149,29 @@ Trouble missing_array(const std::string &key, const MissingPart &array) {
   return gone;
 }
 
+// A drive whose partitions are in several arrays may have failed in each of them, and is still one drive. Drives that
+// nobody has listed, or would miss, have no fault of their own.
+std::vector<Trouble> failed_members(const std::vector<Member> &members, const fs::path &sys, Register &numbers) {
+  std::map<std::string, std::set<std::string_view>> arrays;  // by the drive's place
+  for (const Member &member : members) {
+    if (member.has_failed) {
+      arrays[place_of(device_of(sys / "block" / member.drive))].insert(member.array);
+    }
+  }
+  const auto drives = numbers.parts(drive_group);
+  std::vector<Trouble> troubles;
+  for (const auto &[place, names] : arrays) {
+    const auto drive = drives.find(place);
+    if (drive != drives.end()) {
+      Trouble &failed = troubles.emplace_back(drive_trouble(place, drive->second, "failed in its array"));
+      failed.severity = "major";
+      failed.description += (names.size() > 1 ? " has failed in arrays " : " has failed in array ") +
+                            joined({names.begin(), names.end()});
+    }
+  }
+  return troubles;
+}
+
 }  // namespace
 
 // An array is known by its UUID, because the kernel's number may be another one after each boot. Where nobody tells the
@@ -167,21 +195,6 @@ std::string ArraySource::key_of(const fs::path &disk) {
     }
   }
   return name;
-}
-
-// Drives that nobody has listed, or would miss, have no fault of their own.
-void ArraySource::find_failed_members(const fs::path &disk, Finding &finding) {
-  const auto drives = numbers_.parts(drive_group);
-  for (const Member &member : members_of(disk / "md")) {
-    const std::string place = place_of(device_of(roots_.sys / "block" / member.drive));
-    const auto drive = drives.find(place);
-    if (member.has_failed && drive != drives.end()) {
-      Trouble failed = drive_trouble(place, drive->second, "failed in its array");
-      failed.severity = "major";
-      failed.description += " has failed in array " + disk.filename().string();
-      finding.troubles.push_back(failed);
-    }
-  }
 }
 
 Finding ArraySource::read() {
@@ -210,9 +223,9 @@ Finding ArraySource::read() {
     if (arrays.back().state != "optimal") {
       finding.troubles.push_back(trouble_of(arrays.back()));
     }
-    find_failed_members(disk, finding);
-    std::ranges::move(members_of(disk / "md"), std::back_inserter(members));
+    std::ranges::move(members_of(disk), std::back_inserter(members));
   }
+  std::ranges::move(failed_members(members, roots_.sys, numbers_), std::back_inserter(finding.troubles));
   for (const auto &[key, array] : missing_parts(numbers_, array_group, present)) {
     finding.troubles.push_back(missing_array(key, array));
   }

@@ -30,7 +30,6 @@ class ArraySource : public Source {
 
  private:
   std::string key_of(const std::filesystem::path &disk);
-  void find_failed_members(const std::filesystem::path &disk, Finding &finding);
 
   const Roots roots_;
   Register &numbers_;

@@ -93,8 +93,8 @@ void FaultKeeper::settle(const Situation &situation, Clock::time_point now, Mach
   std::set<std::string> there;
   for (const Trouble &trouble : situation.troubles) {
     // A fault stays until the one that says the same has become one.
-    if (!told.contains(trouble.key) || is_fault(trouble.key)) {
-      there.insert(trouble.key);
+    const bool counts = !told.contains(trouble.key) || is_fault(trouble.key);
+    if (counts && there.insert(trouble.key).second) {
       note(trouble, now, machine);
     }
   }

@@ -36,7 +36,8 @@ class FaultKeeper {
 
   // Compares the troubles that there are now with the active faults. A trouble whose severity or description has
   // changed updates its fault at once; one that is now another part's clears it and raises another. An error of which
-  // several troubles tell is one fault.
+  // several troubles tell is one fault. Of troubles with the same key, the first counts: the others would update its
+  // fault each time.
   void settle(const Situation &situation, Clock::time_point now, Machine &machine);
 
  private:

@@ -3,12 +3,14 @@
 #include <gmock/gmock.h>
 
 #include "hardware/drive_place.h"
+#include "hardware/fault_keeper.h"
 #include "hardware/system_controller.h"
 #include "tree.h"
 
 namespace tavo::service {
 namespace {
 
+using namespace std::chrono_literals;
 using testing::IsEmpty;
 using testing::SizeIs;
 
@@ -26,12 +28,15 @@ class Arrays : public Tree {
   void remove(const std::string &name) { std::filesystem::remove_all(sys() / "block" / name); }
 
   // A drive, of which a partition is in the array.
-  void add_member(const std::string &array, const std::string &drive, const std::string &state) {
+  void add_member(const std::string &array, const std::string &drive, const std::string &state,
+                  const std::string &number = "1") {
     const std::string disk = "devices/pci0000:00/0000:00:1f.2/ata3/host2/target2:0:0/2:0:0:0/block/" + drive;
-    const std::string partition = disk + "/" + drive + "1";
+    const std::string partition = disk + "/" + drive + number;
     write(partition + "/partition", "1\n");
-    link("block/" + drive, disk);
-    const std::string member = "block/" + array + "/md/dev-" + drive + "1";
+    if (!std::filesystem::exists(sys() / "block" / drive)) {
+      link("block/" + drive, disk);
+    }
+    const std::string member = "block/" + array + "/md/dev-" + drive + number;
     write(member + "/state", state + "\n");
     write(member + "/slot", "1\n");
     link(member + "/block", partition);
@@ -48,10 +53,11 @@ class Arrays : public Tree {
     return inventory.controllers[0].drives[0].written(*find_field(drive_kind, "state"));
   }
 
+  std::string named_by_udevd_ = "md0";
   std::string told_by_udevd_;
   Register register_{""};
   ArraySource source_{roots(), register_, [this](const std::string &device, const std::string &property) {
-                        return device == "md0" && property == "MD_UUID" ? told_by_udevd_ : "";
+                        return device == named_by_udevd_ && property == "MD_UUID" ? told_by_udevd_ : "";
                       }};
 };
 
@@ -191,6 +197,25 @@ TEST_F(Arrays, ADriveThatHasFailedInItIsATrouble) {
   EXPECT_EQ(finding.troubles[1].description, "Drive sda (MODEL-1) in slot 1 has failed in array md0");
   EXPECT_EQ(finding.troubles[1].affected, "sys/rack-unit-1/board/storage-SAS-SYSTEM/pd-1");
   EXPECT_EQ(state_of_drive("sda", "good"), "failed");
+}
+
+TEST_F(Arrays, ADriveThatHasFailedInTwoArraysIsOneFault) {
+  add_array("md0", "clean", "1");
+  add_array("md1", "clean", "1");
+  add_member("md0", "sda", "faulty", "1");
+  add_member("md1", "sda", "faulty", "2");
+  Machine machine(Inventory(), Surroundings{.var = directory_ / "var", .sd_socket = directory_ / "sd"});
+  FaultKeeper keeper(register_);
+  const auto start = FaultKeeper::Clock::now();
+  for (const auto at : {0s, 3s, 4s, 5s}) {
+    keeper.settle({.troubles = source_.read().troubles, .undecided = {}}, start + at, machine);
+  }
+  const std::vector<Part> faults = machine.faults().active();
+  ASSERT_THAT(faults, SizeIs(3)) << "of each array, and of the drive";
+  for (const Part &fault : faults) {
+    EXPECT_EQ(fault.number("occurrences"), 1) << fault.text("description");
+  }
+  EXPECT_EQ(source_.read().troubles.at(2).description, "Drive sda (MODEL-1) in slot 1 has failed in arrays md0, md1");
 }
 
 TEST_F(Arrays, ADriveThatIsBuiltAnewIsShownSo) {

@@ -450,6 +450,17 @@ TEST_F(FaultKeeperTest, AWorseTroubleUpdatesItsFault) {
   EXPECT_EQ(machine_.faults().active()[0].written(*find_field(fault_kind, "severity")), "critical");
 }
 
+TEST_F(FaultKeeperTest, OfTwoTroublesOfOneKeyTheFirstCounts) {
+  Trouble second = trouble;
+  second.description = "Fan 1 has failed again";
+  for (const auto at : {0s, 3s, 4s, 5s}) {
+    settle({trouble, second}, at);
+  }
+  ASSERT_THAT(machine_.faults().active(), SizeIs(1));
+  EXPECT_EQ(machine_.faults().active()[0].text("description"), "Fan 1 has failed");
+  EXPECT_EQ(machine_.faults().active()[0].number("occurrences"), 1);
+}
+
 TEST_F(FaultKeeperTest, ATroubleOfAnotherPartIsAnotherFault) {
   settle({trouble}, 0s);
   settle({trouble}, 3s);
