@@ -119,8 +119,10 @@ ToolRun::State ToolRun::wait(Clock::time_point until) {
   return state_;
 }
 
+// As long as the pipe is open, a child of the tool may have it. Until then nobody else gets the number of the tool's
+// group, because the tool is not waited for.
 bool ToolRun::is_gone() {
-  if (child_ >= 0 && waitpid(child_, nullptr, WNOHANG) != 0) {
+  if (child_ >= 0 && !out_ && waitpid(child_, nullptr, WNOHANG) != 0) {
     child_ = -1;
   }
   return child_ < 0;

@@ -29,7 +29,8 @@ class ToolRun {
   State state();
   // The same, once it no longer runs or `until` has come.
   State wait(Clock::time_point until);
-  // Whether nothing is left of it. A killed one may be left for long, because the kernel waits for a device.
+  // Whether nothing is left of it, nor of a child that could still print. A killed one may be left for long, because
+  // the kernel waits for a device.
   bool is_gone();
   void kill();
 

@@ -73,6 +73,15 @@ TEST_F(ToolRunTest, ItsChildrenAreKilledAsWell) {
   EXPECT_TRUE(ends("child"));
 }
 
+TEST_F(ToolRunTest, AChildThatKeepsThePipeIsKilledInTime) {
+  ToolRun run({tool("sleep 60 & echo $! > $here/child")}, 500ms);
+  EXPECT_EQ(end_of(run), State::Killed);
+  EXPECT_THAT(run.error(), HasSubstr("tool has not answered within 1 s"));
+  EXPECT_LT(run.descriptor(), 0);
+  EXPECT_TRUE(run.is_gone());
+  EXPECT_TRUE(ends("child"));
+}
+
 TEST_F(ToolRunTest, OneThatPrintsWithoutEndIsEnded) {
   ToolRun run({tool("echo $$ > $here/pid; exec yes")}, 30s);
   EXPECT_EQ(end_of(run), State::Ended);
