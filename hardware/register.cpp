@@ -85,15 +85,18 @@ void Register::rename(const std::string &group, const std::string &from, const s
   const std::lock_guard lock(mutex_);
   auto &numbers = numbers_[group];
   auto &names = names_[group];
-  if (!numbers.contains(from) || numbers.contains(to)) {
+  auto number = numbers.extract(from);
+  if (number.empty()) {
     return;
   }
-  auto number = numbers.extract(from);
-  number.key() = to;
-  numbers.insert(std::move(number));
-  if (auto name = names.extract(from)) {
-    name.key() = to;
-    names.insert(std::move(name));
+  auto name = names.extract(from);
+  if (!numbers.contains(to)) {
+    number.key() = to;
+    numbers.insert(std::move(number));
+    if (!name.empty()) {
+      name.key() = to;
+      names.insert(std::move(name));
+    }
   }
   absent_[group].erase(from);
   save();

@@ -62,7 +62,7 @@ class Register {
   // Forgets the part with this number, so that the number is free again. False if there is none.
   bool forget_part(const std::string &group, std::int64_t number);
 
-  // Gives what was known as `from` another key, if that is not known yet.
+  // Gives what was known as `from` another key. If that is known already, it stays as it is, and `from` is forgotten.
   void rename(const std::string &group, const std::string &from, const std::string &to);
 
   // How long the number is kept of what nobody misses.

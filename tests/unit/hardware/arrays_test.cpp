@@ -170,6 +170,20 @@ TEST_F(Arrays, AnArrayWithoutUuidYetIsKnownByItsName) {
   EXPECT_THAT(register_.keys("array"), SizeIs(1));
 }
 
+TEST_F(Arrays, AnArrayWhoseUuidComesLateIsNotMissed) {
+  add_array("md0", "clean", "0");
+  set_uuid("md0", uuid_a);
+  source_.read();
+  remove("md0");
+  add_array("md127", "clean", "0");
+  source_.read();
+  named_by_udevd_ = "md127";
+  told_by_udevd_ = uuid_a;
+  EXPECT_THAT(source_.read().troubles, IsEmpty());
+  EXPECT_THAT(register_.keys("array"), SizeIs(1)) << "the number of its name is free again";
+  EXPECT_THAT(found_by(source_).controllers.at(0).volumes, SizeIs(1)) << "it has its own number";
+}
+
 TEST_F(Arrays, AUuidThatIsNoneIsNoName) {
   for (const char *name : {"md0", "md1"}) {
     add_array(name, "clean", "0");
