@@ -15,8 +15,10 @@ namespace {
 
 constexpr const char *battery_group = "raid-battery";  // in the register
 
-// What the keys of all troubles begin with.
-constexpr const char *key_beginning = "raid-battery ";
+// The key of a trouble, or what the keys of all troubles of the controller's battery begin with.
+std::string key_of(const std::string &controller, const std::string &what) {
+  return "raid-battery " + controller + ' ' + what;
+}
 
 // The codes of the models that the table of batteries has a name for.
 struct BatteryType {
@@ -60,7 +62,8 @@ RaidReport RaidBatterySource::report() {
     throw std::runtime_error("the tool still hangs");
   }
   for (const std::string &tool : tools_) {
-    run_ = std::make_unique<ToolRun>(std::vector<std::string>{tool, "/call", "show", "all", "J"}, limit_);
+    // Without `nolog`, the tool writes a log into the working directory.
+    run_ = std::make_unique<ToolRun>(std::vector<std::string>{tool, "/call", "show", "all", "J", "nolog"}, limit_);
     run_->wait(run_->deadline());
     if (run_->is_missing()) {
       continue;
@@ -78,7 +81,7 @@ RaidReport RaidBatterySource::report() {
 Trouble RaidBatterySource::trouble(const RaidBattery &battery, std::int64_t number, const std::string &what) const {
   const std::string location = location_of(battery.controller, pci_.slots());
   return {
-      .key = key_beginning + battery.controller + ' ' + what,
+      .key = key_of(battery.controller, what),
       .class_code = class_number::storage,
       .unit = number,
       .description = "Battery " + std::to_string(number) + " (" + battery.model + ") of RAID controller " + location,
@@ -104,16 +107,16 @@ Finding RaidBatterySource::read() {
       finding.troubles.push_back(bad);
     }
   }
-  const auto gone = missing_parts(numbers_, battery_group, present);
-  if (told.failures.empty()) {
-    for (const auto &[controller, battery] : gone) {
-      const RaidBattery known{.controller = controller, .model = battery.name, .state = ""};
+  // A controller that has failed may be any of those that are not named.
+  for (const auto &[controller, battery] : missing_parts(numbers_, battery_group, present)) {
+    const RaidBattery known{.controller = controller, .model = battery.name, .state = ""};
+    if (told.failures.empty()) {
       finding.troubles.push_back(missing(trouble(known, battery.number, "gone"), battery));
+    } else {
+      finding.undecided.push_back(key_of(controller, ""));
     }
-  } else {
-    finding.unreadable = told.failures;
-    finding.undecided.push_back(key_beginning);
   }
+  finding.unreadable = told.failures;
   finding.enter = [by_controller](Inventory &inventory) { enter(inventory, by_controller); };
   return finding;
 }

@@ -22,7 +22,7 @@ struct RaidReport {
   std::vector<std::string> failures;   // what the tool could not tell and why, a line each
 };
 
-// What `storcli /call show all J` has printed. Nothing if that is no such report.
+// What `storcli /call show all J nolog` has printed. Nothing if that is no such report.
 std::optional<RaidReport> parse_raid_report(std::string_view json);
 
 }  // namespace tavo::service

@@ -103,7 +103,7 @@ TEST_F(RaidBatteriesTest, AGoodBatteryHasARow) {
   EXPECT_THAT(source_.read().troubles, IsEmpty());
   std::string words;
   std::getline(std::ifstream(directory_ / "words"), words);
-  EXPECT_EQ(words, "/call show all J");
+  EXPECT_EQ(words, "/call show all J nolog");
 }
 
 TEST_F(RaidBatteriesTest, ABatteryThatIsNotGoodIsATrouble) {
@@ -124,7 +124,7 @@ TEST_F(RaidBatteriesTest, ABatteryThatIsGoneIsMissedUntilForgotten) {
   print(printed(refusal));
   const Finding silent = source_.read();
   EXPECT_THAT(silent.troubles, IsEmpty()) << "nobody knows";
-  EXPECT_THAT(silent.undecided, ElementsAre("raid-battery "));
+  EXPECT_THAT(silent.undecided, ElementsAre("raid-battery 0000:03:00.0 "));
   print(printed(controller("00:03:00:00", "")));
   const Finding gone = source_.read();
   ASSERT_THAT(gone.troubles, SizeIs(1));
@@ -132,6 +132,15 @@ TEST_F(RaidBatteriesTest, ABatteryThatIsGoneIsMissedUntilForgotten) {
   EXPECT_FALSE(controller_part().flag("battery-present"));
   EXPECT_TRUE(register_.forget_part("raid-battery", 1));
   EXPECT_THAT(source_.read().troubles, IsEmpty());
+}
+
+TEST_F(RaidBatteriesTest, AControllerThatFailsHidesNoOther) {
+  print(printed(controller("00:03:00:00", bbu) + "," + controller("00:04:00:00", capacitor("Optimal"))));
+  source_.read();
+  print(printed(refusal + "," + controller("00:04:00:00", capacitor("Optimal"))));
+  const Finding finding = source_.read();
+  EXPECT_THAT(finding.undecided, ElementsAre("raid-battery 0000:03:00.0 "));
+  EXPECT_THAT(finding.unreadable, SizeIs(1));
 }
 
 TEST_F(RaidBatteriesTest, WithoutControllersNothingIsRun) {
