@@ -65,15 +65,7 @@ std::string told_by_driver(const fs::path &device) {
 bool is_too_hot(const fs::path &device, ChipLimits &limits) {
   bool any = false;
   for (const fs::path &chip : entries(device / "hwmon", "hwmon")) {
-    for (const fs::path &input : entries(chip, "temp")) {
-      const std::string name = input.filename();
-      if (!name.ends_with("_input")) {
-        continue;
-      }
-      const std::string sensor = name.substr(0, name.find('_'));
-      const bool alarm = is_set(chip / (sensor + "_crit_alarm"));
-      any = limits.is_critical(chip, sensor) || alarm || any;
-    }
+    any = limits.is_any_critical(chip) || any;
   }
   return any;
 }

@@ -86,6 +86,9 @@ DiskSource::DiskSource(Roots roots, Register &numbers, std::string smartctl, con
     if (faults.contains(drive_trouble_key(place, failing))) {
       failing_before_.insert(place);
     }
+    if (faults.contains(drive_trouble_key(place, hot))) {
+      hot_before_.insert(place);
+    }
   }
 }
 
@@ -164,10 +167,14 @@ std::vector<DiskSource::Drive> DiskSource::drives(Finding &finding) {
                      .asked = asked.back()});
   }
   reports_.ask(asked);
+  heat_.forget_all_but(asked);
   for (Drive &drive : found) {
     drive.report = report_of(drive);
     drive.part = drive_part(drive);
-    drive.is_too_hot = heat_.is_too_hot(drive.device, drive.report);
+    drive.is_too_hot = heat_.is_too_hot(drive.asked, drive.device, drive.report);
+    if (drive.is_too_hot) {
+      hot_before_.erase(drive.place);
+    }
   }
   std::ranges::sort(found, {}, [](const Drive &drive) { return drive.part.number("slot"); });
   return found;
@@ -186,11 +193,11 @@ void DiskSource::find_troubles(const std::vector<Drive> &present, Finding &findi
     if (!smart.healthy.value_or(true)) {
       add(failing, "major", " reports that it is failing");
     }
-    if (drive.is_too_hot) {
+    if (drive.is_too_hot.value_or(false)) {
       add(hot, "major", " is at its critical temperature");
     } else if (smart.has_bad_temperature.value_or(false)) {
       add(hot, "major", " reports a temperature beyond its limits");
-    } else if (!drive.report.is_known) {
+    } else if (hot_before_.contains(drive.place)) {
       finding.undecided.push_back(drive_trouble_key(drive.place, hot));
     }
     if (drive.report.times_unanswered >= most_unanswered) {
@@ -206,9 +213,11 @@ void DiskSource::find_troubles(const std::vector<Drive> &present, Finding &findi
 
 // Another drive that comes in its place is not what it was.
 void DiskSource::forget_what_is_gone(const std::vector<Drive> &present) {
-  std::erase_if(failing_before_, [&](const std::string &place) {
-    return std::ranges::find(present, place, &Drive::place) == present.end();
-  });
+  for (std::set<std::string> *before : {&failing_before_, &hot_before_}) {
+    std::erase_if(*before, [&](const std::string &place) {
+      return std::ranges::find(present, place, &Drive::place) == present.end();
+    });
+  }
 }
 
 Finding DiskSource::read() {

@@ -1,6 +1,7 @@
 // Drives and their controllers.
 #pragma once
 
+#include <optional>
 #include <set>
 #include <string>
 
@@ -16,7 +17,8 @@ namespace tavo::service {
 
 class DiskSource : public Source {
  public:
-  // `numbers` outlives the source. It keeps each place's slot, which drives should be there, and which were failing.
+  // `numbers` outlives the source. It keeps each place's slot, which drives should be there, and which were
+  // failing or too hot.
   DiskSource(Roots roots, Register &numbers, std::string smartctl = "smartctl", const DriveReports::Times &times = {});
 
   std::string_view name() const override { return "disks"; }
@@ -33,7 +35,7 @@ class DiskSource : public Source {
     AskedDrive asked;
     Part part{drive_kind};
     DriveReport report = {};
-    bool is_too_hot = false;
+    std::optional<bool> is_too_hot = {};  // nothing: not known yet
   };
 
   std::vector<RaidController> controllers();
@@ -53,6 +55,8 @@ class DiskSource : public Source {
   // The places of drives that were failing when the service ended, and have neither told of their health nor gone
   // since.
   std::set<std::string> failing_before_;
+  // Those of drives that were too hot then, of whose temperature nothing is known since.
+  std::set<std::string> hot_before_;
 };
 
 }  // namespace tavo::service

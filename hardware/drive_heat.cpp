@@ -1,8 +1,7 @@
 #include "hardware/drive_heat.h"
 
+#include <algorithm>
 #include <string>
-#include <string_view>
-#include <vector>
 
 #include "hardware/sysfs.h"
 
@@ -28,33 +27,50 @@ std::vector<fs::path> chips_of(const fs::path &device) {
 
 }  // namespace
 
-// Each sensor is read every time, so that its limit knows what it was before.
-bool DriveHeat::is_measured_too_hot(const fs::path &device) {
-  constexpr std::string_view input = "_input";
-  bool any = false;
-  for (const fs::path &chip : chips_of(device)) {
-    for (const fs::path &file : entries(chip, "temp")) {
-      const std::string name = file.filename();
-      if (name.ends_with(input)) {
-        any = limits_.is_critical(chip, name.substr(0, name.size() - input.size())) || any;
-      }
-    }
-  }
-  return any;
-}
-
-bool DriveHeat::is_too_hot(const fs::path &device, const DriveReport &report) {
-  Known &known = known_[device];
-  const SmartReport &smart = report.smart;
-  if (smart.state == SmartReport::State::Answers && report.answered != known.answered) {
-    const bool is_told = smart.temperature && smart.critical_temperature;
+void DriveHeat::take_report(Known &known, const SmartReport &smart) {
+  if (smart.state == SmartReport::State::Answers) {
+    // A drive without such a limit may state 0.
+    const bool is_told = smart.temperature && smart.critical_temperature.value_or(0) > 0;
     const auto degrees = [](std::int64_t temperature) { return static_cast<double>(temperature); };
     known.by_report = is_told && is_reached(degrees(*smart.temperature) - degrees(*smart.critical_temperature),
-                                            hysteresis, known.by_report);
-    known.by_chips = is_measured_too_hot(device);
-    known.answered = report.answered;
+                                            hysteresis, known.by_report.value_or(false));
+  } else if (smart.state == SmartReport::State::Sleeps && known.by_report) {
+    known.by_report = false;
   }
-  return known.by_report || known.by_chips;
+}
+
+void DriveHeat::measure(Known &known, const fs::path &device) {
+  const auto chips = chips_of(device);
+  bool any = false;
+  for (const fs::path &chip : chips) {
+    any = known.limits.is_any_critical(chip) || any;
+  }
+  known.by_chips = chips.empty() ? known.by_chips : any;
+}
+
+// A drive that does not answer is not measured: the kernel might wait for it as long.
+std::optional<bool> DriveHeat::is_too_hot(const AskedDrive &drive, const fs::path &device, const DriveReport &report) {
+  Known &known = known_[drive];
+  const bool is_new = report.count != known.count;
+  const bool is_nvme = device.filename().string().starts_with("nvme");
+  const bool sleeps = report.smart.state == SmartReport::State::Sleeps && !is_nvme;
+  if (is_new) {
+    take_report(known, report.smart);
+    known.count = report.count;
+  }
+  if (sleeps && known.by_chips) {
+    known.by_chips = false;
+    known.limits = {};
+  } else if (!sleeps && (is_new || is_nvme) && report.is_known && report.times_unanswered == 0) {
+    measure(known, device);
+  }
+  return known.by_report || known.by_chips
+             ? std::optional(known.by_report.value_or(false) || known.by_chips.value_or(false))
+             : std::nullopt;
+}
+
+void DriveHeat::forget_all_but(const std::vector<AskedDrive> &drives) {
+  std::erase_if(known_, [&](const auto &entry) { return std::ranges::find(drives, entry.first) == drives.end(); });
 }
 
 }  // namespace tavo::service

@@ -1,9 +1,10 @@
 // Whether drives are too hot, as the kernel measures them or they say themselves.
 #pragma once
 
-#include <chrono>
 #include <filesystem>
 #include <map>
+#include <optional>
+#include <vector>
 
 #include "hardware/drive_reports.h"
 #include "hardware/limits.h"
@@ -13,21 +14,27 @@ namespace tavo::service {
 class DriveHeat {
  public:
   // Whether the drive with this directory in /sys/devices is at its critical temperature, or above. It is good again
-  // below the limit's hysteresis; by its report, 3 degrees below. A drive is measured when it has answered, not more
-  // often and not while it sleeps: measuring it may keep it awake.
-  bool is_too_hot(const std::filesystem::path &device, const DriveReport &report);
+  // below the limit's hysteresis; by its report, 3 degrees below. Nothing if neither it nor the kernel has told yet.
+  // An NVMe drive is measured each time. Another one is measured when it has been asked for its report, and is good
+  // while it sleeps: measuring it may keep it awake. One that does not answer stays as it was.
+  std::optional<bool> is_too_hot(const AskedDrive &drive, const std::filesystem::path &device,
+                                 const DriveReport &report);
+
+  // Another drive that comes in the place of one of these is not what it was.
+  void forget_all_but(const std::vector<AskedDrive> &drives);
 
  private:
   struct Known {
-    std::chrono::steady_clock::time_point answered = {};
-    bool by_report = false;
-    bool by_chips = false;
+    int count = 0;  // of the reports, when it was last looked at
+    std::optional<bool> by_report = {};
+    std::optional<bool> by_chips = {};
+    ChipLimits limits = {};
   };
 
-  bool is_measured_too_hot(const std::filesystem::path &device);
+  static void take_report(Known &known, const SmartReport &smart);
+  static void measure(Known &known, const std::filesystem::path &device);
 
-  ChipLimits limits_;
-  std::map<std::filesystem::path, Known> known_;
+  std::map<AskedDrive, Known> known_;
 };
 
 }  // namespace tavo::service

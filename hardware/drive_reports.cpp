@@ -119,23 +119,30 @@ void DriveReports::take_answer(Known &known) {
   if (!known.is_taken && state == ToolRun::State::Killed) {
     note_silence(known, known.run->error());
   } else if (!known.is_taken && state == ToolRun::State::Ended) {
-    SmartReport smart = known.run->error().empty() ? parse_smart(known.run->output()) : silent(known.run->error());
-    complete(smart, known.report.smart);
-    known.report = {.smart = std::move(smart), .is_known = true, .answered = Clock::now()};
-    known.is_taken = true;
+    // That the program could not be started says nothing of the drive.
+    const bool has_started = known.run->error().empty();
+    tell(known, has_started ? parse_smart(known.run->output()) : silent(known.run->error()));
+    if (has_started) {
+      known.report.answered = Clock::now();
+      known.report.times_unanswered = 0;
+    }
   }
   if (known.is_taken && known.run->is_gone()) {
     known.run.reset();
   }
 }
 
-void DriveReports::note_silence(Known &known, const std::string &why) {
-  SmartReport smart = silent(why);
+void DriveReports::tell(Known &known, SmartReport smart) {
   complete(smart, known.report.smart);
   known.report.smart = std::move(smart);
   known.report.is_known = true;
-  ++known.report.times_unanswered;
+  ++known.report.count;
   known.is_taken = true;
+}
+
+void DriveReports::note_silence(Known &known, const std::string &why) {
+  tell(known, silent(why));
+  ++known.report.times_unanswered;
   const auto longest = std::max(times_.age, times_.longest_age);
   auto pause = times_.age;
   for (int i = 1; i < known.report.times_unanswered && pause < longest; ++i) {

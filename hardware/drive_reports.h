@@ -23,9 +23,10 @@ struct AskedDrive {
 
 struct DriveReport {
   SmartReport smart = {};                               // what it said last, completed by what it said before
-  bool is_known = false;                                // it has answered, or its time was up
+  bool is_known = false;                                // it has answered, could not be asked, or its time was up
   std::chrono::steady_clock::time_point answered = {};  // when it did last, be it only that it sleeps
-  int times_unanswered = 0;                             // in a row
+  int times_unanswered = 0;                             // in a row; could not be asked: the same as before
+  int count = 0;                                        // how many reports there were
 };
 
 class DriveReports {
@@ -66,6 +67,7 @@ class DriveReports {
   bool go_on(std::vector<AskedDrive> &waiting);
   void begin(const AskedDrive &drive);
   void take_answer(Known &known);
+  static void tell(Known &known, SmartReport smart);
   void note_silence(Known &known, const std::string &why);
   void set_timer();
 

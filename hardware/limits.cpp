@@ -1,5 +1,7 @@
 #include "hardware/limits.h"
 
+#include <string_view>
+
 #include "hardware/sysfs.h"
 
 namespace tavo::service {
@@ -40,6 +42,21 @@ bool ChipLimits::is_critical(const fs::path &chip, const std::string &sensor) {
   const std::int64_t good = read_number(chip / (sensor + "_crit_hyst")).value_or(0);
   const std::int64_t hysteresis = good > 0 && good <= *limit ? *limit - good : default_hysteresis;
   return note(key, static_cast<double>(*now - *limit), static_cast<double>(hysteresis));
+}
+
+// Each sensor is read every time, so that its limit knows what it was before.
+bool ChipLimits::is_any_critical(const fs::path &chip) {
+  constexpr std::string_view input = "_input";
+  bool any = false;
+  for (const fs::path &file : entries(chip, "temp")) {
+    const std::string name = file.filename();
+    if (name.ends_with(input)) {
+      const std::string sensor = name.substr(0, name.size() - input.size());
+      const bool alarm = is_set(chip / (sensor + "_crit_alarm"));
+      any = is_critical(chip, sensor) || alarm || any;
+    }
+  }
+  return any;
 }
 
 bool ChipLimits::is_too_slow(const fs::path &chip, const std::string &fan, std::int64_t turns) {

@@ -21,6 +21,9 @@ class ChipLimits {
   // temperature, and a temperature that cannot be read stays what it was.
   bool is_critical(const std::filesystem::path &chip, const std::string &sensor);
 
+  // Whether any temperature of the chip is, or the chip has an alarm that says so.
+  bool is_any_critical(const std::filesystem::path &chip);
+
   // Whether the fan, such as "fan1", has failed by its chip's alarm, or turns more slowly than its lowest speed. It is
   // good again without the alarm, and 5 % above that speed.
   bool is_too_slow(const std::filesystem::path &chip, const std::string &fan, std::int64_t turns);

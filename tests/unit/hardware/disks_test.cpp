@@ -249,6 +249,80 @@ TEST_F(Disks, ADriveThatIsMeasuredTooHotIsATrouble) {
   EXPECT_THAT(troubles_of(source), ElementsAre(HasSubstr("nvme0n1"))) << "a drive that sleeps is not measured";
 }
 
+TEST_F(Disks, ATripTemperatureOf0IsNone) {
+  add_disk("sda", sda, R"({"scsi_product": "DISK-1", "temperature": {"drive_trip": 0, "current": 31}})");
+  EXPECT_THAT(source_.read().troubles, IsEmpty());
+}
+
+TEST_F(Disks, ADriveThatSleepsIsNotHot) {
+  DiskSource source(roots(), register_, smartctl(), {.age = std::chrono::seconds(0)});
+  add_disk("sda", sda, scsi_report(65));
+  EXPECT_THAT(source.read().troubles, SizeIs(1));
+  report("sda", asleep);
+  const Finding finding = source.read();
+  EXPECT_THAT(finding.troubles, IsEmpty());
+  EXPECT_THAT(finding.undecided, IsEmpty());
+}
+
+TEST_F(Disks, ADriveInTheBayOfAHotOneIsNotHot) {
+  add_disk("sda", sda, scsi_report(65));
+  write(std::string(sda) + "/diskseq", "1\n");
+  EXPECT_THAT(source_.read().troubles, SizeIs(1));
+  write(std::string(sda) + "/diskseq", "2\n");
+  report("sda", asleep);
+  const Finding finding = source_.read();
+  EXPECT_THAT(finding.troubles, IsEmpty());
+  EXPECT_THAT(finding.undecided, IsEmpty());
+}
+
+TEST_F(Disks, DrivesAreMeasuredWithoutSmartctl) {
+  const std::string chip_of_sda = "devices/pci0000:00/0000:00:1f.2/ata3/host2/target2:0:0/2:0:0:0/hwmon/hwmon3/temp1_";
+  const std::string chip_of_nvme = "devices/pci0000:00/0000:00:01.0/0000:01:00.0/nvme/nvme0/hwmon4/temp1_";
+  DiskSource source(roots(), register_, "/nonexistent/smartctl", {.age = std::chrono::seconds(0)});
+  add_disk("sda", sda, "");
+  add_disk("nvme0n1", nvme, "");
+  for (const std::string &chip : {chip_of_sda, chip_of_nvme}) {
+    write(chip + "crit", "84850\n");
+    write(chip + "input", "84850\n");
+  }
+  EXPECT_THAT(troubles_of(source), ElementsAre(HasSubstr("nvme0n1"), HasSubstr("sda")));
+  write(chip_of_sda + "input", "31850\n");
+  write(chip_of_nvme + "input", "31850\n");
+  EXPECT_THAT(troubles_of(source), IsEmpty());
+}
+
+TEST_F(Disks, AnNvmeDriveIsMeasuredAtEachReading) {
+  const std::string chip = "devices/pci0000:00/0000:00:01.0/0000:01:00.0/nvme/nvme0/hwmon4/temp1_";
+  add_disk("nvme0n1", nvme, healthy);
+  write(chip + "crit", "84850\n");
+  write(chip + "input", "31850\n");
+  EXPECT_THAT(source_.read().troubles, IsEmpty());
+  write(chip + "input", "84850\n");
+  EXPECT_THAT(source_.read().troubles, SizeIs(1)) << "nobody has asked for another report";
+  write(chip + "input", "31850\n");
+  EXPECT_THAT(source_.read().troubles, IsEmpty());
+  write(chip + "crit_alarm", "1\n");
+  EXPECT_THAT(source_.read().troubles, SizeIs(1)) << "the chip says so itself";
+}
+
+TEST_F(Disks, AfterARestartADriveIsHotUntilItAnswers) {
+  add_disk("sda", sda, scsi_report(65));
+  const Finding before = source_.read();
+  ASSERT_THAT(before.troubles, SizeIs(1));
+  register_.keep_fault(before.troubles[0].key, {});
+  DiskSource source(roots(), register_, smartctl(), {.age = std::chrono::seconds(0)});
+  for (const char *nothing : {asleep, "", asleep}) {
+    report("sda", nothing);
+    const Finding finding = source.read();
+    EXPECT_THAT(finding.troubles, IsEmpty());
+    EXPECT_THAT(finding.undecided, Contains(before.troubles[0].key)) << nothing;
+  }
+  report("sda", scsi_report(31));
+  EXPECT_THAT(source.read().undecided, IsEmpty());
+  report("sda", asleep);
+  EXPECT_THAT(source.read().undecided, IsEmpty());
+}
+
 TEST_F(Disks, AnNvmeDriveReportsItsTemperatureItself) {
   add_disk("nvme0n1", nvme, R"({"model_name": "M", "smart_status": {"passed": false, "nvme": {"value": 2}}})");
   const Finding finding = source_.read();

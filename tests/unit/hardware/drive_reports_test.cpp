@@ -160,6 +160,19 @@ TEST_F(DriveReportsTest, AnAnswerThatComesLaterIsTaken) {
   EXPECT_EQ(reports.of(drive("sda")).smart.model, "MODEL-1");
 }
 
+TEST_F(DriveReportsTest, AProgramThatCannotStartIsNoAnswer) {
+  DriveReports reports(smartctl(), {.age = 100ms, .limit = 200ms, .patience = 20ms});
+  answer("sda", "exec sleep 60");
+  const std::vector<AskedDrive> drives{drive("sda")};
+  reports.ask(drives);
+  EXPECT_TRUE(asks_until(reports, drives, [&] { return reports.of(drives[0]).times_unanswered == 1; }));
+  std::filesystem::remove(directory_ / "smartctl");
+  EXPECT_TRUE(asks_until(reports, drives,
+                         [&] { return reports.of(drives[0]).smart.why_silent.find("No such") != std::string::npos; }));
+  EXPECT_EQ(reports.of(drives[0]).times_unanswered, 1);
+  EXPECT_EQ(reports.of(drives[0]).answered, std::chrono::steady_clock::time_point());
+}
+
 TEST_F(DriveReportsTest, AMissingProgramIsSaid) {
   DriveReports reports("/nonexistent/smartctl", {});
   reports.ask({drive("sda")});
