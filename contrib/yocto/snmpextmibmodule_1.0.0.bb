@@ -13,11 +13,11 @@ DEPENDS = "cli11 net-snmp"
 
 inherit cmake pkgconfig systemd useradd
 
-EXTRA_OECMAKE = "-DTAVO_BUILD_SIMULATOR=OFF -DTAVO_BUILD_TESTS=OFF -DTAVO_BUILD_BENCH=OFF -DTAVO_LLD=OFF"
+EXTRA_OECMAKE = "-DTAVO_BUILD_SIMULATOR=OFF -DTAVO_BUILD_TESTS=OFF -DTAVO_BUILD_BENCH=OFF"
 PACKAGECONFIG ??= "${@bb.utils.filter('DISTRO_FEATURES', 'systemd', d)}"
 PACKAGECONFIG[systemd] = "-DTAVO_SYSTEMD=ON,-DTAVO_SYSTEMD=OFF"
 # Makes the module smaller on Arm, where a layer has this linker, version 16 or later.
-PACKAGECONFIG[lld] = ",,lld-native"
+PACKAGECONFIG[lld] = "-DTAVO_LLD=${STAGING_BINDIR_NATIVE}/ld.lld,-DTAVO_LLD=OFF,lld-native"
 
 # The build installs the unit below the prefix, which is right where /lib is a link to /usr/lib.
 do_install:append() {

@@ -39,7 +39,7 @@ def test_options_of_the_build_exist(text):
 
 def test_recipes_build_what_belongs_on_a_controller():
     """So they need neither the simulated server's libraries nor those for real hardware (test_build_options.py)."""
-    wanted = {"-DTAVO_BUILD_SIMULATOR=OFF", "-DTAVO_BUILD_TESTS=OFF", "-DTAVO_BUILD_BENCH=OFF", "-DTAVO_LLD=OFF"}
+    wanted = {"-DTAVO_BUILD_SIMULATOR=OFF", "-DTAVO_BUILD_TESTS=OFF", "-DTAVO_BUILD_BENCH=OFF"}
     for text in (YOCTO, MAKEFILE):
         assert wanted <= set(re.findall(r"-D\w+=OFF", text))
     assert re.search(r'^DEPENDS = "(.*)"$', YOCTO, re.MULTILINE)[1].split() == ["cli11", "net-snmp"]
@@ -49,11 +49,13 @@ def test_recipes_build_what_belongs_on_a_controller():
 
 
 def test_a_linker_that_packs_can_be_asked_for():
-    """A tool of the host's, which nobody gets who does not ask for it."""
+    """A tool of the host's, which nobody gets who does not ask for it. No other lld is taken that is there by chance."""
     on, off, build, *more = re.search(r'^PACKAGECONFIG\[lld\] = "(.*)"$', YOCTO, re.MULTILINE)[1].split(",")
-    assert (on, off, build, more) == ("", "", "lld-native", [])
+    assert (on, off) == ("-DTAVO_LLD=${STAGING_BINDIR_NATIVE}/ld.lld", "-DTAVO_LLD=OFF")
+    assert (build, more) == ("lld-native", [])
     assert "lld" not in re.search(r'^PACKAGECONFIG \?\?= "(.*)"$', YOCTO, re.MULTILINE)[1]
     assert re.search(r"_DEPENDENCIES = .* \$\(if \$\(BR2_PACKAGE_HOST_LLD\),host-lld\)$", MAKEFILE, re.MULTILINE)
+    assert "-DTAVO_LLD=$(if $(BR2_PACKAGE_HOST_LLD),$(HOST_DIR)/bin/ld.lld,OFF)" in MAKEFILE
 
 
 def test_yocto_packages_hold_what_is_installed(installed):  # noqa: F811
