@@ -17,19 +17,17 @@ namespace {
 constexpr unsigned hash_bits = 9;
 constinit EntityNode *nodes_by_hash[1U << hash_bits] = {};
 
-// The link among the nodes of the same hash that leads to the fault's node, or the null link behind them if there is no
-// such node.
-EntityNode **find_link(std::uint32_t class_code, std::uint32_t index) {
+// The link among the nodes of the same hash that leads to the record's node, or the null link behind them if there is
+// no such node.
+EntityNode **find_link(const Record &fault) {
+  const std::uint32_t class_code = fault.u32(FAULT_CLASS_CODE);
+  const std::uint32_t index = fault.u32(FAULT_INDEX);
   constexpr std::uint32_t golden_ratio = 0x9E3779B9;  // its multiples spread numbers that follow each other
   EntityNode **link = &nodes_by_hash[(index + class_code * golden_ratio) * golden_ratio >> (32 - hash_bits)];
   while (*link != nullptr && ((*link)->row->index != index || (*link)->class_code != class_code)) {
     link = &(*link)->neighbor;
   }
   return link;
-}
-
-EntityNode **find_link(const Record &fault) {
-  return find_link(fault.u32(FAULT_CLASS_CODE), fault.u32(FAULT_INDEX));
 }
 
 EntityNode *&bucket_of(const EntityNode &node) {
@@ -72,12 +70,14 @@ FaultRow *row_of_node_before(const void *record) {
 }
 
 void free_node_of(const FaultRow *row) {
-  for (std::size_t bucket = 0; fault_database != nullptr && bucket < fault_bucket_count; ++bucket) {
-    for (const EntityNode *node = fault_database[bucket]; node != nullptr; node = node->next) {
-      if (node->row == row) {
-        free_node(find_link(node->class_code, row->index));
-        return;
-      }
+  for (EntityNode *&head : nodes_by_hash) {
+    EntityNode **link = &head;
+    while (*link != nullptr && (*link)->row != row) {
+      link = &(*link)->neighbor;
+    }
+    if (*link != nullptr) {
+      free_node(link);
+      return;
     }
   }
 }

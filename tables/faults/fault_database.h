@@ -37,7 +37,7 @@ bool has_node(const void *record);
 // there is none.
 FaultRow *row_of_node_before(const void *record);
 
-// Frees the row's node, if there is one. Looks at every node: the row alone does not tell its class.
+// Frees the node of `row`, if there is one. Looks at every node: the row alone does not tell its class.
 void free_node_of(const FaultRow *row);
 
 // Frees every node, but no row. Returns how many nodes there were.
