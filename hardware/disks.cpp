@@ -23,8 +23,9 @@ constexpr const char *connected = "2";
 // The condition of a drive that says so itself.
 constexpr const char *failing = "failing";
 
-// That of one that is too hot.
+// That of one that is too hot, and how its fault ends if the drive says so itself.
 constexpr const char *hot = "too hot";
+constexpr const char *warns_of_heat = " reports a temperature beyond its limits";
 
 // That of one that does not answer, and how often in a row it has not.
 constexpr const char *unanswered = "unanswered";
@@ -86,8 +87,9 @@ DiskSource::DiskSource(Roots roots, Register &numbers, std::string smartctl, con
     if (faults.contains(drive_trouble_key(place, failing))) {
       failing_before_.insert(place);
     }
-    if (faults.contains(drive_trouble_key(place, hot))) {
-      hot_before_.insert(place);
+    if (const auto fault = faults.find(drive_trouble_key(place, hot)); fault != faults.end()) {
+      auto &before = fault->second.description.ends_with(warns_of_heat) ? warned_before_ : hot_before_;
+      before.insert(place);
     }
   }
 }
@@ -175,6 +177,9 @@ std::vector<DiskSource::Drive> DiskSource::drives(Finding &finding) {
     if (drive.is_too_hot) {
       hot_before_.erase(drive.place);
     }
+    if (drive.report.smart.has_bad_temperature) {
+      warned_before_.erase(drive.place);
+    }
   }
   std::ranges::sort(found, {}, [](const Drive &drive) { return drive.part.number("slot"); });
   return found;
@@ -196,13 +201,13 @@ void DiskSource::find_troubles(const std::vector<Drive> &present, Finding &findi
     if (drive.is_too_hot.value_or(false)) {
       add(hot, "major", " is at its critical temperature");
     } else if (smart.has_bad_temperature.value_or(false)) {
-      add(hot, "major", " reports a temperature beyond its limits");
-    } else if (hot_before_.contains(drive.place)) {
+      add(hot, "major", warns_of_heat);
+    } else if (hot_before_.contains(drive.place) || warned_before_.contains(drive.place)) {
       finding.undecided.push_back(drive_trouble_key(drive.place, hot));
     }
     if (drive.report.times_unanswered >= most_unanswered) {
       add(unanswered, "warning", " does not answer");
-    } else if (!drive.report.is_known || drive.report.times_unanswered > 0) {
+    } else if (!drive.report.has_answered || drive.report.times_unanswered > 0) {
       finding.undecided.push_back(drive_trouble_key(drive.place, unanswered));
     }
     if (drive.report.is_known && smart.state == SmartReport::State::Silent) {
@@ -213,7 +218,7 @@ void DiskSource::find_troubles(const std::vector<Drive> &present, Finding &findi
 
 // Another drive that comes in its place is not what it was.
 void DiskSource::forget_what_is_gone(const std::vector<Drive> &present) {
-  for (std::set<std::string> *before : {&failing_before_, &hot_before_}) {
+  for (std::set<std::string> *before : {&failing_before_, &hot_before_, &warned_before_}) {
     std::erase_if(*before, [&](const std::string &place) {
       return std::ranges::find(present, place, &Drive::place) == present.end();
     });

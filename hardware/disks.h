@@ -57,6 +57,8 @@ class DiskSource : public Source {
   std::set<std::string> failing_before_;
   // Those of drives that were too hot then, of whose temperature nothing is known since.
   std::set<std::string> hot_before_;
+  // Those of drives that had said so themselves, and have not said since whether it is over.
+  std::set<std::string> warned_before_;
 };
 
 }  // namespace tavo::service

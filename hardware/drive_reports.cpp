@@ -123,7 +123,7 @@ void DriveReports::take_answer(Known &known) {
     const bool has_started = known.run->error().empty();
     tell(known, has_started ? parse_smart(known.run->output()) : silent(known.run->error()));
     if (has_started) {
-      known.report.answered = Clock::now();
+      known.report.has_answered = true;
       known.report.times_unanswered = 0;
     }
   }

@@ -22,11 +22,11 @@ struct AskedDrive {
 };
 
 struct DriveReport {
-  SmartReport smart = {};                               // what it said last, completed by what it said before
-  bool is_known = false;                                // it has answered, could not be asked, or its time was up
-  std::chrono::steady_clock::time_point answered = {};  // when it did last, be it only that it sleeps
-  int times_unanswered = 0;                             // in a row; could not be asked: the same as before
-  int count = 0;                                        // how many reports there were
+  SmartReport smart = {};     // what it said last, completed by what it said before
+  bool is_known = false;      // it has answered, could not be asked, or its time was up
+  bool has_answered = false;  // at any time, be it only that it sleeps
+  int times_unanswered = 0;   // in a row; could not be asked: the same as before
+  int count = 0;              // how many reports there were
 };
 
 class DriveReports {

@@ -21,6 +21,11 @@ constexpr const char *healthy = R"({"model_name": "MODEL-1", "serial_number": "S
   "smart_status": {"passed": true}, "temperature": {"current": 31}})";
 constexpr const char *failing = R"({"model_name": "MODEL-1", "smart_status": {"passed": false}})";
 
+std::string nvme_report(int warnings) {
+  return R"({"model_name": "M", "smart_status": {"passed": false, "nvme": {"value": )" + std::to_string(warnings) +
+         "}}}";
+}
+
 TEST(Smart, AReportIsRead) {
   const SmartReport report = parse_smart(healthy);
   EXPECT_EQ(report.state, SmartReport::State::Answers);
@@ -77,12 +82,19 @@ class Disks : public Tree {
     std::ofstream(directory_ / "reports" / name) << report;
   }
 
+  // As if it had become a fault before a restart.
+  void keep(const Trouble &trouble) {
+    RegisteredFault fault{};
+    fault.description = trouble.description;
+    register_.keep_fault(trouble.key, fault);
+  }
+
   // A drive that is failing, and whose fault is kept.
   void fail_before_a_restart(const std::string &name, const std::string &device) {
     add_disk(name, device, failing);
     const Finding before = source_.read();
     ASSERT_THAT(before.troubles, SizeIs(1));
-    register_.keep_fault(before.troubles[0].key, {});
+    keep(before.troubles[0]);
   }
 
   static std::vector<std::string> troubles_of(Source &source) {
@@ -195,15 +207,12 @@ TEST_F(Disks, ADriveThatIsFailingIsATrouble) {
 }
 
 TEST(Smart, ATemperatureAloneIsNoFailure) {
-  const auto report_with = [](int warnings) {
-    return parse_smart(R"({"smart_status": {"passed": false, "nvme": {"value": )" + std::to_string(warnings) + "}}}");
-  };
-  EXPECT_EQ(report_with(2).healthy, true);
-  EXPECT_EQ(report_with(2).has_bad_temperature, true);
-  EXPECT_EQ(report_with(4).healthy, false);
-  EXPECT_EQ(report_with(4).has_bad_temperature, false);
-  EXPECT_EQ(report_with(6).healthy, false);
-  EXPECT_EQ(report_with(6).has_bad_temperature, true);
+  EXPECT_EQ(parse_smart(nvme_report(2)).healthy, true);
+  EXPECT_EQ(parse_smart(nvme_report(2)).has_bad_temperature, true);
+  EXPECT_EQ(parse_smart(nvme_report(4)).healthy, false);
+  EXPECT_EQ(parse_smart(nvme_report(4)).has_bad_temperature, false);
+  EXPECT_EQ(parse_smart(nvme_report(6)).healthy, false);
+  EXPECT_EQ(parse_smart(nvme_report(6)).has_bad_temperature, true);
 }
 
 // A report with the temperature that the drive switches itself off at.
@@ -309,7 +318,7 @@ TEST_F(Disks, AfterARestartADriveIsHotUntilItAnswers) {
   add_disk("sda", sda, scsi_report(65));
   const Finding before = source_.read();
   ASSERT_THAT(before.troubles, SizeIs(1));
-  register_.keep_fault(before.troubles[0].key, {});
+  keep(before.troubles[0]);
   DiskSource source(roots(), register_, smartctl(), {.age = std::chrono::seconds(0)});
   for (const char *nothing : {asleep, "", asleep}) {
     report("sda", nothing);
@@ -324,10 +333,29 @@ TEST_F(Disks, AfterARestartADriveIsHotUntilItAnswers) {
 }
 
 TEST_F(Disks, AnNvmeDriveReportsItsTemperatureItself) {
-  add_disk("nvme0n1", nvme, R"({"model_name": "M", "smart_status": {"passed": false, "nvme": {"value": 2}}})");
+  add_disk("nvme0n1", nvme, nvme_report(2));
   const Finding finding = source_.read();
   ASSERT_THAT(finding.troubles, SizeIs(1));
   EXPECT_EQ(finding.troubles[0].description, "Drive nvme0n1 (M) in slot 1 reports a temperature beyond its limits");
+}
+
+TEST_F(Disks, AnNvmeWarningOutlastsARestart) {
+  const std::string chip = "devices/pci0000:00/0000:00:01.0/0000:01:00.0/nvme/nvme0/hwmon4/temp1_";
+  add_disk("nvme0n1", nvme, nvme_report(2));
+  const Finding before = source_.read();
+  ASSERT_THAT(before.troubles, SizeIs(1));
+  keep(before.troubles[0]);
+  write(chip + "crit", "84850\n");
+  write(chip + "input", "31850\n");
+  DiskSource source(roots(), register_, smartctl(), {.age = std::chrono::seconds(0)});
+  for (const char *silent : {"", R"({"model_name": "M"})"}) {
+    report("nvme0n1", silent);
+    EXPECT_THAT(source.read().undecided, Contains(before.troubles[0].key)) << "the chip reads normal: " << silent;
+  }
+  report("nvme0n1", nvme_report(0));
+  EXPECT_THAT(source.read().undecided, IsEmpty());
+  report("nvme0n1", "");
+  EXPECT_THAT(source.read().undecided, IsEmpty());
 }
 
 TEST_F(Disks, ADriveThatWasPulledIsATroubleUntilItReturns) {
@@ -412,6 +440,20 @@ TEST_F(Disks, ADriveThatNeverAnswersIsATrouble) {
   EXPECT_EQ(finding.troubles[0].description, "Drive sda () in slot 1 does not answer");
   EXPECT_EQ(finding.troubles[0].severity, "warning");
   EXPECT_THAT(finding.unreadable, ElementsAre(HasSubstr("sda: ")));
+}
+
+TEST_F(Disks, WhoCannotAskADriveDoesNotKnowIfItAnswers) {
+  const std::string key = "drive 0000:00:1f.2 port ata3 0:0:0 unanswered";
+  DiskSource source(roots(), register_, smartctl(), {.age = std::chrono::seconds(0)});
+  add_disk("sda", sda, healthy);
+  std::filesystem::rename(smartctl(), directory_ / "elsewhere");
+  for (int reading = 0; reading < 2; ++reading) {
+    EXPECT_THAT(source.read().undecided, ElementsAre(key));
+  }
+  std::filesystem::rename(directory_ / "elsewhere", smartctl());
+  EXPECT_THAT(source.read().undecided, IsEmpty());
+  std::filesystem::remove(smartctl());
+  EXPECT_THAT(source.read().undecided, IsEmpty()) << "it has answered since";
 }
 
 TEST_F(Disks, AFailingDriveThatFallsSilentIsFailing) {

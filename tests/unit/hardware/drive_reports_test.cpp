@@ -170,7 +170,7 @@ TEST_F(DriveReportsTest, AProgramThatCannotStartIsNoAnswer) {
   EXPECT_TRUE(asks_until(reports, drives,
                          [&] { return reports.of(drives[0]).smart.why_silent.find("No such") != std::string::npos; }));
   EXPECT_EQ(reports.of(drives[0]).times_unanswered, 1);
-  EXPECT_EQ(reports.of(drives[0]).answered, std::chrono::steady_clock::time_point());
+  EXPECT_FALSE(reports.of(drives[0]).has_answered);
 }
 
 TEST_F(DriveReportsTest, AMissingProgramIsSaid) {
