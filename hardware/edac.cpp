@@ -28,11 +28,6 @@ std::vector<Part> modules_of_firmware(const Roots &roots) {
   return inventory.dimms;
 }
 
-struct FaultyPart {
-  std::int64_t class_code;
-  std::int64_t unit;
-};
-
 // Drivers label a module as the firmware does, with its bank before it or without. Others count channels: which module
 // that is, the server does not tell, and it is at fault as a whole.
 FaultyPart part_of(const std::string &label, const std::vector<Part> &modules) {

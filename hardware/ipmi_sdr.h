@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "hardware/ipmi_device.h"
+#include "hardware/source.h"
 
 namespace tavo::service {
 
@@ -80,12 +81,6 @@ bool is_of_processor(const IpmiSensor &sensor);
 // The processors' numbers, from 1, by their entities' instances. Controllers count those from 0 or from 1; if they do
 // neither, or leave numbers out, which processor a sensor belongs to is not known, and there are none.
 std::map<std::uint8_t, std::int64_t> processor_numbers(const std::vector<IpmiSensor> &sensors);
-
-// The part that a sensor is about, as faults know it.
-struct FaultyPart {
-  std::int64_t class_code;
-  std::int64_t unit;
-};
 
 // The sensor's processor, or else the server: other entities have no numbers that faults know.
 FaultyPart part_of(const IpmiSensor &sensor, const std::map<std::uint8_t, std::int64_t> &processors);

@@ -35,6 +35,12 @@ struct Trouble {
   std::string source = {};  // which has found it; filled in by whoever asks the source
 };
 
+// A part as its faults know it.
+struct FaultyPart {
+  std::int64_t class_code;  // core/class_number.h
+  std::int64_t unit;
+};
+
 // The trouble that a part is missing. `part` has a key and a description, which name the part.
 Trouble missing(Trouble part, const MissingPart &missing);
 
