@@ -145,11 +145,12 @@ std::int64_t Register::number_for(const std::string &group, const std::string &k
   if (known != numbers.end()) {
     return known->second;
   }
-  const auto is_taken = [&](std::int64_t number) {
-    return std::ranges::any_of(numbers, [&](const auto &entry) { return entry.second == number; });
-  };
-  std::int64_t number = wanted > 0 && !is_taken(wanted) ? wanted : 1;
-  while (is_taken(number)) {
+  std::set<std::int64_t> taken;
+  for (const auto &entry : numbers) {
+    taken.insert(entry.second);
+  }
+  std::int64_t number = wanted > 0 && !taken.contains(wanted) ? wanted : 1;
+  while (taken.contains(number)) {
     ++number;
   }
   numbers[key] = number;

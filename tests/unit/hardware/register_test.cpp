@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <ctime>
 #include <fstream>
 
 #include "tree.h"
@@ -35,6 +36,21 @@ TEST_F(RegisterTest, ANumberIsKept) {
   Register again(directory_ / "register.json");
   EXPECT_EQ(again.number_of("slot", "b"), 2);
   EXPECT_EQ(again.number_of("slot", "c"), 3);
+}
+
+TEST_F(RegisterTest, ANumberIsFoundSoonAmongMany) {
+  constexpr int many = 50'000;
+  std::ofstream file(directory_ / "many.json");
+  file << R"({"faults": {}, "numbers": {"slot": {"0": 1)";
+  for (int i = 1; i < many; ++i) {
+    file << ", \"" << i << "\": " << i + 1;
+  }
+  file << "}}}";
+  file.close();
+  Register kept(directory_ / "many.json");
+  const std::clock_t before = std::clock();
+  EXPECT_EQ(kept.number_of("slot", "a"), many + 1);
+  EXPECT_LT(std::clock() - before, 2 * CLOCKS_PER_SEC);
 }
 
 TEST_F(RegisterTest, APartIsKeptUntilItIsForgotten) {
