@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "core/class_number.h"
+#include "hardware/chip_place.h"
 #include "hardware/decimal.h"
 #include "hardware/fans.h"
 #include "hardware/kernel_supplies.h"
@@ -98,27 +99,6 @@ bool is_of_card(const fs::path &chip) {
 // controller itself.
 bool is_controller(const std::string &driver) {
   return driver == "ibmpex" || driver.starts_with("aem");
-}
-
-// The device that the chip is, or is part of. The chips' own numbers are those of this boot.
-std::string place_of(const fs::path &chip) {
-  std::error_code error;
-  const fs::path device = fs::canonical(chip / "device", error);
-  return error ? read_attribute(chip / "name").value_or("") : device.string();
-}
-
-// In the order of their places. Several chips of one device come in the order of their numbers.
-std::map<std::string, fs::path> chips_by_place(const fs::path &directory) {
-  std::map<std::string, fs::path> chips;
-  for (const fs::path &chip : entries(directory, "hwmon")) {
-    const std::string device = place_of(chip);
-    std::string place = device;
-    for (int number = 2; chips.contains(place); ++number) {
-      place = device + " #" + std::to_string(number);
-    }
-    chips[place] = chip;
-  }
-  return chips;
 }
 
 // Processors of AMD have a chip each, in the order of the processors.

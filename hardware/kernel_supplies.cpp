@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <array>
 #include <map>
+#include <string_view>
 #include <system_error>
 #include <vector>
 
+#include "hardware/chip_place.h"
 #include "hardware/set_line.h"
 #include "hardware/sysfs.h"
 #include "service/causes.h"
@@ -55,12 +57,11 @@ const SupplyDefect *defect_of(const fs::path &chip) {
 }
 
 // A chip stays in the list when its supply is pulled out, but cannot be read.
-KernelSupply supply_of(const fs::path &chip) {
-  std::error_code error;
-  const fs::path device = fs::canonical(chip / "device", error);
+KernelSupply supply_of(const std::string &place, const fs::path &chip) {
   const bool is_present = read_number(chip / "in1_input") || read_number(chip / "in2_input");
   const SupplyDefect *defect = is_present ? defect_of(chip) : nullptr;
-  return {.place = error ? chip.string() : device.string(),
+  std::error_code error;
+  return {.place = place,
           .part = supply_part(is_present, defect),
           .defect = defect,
           .has_fan = fs::exists(chip / "fan1_input", error),
@@ -69,9 +70,9 @@ KernelSupply supply_of(const fs::path &chip) {
 
 std::vector<KernelSupply> all_supplies(const fs::path &sys) {
   std::vector<KernelSupply> found = mains(sys);
-  for (const fs::path &chip : entries(sys / "class/hwmon", "hwmon")) {
+  for (const auto &[place, chip] : chips_by_place(sys / "class/hwmon")) {
     if (is_supply_driver(read_attribute(chip / "name").value_or(""))) {
-      found.push_back(supply_of(chip));
+      found.push_back(supply_of(place, chip));
     }
   }
   return found;
