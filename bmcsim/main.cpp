@@ -167,6 +167,7 @@ int run_bmcsim(int argc, char **argv) {
       ->check(CLI::Range(1U, 65'535U))
       ->excludes(hardware);
   serve_command->add_option("--ready-fd", options.ready_fd, "descriptor to write a line to when the server is up");
+  serve_command->footer([] { return "Sources of --poll: " + joined(source_names()); });
 
   RecordOptions record_options;
   CLI::App *record_command = app.add_subcommand("record", "Write this machine as a scenario");

@@ -32,14 +32,20 @@ std::vector<std::unique_ptr<Source>> all_sources(const Roots &roots, Register &n
   return sources;
 }
 
+std::vector<std::string_view> source_names() {
+  Register nothing_kept("");
+  std::vector<std::string_view> names;
+  for (const auto &source : all_sources(Roots(), nothing_kept)) {
+    names.push_back(source->name());
+  }
+  return names;
+}
+
 void add_interval(const std::string &word, Intervals &intervals) {
   constexpr std::int64_t day = 86'400;
   const std::size_t equals = word.find('=');
   const std::string wanted = word.substr(0, equals);
-  Register nothing_kept("");
-  const auto sources = all_sources(Roots(), nothing_kept);
-  std::vector<std::string_view> names(sources.size());
-  std::ranges::transform(sources, names.begin(), [](const auto &source) { return source->name(); });
+  const auto names = source_names();
   if (std::ranges::find(names, wanted) == names.end()) {
     throw BadInput("unknown source '" + wanted + "'; expected one of " + joined(names));
   }

@@ -135,6 +135,9 @@ class TestSimulator:
                                  text=True, check=False).stderr
         sources = refusal.strip().partition("expected one of ")[2].split(", ")
         assert len(sources) > 5
+        help_text = subprocess.run([BUILD / "bmcsim", "serve", "--help"], capture_output=True, text=True,
+                                   check=True).stdout
+        assert help_text.strip().partition("Sources of --poll: ")[2].split(", ") == sources
         described = options_of_page(page("bmcsim.1"))["--poll"]
         assert re.findall(r"^\.Cm (\S+)", described, re.MULTILINE) == sources
         documented = re.search(r"The sources are (.*?);", document("hardware.md"), re.DOTALL)[1]
