@@ -77,7 +77,14 @@ class Icinga(Program):
         self._socket = directory / "livestatus"
         words, variables = command(directory, hosts)
         super().__init__(directory, "icinga2", words, **variables)
-        wait_until(lambda: self.process.poll() is None and self._socket.exists(), what="Icinga's socket")
+        wait_until(self._answers, what="Icinga's answer")
+
+    def _answers(self):
+        assert self.process.poll() is None, self.log()
+        try:
+            return self.services()
+        except (FileNotFoundError, ConnectionRefusedError):  # Icinga listens some time after it has made its socket.
+            return None
 
     def _ask(self, text):
         with socket.socket(socket.AF_UNIX) as connection:
