@@ -20,17 +20,17 @@ namespace {
 // Higher indexes of faults are not the server's own. Nothing else needs as many numbers.
 constexpr std::int64_t highest_number = 99'999;
 
-void check_number(std::int64_t number, const std::string &whose) {
+void check_number(std::int64_t number, const std::string &group, const std::string &key) {
   if (number < 1 || number > highest_number) {
-    throw std::runtime_error(whose + " has the number " + std::to_string(number) + ", which is not from 1 to " +
-                             std::to_string(highest_number));
+    throw std::runtime_error(group + " '" + key + "' has the number " + std::to_string(number) +
+                             ", which is not from 1 to " + std::to_string(highest_number));
   }
 }
 
 void check_numbers(const std::string &group, const std::map<std::string, std::int64_t> &numbers) {
   std::set<std::int64_t> taken;
   for (const auto &[key, number] : numbers) {
-    check_number(number, group + " '" + key + "'");
+    check_number(number, group, key);
     if (!taken.insert(number).second) {
       throw std::runtime_error("two of " + group + " have the number " + std::to_string(number));
     }
@@ -190,7 +190,7 @@ void Register::load() {
       check_numbers(group, numbers);
     }
     for (const auto &[key, fault] : faults_) {
-      check_number(fault.index, "fault '" + key + "'");
+      check_number(fault.index, "fault", key);
     }
   } catch (const std::exception &error) {
     numbers_.clear();
