@@ -8,6 +8,7 @@
 namespace tavo::service {
 namespace {
 
+using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 
@@ -59,6 +60,15 @@ class Adapters : public Tree {
     link("bus/pci/devices/" + address, device);
   }
 
+  // The numbers of the cards' slots.
+  std::vector<std::int64_t> slots() {
+    std::vector<std::int64_t> all;
+    for (const Part &card : found_by(source_).adapters) {
+      all.push_back(card.number("slot"));
+    }
+    return all;
+  }
+
   std::string device_path(const std::string &address) const { return "bus/pci/devices/" + address; }
   void pull(const std::string &address) { std::filesystem::remove(sys() / device_path(address)); }
 
@@ -93,9 +103,7 @@ TEST_F(Adapters, ASlotOfTheFirmwareIsBehindItsBridge) {
   add_function("0000:00:01.0/", "0000:01:00.0", network);
   add_function("0000:00:01.0/", "0000:01:00.1", network);
   add_function("", "0000:00:1f.6", network);
-  const Inventory inventory = found_by(source_);
-  ASSERT_THAT(inventory.adapters, SizeIs(1)) << "two functions are one card, and what is on the board is none";
-  EXPECT_EQ(inventory.adapters[0].number("slot"), 6);
+  EXPECT_THAT(slots(), ElementsAre(6)) << "two functions are one card, and what is on the board is none";
 }
 
 TEST_F(Adapters, EachPortOfABridgeHasASlotOfItsOwn) {
@@ -106,10 +114,7 @@ TEST_F(Adapters, EachPortOfABridgeHasASlotOfItsOwn) {
   add_function("0000:00:1c.0/", "0000:01:00.0", network);
   add_function("0000:00:1c.4/", "0000:02:00.0", network);
   add_function("0000:00:1c.5/", "0000:03:00.0", network);
-  const Inventory inventory = found_by(source_);
-  ASSERT_THAT(inventory.adapters, SizeIs(2)) << "no slot is known behind the third port";
-  EXPECT_EQ(inventory.adapters[0].number("slot"), 1);
-  EXPECT_EQ(inventory.adapters[1].number("slot"), 2);
+  EXPECT_THAT(slots(), ElementsAre(1, 2)) << "no slot is known behind the third port";
 }
 
 TEST_F(Adapters, TheFunctionsOfACardShareItsSlot) {
@@ -119,10 +124,8 @@ TEST_F(Adapters, TheFunctionsOfACardShareItsSlot) {
   add_function("0000:00:01.0/", "0000:01:00.0", network);
   add_function("0000:00:01.0/", "0000:01:00.1", network);
   write(device_path("0000:01:00.1") + "/net/eth7/mtu", "1500\n");
-  const Inventory inventory = found_by(source_);
-  ASSERT_THAT(inventory.adapters, SizeIs(1));
-  EXPECT_EQ(inventory.adapters[0].number("slot"), 6);
-  EXPECT_EQ(inventory.adapters[0].text("running-version"), "1.2.3") << "the second function's";
+  EXPECT_THAT(slots(), ElementsAre(6));
+  EXPECT_EQ(found_by(source_).adapters.at(0).text("running-version"), "1.2.3") << "the second function's";
 }
 
 TEST_F(Adapters, ASlotsNameDoesNotDependOnOtherCards) {
@@ -134,9 +137,7 @@ TEST_F(Adapters, ASlotsNameDoesNotDependOnOtherCards) {
   }
   EXPECT_THAT(found_by(source_).adapters, SizeIs(3));
   pull("0000:01:00.0");
-  const Finding finding = source_.read();
-  ASSERT_THAT(finding.troubles, SizeIs(1));
-  EXPECT_EQ(finding.troubles[0].description, "Adapter 1 (Device fff2, slot SLOT) is missing");
+  EXPECT_EQ(only_trouble(source_).description, "Adapter 1 (Device fff2, slot SLOT) is missing");
   pull("0000:02:00.0");
   EXPECT_THAT(source_.read().troubles, SizeIs(2));
 }
@@ -174,10 +175,9 @@ TEST_F(Adapters, ACardThatIsTooHotIsATrouble) {
   write(device_path("0000:01:00.0") + "/hwmon/hwmon3/temp1_crit", "105000\n");
   EXPECT_THAT(source_.read().troubles, IsEmpty());
   write(device_path("0000:01:00.0") + "/hwmon/hwmon3/temp1_input", "105000\n");
-  const Finding finding = source_.read();
-  ASSERT_THAT(finding.troubles, SizeIs(1));
-  EXPECT_EQ(finding.troubles[0].description, "Adapter 4 (Device fff2, slot 4) is at its critical temperature");
-  EXPECT_EQ(finding.troubles[0].unit, 4);
+  const Trouble trouble = only_trouble(source_);
+  EXPECT_EQ(trouble.description, "Adapter 4 (Device fff2, slot 4) is at its critical temperature");
+  EXPECT_EQ(trouble.unit, 4);
   EXPECT_TRUE(found_by(source_).adapters.at(0).flag("over-temperature"));
   write(device_path("0000:01:00.0") + "/hwmon/hwmon3/temp1_input", "103000\n");
   EXPECT_THAT(source_.read().troubles, SizeIs(1)) << "within the hysteresis";
@@ -191,11 +191,10 @@ TEST_F(Adapters, ACardThatIsGoneIsMissed) {
   source_.read();
   pull("0000:01:00.0");
   AdapterSource later(roots(), register_);
-  const Finding finding = later.read();
-  ASSERT_THAT(finding.troubles, SizeIs(1));
-  EXPECT_EQ(finding.troubles[0].description, "Adapter 4 (Device fff2, slot 4) is missing");
-  EXPECT_EQ(finding.troubles[0].affected, "sys/rack-unit-1/adaptor-4");
-  EXPECT_EQ(finding.troubles[0].missing->group, "adapter");
+  const Trouble trouble = only_trouble(later);
+  EXPECT_EQ(trouble.description, "Adapter 4 (Device fff2, slot 4) is missing");
+  EXPECT_EQ(trouble.affected, "sys/rack-unit-1/adaptor-4");
+  EXPECT_EQ(trouble.missing.value().group, "adapter");
 }
 
 }  // namespace

@@ -122,11 +122,10 @@ TEST_F(Arrays, AnArrayThatIsGoneIsMissedUntilForgotten) {
   add_array("md0", "clean", "0");
   source_.read();
   remove("md0");
-  const Finding gone = source_.read();
-  ASSERT_THAT(gone.troubles, SizeIs(1));
-  EXPECT_EQ(gone.troubles[0].description, "Array 1 (md0) is missing");
-  EXPECT_EQ(gone.troubles[0].unit, 0);
-  EXPECT_EQ(gone.troubles[0].affected, "sys/rack-unit-1/board/storage-SAS-SYSTEM/vd-0");
+  const Trouble gone = only_trouble(source_);
+  EXPECT_EQ(gone.description, "Array 1 (md0) is missing");
+  EXPECT_EQ(gone.unit, 0);
+  EXPECT_EQ(gone.affected, "sys/rack-unit-1/board/storage-SAS-SYSTEM/vd-0");
   EXPECT_TRUE(register_.forget_part("array", 1));
   EXPECT_THAT(source_.read().troubles, IsEmpty());
   add_array("md7", "clean", "0");
@@ -145,10 +144,9 @@ TEST_F(Arrays, AnArrayIsKnownByItsUuid) {
   set_uuid("md0", uuid_b);
   add_array("md1", "clean", "0");
   set_uuid("md1", uuid_a);
-  const Finding later = source_.read();
-  ASSERT_THAT(later.troubles, SizeIs(1));
-  EXPECT_EQ(later.troubles[0].description, "Array md0 is degraded");
-  EXPECT_EQ(later.troubles[0].unit, 1);
+  const Trouble later = only_trouble(source_);
+  EXPECT_EQ(later.description, "Array md0 is degraded");
+  EXPECT_EQ(later.unit, 1);
 }
 
 TEST_F(Arrays, UdevdTellsTheUuidToo) {

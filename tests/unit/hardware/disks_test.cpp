@@ -92,9 +92,7 @@ class Disks : public Tree {
   // A drive that is failing, and whose fault is kept.
   void fail_before_a_restart(const std::string &name, const std::string &device) {
     add_disk(name, device, failing);
-    const Finding before = source_.read();
-    ASSERT_THAT(before.troubles, SizeIs(1));
-    keep(before.troubles[0]);
+    keep(only_trouble(source_));
   }
 
   static std::vector<std::string> troubles_of(Source &source) {
@@ -199,11 +197,10 @@ TEST_F(Disks, AHiddenWayToADriveIsNone) {
 
 TEST_F(Disks, ADriveThatIsFailingIsATrouble) {
   add_disk("sda", sda, failing);
-  const Finding finding = source_.read();
-  ASSERT_THAT(finding.troubles, SizeIs(1));
-  EXPECT_EQ(finding.troubles[0].description, "Drive sda (MODEL-1) in slot 1 reports that it is failing");
-  EXPECT_EQ(finding.troubles[0].affected, "sys/rack-unit-1/board/storage-SAS-SYSTEM/pd-1");
-  EXPECT_EQ(finding.troubles[0].affected_oid, "1.3.6.1.4.1.61453.4.207.1.45.4.1.2.1");
+  const Trouble trouble = only_trouble(source_);
+  EXPECT_EQ(trouble.description, "Drive sda (MODEL-1) in slot 1 reports that it is failing");
+  EXPECT_EQ(trouble.affected, "sys/rack-unit-1/board/storage-SAS-SYSTEM/pd-1");
+  EXPECT_EQ(trouble.affected_oid, "1.3.6.1.4.1.61453.4.207.1.45.4.1.2.1");
 }
 
 TEST(Smart, ATemperatureAloneIsNoFailure) {
@@ -316,15 +313,14 @@ TEST_F(Disks, AnNvmeDriveIsMeasuredAtEachReading) {
 
 TEST_F(Disks, AfterARestartADriveIsHotUntilItAnswers) {
   add_disk("sda", sda, scsi_report(65));
-  const Finding before = source_.read();
-  ASSERT_THAT(before.troubles, SizeIs(1));
-  keep(before.troubles[0]);
+  const Trouble before = only_trouble(source_);
+  keep(before);
   DiskSource source(roots(), register_, smartctl(), {.age = std::chrono::seconds(0)});
   for (const char *nothing : {asleep, "", asleep}) {
     report("sda", nothing);
     const Finding finding = source.read();
     EXPECT_THAT(finding.troubles, IsEmpty());
-    EXPECT_THAT(finding.undecided, Contains(before.troubles[0].key)) << nothing;
+    EXPECT_THAT(finding.undecided, Contains(before.key)) << nothing;
   }
   report("sda", scsi_report(31));
   EXPECT_THAT(source.read().undecided, IsEmpty());
@@ -334,23 +330,20 @@ TEST_F(Disks, AfterARestartADriveIsHotUntilItAnswers) {
 
 TEST_F(Disks, AnNvmeDriveReportsItsTemperatureItself) {
   add_disk("nvme0n1", nvme, nvme_report(2));
-  const Finding finding = source_.read();
-  ASSERT_THAT(finding.troubles, SizeIs(1));
-  EXPECT_EQ(finding.troubles[0].description, "Drive nvme0n1 (M) in slot 1 reports a temperature beyond its limits");
+  EXPECT_EQ(only_trouble(source_).description, "Drive nvme0n1 (M) in slot 1 reports a temperature beyond its limits");
 }
 
 TEST_F(Disks, AnNvmeWarningOutlastsARestart) {
   const std::string chip = "devices/pci0000:00/0000:00:01.0/0000:01:00.0/nvme/nvme0/hwmon4/temp1_";
   add_disk("nvme0n1", nvme, nvme_report(2));
-  const Finding before = source_.read();
-  ASSERT_THAT(before.troubles, SizeIs(1));
-  keep(before.troubles[0]);
+  const Trouble before = only_trouble(source_);
+  keep(before);
   write(chip + "crit", "84850\n");
   write(chip + "input", "31850\n");
   DiskSource source(roots(), register_, smartctl(), {.age = std::chrono::seconds(0)});
   for (const char *silent : {"", R"({"model_name": "M"})"}) {
     report("nvme0n1", silent);
-    EXPECT_THAT(source.read().undecided, Contains(before.troubles[0].key)) << "the chip reads normal: " << silent;
+    EXPECT_THAT(source.read().undecided, Contains(before.key)) << "the chip reads normal: " << silent;
   }
   report("nvme0n1", nvme_report(0));
   EXPECT_THAT(source.read().undecided, IsEmpty());

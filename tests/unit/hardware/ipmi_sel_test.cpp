@@ -24,6 +24,14 @@ class IpmiSel : public Ipmi {
     ++controller_.sel_changes;
   }
 
+  // The controller tells of the first of two events, and of the second as the test says.
+  void log_two_and_answer_once() {
+    source_.read();
+    log(memory_type, 1, 1);
+    log(memory_type, 1, 5);
+    controller_.answers_left = 1;
+  }
+
   int entries_read() { return controller_.asked[{0x0a, 0x43}]; }
 };
 
@@ -32,13 +40,11 @@ TEST_F(IpmiSel, AStateThatLastsIsATroubleUntilItIsLeft) {
                      compact_record(7, processor_type, specific, 3, 2, "CPU2 Status")};
   EXPECT_THAT(descriptions(), IsEmpty());
   log(processor_type, 7, 0);
-  const Finding finding = source_.read();
-  ASSERT_THAT(finding.troubles, SizeIs(1));
-  EXPECT_EQ(finding.troubles[0].severity, "critical");
-  EXPECT_EQ(finding.troubles[0].class_code, 3);
-  EXPECT_EQ(finding.troubles[0].unit, 2);
-  EXPECT_EQ(finding.troubles[0].description,
-            "CPU2 Status: the processor has had an internal error, as the event log says");
+  const Trouble trouble = only_trouble(source_);
+  EXPECT_EQ(trouble.severity, "critical");
+  EXPECT_EQ(trouble.class_code, 3);
+  EXPECT_EQ(trouble.unit, 2);
+  EXPECT_EQ(trouble.description, "CPU2 Status: the processor has had an internal error, as the event log says");
   log(processor_type, 7, 0, false);
   EXPECT_THAT(source_.read().troubles, IsEmpty());
 }
@@ -92,11 +98,8 @@ TEST_F(IpmiSel, AnEntryIsReadOnce) {
 }
 
 TEST_F(IpmiSel, SilenceLosesNoEntry) {
-  source_.read();
-  log(memory_type, 1, 1);
-  log(memory_type, 1, 5);
+  log_two_and_answer_once();
   controller_.silent_at = 0x43;
-  controller_.answers_left = 1;
   source_.read();
   controller_.silent_at = 0xff;
   EXPECT_THAT(source_.read().troubles, SizeIs(2));
@@ -117,11 +120,8 @@ TEST_F(IpmiSel, ABusyControllerHasNotClearedItsLog) {
 }
 
 TEST_F(IpmiSel, ARefusalLosesNoEntry) {
-  source_.read();
-  log(memory_type, 1, 1);
-  log(memory_type, 1, 5);
+  log_two_and_answer_once();
   controller_.refused_at = 0x43;
-  controller_.answers_left = 1;
   controller_.refusals_left = 100;
   EXPECT_THAT(source_.read().troubles, SizeIs(1));
   controller_.refusals_left = 0;

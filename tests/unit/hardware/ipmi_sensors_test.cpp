@@ -20,37 +20,39 @@ TEST_F(Ipmi, AReadingMayBeMissingNowAndThen) {
   EXPECT_THAT(descriptions(), IsEmpty()) << "it is no fan that can be told about";
 }
 
-TEST_F(Ipmi, ATemperatureIsATroubleAtItsThreshold) {
-  controller_.sdr = {full_record(temperature(1, "DIMM Temp"))};
-  controller_.reads(1, 79);
-  EXPECT_THAT(descriptions(), IsEmpty());
-  controller_.reads(1, 80);
-  EXPECT_THAT(descriptions(), ElementsAre("major: DIMM Temp is at its critical temperature"));
-  controller_.reads(1, 90);
-  EXPECT_THAT(descriptions(), ElementsAre("critical: DIMM Temp is at a temperature that damages hardware"));
-  controller_.reads(1, 86);
-  EXPECT_THAT(descriptions(), ElementsAre("critical: DIMM Temp is at a temperature that damages hardware"));
-  controller_.reads(1, 76);
-  EXPECT_THAT(descriptions(), ElementsAre("major: DIMM Temp is at its critical temperature"));
-  controller_.reads(1, 75);
-  EXPECT_THAT(descriptions(), IsEmpty());
+class IpmiTemperature : public Ipmi {
+ protected:
+  void add(const MadeUpSensor &sensor) { controller_.sdr = {full_record(sensor)}; }
+
+  std::vector<std::string> descriptions_at(std::uint8_t reading) {
+    controller_.reads(1, reading);
+    return descriptions();
+  }
+};
+
+TEST_F(IpmiTemperature, ItIsATroubleAtItsThreshold) {
+  add(temperature(1, "DIMM Temp"));
+  EXPECT_THAT(descriptions_at(79), IsEmpty());
+  EXPECT_THAT(descriptions_at(80), ElementsAre("major: DIMM Temp is at its critical temperature"));
+  for (const std::uint8_t reading : {90, 86}) {
+    EXPECT_THAT(descriptions_at(reading), ElementsAre("critical: DIMM Temp is at a temperature that damages hardware"));
+  }
+  EXPECT_THAT(descriptions_at(76), ElementsAre("major: DIMM Temp is at its critical temperature"));
+  EXPECT_THAT(descriptions_at(75), IsEmpty());
 }
 
-TEST_F(Ipmi, ThresholdsAreThoseThatAreSet) {
-  controller_.sdr = {full_record(temperature(1, "DIMM Temp"))};
+TEST_F(IpmiTemperature, ThresholdsAreThoseThatAreSet) {
+  add(temperature(1, "DIMM Temp"));
   controller_.thresholds[1] = {0x10, 0, 0, 0, 0, 50, 0};
-  controller_.reads(1, 60);
-  EXPECT_THAT(descriptions(), SizeIs(1));
+  EXPECT_THAT(descriptions_at(60), SizeIs(1));
 }
 
-TEST_F(Ipmi, AThresholdOfZeroIsNone) {
+TEST_F(IpmiTemperature, AThresholdOfZeroIsNone) {
   MadeUpSensor sensor = temperature(1, "DIMM Temp");
   sensor.upper_non_recoverable = 0;
-  controller_.sdr = {full_record(sensor)};
-  controller_.reads(1, 30);
-  EXPECT_THAT(descriptions(), IsEmpty());
-  controller_.reads(1, 80);
-  EXPECT_THAT(descriptions(), SizeIs(1));
+  add(sensor);
+  EXPECT_THAT(descriptions_at(30), IsEmpty());
+  EXPECT_THAT(descriptions_at(80), SizeIs(1));
 }
 
 TEST_F(Ipmi, ASensorThatIsNotLinearHasFactorsForEachReading) {

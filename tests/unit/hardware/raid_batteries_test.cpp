@@ -111,11 +111,10 @@ TEST_F(RaidBatteriesTest, ABatteryThatIsNotGoodIsATrouble) {
   const Part part = controller_part();
   EXPECT_EQ(part.number("battery-type"), 0) << "the table has no name for it";
   EXPECT_EQ(part.written(*find_field(controller_kind, "battery-state")), "failed");
-  const Finding finding = source_.read();
-  ASSERT_THAT(finding.troubles, SizeIs(1));
-  EXPECT_EQ(finding.troubles[0].description, "Battery 1 (CVPM02) of RAID controller SLOT-4 is not good: Degraded");
-  EXPECT_EQ(finding.troubles[0].affected, "sys/rack-unit-1/board/storage-SAS-SLOT-4/raid-battery");
-  EXPECT_EQ(finding.troubles[0].affected_oid, "1.3.6.1.4.1.61453.4.207.1.45.11.1.2.1");
+  const Trouble trouble = only_trouble(source_);
+  EXPECT_EQ(trouble.description, "Battery 1 (CVPM02) of RAID controller SLOT-4 is not good: Degraded");
+  EXPECT_EQ(trouble.affected, "sys/rack-unit-1/board/storage-SAS-SLOT-4/raid-battery");
+  EXPECT_EQ(trouble.affected_oid, "1.3.6.1.4.1.61453.4.207.1.45.11.1.2.1");
 }
 
 TEST_F(RaidBatteriesTest, ABatteryThatIsGoneIsMissedUntilForgotten) {
@@ -126,9 +125,7 @@ TEST_F(RaidBatteriesTest, ABatteryThatIsGoneIsMissedUntilForgotten) {
   EXPECT_THAT(silent.troubles, IsEmpty()) << "nobody knows";
   EXPECT_THAT(silent.undecided, ElementsAre("raid-battery 0000:03:00.0 "));
   print(printed(controller("00:03:00:00", "")));
-  const Finding gone = source_.read();
-  ASSERT_THAT(gone.troubles, SizeIs(1));
-  EXPECT_EQ(gone.troubles[0].description, "Battery 1 (iBBU09) of RAID controller SLOT-4 is missing");
+  EXPECT_EQ(only_trouble(source_).description, "Battery 1 (iBBU09) of RAID controller SLOT-4 is missing");
   EXPECT_FALSE(controller_part().flag("battery-present"));
   EXPECT_TRUE(register_.forget_part("raid-battery", 1));
   EXPECT_THAT(source_.read().troubles, IsEmpty());

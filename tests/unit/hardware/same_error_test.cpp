@@ -4,7 +4,7 @@
 
 #include "core/class_number.h"
 #include "hardware/fault_keeper.h"
-#include "tree.h"
+#include "served_tree.h"
 
 namespace tavo::service {
 namespace {
@@ -61,7 +61,7 @@ TEST(SameError, OtherErrorsAreOthers) {
   EXPECT_THAT(told({counted("A1", 1), counted("A2", 2)}), IsEmpty());
 }
 
-class SameFault : public Tree {
+class SameFault : public ServedTree {
  protected:
   // Which faults there are at that time, if these are the troubles.
   std::vector<std::string> faults(const std::vector<Trouble> &troubles, std::chrono::seconds at) {
@@ -73,8 +73,7 @@ class SameFault : public Tree {
     return keys;
   }
 
-  Register register_{directory_ / "register.json"};
-  Machine machine_{Inventory(), Surroundings{.var = directory_ / "var", .sd_socket = directory_ / "sd"}};
+  Machine machine_{machine(Inventory())};
   const FaultKeeper::Clock::time_point start_ = FaultKeeper::Clock::now();
   FaultKeeper keeper_{register_};
 };

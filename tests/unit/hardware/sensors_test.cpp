@@ -80,17 +80,14 @@ TEST_F(Hwmon, AFanThatStandsStillIsATrouble) {
   write("class/hwmon/hwmon1/fan1_input", "0\n");
   EXPECT_THAT(read_alone(source_).troubles, IsEmpty()) << "without a lowest speed, it may be meant to";
   write("class/hwmon/hwmon1/fan2_input", "0\n");
-  const Finding finding = read_alone(source_);
-  ASSERT_THAT(finding.troubles, SizeIs(1));
-  EXPECT_EQ(finding.troubles[0].description, "Fan 2 has failed");
-  EXPECT_EQ(finding.troubles[0].unit, 2);
+  const Trouble trouble = only_trouble(source_);
+  EXPECT_EQ(trouble.description, "Fan 2 has failed");
+  EXPECT_EQ(trouble.unit, 2);
 }
 
 TEST_F(Hwmon, AProcessorAtItsLimitIsATrouble) {
   write("class/hwmon/hwmon0/temp1_input", "100000\n");
-  const Finding finding = read_alone(source_);
-  ASSERT_THAT(finding.troubles, SizeIs(1));
-  EXPECT_EQ(finding.troubles[0].description, "Processor 2 is at its critical temperature");
+  EXPECT_EQ(only_trouble(source_).description, "Processor 2 is at its critical temperature");
 }
 
 TEST_F(Hwmon, APackageWithoutANumberIsNoProcessor) {
@@ -156,15 +153,13 @@ TEST_F(Hwmon, AFanThatGoesMovesNoOther) {
   write("class/hwmon/hwmon2/fan1_input", "900\n");
   write("class/hwmon/hwmon2/fan1_alarm", "1\n");
   link("class/hwmon/hwmon2/device", "devices/platform/board.2");
-  const Finding before = read_alone(source_);
-  ASSERT_THAT(before.troubles, SizeIs(1));
+  const Trouble before = only_trouble(source_);
   std::filesystem::remove_all(sys() / "class/hwmon/hwmon1");
   HwmonSource later(roots(), register_);
   for (HwmonSource *source : {&source_, &later}) {
-    const Finding finding = read_alone(*source);
-    ASSERT_THAT(finding.troubles, SizeIs(1));
-    EXPECT_EQ(finding.troubles[0].description, "Fan 3 has failed");
-    EXPECT_EQ(finding.troubles[0].unit, before.troubles[0].unit);
+    const Trouble trouble = only_trouble(*source);
+    EXPECT_EQ(trouble.description, "Fan 3 has failed");
+    EXPECT_EQ(trouble.unit, before.unit);
     const Inventory inventory = found_by(*source);
     ASSERT_THAT(inventory.sensors, SizeIs(6));
     const auto &presence = *find_field(sensor_kind, "presence");

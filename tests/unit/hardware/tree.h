@@ -46,6 +46,13 @@ class Tree : public testing::Test {
     return whole;
   }
 
+  // The only trouble that it finds then.
+  static Trouble only_trouble(Source &source) {
+    const std::vector<Trouble> troubles = read_alone(source).troubles;
+    EXPECT_EQ(troubles.size(), 1U);
+    return troubles.size() == 1 ? troubles[0] : Trouble{};
+  }
+
   // What a server is like of which only this source knows something.
   static Inventory found_by(Source &source) {
     Inventory inventory;
