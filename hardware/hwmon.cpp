@@ -34,9 +34,13 @@ struct Readings {
   std::optional<std::int64_t> power;  // microwatts
 };
 
-// Nothing is added if it cannot be read.
+// Nothing is added if it cannot be read, or the processor has a reading already.
 void read_processor(std::size_t processor, const fs::path &chip, const std::string &sensor, ChipLimits &limits,
                     Readings &readings) {
+  if (std::ranges::find(readings.processors, processor, &ProcessorTemperature::processor) !=
+      readings.processors.end()) {
+    return;
+  }
   if (const auto now = read_number(chip / (sensor + "_input"))) {
     readings.processors.push_back({.processor = processor,
                                    .thousandths = *now,

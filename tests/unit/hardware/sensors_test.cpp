@@ -90,6 +90,15 @@ TEST_F(Hwmon, AProcessorAtItsLimitIsATrouble) {
   EXPECT_EQ(only_trouble(source_).description, "Processor 2 is at its critical temperature");
 }
 
+TEST_F(Hwmon, OfTwoReadingsOfAProcessorTheFirstCounts) {
+  write("class/hwmon/hwmon0/temp2_label", "Package id 1\n");
+  write("class/hwmon/hwmon0/temp2_crit", "100000\n");
+  write("class/hwmon/hwmon0/temp2_input", "100000\n");
+  EXPECT_THAT(read_alone(source_).troubles, IsEmpty());
+  write("class/hwmon/hwmon0/temp1_input", "100000\n");
+  EXPECT_EQ(only_trouble(source_).description, "Processor 2 is at its critical temperature");
+}
+
 TEST_F(Hwmon, APackageWithoutANumberIsNoProcessor) {
   write("class/hwmon/hwmon0/temp1_label", "Package id -1\n");
   write("class/hwmon/hwmon0/temp1_input", "100000\n");
