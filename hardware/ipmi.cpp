@@ -141,13 +141,15 @@ void IpmiSource::check_answers() {
   }
 }
 
-// Returns whether there is something new.
+// Returns whether there is something new. A controller that tells of its log need not be asked for its number.
 bool IpmiSource::read_log() {
   const auto news = log_.read(*device_);
-  has_log_ = news.has_value();
-  if (!has_log_) {
+  if (!news) {
+    check_answers();
+    has_log_ = false;
     return false;
   }
+  has_log_ = true;
   if (news->begins_anew) {
     log_faults_.forget_all();
   }
@@ -252,7 +254,6 @@ Finding IpmiSource::finding() {
 Finding IpmiSource::read() {
   std::string silence;
   try {
-    check_answers();
     const bool has_news = read_log();
     if (has_news || readings_until_sensors_ == 0) {
       read_sensors();

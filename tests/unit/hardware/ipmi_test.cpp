@@ -6,8 +6,10 @@
 namespace tavo::service {
 namespace {
 
+using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::Pair;
 using testing::SizeIs;
 
 TEST_F(Ipmi, AMachineWithoutAControllerSaysSo) {
@@ -129,6 +131,22 @@ TEST_F(Ipmi, AControllerThatIsStuckIsATrouble) {
   const Finding finding = read();
   EXPECT_THAT(finding.unreadable, ElementsAre("the controller does not answer"));
   EXPECT_THAT(finding.troubles, SizeIs(2)) << "what was known stays";
+}
+
+TEST_F(Ipmi, BetweenSensorsItIsAskedForItsLogAlone) {
+  controller_.sdr = {full_record(fan(9, "SYS_FAN1"))};
+  source_.read();
+  controller_.asked.clear();
+  source_.read();
+  EXPECT_THAT(controller_.asked, ElementsAre(Pair(Pair(0x0a, 0x40), 1)));
+}
+
+TEST_F(Ipmi, AControllerWithoutALogIsNotSilent) {
+  controller_.refused_at = 0x40;
+  controller_.refusals_left = 100;
+  const Finding finding = read();
+  EXPECT_THAT(finding.troubles, IsEmpty());
+  EXPECT_THAT(finding.unreadable, Contains("the controller has no event log"));
 }
 
 TEST_F(Ipmi, RecordsAreReadAgainWhenTheyChange) {
