@@ -3,8 +3,13 @@
 list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES TAVO_SYSROOT)
 
 set(CMAKE_SYSTEM_NAME Linux)
-set(CMAKE_C_COMPILER ${machine}-gcc)
-set(CMAKE_CXX_COMPILER ${machine}-g++)
+# A preset may name clang, which compiles for every machine.
+if(NOT DEFINED CACHE{CMAKE_CXX_COMPILER})
+  set(CMAKE_C_COMPILER ${machine}-gcc)
+  set(CMAKE_CXX_COMPILER ${machine}-g++)
+endif()
+set(CMAKE_C_COMPILER_TARGET ${machine})
+set(CMAKE_CXX_COMPILER_TARGET ${machine})
 
 set(CMAKE_SYSROOT ${TAVO_SYSROOT})
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)

@@ -1,7 +1,8 @@
 """The programs that system tests run, each an object that starts the program, waits for it and stops it.
 
-TAVO_BUILD_DIR names the build tree under test (default: build/release). Programs listen on free loopback ports, and run
-in a directory of the test's own, which also holds net-snmp's persistent files.
+TAVO_BUILD_DIR names the build tree under test (default: build/release), TAVO_SERVER_BUILD_DIR the one that bmcsim is
+taken from (default: the same). Programs listen on free loopback ports, and run in a directory of the test's own, which
+also holds net-snmp's persistent files.
 """
 
 import os
@@ -15,6 +16,7 @@ import time
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 BUILD = (ROOT / os.environ.get("TAVO_BUILD_DIR", "build/release")).resolve()
+SERVER_BUILD = (ROOT / os.environ.get("TAVO_SERVER_BUILD_DIR", BUILD)).resolve()
 TEST_MODULES = BUILD / "test-modules"
 SNMPD = shutil.which("snmpd") or "/usr/sbin/snmpd"
 SNMPTRAPD = shutil.which("snmptrapd") or "/usr/sbin/snmptrapd"

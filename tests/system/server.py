@@ -9,7 +9,7 @@ import subprocess
 
 import pytest
 
-from agents import BUILD, ROOT, Daemon, Program, wait_until
+from agents import BUILD, ROOT, SERVER_BUILD, Daemon, Program, wait_until
 
 BOOT = ROOT / "simulator/boot"
 MODULE = BUILD / "libsnmpextmibmodule.so"
@@ -71,7 +71,7 @@ class Server(Program):
     `programs` is the directory that bmcsim is in.
     """
 
-    def __init__(self, directory, scenario=SCENARIO, cold=False, programs=BUILD):
+    def __init__(self, directory, scenario=SCENARIO, cold=False, programs=SERVER_BUILD):
         self.state = pathlib.Path(directory) / "server"
         self._programs = programs
         command = [BOOT, "--build", programs, "--bind", directory, "--state", self.state, "--scenario", scenario]
