@@ -34,3 +34,24 @@ keep_debian() {
   fi
   exec 9>&-
 }
+
+# in_debian NAME DIRECTORY=PLACE... -- COMMAND...: runs the command as root with what $kept/NAME holds, in the
+# directory /srv/tree. The directories are mounted in their places there, in this order. Of the environment it has TERM
+# only: what is set here, a compiler's launcher say, may not be there.
+in_debian() {
+  local root=$kept/$1
+  shift
+  mkdir -p "$root/srv/tree"
+  env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root TERM="${TERM:-dumb}" \
+    unshare --mount --pid --fork --kill-child -- bash -euo pipefail -c '
+    root=$1
+    shift
+    while [[ $1 != -- ]]; do
+      mount --bind "${1%=*}" "$root${1##*=}"
+      shift
+    done
+    mount -t proc proc "$root/proc"
+    mount -t tmpfs -o mode=1777 tmp "$root/tmp"
+    mount --rbind /dev "$root/dev"
+    exec chroot "$root" sh -c "cd /srv/tree && exec \"\$@\"" sh "${@:2}"' bash "$root" "$@"
+}

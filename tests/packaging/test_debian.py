@@ -98,7 +98,8 @@ def test_what_is_compiled_in_has_its_notice(package, licence):
 
 def test_the_linker_that_packs_on_arm_is_there():
     """Else armhf's module would be 3.8 KiB larger, without a word."""
-    package, architectures = re.search(r"^ (lld-\d+) \[(.*)\],$", CONTROL.partition("\n\n")[0], re.MULTILINE).groups()
+    package, architectures = re.search(r"^ (lld-\d+):native \[(.*)\],$", CONTROL.partition("\n\n")[0],
+                                       re.MULTILINE).groups()
     assert architectures == "armhf"
     names = re.search(r"find_program\(TAVO_LLD NAMES ([^)]*)", (ROOT / "cmake/module.cmake").read_text())[1].split()
     assert f"ld.{package}" in names
@@ -107,7 +108,7 @@ def test_the_linker_that_packs_on_arm_is_there():
 
 @pytest.mark.parametrize("words, says", [
     (["--nonsense"], "unknown option '--nonsense'"), (["--output"], "--output needs a value"),
-    (["no-such-commit"], "there is no commit 'no-such-commit'")])
+    (["--arch", "vax"], "--arch takes armhf"), (["no-such-commit"], "there is no commit 'no-such-commit'")])
 def test_scripts_package_refuses_wrong_words(words, says):
     done = subprocess.run([ROOT / "scripts/package", *words], capture_output=True, text=True, check=False)
     assert done.returncode == 2 and says in done.stderr
