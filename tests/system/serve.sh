@@ -34,8 +34,16 @@ answers() {
 
 bmcsim serve "$scenario" >/run/bmcsim.log 2>&1 &
 await 'the server' bmcsim ctl ping
-snmp-subagentd -f -C -c /run/agent.conf -Lf /run/daemon.log --listen "udp:$address" \
-  --module "$build/libsnmpextmibmodule.so" --platform "$build/libbmcsim.so" &
-daemon=$!
+
+# start_daemon MODULE OPTION...: its process is $daemon.
+start_daemon() {
+  module=$1
+  shift
+  rm -f /run/daemon.log
+  snmp-subagentd -f -C -c /run/agent.conf -Lf /run/daemon.log --listen "udp:$address" \
+    --module "$module" --platform "$build/libbmcsim.so" "$@" &
+  daemon=$!
+}
+start_daemon "$build/libsnmpextmibmodule.so"
 await 'the daemon' answers
 echo 'the daemon answers'
