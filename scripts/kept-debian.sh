@@ -3,7 +3,9 @@
 kept=${XDG_CACHE_HOME:-$HOME/.cache}/libsnmpextmibmodule
 
 # keep_debian NAME SUITE PACKAGES FINISH OPTION...: sees to it that $kept/NAME is a root directory with these packages of
-# SUITE. mmdebstrap gets the options; then FINISH ROOT is called with what it has unpacked.
+# SUITE. mmdebstrap gets the options; then FINISH ROOT is called with what it has unpacked. mmdebstrap is run by the
+# command in `configure_with`, if there is one.
+configure_with=()
 keep_debian() {
   local root=$kept/$1 suite=$2 packages=$3 finish=$4 mirror
   shift 4
@@ -20,8 +22,8 @@ keep_debian() {
     fresh=$(mktemp -d "$kept/fresh-XXXXXX")
     trap 'rm -rf "$fresh"' EXIT
     echo "Unpacking Debian $suite (${root##*/})" >&2
-    if ! mmdebstrap --include="${packages// /,}" "$@" "$suite" "$fresh/root" "deb $mirror $suite main" \
-      >"$fresh/log" 2>&1 9>&-; then
+    if ! "${configure_with[@]}" mmdebstrap --include="${packages// /,}" "$@" "$suite" "$fresh/root" \
+      "deb $mirror $suite main" >"$fresh/log" 2>&1 9>&-; then
       cat "$fresh/log" >&2
       fail "Debian $suite could not be unpacked"
     fi

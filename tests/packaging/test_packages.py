@@ -2,7 +2,8 @@
 installed, serve, are upgraded, removed and purged, under systemd and with all restrictions of the unit.
 
 TAVO_PACKAGES=build runs all of this. It builds the packages of what git knows of this tree, which takes minutes. With
-TAVO_PACKAGES=DIR, the packages in DIR are installed and so on.
+TAVO_PACKAGES=DIR, the packages in DIR are installed and so on. With armhf in TAVO_MACHINES, the same is done with those
+for 32-bit Arm, on an emulated machine.
 """
 
 import json
@@ -16,7 +17,7 @@ import time
 import pytest
 
 from agents import ROOT, wait_until
-from debian_machine import DebianMachine
+from debian_machine import PACKAGES, ContainedDebian, EmulatedDebian
 from oids import BASE, FAULT_TABLE
 from server import FRONT_ENDS
 from test_walk import cells, golden
@@ -29,7 +30,7 @@ SIMULATOR = """
 [Service]
 ExecStart=/usr/bin/bmcsim serve /etc/still.yaml
 # It opens its socket to its own user alone.
-ExecStartPost=/usr/bin/bmcsim ctl --wait 10 ping
+ExecStartPost=/usr/bin/bmcsim ctl --wait 60 ping
 ExecStartPost=/bin/chmod a+rw /var/bmcsim/socket
 """
 JOINED = f"""
@@ -50,6 +51,11 @@ ExecStart=/usr/sbin/snmptrapd -f -C -c /etc/manager.conf -n -On -Lo udp:127.0.0.
 """
 
 
+# By architecture: what scripts/package is told, and the machine on which the packages are installed.
+OPTIONS = {"amd64": [], "armhf": ["--arch", "armhf"]}
+MACHINES = {"amd64": ContainedDebian, "armhf": EmulatedDebian}
+
+
 @pytest.fixture(scope="module")
 def commit():
     """Of the tree as it is, but for files that git does not know."""
@@ -57,39 +63,51 @@ def commit():
     return stash.strip() or "HEAD"
 
 
-def build(commit, place, *before, **environment):
+def build(commit, place, *options, before=(), **environment):
     """Builds the packages, and returns the seconds that this took."""
     begun = time.monotonic()
-    done = subprocess.run([*before, ROOT / "scripts/package", "--without-tests", "--output", place, commit],
+    done = subprocess.run([*before, ROOT / "scripts/package", "--without-tests", *options, "--output", place, commit],
                           capture_output=True, text=True, check=False, env={**os.environ, **environment})
     assert done.returncode == 0, done.stderr
     return time.monotonic() - begun
 
 
+@pytest.fixture(scope="module", params=["amd64", "armhf"])
+def arch(request):
+    if request.param == "armhf" and "armhf" not in os.environ.get("TAVO_MACHINES", "").split():
+        pytest.skip("ten minutes or more: TAVO_MACHINES=armhf asks for it")
+    return request.param
+
+
 @pytest.fixture(scope="module")
-def packages(commit, tmp_path_factory):
+def packages(commit, arch, tmp_path_factory):
     """The directory of the packages."""
     if WANTED != "build":
-        return pathlib.Path(WANTED)
+        place = pathlib.Path(WANTED)
+        if not list(place.glob(f"*_{arch}.deb")):
+            pytest.skip(f"{place} has no packages for {arch}")
+        return place
     if shutil.which("dh") is None:
         pytest.skip("debhelper is not installed (scripts/install-packages packaging)")
     place = tmp_path_factory.mktemp("packages")
-    print(f"\nbuilt in {build(commit, place):.0f} s")
+    print(f"\nbuilt in {build(commit, place, *OPTIONS[arch]):.0f} s")
     return place
 
 
-def test_lintian_has_no_complaint(packages):
+def test_lintian_has_no_complaint(packages, arch):
     if shutil.which("lintian") is None:
         pytest.skip("lintian is not installed (scripts/install-packages packaging)")
-    [changes] = packages.glob("*.changes")
+    [changes] = packages.glob(f"*_{arch}.changes")
     done = subprocess.run(["lintian", "--allow-root", "--fail-on", "error,warning", changes], capture_output=True,
                           text=True, check=False)
     assert (done.returncode, done.stdout) == (0, "")
 
 
 @pytest.mark.skipif(WANTED != "build", reason="the packages in a directory have been built already")
+@pytest.mark.parametrize("arch", ["amd64"], indirect=True)
 def test_second_build_is_the_same(packages, commit, tmp_path):
-    build(commit, tmp_path, "faketime", "-f", "+400d", TZ="Pacific/Auckland", LC_ALL="C.UTF-8", CCACHE_DISABLE="1")
+    build(commit, tmp_path, before=["faketime", "-f", "+400d"], TZ="Pacific/Auckland", LC_ALL="C.UTF-8",
+          CCACHE_DISABLE="1")
     names = sorted(package.name for package in packages.glob("*.deb"))
     assert len(names) == 10
     print(f"\n{len(names)} packages, {sum((packages / name).stat().st_size for name in names):,} octets")
@@ -114,29 +132,13 @@ class Story:
 
     def __init__(self, machine, packages):
         self.machine = machine
-        self.packages = [package for package in packages.glob("*.deb") if "-dbgsym_" not in package.name]
-        self.copy(self.packages)
-        self.machine.fetch("snmp", "snmpd", "snmptrapd", *self.on_machine(self.packages))
-        self.machine.boot()
-        self.machine.install("snmp", "snmpd", "snmptrapd")
-
-    def copy(self, packages):
-        self.machine.write("/srv/packages/list", "")
-        for package in packages:
-            shutil.copy(package, self.machine.root / "srv/packages")
-
-    @staticmethod
-    def on_machine(packages):
-        return [f"/srv/packages/{package.name}" for package in packages]
-
-    def install(self, packages):
-        self.copy(packages)
-        self.machine.install(*self.on_machine(packages))
+        self.packages = packages
+        self.machine.boot(packages)
 
     def platform(self):
         """Where the unit looks for the platform's library: beside the simulated one."""
-        [simulated] = self.machine.root.glob("usr/lib/*/libbmcsim.so")
-        return f"/{simulated.with_name('libbmcplatform.so').relative_to(self.machine.root)}"
+        files = self.machine.run("dpkg", "--listfiles", "bmcsim").stdout
+        return re.search("^(.*/)libbmcsim.so$", files, re.MULTILINE)[1] + "libbmcplatform.so"
 
     def serve_hardware(self):
         """What the packaged program says of this machine, and what it could not read. Its register stays."""
@@ -150,7 +152,7 @@ class Story:
     def add_platform(self):
         """The simulated server in the platform's place, one whose readings do not change."""
         machine = self.machine
-        scenario = (machine.root / "usr/share/bmcsim/scenarios/rack-server.yaml").read_text()
+        scenario = machine.read("/usr/share/bmcsim/scenarios/rack-server.yaml")
         machine.write("/etc/still.yaml", re.sub(r"drift: \d+", "drift: 0", scenario))
         machine.write("/etc/systemd/system/bmcsim.service", SIMULATOR)
         links = [f"ln -s /usr/libexec/bmcsim/{tool} /usr/local/bin/{tool}" for tool in FRONT_ENDS]
@@ -161,7 +163,7 @@ class Story:
 
     def remove_platform(self):
         self.machine.run("systemctl", "stop", "bmcsim")
-        self.machine.run("rm", "-r", "/etc/still.yaml", "/etc/systemd/system/bmcsim.service", "/srv/packages",
+        self.machine.run("rm", "-r", "/etc/still.yaml", "/etc/systemd/system/bmcsim.service", PACKAGES,
                          self.platform(), *(f"/usr/local/bin/{tool}" for tool in FRONT_ENDS))
         # The simulated server's files in the platform's places, which its package leaves: they might be a platform's.
         self.machine.run("rm", "-rf", "/var/pmbus", "/var/vessa", "/var/stor_info_data")
@@ -189,8 +191,18 @@ class Story:
         return cells(self.machine.run("snmpwalk", "-v2c", "-c", "site", "-On", "-t", "30", "127.0.0.1", root,
                                       check=False).stdout.splitlines())
 
+    def answers(self):
+        return self.machine.run("snmpgetnext", "-v2c", "-c", "site", "-On", "-r", "0", "-t", "5", "127.0.0.1", BASE,
+                                check=False).stdout.startswith(f".{BASE}.")
+
+    def print_sizes(self):
+        for package in self.packages:
+            unpacked = subprocess.run(["dpkg-deb", "--field", package, "Installed-Size"], check=True,
+                                      capture_output=True, text=True).stdout.strip()
+            print(f"{package.name}: {package.stat().st_size / 1024:.0f} KiB packed, {unpacked} KiB unpacked")
+
     def wait_for_every_value(self, timeout):
-        wait_until(lambda: len(self.walk(f"{FAULT_TABLE}.1.2")) == 4, timeout, "the faults")
+        wait_until(lambda: len(self.walk(f"{FAULT_TABLE}.1.2")) == 4, timeout * self.machine.slowness, "the faults")
         assert self.walk() == golden()
 
     def sd_trigger(self):
@@ -199,10 +211,12 @@ class Story:
 
 
 @pytest.fixture
-def story(tmp_path_factory, packages):
-    machine = DebianMachine(tmp_path_factory.mktemp("m"))
+def story(tmp_path_factory, packages, arch):
+    chosen = [package for kind in (arch, "all") for package in sorted(packages.glob(f"*_{kind}.deb"))
+              if "-dbgsym_" not in package.name]
+    machine = MACHINES[arch](tmp_path_factory.mktemp("m"))
     try:
-        yield Story(machine, packages)
+        yield Story(machine, chosen)
         print("--- end of the daemon's log ---", machine.log()[-2000:], sep="\n")
     finally:
         machine.stop()
@@ -212,20 +226,26 @@ def test_installed_upgraded_removed_purged(story, tmp_path):
     machine = story.machine
     before = machine.files()
 
-    story.install(story.packages)
+    story.print_sizes()
+    begun = time.monotonic()
+    machine.install(*story.packages)
+    print(f"booted in {machine.seconds_to_boot:.0f} s, installed in {time.monotonic() - begun:.0f} s")
     assert machine.unit("ActiveState", "ConditionResult", "UnitFileState") == ["inactive", "no", "enabled"]
     assert "Missing" not in machine.log()
 
     hardware, unread = story.serve_hardware()
     assert "server" in hardware
-    # This machine is a container without a management controller: the program says so, and serves the rest.
+    # This machine has no management controller: the program says so, and serves the rest.
     assert re.search(r"^bmcsim: not read: IPMI: /dev/ipmi0: ", unread, re.MULTILINE), unread
 
     story.add_platform()
     story.start_master()
     begun = time.monotonic()
     machine.run("systemctl", "start", DAEMON)
-    print(f"\nstarted in {time.monotonic() - begun:.1f} s")
+    wait_until(story.answers, 60 * machine.slowness, "an answer")
+    seconds = time.monotonic() - begun
+    print(f"first answer {seconds:.1f} s after the service's start: {machine.seconds_to_boot + seconds:.0f} s from "
+          "power-on, but for the installation")
     user = machine.run("id", "-u", "snmp-subagentd").stdout.strip()
     assert story.status("Uid").split() == [user] * 4
     assert [story.status(name) for name in ("CapBnd", "NoNewPrivs", "Seccomp")] == ["0" * 16, "1", "2"]
@@ -251,11 +271,11 @@ def test_installed_upgraded_removed_purged(story, tmp_path):
     wait_until(story.sd_trigger, what="the SD-card socket in the joined /tmp")
     story.wait_for_every_value(30)  # at once: this is a warm start
 
-    settings = machine.root / "etc/snmp/snmpd.conf.d/subagentd.conf"
-    settings.write_text(settings.read_text() + "# ours\n")
+    settings = "/etc/snmp/snmpd.conf.d/subagentd.conf"
+    machine.write(settings, machine.read(settings) + "# ours\n")
     pid = story.process()
-    story.install([with_version(package, "99.0", tmp_path) for package in story.packages])
-    assert story.process() not in (0, pid) and settings.read_text().endswith("# ours\n")
+    machine.install(*(with_version(package, "99.0", tmp_path) for package in story.packages))
+    assert story.process() not in (0, pid) and machine.read(settings).endswith("# ours\n")
     story.wait_for_every_value(30)
 
     names = [package.name.partition("_")[0] for package in story.packages]

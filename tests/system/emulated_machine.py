@@ -27,13 +27,15 @@ def require(arch, *programs):
 class EmulatedMachine(Program):
     """Runs `command` on a machine of its own. What it prints is log(). To stop it is to switch it off.
 
-    `config` is more of QEMU's options, `memory` in MiB. `ipmi` are the commands of ipmi_sim that describe a management controller.
+    `config` is more of QEMU's options, `memory` in MiB, `options` are more of those of scripts/machine. `ipmi` are the
+    commands of ipmi_sim that describe a management controller.
     """
 
-    def __init__(self, directory, command=("sleep", "infinity"), config="", ipmi=None, memory=1024, name="machine"):
+    def __init__(self, directory, command=("sleep", "infinity"), config="", ipmi=None, memory=1024, name="machine",
+                 options=()):
         self._control = pathlib.Path(directory) / name
         self._control.mkdir()
-        options = ["--control", self._control, "--memory", memory]
+        options = ["--control", self._control, "--memory", memory, *options]
         for option, text in (("--config", config), ("--ipmi", ipmi)):
             if text:
                 file = self._control / f"described{option}"
@@ -54,7 +56,7 @@ class EmulatedMachine(Program):
         except OSError:
             client.close()
             return None
-        client.settimeout(120)
+        client.settimeout(600)
         return client
 
     def run(self, command, check=True):
