@@ -106,6 +106,14 @@ def test_the_linker_that_packs_on_arm_is_there():
     assert package in (ROOT / "scripts/install-packages").read_text().split()
 
 
+def test_packed_relocations_ask_for_their_glibc():
+    """dh_shlibdeps goes by the names that are imported, and glibc 2.34 has them all."""
+    needed = subprocess.run(["readelf", "--version-info", BUILD / "libsnmpextmibmodule.so"], capture_output=True,
+                            text=True, check=True).stdout
+    [paragraph] = (text for text in CONTROL.split("\n\n") if text.startswith("Package: libsnmpextmibmodule\n"))
+    assert ("GLIBC_ABI_DT_RELR" in needed) == ("libc6 (>= 2.36)" in paragraph)
+
+
 @pytest.mark.parametrize("words, says", [
     (["--nonsense"], "unknown option '--nonsense'"), (["--output"], "--output needs a value"),
     (["--arch", "vax"], "--arch takes armhf"), (["no-such-commit"], "there is no commit 'no-such-commit'")])
