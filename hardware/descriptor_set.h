@@ -3,6 +3,8 @@
 
 #include <sys/epoll.h>
 
+#include <cstdint>
+
 #include "core/descriptor.h"
 
 namespace tavo::service {
