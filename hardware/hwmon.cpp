@@ -1,10 +1,8 @@
 #include "hardware/hwmon.h"
 
 #include <algorithm>
-#include <map>
 #include <optional>
 #include <system_error>
-#include <utility>
 
 #include "core/class_number.h"
 #include "hardware/chip_place.h"
@@ -65,6 +63,7 @@ void read_coretemp(const fs::path &chip, ChipLimits &limits, Readings &readings)
 }
 
 void read_fans(const fs::path &chip, const std::string &place, ChipLimits &limits, Readings &readings) {
+  const std::string beginning = place + ' ';
   for (const fs::path &input : entries(chip, "fan")) {
     const std::string name = input.filename();
     if (!name.ends_with("_input")) {
@@ -73,7 +72,7 @@ void read_fans(const fs::path &chip, const std::string &place, ChipLimits &limit
     const std::string fan = name.substr(0, name.find('_'));
     const auto turns = read_number(input);
     if (turns) {
-      const std::string name_of_fan = place + ' ' + fan;
+      const std::string name_of_fan = beginning + fan;
       readings.fans.push_back(
           {.place = name_of_fan, .key = "fan " + name_of_fan, .has_failed = limits.is_too_slow(chip, fan, *turns)});
     }
