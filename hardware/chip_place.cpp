@@ -20,7 +20,7 @@ std::string bus_number(const std::string &name) {
 }
 
 // The kernel numbers I2C buses in the order in which it finds their controllers, which may be another one each time.
-// Those of one controller come one after another.
+// Those of one controller, it always finds in the same order.
 std::string stable_bus(const fs::path &bus) {
   std::vector<fs::path> buses = entries(bus.parent_path(), "i2c-");
   std::erase_if(buses, [](const fs::path &other) { return bus_number(other.filename()).empty(); });
