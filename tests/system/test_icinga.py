@@ -83,11 +83,12 @@ class Icinga(Program):
         assert self.process.poll() is None, self.log()
         try:
             return self.services()
-        except (FileNotFoundError, ConnectionRefusedError):  # Icinga listens some time after it has made its socket.
+        except (OSError, json.JSONDecodeError):  # Icinga makes its socket first, then listens, then answers.
             return None
 
     def _ask(self, text):
         with socket.socket(socket.AF_UNIX) as connection:
+            connection.settimeout(30)
             connection.connect(str(self._socket))
             connection.sendall(text.encode())
             connection.shutdown(socket.SHUT_WR)
