@@ -50,9 +50,10 @@ Environment=MIBS= SNMP_PERSISTENT_DIR=/tmp
 ExecStart=/usr/sbin/snmptrapd -f -C -c /etc/manager.conf -n -On -Lo udp:127.0.0.1:1162
 """
 
-
-# By architecture: what scripts/package is told, and the machine on which the packages are installed.
+# By architecture: what scripts/package is told, the kinds of packages that it builds then, and the machine on which they
+# are installed.
 OPTIONS = {"amd64": [], "armhf": ["--arch", "armhf"]}
+KINDS = {"amd64": ["amd64", "all"], "armhf": ["armhf"]}
 MACHINES = {"amd64": ContainedDebian, "armhf": EmulatedDebian}
 
 
@@ -212,7 +213,7 @@ class Story:
 
 @pytest.fixture
 def story(tmp_path_factory, packages, arch):
-    chosen = [package for kind in (arch, "all") for package in sorted(packages.glob(f"*_{kind}.deb"))
+    chosen = [package for kind in KINDS[arch] for package in sorted(packages.glob(f"*_{kind}.deb"))
               if "-dbgsym_" not in package.name]
     machine = MACHINES[arch](tmp_path_factory.mktemp("m"))
     try:
