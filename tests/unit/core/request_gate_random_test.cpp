@@ -127,12 +127,15 @@ class RandomHolds {
         std::uniform_int_distribution microseconds(0, 2000);
         while (!stopped_) {
           lock->acquire();
+          holds_one_ = true;
+          holds_one_.notify_one();
           std::this_thread::sleep_for(std::chrono::microseconds(microseconds(random)));
           lock->release();
           std::this_thread::sleep_for(std::chrono::microseconds(microseconds(random)));
         }
       });
     }
+    holds_one_.wait(false);  // on a busy machine the requests would be over before the threads have begun
   }
   ~RandomHolds() {
     stopped_ = true;
@@ -143,6 +146,7 @@ class RandomHolds {
 
  private:
   std::atomic<bool> stopped_ = false;
+  std::atomic<bool> holds_one_ = false;  // or has held one
   std::vector<std::thread> threads_;
 };
 
