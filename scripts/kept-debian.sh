@@ -48,6 +48,7 @@ in_debian() {
     unshare --mount --pid --fork --kill-child -- bash -euo pipefail -c '
     root=$1
     shift
+    mount --bind "$root" "$root"  # simulator/boot makes namespaces, for which the root must be a mount
     while [[ $1 != -- ]]; do
       mount --bind "${1%=*}" "$root${1##*=}"
       shift
