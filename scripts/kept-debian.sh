@@ -2,8 +2,8 @@
 # list of packages changes. Sourced by scripts that define `fail`.
 kept=${XDG_CACHE_HOME:-$HOME/.cache}/libsnmpextmibmodule
 
-# keep_debian NAME SUITE PACKAGES FINISH OPTION...: sees to it that $kept/NAME is a root directory with these packages of
-# SUITE. mmdebstrap gets the options; then FINISH ROOT is called with what it has unpacked. mmdebstrap is run by the
+# keep_debian NAME SUITE PACKAGES FINISH OPTION...: sees to it that $kept/NAME is a root directory with these packages
+# of SUITE. mmdebstrap gets the options; then FINISH ROOT is called with what it has unpacked. mmdebstrap is run by the
 # command in `configure_with`, if there is one.
 configure_with=()
 keep_debian() {
@@ -37,14 +37,14 @@ keep_debian() {
   exec 9>&-
 }
 
-# in_debian NAME DIRECTORY=PLACE... -- COMMAND...: runs the command as root with what $kept/NAME holds, in the
+# in_debian NAME DIRECTORY=PLACE... -- COMMAND...: becomes the command, as root with what $kept/NAME holds, in the
 # directory /srv/tree. The directories are mounted in their places there, in this order. Of the environment it has TERM
 # only: what is set here, a compiler's launcher say, may not be there.
 in_debian() {
   local root=$kept/$1
   shift
   mkdir -p "$root/srv/tree"
-  env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root TERM="${TERM:-dumb}" \
+  exec env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root TERM="${TERM:-dumb}" \
     unshare --mount --pid --fork --kill-child -- bash -euo pipefail -c '
     root=$1
     shift

@@ -13,8 +13,8 @@ memory() {
   awk -v kind="^$1" '$1 ~ kind { kib += $2 } END { print kib }' "/proc/$daemon/smaps_rollup"
 }
 
-# restart_daemon MODULE WHAT PATTERN: waits until its log has the pattern. Its own log of changes grows up to a limit
-# and is not the module's, so there is none.
+# restart_daemon MODULE WHAT PATTERN: waits until its log has the pattern. The daemon's list of changes would grow, and is
+# not the module's, so there is none.
 restart_daemon() {
   kill "$daemon"
   wait "$daemon"
