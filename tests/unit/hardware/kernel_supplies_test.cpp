@@ -18,7 +18,7 @@ class KernelSupplies : public Tree {
   }
 
   void add_chip(const std::string &chip, const std::string &device) {
-    link("class/hwmon/" + chip + "/device", "devices/i2c-1/" + device);
+    link("class/hwmon/" + chip + "/device", "devices/" + device);
     write("class/hwmon/" + chip + "/name", "cffps1\n");
     write("class/hwmon/" + chip + "/in1_input", "230000\n");
     write("class/hwmon/" + chip + "/fan1_input", "9000\n");
@@ -62,8 +62,8 @@ TEST_F(KernelSupplies, WhatFeedsNoServerIsNone) {
 }
 
 TEST_F(KernelSupplies, AChipInASupplyIsOne) {
-  add_chip("hwmon1", "1-0069");
-  add_chip("hwmon2", "1-0068");
+  add_chip("hwmon1", "i2c-1/1-0069");
+  add_chip("hwmon2", "i2c-1/1-0068");
   EXPECT_THAT(descriptions(), IsEmpty());
   std::vector<std::string> sensors;
   for (const Part &sensor : found_by(source_).sensors) {
@@ -83,8 +83,22 @@ TEST_F(KernelSupplies, AChipInASupplyIsOne) {
   EXPECT_THAT(descriptions(), ElementsAre("major: Power supply 1 has failed")) << "it keeps its number";
 }
 
+TEST_F(KernelSupplies, ASupplyKeepsItsNumberOnARenumberedBus) {
+  const auto supply_with_defect = [&](const std::string &left, const std::string &right) {
+    std::filesystem::remove_all(sys());
+    add_chip("hwmon1", "0000:00:1f.4/i2c-" + left + '/' + left + "-0058");
+    add_chip("hwmon2", "0000:00:1f.5/i2c-" + right + '/' + right + "-0058");
+    write("class/hwmon/hwmon2/temp1_crit_alarm", "1\n");
+    HwmonSource source(roots(), register_);
+    return only_trouble(source).description;
+  };
+  EXPECT_EQ(supply_with_defect("3", "4"), "Power supply 2 has failed");
+  EXPECT_EQ(supply_with_defect("4", "3"), "Power supply 2 has failed");
+  EXPECT_THAT(register_.keys("kernel-supply"), SizeIs(2));
+}
+
 TEST_F(KernelSupplies, ASupplyThatWasPulledIsAbsent) {
-  add_chip("hwmon1", "1-0069");
+  add_chip("hwmon1", "i2c-1/1-0069");
   EXPECT_TRUE(found_by(source_).supplies.at(0).flag("present"));
   std::filesystem::remove(sys() / "class/hwmon/hwmon1/in1_input");
   write("class/hwmon/hwmon1/in1_min_alarm", "1\n");
@@ -110,7 +124,7 @@ TEST_F(KernelSupplies, ANumberIsFreeOnceItsSupplyIsLongGone) {
 }
 
 TEST_F(KernelSupplies, ARegulatorIsNone) {
-  add_chip("hwmon1", "1-0040");
+  add_chip("hwmon1", "i2c-1/1-0040");
   write("class/hwmon/hwmon1/name", "isl68137\n");
   std::filesystem::remove(sys() / "class/hwmon/hwmon1/fan1_input");
   EXPECT_THAT(found_by(source_).supplies, IsEmpty());

@@ -157,6 +157,19 @@ TEST_F(Hwmon, FansKeepTheirOrderWhenChipsAreRenumbered) {
   EXPECT_EQ(description_of_failed(), "Fan 2 has failed");
 }
 
+TEST_F(Hwmon, AFanKeepsItsPlaceOnARenumberedBus) {
+  const auto fans_with_bus = [&](const std::string &bus) {
+    std::filesystem::remove_all(sys());
+    write("class/hwmon/hwmon1/fan1_input", "900\n");
+    link("class/hwmon/hwmon1/device", "devices/0000:00:1f.4/i2c-" + bus + '/' + bus + "-002e");
+    HwmonSource source(roots(), register_);
+    return found_by(source).sensors.size();
+  };
+  EXPECT_EQ(fans_with_bus("3"), 2U);
+  EXPECT_EQ(fans_with_bus("10"), 2U) << "there is no second fan";
+  EXPECT_THAT(register_.keys("hwmon-fan"), SizeIs(1));
+}
+
 TEST_F(Hwmon, AFanThatGoesMovesNoOther) {
   link("class/hwmon/hwmon1/device", "devices/platform/board.1");
   write("class/hwmon/hwmon2/fan1_input", "900\n");
