@@ -79,7 +79,7 @@ class Source {
   Source &operator=(const Source &) = delete;
   virtual ~Source() = default;
 
-  // A constant.
+  // The text outlives the source.
   virtual std::string_view name() const = 0;
   // How long after a reading the next one is due, which may depend on what the reading found. Zero: what it reads never
   // changes.
